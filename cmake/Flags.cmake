@@ -1,0 +1,26 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+# The one place for compiler and linker flags: every target of ours links tessel_flags.
+add_library(tessel_flags INTERFACE)
+target_include_directories(tessel_flags INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_compile_definitions(tessel_flags INTERFACE
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_NO_FOREACH)
+target_compile_options(tessel_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
+    -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
+    $<$<BOOL:${TESSEL_WERROR}>:-Werror>
+    $<$<AND:$<BOOL:${TESSEL_OPTIMISE_DEBUG}>,$<CONFIG:Debug>>:-O1>)
+
+if(TESSEL_SANITIZE)
+    target_compile_options(tessel_flags INTERFACE
+        -fsanitize=${TESSEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(tessel_flags INTERFACE -fsanitize=${TESSEL_SANITIZE})
+else()
+    # Hardening costs a vault nothing measurable, and a vault is worth attacking.
+    target_compile_options(tessel_flags INTERFACE
+        -fstack-protector-strong -fstack-clash-protection
+        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
+        $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+    target_link_options(tessel_flags INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+endif()

@@ -1,0 +1,58 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "core/ContainerDocument.h"
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+
+#include <functional>
+
+class QIODevice;
+
+namespace Tessel::Core {
+
+/// Reads and writes container files; the only place that knows their layout
+/// (docs/container-format.md). It holds no state and no keys.
+class ContainerManager {
+public:
+    /// Writes the payload region to a device that stands at its first byte.
+    using PayloadWriter = std::function<bool(QIODevice* device)>;
+
+    /// "tessel.tvlt" inside @p directory.
+    [[nodiscard]] QString containerPath(const QString& directory) const;
+    [[nodiscard]] bool containerExists(const QString& directory) const;
+
+    /// Parses the header of the container at @p path.
+    /// @return false, with @p out untouched, for anything that is not a whole header of this
+    ///         format. Memory stays bounded by the header region whatever the file holds.
+    [[nodiscard]] bool readDocument(const QString& path, ContainerDocument* out) const;
+
+    /// Writes a complete container and puts it in the place of @p path only when all of it has
+    /// been written. The header is built after @p payloadWriter has run, so the writer may still
+    /// change the document. An empty writer leaves an empty payload region.
+    [[nodiscard]] bool writeDocument(const QString& path, const ContainerDocument& document,
+                                     const PayloadWriter& payloadWriter) const;
+    [[nodiscard]] bool writeDocument(const QString& path, const ContainerDocument& document) const;
+
+    /// Rewrites the length line and the header region of an existing container where they stand.
+    /// The payload region is not touched.
+    [[nodiscard]] bool updateDocumentHeader(const QString& path,
+                                            const ContainerDocument& document) const;
+
+    /// The header as compact JSON.
+    [[nodiscard]] QByteArray buildHeader(const ContainerDocument& document) const;
+    [[nodiscard]] QJsonObject cryptoMetadataToJson(const ContainerCryptoMetadata& metadata) const;
+    /// Reads each key leniently; a missing one keeps its default. Nothing is validated here.
+    [[nodiscard]] ContainerCryptoMetadata cryptoMetadataFromJson(const QJsonObject& object) const;
+
+    /// The whole file; empty when it cannot be opened.
+    [[nodiscard]] QByteArray readContainer(const QString& path) const;
+    /// Puts @p bytes in the place of @p path, all of them or none.
+    [[nodiscard]] bool writeContainer(const QString& path, const QByteArray& bytes) const;
+};
+
+} // namespace Tessel::Core

@@ -1,0 +1,156 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "core/ContainerDocument.h"
+#include "core/ContainerManager.h"
+#include "core/CryptoManager.h"
+#include "core/FileSyncManager.h"
+#include "core/SecureFileIndex.h"
+#include "core/TempWorkspaceManager.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+#include <functional>
+
+class QIODevice;
+
+namespace Tessel::Core {
+
+enum class VaultState { Locked = 0, Unlocked = 1 };
+
+/// The vault engine's one entry point: a session on a container, and every operation on what is
+/// in it.
+///
+/// Operations are synchronous and belong to one thread. They return false without a reason: a
+/// wrong password, altered data and a missing file look alike. An operation that changes the vault
+/// has saved the change in the container when it returns true, and has changed nothing when it
+/// returns false, except where it says otherwise. Vault paths may be given in any form that
+/// normalizedVaultPath() accepts and are matched without regard to letter case.
+class VaultManager {
+public:
+    /// Called on the caller's thread with (done, total, name); see each operation for the units.
+    using Progress = std::function<void(qint64 done, qint64 total, const QString& name)>;
+
+    /// Plaintext bytes in every block of a file but the last.
+    static constexpr qint64 ChunkBytes = 16 * 1024 * 1024;
+
+    VaultManager();
+
+    [[nodiscard]] VaultState state() const { return m_state; }
+    /// A copy of the index; after locking, the index as it was.
+    [[nodiscard]] SecureFileIndex fileIndex() const { return m_index; }
+    /// The opened copies that changed since they were opened.
+    [[nodiscard]] QList<TrackedTempFile> modifiedOpenFiles() const;
+
+    // --- Session ---------------------------------------------------------------------------
+
+    /// Writes a new, empty container at @p path, replacing what is there. The vault is locked
+    /// afterwards. @return false for an empty password or when the container cannot be written.
+    [[nodiscard]] bool createVault(const QString& path, const QByteArray& password);
+    /// Opens the container. When only the temporary workspace cannot be created, the result is
+    /// false and the vault is nevertheless unlocked.
+    [[nodiscard]] bool unlockVault(const QString& path, const QByteArray& password);
+    /// Takes changed copies back into the vault, removes the workspace and drops the key.
+    /// @return false with the vault still unlocked when a copy could not be taken back; false with
+    ///         the vault locked when the workspace could not be removed.
+    [[nodiscard]] bool lockVault();
+    /// Wraps the master key anew; only while locked. The payload and the index stay as they are.
+    [[nodiscard]] bool changePassword(const QString& path, const QByteArray& oldPassword,
+                                      const QByteArray& newPassword);
+    /// Seals @p index under a fresh nonce, rewrites the header and makes it the vault's index.
+    [[nodiscard]] bool saveIndex(const SecureFileIndex& index);
+
+    // --- Files ------------------------------------------------------------------------------
+
+    /// Stores the file at @p sourcePath as @p vaultPath, in place of a file of the same path;
+    /// missing folders are created. @p progress counts plaintext bytes, is called after each block
+    /// with the normalized vault path, and may be empty. A failed import leaves the container at
+    /// its former length.
+    [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath,
+                                  const Progress& progress);
+    [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath);
+    /// Writes the plaintext of the file to @p device, which is open for writing. Every block is
+    /// authenticated before it is written. The path is taken as given, not normalized.
+    [[nodiscard]] bool writeVaultFileToDevice(const QString& vaultPath, QIODevice* device) const;
+    /// Writes the plaintext to @p destinationPath, created or truncated. What was written before a
+    /// failure stays there.
+    [[nodiscard]] bool exportFile(const QString& vaultPath, const QString& destinationPath) const;
+
+    // --- Folders and paths ------------------------------------------------------------------
+
+    /// Moves a file into a folder that exists; empty is the root. Refused while it is open.
+    [[nodiscard]] bool moveFile(const QString& vaultPath, const QString& targetDirectory);
+    /// Gives a file a new whole path. A change of letter case alone is refused, and so is a file
+    /// that is open. No folders are created.
+    [[nodiscard]] bool renameFile(const QString& vaultPath, const QString& newVaultPath);
+    /// Removes a file from the index; its blocks stay until compaction.
+    [[nodiscard]] bool deleteFile(const QString& vaultPath);
+    /// Creates a folder and its missing ancestors.
+    [[nodiscard]] bool createDirectory(const QString& path);
+    /// Renames or moves a folder with all that is in it; missing ancestors of the new path are
+    /// created. Refused while a file in it is open.
+    [[nodiscard]] bool renameDirectory(const QString& path, const QString& newPath);
+    /// Deletes a folder that holds neither files nor folders.
+    [[nodiscard]] bool deleteDirectory(const QString& path);
+
+    // --- Compaction -------------------------------------------------------------------------
+
+    /// Rebuilds the container on the local disk without the blocks that nothing refers to and puts
+    /// it in the place of the old one. @p progress counts plaintext bytes while rebuilding and
+    /// container bytes while copying back, and may be empty.
+    /// @param error may be null. Empty after a failure that left the old container in place; else
+    ///        the absolute path of the rebuilt container, which was kept because it is now the
+    ///        only one.
+    [[nodiscard]] bool compactVault(const Progress& progress, QString* error);
+
+    // --- Opened copies ----------------------------------------------------------------------
+
+    /// Writes a decrypted copy into the workspace and watches it.
+    /// @param tempPath receives the copy's path; untouched on failure.
+    [[nodiscard]] bool prepareFileForEditing(const QString& vaultPath, QString* tempPath);
+    /// Imports every changed copy; stops at the first that fails.
+    [[nodiscard]] bool syncModifiedTempFiles();
+
+private:
+    class ImportTransaction;
+
+    [[nodiscard]] QByteArray associatedData(const ContainerDocument& document,
+                                            const QByteArray& purpose) const;
+    [[nodiscard]] QByteArray deriveSessionKey(const QByteArray& password,
+                                              const ContainerCryptoMetadata& crypto) const;
+    [[nodiscard]] QByteArray encryptMasterKey(const ContainerDocument& document,
+                                              const QByteArray& password,
+                                              const QByteArray& masterKey) const;
+    [[nodiscard]] QByteArray decryptMasterKey(const ContainerDocument& document,
+                                              const QByteArray& password) const;
+    [[nodiscard]] QByteArray encryptIndex(const ContainerDocument& document,
+                                          const SecureFileIndex& index) const;
+    [[nodiscard]] bool decryptIndex(const ContainerDocument& document, SecureFileIndex* out) const;
+
+    /// The part of the master key that seals the index and the blocks.
+    [[nodiscard]] QByteArray workingKey() const {
+        return m_masterKey.left(CryptoManager::KeyBytes);
+    }
+    [[nodiscard]] bool isUnlocked() const { return m_state == VaultState::Unlocked; }
+    /// Empties what only older layouts carry and draws a fresh nonce for the index.
+    void prepareForIndexSave(ContainerDocument* document) const;
+    /// Whether an opened copy belongs to this file.
+    [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
+    /// Gives one file a new path and saves; the common end of moving and renaming.
+    [[nodiscard]] bool saveWithFileAt(const QString& oldPath, const QString& newPath);
+
+    VaultState m_state = VaultState::Locked;
+    QString m_containerFilePath;
+    QByteArray m_masterKey;
+    SecureFileIndex m_index;
+    ContainerManager m_containerManager;
+    CryptoManager m_cryptoManager;
+    TempWorkspaceManager m_workspace;
+    FileSyncManager m_fileSync;
+};
+
+} // namespace Tessel::Core

@@ -1,0 +1,38 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QString>
+
+namespace Tessel::Core {
+
+class SecureFileIndex;
+
+/// The canonical form of a vault path: components joined by single slashes, none at the ends,
+/// each trimmed. "\" counts as a separator. Empty when a component is blank, "." or "..", or when
+/// nothing is left. Letter case is kept.
+[[nodiscard]] QString normalizedVaultPath(QString path);
+
+/// The text before the last "/"; empty (the root) when there is none.
+[[nodiscard]] QString parentVaultPath(const QString& path);
+
+/// The text after the last "/", or the whole path.
+[[nodiscard]] QString vaultBaseName(const QString& path);
+
+/// Whether two vault paths name the same item: equal without regard to letter case.
+[[nodiscard]] bool sameVaultPath(const QString& a, const QString& b);
+
+/// Whether some file of the index has this path, ignoring letter case.
+[[nodiscard]] bool indexContainsFilePath(const SecureFileIndex& index, const QString& path);
+
+/// Whether some folder of the index has this path, ignoring letter case.
+[[nodiscard]] bool indexContainsDirectoryPath(const SecureFileIndex& index, const QString& path);
+
+/// Adds every missing ancestor folder of @p path to the index, all with the same current time.
+void ensureParentDirectories(SecureFileIndex* index, const QString& path);
+
+/// Whether @p path lies beneath @p directory, ignoring letter case; a folder is not inside itself.
+[[nodiscard]] bool pathIsInsideDirectory(const QString& path, const QString& directory);
+
+} // namespace Tessel::Core
