@@ -1,0 +1,322 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "platform/linux/LinuxDeviceManager.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMap>
+#include <QSet>
+#include <QStorageInfo>
+#include <QStringList>
+
+#include <utility>
+
+namespace Tessel::Platform::Linux {
+
+namespace {
+
+// Devices are told apart by the name alone: sysfs, the label links and both lists of mounts agree
+// on it, while a device node may be reached by several paths.
+QString lastPathComponent(const QString& path) {
+    return QFileInfo(path).fileName();
+}
+
+bool isDeviceNode(const QString& path) {
+    return path.startsWith(u"/dev/");
+}
+
+// The backslash comes last: an escaped backslash followed by digits must not become an escape.
+QString decodeMountInfoToken(QString token) {
+    token.replace(u"\\040"_qs, u" "_qs);
+    token.replace(u"\\011"_qs, u"\t"_qs);
+    token.replace(u"\\012"_qs, u"\n"_qs);
+    token.replace(u"\\134"_qs, u"\\"_qs);
+    return token;
+}
+
+QString readFirstLine(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        return {};
+    }
+    return QString::fromUtf8(file.readLine()).trimmed();
+}
+
+QString blockDeviceSysfsPath(const QString& name) {
+    return QFileInfo(u"/sys/class/block/%1"_qs.arg(name)).canonicalFilePath();
+}
+
+QString parentDiskName(const QString& name) {
+    const QString marker = u"/block/"_qs;
+    const QString path = blockDeviceSysfsPath(name);
+    const qsizetype at = path.indexOf(marker);
+    if (at < 0) {
+        return {};
+    }
+    return path.mid(at + marker.size()).section(u'/', 0, 0);
+}
+
+bool isUsbBlockDevice(const QString& name) {
+    const QString marker = u"/usb"_qs;
+    if (blockDeviceSysfsPath(name).contains(marker)) {
+        return true;
+    }
+    const QString parent = parentDiskName(name);
+    return !parent.isEmpty() && blockDeviceSysfsPath(parent).contains(marker);
+}
+
+bool hasRemovableFlag(const QString& name) {
+    return readFirstLine(u"/sys/class/block/%1/removable"_qs.arg(name)) == u"1";
+}
+
+// Partitions carry no flag of their own: their disk answers for them.
+bool isRemovableBlockDevice(const QString& name) {
+    if (hasRemovableFlag(name)) {
+        return true;
+    }
+    const QString parent = parentDiskName(name);
+    return !parent.isEmpty() && hasRemovableFlag(parent);
+}
+
+bool isOpticalBlockDevice(const QString& name) {
+    const QString scsiTypeOfOpticalDrives = u"5"_qs;
+    const QString parent = parentDiskName(name);
+    const QString disk = parent.isEmpty() ? name : parent;
+    return readFirstLine(u"/sys/class/block/%1/device/type"_qs.arg(disk)) ==
+           scsiTypeOfOpticalDrives;
+}
+
+bool isUsbDisk(const QString& name) {
+    return isUsbBlockDevice(name) && !isOpticalBlockDevice(name);
+}
+
+// A volume mounted at "/" has no directory name to show.
+QString fallbackDisplayName(const QString& devicePath, const QString& rootPath) {
+    const QString directory = lastPathComponent(rootPath);
+    return directory.isEmpty() ? lastPathComponent(devicePath) : directory;
+}
+
+QString mountedVolumeId(const QString& devicePath, const QString& rootPath) {
+    return u"%1:%2"_qs.arg(devicePath, rootPath);
+}
+
+QString displayNameOf(const QStorageInfo& storage, const QString& devicePath,
+                      const QString& rootPath) {
+    if (!storage.displayName().isEmpty()) {
+        return storage.displayName();
+    }
+    if (!storage.name().isEmpty()) {
+        return storage.name();
+    }
+    return fallbackDisplayName(devicePath, rootPath);
+}
+
+QMap<QString, QString> blockLabelMap() {
+    QMap<QString, QString> labels;
+    const QDir directory(u"/dev/disk/by-label"_qs);
+    const QStringList names =
+        directory.entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
+    for (const QString& label : names) {
+        const QString device = QFileInfo(directory.filePath(label)).canonicalFilePath();
+        if (isDeviceNode(device)) {
+            labels.insert(lastPathComponent(device), label);
+        }
+    }
+    return labels;
+}
+
+QStringList probableUsers() {
+    QStringList users;
+    for (const char* variable : {"USER", "LOGNAME"}) {
+        const QString user = qEnvironmentVariable(variable);
+        if (!user.isEmpty() && !users.contains(user)) {
+            users.append(user);
+        }
+    }
+    return users;
+}
+
+QString mountedRootForLabel(const QString& label) {
+    if (label.isEmpty()) {
+        return {};
+    }
+    const QStringList users = probableUsers();
+    QStringList candidates;
+    for (const QString& pattern : {u"/media/%1/%2"_qs, u"/run/media/%1/%2"_qs}) {
+        for (const QString& user : users) {
+            candidates.append(pattern.arg(user, label));
+        }
+    }
+    candidates.append(u"/mnt/%1"_qs.arg(label));
+    for (const QString& candidate : std::as_const(candidates)) {
+        if (QFileInfo(candidate).isDir()) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+QStringList subdirectories(const QString& path) {
+    return QDir(path).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
+}
+
+// A disk with partitions holds no volume itself.
+bool isDiskWithPartitions(const QString& name) {
+    if (parentDiskName(name) != name) {
+        return false;
+    }
+    const QStringList children = subdirectories(u"/sys/class/block/%1"_qs.arg(name));
+    for (const QString& child : children) {
+        if (child.startsWith(name) && child != name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What one detection has found so far. The seen names and roots keep a later source from listing
+// again what an earlier one has listed.
+struct Findings {
+    QList<UsbDevice> devices;
+    QSet<QString> seenRootPaths;
+    QSet<QString> seenDeviceNames;
+
+    void addMounted(const UsbDevice& device) {
+        devices.append(device);
+        seenDeviceNames.insert(lastPathComponent(device.devicePath));
+        seenRootPaths.insert(device.rootPath);
+    }
+};
+
+void addStorageVolume(const QStorageInfo& volume, Findings* findings) {
+    UsbDevice device;
+    device.devicePath = QString::fromLocal8Bit(volume.device());
+    if (!isDeviceNode(device.devicePath) || !volume.isValid() || !volume.isReady()) {
+        return;
+    }
+    const QString name = lastPathComponent(device.devicePath);
+    if (!isUsbDisk(name)) {
+        return;
+    }
+    device.rootPath = volume.rootPath();
+    if (device.rootPath.isEmpty() || findings->seenRootPaths.contains(device.rootPath)) {
+        return;
+    }
+    device.id = mountedVolumeId(device.devicePath, device.rootPath);
+    device.displayName = displayNameOf(volume, device.devicePath, device.rootPath);
+    device.fileSystemType = QString::fromLocal8Bit(volume.fileSystemType());
+    device.removable = isRemovableBlockDevice(name);
+    device.mounted = true;
+    findings->addMounted(device);
+}
+
+struct MountTableEntry {
+    QString mountPoint;
+    QString fileSystemType;
+    QString source;
+};
+
+// Layout of a line: proc(5), /proc/pid/mountinfo. A variable number of optional fields stands
+// before the separator. Returns false for a line that is too short.
+bool parseMountTableLine(const QString& line, MountTableEntry* entry) {
+    const QString separator = u" - "_qs;
+    const qsizetype at = line.indexOf(separator);
+    if (at < 0) {
+        return false;
+    }
+    const QStringList mount = line.left(at).split(u' ', Qt::SkipEmptyParts);
+    const QStringList fileSystem = line.mid(at + separator.size()).split(u' ', Qt::SkipEmptyParts);
+    if (mount.size() < 5 || fileSystem.size() < 3) {
+        return false;
+    }
+    entry->mountPoint = decodeMountInfoToken(mount.at(4));
+    entry->fileSystemType = decodeMountInfoToken(fileSystem.at(0));
+    entry->source = decodeMountInfoToken(fileSystem.at(1));
+    return true;
+}
+
+void addMountTableEntry(const MountTableEntry& entry, Findings* findings) {
+    if (!isDeviceNode(entry.source) || findings->seenRootPaths.contains(entry.mountPoint)) {
+        return;
+    }
+    const QString name = lastPathComponent(entry.source);
+    if (findings->seenDeviceNames.contains(name) || !isUsbDisk(name)) {
+        return;
+    }
+    const QStorageInfo storage(entry.mountPoint);
+    const bool storageKnowsRoot = storage.isValid() && !storage.rootPath().isEmpty();
+    UsbDevice device;
+    device.devicePath = entry.source;
+    device.rootPath = storageKnowsRoot ? storage.rootPath() : entry.mountPoint;
+    device.id = mountedVolumeId(device.devicePath, device.rootPath);
+    device.displayName = displayNameOf(storage, device.devicePath, device.rootPath);
+    device.fileSystemType = entry.fileSystemType.isEmpty()
+                                ? QString::fromLocal8Bit(storage.fileSystemType())
+                                : entry.fileSystemType;
+    device.removable = isRemovableBlockDevice(name);
+    device.mounted = true;
+    findings->addMounted(device);
+}
+
+void addStorageVolumes(Findings* findings) {
+    const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    for (const QStorageInfo& volume : volumes) {
+        addStorageVolume(volume, findings);
+    }
+}
+
+// The kernel gives this file the size 0, so QFile::atEnd() is true before the first line: only a
+// read tells where the table ends. Returns false when the table cannot be opened.
+bool addMountTable(Findings* findings) {
+    QFile table(u"/proc/self/mountinfo"_qs);
+    if (!table.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        return false;
+    }
+    for (QByteArray line = table.readLine(); !line.isEmpty(); line = table.readLine()) {
+        if (line.endsWith('\n')) {
+            line.chop(1);
+        }
+        MountTableEntry entry;
+        if (parseMountTableLine(QString::fromLocal8Bit(line), &entry)) {
+            addMountTableEntry(entry, findings);
+        }
+    }
+    return true;
+}
+
+void addBlockDevices(Findings* findings) {
+    const QMap<QString, QString> labels = blockLabelMap();
+    const QStringList names = subdirectories(u"/sys/class/block"_qs);
+    for (const QString& name : names) {
+        if (findings->seenDeviceNames.contains(name) || !isUsbDisk(name) ||
+            isDiskWithPartitions(name)) {
+            continue;
+        }
+        const QString label = labels.value(name);
+        UsbDevice device;
+        device.devicePath = u"/dev/%1"_qs.arg(name);
+        device.id = device.devicePath;
+        device.displayName = label.isEmpty() ? name : label;
+        device.rootPath = mountedRootForLabel(device.displayName);
+        device.removable = isRemovableBlockDevice(name);
+        device.mounted = !device.rootPath.isEmpty();
+        findings->devices.append(device);
+    }
+}
+
+} // namespace
+
+QList<UsbDevice> LinuxDeviceManager::detectUsbDevices() const {
+    Findings findings;
+    addStorageVolumes(&findings);
+    // Without the mount table nothing tells a mounted block device from an unmounted one, so the
+    // scan of block devices has to wait for it.
+    if (addMountTable(&findings)) {
+        addBlockDevices(&findings);
+    }
+    return findings.devices;
+}
+
+} // namespace Tessel::Platform::Linux
