@@ -1,0 +1,317 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/ContainerManager.h"
+
+#include "core/DiskSync.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <optional>
+
+namespace Tessel::Core {
+
+namespace {
+
+// The layout of a container; docs/container-format.md says what each part means.
+constexpr QByteArrayView FileMagic("TESSEL3");
+constexpr qint64 LengthDigits = 20;
+constexpr qint64 LengthLineBytes = LengthDigits + 1;
+constexpr qint64 HeaderRegionBytes = 8388608;
+constexpr qint64 LengthLineOffset = FileMagic.size();
+constexpr qint64 HeaderOffset = LengthLineOffset + LengthLineBytes;
+constexpr qint64 PayloadOffset = HeaderOffset + HeaderRegionBytes;
+constexpr qint32 FormatVersion = 3;
+
+constexpr qint64 ScanBytes = 256 * 1024;
+
+struct LengthLine {
+    /// The number the line holds.
+    qint64 headerBytes = 0;
+    /// Bytes of the line in the file, its line feed included.
+    qint64 lineBytes = 0;
+};
+
+bool isSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// Reads the number of a length line character by character, so that a line without an end costs
+// time and no memory.
+class LengthParser {
+public:
+    /// @return false when the text so far can no longer be a number.
+    bool add(char c) {
+        if (isSpace(c)) {
+            m_ended = m_started;
+            return true;
+        }
+        if (m_ended) {
+            return false;
+        }
+        const bool signAllowed = !m_started;
+        m_started = true;
+        if (c >= '0' && c <= '9') {
+            m_hasDigits = true;
+            m_value = std::min(m_value * 10 + (c - '0'), TooLarge);
+            return true;
+        }
+        m_negative = c == '-';
+        return signAllowed && (c == '-' || c == '+');
+    }
+
+    /// The number, if there is one and a header of that many bytes can exist.
+    std::optional<qint64> value() const {
+        const bool good =
+            m_hasDigits && !m_negative && m_value >= 1 && m_value <= HeaderRegionBytes;
+        return good ? std::optional<qint64>(m_value) : std::nullopt;
+    }
+
+private:
+    static constexpr qint64 TooLarge = HeaderRegionBytes + 1;
+
+    qint64 m_value = 0;
+    bool m_started = false;
+    bool m_ended = false;
+    bool m_hasDigits = false;
+    bool m_negative = false;
+};
+
+bool readMagic(QFile& file) {
+    return file.read(FileMagic.size()) == FileMagic;
+}
+
+// Reads the line at the file's position, which is left anywhere.
+std::optional<LengthLine> readLengthLine(QFile& file) {
+    LengthParser parser;
+    LengthLine line;
+    std::array<char, 4096> piece{};
+    qint64 size = 0;
+    while ((size = file.read(piece.data(), piece.size())) > 0) {
+        for (qint64 i = 0; i < size; ++i) {
+            const char c = piece[static_cast<std::size_t>(i)];
+            ++line.lineBytes;
+            if (c == '\n') {
+                const std::optional<qint64> value = parser.value();
+                line.headerBytes = value.value_or(0);
+                return value ? std::optional<LengthLine>(line) : std::nullopt;
+            }
+            if (!parser.add(c)) {
+                return std::nullopt;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+QByteArray lengthLineFor(qint64 headerBytes) {
+    return QByteArray::number(headerBytes).rightJustified(LengthDigits, '0') + '\n';
+}
+
+bool writeWhole(QIODevice& device, const QByteArray& bytes) {
+    return device.write(bytes) == bytes.size();
+}
+
+QByteArray bytesFromBase64(const QJsonValue& value) {
+    return QByteArray::fromBase64(value.toString().toLatin1());
+}
+
+QString bytesToBase64(const QByteArray& bytes) {
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+// The end of the last byte in [from, PayloadOffset) that is not zero; `from` when all are, nothing
+// when the region cannot be read to its end.
+std::optional<qint64> endOfNonZeroBytes(QFile& file, qint64 from) {
+    QByteArray piece(ScanBytes, Qt::Uninitialized);
+    for (qint64 end = PayloadOffset; end > from;) {
+        const qint64 begin = std::max(from, end - ScanBytes);
+        if (!file.seek(begin) || file.read(piece.data(), end - begin) != end - begin) {
+            return std::nullopt;
+        }
+        const QByteArrayView read(piece.constData(), end - begin);
+        const auto last = std::find_if(read.crbegin(), read.crend(), [](char c) { return c != 0; });
+        if (last != read.crend()) {
+            return end - (last - read.crbegin());
+        }
+        end = begin;
+    }
+    return from;
+}
+
+// A shorter length line than ours puts the payload so early that our header region would reach
+// into it.
+bool headerRegionWouldReachPayload(QFile& file) {
+    const std::optional<LengthLine> line = readLengthLine(file);
+    return line && line->lineBytes < LengthLineBytes &&
+           file.size() > LengthLineOffset + line->lineBytes + HeaderRegionBytes;
+}
+
+// Writes at the file's header, and puts the old bytes back when that fails half way.
+bool overwriteHeader(QFile& file, const QByteArray& bytes) {
+    if (!file.seek(LengthLineOffset)) {
+        return false;
+    }
+    const qint64 sizeBefore = file.size();
+    const QByteArray before = file.read(bytes.size());
+    if (file.seek(LengthLineOffset) && writeWhole(file, bytes) && syncToDrive(file)) {
+        return true;
+    }
+    if (file.seek(LengthLineOffset) && writeWhole(file, before) && file.size() > sizeBefore) {
+        file.resize(sizeBefore);
+    }
+    static_cast<void>(syncToDrive(file));
+    return false;
+}
+
+ContainerDocument documentFromHeader(const ContainerManager& manager, const QJsonObject& header) {
+    ContainerDocument document;
+    document.crypto = manager.cryptoMetadataFromJson(header.value(u"crypto").toObject());
+    document.fileIndex = SecureFileIndex::fromJson(
+        QJsonDocument(header.value(u"fileIndex").toObject()).toJson(QJsonDocument::Compact));
+    document.encryptedIndex = bytesFromBase64(header.value(u"encryptedIndex"));
+    document.encryptedPayload = bytesFromBase64(header.value(u"encryptedPayload"));
+    const QJsonObject payloads = header.value(u"filePayloads").toObject();
+    for (auto payload = payloads.constBegin(); payload != payloads.constEnd(); ++payload) {
+        document.filePayloads.insert(payload.key(), bytesFromBase64(payload.value()));
+    }
+    return document;
+}
+
+} // namespace
+
+QString ContainerManager::containerPath(const QString& directory) const {
+    return QDir(directory).filePath(QStringLiteral("tessel.tvlt"));
+}
+
+bool ContainerManager::containerExists(const QString& directory) const {
+    return QFile::exists(containerPath(directory));
+}
+
+bool ContainerManager::readDocument(const QString& path, ContainerDocument* out) const {
+    // A pipe under the container's name would block the open for ever.
+    if (!out || !QFileInfo(path).isFile()) {
+        return false;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !readMagic(file)) {
+        return false;
+    }
+    const std::optional<LengthLine> line = readLengthLine(file);
+    if (!line) {
+        return false;
+    }
+    const qint64 headerOffset = LengthLineOffset + line->lineBytes;
+    const qint64 payloadOffset = headerOffset + HeaderRegionBytes;
+    // The region must be whole, but only the header's own bytes are worth reading.
+    if (file.size() < payloadOffset || !file.seek(headerOffset)) {
+        return false;
+    }
+    const QByteArray header = file.read(line->headerBytes);
+    const QJsonObject object = QJsonDocument::fromJson(header).object();
+    if (header.size() != line->headerBytes || object.value(u"magic") != QLatin1String("TESSEL") ||
+        object.value(u"formatVersion").toInt(0) != FormatVersion) {
+        return false;
+    }
+    *out = documentFromHeader(*this, object);
+    out->payloadOffset = payloadOffset;
+    return true;
+}
+
+bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
+                                     const PayloadWriter& payloadWriter) const {
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        return false;
+    }
+    if (!writeWhole(file, FileMagic.toByteArray() + lengthLineFor(0)) ||
+        !writeWhole(file, QByteArray(HeaderRegionBytes, '\0'))) {
+        return false;
+    }
+    if (payloadWriter && !payloadWriter(&file)) {
+        return false;
+    }
+    const QByteArray header = buildHeader(document);
+    if (header.size() > HeaderRegionBytes) {
+        return false;
+    }
+    // The rest of the region is zero already.
+    return file.seek(LengthLineOffset) && writeWhole(file, lengthLineFor(header.size()) + header) &&
+           syncToDrive(file) && file.commit() && syncFolderOf(path);
+}
+
+bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document) const {
+    return writeDocument(path, document, {});
+}
+
+bool ContainerManager::updateDocumentHeader(const QString& path,
+                                            const ContainerDocument& document) const {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
+        !readMagic(file) || headerRegionWouldReachPayload(file)) {
+        return false;
+    }
+    const QByteArray header = buildHeader(document);
+    if (header.size() > HeaderRegionBytes) {
+        return false;
+    }
+    // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
+    // again; a region that is not whole is written to its end.
+    const qint64 headerEnd = HeaderOffset + header.size();
+    const qint64 end = endOfNonZeroBytes(file, headerEnd).value_or(PayloadOffset);
+    return overwriteHeader(file, lengthLineFor(header.size()) + header +
+                                     QByteArray(end - headerEnd, '\0'));
+}
+
+QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {
+    const QJsonObject header{
+        {QStringLiteral("magic"), QStringLiteral("TESSEL")},
+        {QStringLiteral("formatVersion"), document.formatVersion},
+        {QStringLiteral("crypto"), cryptoMetadataToJson(document.crypto)},
+        {QStringLiteral("encryptedIndex"), bytesToBase64(document.encryptedIndex)}};
+    return QJsonDocument(header).toJson(QJsonDocument::Compact);
+}
+
+QJsonObject ContainerManager::cryptoMetadataToJson(const ContainerCryptoMetadata& metadata) const {
+    return {{QStringLiteral("kdf"), metadata.kdf},
+            {QStringLiteral("cipher"), metadata.cipher},
+            {QStringLiteral("kdfIterations"), metadata.kdfIterations},
+            {QStringLiteral("salt"), bytesToBase64(metadata.salt)},
+            {QStringLiteral("nonce"), bytesToBase64(metadata.nonce)},
+            {QStringLiteral("payloadNonce"), bytesToBase64(metadata.payloadNonce)},
+            {QStringLiteral("authTag"), bytesToBase64(metadata.authTag)},
+            {QStringLiteral("encryptedMasterKey"), bytesToBase64(metadata.encryptedMasterKey)}};
+}
+
+ContainerCryptoMetadata ContainerManager::cryptoMetadataFromJson(const QJsonObject& object) const {
+    ContainerCryptoMetadata metadata;
+    metadata.kdf = object.value(u"kdf").toString();
+    metadata.cipher = object.value(u"cipher").toString();
+    metadata.kdfIterations = object.value(u"kdfIterations").toInt(metadata.kdfIterations);
+    metadata.salt = bytesFromBase64(object.value(u"salt"));
+    metadata.nonce = bytesFromBase64(object.value(u"nonce"));
+    metadata.payloadNonce = bytesFromBase64(object.value(u"payloadNonce"));
+    metadata.authTag = bytesFromBase64(object.value(u"authTag"));
+    metadata.encryptedMasterKey = bytesFromBase64(object.value(u"encryptedMasterKey"));
+    return metadata;
+}
+
+QByteArray ContainerManager::readContainer(const QString& path) const {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool ContainerManager::writeContainer(const QString& path, const QByteArray& bytes) const {
+    QSaveFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && writeWhole(file, bytes) &&
+           syncToDrive(file) && file.commit() && syncFolderOf(path);
+}
+
+} // namespace Tessel::Core

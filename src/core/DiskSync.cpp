@@ -1,0 +1,74 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/DiskSync.h"
+
+#include <QFile>
+#include <QFileDevice>
+#include <QFileInfo>
+#include <QScopeGuard>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Tessel::Core {
+
+namespace {
+
+// What a file system answers when it has no notion of the request, as opposed to failing at it.
+bool isUnsupported(int error) {
+    return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == ENOTTY;
+}
+
+template <typename Call>
+int retryInterrupted(Call call) {
+    int result = 0;
+    do {
+        result = call();
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
+
+} // namespace
+
+bool syncToDrive(QFileDevice& file) {
+    if (!file.flush()) {
+        return false;
+    }
+    const int descriptor = file.handle();
+    return descriptor >= 0 &&
+           (retryInterrupted([=] { return ::fdatasync(descriptor); }) == 0 || isUnsupported(errno));
+}
+
+bool startWriteBack(QFileDevice& file, qint64 offset, qint64 size) {
+    const int descriptor = file.handle();
+    if (descriptor < 0) {
+        return false;
+    }
+    const auto range = [descriptor, size](qint64 from, unsigned flags) {
+        return retryInterrupted([=] { return ::sync_file_range(descriptor, from, size, flags); }) ==
+                   0 ||
+               isUnsupported(errno);
+    };
+    if (!range(offset, SYNC_FILE_RANGE_WRITE)) {
+        return false;
+    }
+    const qint64 earlier = offset - 2 * size;
+    return earlier < 0 || range(earlier, SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE |
+                                             SYNC_FILE_RANGE_WAIT_AFTER);
+}
+
+bool syncFolderOf(const QString& path) {
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    const int descriptor = retryInterrupted(
+        [&folder] { return ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    if (descriptor < 0) {
+        return false;
+    }
+    const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
+    return retryInterrupted([=] { return ::fsync(descriptor); }) == 0 || isUnsupported(errno);
+}
+
+} // namespace Tessel::Core

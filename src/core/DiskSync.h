@@ -1,0 +1,27 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QtGlobal>
+
+class QFileDevice;
+class QString;
+
+namespace Tessel::Core {
+
+/// Flushes the open file and waits until the drive has its bytes (fdatasync).
+/// @return false when a byte may be missing. The kernel reports a lost write once, so a failed
+///         sync must fail the operation: a second, successful one would prove nothing.
+[[nodiscard]] bool syncToDrive(QFileDevice& file);
+
+/// Asks the kernel to start writing these bytes now, and waits for those that end two windows
+/// earlier. Progress then tells what the drive has taken, and little is left for the last sync.
+/// @return false when an earlier write failed on its way to the drive.
+[[nodiscard]] bool startWriteBack(QFileDevice& file, qint64 offset, qint64 size);
+
+/// Waits until the folder that holds @p path has its entry on the drive, after the file was
+/// created, replaced or removed. File systems that cannot sync a folder count as done.
+[[nodiscard]] bool syncFolderOf(const QString& path);
+
+} // namespace Tessel::Core

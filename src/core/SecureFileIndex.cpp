@@ -1,0 +1,185 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/SecureFileIndex.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QVariant>
+
+namespace Tessel::Core {
+
+namespace {
+
+constexpr int IndexFormatVersion = 1;
+
+QString dateToText(const QDateTime& dateTime) {
+    return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs) : QString();
+}
+
+QDateTime dateFromText(const QString& text) {
+    const QDateTime dateTime = QDateTime::fromString(text, Qt::ISODateWithMs);
+    return dateTime.isValid() ? dateTime.toUTC() : QDateTime();
+}
+
+// Numbers and numeric text count; a truth value or anything else is no size.
+qint64 toInt64(const QJsonValue& value) {
+    return value.isDouble() || value.isString() ? value.toVariant().toLongLong() : 0;
+}
+
+QJsonObject blockToJson(const VaultFileBlock& block) {
+    return {{QStringLiteral("offset"), block.offset},
+            {QStringLiteral("plainSize"), block.plainSize},
+            {QStringLiteral("encryptedSize"), block.encryptedSize},
+            {QStringLiteral("nonce"), QString::fromLatin1(block.nonce.toBase64())}};
+}
+
+VaultFileBlock blockFromJson(const QJsonObject& object) {
+    VaultFileBlock block;
+    block.offset = toInt64(object.value(u"offset"));
+    block.plainSize = toInt64(object.value(u"plainSize"));
+    block.encryptedSize = toInt64(object.value(u"encryptedSize"));
+    block.nonce = QByteArray::fromBase64(object.value(u"nonce").toString().toLatin1());
+    return block;
+}
+
+QJsonObject entryToJson(const VaultFileEntry& entry) {
+    QJsonArray blocks;
+    for (const VaultFileBlock& block : entry.blocks) {
+        blocks.append(blockToJson(block));
+    }
+    return {{QStringLiteral("id"), entry.id},
+            {QStringLiteral("vaultPath"), entry.vaultPath},
+            {QStringLiteral("sizeBytes"), entry.sizeBytes},
+            {QStringLiteral("lastModifiedUtc"), dateToText(entry.lastModifiedUtc)},
+            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
+            {QStringLiteral("blocks"), blocks}};
+}
+
+VaultFileEntry entryFromJson(const QJsonObject& object) {
+    VaultFileEntry entry;
+    entry.id = object.value(u"id").toString();
+    entry.vaultPath = object.value(u"vaultPath").toString();
+    entry.sizeBytes = toInt64(object.value(u"sizeBytes"));
+    entry.lastModifiedUtc = dateFromText(object.value(u"lastModifiedUtc").toString());
+    entry.sha256 = QByteArray::fromHex(object.value(u"sha256").toString().toLatin1());
+    const QJsonArray blocks = object.value(u"blocks").toArray();
+    entry.blocks.reserve(blocks.size());
+    for (const QJsonValue& block : blocks) {
+        entry.blocks.append(blockFromJson(block.toObject()));
+    }
+    return entry;
+}
+
+QJsonObject directoryToJson(const VaultDirectoryEntry& directory) {
+    return {{QStringLiteral("path"), directory.path},
+            {QStringLiteral("createdUtc"), dateToText(directory.createdUtc)},
+            {QStringLiteral("modifiedUtc"), dateToText(directory.modifiedUtc)}};
+}
+
+VaultDirectoryEntry directoryFromJson(const QJsonObject& object) {
+    return {object.value(u"path").toString(), dateFromText(object.value(u"createdUtc").toString()),
+            dateFromText(object.value(u"modifiedUtc").toString())};
+}
+
+// Both lists work alike: a list in insertion order and a hash from key to position.
+template <typename Entry>
+bool putEntry(QList<Entry>* list, QHash<QString, qsizetype>* positions, const QString& key,
+              const Entry& entry) {
+    if (key.isEmpty()) {
+        return false;
+    }
+    if (const auto found = positions->constFind(key); found != positions->constEnd()) {
+        (*list)[*found] = entry;
+        return true;
+    }
+    positions->insert(key, list->size());
+    list->append(entry);
+    return true;
+}
+
+template <typename Entry>
+bool takeEntry(QList<Entry>* list, QHash<QString, qsizetype>* positions, const QString& key) {
+    const auto found = positions->constFind(key);
+    if (found == positions->constEnd()) {
+        return false;
+    }
+    const qsizetype position = *found;
+    positions->erase(found);
+    list->removeAt(position);
+    for (qsizetype& other : *positions) {
+        if (other > position) {
+            --other;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool SecureFileIndex::contains(const QString& vaultPath) const {
+    return m_entryPositions.contains(vaultPath);
+}
+
+bool SecureFileIndex::containsDirectory(const QString& path) const {
+    return m_directoryPositions.contains(path);
+}
+
+bool SecureFileIndex::addOrReplace(const VaultFileEntry& entry) {
+    return putEntry(&m_entries, &m_entryPositions, entry.vaultPath, entry);
+}
+
+bool SecureFileIndex::addDirectory(const VaultDirectoryEntry& entry) {
+    return putEntry(&m_directories, &m_directoryPositions, entry.path, entry);
+}
+
+bool SecureFileIndex::remove(const QString& vaultPath) {
+    return takeEntry(&m_entries, &m_entryPositions, vaultPath);
+}
+
+bool SecureFileIndex::removeDirectory(const QString& path) {
+    return takeEntry(&m_directories, &m_directoryPositions, path);
+}
+
+void SecureFileIndex::clear() {
+    m_entries.clear();
+    m_directories.clear();
+    m_entryPositions.clear();
+    m_directoryPositions.clear();
+}
+
+QByteArray SecureFileIndex::toJson() const {
+    QJsonArray files;
+    for (const VaultFileEntry& entry : m_entries) {
+        files.append(entryToJson(entry));
+    }
+    QJsonArray folders;
+    for (const VaultDirectoryEntry& directory : m_directories) {
+        folders.append(directoryToJson(directory));
+    }
+    const QJsonObject index{{QStringLiteral("formatVersion"), IndexFormatVersion},
+                            {QStringLiteral("files"), files},
+                            {QStringLiteral("directories"), folders}};
+    return QJsonDocument(index).toJson(QJsonDocument::Compact);
+}
+
+SecureFileIndex SecureFileIndex::fromJson(const QByteArray& json) {
+    SecureFileIndex index;
+    const QJsonObject object = QJsonDocument::fromJson(json).object();
+    const QJsonArray files = object.value(u"files").toArray();
+    index.m_entries.reserve(files.size());
+    index.m_entryPositions.reserve(files.size());
+    for (const QJsonValue& file : files) {
+        const VaultFileEntry entry = entryFromJson(file.toObject());
+        putEntry(&index.m_entries, &index.m_entryPositions, entry.vaultPath, entry);
+    }
+    const QJsonArray folders = object.value(u"directories").toArray();
+    for (const QJsonValue& folder : folders) {
+        const VaultDirectoryEntry directory = directoryFromJson(folder.toObject());
+        putEntry(&index.m_directories, &index.m_directoryPositions, directory.path, directory);
+    }
+    return index;
+}
+
+} // namespace Tessel::Core
