@@ -16,6 +16,7 @@
 
 #include <functional>
 
+class QFile;
 class QIODevice;
 
 namespace Tessel::Core {
@@ -116,8 +117,6 @@ public:
     [[nodiscard]] bool syncModifiedTempFiles();
 
 private:
-    class ImportTransaction;
-
     [[nodiscard]] QByteArray associatedData(const ContainerDocument& document,
                                             const QByteArray& purpose) const;
     [[nodiscard]] QByteArray deriveSessionKey(const QByteArray& password,
@@ -136,12 +135,40 @@ private:
         return m_masterKey.left(CryptoManager::KeyBytes);
     }
     [[nodiscard]] bool isUnlocked() const { return m_state == VaultState::Unlocked; }
+
     /// Empties what only older layouts carry and draws a fresh nonce for the index.
     void prepareForIndexSave(ContainerDocument* document) const;
-    /// Whether an opened copy belongs to this file.
+    /// Seals the index under the document's nonce and rewrites the container's header.
+    [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
+                                           const SecureFileIndex& index) const;
+
+    /// The vault's index without the file of this path, but with the folders above it.
+    [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;
+    /// Seals the source chunk by chunk at the container's position; fills in blocks and digest.
+    [[nodiscard]] bool appendBlocks(QFile& source, QFile& container,
+                                    const ContainerDocument& document, VaultFileEntry* entry,
+                                    const Progress& progress) const;
+    [[nodiscard]] QByteArray blockAssociatedData(const ContainerDocument& document) const;
+    /// The block as it stands in the container; empty when it cannot be one of ours.
+    [[nodiscard]] static QByteArray readSealedBlock(QFile& container, const VaultFileBlock& block);
+    /// The block's plaintext; empty when it is not what was sealed.
+    [[nodiscard]] QByteArray openBlock(QFile& container, const VaultFileBlock& block) const;
+
     [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
+    [[nodiscard]] bool hasOpenCopyIn(const QString& directory) const;
     /// Gives one file a new path and saves; the common end of moving and renaming.
     [[nodiscard]] bool saveWithFileAt(const QString& oldPath, const QString& newPath);
+    [[nodiscard]] bool fillWithRenamedDirectory(SecureFileIndex* working,
+                                                const QString& oldDirectory,
+                                                const QString& newDirectory) const;
+
+    [[nodiscard]] bool writeRebuiltContainer(const QString& rebuiltPath, QFile& source,
+                                             ContainerDocument* document, SecureFileIndex* index,
+                                             const Progress& progress) const;
+    [[nodiscard]] bool copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIndex* index,
+                                      const Progress& progress) const;
+    [[nodiscard]] bool isRebuiltContainerWhole(const QString& rebuiltPath,
+                                               const SecureFileIndex& expected) const;
 
     VaultState m_state = VaultState::Locked;
     QString m_containerFilePath;

@@ -1,0 +1,194 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/VaultManager.h"
+
+namespace Tessel::Core {
+
+namespace {
+
+constexpr qint32 FormatVersion = 3;
+constexpr int MasterKeyBytes = 64;
+constexpr qint32 Argon2idIterations = 0;
+
+const QByteArray MasterKeyPurpose = QByteArrayLiteral("master-key");
+const QByteArray IndexPurpose = QByteArrayLiteral("index");
+const QByteArray FileBlockPurpose = QByteArrayLiteral("file-block");
+
+// New vaults and new passwords: the algorithms by name, a fresh salt and a fresh nonce.
+void setFreshKeyWrapping(ContainerCryptoMetadata* crypto, const CryptoManager& cryptoManager) {
+    crypto->kdf = QStringLiteral("Argon2id");
+    crypto->kdfIterations = Argon2idIterations;
+    crypto->cipher = QStringLiteral("XChaCha20-Poly1305");
+    crypto->nonce = cryptoManager.generateNonce(CryptoManager::NonceBytes);
+    crypto->salt = cryptoManager.generateSalt(CryptoManager::SaltBytes);
+}
+
+} // namespace
+
+VaultManager::VaultManager() = default;
+
+bool VaultManager::createVault(const QString& path, const QByteArray& password) {
+    if (password.isEmpty()) {
+        return false;
+    }
+    ContainerDocument document;
+    setFreshKeyWrapping(&document.crypto, m_cryptoManager);
+    document.crypto.payloadNonce =
+        m_cryptoManager.generateNonce(static_cast<int>(document.crypto.nonce.size()));
+
+    m_containerFilePath = path;
+    m_index.clear();
+    m_masterKey = m_cryptoManager.generateSalt(MasterKeyBytes);
+    document.crypto.encryptedMasterKey = encryptMasterKey(document, password, m_masterKey);
+    if (document.crypto.encryptedMasterKey.isEmpty()) {
+        return false;
+    }
+    document.encryptedIndex = encryptIndex(document, m_index);
+    if (document.encryptedIndex.isEmpty()) {
+        return false;
+    }
+    m_masterKey.clear();
+    m_state = VaultState::Locked;
+    return m_containerManager.writeDocument(path, document);
+}
+
+bool VaultManager::unlockVault(const QString& path, const QByteArray& password) {
+    if (password.isEmpty()) {
+        return false;
+    }
+    ContainerDocument document;
+    if (!m_containerManager.readDocument(path, &document)) {
+        return false;
+    }
+    m_masterKey = decryptMasterKey(document, password);
+    if (m_masterKey.isEmpty()) {
+        return false;
+    }
+    if (!decryptIndex(document, &m_index)) {
+        m_masterKey.clear();
+        return false;
+    }
+    m_containerFilePath = path;
+    m_state = VaultState::Unlocked;
+    return m_workspace.prepare();
+}
+
+bool VaultManager::changePassword(const QString& path, const QByteArray& oldPassword,
+                                  const QByteArray& newPassword) {
+    if (m_state != VaultState::Locked || oldPassword.isEmpty() || newPassword.isEmpty()) {
+        return false;
+    }
+    ContainerDocument document;
+    if (!m_containerManager.readDocument(path, &document)) {
+        return false;
+    }
+    const QByteArray masterKey = decryptMasterKey(document, oldPassword);
+    if (masterKey.isEmpty()) {
+        return false;
+    }
+    setFreshKeyWrapping(&document.crypto, m_cryptoManager);
+    document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, masterKey);
+    return !document.crypto.encryptedMasterKey.isEmpty() &&
+           m_containerManager.updateDocumentHeader(path, document);
+}
+
+bool VaultManager::saveIndex(const SecureFileIndex& index) {
+    if (!isUnlocked() || m_containerFilePath.isEmpty()) {
+        return false;
+    }
+    ContainerDocument document;
+    if (!m_containerManager.readDocument(m_containerFilePath, &document)) {
+        return false;
+    }
+    prepareForIndexSave(&document);
+    if (!sealIndexIntoHeader(&document, index)) {
+        return false;
+    }
+    m_index = index;
+    return true;
+}
+
+QByteArray VaultManager::associatedData(const ContainerDocument& document,
+                                        const QByteArray& purpose) const {
+    const ContainerCryptoMetadata& crypto = document.crypto;
+    QByteArrayList parts{QByteArrayLiteral("TESSEL"), purpose,
+                         QByteArray::number(document.formatVersion)};
+    if (purpose == MasterKeyPurpose) {
+        parts << crypto.cipher.toUtf8() << crypto.kdf.toUtf8()
+              << QByteArray::number(crypto.kdfIterations) << crypto.salt << crypto.nonce;
+    } else if (purpose != FileBlockPurpose) {
+        parts << crypto.cipher.toUtf8() << crypto.payloadNonce;
+    }
+    return parts.join('|');
+}
+
+QByteArray VaultManager::deriveSessionKey(const QByteArray& password,
+                                          const ContainerCryptoMetadata& crypto) const {
+    return m_cryptoManager.deriveKey(password, {crypto.kdf, crypto.salt, crypto.kdfIterations, 64});
+}
+
+QByteArray VaultManager::encryptMasterKey(const ContainerDocument& document,
+                                          const QByteArray& password,
+                                          const QByteArray& masterKey) const {
+    const QByteArray passwordKey = deriveSessionKey(password, document.crypto);
+    if (passwordKey.isEmpty() || masterKey.isEmpty()) {
+        return {};
+    }
+    return m_cryptoManager.encrypt(masterKey, passwordKey.left(CryptoManager::KeyBytes),
+                                   document.crypto.nonce,
+                                   associatedData(document, MasterKeyPurpose));
+}
+
+QByteArray VaultManager::decryptMasterKey(const ContainerDocument& document,
+                                          const QByteArray& password) const {
+    const QByteArray passwordKey = deriveSessionKey(password, document.crypto);
+    if (passwordKey.isEmpty() || document.crypto.encryptedMasterKey.isEmpty()) {
+        return {};
+    }
+    return m_cryptoManager.decrypt(document.crypto.encryptedMasterKey,
+                                   passwordKey.left(CryptoManager::KeyBytes), document.crypto.nonce,
+                                   associatedData(document, MasterKeyPurpose));
+}
+
+QByteArray VaultManager::encryptIndex(const ContainerDocument& document,
+                                      const SecureFileIndex& index) const {
+    return m_cryptoManager.encrypt(index.toJson(), workingKey(), document.crypto.payloadNonce,
+                                   associatedData(document, IndexPurpose));
+}
+
+bool VaultManager::decryptIndex(const ContainerDocument& document, SecureFileIndex* out) const {
+    if (!out || document.encryptedIndex.isEmpty()) {
+        return false;
+    }
+    const QByteArray json =
+        m_cryptoManager.decrypt(document.encryptedIndex, workingKey(), document.crypto.payloadNonce,
+                                associatedData(document, IndexPurpose));
+    if (json.isEmpty()) {
+        return false;
+    }
+    *out = SecureFileIndex::fromJson(json);
+    return true;
+}
+
+QByteArray VaultManager::blockAssociatedData(const ContainerDocument& document) const {
+    return associatedData(document, FileBlockPurpose);
+}
+
+void VaultManager::prepareForIndexSave(ContainerDocument* document) const {
+    document->filePayloads.clear();
+    document->encryptedPayload.clear();
+    document->crypto.authTag.clear();
+    document->crypto.payloadNonce =
+        m_cryptoManager.generateNonce(static_cast<int>(document->crypto.nonce.size()));
+}
+
+bool VaultManager::sealIndexIntoHeader(ContainerDocument* document,
+                                       const SecureFileIndex& index) const {
+    document->fileIndex = index;
+    document->encryptedIndex = encryptIndex(*document, document->fileIndex);
+    return !document->encryptedIndex.isEmpty() &&
+           m_containerManager.updateDocumentHeader(m_containerFilePath, *document);
+}
+
+} // namespace Tessel::Core

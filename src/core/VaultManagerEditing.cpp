@@ -1,0 +1,57 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/VaultManager.h"
+#include "core/VaultPath.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace Tessel::Core {
+
+QList<TrackedTempFile> VaultManager::modifiedOpenFiles() const {
+    return m_fileSync.modifiedFiles();
+}
+
+bool VaultManager::prepareFileForEditing(const QString& vaultPath, QString* tempPath) {
+    const QString path = normalizedVaultPath(vaultPath);
+    if (!isUnlocked() || !tempPath || path.isEmpty()) {
+        return false;
+    }
+    const QString copyPath = m_workspace.pathForVaultFile(path);
+    QFile copy(copyPath);
+    if (!QDir().mkpath(QFileInfo(copyPath).absolutePath()) ||
+        !copy.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) ||
+        !writeVaultFileToDevice(path, &copy)) {
+        return false;
+    }
+    copy.close();
+    if (!m_fileSync.track(path, copyPath)) {
+        return false;
+    }
+    *tempPath = copyPath;
+    return true;
+}
+
+bool VaultManager::syncModifiedTempFiles() {
+    const QList<TrackedTempFile> modified = m_fileSync.modifiedFiles();
+    return std::all_of(modified.cbegin(), modified.cend(), [this](const TrackedTempFile& copy) {
+        return importFile(copy.tempPath, copy.vaultPath);
+    });
+}
+
+bool VaultManager::lockVault() {
+    if (isUnlocked() && !syncModifiedTempFiles()) {
+        return false;
+    }
+    m_fileSync.clear();
+    const bool cleaned = m_workspace.cleanup();
+    m_masterKey.clear();
+    m_state = VaultState::Locked;
+    return cleaned;
+}
+
+} // namespace Tessel::Core

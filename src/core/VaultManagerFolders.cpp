@@ -1,0 +1,199 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/VaultManager.h"
+#include "core/VaultPath.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace Tessel::Core {
+
+namespace {
+
+bool itemExists(const SecureFileIndex& index, const QString& path) {
+    return indexContainsFilePath(index, path) || indexContainsDirectoryPath(index, path);
+}
+
+// The path as the index spells it.
+std::optional<QString> storedFilePath(const SecureFileIndex& index, const QString& path) {
+    const QList<VaultFileEntry> entries = index.entries();
+    const auto found =
+        std::find_if(entries.cbegin(), entries.cend(), [&path](const VaultFileEntry& entry) {
+            return sameVaultPath(entry.vaultPath, path);
+        });
+    return found == entries.cend() ? std::nullopt : std::optional<QString>(found->vaultPath);
+}
+
+std::optional<QString> storedDirectoryPath(const SecureFileIndex& index, const QString& path) {
+    const QList<VaultDirectoryEntry> folders = index.directories();
+    const auto found =
+        std::find_if(folders.cbegin(), folders.cend(), [&path](const VaultDirectoryEntry& folder) {
+            return sameVaultPath(folder.path, path);
+        });
+    return found == folders.cend() ? std::nullopt : std::optional<QString>(found->path);
+}
+
+bool hasContents(const SecureFileIndex& index, const QString& directory) {
+    const QList<VaultDirectoryEntry> folders = index.directories();
+    const QList<VaultFileEntry> entries = index.entries();
+    return std::any_of(folders.cbegin(), folders.cend(),
+                       [&directory](const VaultDirectoryEntry& folder) {
+                           return pathIsInsideDirectory(folder.path, directory);
+                       }) ||
+           std::any_of(entries.cbegin(), entries.cend(), [&directory](const VaultFileEntry& entry) {
+               return pathIsInsideDirectory(entry.vaultPath, directory);
+           });
+}
+
+// Where an item of the old folder lies once the folder has its new path.
+QString carriedPath(const QString& path, const QString& oldDirectory, const QString& newDirectory) {
+    return newDirectory + path.mid(oldDirectory.size());
+}
+
+} // namespace
+
+bool VaultManager::isOpenForEditing(const QString& vaultPath) const {
+    const QList<TrackedTempFile> tracked = m_fileSync.trackedFiles();
+    return std::any_of(tracked.cbegin(), tracked.cend(), [&vaultPath](const TrackedTempFile& copy) {
+        return sameVaultPath(copy.vaultPath, vaultPath);
+    });
+}
+
+bool VaultManager::saveWithFileAt(const QString& oldPath, const QString& newPath) {
+    SecureFileIndex working;
+    const QList<VaultDirectoryEntry> folders = m_index.directories();
+    for (const VaultDirectoryEntry& folder : folders) {
+        if (!working.addDirectory(folder)) {
+            return false;
+        }
+    }
+    const QList<VaultFileEntry> entries = m_index.entries();
+    for (VaultFileEntry entry : entries) {
+        if (sameVaultPath(entry.vaultPath, oldPath)) {
+            entry.vaultPath = newPath;
+        }
+        if (!working.addOrReplace(entry)) {
+            return false;
+        }
+    }
+    return saveIndex(working);
+}
+
+bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirectory) {
+    const QString path = normalizedVaultPath(vaultPath);
+    const QString target = normalizedVaultPath(targetDirectory);
+    if (!isUnlocked() || path.isEmpty() || !indexContainsFilePath(m_index, path)) {
+        return false;
+    }
+    if (!target.isEmpty() && !indexContainsDirectoryPath(m_index, target)) {
+        return false;
+    }
+    const QString name = vaultBaseName(path);
+    const QString newPath = target.isEmpty() ? name : target + QLatin1Char('/') + name;
+    if (newPath.isEmpty() || sameVaultPath(newPath, path) || itemExists(m_index, newPath) ||
+        isOpenForEditing(path)) {
+        return false;
+    }
+    return saveWithFileAt(path, newPath);
+}
+
+bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultPath) {
+    const QString path = normalizedVaultPath(vaultPath);
+    const QString newPath = normalizedVaultPath(newVaultPath);
+    if (!isUnlocked() || path.isEmpty() || newPath.isEmpty() || sameVaultPath(path, newPath)) {
+        return false;
+    }
+    if (!indexContainsFilePath(m_index, path) || itemExists(m_index, newPath) ||
+        isOpenForEditing(path)) {
+        return false;
+    }
+    return saveWithFileAt(path, newPath);
+}
+
+bool VaultManager::deleteFile(const QString& vaultPath) {
+    const QString path = normalizedVaultPath(vaultPath);
+    if (!isUnlocked() || path.isEmpty()) {
+        return false;
+    }
+    const std::optional<QString> stored = storedFilePath(m_index, path);
+    SecureFileIndex working = m_index;
+    return stored && working.remove(*stored) && saveIndex(working);
+}
+
+bool VaultManager::createDirectory(const QString& path) {
+    const QString newPath = normalizedVaultPath(path);
+    if (!isUnlocked() || newPath.isEmpty() || itemExists(m_index, newPath)) {
+        return false;
+    }
+    SecureFileIndex working = m_index;
+    ensureParentDirectories(&working, newPath);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    return working.addDirectory({newPath, now, now}) && saveIndex(working);
+}
+
+bool VaultManager::renameDirectory(const QString& path, const QString& newPath) {
+    const QString oldDirectory = normalizedVaultPath(path);
+    const QString newDirectory = normalizedVaultPath(newPath);
+    if (!isUnlocked() || oldDirectory.isEmpty() || newDirectory.isEmpty() ||
+        sameVaultPath(oldDirectory, newDirectory) ||
+        pathIsInsideDirectory(newDirectory, oldDirectory)) {
+        return false;
+    }
+    if (!indexContainsDirectoryPath(m_index, oldDirectory) || itemExists(m_index, newDirectory) ||
+        hasOpenCopyIn(oldDirectory)) {
+        return false;
+    }
+    SecureFileIndex working;
+    return fillWithRenamedDirectory(&working, oldDirectory, newDirectory) && saveIndex(working);
+}
+
+bool VaultManager::hasOpenCopyIn(const QString& directory) const {
+    const QList<TrackedTempFile> tracked = m_fileSync.trackedFiles();
+    return std::any_of(tracked.cbegin(), tracked.cend(), [&directory](const TrackedTempFile& copy) {
+        return sameVaultPath(copy.vaultPath, directory) ||
+               pathIsInsideDirectory(copy.vaultPath, directory);
+    });
+}
+
+bool VaultManager::fillWithRenamedDirectory(SecureFileIndex* working, const QString& oldDirectory,
+                                            const QString& newDirectory) const {
+    ensureParentDirectories(working, newDirectory);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QList<VaultDirectoryEntry> folders = m_index.directories();
+    for (VaultDirectoryEntry folder : folders) {
+        if (sameVaultPath(folder.path, oldDirectory) ||
+            pathIsInsideDirectory(folder.path, oldDirectory)) {
+            folder.path = carriedPath(folder.path, oldDirectory, newDirectory);
+            folder.modifiedUtc = now;
+        }
+        if (!working->addDirectory(folder)) {
+            return false;
+        }
+    }
+    const QList<VaultFileEntry> entries = m_index.entries();
+    for (VaultFileEntry entry : entries) {
+        if (pathIsInsideDirectory(entry.vaultPath, oldDirectory)) {
+            entry.vaultPath = carriedPath(entry.vaultPath, oldDirectory, newDirectory);
+        }
+        if (!working->addOrReplace(entry)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool VaultManager::deleteDirectory(const QString& path) {
+    const QString directory = normalizedVaultPath(path);
+    if (!isUnlocked() || directory.isEmpty()) {
+        return false;
+    }
+    const std::optional<QString> stored = storedDirectoryPath(m_index, directory);
+    if (!stored || hasContents(m_index, directory)) {
+        return false;
+    }
+    SecureFileIndex working = m_index;
+    return working.removeDirectory(*stored) && saveIndex(working);
+}
+
+} // namespace Tessel::Core

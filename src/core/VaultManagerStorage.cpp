@@ -1,0 +1,205 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/DiskSync.h"
+#include "core/FileDigest.h"
+#include "core/VaultManager.h"
+#include "core/VaultPath.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QScopeGuard>
+#include <QUuid>
+
+#include <algorithm>
+
+#include <sys/stat.h>
+
+namespace Tessel::Core {
+
+namespace {
+
+constexpr qint64 LargestSealedBlock = VaultManager::ChunkBytes + CryptoManager::TagBytes;
+
+// Whether two paths lead to one file, by whatever names and links.
+bool isSameFile(const QString& a, const QString& b) {
+    struct stat first {};
+    struct stat second {};
+    return ::stat(QFile::encodeName(a).constData(), &first) == 0 &&
+           ::stat(QFile::encodeName(b).constData(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
+    VaultFileEntry entry;
+    entry.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    entry.vaultPath = vaultPath;
+    entry.sizeBytes = source.size();
+    entry.lastModifiedUtc = source.lastModified().toUTC();
+    return entry;
+}
+
+// Cuts the container back to its former length.
+void truncateContainer(QFile& container, qint64 size) {
+    const bool open =
+        container.isOpen() ||
+        container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered);
+    if (open && container.size() > size && container.resize(size)) {
+        static_cast<void>(syncToDrive(container));
+    }
+    container.close();
+}
+
+} // namespace
+
+bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath) {
+    return importFile(sourcePath, vaultPath, {});
+}
+
+bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,
+                              const Progress& progress) {
+    const QString path = normalizedVaultPath(vaultPath);
+    if (!isUnlocked() || path.isEmpty()) {
+        return false;
+    }
+    const QFileInfo sourceInfo(sourcePath);
+    // A container that swallows itself would grow for as long as it is read.
+    if (!sourceInfo.isFile() || isSameFile(sourcePath, m_containerFilePath)) {
+        return false;
+    }
+    QFile source(sourcePath);
+    if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        return false;
+    }
+    ContainerDocument document;
+    if (!m_containerManager.readDocument(m_containerFilePath, &document)) {
+        return false;
+    }
+    SecureFileIndex working = indexWithout(path);
+    VaultFileEntry entry = newEntryFor(sourceInfo, path);
+    document.crypto.payloadNonce =
+        m_cryptoManager.generateNonce(static_cast<int>(document.crypto.nonce.size()));
+
+    QFile container(m_containerFilePath);
+    if (!container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+        return false;
+    }
+    const qint64 formerSize = container.size();
+    auto rollback =
+        qScopeGuard([&container, formerSize] { truncateContainer(container, formerSize); });
+    if (!container.seek(formerSize) ||
+        !appendBlocks(source, container, document, &entry, progress) || !syncToDrive(container)) {
+        return false;
+    }
+    container.close();
+    if (!working.addOrReplace(entry) || !sealIndexIntoHeader(&document, working)) {
+        return false;
+    }
+    rollback.dismiss();
+    m_index = working;
+    return true;
+}
+
+SecureFileIndex VaultManager::indexWithout(const QString& path) const {
+    SecureFileIndex working;
+    const QList<VaultDirectoryEntry> folders = m_index.directories();
+    for (const VaultDirectoryEntry& folder : folders) {
+        static_cast<void>(working.addDirectory(folder));
+    }
+    ensureParentDirectories(&working, path);
+    const QList<VaultFileEntry> entries = m_index.entries();
+    for (const VaultFileEntry& entry : entries) {
+        if (!sameVaultPath(entry.vaultPath, path)) {
+            static_cast<void>(working.addOrReplace(entry));
+        }
+    }
+    return working;
+}
+
+bool VaultManager::appendBlocks(QFile& source, QFile& container, const ContainerDocument& document,
+                                VaultFileEntry* entry, const Progress& progress) const {
+    const QByteArray key = workingKey();
+    const QByteArray blockData = blockAssociatedData(document);
+    const int nonceBytes = static_cast<int>(document.crypto.nonce.size());
+    const qint64 total = entry->sizeBytes;
+    FileDigest digest;
+    qint64 done = 0;
+    while (!source.atEnd()) {
+        const QByteArray chunk = source.read(ChunkBytes);
+        // A chunk that ends early in the middle of the file is a read that failed half way.
+        if (chunk.isEmpty() || (chunk.size() < ChunkBytes && !source.atEnd()) ||
+            !digest.addData(chunk)) {
+            return false;
+        }
+        VaultFileBlock block;
+        block.nonce = m_cryptoManager.generateNonce(nonceBytes);
+        const QByteArray sealed = m_cryptoManager.encrypt(chunk, key, block.nonce, blockData);
+        block.offset = container.pos();
+        block.plainSize = chunk.size();
+        block.encryptedSize = sealed.size();
+        if (sealed.isEmpty() || container.write(sealed) != sealed.size() ||
+            !startWriteBack(container, block.offset, block.encryptedSize)) {
+            return false;
+        }
+        entry->blocks.append(block);
+        done += chunk.size();
+        if (progress) {
+            progress(done, total, entry->vaultPath);
+        }
+    }
+    entry->sha256 = digest.result();
+    // A file that became shorter than it was is not the file that was to be stored.
+    return done >= total && !entry->sha256.isEmpty();
+}
+
+bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* device) const {
+    if (!device || !isUnlocked()) {
+        return false;
+    }
+    const QList<VaultFileEntry> entries = m_index.entries();
+    const auto entry =
+        std::find_if(entries.cbegin(), entries.cend(), [&vaultPath](const VaultFileEntry& other) {
+            return sameVaultPath(other.vaultPath, vaultPath);
+        });
+    QFile container(m_containerFilePath);
+    if (entry == entries.cend() || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        return false;
+    }
+    return std::all_of(entry->blocks.cbegin(), entry->blocks.cend(),
+                       [this, &container, device](const VaultFileBlock& block) {
+                           const QByteArray plain = openBlock(container, block);
+                           return !plain.isEmpty() && device->write(plain) == plain.size();
+                       });
+}
+
+QByteArray VaultManager::openBlock(QFile& container, const VaultFileBlock& block) const {
+    const QByteArray sealed = readSealedBlock(container, block);
+    // A fresh document: a block is bound to the format, not to the container that holds it.
+    const QByteArray plain = m_cryptoManager.decrypt(sealed, workingKey(), block.nonce,
+                                                     blockAssociatedData(ContainerDocument()));
+    return plain.size() == block.plainSize ? plain : QByteArray();
+}
+
+QByteArray VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block) {
+    // The sizes come from the index; none of ours is larger, and none is worth the memory.
+    if (block.offset < 0 || block.encryptedSize <= CryptoManager::TagBytes ||
+        block.encryptedSize > LargestSealedBlock || !container.seek(block.offset)) {
+        return {};
+    }
+    const QByteArray sealed = container.read(block.encryptedSize);
+    return sealed.size() == block.encryptedSize ? sealed : QByteArray();
+}
+
+bool VaultManager::exportFile(const QString& vaultPath, const QString& destinationPath) const {
+    const QString path = normalizedVaultPath(vaultPath);
+    // Opening the container for writing would empty it.
+    if (!isUnlocked() || path.isEmpty() || isSameFile(destinationPath, m_containerFilePath)) {
+        return false;
+    }
+    QFile destination(destinationPath);
+    return destination.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) &&
+           writeVaultFileToDevice(path, &destination) && syncToDrive(destination) &&
+           syncFolderOf(destinationPath);
+}
+
+} // namespace Tessel::Core
