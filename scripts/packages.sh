@@ -1,0 +1,60 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+# shellcheck shell=bash
+
+# What scripts/run and scripts/test install. Sourced, not run.
+
+# Building and starting the program.
+build_packages=(
+    cmake ninja-build g++ pkg-config
+    qt6-base-dev libgl1-mesa-dev libsodium-dev libssl-dev
+)
+
+# Running every test.
+test_packages=(
+    "${build_packages[@]}"
+    ccache clang-format clang-tidy
+    python3 python3-nacl
+    argon2 strace util-linux mount procps
+    xvfb xauth openbox x11-utils dbus at-spi2-core python3-pyatspi
+    fonts-dejavu-core
+)
+
+missing_packages() {
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' ||
+            printf '%s\n' "$package"
+    done
+}
+
+# install_packages PACKAGE... installs those that are missing, and stops with their names where it
+# cannot.
+install_packages() {
+    if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
+        [ -n "${TESSEL_SKIP_PACKAGES:-}" ] && return 0
+        printf 'This system has no apt. Install what these Debian packages hold, then run again\n'
+        printf 'with TESSEL_SKIP_PACKAGES=1:\n'
+        printf '  %s\n' "$@"
+        return 1
+    fi
+    local missing
+    mapfile -t missing < <(missing_packages "$@")
+    [ "${#missing[@]}" -eq 0 ] && return 0
+    printf 'Installing: %s\n' "${missing[*]}"
+    local as_root=()
+    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# configure PRESET [ARGUMENT...] makes or refreshes build/PRESET.
+configure() {
+    local preset=$1
+    shift
+    local launcher=()
+    command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    cmake --preset "$preset" "${launcher[@]}" "$@" >"build/configure-$preset.log" 2>&1 ||
+        { cat "build/configure-$preset.log"; return 1; }
+}

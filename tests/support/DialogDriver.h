@@ -1,0 +1,87 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+class QDialog;
+
+namespace Tessel::Tests {
+
+/// Answers the modal dialogs that a command opens, one after the other in the order in which the
+/// answers were queued. A dialog that nobody expected is noted as a failure and rejected, so that
+/// a test ends instead of hanging. Progress dialogs are left alone.
+///
+///     DialogDriver dialogs;
+///     dialogs.answerText("Senha do cofre", "dez caracteres");
+///     unlockAction->trigger();
+///     QVERIFY2(dialogs.finished(), qPrintable(dialogs.problems()));
+class DialogDriver : public QObject {
+public:
+    /// What a dialog showed when it opened.
+    struct Seen {
+        QString className;
+        QString title;
+        QString text;
+        QStringList buttons;
+        /// The button that Return would press.
+        QString defaultButton;
+    };
+
+    DialogDriver();
+    ~DialogDriver() override;
+    Q_DISABLE_COPY_MOVE(DialogDriver)
+
+    /// Types into an input dialog, whatever the letters, and accepts it.
+    void answerText(const QString& title, const QString& text);
+    /// Chooses files in a file dialog and accepts it.
+    void answerFiles(const QString& title, const QStringList& paths);
+    /// Presses the button with this text in a message box or dialog.
+    void press(const QString& title, const QString& button);
+    /// Rejects the dialog, as Escape and the close button do.
+    void reject(const QString& title);
+    /// Runs @p action with the dialog; it must end with the dialog closed.
+    void handle(const QString& title, const std::function<void(QDialog*)>& action);
+
+    /// Every dialog seen so far.
+    [[nodiscard]] QList<Seen> seen() const { return m_seen; }
+    /// The text of the last dialog; empty before the first.
+    [[nodiscard]] QString lastText() const {
+        return m_seen.isEmpty() ? QString() : m_seen.last().text;
+    }
+    /// Whether every answer was used and no dialog came unexpected.
+    [[nodiscard]] bool finished() const { return m_answers.isEmpty() && m_problems.isEmpty(); }
+    /// In words, for the test's message.
+    [[nodiscard]] QString problems() const;
+
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    struct Answer {
+        QString title;
+        std::function<void(QDialog*)> action;
+    };
+
+    void answer(QDialog* dialog);
+
+    QList<Answer> m_answers;
+    QList<Seen> m_seen;
+    QStringList m_problems;
+    QList<QPointer<QDialog>> m_handled;
+};
+
+/// Types @p text into the widget with the focus-independent key events a keyboard would send;
+/// works with accents, which the toolkit's own test keys do not.
+void typeText(QWidget* widget, const QString& text);
+
+/// Presses the button whose text is @p text, without its mnemonic mark; false when there is none.
+[[nodiscard]] bool pressButton(QWidget* dialog, const QString& text);
+
+} // namespace Tessel::Tests
