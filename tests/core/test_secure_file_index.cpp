@@ -1,0 +1,593 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/SecureFileIndex.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+#include <QTimeZone>
+
+#include <limits>
+
+using namespace Tessel::Core;
+
+namespace {
+
+QDateTime utc(int year, int month, int day, int hour, int minute, int second, int ms) {
+    return {QDate(year, month, day), QTime(hour, minute, second, ms), Qt::UTC};
+}
+
+const QDateTime Spring = utc(2025, 3, 1, 14, 5, 9, 120);
+const QDateTime Summer = utc(2025, 8, 31, 23, 59, 59, 999);
+
+VaultFileEntry file(const QString& path, qint64 size = 0) {
+    VaultFileEntry entry;
+    entry.vaultPath = path;
+    entry.sizeBytes = size;
+    return entry;
+}
+
+VaultDirectoryEntry folder(const QString& path) {
+    return {path, Spring, Spring};
+}
+
+SecureFileIndex indexOf(const QStringList& files, const QStringList& folders = {}) {
+    SecureFileIndex index;
+    for (const QString& path : files) {
+        if (!index.addOrReplace(file(path))) {
+            qFatal("could not add a file");
+        }
+    }
+    for (const QString& path : folders) {
+        if (!index.addDirectory(folder(path))) {
+            qFatal("could not add a folder");
+        }
+    }
+    return index;
+}
+
+QStringList filePaths(const SecureFileIndex& index) {
+    QStringList paths;
+    for (const VaultFileEntry& entry : index.entries()) {
+        paths.append(entry.vaultPath);
+    }
+    return paths;
+}
+
+QStringList folderPaths(const SecureFileIndex& index) {
+    QStringList paths;
+    for (const VaultDirectoryEntry& entry : index.directories()) {
+        paths.append(entry.path);
+    }
+    return paths;
+}
+
+/// A file entry with every field set and two blocks.
+VaultFileEntry fullEntry() {
+    VaultFileEntry entry;
+    entry.id = QStringLiteral("0f8fad5b-d9cb-469f-a165-70867728950e");
+    entry.vaultPath = QStringLiteral("docs/a\u00e7\u00e3o \"x\".txt");
+    entry.sizeBytes = 16777217;
+    entry.lastModifiedUtc = Spring;
+    entry.sha256 = QByteArray::fromHex("ba7816bf8f01cfea414140de5dae2223"
+                                       "b00361a396177a9cb410ff61f20015ad");
+    entry.blocks = {{8388636, 16777216, 16777232, QByteArray(24, '\xfb')},
+                    {25165868, 1, 17, QByteArray(24, '\0')}};
+    return entry;
+}
+
+QByteArray fullJson() {
+    return QByteArrayLiteral(
+        "{\"directories\":["
+        "{\"createdUtc\":\"2025-03-01T14:05:09.120Z\","
+        "\"modifiedUtc\":\"2025-08-31T23:59:59.999Z\",\"path\":\"docs\"}],"
+        "\"files\":[{\"blocks\":["
+        "{\"encryptedSize\":16777232,\"nonce\":\"+/v7+/v7+/v7+/v7+/v7+/v7+/v7+/v7\","
+        "\"offset\":8388636,\"plainSize\":16777216},"
+        "{\"encryptedSize\":17,\"nonce\":\"AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA\","
+        "\"offset\":25165868,\"plainSize\":1}],"
+        "\"id\":\"0f8fad5b-d9cb-469f-a165-70867728950e\","
+        "\"lastModifiedUtc\":\"2025-03-01T14:05:09.120Z\","
+        "\"sha256\":\"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\","
+        "\"sizeBytes\":16777217,"
+        "\"vaultPath\":\"docs/a\xc3\xa7\xc3\xa3o \\\"x\\\".txt\"}],"
+        "\"formatVersion\":1}");
+}
+
+/// The JSON of an index with one file that has the given members beside its path "f".
+QByteArray jsonWithFile(const QByteArray& members) {
+    return "{\"files\":[{\"vaultPath\":\"f\"" + members + "}]}";
+}
+
+void compareEntries(const VaultFileEntry& a, const VaultFileEntry& b) {
+    QCOMPARE(a.id, b.id);
+    QCOMPARE(a.vaultPath, b.vaultPath);
+    QCOMPARE(a.sizeBytes, b.sizeBytes);
+    QCOMPARE(a.lastModifiedUtc, b.lastModifiedUtc);
+    QCOMPARE(a.sha256, b.sha256);
+    QCOMPARE(a.blocks.size(), b.blocks.size());
+    for (qsizetype i = 0; i < a.blocks.size(); ++i) {
+        QCOMPARE(a.blocks.at(i).offset, b.blocks.at(i).offset);
+        QCOMPARE(a.blocks.at(i).plainSize, b.blocks.at(i).plainSize);
+        QCOMPARE(a.blocks.at(i).encryptedSize, b.blocks.at(i).encryptedSize);
+        QCOMPARE(a.blocks.at(i).nonce, b.blocks.at(i).nonce);
+    }
+}
+
+} // namespace
+
+class TestSecureFileIndex : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // --- Files -----------------------------------------------------------------------------
+
+    void aFreshIndexIsEmpty() {
+        const SecureFileIndex index;
+        QVERIFY(index.entries().isEmpty());
+        QVERIFY(index.directories().isEmpty());
+        QVERIFY(!index.contains(QString()));
+        QVERIFY(!index.containsDirectory(QString()));
+    }
+
+    void filesKeepTheOrderTheyCameIn() {
+        const QStringList paths{QStringLiteral("z"), QStringLiteral("a"), QStringLiteral("m/b"),
+                                QStringLiteral("m")};
+        QCOMPARE(filePaths(indexOf(paths)), paths);
+    }
+
+    void aFileWithoutAPathIsRefused() {
+        SecureFileIndex index = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        const QByteArray before = index.toJson();
+        VaultFileEntry entry = fullEntry();
+        entry.vaultPath.clear();
+        QVERIFY(!index.addOrReplace(entry));
+        QCOMPARE(index.toJson(), before);
+    }
+
+    void replacingAFileKeepsItsPositionAndTakesEveryField() {
+        SecureFileIndex index =
+            indexOf({QStringLiteral("first"), fullEntry().vaultPath, QStringLiteral("last")});
+        QVERIFY(index.addOrReplace(fullEntry()));
+        QCOMPARE(filePaths(index), QStringList({QStringLiteral("first"), fullEntry().vaultPath,
+                                                QStringLiteral("last")}));
+        compareEntries(index.entries().at(1), fullEntry());
+
+        // The other way: an entry without blocks or times leaves none of the old ones behind.
+        QVERIFY(index.addOrReplace(file(fullEntry().vaultPath, 5)));
+        compareEntries(index.entries().at(1), file(fullEntry().vaultPath, 5));
+        QCOMPARE(index.entries().size(), 3);
+    }
+
+    void pathsAreComparedCharacterForCharacter_data() {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("asked");
+        QTest::newRow("letter case")
+            << QStringLiteral("docs/a.txt") << QStringLiteral("docs/A.txt");
+        QTest::newRow("case of the folder")
+            << QStringLiteral("docs/a.txt") << QStringLiteral("Docs/a.txt");
+        QTest::newRow("leading slash") << QStringLiteral("a") << QStringLiteral("/a");
+        QTest::newRow("trailing slash") << QStringLiteral("a") << QStringLiteral("a/");
+        QTest::newRow("blank") << QStringLiteral("a") << QStringLiteral("a ");
+        QTest::newRow("prefix") << QStringLiteral("ab") << QStringLiteral("a");
+        QTest::newRow("composed and decomposed")
+            << QStringLiteral("\u00e9") << QStringLiteral("e\u0301");
+    }
+    void pathsAreComparedCharacterForCharacter() {
+        QFETCH(const QString, stored);
+        QFETCH(const QString, asked);
+        SecureFileIndex index = indexOf({stored}, {stored});
+        QVERIFY(index.contains(stored));
+        QVERIFY(index.containsDirectory(stored));
+        QVERIFY(!index.contains(asked));
+        QVERIFY(!index.containsDirectory(asked));
+        QVERIFY(!index.remove(asked));
+        QVERIFY(!index.removeDirectory(asked));
+
+        // Two spellings are two entries.
+        QVERIFY(index.addOrReplace(file(asked)));
+        QVERIFY(index.addDirectory(folder(asked)));
+        QCOMPARE(filePaths(index), QStringList({stored, asked}));
+        QCOMPARE(folderPaths(index), QStringList({stored, asked}));
+    }
+
+    void filesAndFoldersOfOnePathAreApart() {
+        SecureFileIndex index = indexOf({QStringLiteral("same")}, {QStringLiteral("same")});
+        QVERIFY(index.remove(QStringLiteral("same")));
+        QVERIFY(!index.contains(QStringLiteral("same")));
+        QVERIFY(index.containsDirectory(QStringLiteral("same")));
+        QVERIFY(index.addOrReplace(file(QStringLiteral("same"))));
+        QVERIFY(index.removeDirectory(QStringLiteral("same")));
+        QVERIFY(index.contains(QStringLiteral("same")));
+        QVERIFY(!index.containsDirectory(QStringLiteral("same")));
+    }
+
+    void removingAFileTakesThatFileAlone() {
+        SecureFileIndex index =
+            indexOf({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
+        QVERIFY(index.remove(QStringLiteral("b")));
+        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a"), QStringLiteral("c")}));
+        QVERIFY(!index.remove(QStringLiteral("b")));
+        QVERIFY(!index.remove(QString()));
+        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a"), QStringLiteral("c")}));
+    }
+
+    void lookUpsFollowRemovals_data() {
+        QTest::addColumn<int>("removed");
+        for (int at = 0; at < 5; ++at) {
+            QTest::addRow("entry %d", at) << at;
+        }
+    }
+    void lookUpsFollowRemovals() {
+        QFETCH(const int, removed);
+        QStringList paths{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c"),
+                          QStringLiteral("d"), QStringLiteral("e")};
+        SecureFileIndex index = indexOf(paths, paths);
+        const QString gone = paths.takeAt(removed);
+        QVERIFY(index.remove(gone));
+        QVERIFY(index.removeDirectory(gone));
+
+        // Every remaining path is found, and replacing by path reaches that entry and no other.
+        for (const QString& path : std::as_const(paths)) {
+            QVERIFY(index.contains(path));
+            QVERIFY(index.containsDirectory(path));
+            QVERIFY(index.addOrReplace(file(path, path.front().unicode())));
+            QVERIFY(index.addDirectory({path, Spring, Spring.addDays(path.front().unicode())}));
+        }
+        QCOMPARE(filePaths(index), paths);
+        QCOMPARE(folderPaths(index), paths);
+        for (qsizetype i = 0; i < paths.size(); ++i) {
+            const int letter = paths.at(i).front().unicode();
+            QCOMPARE(index.entries().at(i).sizeBytes, letter);
+            QCOMPARE(index.directories().at(i).modifiedUtc, Spring.addDays(letter));
+        }
+
+        // What comes back goes to the end.
+        QVERIFY(index.addOrReplace(file(gone)));
+        QVERIFY(index.addDirectory(folder(gone)));
+        QCOMPARE(filePaths(index), paths + QStringList(gone));
+        QCOMPARE(folderPaths(index), paths + QStringList(gone));
+    }
+
+    // --- Folders ---------------------------------------------------------------------------
+
+    void foldersKeepTheOrderTheyCameIn() {
+        const QStringList paths{QStringLiteral("z"), QStringLiteral("a/b"), QStringLiteral("a")};
+        QCOMPARE(folderPaths(indexOf({}, paths)), paths);
+    }
+
+    void aFolderWithoutAPathIsRefused() {
+        SecureFileIndex index = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        const QByteArray before = index.toJson();
+        QVERIFY(!index.addDirectory(folder(QString())));
+        QCOMPARE(index.toJson(), before);
+    }
+
+    void replacingAFolderKeepsItsPositionAndTakesBothTimes() {
+        SecureFileIndex index =
+            indexOf({}, {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
+        QVERIFY(index.addDirectory({QStringLiteral("b"), Summer, Summer.addDays(1)}));
+        QCOMPARE(folderPaths(index),
+                 QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+        QCOMPARE(index.directories().at(1).createdUtc, Summer);
+        QCOMPARE(index.directories().at(1).modifiedUtc, Summer.addDays(1));
+        QCOMPARE(index.directories().at(0).createdUtc, Spring);
+    }
+
+    void removingAFolderLeavesWhatLiesBeneath() {
+        SecureFileIndex index =
+            indexOf({QStringLiteral("a/f"), QStringLiteral("a/b/f")},
+                    {QStringLiteral("a"), QStringLiteral("a/b"), QStringLiteral("ab")});
+        QVERIFY(index.removeDirectory(QStringLiteral("a")));
+        QCOMPARE(folderPaths(index), QStringList({QStringLiteral("a/b"), QStringLiteral("ab")}));
+        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a/f"), QStringLiteral("a/b/f")}));
+        QVERIFY(!index.removeDirectory(QStringLiteral("a")));
+    }
+
+    void clearEmptiesBothLists() {
+        SecureFileIndex index = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        index.clear();
+        QVERIFY(index.entries().isEmpty());
+        QVERIFY(index.directories().isEmpty());
+        QVERIFY(!index.contains(QStringLiteral("a")));
+        QVERIFY(!index.containsDirectory(QStringLiteral("d")));
+        QVERIFY(index.addOrReplace(file(QStringLiteral("a"))));
+        QCOMPARE(filePaths(index), QStringList(QStringLiteral("a")));
+    }
+
+    void aCopyIsIndependent() {
+        const SecureFileIndex original = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        SecureFileIndex copy = original;
+        QVERIFY(copy.remove(QStringLiteral("a")));
+        QVERIFY(copy.addDirectory(folder(QStringLiteral("e"))));
+        QCOMPARE(filePaths(original), QStringList(QStringLiteral("a")));
+        QCOMPARE(folderPaths(original), QStringList(QStringLiteral("d")));
+        QVERIFY(original.contains(QStringLiteral("a")));
+        QVERIFY(!original.containsDirectory(QStringLiteral("e")));
+    }
+
+    // --- Writing JSON ----------------------------------------------------------------------
+
+    void anEmptyIndexIsWrittenInFull() {
+        QCOMPARE(SecureFileIndex().toJson(),
+                 QByteArray("{\"directories\":[],\"files\":[],\"formatVersion\":1}"));
+    }
+
+    void jsonIsWrittenLiterallyLikeThis() {
+        SecureFileIndex index;
+        QVERIFY(index.addDirectory({QStringLiteral("docs"), Spring, Summer}));
+        QVERIFY(index.addOrReplace(fullEntry()));
+        QCOMPARE(index.toJson(), fullJson());
+    }
+
+    void unsetFieldsAreWrittenEmpty() {
+        SecureFileIndex index;
+        QVERIFY(index.addDirectory({QStringLiteral("d"), {}, {}}));
+        QVERIFY(index.addOrReplace(file(QStringLiteral("f"))));
+        QCOMPARE(index.toJson(),
+                 QByteArray("{\"directories\":[{\"createdUtc\":\"\",\"modifiedUtc\":\"\","
+                            "\"path\":\"d\"}],\"files\":[{\"blocks\":[],\"id\":\"\","
+                            "\"lastModifiedUtc\":\"\",\"sha256\":\"\",\"sizeBytes\":0,"
+                            "\"vaultPath\":\"f\"}],\"formatVersion\":1}"));
+    }
+
+    void timesAreConvertedToUtcWhenWritten() {
+        VaultFileEntry entry = file(QStringLiteral("f"));
+        entry.lastModifiedUtc = Spring.toOffsetFromUtc(-3 * 3600);
+        QCOMPARE(entry.lastModifiedUtc.time().hour(), 11);
+        SecureFileIndex index;
+        QVERIFY(index.addOrReplace(entry));
+        QVERIFY(index.addDirectory({QStringLiteral("d"), Spring.toOffsetFromUtc(9 * 3600),
+                                    Summer.toTimeZone(QTimeZone(-5 * 3600))}));
+        const QByteArray json = index.toJson();
+        QVERIFY(json.contains("\"lastModifiedUtc\":\"2025-03-01T14:05:09.120Z\""));
+        QVERIFY(json.contains("\"createdUtc\":\"2025-03-01T14:05:09.120Z\""));
+        QVERIFY(json.contains("\"modifiedUtc\":\"2025-08-31T23:59:59.999Z\""));
+    }
+
+    void millisecondsAreAlwaysWritten() {
+        VaultFileEntry entry = file(QStringLiteral("f"));
+        entry.lastModifiedUtc = utc(2025, 3, 1, 14, 5, 9, 0);
+        SecureFileIndex index;
+        QVERIFY(index.addOrReplace(entry));
+        QVERIFY(index.toJson().contains("\"2025-03-01T14:05:09.000Z\""));
+    }
+
+    // --- Reading JSON ----------------------------------------------------------------------
+
+    void jsonIsReadBackInFull() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(fullJson());
+        QCOMPARE(index.entries().size(), 1);
+        compareEntries(index.entries().constFirst(), fullEntry());
+        QCOMPARE(index.entries().constFirst().lastModifiedUtc.timeSpec(), Qt::UTC);
+        QCOMPARE(index.directories().size(), 1);
+        QCOMPARE(index.directories().constFirst().path, QStringLiteral("docs"));
+        QCOMPARE(index.directories().constFirst().createdUtc, Spring);
+        QCOMPARE(index.directories().constFirst().modifiedUtc, Summer);
+        QVERIFY(index.contains(fullEntry().vaultPath));
+        QVERIFY(index.containsDirectory(QStringLiteral("docs")));
+        QCOMPARE(index.toJson(), fullJson());
+    }
+
+    void textThatIsNoObjectGivesAnEmptyIndex_data() {
+        QTest::addColumn<QByteArray>("json");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("array") << QByteArray("[{\"files\":[{\"vaultPath\":\"f\"}]}]");
+        QTest::newRow("text") << QByteArray("not JSON at all");
+        QTest::newRow("cut short") << fullJson().chopped(1);
+        QTest::newRow("trailing garbage") << QByteArray(fullJson() + "x");
+        QTest::newRow("number") << QByteArray("42");
+        QTest::newRow("string") << QByteArray("\"files\"");
+        QTest::newRow("null") << QByteArray("null");
+        QTest::newRow("invalid UTF-8") << QByteArray("{\"files\":[{\"vaultPath\":\"\xff\"}]}");
+    }
+    void textThatIsNoObjectGivesAnEmptyIndex() {
+        QFETCH(const QByteArray, json);
+        const SecureFileIndex index = SecureFileIndex::fromJson(json);
+        QVERIFY(index.entries().isEmpty());
+        QVERIFY(index.directories().isEmpty());
+    }
+
+    void missingListsAreEmptyLists() {
+        const SecureFileIndex folders =
+            SecureFileIndex::fromJson("{\"directories\":[{\"path\":\"d\"}]}");
+        QVERIFY(folders.entries().isEmpty());
+        QCOMPARE(folderPaths(folders), QStringList(QStringLiteral("d")));
+
+        const SecureFileIndex files =
+            SecureFileIndex::fromJson("{\"files\":[{\"vaultPath\":\"f\"}]}");
+        QCOMPARE(filePaths(files), QStringList(QStringLiteral("f")));
+        QVERIFY(files.directories().isEmpty());
+
+        const SecureFileIndex neither = SecureFileIndex::fromJson("{}");
+        QVERIFY(neither.entries().isEmpty() && neither.directories().isEmpty());
+    }
+
+    void theFormatVersionIsNotRead_data() {
+        QTest::addColumn<QByteArray>("member");
+        QTest::newRow("none") << QByteArray();
+        QTest::newRow("later") << QByteArray("\"formatVersion\":99,");
+        QTest::newRow("text") << QByteArray("\"formatVersion\":\"x\",");
+    }
+    void theFormatVersionIsNotRead() {
+        QFETCH(const QByteArray, member);
+        const SecureFileIndex index =
+            SecureFileIndex::fromJson("{" + member + "\"files\":[{\"vaultPath\":\"f\"}]}");
+        QCOMPARE(filePaths(index), QStringList(QStringLiteral("f")));
+        QVERIFY(index.toJson().endsWith("\"formatVersion\":1}"));
+    }
+
+    void numbersMayBeWrittenAsText_data() {
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<qint64>("number");
+        QTest::newRow("number") << QByteArray("42") << qint64(42);
+        QTest::newRow("digits in a string") << QByteArray("\"42\"") << qint64(42);
+        QTest::newRow("negative") << QByteArray("-7") << qint64(-7);
+        QTest::newRow("beyond a double")
+            << QByteArray("9007199254740993") << qint64(9007199254740993);
+        QTest::newRow("largest") << QByteArray("9223372036854775807")
+                                 << std::numeric_limits<qint64>::max();
+        QTest::newRow("largest, in a string")
+            << QByteArray("\"9223372036854775807\"") << std::numeric_limits<qint64>::max();
+        QTest::newRow("words") << QByteArray("\"many\"") << qint64(0);
+        QTest::newRow("empty string") << QByteArray("\"\"") << qint64(0);
+        QTest::newRow("null") << QByteArray("null") << qint64(0);
+        QTest::newRow("array") << QByteArray("[42]") << qint64(0);
+        QTest::newRow("object") << QByteArray("{\"a\":42}") << qint64(0);
+    }
+    void numbersMayBeWrittenAsText() {
+        QFETCH(const QByteArray, value);
+        QFETCH(const qint64, number);
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            jsonWithFile(",\"sizeBytes\":" + value + ",\"blocks\":[{\"offset\":" + value +
+                         ",\"plainSize\":" + value + ",\"encryptedSize\":" + value + "}]"));
+        QCOMPARE(index.entries().size(), 1);
+        const VaultFileEntry entry = index.entries().constFirst();
+        QCOMPARE(entry.sizeBytes, number);
+        QCOMPARE(entry.blocks.size(), 1);
+        QCOMPARE(entry.blocks.constFirst().offset, number);
+        QCOMPARE(entry.blocks.constFirst().plainSize, number);
+        QCOMPARE(entry.blocks.constFirst().encryptedSize, number);
+    }
+
+    void largeNumbersAreWrittenExactly() {
+        VaultFileEntry entry = file(QStringLiteral("f"), 9007199254740993);
+        entry.blocks = {{std::numeric_limits<qint64>::max(), 1, 17, {}}};
+        SecureFileIndex index;
+        QVERIFY(index.addOrReplace(entry));
+        const QByteArray json = index.toJson();
+        QVERIFY(json.contains("\"sizeBytes\":9007199254740993"));
+        QVERIFY(json.contains("\"offset\":9223372036854775807"));
+    }
+
+    void missingMembersTakeTheirDefaults() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            "{\"files\":[{\"vaultPath\":\"f\",\"blocks\":[{}]}],\"directories\":[{\"path\":\"d\"}]"
+            "}");
+        QCOMPARE(index.entries().size(), 1);
+        const VaultFileEntry entry = index.entries().constFirst();
+        QVERIFY(entry.id.isEmpty());
+        QCOMPARE(entry.sizeBytes, 0);
+        QVERIFY(!entry.lastModifiedUtc.isValid());
+        QVERIFY(entry.sha256.isEmpty());
+        QCOMPARE(entry.blocks.size(), 1);
+        QCOMPARE(entry.blocks.constFirst().offset, 0);
+        QCOMPARE(entry.blocks.constFirst().plainSize, 0);
+        QCOMPARE(entry.blocks.constFirst().encryptedSize, 0);
+        QVERIFY(entry.blocks.constFirst().nonce.isEmpty());
+        QVERIFY(!index.directories().constFirst().createdUtc.isValid());
+        QVERIFY(!index.directories().constFirst().modifiedUtc.isValid());
+    }
+
+    void membersOfTheWrongTypeTakeTheirDefaults() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            jsonWithFile(",\"id\":7,\"lastModifiedUtc\":[],\"sha256\":{},\"blocks\":\"none\""));
+        QCOMPARE(index.entries().size(), 1);
+        const VaultFileEntry entry = index.entries().constFirst();
+        QVERIFY(entry.id.isEmpty());
+        QVERIFY(!entry.lastModifiedUtc.isValid());
+        QVERIFY(entry.sha256.isEmpty());
+        QVERIFY(entry.blocks.isEmpty());
+        QVERIFY(SecureFileIndex::fromJson("{\"files\":{\"a\":1},\"directories\":3}")
+                    .entries()
+                    .isEmpty());
+    }
+
+    void blocksThatAreNoObjectsAreBlocksOfDefaults() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            jsonWithFile(",\"blocks\":[1,{\"offset\":5,\"nonce\":\"AAEC\"},\"x\"]"));
+        const QList<VaultFileBlock> blocks = index.entries().constFirst().blocks;
+        QCOMPARE(blocks.size(), 3);
+        QCOMPARE(blocks.at(0).offset, 0);
+        QCOMPARE(blocks.at(1).offset, 5);
+        QCOMPARE(blocks.at(1).nonce, QByteArray::fromHex("000102"));
+        QCOMPARE(blocks.at(2).offset, 0);
+    }
+
+    void entriesWithoutAPathAreDropped() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            "{\"files\":[{\"id\":\"x\"},{\"vaultPath\":\"\"},7,null,[],{\"vaultPath\":3},"
+            "{\"vaultPath\":\"kept\"}],"
+            "\"directories\":[{},{\"path\":\"\"},true,{\"path\":null},{\"path\":\"kept too\"}]}");
+        QCOMPARE(filePaths(index), QStringList(QStringLiteral("kept")));
+        QCOMPARE(folderPaths(index), QStringList(QStringLiteral("kept too")));
+    }
+
+    void aRepeatedPathOverwritesInTheFirstPosition() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            "{\"files\":[{\"vaultPath\":\"a\",\"sizeBytes\":1,\"id\":\"old\"},"
+            "{\"vaultPath\":\"b\",\"sizeBytes\":2},{\"vaultPath\":\"a\",\"sizeBytes\":3}],"
+            "\"directories\":[{\"path\":\"d\"},{\"path\":\"e\"},"
+            "{\"path\":\"d\",\"createdUtc\":\"2025-03-01T14:05:09.120Z\"}]}");
+        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a"), QStringLiteral("b")}));
+        QCOMPARE(index.entries().at(0).sizeBytes, 3);
+        QVERIFY(index.entries().at(0).id.isEmpty());
+        QCOMPARE(folderPaths(index), QStringList({QStringLiteral("d"), QStringLiteral("e")}));
+        QCOMPARE(index.directories().at(0).createdUtc, Spring);
+    }
+
+    void malformedTimesAreInvalidAndWrittenEmpty_data() {
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("empty") << QByteArray("");
+        QTest::newRow("words") << QByteArray("yesterday");
+        QTest::newRow("no such day") << QByteArray("2025-02-30T10:00:00.000Z");
+        QTest::newRow("no such hour") << QByteArray("2025-02-28T25:00:00.000Z");
+    }
+    void malformedTimesAreInvalidAndWrittenEmpty() {
+        QFETCH(const QByteArray, text);
+        const SecureFileIndex index =
+            SecureFileIndex::fromJson(jsonWithFile(",\"lastModifiedUtc\":\"" + text + "\""));
+        QCOMPARE(index.entries().size(), 1);
+        QVERIFY(!index.entries().constFirst().lastModifiedUtc.isValid());
+        QVERIFY(index.toJson().contains("\"lastModifiedUtc\":\"\""));
+    }
+
+    void timesWithAnOffsetAreTheSameInstant() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(
+            jsonWithFile(",\"lastModifiedUtc\":\"2025-03-01T11:05:09.120-03:00\""));
+        QCOMPARE(index.entries().constFirst().lastModifiedUtc, Spring);
+        QVERIFY(index.toJson().contains("\"lastModifiedUtc\":\"2025-03-01T14:05:09.120Z\""));
+    }
+
+    void digestsAreReadInEitherLetterCase() {
+        const SecureFileIndex index =
+            SecureFileIndex::fromJson(jsonWithFile(",\"sha256\":\"00FFab\""));
+        QCOMPARE(index.entries().constFirst().sha256, QByteArray::fromHex("00ffab"));
+        QVERIFY(index.toJson().contains("\"sha256\":\"00ffab\""));
+    }
+
+    // --- Size ------------------------------------------------------------------------------
+
+    void fifteenThousandEntriesSurviveAndAreFound() {
+        constexpr int Count = 15000;
+        SecureFileIndex index;
+        for (int i = 0; i < Count; ++i) {
+            const QString path = QStringLiteral("folder %1/file %2").arg(i % 97).arg(i);
+            QVERIFY(index.addOrReplace(file(path, i)));
+            QVERIFY(index.addDirectory(folder(QStringLiteral("folder %1").arg(i))));
+        }
+        // Every third goes, from both lists.
+        for (int i = 0; i < Count; i += 3) {
+            QVERIFY(index.remove(QStringLiteral("folder %1/file %2").arg(i % 97).arg(i)));
+            QVERIFY(index.removeDirectory(QStringLiteral("folder %1").arg(i)));
+        }
+
+        const SecureFileIndex read = SecureFileIndex::fromJson(index.toJson());
+        QCOMPARE(filePaths(read), filePaths(index));
+        QCOMPARE(folderPaths(read), folderPaths(index));
+        QCOMPARE(read.entries().size(), Count - Count / 3);
+        for (int i = 0; i < Count; ++i) {
+            const bool kept = i % 3 != 0;
+            const QString path = QStringLiteral("folder %1/file %2").arg(i % 97).arg(i);
+            QCOMPARE(index.contains(path), kept);
+            QCOMPARE(read.contains(path), kept);
+            QCOMPARE(read.containsDirectory(QStringLiteral("folder %1").arg(i)), kept);
+        }
+        QCOMPARE(read.toJson(), index.toJson());
+    }
+};
+
+QTEST_APPLESS_MAIN(TestSecureFileIndex)
+#include "test_secure_file_index.moc"
