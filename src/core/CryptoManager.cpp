@@ -35,6 +35,23 @@ unsigned long long sizeOf(const QByteArray& array) {
     return static_cast<unsigned long long>(array.size());
 }
 
+// Both ciphers work in place as well: input and output may be the same memory.
+bool seal(const unsigned char* plain, unsigned long long plainSize, unsigned char* sealed,
+          const QByteArray& key, const QByteArray& nonce, const QByteArray& associatedData) {
+    unsigned long long sealedSize = 0;
+    return crypto_aead_xchacha20poly1305_ietf_encrypt(
+               sealed, &sealedSize, plain, plainSize, bytesOf(associatedData),
+               sizeOf(associatedData), nullptr, bytesOf(nonce), bytesOf(key)) == 0;
+}
+
+bool open(const unsigned char* sealed, unsigned long long sealedSize, unsigned char* plain,
+          const QByteArray& key, const QByteArray& nonce, const QByteArray& associatedData) {
+    unsigned long long plainSize = 0;
+    return crypto_aead_xchacha20poly1305_ietf_decrypt(
+               plain, &plainSize, nullptr, sealed, sealedSize, bytesOf(associatedData),
+               sizeOf(associatedData), bytesOf(nonce), bytesOf(key)) == 0;
+}
+
 QByteArray argon2id(const QByteArray& password, const KeyDerivationParams& params) {
     if (params.salt.size() < CryptoManager::SaltBytes) {
         return {};
@@ -102,11 +119,9 @@ QByteArray CryptoManager::encrypt(const QByteArray& plaintext, const QByteArray&
         return {};
     }
     QByteArray sealed(plaintext.size() + TagBytes, Qt::Uninitialized);
-    unsigned long long sealedSize = 0;
-    const int result = crypto_aead_xchacha20poly1305_ietf_encrypt(
-        bytesOf(sealed), &sealedSize, bytesOf(plaintext), sizeOf(plaintext),
-        bytesOf(associatedData), sizeOf(associatedData), nullptr, bytesOf(nonce), bytesOf(key));
-    return result == 0 && sealedSize == sizeOf(sealed) ? sealed : QByteArray();
+    return seal(bytesOf(plaintext), sizeOf(plaintext), bytesOf(sealed), key, nonce, associatedData)
+               ? sealed
+               : QByteArray();
 }
 
 QByteArray CryptoManager::decrypt(const QByteArray& ciphertext, const QByteArray& key,
@@ -115,11 +130,33 @@ QByteArray CryptoManager::decrypt(const QByteArray& ciphertext, const QByteArray
         return {};
     }
     QByteArray plaintext(ciphertext.size() - TagBytes, Qt::Uninitialized);
-    unsigned long long plainSize = 0;
-    const int result = crypto_aead_xchacha20poly1305_ietf_decrypt(
-        bytesOf(plaintext), &plainSize, nullptr, bytesOf(ciphertext), sizeOf(ciphertext),
-        bytesOf(associatedData), sizeOf(associatedData), bytesOf(nonce), bytesOf(key));
-    return result == 0 && plainSize == sizeOf(plaintext) ? plaintext : QByteArray();
+    return open(bytesOf(ciphertext), sizeOf(ciphertext), bytesOf(plaintext), key, nonce,
+                associatedData)
+               ? plaintext
+               : QByteArray();
+}
+
+bool CryptoManager::encryptInPlace(QByteArray* buffer, const QByteArray& key,
+                                   const QByteArray& nonce,
+                                   const QByteArray& associatedData) const {
+    if (key.size() != KeyBytes || nonce.size() != NonceBytes) {
+        return false;
+    }
+    const unsigned long long plainSize = sizeOf(*buffer);
+    buffer->resize(buffer->size() + TagBytes);
+    return seal(bytesOf(*buffer), plainSize, bytesOf(*buffer), key, nonce, associatedData);
+}
+
+bool CryptoManager::decryptInPlace(QByteArray* buffer, const QByteArray& key,
+                                   const QByteArray& nonce,
+                                   const QByteArray& associatedData) const {
+    if (key.size() != KeyBytes || nonce.size() != NonceBytes || buffer->size() <= TagBytes) {
+        return false;
+    }
+    const bool opened =
+        open(bytesOf(*buffer), sizeOf(*buffer), bytesOf(*buffer), key, nonce, associatedData);
+    buffer->resize(buffer->size() - TagBytes);
+    return opened;
 }
 
 QByteArray CryptoManager::hmacSha256(const QByteArray& message, const QByteArray& key) const {

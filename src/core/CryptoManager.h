@@ -52,6 +52,18 @@ public:
                                      const QByteArray& nonce,
                                      const QByteArray& associatedData) const;
 
+    /// encrypt() without a second buffer: @p buffer holds the plaintext and then what encrypt()
+    /// would return. @return false, with the buffer's content undefined, where encrypt() fails.
+    [[nodiscard]] bool encryptInPlace(QByteArray* buffer, const QByteArray& key,
+                                      const QByteArray& nonce,
+                                      const QByteArray& associatedData) const;
+    /// decrypt() without a second buffer: @p buffer holds the sealed bytes and then the plaintext.
+    /// @return false, with the buffer's content undefined, when it does not open; an empty
+    ///         plaintext counts as failure.
+    [[nodiscard]] bool decryptInPlace(QByteArray* buffer, const QByteArray& key,
+                                      const QByteArray& nonce,
+                                      const QByteArray& associatedData) const;
+
     /// HMAC-SHA256 (RFC 2104) of @p message under the first 32 bytes of @p key.
     /// @return 32 bytes; empty when the key is shorter than 32 bytes.
     [[nodiscard]] QByteArray hmacSha256(const QByteArray& message, const QByteArray& key) const;

@@ -8,14 +8,18 @@
 #include <QJsonObject>
 #include <QVariant>
 
+#include <algorithm>
+
 namespace Tessel::Core {
 
 namespace {
 
 constexpr int IndexFormatVersion = 1;
+constexpr qsizetype TypicalEntryBytes = 400;
 
-QString dateToText(const QDateTime& dateTime) {
-    return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs) : QString();
+QByteArray dateToText(const QDateTime& dateTime) {
+    return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs).toLatin1()
+                              : QByteArray();
 }
 
 QDateTime dateFromText(const QString& text) {
@@ -28,13 +32,6 @@ qint64 toInt64(const QJsonValue& value) {
     return value.isDouble() || value.isString() ? value.toVariant().toLongLong() : 0;
 }
 
-QJsonObject blockToJson(const VaultFileBlock& block) {
-    return {{QStringLiteral("offset"), block.offset},
-            {QStringLiteral("plainSize"), block.plainSize},
-            {QStringLiteral("encryptedSize"), block.encryptedSize},
-            {QStringLiteral("nonce"), QString::fromLatin1(block.nonce.toBase64())}};
-}
-
 VaultFileBlock blockFromJson(const QJsonObject& object) {
     VaultFileBlock block;
     block.offset = toInt64(object.value(u"offset"));
@@ -42,19 +39,6 @@ VaultFileBlock blockFromJson(const QJsonObject& object) {
     block.encryptedSize = toInt64(object.value(u"encryptedSize"));
     block.nonce = QByteArray::fromBase64(object.value(u"nonce").toString().toLatin1());
     return block;
-}
-
-QJsonObject entryToJson(const VaultFileEntry& entry) {
-    QJsonArray blocks;
-    for (const VaultFileBlock& block : entry.blocks) {
-        blocks.append(blockToJson(block));
-    }
-    return {{QStringLiteral("id"), entry.id},
-            {QStringLiteral("vaultPath"), entry.vaultPath},
-            {QStringLiteral("sizeBytes"), entry.sizeBytes},
-            {QStringLiteral("lastModifiedUtc"), dateToText(entry.lastModifiedUtc)},
-            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
-            {QStringLiteral("blocks"), blocks}};
 }
 
 VaultFileEntry entryFromJson(const QJsonObject& object) {
@@ -72,15 +56,62 @@ VaultFileEntry entryFromJson(const QJsonObject& object) {
     return entry;
 }
 
-QJsonObject directoryToJson(const VaultDirectoryEntry& directory) {
-    return {{QStringLiteral("path"), directory.path},
-            {QStringLiteral("createdUtc"), dateToText(directory.createdUtc)},
-            {QStringLiteral("modifiedUtc"), dateToText(directory.modifiedUtc)}};
-}
-
 VaultDirectoryEntry directoryFromJson(const QJsonObject& object) {
     return {object.value(u"path").toString(), dateFromText(object.value(u"createdUtc").toString()),
             dateFromText(object.value(u"modifiedUtc").toString())};
+}
+
+// Letters that stand for themselves in JSON. Quotes, control characters and halves of surrogate
+// pairs are left to the toolkit.
+bool isPlain(const QString& text) {
+    return std::none_of(text.cbegin(), text.cend(), [](QChar c) {
+        return c < QLatin1Char(' ') || c == QLatin1Char('"') || c == QLatin1Char('\\') ||
+               c.isSurrogate();
+    });
+}
+
+void appendText(QByteArray* json, const QString& text) {
+    if (isPlain(text)) {
+        *json += '"' + text.toUtf8() + '"';
+        return;
+    }
+    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    *json += QByteArrayView(array).sliced(1).chopped(1);
+}
+
+template <typename Item, typename Append>
+void appendJoined(QByteArray* json, const QList<Item>& items, Append append) {
+    const char* separator = "";
+    for (const Item& item : items) {
+        *json += separator;
+        append(json, item);
+        separator = ",";
+    }
+}
+
+void appendBlock(QByteArray* json, const VaultFileBlock& block) {
+    *json += "{\"encryptedSize\":" + QByteArray::number(block.encryptedSize) + ",\"nonce\":\"" +
+             block.nonce.toBase64() + "\",\"offset\":" + QByteArray::number(block.offset) +
+             ",\"plainSize\":" + QByteArray::number(block.plainSize) + '}';
+}
+
+void appendEntry(QByteArray* json, const VaultFileEntry& entry) {
+    *json += "{\"blocks\":[";
+    appendJoined(json, entry.blocks, appendBlock);
+    *json += "],\"id\":";
+    appendText(json, entry.id);
+    *json += ",\"lastModifiedUtc\":\"" + dateToText(entry.lastModifiedUtc) + "\",\"sha256\":\"" +
+             entry.sha256.toHex() + "\",\"sizeBytes\":" + QByteArray::number(entry.sizeBytes) +
+             ",\"vaultPath\":";
+    appendText(json, entry.vaultPath);
+    *json += '}';
+}
+
+void appendDirectory(QByteArray* json, const VaultDirectoryEntry& directory) {
+    *json += "{\"createdUtc\":\"" + dateToText(directory.createdUtc) + "\",\"modifiedUtc\":\"" +
+             dateToText(directory.modifiedUtc) + "\",\"path\":";
+    appendText(json, directory.path);
+    *json += '}';
 }
 
 // Both lists work alike: a list in insertion order and a hash from key to position.
@@ -150,18 +181,16 @@ void SecureFileIndex::clear() {
 }
 
 QByteArray SecureFileIndex::toJson() const {
-    QJsonArray files;
-    for (const VaultFileEntry& entry : m_entries) {
-        files.append(entryToJson(entry));
-    }
-    QJsonArray folders;
-    for (const VaultDirectoryEntry& directory : m_directories) {
-        folders.append(directoryToJson(directory));
-    }
-    const QJsonObject index{{QStringLiteral("formatVersion"), IndexFormatVersion},
-                            {QStringLiteral("files"), files},
-                            {QStringLiteral("directories"), folders}};
-    return QJsonDocument(index).toJson(QJsonDocument::Compact);
+    // Written straight into one array, byte for byte what the toolkit's compact form gives with
+    // its sorted keys: the index is sealed anew after every change.
+    QByteArray json;
+    json.reserve(m_entries.size() * TypicalEntryBytes + m_directories.size() * TypicalEntryBytes);
+    json += "{\"directories\":[";
+    appendJoined(&json, m_directories, appendDirectory);
+    json += "],\"files\":[";
+    appendJoined(&json, m_entries, appendEntry);
+    json += "],\"formatVersion\":" + QByteArray::number(IndexFormatVersion) + '}';
+    return json;
 }
 
 SecureFileIndex SecureFileIndex::fromJson(const QByteArray& json) {

@@ -149,10 +149,9 @@ private:
                                     const ContainerDocument& document, VaultFileEntry* entry,
                                     const Progress& progress) const;
     [[nodiscard]] QByteArray blockAssociatedData(const ContainerDocument& document) const;
-    /// The block as it stands in the container; empty when it cannot be one of ours.
-    [[nodiscard]] static QByteArray readSealedBlock(QFile& container, const VaultFileBlock& block);
-    /// The block's plaintext; empty when it is not what was sealed.
-    [[nodiscard]] QByteArray openBlock(QFile& container, const VaultFileBlock& block) const;
+    /// The block as it stands in the container; false when it cannot be one of ours.
+    [[nodiscard]] static bool readSealedBlock(QFile& container, const VaultFileBlock& block,
+                                              QByteArray* sealed);
 
     [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
     [[nodiscard]] bool hasOpenCopyIn(const QString& directory) const;

@@ -30,17 +30,18 @@ qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
 bool copyBack(QFile& rebuilt, QFile& target, const VaultManager::Progress& progress) {
     const QString label = QStringLiteral("Substituindo container no USB");
     const qint64 total = rebuilt.size();
+    QByteArray buffer(CopyBytes, Qt::Uninitialized);
     qint64 copied = 0;
     if (progress) {
         progress(0, total, label);
     }
     while (!rebuilt.atEnd()) {
-        const QByteArray piece = rebuilt.read(CopyBytes);
-        if (piece.isEmpty() || target.write(piece) != piece.size() ||
-            !startWriteBack(target, copied, piece.size())) {
+        const qint64 size = rebuilt.read(buffer.data(), buffer.size());
+        if (size < 1 || target.write(buffer.constData(), size) != size ||
+            !startWriteBack(target, copied, size)) {
             return false;
         }
-        copied += piece.size();
+        copied += size;
         if (progress) {
             progress(copied, total, label);
         }
@@ -130,14 +131,17 @@ bool VaultManager::copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIn
                                   const Progress& progress) const {
     const QList<VaultFileEntry> entries = m_index.entries();
     const qint64 total = sumOfSizes(entries);
+    QByteArray sealed;
     qint64 done = 0;
     for (const VaultFileEntry& entry : entries) {
         VaultFileEntry moved = entry;
         moved.blocks.clear();
         for (VaultFileBlock block : entry.blocks) {
-            const QByteArray sealed = readSealedBlock(source, block);
+            if (!readSealedBlock(source, block, &sealed)) {
+                return false;
+            }
             block.offset = device->pos();
-            if (sealed.isEmpty() || device->write(sealed) != sealed.size()) {
+            if (device->write(sealed) != sealed.size()) {
                 return false;
             }
             moved.blocks.append(block);

@@ -19,6 +19,7 @@ namespace Tessel::Core {
 
 namespace {
 
+constexpr qint64 DigestBytes = 256 * 1024;
 constexpr qint64 LargestSealedBlock = VaultManager::ChunkBytes + CryptoManager::TagBytes;
 
 // Whether two paths lead to one file, by whatever names and links.
@@ -37,6 +38,23 @@ VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
     entry.sizeBytes = source.size();
     entry.lastModifiedUtc = source.lastModified().toUTC();
     return entry;
+}
+
+// Reads the next chunk of the source into the buffer, and digests it piece by piece while the bytes
+// are still in the processor's cache.
+bool readChunk(QFile& source, QByteArray* chunk, FileDigest* digest) {
+    const qint64 wanted = std::min(source.size() - source.pos(), VaultManager::ChunkBytes);
+    chunk->resize(wanted);
+    for (qint64 begin = 0; begin < wanted;) {
+        const qint64 piece = std::min(wanted - begin, DigestBytes);
+        // A piece that ends early is a read that failed half way, or a file that is being cut.
+        if (source.read(chunk->data() + begin, piece) != piece ||
+            !digest->addData(QByteArrayView(chunk->constData() + begin, piece))) {
+            return false;
+        }
+        begin += piece;
+    }
+    return wanted > 0;
 }
 
 // Cuts the container back to its former length.
@@ -123,26 +141,25 @@ bool VaultManager::appendBlocks(QFile& source, QFile& container, const Container
     const int nonceBytes = static_cast<int>(document.crypto.nonce.size());
     const qint64 total = entry->sizeBytes;
     FileDigest digest;
+    QByteArray buffer;
+    buffer.reserve(std::min(total, ChunkBytes) + CryptoManager::TagBytes);
     qint64 done = 0;
     while (!source.atEnd()) {
-        const QByteArray chunk = source.read(ChunkBytes);
-        // A chunk that ends early in the middle of the file is a read that failed half way.
-        if (chunk.isEmpty() || (chunk.size() < ChunkBytes && !source.atEnd()) ||
-            !digest.addData(chunk)) {
-            return false;
-        }
         VaultFileBlock block;
         block.nonce = m_cryptoManager.generateNonce(nonceBytes);
-        const QByteArray sealed = m_cryptoManager.encrypt(chunk, key, block.nonce, blockData);
         block.offset = container.pos();
-        block.plainSize = chunk.size();
-        block.encryptedSize = sealed.size();
-        if (sealed.isEmpty() || container.write(sealed) != sealed.size() ||
-            !startWriteBack(container, block.offset, block.encryptedSize)) {
+        if (!readChunk(source, &buffer, &digest)) {
             return false;
         }
+        block.plainSize = buffer.size();
+        if (!m_cryptoManager.encryptInPlace(&buffer, key, block.nonce, blockData) ||
+            container.write(buffer) != buffer.size() ||
+            !startWriteBack(container, block.offset, buffer.size())) {
+            return false;
+        }
+        block.encryptedSize = buffer.size();
         entry->blocks.append(block);
-        done += chunk.size();
+        done += block.plainSize;
         if (progress) {
             progress(done, total, entry->vaultPath);
         }
@@ -165,29 +182,28 @@ bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* d
     if (entry == entries.cend() || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return false;
     }
-    return std::all_of(entry->blocks.cbegin(), entry->blocks.cend(),
-                       [this, &container, device](const VaultFileBlock& block) {
-                           const QByteArray plain = openBlock(container, block);
-                           return !plain.isEmpty() && device->write(plain) == plain.size();
-                       });
-}
-
-QByteArray VaultManager::openBlock(QFile& container, const VaultFileBlock& block) const {
-    const QByteArray sealed = readSealedBlock(container, block);
+    const QByteArray key = workingKey();
     // A fresh document: a block is bound to the format, not to the container that holds it.
-    const QByteArray plain = m_cryptoManager.decrypt(sealed, workingKey(), block.nonce,
-                                                     blockAssociatedData(ContainerDocument()));
-    return plain.size() == block.plainSize ? plain : QByteArray();
+    const QByteArray blockData = blockAssociatedData(ContainerDocument());
+    QByteArray buffer;
+    return std::all_of(
+        entry->blocks.cbegin(), entry->blocks.cend(), [&](const VaultFileBlock& block) {
+            return readSealedBlock(container, block, &buffer) &&
+                   m_cryptoManager.decryptInPlace(&buffer, key, block.nonce, blockData) &&
+                   buffer.size() == block.plainSize && device->write(buffer) == buffer.size();
+        });
 }
 
-QByteArray VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block) {
+bool VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block,
+                                   QByteArray* sealed) {
     // The sizes come from the index; none of ours is larger, and none is worth the memory.
     if (block.offset < 0 || block.encryptedSize <= CryptoManager::TagBytes ||
-        block.encryptedSize > LargestSealedBlock || !container.seek(block.offset)) {
-        return {};
+        block.encryptedSize > LargestSealedBlock ||
+        block.encryptedSize > container.size() - block.offset || !container.seek(block.offset)) {
+        return false;
     }
-    const QByteArray sealed = container.read(block.encryptedSize);
-    return sealed.size() == block.encryptedSize ? sealed : QByteArray();
+    sealed->resize(block.encryptedSize);
+    return container.read(sealed->data(), sealed->size()) == sealed->size();
 }
 
 bool VaultManager::exportFile(const QString& vaultPath, const QString& destinationPath) const {
