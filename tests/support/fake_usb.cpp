@@ -1,0 +1,247 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/fake_usb.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QtGlobal>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Tessel::Tests {
+
+namespace {
+
+constexpr int exitSkipped = 77;
+
+QString mountTable() {
+    return u"/proc/self/mountinfo"_qs;
+}
+
+[[noreturn]] void giveUp(const char* what, const QString& where) {
+    const int error = errno;
+    qFatal("fake machine: %s %s: %s", what, qPrintable(where), std::strerror(error));
+}
+
+int refuse(const char* what) {
+    const bool mustRun = !qEnvironmentVariableIsEmpty("CI");
+    std::fprintf(stderr, "%s: this machine refuses a namespace of its own: %s: %s\n",
+                 mustRun ? "FAIL" : "SKIP", what, std::strerror(errno));
+    return mustRun ? 1 : exitSkipped;
+}
+
+bool writeExisting(const char* path, const QByteArray& text) {
+    const int file = ::open(path, O_WRONLY | O_CLOEXEC);
+    if (file < 0) {
+        return false;
+    }
+    const bool written = ::write(file, text.constData(), static_cast<size_t>(text.size())) ==
+                         static_cast<ssize_t>(text.size());
+    ::close(file);
+    return written;
+}
+
+void writeNew(const QString& path, const QByteArray& text) {
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.flush()) {
+        giveUp("write", path);
+    }
+}
+
+void makePath(const QString& path) {
+    if (!QDir().mkpath(path)) {
+        giveUp("make", path);
+    }
+}
+
+void link(const QString& target, const QString& path) {
+    if (!QFile::link(target, path)) {
+        giveUp("link", path);
+    }
+}
+
+// Both kinds of disk end in /block/NAME; only the way there tells the bus.
+QString controllerPath(FakeUsb::Bus bus, const QString& disk) {
+    const QString pattern = bus == FakeUsb::Bus::Usb
+                                ? u"/sys/devices/pci0000:00/0000:00:14.0/usb2/%1"_qs
+                                : u"/sys/devices/pci0000:00/0000:00:17.0/ata1/%1"_qs;
+    return pattern.arg(disk);
+}
+
+// A special file that anybody may make: it passes for a device node where only its place counts,
+// and not even root can open it.
+void makeSocket(const QString& path) {
+    if (::mknod(QFile::encodeName(path).constData(), S_IFSOCK | 0600, 0) != 0) {
+        giveUp("make", path);
+    }
+}
+
+void bindMount(const QString& source, const QString& target) {
+    if (::mount(QFile::encodeName(source).constData(), QFile::encodeName(target).constData(),
+                nullptr, MS_BIND, nullptr) != 0) {
+        giveUp("bind", target);
+    }
+}
+
+} // namespace
+
+int enterFakeMachine() {
+    const QByteArray uidMap = "0 " + QByteArray::number(::geteuid()) + " 1";
+    const QByteArray gidMap = "0 " + QByteArray::number(::getegid()) + " 1";
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        return refuse("unshare");
+    }
+    // Without this the kernel lets nobody but the administrator map a group.
+    if (!writeExisting("/proc/self/setgroups", "deny") ||
+        !writeExisting("/proc/self/uid_map", uidMap) ||
+        !writeExisting("/proc/self/gid_map", gidMap)) {
+        return refuse("map of users");
+    }
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        return refuse("private mounts");
+    }
+    return 0;
+}
+
+FakeUsb::FakeUsb() {
+    for (const QString& directory : {u"/sys"_qs, u"/media"_qs, u"/mnt"_qs}) {
+        coverWithEmptyDirectory(directory);
+    }
+    makePath(u"/sys/class/block"_qs);
+}
+
+FakeUsb::~FakeUsb() {
+    while (!m_mounted.isEmpty()) {
+        unmount(m_mounted.last());
+    }
+}
+
+void FakeUsb::addDisk(const QString& disk, Bus bus) {
+    const QString controller = controllerPath(bus, disk);
+    const QString directory = controller + u"/block/"_qs + disk;
+    addBlockDeviceAt(directory);
+    makePath(controller + u"/scsi"_qs);
+    link(controller + u"/scsi"_qs, directory + u"/device"_qs);
+}
+
+void FakeUsb::addPartition(const QString& disk, const QString& partition) {
+    const QString directory = QFileInfo(u"/sys/class/block/%1"_qs.arg(disk)).canonicalFilePath();
+    addBlockDeviceAt(directory + u'/' + partition);
+}
+
+void FakeUsb::addBlockDeviceAt(const QString& directory) {
+    makePath(directory);
+    link(directory, u"/sys/class/block/%1"_qs.arg(QFileInfo(directory).fileName()));
+}
+
+void FakeUsb::setAttribute(const QString& device, const QString& attribute,
+                           const QByteArray& value) {
+    writeNew(u"/sys/class/block/%1/%2"_qs.arg(device, attribute), value + '\n');
+}
+
+void FakeUsb::addLabel(const QString& label, const QString& device) {
+    addLabelLink(label, u"/dev/%1"_qs.arg(device));
+    if (!QFile::exists(u"/dev/%1"_qs.arg(device))) {
+        makeSocket(u"/dev/%1"_qs.arg(device));
+    }
+}
+
+void FakeUsb::addLabelLink(const QString& label, const QString& target) {
+    if (!m_mounted.contains(u"/dev"_qs)) {
+        replaceDev();
+    }
+    link(target, u"/dev/disk/by-label/%1"_qs.arg(label));
+}
+
+void FakeUsb::makeDirectory(const QString& directory) {
+    if (directory.startsWith(u"/run/") && !m_mounted.contains(u"/run"_qs)) {
+        coverWithEmptyDirectory(u"/run"_qs);
+    }
+    makePath(directory);
+}
+
+void FakeUsb::mountVolume(const QString& device, const QString& directory, qint64 bytes) {
+    makeDirectory(directory);
+    mountAt(u"/dev/%1"_qs.arg(device), directory, "tmpfs",
+            "mode=0755,size=" + QByteArray::number(bytes));
+}
+
+void FakeUsb::mountSizeless(const QString& device, const QString& directory) {
+    makeDirectory(directory);
+    mountAt(u"/dev/%1"_qs.arg(device), directory, "ramfs", {});
+}
+
+void FakeUsb::mountOther(const QString& source, const QString& directory) {
+    makeDirectory(directory);
+    mountAt(source, directory, "tmpfs", "mode=0755,size=1m");
+}
+
+void FakeUsb::unmount(const QString& directory) {
+    // Detached, so that no open file holds it back.
+    if (::umount2(QFile::encodeName(directory).constData(), MNT_DETACH) != 0) {
+        giveUp("unmount", directory);
+    }
+    m_mounted.removeAt(m_mounted.lastIndexOf(directory));
+}
+
+void FakeUsb::replaceMountTable(const QByteArray& table) {
+    const QString text = u"/sys/mountinfo"_qs;
+    writeNew(text, table);
+    bindMount(text, mountTable());
+    m_mounted.append(mountTable());
+}
+
+void FakeUsb::breakMountTable() {
+    const QString socket = u"/sys/mountinfo"_qs;
+    makeSocket(socket);
+    bindMount(socket, mountTable());
+    m_mounted.append(mountTable());
+}
+
+void FakeUsb::mountAt(const QString& source, const QString& directory, const char* fileSystem,
+                      const QByteArray& options) {
+    if (::mount(QFile::encodeName(source).constData(), QFile::encodeName(directory).constData(),
+                fileSystem, 0, options.constData()) != 0) {
+        giveUp("mount", directory);
+    }
+    m_mounted.append(directory);
+}
+
+void FakeUsb::coverWithEmptyDirectory(const QString& directory) {
+    mountAt(u"tmpfs"_qs, directory, "tmpfs", "mode=0755");
+}
+
+void FakeUsb::replaceDev() {
+    // Nobody but the administrator may make a device node, so the real ones are held open while
+    // they are covered and then bound to where they were.
+    const std::array<const char*, 6> names{"null", "zero", "full", "random", "urandom", "tty"};
+    std::array<int, names.size()> nodes{};
+    for (size_t i = 0; i < names.size(); ++i) {
+        const QByteArray path = QByteArray("/dev/") + names.at(i);
+        nodes.at(i) = ::open(path.constData(), O_PATH | O_CLOEXEC);
+    }
+    coverWithEmptyDirectory(u"/dev"_qs);
+    makePath(u"/dev/disk/by-label"_qs);
+    makePath(u"/dev/shm"_qs);
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (nodes.at(i) >= 0) {
+            const QString path = u"/dev/%1"_qs.arg(QLatin1String(names.at(i)));
+            writeNew(path, {});
+            bindMount(u"/proc/self/fd/%1"_qs.arg(nodes.at(i)), path);
+            ::close(nodes.at(i));
+        }
+    }
+}
+
+} // namespace Tessel::Tests
