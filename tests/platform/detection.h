@@ -1,0 +1,55 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "platform/linux/LinuxDeviceManager.h"
+#include "support/fake_usb.h"
+
+#include <QCoreApplication>
+#include <QTest>
+
+namespace Tessel::Tests {
+
+/// One line with every field of a volume, so that a failed comparison shows them all.
+inline QString described(const Platform::UsbDevice& device) {
+    return u"id=%1 device=%2 name=%3 root=%4 type=%5%6%7"_qs.arg(
+        device.id, device.devicePath, device.displayName, device.rootPath, device.fileSystemType,
+        device.removable ? u" removable"_qs : QString(),
+        device.mounted ? u" mounted"_qs : QString());
+}
+
+inline QList<Platform::UsbDevice> detect() {
+    return Platform::Linux::LinuxDeviceManager().detectUsbDevices();
+}
+
+inline QStringList detectedVolumes() {
+    QStringList lines;
+    const QList<Platform::UsbDevice> devices = detect();
+    for (const Platform::UsbDevice& device : devices) {
+        lines.append(described(device));
+    }
+    return lines;
+}
+
+inline QStringList detectedIds() {
+    QStringList ids;
+    const QList<Platform::UsbDevice> devices = detect();
+    for (const Platform::UsbDevice& device : devices) {
+        ids.append(device.id);
+    }
+    return ids;
+}
+
+/// The main() of a test of detection.
+template <typename Test>
+int runOnFakeMachine(int argc, char** argv) {
+    if (const int code = enterFakeMachine(); code != 0) {
+        return code;
+    }
+    const QCoreApplication application(argc, argv);
+    Test test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+} // namespace Tessel::Tests
