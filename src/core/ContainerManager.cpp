@@ -3,7 +3,9 @@
 
 #include "core/ContainerManager.h"
 
+#include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
+#include "core/RedoRecord.h"
 
 #include <QDir>
 #include <QFile>
@@ -20,15 +22,7 @@ namespace Tessel::Core {
 
 namespace {
 
-// The layout of a container; docs/container-format.md says what each part means.
-constexpr QByteArrayView FileMagic("TESSEL3");
-constexpr qint64 LengthDigits = 20;
-constexpr qint64 LengthLineBytes = LengthDigits + 1;
-constexpr qint64 HeaderRegionBytes = 8388608;
-constexpr qint64 LengthLineOffset = FileMagic.size();
-constexpr qint64 HeaderOffset = LengthLineOffset + LengthLineBytes;
-constexpr qint64 PayloadOffset = HeaderOffset + HeaderRegionBytes;
-constexpr qint32 FormatVersion = 3;
+using namespace ContainerLayout;
 
 constexpr qint64 ScanBytes = 256 * 1024;
 
@@ -111,10 +105,6 @@ std::optional<LengthLine> readLengthLine(QFile& file) {
     return std::nullopt;
 }
 
-QByteArray lengthLineFor(qint64 headerBytes) {
-    return QByteArray::number(headerBytes).rightJustified(LengthDigits, '0') + '\n';
-}
-
 bool writeWhole(QIODevice& device, const QByteArray& bytes) {
     return device.write(bytes) == bytes.size();
 }
@@ -161,21 +151,57 @@ bool headerRegionWouldReachPayload(QFile& file) {
            file.size() > LengthLineOffset + line->lineBytes + HeaderRegionBytes;
 }
 
-// Writes at the file's header, and puts the old bytes back when that fails half way.
-bool overwriteHeader(QFile& file, const QByteArray& bytes) {
+// Puts the record behind the payload that lets a torn rewrite be finished. A drive without room for
+// it must still be able to forget a file, so the rewrite then goes without.
+bool protectRewrite(QFile& file, const QByteArray& headerImage) {
+    if (file.size() < PayloadOffset) {
+        return true;
+    }
+    switch (appendRedoRecord(file, headerImage)) {
+    case RedoRecordResult::Written:
+        return true;
+    case RedoRecordResult::NoRoom:
+        // The blocks that the new header names must be on the drive before it.
+        return syncToDrive(file);
+    case RedoRecordResult::Failed:
+        break;
+    }
+    return false;
+}
+
+bool writeAtLengthLine(QFile& file, const QByteArray& bytes) {
+    return file.seek(LengthLineOffset) && writeWhole(file, bytes) && syncToDrive(file);
+}
+
+// Writes at the file's header and cuts the file to its payload. A rewrite that fails half way is
+// undone; where even that fails, the record behind the payload stays, because it is needed.
+bool overwriteHeader(QFile& file, const QByteArray& bytes, qint64 payloadEnd) {
     if (!file.seek(LengthLineOffset)) {
         return false;
     }
-    const qint64 sizeBefore = file.size();
     const QByteArray before = file.read(bytes.size());
-    if (file.seek(LengthLineOffset) && writeWhole(file, bytes) && syncToDrive(file)) {
-        return true;
+    const bool written = writeAtLengthLine(file, bytes);
+    if (written || writeAtLengthLine(file, before)) {
+        const qint64 end = written ? std::max(payloadEnd, PayloadOffset) : payloadEnd;
+        // What is left behind a good header is ignored and goes with the next change.
+        static_cast<void>(file.size() <= end || file.resize(end));
     }
-    if (file.seek(LengthLineOffset) && writeWhole(file, before) && file.size() > sizeBefore) {
-        file.resize(sizeBefore);
-    }
-    static_cast<void>(syncToDrive(file));
-    return false;
+    return written;
+}
+
+// Everything behind the header must be zero. Most of it is, and need not be sent to the drive
+// again; a region that is not whole is written to its end.
+bool rewriteHeader(QFile& file, const QByteArray& image, qint64 payloadEnd) {
+    const qint64 imageEnd = LengthLineOffset + image.size();
+    const qint64 end = endOfNonZeroBytes(file, imageEnd).value_or(PayloadOffset);
+    return overwriteHeader(file, image + QByteArray(end - imageEnd, '\0'), payloadEnd);
+}
+
+std::optional<QJsonObject> parseHeader(const QByteArray& header) {
+    const QJsonObject object = QJsonDocument::fromJson(header).object();
+    const bool good = object.value(u"magic") == QLatin1String("TESSEL") &&
+                      object.value(u"formatVersion").toInt(0) == FormatVersion;
+    return good ? std::optional<QJsonObject>(object) : std::nullopt;
 }
 
 ContainerDocument documentFromHeader(const ContainerManager& manager, const QJsonObject& header) {
@@ -222,14 +248,42 @@ bool ContainerManager::readDocument(const QString& path, ContainerDocument* out)
         return false;
     }
     const QByteArray header = file.read(line->headerBytes);
-    const QJsonObject object = QJsonDocument::fromJson(header).object();
-    if (header.size() != line->headerBytes || object.value(u"magic") != QLatin1String("TESSEL") ||
-        object.value(u"formatVersion").toInt(0) != FormatVersion) {
+    const std::optional<QJsonObject> object = parseHeader(header);
+    if (header.size() != line->headerBytes || !object) {
         return false;
     }
-    *out = documentFromHeader(*this, object);
+    *out = documentFromHeader(*this, *object);
     out->payloadOffset = payloadOffset;
     return true;
+}
+
+bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* out) const {
+    if (!out || !QFileInfo(path).isFile()) {
+        return false;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !readMagic(file)) {
+        return false;
+    }
+    const std::optional<RedoRecord> record = findRedoRecord(file);
+    const std::optional<QJsonObject> object =
+        record ? parseHeader(record->headerImage.sliced(LengthLineBytes)) : std::nullopt;
+    if (!object) {
+        return false;
+    }
+    *out = documentFromHeader(*this, *object);
+    out->payloadOffset = PayloadOffset;
+    return true;
+}
+
+bool ContainerManager::repairHeader(const QString& path) const {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
+        !readMagic(file)) {
+        return false;
+    }
+    const std::optional<RedoRecord> record = findRedoRecord(file);
+    return record && rewriteHeader(file, record->headerImage, endOfPayload(file));
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
@@ -269,12 +323,9 @@ bool ContainerManager::updateDocumentHeader(const QString& path,
     if (header.size() > HeaderRegionBytes) {
         return false;
     }
-    // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
-    // again; a region that is not whole is written to its end.
-    const qint64 headerEnd = HeaderOffset + header.size();
-    const qint64 end = endOfNonZeroBytes(file, headerEnd).value_or(PayloadOffset);
-    return overwriteHeader(file, lengthLineFor(header.size()) + header +
-                                     QByteArray(end - headerEnd, '\0'));
+    const QByteArray image = lengthLineFor(header.size()) + header;
+    const qint64 payloadEnd = endOfPayload(file);
+    return protectRewrite(file, image) && rewriteHeader(file, image, payloadEnd);
 }
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {

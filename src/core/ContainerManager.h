@@ -38,10 +38,21 @@ public:
                                      const PayloadWriter& payloadWriter) const;
     [[nodiscard]] bool writeDocument(const QString& path, const ContainerDocument& document) const;
 
-    /// Rewrites the length line and the header region of an existing container where they stand.
-    /// The payload region is not touched.
+    /// Rewrites the length line and the header region of an existing container where they stand,
+    /// under the protection of a redo record behind the payload, which is gone when this returns
+    /// true. When it returns true, the header and everything written to the container before it is
+    /// on the drive. On failure the old header is put back; where even that fails, the record
+    /// stays, and holds the new header.
     [[nodiscard]] bool updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const;
+
+    /// Reads the document that a redo record at the container's end holds.
+    /// @return false, with @p out untouched, when there is no whole record.
+    [[nodiscard]] bool readRedoRecord(const QString& path, ContainerDocument* out) const;
+    /// Writes the header of the redo record at the container's end into its place, and cuts the
+    /// record off. To be called only when the container's own header does not open and the
+    /// record's does.
+    [[nodiscard]] bool repairHeader(const QString& path) const;
 
     /// The header as compact JSON.
     [[nodiscard]] QByteArray buildHeader(const ContainerDocument& document) const;

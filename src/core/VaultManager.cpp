@@ -3,6 +3,8 @@
 
 #include "core/VaultManager.h"
 
+#include <QScopeGuard>
+
 namespace Tessel::Core {
 
 namespace {
@@ -58,20 +60,45 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
         return false;
     }
     ContainerDocument document;
-    if (!m_containerManager.readDocument(path, &document)) {
-        return false;
-    }
-    m_masterKey = decryptMasterKey(document, password);
-    if (m_masterKey.isEmpty()) {
-        return false;
-    }
-    if (!decryptIndex(document, &m_index)) {
-        m_masterKey.clear();
+    const bool opened = m_containerManager.readDocument(path, &document) &&
+                        openDocument(document, password, &m_index);
+    if (!opened && !openRedoRecord(path, password, &document, &m_index)) {
         return false;
     }
     m_containerFilePath = path;
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();
+}
+
+bool VaultManager::openDocument(const ContainerDocument& document, const QByteArray& password,
+                                SecureFileIndex* index) {
+    m_masterKey = decryptMasterKey(document, password);
+    if (m_masterKey.isEmpty()) {
+        return false;
+    }
+    if (!decryptIndex(document, index)) {
+        m_masterKey.clear();
+        return false;
+    }
+    return true;
+}
+
+bool VaultManager::openRedoRecord(const QString& path, const QByteArray& password,
+                                  ContainerDocument* document, SecureFileIndex* index) {
+    if (!m_containerManager.readRedoRecord(path, document) ||
+        !openDocument(*document, password, index)) {
+        return false;
+    }
+    // On a drive that takes no writes the vault can still be read.
+    static_cast<void>(m_containerManager.repairHeader(path));
+    return true;
+}
+
+bool VaultManager::readSessionDocument(ContainerDocument* document) const {
+    // A rewrite that failed with the drive leaves a torn header and its record. The session knows
+    // the index; all it needs from the file is how the master key is wrapped.
+    return m_containerManager.readDocument(m_containerFilePath, document) ||
+           m_containerManager.readRedoRecord(m_containerFilePath, document);
 }
 
 bool VaultManager::changePassword(const QString& path, const QByteArray& oldPassword,
@@ -80,10 +107,7 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
         return false;
     }
     ContainerDocument document;
-    if (!m_containerManager.readDocument(path, &document)) {
-        return false;
-    }
-    const QByteArray masterKey = decryptMasterKey(document, oldPassword);
+    const QByteArray masterKey = masterKeyForRekeying(path, oldPassword, &document);
     if (masterKey.isEmpty()) {
         return false;
     }
@@ -93,12 +117,31 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
            m_containerManager.updateDocumentHeader(path, document);
 }
 
+QByteArray VaultManager::masterKeyForRekeying(const QString& path, const QByteArray& password,
+                                              ContainerDocument* document) {
+    const auto dropKey = qScopeGuard([this] { m_masterKey.clear(); });
+    SecureFileIndex index;
+    ContainerDocument recorded;
+    const bool hasRecord = m_containerManager.readRedoRecord(path, &recorded);
+    if (m_containerManager.readDocument(path, document)) {
+        if (!hasRecord) {
+            return decryptMasterKey(*document, password);
+        }
+        // A torn header may still give the master key, beside half an index: re-keying that one
+        // would lose the record that holds the whole.
+        if (openDocument(*document, password, &index)) {
+            return m_masterKey;
+        }
+    }
+    return openRedoRecord(path, password, document, &index) ? m_masterKey : QByteArray();
+}
+
 bool VaultManager::saveIndex(const SecureFileIndex& index) {
     if (!isUnlocked() || m_containerFilePath.isEmpty()) {
         return false;
     }
     ContainerDocument document;
-    if (!m_containerManager.readDocument(m_containerFilePath, &document)) {
+    if (!readSessionDocument(&document)) {
         return false;
     }
     prepareForIndexSave(&document);

@@ -130,6 +130,18 @@ private:
                                           const SecureFileIndex& index) const;
     [[nodiscard]] bool decryptIndex(const ContainerDocument& document, SecureFileIndex* out) const;
 
+    /// Takes the master key and the index from the document; no key is kept on failure.
+    [[nodiscard]] bool openDocument(const ContainerDocument& document, const QByteArray& password,
+                                    SecureFileIndex* index);
+    /// The same from the container's redo record, whose header is then put in its place.
+    [[nodiscard]] bool openRedoRecord(const QString& path, const QByteArray& password,
+                                      ContainerDocument* document, SecureFileIndex* index);
+    /// The document of the unlocked container, from its header or its redo record.
+    [[nodiscard]] bool readSessionDocument(ContainerDocument* document) const;
+    /// The document whose wrapping a password change renews, and its master key.
+    [[nodiscard]] QByteArray masterKeyForRekeying(const QString& path, const QByteArray& password,
+                                                  ContainerDocument* document);
+
     /// The part of the master key that seals the index and the blocks.
     [[nodiscard]] QByteArray workingKey() const {
         return m_masterKey.left(CryptoManager::KeyBytes);
@@ -142,6 +154,8 @@ private:
     [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
                                            const SecureFileIndex& index) const;
 
+    /// Makes sure that no redo record stands where blocks are to be appended.
+    [[nodiscard]] bool dropRedoRecord();
     /// The vault's index without the file of this path, but with the folders above it.
     [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;
     /// Seals the source chunk by chunk at the container's position; fills in blocks and digest.

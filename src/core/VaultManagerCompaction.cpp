@@ -77,7 +77,7 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     }
     ContainerDocument document;
     QFile source(m_containerFilePath);
-    if (!m_containerManager.readDocument(m_containerFilePath, &document) ||
+    if (!readSessionDocument(&document) ||
         !source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return false;
     }

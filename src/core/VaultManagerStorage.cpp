@@ -3,6 +3,7 @@
 
 #include "core/DiskSync.h"
 #include "core/FileDigest.h"
+#include "core/RedoRecord.h"
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
 
@@ -90,7 +91,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     ContainerDocument document;
-    if (!m_containerManager.readDocument(m_containerFilePath, &document)) {
+    if (!dropRedoRecord() || !readSessionDocument(&document)) {
         return false;
     }
     SecureFileIndex working = indexWithout(path);
@@ -106,16 +107,24 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     auto rollback =
         qScopeGuard([&container, formerSize] { truncateContainer(container, formerSize); });
     if (!container.seek(formerSize) ||
-        !appendBlocks(source, container, document, &entry, progress) || !syncToDrive(container)) {
+        !appendBlocks(source, container, document, &entry, progress) || !container.flush()) {
         return false;
     }
     container.close();
+    // The header's rewrite waits until the blocks are on the drive.
     if (!working.addOrReplace(entry) || !sealIndexIntoHeader(&document, working)) {
         return false;
     }
     rollback.dismiss();
     m_index = working;
     return true;
+}
+
+bool VaultManager::dropRedoRecord() {
+    // Blocks must not be appended behind a record that a torn header may still need. Writing the
+    // header anew makes it whole and the record superfluous.
+    ContainerDocument recorded;
+    return !m_containerManager.readRedoRecord(m_containerFilePath, &recorded) || saveIndex(m_index);
 }
 
 SecureFileIndex VaultManager::indexWithout(const QString& path) const {

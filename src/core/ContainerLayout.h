@@ -1,0 +1,31 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+
+namespace Tessel::Core::ContainerLayout {
+
+// Where everything lies in a container; docs/container-format.md says what it means.
+inline constexpr QByteArrayView FileMagic("TESSEL3");
+inline constexpr qint64 LengthDigits = 20;
+inline constexpr qint64 LengthLineBytes = LengthDigits + 1;
+inline constexpr qint64 HeaderRegionBytes = 8388608;
+inline constexpr qint64 LengthLineOffset = FileMagic.size();
+inline constexpr qint64 HeaderOffset = LengthLineOffset + LengthLineBytes;
+inline constexpr qint64 PayloadOffset = HeaderOffset + HeaderRegionBytes;
+inline constexpr qint32 FormatVersion = 3;
+
+/// A number as twenty decimal digits.
+[[nodiscard]] inline QByteArray paddedNumber(qint64 number) {
+    return QByteArray::number(number).rightJustified(LengthDigits, '0');
+}
+
+/// The line in front of a header of that many bytes.
+[[nodiscard]] inline QByteArray lengthLineFor(qint64 headerBytes) {
+    return paddedNumber(headerBytes) + '\n';
+}
+
+} // namespace Tessel::Core::ContainerLayout
