@@ -1,0 +1,103 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/ContainerManager.h"
+#include "core/VaultManager.h"
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+
+#include <QBuffer>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+/// The helper that makes hostile containers must make good ones too: otherwise a test that expects
+/// a refusal would pass for the wrong reason.
+class TestCraftedContainer : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void theEngineOpensACraftedContainer_data();
+    void theEngineOpensACraftedContainer();
+    void writtenFileAndBytesAreTheSame();
+    void theSameSeedGivesTheSameBytes();
+    void filesShorterThanTheirBlocksAreCutRight();
+};
+
+void TestCraftedContainer::theEngineOpensACraftedContainer_data() {
+    QTest::addColumn<QByteArray>("kdf");
+    QTest::addColumn<qint32>("iterations");
+    QTest::addRow("PBKDF2, once") << QByteArrayLiteral("PBKDF2-HMAC-SHA256") << 1;
+    QTest::addRow("PBKDF2, three times") << QByteArrayLiteral("PBKDF2-HMAC-SHA256") << 3;
+    QTest::addRow("PBKDF2 under another name") << QByteArrayLiteral("argon2id") << 2;
+    QTest::addRow("Argon2id") << QByteArrayLiteral("Argon2id") << 0;
+}
+
+void TestCraftedContainer::theEngineOpensACraftedContainer() {
+    QFETCH(const QByteArray, kdf);
+    QFETCH(const qint32, iterations);
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    CraftedContainer crafted;
+    crafted.keys.kdf = kdf;
+    crafted.keys.kdfIterations = iterations;
+    const QByteArray contents = noise(2500);
+    crafted.addFolder(QStringLiteral("docs")).leaveGap(5);
+    crafted.addFile(QStringLiteral("docs/relatório.bin"), contents, 1000);
+    crafted.addFile(QStringLiteral("vazio"), {});
+    QVERIFY(crafted.writeTo(path));
+
+    VaultManager vault;
+    QVERIFY(!vault.unlockVault(path, "outra senha"));
+    QVERIFY(vault.unlockVault(path, crafted.keys.password));
+    QCOMPARE(vault.fileIndex().entries().size(), 2);
+    QCOMPARE(vault.fileIndex().directories().size(), 1);
+    QBuffer plain;
+    QVERIFY(plain.open(QIODevice::WriteOnly));
+    QVERIFY(vault.writeVaultFileToDevice(QStringLiteral("docs/relatório.bin"), &plain));
+    QCOMPARE(plain.data(), contents);
+    QVERIFY(vault.lockVault());
+}
+
+void TestCraftedContainer::writtenFileAndBytesAreTheSame() {
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    CraftedContainer crafted;
+    crafted.addFile(QStringLiteral("a"), "abc").leaveGap(7);
+    QVERIFY(crafted.writeTo(path));
+    QVERIFY(readFile(path) == crafted.bytes());
+    QCOMPARE(crafted.bytes().size(), 8388636 + 3 + 16 + 7);
+    QCOMPARE(crafted.fileSize(), crafted.bytes().size());
+
+    crafted.setPadding('x').cutAt(8388636 + 4);
+    QVERIFY(crafted.writeTo(path));
+    QVERIFY(readFile(path) == crafted.bytes());
+    QCOMPARE(crafted.bytes().size(), 8388636 + 4);
+    QCOMPARE(crafted.bytes().at(8388635), 'x');
+}
+
+void TestCraftedContainer::theSameSeedGivesTheSameBytes() {
+    CraftedContainer first(7);
+    CraftedContainer second(7);
+    CraftedContainer other(8);
+    for (CraftedContainer* crafted : {&first, &second, &other}) {
+        crafted->addFile(QStringLiteral("a"), "abc");
+    }
+    QVERIFY(first.bytes() == second.bytes());
+    QVERIFY(first.keys.masterKey != other.keys.masterKey);
+    QVERIFY(first.blocks(0).first().nonce != other.blocks(0).first().nonce);
+}
+
+void TestCraftedContainer::filesShorterThanTheirBlocksAreCutRight() {
+    CraftedContainer crafted;
+    crafted.addFile(QStringLiteral("a"), noise(7), 3).addFile(QStringLiteral("b"), noise(3), 3);
+    QCOMPARE(crafted.blocks(0).size(), 3);
+    QCOMPARE(crafted.blocks(0).last().plainSize, 1);
+    QCOMPARE(crafted.blocks(1).size(), 1);
+    QCOMPARE(crafted.blocks(1).first().offset, 8388636 + 7 + 3 * 16);
+}
+
+QTEST_GUILESS_MAIN(TestCraftedContainer)
+#include "test_crafted_container.moc"
