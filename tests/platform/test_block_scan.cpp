@@ -43,6 +43,7 @@ private Q_SLOTS:
     void otherBusesAreIgnored();
     void labelNamesTheVolume();
     void labelIsShownAsUdevWritesIt();
+    void labelLinkToAPlainFileCounts();
     void labelLinkThatLeadsToNoDeviceIsIgnored_data();
     void labelLinkThatLeadsToNoDeviceIsIgnored();
     void laterLabelOfTheSameDeviceWins();
@@ -185,6 +186,16 @@ void TestBlockScan::labelIsShownAsUdevWritesIt() {
              QStringList{u"id=/dev/sdz device=/dev/sdz name=MY\\x20DISK root= type="_qs});
 }
 
+void TestBlockScan::labelLinkToAPlainFileCounts() {
+    FakeUsb usb;
+    usb.addDisk(u"sdz"_qs);
+    usb.addLabelLink(u"PEN"_qs, u"/dev/dir/sdz"_qs);
+    usb.makeDirectory(u"/dev/dir"_qs);
+    QFile file(u"/dev/dir/sdz"_qs);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(detect().value(0).displayName, u"PEN"_qs);
+}
+
 void TestBlockScan::labelLinkThatLeadsToNoDeviceIsIgnored_data() {
     QTest::addColumn<QString>("target");
     QTest::newRow("outside of /dev") << u"/media/sdz"_qs;
@@ -198,7 +209,8 @@ void TestBlockScan::labelLinkThatLeadsToNoDeviceIsIgnored() {
     FakeUsb usb;
     usb.addDisk(u"sdz"_qs);
     usb.addLabel(u"OTHER"_qs, u"sdy"_qs);
-    usb.makeDirectory(u"/media/sdz"_qs);
+    QFile outside(u"/media/sdz"_qs);
+    QVERIFY(outside.open(QIODevice::WriteOnly));
     usb.makeDirectory(u"/dev/dir/sdz"_qs);
     usb.addLabelLink(u"PEN"_qs, target);
     QCOMPARE(detect().value(0).displayName, u"sdz"_qs);

@@ -205,6 +205,8 @@ void TestMountTable::lineIsReadOrIgnored_data() {
         << QByteArray("36 35 8:1 / /gone rw - vfat /dev/sdz rw more") << true;
     QTest::newRow("two fields after")
         << QByteArray("36 35 8:1 / /gone rw - vfat /dev/sdz") << false;
+    QTest::newRow("two fields and a blank after")
+        << QByteArray("36 35 8:1 / /gone rw - vfat /dev/sdz ") << false;
     QTest::newRow("blanks in a row")
         << QByteArray("36  35 8:1   / /gone rw -  vfat   /dev/sdz rw") << true;
     QTest::newRow("blanks do not count as fields")
