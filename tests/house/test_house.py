@@ -1,0 +1,179 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""Holds the sources to the rules of the house, and each rule to a source that breaks it."""
+
+import contextlib
+import os
+import tempfile
+import unittest
+from pathlib import Path
+
+import house_rules
+
+QT_INCLUDE = Path(os.environ["TESSEL_QTCORE"]).parent
+TOP = Path(os.environ["TESSEL_SOURCES"])
+HEAD = "".join(f"// {line}\n" for line in house_rules.LICENCE)
+HASH_HEAD = HEAD.replace("//", "#")
+
+
+class Sources(unittest.TestCase):
+    def assert_none(self, faults):
+        self.assertEqual([], list(faults))
+
+    def test_the_rules_see_every_room(self):
+        seen = {path.parts[1] for path, _, _ in house_rules.rooms(TOP)}
+        self.assertEqual({"core", "platform"}, seen & {"core", "platform"})
+        self.assertTrue(QT_INCLUDE.joinpath("QtCore", "QString").is_file())
+
+    def test_rooms_include_only_whom_they_may_know(self):
+        self.assert_none(house_rules.include_faults(TOP, QT_INCLUDE))
+
+    def test_rooms_link_only_whom_they_may_know(self):
+        self.assert_none(house_rules.link_faults(TOP))
+
+    def test_only_the_window_words_texts(self):
+        self.assert_none(house_rules.wording_faults(TOP))
+
+    def test_every_source_names_its_licence(self):
+        self.assert_none(house_rules.licence_faults(TOP))
+
+    def test_nothing_is_left_undone(self):
+        self.assert_none(house_rules.left_undone_faults(TOP))
+
+
+class Rules(unittest.TestCase):
+    """Each rule against a small house of its own."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.top = Path(folder.name)
+        for header in ("core/Vault.h", "platform/Drive.h", "ui/Window.h"):
+            self.write(f"src/{header}", HEAD)
+
+    def write(self, path, text):
+        file = self.top / path
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text, encoding="utf-8")
+
+    @contextlib.contextmanager
+    def planted(self, path, text):
+        """A file that is there for a moment."""
+        self.write(path, text)
+        try:
+            yield
+        finally:
+            self.top.joinpath(path).unlink()
+
+    def include_faults(self, room, header):
+        with self.planted(f"src/{room}/Source.cpp", f"{HEAD}#include {header}\n"):
+            return list(house_rules.include_faults(self.top, QT_INCLUDE))
+
+    def test_allowed_includes(self):
+        for room, header in (
+                ("core", '"core/Vault.h"'), ("core", "<QString>"), ("core", "<QtGlobal>"),
+                ("core", "<QtCore/QString>"), ("core", "<qglobal.h>"), ("core", "<vector>"),
+                ("core", "<sys/stat.h>"), ("core", "<unistd.h>"), ("core", "<sodium.h>"),
+                ("core", "<sodium/utils.h>"), ("core", "<openssl/evp.h>"),
+                ("core", '"Source.moc"'),
+                ("platform", '"platform/Drive.h"'), ("platform", "<QStorageInfo>"),
+                ("ui", '"core/Vault.h"'), ("ui", '"platform/Drive.h"'), ("ui", '"ui/Window.h"'),
+                ("ui", "<QWidget>"), ("ui", "<QIcon>"), ("ui", "<QFile>")):
+            with self.subTest(room=room, header=header):
+                self.assertEqual([], self.include_faults(room, header))
+
+    def test_forbidden_includes(self):
+        for room, header, reason in (
+                ("core", '"platform/Drive.h"', "belongs to src/platform"),
+                ("core", '"ui/Window.h"', "belongs to src/ui"),
+                ("core", '"Vault.h"', "not written from src/"),
+                ("core", '"core/Missing.h"', "not written from src/"),
+                ("core", '"../core/Vault.h"', "not written from src/"),
+                ("core", '"core/../platform/Drive.h"', "not written from src/"),
+                ("core", "<core/Vault.h>", "no library"),
+                ("core", "<QIcon>", "belongs to QtGui"),
+                ("core", "<QMessageBox>", "belongs to QtWidgets"),
+                ("core", "<qwidget.h>", "belongs to QtWidgets"),
+                ("core", "<QtWidgets/QWidget>", "belongs to QtWidgets"),
+                ("core", "<QNetworkReply>", "belongs to "),
+                ("core", "<QNothing>", "unknown Qt module"),
+                ("core", "<curl/curl.h>", "no library"),
+                ("platform", '"core/Vault.h"', "belongs to src/core"),
+                ("platform", '"ui/Window.h"', "belongs to src/ui"),
+                ("platform", "<QIcon>", "belongs to QtGui"),
+                ("platform", "<sodium.h>", "belongs to the engine"),
+                ("platform", "<libudev.h>", "no library"),
+                ("ui", "<sodium.h>", "belongs to the engine"),
+                ("ui", "<openssl/evp.h>", "belongs to the engine"),
+                ("ui", "<QTest>", "belongs to "),
+                ("ui", '"Window.h"', "not written from src/")):
+            with self.subTest(room=room, header=header):
+                faults = self.include_faults(room, header)
+                self.assertEqual(1, len(faults), faults)
+                self.assertIn(f"src/{room}/Source.cpp:3: {header}", faults[0])
+                self.assertIn(reason, faults[0])
+
+    def test_includes_may_be_spaced(self):
+        self.write("src/core/Source.cpp", HEAD + '  #  include"ui/Window.h"\n')
+        self.assertEqual(1, len(list(house_rules.include_faults(self.top, QT_INCLUDE))))
+
+    def test_a_new_room_needs_a_rule(self):
+        faults = self.include_faults("net", "<QString>")
+        self.assertEqual(["src/net/Source.cpp: no rule says whom this room may know"], faults)
+
+    def test_forbidden_links(self):
+        for room, library, fault in (
+                ("core", "Qt6::Core", False), ("core", "PkgConfig::sodium", False),
+                ("core", "Qt6::Gui", True), ("core", "tessel_platform", True),
+                ("platform", "Qt6::Core", False), ("platform", "tessel_core", True),
+                ("platform", "Qt6::Widgets", True), ("platform", "OpenSSL::Crypto", True),
+                ("ui", "tessel_core", False), ("ui", "Qt6::Network", True)):
+            with self.subTest(room=room, library=library):
+                text = (f"{HASH_HEAD}target_link_libraries(tessel_{room}\n"
+                        f"    PUBLIC Qt6::Core # and\n    PRIVATE {library})\n")
+                with self.planted(f"src/{room}/CMakeLists.txt", text):
+                    faults = list(house_rules.link_faults(self.top))
+                expected = f"src/{room}/CMakeLists.txt: tessel_{room} must not link {library}"
+                self.assertEqual([expected] if fault else [], faults)
+
+    def test_words_for_the_user(self):
+        self.write("src/ui/Window.cpp", f'{HEAD}auto a = tr("Senha:");\n')
+        self.assertEqual([], list(house_rules.wording_faults(self.top)))
+        self.write("src/core/Vault.cpp", f'{HEAD}// tr("x")\nauto a = ptr(1); // tr(2)\n')
+        self.assertEqual([], list(house_rules.wording_faults(self.top)))
+        self.write("src/core/Vault.cpp", f'{HEAD}auto a = Vault::tr("Senha:");\n')
+        self.assertEqual(["src/core/Vault.cpp:3: words a text for the user"],
+                         list(house_rules.wording_faults(self.top)))
+
+    def test_licence_lines(self):
+        for path, text, fault in (
+                ("src/core/A.cpp", HEAD, False),
+                ("src/core/A.cpp", "", True),
+                ("src/core/A.cpp", "\n" + HEAD, True),
+                ("src/core/A.h", HASH_HEAD, True),
+                ("src/core/A.h", HEAD.replace("2026", "2025"), True),
+                ("src/core/A.h", HEAD.splitlines()[0] + "\n#pragma once\n", True),
+                ("tests/core/CMakeLists.txt", HASH_HEAD, False),
+                ("tests/core/CMakeLists.txt", HEAD, True),
+                ("tests/core/a.py", "#!/usr/bin/env python3\n" + HASH_HEAD, False),
+                ("benchmarks/a.cpp", "int a;\n", True),
+                ("scripts/run", "#!/usr/bin/env bash\n" + HASH_HEAD, False),
+                ("scripts/run", "#!/usr/bin/env bash\nset -e\n", True),
+                (".ci/run", "#!/bin/sh\n", True),
+                ("tests/core/data.tvlt", "TESSEL3", False)):
+            with self.subTest(path=path, text=text):
+                with self.planted(path, text):
+                    faults = list(house_rules.licence_faults(self.top))
+                expected = f"{path}: does not begin with the two SPDX lines"
+                self.assertEqual([expected] if fault else [], faults)
+
+    def test_work_left_undone(self):
+        for word in ("TO" "DO", "FIX" "ME"):
+            self.write("src/core/A.cpp", f"{HEAD}// {word}: later\n// {word}S are other words\n")
+            self.assertEqual([f"src/core/A.cpp:3: // {word}: later"],
+                             list(house_rules.left_undone_faults(self.top)))
+
+
+if __name__ == "__main__":
+    unittest.main()
