@@ -3,6 +3,7 @@
 
 #include "core/ContainerManager.h"
 
+#include "core/Base64.h"
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
 #include "core/RedoRecord.h"
@@ -110,7 +111,7 @@ bool writeWhole(QIODevice& device, const QByteArray& bytes) {
 }
 
 QByteArray bytesFromBase64(const QJsonValue& value) {
-    return QByteArray::fromBase64(value.toString().toLatin1());
+    return decodeBase64(value.toString().toLatin1());
 }
 
 QString bytesToBase64(const QByteArray& bytes) {

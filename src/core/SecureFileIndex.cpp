@@ -3,6 +3,8 @@
 
 #include "core/SecureFileIndex.h"
 
+#include "core/Base64.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -37,7 +39,7 @@ VaultFileBlock blockFromJson(const QJsonObject& object) {
     block.offset = toInt64(object.value(u"offset"));
     block.plainSize = toInt64(object.value(u"plainSize"));
     block.encryptedSize = toInt64(object.value(u"encryptedSize"));
-    block.nonce = QByteArray::fromBase64(object.value(u"nonce").toString().toLatin1());
+    block.nonce = decodeBase64(object.value(u"nonce").toString().toLatin1());
     return block;
 }
 
