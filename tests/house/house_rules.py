@@ -20,7 +20,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
 # The C++ library has no dots in its names; beside it the engine uses these of the system.
 CXX_HEADER = re.compile(r"[a-z_0-9]+")
 SYSTEM_HEADER = re.compile(r"(sys|linux)/[a-z_]+\.h|(unistd|fcntl|errno|signal|poll)\.h")
-CRYPTO_HEADER = re.compile(r"sodium(/[a-z_0-9]+)?\.h|openssl/[a-z_0-9]+\.h")
+CRYPTO_HEADER = re.compile(r"(sodium|openssl)(/[a-z_0-9]+)?\.h")
 LINK = re.compile(r"target_link_libraries\(\s*(\w+)([^)]*)\)")
 TRANSLATED_TEXT = re.compile(r"\b(tr|translate|QT_TR_NOOP|QT_TRANSLATE_NOOP)\s*\(")
 # In two pieces, or this line would be found itself.
@@ -28,8 +28,8 @@ LEFT_UNDONE = re.compile(r"\b(TO" r"DO|FIX" r"ME)\b")
 
 
 class Room:
-    """A folder of src/: the rooms and Qt modules whose headers it may include, whether it may
-    include those of the cryptographic libraries, and the targets it may link."""
+    """A folder of src/: the rooms, Qt modules and cryptographic libraries whose headers it may
+    include, and the targets it may link."""
 
     def __init__(self, rooms, qt, crypto, targets):
         self.rooms = rooms
@@ -39,12 +39,13 @@ class Room:
 
 
 ROOMS = {
-    "core": Room({"core"}, {"QtCore"}, True,
+    "core": Room({"core"}, {"QtCore"}, {"sodium", "openssl"},
                  {"Qt6::Core", "PkgConfig::sodium", "OpenSSL::Crypto", "tessel_flags"}),
-    "platform": Room({"platform"}, {"QtCore"}, False, {"Qt6::Core", "tessel_flags"}),
-    "ui": Room({"core", "platform", "ui"}, {"QtCore", "QtGui", "QtWidgets"}, False,
-               {"Qt6::Core", "Qt6::Gui", "Qt6::Widgets", "tessel_core", "tessel_platform",
-                "tessel_ui", "tessel_flags"}),
+    "platform": Room({"platform"}, {"QtCore"}, set(), {"Qt6::Core", "tessel_flags"}),
+    # The window tells which version of libsodium is at work.
+    "ui": Room({"core", "platform", "ui"}, {"QtCore", "QtGui", "QtWidgets"}, {"sodium"},
+               {"Qt6::Core", "Qt6::Gui", "Qt6::Widgets", "PkgConfig::sodium", "tessel_core",
+                "tessel_platform", "tessel_ui", "tessel_flags"}),
 }
 LINK_KEYWORDS = {"PUBLIC", "PRIVATE", "INTERFACE"}
 
@@ -98,8 +99,9 @@ def fault_of_angled(room, header, qt_include):
     module = qt_module(header, qt_include)
     if module is not None:
         return None if module in room.qt else f"<{header}> belongs to {module}"
-    if CRYPTO_HEADER.fullmatch(header):
-        return None if room.crypto else f"<{header}> belongs to the engine"
+    crypto = CRYPTO_HEADER.fullmatch(header)
+    if crypto:
+        return None if crypto[1] in room.crypto else f"<{header}> belongs to the engine"
     if CXX_HEADER.fullmatch(header) or SYSTEM_HEADER.fullmatch(header):
         return None
     return f"<{header}> belongs to no library that this room may use"
