@@ -1,0 +1,485 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+"""A second implementation of the container format, written from docs/container-format.md.
+
+It shares nothing with the engine, so that the two can be tested against each other and against
+the document. It needs PyNaCl (Debian: python3-nacl) and nothing else.
+"""
+
+import base64
+import binascii
+import datetime
+import hashlib
+import json
+import os
+import re
+import uuid
+from dataclasses import dataclass, field
+
+import nacl.exceptions
+import nacl.pwhash
+from nacl import bindings
+
+MAGIC = b"TESSEL3"
+LENGTH_DIGITS = 20
+HEADER_REGION_BYTES = 8388608
+PAYLOAD_OFFSET = len(MAGIC) + LENGTH_DIGITS + 1 + HEADER_REGION_BYTES
+FORMAT_VERSION = 3
+CHUNK_BYTES = 16777216
+TAG_BYTES = 16
+KEY_BYTES = 32
+NONCE_BYTES = 24
+SALT_BYTES = 16
+MASTER_KEY_BYTES = 64
+ARGON2_PASSES = 3
+ARGON2_MEMORY_BYTES = 268435456
+ASCII_SPACE = b" \t\n\v\f\r"
+CIPHER = "XChaCha20-Poly1305"
+
+
+class FormatError(Exception):
+    """The file is no container, or one that was damaged; or the password is wrong."""
+
+
+def seal(plain, key, nonce, associated_data):
+    return bindings.crypto_aead_xchacha20poly1305_ietf_encrypt(
+        bytes(plain), associated_data, nonce, key)
+
+
+def unseal(sealed, key, nonce, associated_data):
+    if len(sealed) < TAG_BYTES or len(nonce) != NONCE_BYTES:
+        raise FormatError("too short for a sealed text, or a nonce of another length")
+    try:
+        return bindings.crypto_aead_xchacha20poly1305_ietf_decrypt(
+            sealed, associated_data, nonce, key)
+    except nacl.exceptions.CryptoError as error:
+        raise FormatError("wrong key or altered bytes") from error
+
+
+# --- Keys and associated data ----------------------------------------------------------------
+
+@dataclass
+class Crypto:
+    """The header's "crypto" object; byte fields are decoded."""
+    kdf: str = ""
+    cipher: str = ""
+    kdf_iterations: int = 250000
+    salt: bytes = b""
+    nonce: bytes = b""
+    payload_nonce: bytes = b""
+    auth_tag: bytes = b""
+    encrypted_master_key: bytes = b""
+
+    @staticmethod
+    def from_json(value):
+        iterations = value.get("kdfIterations")
+        return Crypto(
+            kdf=text(value, "kdf"), cipher=text(value, "cipher"),
+            kdf_iterations=int32(iterations, 250000),
+            salt=base64_member(value, "salt"), nonce=base64_member(value, "nonce"),
+            payload_nonce=base64_member(value, "payloadNonce"),
+            auth_tag=base64_member(value, "authTag"),
+            encrypted_master_key=base64_member(value, "encryptedMasterKey"))
+
+    def to_json(self):
+        return {
+            "authTag": to_base64(self.auth_tag), "cipher": self.cipher,
+            "encryptedMasterKey": to_base64(self.encrypted_master_key), "kdf": self.kdf,
+            "kdfIterations": self.kdf_iterations, "nonce": to_base64(self.nonce),
+            "payloadNonce": to_base64(self.payload_nonce), "salt": to_base64(self.salt)}
+
+
+def password_key(password, crypto):
+    if not password or not crypto.salt:
+        raise FormatError("no password or no salt")
+    if crypto.kdf == "Argon2id":
+        if len(crypto.salt) < SALT_BYTES:
+            raise FormatError("salt too short for Argon2id")
+        return nacl.pwhash.argon2id.kdf(
+            64, password, crypto.salt[:SALT_BYTES], opslimit=ARGON2_PASSES,
+            memlimit=ARGON2_MEMORY_BYTES)
+    if crypto.kdf_iterations < 1:
+        raise FormatError("iteration count below 1")
+    return hashlib.pbkdf2_hmac("sha256", password, crypto.salt, crypto.kdf_iterations, 64)
+
+
+def master_key_data(crypto):
+    return b"|".join([
+        b"TESSEL", b"master-key", b"3", crypto.cipher.encode(), crypto.kdf.encode(),
+        str(crypto.kdf_iterations).encode(), crypto.salt, crypto.nonce])
+
+
+def index_data(crypto):
+    return b"|".join([b"TESSEL", b"index", b"3", crypto.cipher.encode(), crypto.payload_nonce])
+
+
+def block_data():
+    return b"TESSEL|file-block|3"
+
+
+# --- JSON, read as leniently as the document allows -----------------------------------------
+
+def parse_json_object(data, what):
+    try:
+        value = json.loads(data.decode("utf-8"), parse_constant=_no_constant)
+    except (ValueError, RecursionError) as error:
+        raise FormatError(f"{what} is no JSON") from error
+    if not isinstance(value, dict):
+        raise FormatError(f"{what} is no JSON object")
+    return value
+
+
+def _no_constant(name):
+    raise ValueError(f"{name} is not JSON")
+
+
+def compact_json(value):
+    return json.dumps(value, ensure_ascii=False, separators=(",", ":"), sort_keys=True).encode()
+
+
+def text(value, key):
+    member = value.get(key)
+    return member if isinstance(member, str) else ""
+
+
+def to_base64(data):
+    return base64.b64encode(data).decode("ascii")
+
+
+def from_base64(value):
+    """Characters outside the alphabet are skipped, missing padding is no fault."""
+    digits = re.sub(r"[^A-Za-z0-9+/]", "", value)
+    if len(digits) % 4 == 1:
+        digits = digits[:-1]
+    return base64.b64decode(digits + "=" * (-len(digits) % 4))
+
+
+def base64_member(value, key):
+    return from_base64(text(value, key))
+
+
+def is_number(value):
+    return isinstance(value, (int, float)) and not isinstance(value, bool)
+
+
+def int32(value, default):
+    if not is_number(value) or value != int(value) or not -2**31 <= value < 2**31:
+        return default
+    return int(value)
+
+
+def int64(value):
+    """A number, or a text that holds one; everything else counts as 0."""
+    if isinstance(value, str):
+        return int(value) if re.fullmatch(r"[+-]?[0-9]{1,19}", value) else 0
+    return round(value) if is_number(value) and abs(value) < 2**63 else 0
+
+
+def array(value, key):
+    member = value.get(key)
+    return member if isinstance(member, list) else []
+
+
+def as_object(value):
+    return value if isinstance(value, dict) else {}
+
+
+# --- Index ------------------------------------------------------------------------------------
+
+@dataclass
+class Block:
+    offset: int
+    plain_size: int
+    encrypted_size: int
+    nonce: bytes
+
+    def to_json(self):
+        return {"encryptedSize": self.encrypted_size, "nonce": to_base64(self.nonce),
+                "offset": self.offset, "plainSize": self.plain_size}
+
+
+@dataclass
+class FileEntry:
+    id: str
+    path: str
+    size: int
+    modified: str
+    sha256: bytes
+    blocks: list = field(default_factory=list)
+
+    def to_json(self):
+        return {"blocks": [block.to_json() for block in self.blocks], "id": self.id,
+                "lastModifiedUtc": self.modified, "sha256": self.sha256.hex(),
+                "sizeBytes": self.size, "vaultPath": self.path}
+
+
+@dataclass
+class FolderEntry:
+    path: str
+    created: str
+    modified: str
+
+    def to_json(self):
+        return {"createdUtc": self.created, "modifiedUtc": self.modified, "path": self.path}
+
+
+def index_from_json(data):
+    """The file and folder entries; a later entry takes the place of one with the same path."""
+    try:
+        value = parse_json_object(data, "index")
+    except FormatError:
+        value = {}
+    files, folders = {}, {}
+    for item in map(as_object, array(value, "files")):
+        if text(item, "vaultPath"):
+            files[text(item, "vaultPath")] = _file_from_json(item)
+    for item in map(as_object, array(value, "directories")):
+        if text(item, "path"):
+            folders[text(item, "path")] = FolderEntry(
+                text(item, "path"), text(item, "createdUtc"), text(item, "modifiedUtc"))
+    return list(files.values()), list(folders.values())
+
+
+def _file_from_json(item):
+    try:
+        digest = binascii.unhexlify(text(item, "sha256"))
+    except (ValueError, binascii.Error):
+        digest = b""
+    blocks = [
+        Block(int64(block.get("offset")), int64(block.get("plainSize")),
+              int64(block.get("encryptedSize")), base64_member(block, "nonce"))
+        for block in map(as_object, array(item, "blocks"))]
+    return FileEntry(text(item, "id"), text(item, "vaultPath"), int64(item.get("sizeBytes")),
+                     text(item, "lastModifiedUtc"), digest, blocks)
+
+
+def index_to_json(files, folders):
+    return compact_json({
+        "directories": [folder.to_json() for folder in folders],
+        "files": [entry.to_json() for entry in files], "formatVersion": 1})
+
+
+# --- Reading ----------------------------------------------------------------------------------
+
+def read_length_line(file):
+    """The line after the magic with its line feed; of bounded length, unlike the format's."""
+    line = file.readline(1 << 20)
+    digits = line.strip(ASCII_SPACE)
+    if not line.endswith(b"\n") or not re.fullmatch(rb"\+?[0-9]+", digits):
+        raise FormatError("length line")
+    length = int(digits)
+    if not 1 <= length <= HEADER_REGION_BYTES:
+        raise FormatError("length of the header")
+    return line, length
+
+
+class Container:
+    """An opened container: header, keys and index. Blocks are read when they are asked for."""
+
+    def __init__(self, path, password):
+        self.path = path
+        with open(path, "rb") as file:
+            self._read_header(file)
+        self.password_key = password_key(password, self.crypto)
+        self.master_key = unseal(
+            self.crypto.encrypted_master_key, self.password_key[:KEY_BYTES], self.crypto.nonce,
+            master_key_data(self.crypto))
+        self.working_key = self.master_key[:KEY_BYTES]
+        self.index_json = unseal(
+            self.encrypted_index, self.working_key, self.crypto.payload_nonce,
+            index_data(self.crypto))
+        if not self.index_json:
+            raise FormatError("empty index")
+        self.files, self.folders = index_from_json(self.index_json)
+
+    def _read_header(self, file):
+        if file.read(len(MAGIC)) != MAGIC:
+            raise FormatError("magic")
+        self.length_line, length = read_length_line(file)
+        region = file.read(HEADER_REGION_BYTES)
+        if len(region) != HEADER_REGION_BYTES:
+            raise FormatError("header region cut short")
+        self.payload_offset = len(MAGIC) + len(self.length_line) + HEADER_REGION_BYTES
+        self.header_json, self.padding = region[:length], region[length:]
+        self.header = parse_json_object(self.header_json, "header")
+        if self.header.get("magic") != "TESSEL":
+            raise FormatError('"magic" member')
+        if int32(self.header.get("formatVersion"), 0) != FORMAT_VERSION:
+            raise FormatError("format version")
+        self.crypto = Crypto.from_json(as_object(self.header.get("crypto")))
+        self.encrypted_index = base64_member(self.header, "encryptedIndex")
+
+    def entry(self, path):
+        """The file with this path, letter case ignored."""
+        for entry in self.files:
+            if entry.path.casefold() == path.casefold():
+                return entry
+        raise FormatError(f"no file {path}")
+
+    def contents(self, entry):
+        """Yields the plaintext of each block; nothing of a block that is not authentic."""
+        with open(self.path, "rb") as file:
+            for block in entry.blocks:
+                yield self._open_block(file, block)
+
+    def _open_block(self, file, block):
+        if block.offset < 0 or not TAG_BYTES < block.encrypted_size <= CHUNK_BYTES + TAG_BYTES:
+            raise FormatError("block bounds")
+        file.seek(block.offset)
+        sealed = file.read(block.encrypted_size)
+        if len(sealed) != block.encrypted_size:
+            raise FormatError("block cut short")
+        plain = unseal(sealed, self.working_key, block.nonce, block_data())
+        if len(plain) != block.plain_size:
+            raise FormatError("block size")
+        return plain
+
+    def digest_and_size(self, entry):
+        digest, size = hashlib.sha256(), 0
+        for plain in self.contents(entry):
+            digest.update(plain)
+            size += len(plain)
+        return digest.digest(), size
+
+    def check_contents(self):
+        """What is wrong with the files' bytes, as a list of texts."""
+        faults = []
+        for entry in self.files:
+            try:
+                digest, size = self.digest_and_size(entry)
+            except FormatError as error:
+                faults.append(f"{entry.path}: {error}")
+                continue
+            if digest != entry.sha256:
+                faults.append(f"{entry.path}: digest differs")
+            if size != entry.size:
+                faults.append(f"{entry.path}: {size} bytes instead of {entry.size}")
+        return faults
+
+    def check_written_form(self):
+        """Where the container differs from what writers must write, as a list of texts."""
+        faults = []
+        checks = [
+            ("length line", self.length_line == b"%020d\n" % len(self.header_json)),
+            ("padding", not self.padding.strip(b"\0")),
+            ("header JSON", self.header_json == compact_json({
+                "crypto": self.crypto.to_json(), "encryptedIndex": to_base64(self.encrypted_index),
+                "formatVersion": FORMAT_VERSION, "magic": "TESSEL"})),
+            ("kdf", (self.crypto.kdf, self.crypto.kdf_iterations) == ("Argon2id", 0)),
+            ("cipher", self.crypto.cipher == CIPHER),
+            ("authTag", self.crypto.auth_tag == b""),
+            ("salt", len(self.crypto.salt) == SALT_BYTES),
+            ("nonces", len(self.crypto.nonce) == len(self.crypto.payload_nonce) == NONCE_BYTES),
+            ("master key", len(self.master_key) == MASTER_KEY_BYTES),
+            ("index JSON", self.index_json == index_to_json(self.files, self.folders)),
+        ]
+        faults += [name for name, good in checks if not good]
+        for entry in self.files:
+            faults += [f"{entry.path}: {fault}" for fault in _entry_faults(entry)]
+        return faults + self._block_faults()
+
+    def _block_faults(self):
+        faults, end = [], self.payload_offset
+        blocks = sorted((b for entry in self.files for b in entry.blocks), key=lambda b: b.offset)
+        for block in blocks:
+            if block.offset < end:
+                faults.append(f"block at {block.offset} overlaps what lies before it")
+            end = block.offset + block.encrypted_size
+        if end > os.path.getsize(self.path):
+            faults.append("the last block ends behind the file")
+        if len({block.nonce for block in blocks}) != len(blocks):
+            faults.append("a nonce stands twice")
+        return faults
+
+
+DATE = re.compile(r"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3}Z")
+IDENTIFIER = re.compile(r"[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")
+
+
+def _entry_faults(entry):
+    sizes = [block.plain_size for block in entry.blocks]
+    checks = [
+        ("id", IDENTIFIER.fullmatch(entry.id)),
+        ("date", DATE.fullmatch(entry.modified)),
+        ("digest length", len(entry.sha256) == 32),
+        ("size", sum(sizes) == entry.size),
+        ("block sizes", sizes == expected_block_sizes(entry.size)),
+        ("sealed sizes", all(b.encrypted_size == b.plain_size + TAG_BYTES for b in entry.blocks)),
+        ("block nonces", all(len(b.nonce) == NONCE_BYTES for b in entry.blocks)),
+    ]
+    return [name for name, good in checks if not good]
+
+
+def expected_block_sizes(size):
+    full, rest = divmod(size, CHUNK_BYTES)
+    return [CHUNK_BYTES] * full + ([rest] if rest else [])
+
+
+# --- Writing ----------------------------------------------------------------------------------
+
+def date_text(seconds):
+    moment = datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc)
+    return moment.strftime("%Y-%m-%dT%H:%M:%S.") + f"{moment.microsecond // 1000:03d}Z"
+
+
+class Writer:
+    """Writes a container. Files go in one after the other; finish() puts the header before them.
+
+    `random_bytes(n)` may be replaced to make the same container twice.
+    """
+
+    def __init__(self, path, password, kdf="Argon2id", kdf_iterations=0,
+                 chunk_bytes=CHUNK_BYTES, random_bytes=os.urandom):
+        self.path = path
+        self._random = random_bytes
+        self._chunk_bytes = chunk_bytes
+        self.crypto = Crypto(kdf, CIPHER, kdf_iterations, salt=random_bytes(SALT_BYTES),
+                             nonce=random_bytes(NONCE_BYTES),
+                             payload_nonce=random_bytes(NONCE_BYTES))
+        self.master_key = random_bytes(MASTER_KEY_BYTES)
+        self.crypto.encrypted_master_key = seal(
+            self.master_key, password_key(password, self.crypto)[:KEY_BYTES], self.crypto.nonce,
+            master_key_data(self.crypto))
+        self.files, self.folders = [], []
+        self._file = open(path, "wb")
+        self._file.seek(PAYLOAD_OFFSET)
+
+    def add_folder(self, path, created, modified):
+        self.folders.append(FolderEntry(path, created, modified))
+
+    def add_file(self, path, source, modified, identifier=None):
+        """`source` is an open binary file; it is read to its end."""
+        entry = FileEntry(identifier or str(uuid.uuid4()), path, 0, modified, b"")
+        digest = hashlib.sha256()
+        while chunk := source.read(self._chunk_bytes):
+            digest.update(chunk)
+            entry.size += len(chunk)
+            entry.blocks.append(self._append_block(chunk))
+        entry.sha256 = digest.digest()
+        self.files.append(entry)
+        return entry
+
+    def leave_gap(self, size):
+        self._file.write(bytes(size))
+
+    def _append_block(self, chunk):
+        nonce = self._random(NONCE_BYTES)
+        sealed = seal(chunk, self.master_key[:KEY_BYTES], nonce, block_data())
+        block = Block(self._file.tell(), len(chunk), len(sealed), nonce)
+        self._file.write(sealed)
+        return block
+
+    def finish(self, index_json=None, header_json=None):
+        """The two texts may be given, to write what only readers have to know."""
+        index_json = index_json or index_to_json(self.files, self.folders)
+        sealed_index = seal(index_json, self.master_key[:KEY_BYTES], self.crypto.payload_nonce,
+                            index_data(self.crypto))
+        header = {"crypto": self.crypto.to_json(), "encryptedIndex": to_base64(sealed_index),
+                  "formatVersion": FORMAT_VERSION, "magic": "TESSEL"}
+        header = header_json(header) if header_json else compact_json(header)
+        if len(header) > HEADER_REGION_BYTES:
+            raise FormatError("the index is too large for a header")
+        self._file.truncate(max(self._file.tell(), PAYLOAD_OFFSET))
+        self._file.seek(0)
+        self._file.write(MAGIC + b"%020d\n" % len(header) + header)
+        self._file.close()

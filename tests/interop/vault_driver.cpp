@@ -1,0 +1,167 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/VaultManager.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStringList>
+
+#include <cstdio>
+#include <functional>
+
+using namespace Tessel::Core;
+
+// Runs the engine's operations from a script, so that a test in another language can use it.
+// The script is a JSON array of commands, each an array of an operation and its arguments; an
+// operation with a "!" before its name must fail. The program ends with 1 at the first command
+// that does not end as it should.
+
+namespace {
+
+using Arguments = QStringList;
+using Operation = std::function<bool(const Arguments&)>;
+
+QString dateText(const QDateTime& date) {
+    return date.isValid() ? date.toUTC().toString(Qt::ISODateWithMs) : QString();
+}
+
+QJsonObject describe(const VaultFileEntry& entry) {
+    QJsonArray blocks;
+    for (const VaultFileBlock& block : entry.blocks) {
+        blocks.append(QJsonArray{block.offset, block.plainSize, block.encryptedSize,
+                                 QString::fromLatin1(block.nonce.toHex())});
+    }
+    return {{QStringLiteral("path"), entry.vaultPath},
+            {QStringLiteral("size"), entry.sizeBytes},
+            {QStringLiteral("modified"), dateText(entry.lastModifiedUtc)},
+            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
+            {QStringLiteral("id"), entry.id},
+            {QStringLiteral("blocks"), blocks}};
+}
+
+bool writeIndex(const SecureFileIndex& index, const QString& path) {
+    QJsonArray files;
+    const QList<VaultFileEntry> entries = index.entries();
+    for (const VaultFileEntry& entry : entries) {
+        files.append(describe(entry));
+    }
+    QJsonArray folders;
+    const QList<VaultDirectoryEntry> directories = index.directories();
+    for (const VaultDirectoryEntry& folder : directories) {
+        folders.append(QJsonObject{{QStringLiteral("path"), folder.path},
+                                   {QStringLiteral("created"), dateText(folder.createdUtc)},
+                                   {QStringLiteral("modified"), dateText(folder.modifiedUtc)}});
+    }
+    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("files"), files},
+                                                      {QStringLiteral("folders"), folders}})
+                                .toJson();
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(json) == json.size();
+}
+
+QHash<QString, Operation> operationsOf(VaultManager& vault) {
+    return {
+        {QStringLiteral("create"),
+         [&](const Arguments& a) {
+             return vault.createVault(a.at(0), a.at(1).toUtf8());
+         }},
+        {QStringLiteral("unlock"),
+         [&](const Arguments& a) {
+             return vault.unlockVault(a.at(0), a.at(1).toUtf8());
+         }},
+        {QStringLiteral("lock"),
+         [&](const Arguments&) {
+             return vault.lockVault();
+         }},
+        {QStringLiteral("password"),
+         [&](const Arguments& a) {
+             return vault.changePassword(a.at(0), a.at(1).toUtf8(), a.at(2).toUtf8());
+         }},
+        {QStringLiteral("import"),
+         [&](const Arguments& a) {
+             return vault.importFile(a.at(0), a.at(1));
+         }},
+        {QStringLiteral("export"),
+         [&](const Arguments& a) {
+             return vault.exportFile(a.at(0), a.at(1));
+         }},
+        {QStringLiteral("move"),
+         [&](const Arguments& a) {
+             return vault.moveFile(a.at(0), a.at(1));
+         }},
+        {QStringLiteral("rename"),
+         [&](const Arguments& a) {
+             return vault.renameFile(a.at(0), a.at(1));
+         }},
+        {QStringLiteral("delete"),
+         [&](const Arguments& a) {
+             return vault.deleteFile(a.at(0));
+         }},
+        {QStringLiteral("mkdir"),
+         [&](const Arguments& a) {
+             return vault.createDirectory(a.at(0));
+         }},
+        {QStringLiteral("mvdir"),
+         [&](const Arguments& a) {
+             return vault.renameDirectory(a.at(0), a.at(1));
+         }},
+        {QStringLiteral("rmdir"),
+         [&](const Arguments& a) {
+             return vault.deleteDirectory(a.at(0));
+         }},
+        {QStringLiteral("compact"),
+         [&](const Arguments&) {
+             return vault.compactVault({}, nullptr);
+         }},
+        {QStringLiteral("index"),
+         [&](const Arguments& a) {
+             return writeIndex(vault.fileIndex(), a.at(0));
+         }},
+    };
+}
+
+Arguments textsOf(const QJsonArray& array) {
+    Arguments texts;
+    for (const QJsonValue& value : array) {
+        texts.append(value.toString());
+    }
+    return texts;
+}
+
+bool runCommand(const QHash<QString, Operation>& operations, Arguments command) {
+    QString name = command.takeFirst();
+    const bool mustFail = name.startsWith(QLatin1Char('!'));
+    name = name.mid(mustFail ? 1 : 0);
+    const auto operation = operations.constFind(name);
+    if (operation != operations.constEnd() && (*operation)(command) != mustFail) {
+        return true;
+    }
+    std::fprintf(stderr, "%s (%s) did not end as it should\n", qPrintable(name),
+                 qPrintable(command.join(QStringLiteral(", "))));
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    QFile script(QCoreApplication::arguments().value(1));
+    if (!script.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "usage: vault_driver SCRIPT\n");
+        return 2;
+    }
+    VaultManager vault;
+    const QHash<QString, Operation> operations = operationsOf(vault);
+    const QJsonArray commands = QJsonDocument::fromJson(script.readAll()).array();
+    for (const QJsonValue& command : commands) {
+        if (!runCommand(operations, textsOf(command.toArray()))) {
+            return 1;
+        }
+    }
+    return commands.isEmpty() ? 2 : 0;
+}
