@@ -322,6 +322,54 @@ private Q_SLOTS:
         QCOMPARE(index.toJson(), fullJson());
     }
 
+    void unusualNamesAreEscaped_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("written");
+        QTest::newRow("quote") << QStringLiteral("a\"b") << QByteArray("a\\\"b");
+        QTest::newRow("backslash") << QStringLiteral("a\\b") << QByteArray("a\\\\b");
+        QTest::newRow("line feed") << QStringLiteral("a\nb") << QByteArray("a\\nb");
+        QTest::newRow("tab") << QStringLiteral("a\tb") << QByteArray("a\\tb");
+        QTest::newRow("control") << QStringLiteral("a\u0001b") << QByteArray("a\\u0001b");
+        QTest::newRow("last control") << QStringLiteral("a\u001fb") << QByteArray("a\\u001fb");
+        QTest::newRow("zero") << QStringLiteral("a\u0000b") << QByteArray("a\\u0000b");
+        QTest::newRow("delete") << QStringLiteral("a\u007fb")
+                                << QByteArray("a\x7f"
+                                              "b");
+        QTest::newRow("slash") << QStringLiteral("a/b") << QByteArray("a/b");
+        QTest::newRow("accents") << QStringLiteral("\u00e1\u00e7")
+                                 << QByteArray("\xc3\xa1\xc3\xa7");
+        QTest::newRow("line separator") << QStringLiteral("\u2028") << QByteArray("\xe2\x80\xa8");
+        QTest::newRow("beyond 16 bits")
+            << QStringLiteral("\U0001f512") << QByteArray("\xf0\x9f\x94\x92");
+    }
+    void unusualNamesAreEscaped() {
+        QFETCH(const QString, name);
+        QFETCH(const QByteArray, written);
+        VaultFileEntry entry = file(name);
+        entry.id = name;
+        SecureFileIndex index;
+        QVERIFY(index.addDirectory({name, {}, {}}));
+        QVERIFY(index.addOrReplace(entry));
+        const QByteArray json = index.toJson();
+        QCOMPARE(json, "{\"directories\":[{\"createdUtc\":\"\",\"modifiedUtc\":\"\",\"path\":\"" +
+                           written + "\"}],\"files\":[{\"blocks\":[],\"id\":\"" + written +
+                           "\",\"lastModifiedUtc\":\"\",\"sha256\":\"\",\"sizeBytes\":0,"
+                           "\"vaultPath\":\"" +
+                           written + "\"}],\"formatVersion\":1}");
+        QCOMPARE(filePaths(SecureFileIndex::fromJson(json)), QStringList(name));
+        QCOMPARE(folderPaths(SecureFileIndex::fromJson(json)), QStringList(name));
+    }
+
+    void halfASurrogatePairIsWrittenAsTheToolkitDoes() {
+        const QString name = QStringLiteral("a") + QChar(0xd83d) + QStringLiteral("b");
+        SecureFileIndex index;
+        QVERIFY(index.addOrReplace(file(name)));
+        const QByteArray json = index.toJson();
+        QVERIFY(!QJsonDocument::fromJson(json).isNull());
+        QCOMPARE(json, QJsonDocument::fromJson(json).toJson(QJsonDocument::Compact));
+        QCOMPARE(filePaths(SecureFileIndex::fromJson(json)), QStringList(name));
+    }
+
     void unsetFieldsAreWrittenEmpty() {
         SecureFileIndex index;
         QVERIFY(index.addDirectory({QStringLiteral("d"), {}, {}}));
