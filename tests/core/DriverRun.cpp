@@ -1,0 +1,59 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "DriverRun.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+
+namespace Tessel::Tests {
+
+namespace {
+
+constexpr int PatienceMs = 60000;
+
+// -f because some of strace's injections are lost without it; -o because it would otherwise mix
+// its report with what the driver says.
+const QStringList StraceOptions{QStringLiteral("-f"), QStringLiteral("-qq"), QStringLiteral("-o"),
+                                QStringLiteral("/dev/null")};
+
+int run(QProcess& process, const QStringList& arguments) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    // The leak check traces the process itself and cannot while strace does.
+    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral("strace"), arguments);
+    const bool ended = process.waitForFinished(PatienceMs);
+    return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+} // namespace
+
+bool canInjectFaults() {
+    QProcess process;
+    return run(process, StraceOptions + QStringList(QStringLiteral("true"))) == 0;
+}
+
+DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
+                    const QStringList& injections) {
+    QStringList options = StraceOptions;
+    options << QStringLiteral("-P") << watchedPath;
+    for (const QString& injection : injections) {
+        options << QStringLiteral("-e") << QStringLiteral("inject=") + injection;
+    }
+    options << QStringLiteral(TESSEL_FAULT_DRIVER);
+
+    DriverRun result;
+    QProcess process;
+    result.exitCode = run(process, options + arguments);
+    const QStringList lines = QString::fromUtf8(process.readAllStandardOutput())
+                                  .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString& line : lines) {
+        const qsizetype equals = line.indexOf(QLatin1Char('='));
+        result.said.insert(line.left(equals), line.mid(equals + 1));
+    }
+    return result;
+}
+
+} // namespace Tessel::Tests

@@ -1,0 +1,39 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+namespace Tessel::Tests {
+
+/// What fault_driver said of its one operation.
+struct DriverRun {
+    int exitCode = -1;
+    /// "result", "state", "index", "text"; see fault_driver.cpp.
+    QMap<QString, QString> said;
+
+    [[nodiscard]] bool ended() const { return exitCode == 0; }
+    /// The operation returned false and left the index in memory as it was.
+    [[nodiscard]] bool refused() const {
+        return ended() && said.value(QStringLiteral("result")) == QLatin1String("false") &&
+               said.value(QStringLiteral("index")) != QLatin1String("new");
+    }
+    [[nodiscard]] bool succeeded() const {
+        return ended() && said.value(QStringLiteral("result")) == QLatin1String("true");
+    }
+    [[nodiscard]] QString text() const { return said.value(QStringLiteral("text")); }
+};
+
+/// Whether processes may be traced here.
+[[nodiscard]] bool canInjectFaults();
+
+/// Runs one operation of a vault in a process of its own, in which system calls on @p watchedPath
+/// fail as @p injections say, each in strace's words: "fdatasync:error=EIO:when=2".
+[[nodiscard]] DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
+                                  const QStringList& injections);
+
+} // namespace Tessel::Tests

@@ -1,0 +1,161 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "VaultFixture.h"
+
+#include "support/Files.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+
+using namespace Tessel::Core;
+
+namespace Tessel::Tests {
+
+VaultFixture::Folders::Folders() : tmpdirBefore(qgetenv("TMPDIR")) {
+    for (const QString& name :
+         {QStringLiteral("drive"), QStringLiteral("files"), QStringLiteral("tmp")}) {
+        if (!QDir(root.path()).mkdir(name)) {
+            qFatal("cannot make a folder for the test");
+        }
+    }
+    qputenv("TMPDIR", QFile::encodeName(root.filePath(QStringLiteral("tmp"))));
+}
+
+VaultFixture::Folders::~Folders() {
+    if (tmpdirBefore.isNull()) {
+        qunsetenv("TMPDIR");
+    } else {
+        qputenv("TMPDIR", tmpdirBefore);
+    }
+}
+
+VaultFixture::VaultFixture(const CraftedContainer& crafted)
+    : m_container(driveFolder() + QStringLiteral("/tessel.tvlt")) {
+    if (!crafted.writeTo(m_container)) {
+        qFatal("cannot write the container for the test");
+    }
+}
+
+QString VaultFixture::driveFolder() const {
+    return m_folders.root.filePath(QStringLiteral("drive"));
+}
+
+bool VaultFixture::moveContainerTo(const QString& path) {
+    const bool moved = QFile::copy(m_container, path) && QFile::remove(m_container);
+    m_container = path;
+    return moved;
+}
+
+QString VaultFixture::file(const QString& name) const {
+    return m_folders.root.filePath(QStringLiteral("files/") + name);
+}
+
+QString VaultFixture::temporaryFolder() const {
+    return m_folders.root.filePath(QStringLiteral("tmp"));
+}
+
+QStringList VaultFixture::temporaryNames() const {
+    return QDir(temporaryFolder())
+        .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+}
+
+bool VaultFixture::unlock() {
+    return vault.unlockVault(m_container, TestPassword);
+}
+
+QString VaultFixture::write(const QString& name, const QByteArray& bytes) const {
+    if (!writeFile(file(name), bytes)) {
+        qFatal("cannot write a file for the test");
+    }
+    return file(name);
+}
+
+bool VaultFixture::store(const QString& vaultPath, const QByteArray& bytes) {
+    return vault.importFile(write(QStringLiteral("stored"), bytes), vaultPath);
+}
+
+QByteArray VaultFixture::stored(const QString& vaultPath) const {
+    QBuffer buffer;
+    const bool given =
+        buffer.open(QIODevice::WriteOnly) && vault.writeVaultFileToDevice(vaultPath, &buffer);
+    return given ? buffer.data() : QByteArrayLiteral("(refused)");
+}
+
+QStringList VaultFixture::filePaths() const {
+    QStringList paths;
+    const QList<VaultFileEntry> entries = vault.fileIndex().entries();
+    for (const VaultFileEntry& entry : entries) {
+        paths.append(entry.vaultPath);
+    }
+    return paths;
+}
+
+QStringList VaultFixture::folderPaths() const {
+    QStringList paths;
+    const QList<VaultDirectoryEntry> folders = vault.fileIndex().directories();
+    for (const VaultDirectoryEntry& folder : folders) {
+        paths.append(folder.path);
+    }
+    return paths;
+}
+
+VaultFileEntry VaultFixture::entry(const QString& vaultPath) const {
+    const QList<VaultFileEntry> entries = vault.fileIndex().entries();
+    const auto found =
+        std::find_if(entries.cbegin(), entries.cend(),
+                     [&](const VaultFileEntry& other) { return other.vaultPath == vaultPath; });
+    return found == entries.cend() ? VaultFileEntry() : *found;
+}
+
+VaultDirectoryEntry VaultFixture::folder(const QString& path) const {
+    const QList<VaultDirectoryEntry> folders = vault.fileIndex().directories();
+    const auto found =
+        std::find_if(folders.cbegin(), folders.cend(),
+                     [&](const VaultDirectoryEntry& other) { return other.path == path; });
+    return found == folders.cend() ? VaultDirectoryEntry() : *found;
+}
+
+QByteArray indexAsOpenedAnew(const QString& container, const QByteArray& password) {
+    VaultManager other;
+    const QByteArray index =
+        other.unlockVault(container, password) ? other.fileIndex().toJson() : QByteArray();
+    return other.lockVault() ? index : QByteArray();
+}
+
+VaultPicture::VaultPicture(const VaultFixture& fixture, const QByteArray& password)
+    : m_fixture(fixture), m_password(password), m_container(readFile(fixture.container())),
+      m_index(fixture.vault.fileIndex().toJson()), m_state(fixture.vault.state()) {}
+
+QString VaultPicture::changes() const {
+    const QByteArray container = readFile(m_fixture.container());
+    if (container.size() != m_container.size()) {
+        return QStringLiteral("the container had %1 bytes and has %2")
+            .arg(m_container.size())
+            .arg(container.size());
+    }
+    if (container != m_container) {
+        const auto at =
+            std::mismatch(container.cbegin(), container.cend(), m_container.cbegin()).first;
+        return QStringLiteral("the container differs from byte %1 on").arg(at - container.cbegin());
+    }
+    if (m_fixture.vault.state() != m_state) {
+        return QStringLiteral("the state changed");
+    }
+    if (m_fixture.vault.fileIndex().toJson() != m_index) {
+        return QStringLiteral("the index in memory changed");
+    }
+    const QByteArray opened = indexAsOpenedAnew(m_fixture.container(), m_password);
+    if (opened.isEmpty()) {
+        return QStringLiteral("another session cannot open the container");
+    }
+    if (m_state == VaultState::Unlocked && opened != m_index) {
+        return QStringLiteral("another session finds another index");
+    }
+    return {};
+}
+
+} // namespace Tessel::Tests

@@ -1,0 +1,90 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "core/VaultManager.h"
+#include "support/CraftedContainer.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace Tessel::Tests {
+
+/// The password of a crafted container.
+inline const QByteArray TestPassword = QByteArrayLiteral("senha de teste");
+
+constexpr qint64 HeaderBytes = 8388608;
+/// Where the payload of a container begins, and the length of one without files.
+constexpr qint64 PayloadOffset = 8388636;
+
+/// A vault on a drive of its own, a folder for ordinary files, and a system temporary folder that
+/// nobody else uses. All of it goes with the object.
+class VaultFixture {
+    /// TMPDIR has to point here before the vault below chooses its workspace.
+    struct Folders {
+        Folders();
+        ~Folders();
+        Q_DISABLE_COPY_MOVE(Folders)
+        QTemporaryDir root;
+        QByteArray tmpdirBefore;
+    };
+    Folders m_folders;
+    QString m_container;
+
+public:
+    /// Puts the crafted container on the drive; the vault is locked.
+    explicit VaultFixture(const CraftedContainer& crafted = CraftedContainer());
+
+    [[nodiscard]] QString driveFolder() const;
+    [[nodiscard]] QString container() const { return m_container; }
+    /// Puts the container somewhere else; the vault must be locked.
+    [[nodiscard]] bool moveContainerTo(const QString& path);
+    /// A path in the folder for ordinary files.
+    [[nodiscard]] QString file(const QString& name) const;
+    [[nodiscard]] QString temporaryFolder() const;
+    /// What lies in the system's temporary folder, hidden files included.
+    [[nodiscard]] QStringList temporaryNames() const;
+
+    [[nodiscard]] bool unlock();
+    /// Writes an ordinary file and returns its path.
+    [[nodiscard]] QString write(const QString& name, const QByteArray& bytes) const;
+    /// Imports these bytes under that path.
+    [[nodiscard]] bool store(const QString& vaultPath, const QByteArray& bytes);
+    /// What the vault gives back for a path; "(refused)" when it gives nothing back.
+    [[nodiscard]] QByteArray stored(const QString& vaultPath) const;
+    [[nodiscard]] QStringList filePaths() const;
+    [[nodiscard]] QStringList folderPaths() const;
+    /// The entry with exactly this path; one without a path when there is none.
+    [[nodiscard]] Core::VaultFileEntry entry(const QString& vaultPath) const;
+    [[nodiscard]] Core::VaultDirectoryEntry folder(const QString& path) const;
+
+    Core::VaultManager vault;
+};
+
+/// The index that another session finds in a container, as JSON; empty when it cannot open it.
+[[nodiscard]] QByteArray indexAsOpenedAnew(const QString& container, const QByteArray& password);
+
+/// A picture of a vault, to be compared after an operation that must change nothing.
+class VaultPicture {
+public:
+    explicit VaultPicture(const VaultFixture& fixture, const QByteArray& password = TestPassword);
+
+    /// In words what is not as it was: the container's bytes, the index in memory, what another
+    /// session finds in it. Empty when nothing changed.
+    [[nodiscard]] QString changes() const;
+
+private:
+    const VaultFixture& m_fixture;
+    QByteArray m_password;
+    QByteArray m_container;
+    QByteArray m_index;
+    Core::VaultState m_state;
+};
+
+} // namespace Tessel::Tests
+
+/// The vault is exactly as it was when the picture was taken.
+#define COMPARE_UNCHANGED(picture) QCOMPARE((picture).changes(), QString())

@@ -1,0 +1,714 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "DriverRun.h"
+#include "VaultFixture.h"
+#include "core/ContainerManager.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QSet>
+#include <QTest>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+QString base64(const QByteArray& bytes) {
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+ContainerDocument documentAt(const QString& path) {
+    ContainerDocument document;
+    return ContainerManager().readDocument(path, &document) ? document : ContainerDocument();
+}
+
+/// A crafted vault with a folder and a file, as if it had been in use.
+CraftedContainer usedContainer() {
+    CraftedContainer crafted;
+    crafted.addFolder(QStringLiteral("docs"))
+        .addFile(QStringLiteral("docs/a.txt"), QByteArrayLiteral("contents of a"));
+    return crafted;
+}
+
+/// The container opens, and the other session lets go of it again.
+bool opens(const QString& path, const QByteArray& password = TestPassword) {
+    return !indexAsOpenedAnew(path, password).isEmpty();
+}
+
+/// Flips the lowest bit of one byte.
+QByteArray withByteChanged(QByteArray bytes, qsizetype at) {
+    bytes[at] = static_cast<char>(bytes.at(at) ^ 1);
+    return bytes;
+}
+
+/// An index whose JSON does not fit into the header region.
+SecureFileIndex tooLargeIndex() {
+    SecureFileIndex index;
+    for (int i = 0; i < 9; ++i) {
+        const QString path = QString::number(i) + QString(1000000, QLatin1Char('x'));
+        if (!index.addDirectory({path, {}, {}})) {
+            qFatal("cannot fill the index");
+        }
+    }
+    return index;
+}
+
+} // namespace
+
+class TestVaultSession : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // --- States ----------------------------------------------------------------------------
+
+    void statesHaveTheirNumbers() {
+        QCOMPARE(static_cast<int>(VaultState::Locked), 0);
+        QCOMPARE(static_cast<int>(VaultState::Unlocked), 1);
+    }
+
+    void aFreshVaultIsLockedAndEmpty() {
+        const VaultFixture fixture;
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(fixture.vault.fileIndex().entries().isEmpty());
+        QVERIFY(fixture.vault.fileIndex().directories().isEmpty());
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        QVERIFY(fixture.temporaryNames().isEmpty());
+    }
+
+    void aLockedVaultRefusesEveryOperation() {
+        VaultFixture fixture(usedContainer());
+        const QString source = fixture.write(QStringLiteral("source"), "x");
+        const VaultPicture before(fixture);
+        QString copy = QStringLiteral("untouched");
+        QString error = QStringLiteral("to be emptied");
+        VaultManager& vault = fixture.vault;
+        QVERIFY(!vault.saveIndex({}));
+        QVERIFY(!vault.importFile(source, QStringLiteral("b")));
+        QVERIFY(!vault.exportFile(QStringLiteral("docs/a.txt"), fixture.file(QStringLiteral("e"))));
+        QVERIFY(!QFileInfo::exists(fixture.file(QStringLiteral("e"))));
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("(refused)"));
+        QVERIFY(!vault.moveFile(QStringLiteral("docs/a.txt"), QString()));
+        QVERIFY(!vault.renameFile(QStringLiteral("docs/a.txt"), QStringLiteral("b")));
+        QVERIFY(!vault.deleteFile(QStringLiteral("docs/a.txt")));
+        QVERIFY(!vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(!vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("new")));
+        QVERIFY(!vault.deleteDirectory(QStringLiteral("docs")));
+        QVERIFY(!vault.compactVault({}, &error));
+        QVERIFY(error.isEmpty());
+        QVERIFY(!vault.prepareFileForEditing(QStringLiteral("docs/a.txt"), &copy));
+        QCOMPARE(copy, QStringLiteral("untouched"));
+        COMPARE_UNCHANGED(before);
+    }
+
+    // --- Creating --------------------------------------------------------------------------
+
+    void aCreatedVaultIsWrittenAsTheFormatSays() {
+        VaultFixture fixture;
+        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
+
+        const ContainerDocument document = documentAt(fixture.container());
+        const ContainerCryptoMetadata& crypto = document.crypto;
+        QCOMPARE(document.formatVersion, 3);
+        QCOMPARE(crypto.kdf, QStringLiteral("Argon2id"));
+        QCOMPARE(crypto.cipher, QStringLiteral("XChaCha20-Poly1305"));
+        QCOMPARE(crypto.kdfIterations, 0);
+        QCOMPARE(crypto.salt.size(), 16);
+        QCOMPARE(crypto.nonce.size(), 24);
+        QCOMPARE(crypto.payloadNonce.size(), 24);
+        QVERIFY(crypto.authTag.isEmpty());
+
+        // Opened by hand, with the associated data written out.
+        CraftedContainer hand;
+        hand.keys.kdf = "Argon2id";
+        hand.keys.salt = crypto.salt;
+        const QByteArray masterKey = CraftedContainer::open(
+            crypto.encryptedMasterKey, hand.passwordKey().left(32), crypto.nonce,
+            "TESSEL|master-key|3|XChaCha20-Poly1305|Argon2id|0|" + crypto.salt + "|" +
+                crypto.nonce);
+        QCOMPARE(masterKey.size(), 64);
+        QCOMPARE(CraftedContainer::open(document.encryptedIndex, masterKey.left(32),
+                                        crypto.payloadNonce,
+                                        "TESSEL|index|3|XChaCha20-Poly1305|" + crypto.payloadNonce),
+                 QByteArray("{\"directories\":[],\"files\":[],\"formatVersion\":1}"));
+    }
+
+    void aCreatedVaultOpensEmpty() {
+        VaultFixture fixture(usedContainer());
+        // Whatever was at the path is replaced.
+        QVERIFY(fixture.vault.createVault(fixture.container(), "another password"));
+        QVERIFY(fixture.vault.unlockVault(fixture.container(), "another password"));
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QVERIFY(fixture.filePaths().isEmpty());
+        QVERIFY(fixture.folderPaths().isEmpty());
+        QVERIFY(fixture.store(QStringLiteral("a"), "abc"));
+        QCOMPARE(fixture.stored(QStringLiteral("a")), QByteArray("abc"));
+        QVERIFY(fixture.vault.lockVault());
+    }
+
+    void creatingWithoutAPasswordWritesNothing() {
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.createVault(fixture.container(), {}));
+        COMPARE_UNCHANGED(before);
+        const QString fresh = fixture.driveFolder() + QStringLiteral("/new.tvlt");
+        QVERIFY(!fixture.vault.createVault(fresh, {}));
+        QVERIFY(!QFileInfo::exists(fresh));
+    }
+
+    void creatingWhereNothingCanBeWrittenIsFalse() {
+        VaultFixture fixture;
+        const QString nowhere = fixture.driveFolder() + QStringLiteral("/missing/tessel.tvlt");
+        QVERIFY(!fixture.vault.createVault(nowhere, TestPassword));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(!QFileInfo::exists(QFileInfo(nowhere).path()));
+    }
+
+    void creatingOnAFullDriveKeepsTheOldVault() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(16 * MiB);
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(disk.fillUpTo(4 * MiB));
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.createVault(fixture.container(), "another password"));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void creatingWhileAVaultIsOpenLocksIt() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString other = fixture.driveFolder() + QStringLiteral("/other.tvlt");
+        QVERIFY(fixture.vault.createVault(other, "another password"));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(fixture.filePaths().isEmpty());
+        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(opens(fixture.container()));
+    }
+
+    // --- Unlocking -------------------------------------------------------------------------
+
+    void unlockingReadsTheIndex() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/a.txt")));
+        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("docs")));
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.temporaryNames(), QStringList(QStringLiteral("Tessel")));
+    }
+
+    void unlockingWithArgon2idOpensAVaultMadeElsewhere() {
+        CraftedContainer crafted = usedContainer();
+        crafted.keys.kdf = "Argon2id";
+        crafted.keys.kdfIterations = 0;
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+    }
+
+    void unlockingWithAWrongPasswordStaysLocked_data() {
+        QTest::addColumn<QByteArray>("password");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("another") << QByteArray("senha de outro");
+        QTest::newRow("letter case") << QByteArray("Senha de teste");
+        QTest::newRow("a blank more") << QByteArray("senha de teste ");
+        QTest::newRow("a letter less") << QByteArray("senha de test");
+    }
+    void unlockingWithAWrongPasswordStaysLocked() {
+        QFETCH(const QByteArray, password);
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.unlockVault(fixture.container(), password));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(fixture.filePaths().isEmpty());
+        QVERIFY(fixture.temporaryNames().isEmpty());
+        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("new")));
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.unlock());
+    }
+
+    void unlockingWhatIsNoVaultStaysLocked() {
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), "not a vault"));
+        QVERIFY(!fixture.unlock());
+        QVERIFY(QFile::remove(fixture.container()));
+        QVERIFY(!fixture.unlock());
+        QVERIFY(!fixture.vault.unlockVault(fixture.driveFolder(), TestPassword));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+    }
+
+    void theMasterKeyIsBoundToTheHeader_data() {
+        QTest::addColumn<QString>("member");
+        QTest::addColumn<QJsonValue>("value");
+        const CraftedKeys keys = CraftedContainer().keys;
+        QTest::newRow("salt") << QStringLiteral("salt")
+                              << QJsonValue(base64(withByteChanged(keys.salt, 15)));
+        QTest::newRow("longer salt")
+            << QStringLiteral("salt") << QJsonValue(base64(keys.salt + '\0'));
+        QTest::newRow("nonce") << QStringLiteral("nonce")
+                               << QJsonValue(base64(withByteChanged(keys.nonce, 0)));
+        QTest::newRow("shorter nonce")
+            << QStringLiteral("nonce") << QJsonValue(base64(keys.nonce.chopped(1)));
+        // Derives the same key; only the associated data tells them apart.
+        QTest::newRow("kdf") << QStringLiteral("kdf")
+                             << QJsonValue(QStringLiteral("PBKDF2-HMAC-SHA257"));
+        QTest::newRow("cipher") << QStringLiteral("cipher")
+                                << QJsonValue(QStringLiteral("XChaCha20-Poly1304"));
+        QTest::newRow("no cipher") << QStringLiteral("cipher") << QJsonValue(QJsonValue::Undefined);
+        QTest::newRow("kdfIterations") << QStringLiteral("kdfIterations") << QJsonValue(2);
+        QTest::newRow("no master key")
+            << QStringLiteral("encryptedMasterKey") << QJsonValue(QString());
+        QTest::newRow("master key")
+            << QStringLiteral("encryptedMasterKey")
+            << QJsonValue(base64(withByteChanged(CraftedContainer().encryptedMasterKey(), 79)));
+        QTest::newRow("index nonce") << QStringLiteral("payloadNonce")
+                                     << QJsonValue(base64(withByteChanged(keys.payloadNonce, 23)));
+        QTest::newRow("no index nonce") << QStringLiteral("payloadNonce") << QJsonValue(QString());
+    }
+    void theMasterKeyIsBoundToTheHeader() {
+        QFETCH(const QString, member);
+        QFETCH(const QJsonValue, value);
+        CraftedContainer crafted;
+        VaultFixture fixture(crafted);
+        QVERIFY(opens(fixture.container()));
+        crafted.setCryptoMember(member, value);
+        QVERIFY(crafted.writeTo(fixture.container()));
+        QVERIFY(!fixture.unlock());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(!fixture.vault.saveIndex({}));
+    }
+
+    void aHeaderWithoutCryptoDoesNotUnlock() {
+        CraftedContainer crafted;
+        crafted.setHeaderMember(QStringLiteral("crypto"), QJsonValue::Undefined);
+        VaultFixture fixture(crafted);
+        QVERIFY(!fixture.unlock());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+    }
+
+    void anIndexThatWasTouchedDoesNotUnlock_data() {
+        QTest::addColumn<QByteArray>("sealed");
+        const QByteArray sealed = CraftedContainer().encryptedIndex();
+        QTest::newRow("none") << QByteArray();
+        QTest::newRow("first byte") << withByteChanged(sealed, 0);
+        QTest::newRow("last byte of the tag") << withByteChanged(sealed, sealed.size() - 1);
+        QTest::newRow("cut short") << sealed.chopped(1);
+        QTest::newRow("shorter than a tag") << sealed.left(15);
+        // Sealed properly, but holding nothing.
+        const CraftedKeys keys = CraftedContainer().keys;
+        QTest::newRow("tag over nothing")
+            << CraftedContainer::seal({}, keys.masterKey.left(32), keys.payloadNonce,
+                                      CraftedContainer().indexAssociatedData());
+    }
+    void anIndexThatWasTouchedDoesNotUnlock() {
+        QFETCH(const QByteArray, sealed);
+        CraftedContainer crafted;
+        crafted.setEncryptedIndex(sealed);
+        VaultFixture fixture(crafted);
+        QVERIFY(!fixture.unlock());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("new")));
+    }
+
+    void anIndexThatDecryptsIsTrusted() {
+        CraftedContainer crafted;
+        crafted.setIndexJson("not JSON");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.filePaths().isEmpty());
+    }
+
+    void aPlaintextIndexInTheHeaderIsNotTheIndex() {
+        CraftedContainer crafted = usedContainer();
+        crafted.setHeaderMember(
+            QStringLiteral("fileIndex"),
+            QJsonObject{
+                {QStringLiteral("directories"),
+                 QJsonArray{QJsonObject{{QStringLiteral("path"), QStringLiteral("smuggled")}}}}});
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("docs")));
+    }
+
+    void unlockingAnotherVaultTakesItsPlace() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        CraftedContainer other(2);
+        other.keys.password = "outra senha";
+        other.addFile(QStringLiteral("b"), "contents of b");
+        const QString path = fixture.driveFolder() + QStringLiteral("/other.tvlt");
+        QVERIFY(other.writeTo(path));
+        QVERIFY(fixture.vault.unlockVault(path, "outra senha"));
+        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("b")));
+        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("contents of b"));
+    }
+
+    void unlockingWithoutAWorkspaceIsFalseYetUnlocked() {
+        VaultFixture fixture(usedContainer());
+        // Where the workspace's parent should be, a file is in the way.
+        QVERIFY(writeFile(fixture.temporaryFolder() + QStringLiteral("/Tessel"), "in the way"));
+        QVERIFY(!fixture.unlock());
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(fixture.vault.lockVault());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+    }
+
+    // --- Associated data, byte by byte -----------------------------------------------------
+
+    void everyByteOfTheMasterKeysAssociatedDataCounts() {
+        CraftedContainer crafted;
+        const CraftedKeys& keys = crafted.keys;
+        const QByteArray literal = "TESSEL|master-key|3|XChaCha20-Poly1305|PBKDF2-HMAC-SHA256|1|" +
+                                   keys.salt + "|" + keys.nonce;
+        QCOMPARE(literal.size(), 61 + 16 + 1 + 24 - 1);
+        VaultFixture fixture;
+        const auto opensWith = [&](const QByteArray& associatedData) {
+            crafted.setCryptoMember(
+                QStringLiteral("encryptedMasterKey"),
+                base64(CraftedContainer::seal(keys.masterKey, crafted.passwordKey().left(32),
+                                              keys.nonce, associatedData)));
+            return crafted.writeTo(fixture.container()) && opens(fixture.container());
+        };
+        QVERIFY(opensWith(literal));
+        for (qsizetype at = 0; at < literal.size(); ++at) {
+            QVERIFY2(!opensWith(withByteChanged(literal, at)), qPrintable(QString::number(at)));
+        }
+        QVERIFY(!opensWith(literal + '|'));
+        QVERIFY(!opensWith(literal.chopped(1)));
+        QVERIFY(opensWith(literal));
+    }
+
+    void everyByteOfTheIndexesAssociatedDataCounts() {
+        CraftedContainer crafted;
+        const CraftedKeys& keys = crafted.keys;
+        const QByteArray literal = "TESSEL|index|3|XChaCha20-Poly1305|" + keys.payloadNonce;
+        QCOMPARE(literal.size(), 34 + 24);
+        VaultFixture fixture;
+        const auto opensWith = [&](const QByteArray& associatedData) {
+            crafted.setEncryptedIndex(CraftedContainer::seal("{}", keys.masterKey.left(32),
+                                                             keys.payloadNonce, associatedData));
+            return crafted.writeTo(fixture.container()) && opens(fixture.container());
+        };
+        QVERIFY(opensWith(literal));
+        for (qsizetype at = 0; at < literal.size(); ++at) {
+            QVERIFY2(!opensWith(withByteChanged(literal, at)), qPrintable(QString::number(at)));
+        }
+        QVERIFY(!opensWith(literal + '|'));
+        QVERIFY(!opensWith(literal.chopped(1)));
+    }
+
+    void onlyTheFirstHalfOfTheMasterKeySeals() {
+        // Two containers whose master keys differ in the second half only share their index.
+        CraftedContainer crafted = usedContainer();
+        const QByteArray sealed = crafted.encryptedIndex();
+        crafted.keys.masterKey = withByteChanged(crafted.keys.masterKey, 32);
+        QCOMPARE(crafted.encryptedIndex(), sealed);
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+    }
+
+    // --- Locking ---------------------------------------------------------------------------
+
+    void lockingForgetsTheKeyAndKeepsTheIndexInMemory() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QVERIFY(fixture.vault.lockVault());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QCOMPARE(fixture.vault.fileIndex().toJson(), index);
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("(refused)"));
+        QVERIFY(!fixture.vault.saveIndex(fixture.vault.fileIndex()));
+        QVERIFY(QDir(fixture.temporaryFolder() + QStringLiteral("/Tessel")).isEmpty());
+    }
+
+    void lockingAgainIsHarmless() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+    }
+
+    void lockingChangesNothingInTheContainer() {
+        VaultFixture fixture(usedContainer());
+        const QByteArray before = readFile(fixture.container());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(readFile(fixture.container()) == before);
+    }
+
+    // --- Changing the password -------------------------------------------------------------
+
+    void aChangedPasswordOpensAndTheOldOneDoesNot() {
+        CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        const QByteArray before = readFile(fixture.container());
+        const ContainerDocument old = documentAt(fixture.container());
+        QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+
+        const ContainerDocument now = documentAt(fixture.container());
+        QCOMPARE(now.crypto.kdf, QStringLiteral("Argon2id"));
+        QCOMPARE(now.crypto.kdfIterations, 0);
+        QCOMPARE(now.crypto.cipher, QStringLiteral("XChaCha20-Poly1305"));
+        QCOMPARE(now.crypto.salt.size(), 16);
+        QVERIFY(now.crypto.salt != old.crypto.salt);
+        QCOMPARE(now.crypto.nonce.size(), 24);
+        QVERIFY(now.crypto.nonce != old.crypto.nonce);
+        QCOMPARE(now.crypto.payloadNonce, old.crypto.payloadNonce);
+        QCOMPARE(now.encryptedIndex, old.encryptedIndex);
+        const QByteArray after = readFile(fixture.container());
+        QCOMPARE(after.size(), before.size());
+        QVERIFY(after.mid(PayloadOffset) == before.mid(PayloadOffset));
+
+        QVERIFY(!fixture.unlock());
+        QVERIFY(fixture.vault.unlockVault(fixture.container(), "nova senha"));
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+
+        // The master key is the one of before, only wrapped anew.
+        CraftedContainer hand;
+        hand.keys.kdf = "Argon2id";
+        hand.keys.password = "nova senha";
+        hand.keys.salt = now.crypto.salt;
+        QCOMPARE(CraftedContainer::open(now.crypto.encryptedMasterKey, hand.passwordKey().left(32),
+                                        now.crypto.nonce,
+                                        "TESSEL|master-key|3|XChaCha20-Poly1305|Argon2id|0|" +
+                                            now.crypto.salt + "|" + now.crypto.nonce),
+                 crafted.keys.masterKey);
+    }
+
+    void aChangedPasswordCanBeChangedBack() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        QVERIFY(fixture.vault.changePassword(fixture.container(), "nova senha", TestPassword));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+    }
+
+    void changingThePasswordIsRefused_data() {
+        QTest::addColumn<QByteArray>("oldPassword");
+        QTest::addColumn<QByteArray>("newPassword");
+        QTest::newRow("wrong old") << QByteArray("errada") << QByteArray("nova senha");
+        QTest::newRow("no old") << QByteArray() << QByteArray("nova senha");
+        QTest::newRow("no new") << TestPassword << QByteArray();
+    }
+    void changingThePasswordIsRefused() {
+        QFETCH(const QByteArray, oldPassword);
+        QFETCH(const QByteArray, newPassword);
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.changePassword(fixture.container(), oldPassword, newPassword));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void changingThePasswordOfAnOpenVaultIsRefused() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void changingThePasswordOfNoVaultIsRefused() {
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), "not a vault"));
+        QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        QCOMPARE(readFile(fixture.container()), QByteArray("not a vault"));
+        QVERIFY(QFile::remove(fixture.container()));
+        QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        QVERIFY(!QFileInfo::exists(fixture.container()));
+    }
+
+    void changingThePasswordOnAReadOnlyDriveIsRefused() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const ReadOnlyMount drive(fixture.driveFolder());
+        QVERIFY(drive.isMounted());
+        QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        COMPARE_UNCHANGED(before);
+    }
+
+    // --- Saving the index ------------------------------------------------------------------
+
+    void savingTheIndexReplacesIt() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const ContainerDocument old = documentAt(fixture.container());
+        const QByteArray before = readFile(fixture.container());
+        SecureFileIndex index = fixture.vault.fileIndex();
+        QVERIFY(index.addDirectory({QStringLiteral("added"), {}, {}}));
+        QVERIFY(fixture.vault.saveIndex(index));
+        QCOMPARE(fixture.vault.fileIndex().toJson(), index.toJson());
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword), index.toJson());
+
+        const ContainerDocument now = documentAt(fixture.container());
+        QVERIFY(now.encryptedIndex != old.encryptedIndex);
+        QCOMPARE(now.crypto.payloadNonce.size(), 24);
+        QCOMPARE(now.crypto.salt, old.crypto.salt);
+        QCOMPARE(now.crypto.nonce, old.crypto.nonce);
+        QCOMPARE(now.crypto.kdf, old.crypto.kdf);
+        QCOMPARE(now.crypto.kdfIterations, old.crypto.kdfIterations);
+        QCOMPARE(now.crypto.encryptedMasterKey, old.crypto.encryptedMasterKey);
+        QVERIFY(readFile(fixture.container()).mid(PayloadOffset) == before.mid(PayloadOffset));
+    }
+
+    void everySaveDrawsAFreshNonce() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QSet<QByteArray> nonces{documentAt(fixture.container()).crypto.payloadNonce};
+        QSet<QByteArray> sealed{documentAt(fixture.container()).encryptedIndex};
+        for (int i = 0; i < 5; ++i) {
+            QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
+            nonces.insert(documentAt(fixture.container()).crypto.payloadNonce);
+            sealed.insert(documentAt(fixture.container()).encryptedIndex);
+        }
+        QCOMPARE(nonces.size(), 6);
+        QCOMPARE(sealed.size(), 6);
+    }
+
+    void savingEmptiesWhatOnlyOlderLayoutsCarry() {
+        CraftedContainer crafted = usedContainer();
+        crafted.setCryptoMember(QStringLiteral("authTag"), QStringLiteral("AAAA"))
+            .setHeaderMember(QStringLiteral("encryptedPayload"), QStringLiteral("AAAA"))
+            .setHeaderMember(QStringLiteral("filePayloads"),
+                             QJsonObject{{QStringLiteral("a"), QStringLiteral("AAAA")}})
+            .setHeaderMember(QStringLiteral("fileIndex"),
+                             QJsonObject{{QStringLiteral("files"), QJsonArray()}});
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
+        const ContainerDocument now = documentAt(fixture.container());
+        QVERIFY(now.crypto.authTag.isEmpty());
+        QVERIFY(now.encryptedPayload.isEmpty());
+        QVERIFY(now.filePayloads.isEmpty());
+        const QByteArray header = readFile(fixture.container()).left(4096);
+        QVERIFY(!header.contains("fileIndex") && !header.contains("filePayloads"));
+    }
+
+    void theIndexIsNeverWrittenInPlain() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("a-very-secret-name")));
+        QVERIFY(!readFile(fixture.container()).contains("a-very-secret-name"));
+    }
+
+    void anIndexThatDoesNotFitIsRefused() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.saveIndex(tooLargeIndex()));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void savingWithoutTheContainerIsRefused() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QVERIFY(QFile::rename(fixture.container(), fixture.file(QStringLiteral("unplugged"))));
+        QVERIFY(!fixture.vault.saveIndex({}));
+        QCOMPARE(fixture.vault.fileIndex().toJson(), index);
+        QVERIFY(!QFileInfo::exists(fixture.container()));
+        // Plugged in again, the session goes on.
+        QVERIFY(QFile::rename(fixture.file(QStringLiteral("unplugged")), fixture.container()));
+        QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
+    }
+
+    void savingOnAReadOnlyDriveIsRefused() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        const ReadOnlyMount drive(fixture.driveFolder());
+        QVERIFY(drive.isMounted());
+        QVERIFY(!fixture.vault.saveIndex({}));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void savingBeyondAFileSizeLimitIsRefused_data() {
+        QTest::addColumn<qint64>("limit");
+        QTest::newRow("before the header") << qint64(7);
+        QTest::newRow("inside the header") << qint64(300);
+    }
+    void savingBeyondAFileSizeLimitIsRefused() {
+        QFETCH(const qint64, limit);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        {
+            const FileSizeLimit sizeLimit(limit);
+            QVERIFY(!fixture.vault.saveIndex({}));
+        }
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aDriveThatFailsWhileSavingLeavesTheHeader_data() {
+        QTest::addColumn<QString>("injection");
+        QTest::newRow("write refused") << QStringLiteral("write:error=EIO:when=1");
+        QTest::newRow("no room") << QStringLiteral("write:error=ENOSPC:when=1");
+        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=1");
+        QTest::newRow("header cannot be read") << QStringLiteral("read:error=EIO:when=4");
+        QTest::newRow("cannot be opened") << QStringLiteral("openat:error=EACCES:when=2");
+        QTest::newRow("cannot be opened for writing")
+            << QStringLiteral("openat:error=EROFS:when=3");
+    }
+    void aDriveThatFailsWhileSavingLeavesTheHeader() {
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                                         QStringLiteral("delete"), QStringLiteral("docs/a.txt")},
+                                        fixture.container(), {injection});
+        QVERIFY2(run.refused(), qPrintable(run.said.value(QStringLiteral("result"))));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader_data() {
+        QTest::addColumn<QString>("injection");
+        QTest::newRow("write refused") << QStringLiteral("write:error=EIO:when=1");
+        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=1");
+    }
+    void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader() {
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                                         QStringLiteral("password"), QStringLiteral("nova senha")},
+                                        fixture.container(), {injection});
+        QVERIFY(run.refused());
+        COMPARE_UNCHANGED(before);
+    }
+};
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    QCoreApplication application(argc, argv);
+    TestVaultSession test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "test_vault_session.moc"
