@@ -33,6 +33,8 @@ SALT_BYTES = 16
 MASTER_KEY_BYTES = 64
 ARGON2_PASSES = 3
 ARGON2_MEMORY_BYTES = 268435456
+REDO_MARK = b"TESSEL-REDO\n"
+REDO_TRAILER_BYTES = 32 + LENGTH_DIGITS + len(REDO_MARK)
 ASCII_SPACE = b" \t\n\v\f\r"
 CIPHER = "XChaCha20-Poly1305"
 
@@ -273,13 +275,73 @@ def read_length_line(file):
     return line, length
 
 
+def read_redo_record(file):
+    """The length line and header of a record that ends the file."""
+    size = file.seek(0, os.SEEK_END)
+    if size < PAYLOAD_OFFSET + REDO_TRAILER_BYTES:
+        raise FormatError("no room for a redo record")
+    file.seek(size - REDO_TRAILER_BYTES)
+    trailer = file.read(REDO_TRAILER_BYTES)
+    digest, digits = trailer[:32], trailer[32:32 + LENGTH_DIGITS]
+    if not trailer.endswith(REDO_MARK) or not digits.isdigit():
+        raise FormatError("no redo record")
+    begin = size - REDO_TRAILER_BYTES - int(digits)
+    if begin < PAYLOAD_OFFSET:
+        raise FormatError("size of the redo record")
+    file.seek(begin)
+    image = file.read(int(digits))
+    if hashlib.sha256(image).digest() != digest:
+        raise FormatError("redo record cut short")
+    return image
+
+
 class Container:
     """An opened container: header, keys and index. Blocks are read when they are asked for."""
 
     def __init__(self, path, password):
         self.path = path
+        self.from_redo_record = False
         with open(path, "rb") as file:
-            self._read_header(file)
+            if file.read(len(MAGIC)) != MAGIC:
+                raise FormatError("magic")
+            try:
+                self._open_header(*self._read_region(file), password)
+            except FormatError as fault:
+                self._open_redo_record(file, password, fault)
+
+    def _read_region(self, file):
+        """The length line, the header and what fills its region."""
+        line, length = read_length_line(file)
+        region = file.read(HEADER_REGION_BYTES)
+        if len(region) != HEADER_REGION_BYTES:
+            raise FormatError("header region cut short")
+        return line, region[:length], region[length:]
+
+    def _open_redo_record(self, file, password, fault):
+        """Opens the record instead of the header; without one, the header's fault counts."""
+        try:
+            image = read_redo_record(file)
+        except FormatError:
+            raise fault from None
+        line_bytes = LENGTH_DIGITS + 1
+        header = image[line_bytes:]
+        self._open_header(image[:line_bytes], header, bytes(HEADER_REGION_BYTES - len(header)),
+                          password)
+        self.from_redo_record = True
+
+    def _open_header(self, line, header, padding, password):
+        self.length_line, self.header_json, self.padding = line, header, padding
+        self.payload_offset = len(MAGIC) + len(line) + HEADER_REGION_BYTES
+        self.header = parse_json_object(header, "header")
+        if self.header.get("magic") != "TESSEL":
+            raise FormatError('"magic" member')
+        if int32(self.header.get("formatVersion"), 0) != FORMAT_VERSION:
+            raise FormatError("format version")
+        self.crypto = Crypto.from_json(as_object(self.header.get("crypto")))
+        self.encrypted_index = base64_member(self.header, "encryptedIndex")
+        self._open_index(password)
+
+    def _open_index(self, password):
         self.password_key = password_key(password, self.crypto)
         self.master_key = unseal(
             self.crypto.encrypted_master_key, self.password_key[:KEY_BYTES], self.crypto.nonce,
@@ -291,23 +353,6 @@ class Container:
         if not self.index_json:
             raise FormatError("empty index")
         self.files, self.folders = index_from_json(self.index_json)
-
-    def _read_header(self, file):
-        if file.read(len(MAGIC)) != MAGIC:
-            raise FormatError("magic")
-        self.length_line, length = read_length_line(file)
-        region = file.read(HEADER_REGION_BYTES)
-        if len(region) != HEADER_REGION_BYTES:
-            raise FormatError("header region cut short")
-        self.payload_offset = len(MAGIC) + len(self.length_line) + HEADER_REGION_BYTES
-        self.header_json, self.padding = region[:length], region[length:]
-        self.header = parse_json_object(self.header_json, "header")
-        if self.header.get("magic") != "TESSEL":
-            raise FormatError('"magic" member')
-        if int32(self.header.get("formatVersion"), 0) != FORMAT_VERSION:
-            raise FormatError("format version")
-        self.crypto = Crypto.from_json(as_object(self.header.get("crypto")))
-        self.encrypted_index = base64_member(self.header, "encryptedIndex")
 
     def entry(self, path):
         """The file with this path, letter case ignored."""
@@ -429,8 +474,10 @@ class Writer:
     """
 
     def __init__(self, path, password, kdf="Argon2id", kdf_iterations=0,
-                 chunk_bytes=CHUNK_BYTES, random_bytes=os.urandom):
+                 chunk_bytes=CHUNK_BYTES, length_line=b"%020d\n", random_bytes=os.urandom):
+        """`length_line` is a pattern that gives a line of the same length for every header."""
         self.path = path
+        self._length_line = length_line
         self._random = random_bytes
         self._chunk_bytes = chunk_bytes
         self.crypto = Crypto(kdf, CIPHER, kdf_iterations, salt=random_bytes(SALT_BYTES),
@@ -442,7 +489,8 @@ class Writer:
             master_key_data(self.crypto))
         self.files, self.folders = [], []
         self._file = open(path, "wb")
-        self._file.seek(PAYLOAD_OFFSET)
+        self.payload_offset = len(MAGIC) + len(length_line % 0) + HEADER_REGION_BYTES
+        self._file.seek(self.payload_offset)
 
     def add_folder(self, path, created, modified):
         self.folders.append(FolderEntry(path, created, modified))
@@ -479,7 +527,7 @@ class Writer:
         header = header_json(header) if header_json else compact_json(header)
         if len(header) > HEADER_REGION_BYTES:
             raise FormatError("the index is too large for a header")
-        self._file.truncate(max(self._file.tell(), PAYLOAD_OFFSET))
+        self._file.truncate(max(self._file.tell(), self.payload_offset))
         self._file.seek(0)
-        self._file.write(MAGIC + b"%020d\n" % len(header) + header)
+        self._file.write(MAGIC + self._length_line % len(header) + header)
         self._file.close()

@@ -132,7 +132,8 @@ class EngineWrites(InteropCase):
 
     def compare_extracted(self):
         out = self.path("extraído")
-        self.assertEqual(self.reader(PASSWORD, "extract", self.container, "--into", out).returncode, 0)
+        extracted = self.reader(PASSWORD, "extract", self.container, "--into", out)
+        self.assertEqual(extracted.returncode, 0, extracted.stderr)
         for path, name in self.EXPECTED.items():
             with open(os.path.join(out, path), "rb") as file:
                 self.assertTrue(file.read() == contents_of(name), path)
