@@ -174,28 +174,43 @@ bool writeAtLengthLine(QFile& file, const QByteArray& bytes) {
     return file.seek(LengthLineOffset) && writeWhole(file, bytes) && syncToDrive(file);
 }
 
-// Writes at the file's header and cuts the file to its payload. A rewrite that fails half way is
-// undone; where even that fails, the record behind the payload stays, because it is needed.
-bool overwriteHeader(QFile& file, const QByteArray& bytes, qint64 payloadEnd) {
-    if (!file.seek(LengthLineOffset)) {
-        return false;
+void cutTo(QFile& file, qint64 size) {
+    // What is left behind a good header is ignored and goes with the next change.
+    static_cast<void>(file.size() <= size || file.resize(size));
+}
+
+// What a rewrite of the header leaves of the file.
+struct RewriteEnds {
+    /// Where the payload ends; nothing behind it is needed once the new header stands.
+    qint64 payload = 0;
+    /// The file's size before the rewrite. A record in there may be all that is left of a header
+    /// torn earlier, so a rewrite that is undone must leave it.
+    qint64 formerSize = 0;
+};
+
+// Writes at the file's header. A rewrite that fails half way is undone; where even that fails, the
+// new record behind the payload stays, because it is needed.
+bool overwriteHeader(QFile& file, const QByteArray& bytes, const RewriteEnds& ends) {
+    const qint64 oldBytes = std::min<qint64>(bytes.size(), file.size() - LengthLineOffset);
+    const QByteArray before = file.seek(LengthLineOffset) ? file.read(oldBytes) : QByteArray();
+    // Old bytes that cannot be read could not be put back either.
+    const bool canUndo = before.size() == oldBytes;
+    if (canUndo && writeAtLengthLine(file, bytes)) {
+        cutTo(file, std::max(ends.payload, PayloadOffset));
+        return true;
     }
-    const QByteArray before = file.read(bytes.size());
-    const bool written = writeAtLengthLine(file, bytes);
-    if (written || writeAtLengthLine(file, before)) {
-        const qint64 end = written ? std::max(payloadEnd, PayloadOffset) : payloadEnd;
-        // What is left behind a good header is ignored and goes with the next change.
-        static_cast<void>(file.size() <= end || file.resize(end));
+    if (!canUndo || writeAtLengthLine(file, before)) {
+        cutTo(file, ends.formerSize);
     }
-    return written;
+    return false;
 }
 
 // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
 // again; a region that is not whole is written to its end.
-bool rewriteHeader(QFile& file, const QByteArray& image, qint64 payloadEnd) {
+bool rewriteHeader(QFile& file, const QByteArray& image, const RewriteEnds& ends) {
     const qint64 imageEnd = LengthLineOffset + image.size();
     const qint64 end = endOfNonZeroBytes(file, imageEnd).value_or(PayloadOffset);
-    return overwriteHeader(file, image + QByteArray(end - imageEnd, '\0'), payloadEnd);
+    return overwriteHeader(file, image + QByteArray(end - imageEnd, '\0'), ends);
 }
 
 std::optional<QJsonObject> parseHeader(const QByteArray& header) {
@@ -284,7 +299,7 @@ bool ContainerManager::repairHeader(const QString& path) const {
         return false;
     }
     const std::optional<RedoRecord> record = findRedoRecord(file);
-    return record && rewriteHeader(file, record->headerImage, endOfPayload(file));
+    return record && rewriteHeader(file, record->headerImage, {endOfPayload(file), file.size()});
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
@@ -325,8 +340,8 @@ bool ContainerManager::updateDocumentHeader(const QString& path,
         return false;
     }
     const QByteArray image = lengthLineFor(header.size()) + header;
-    const qint64 payloadEnd = endOfPayload(file);
-    return protectRewrite(file, image) && rewriteHeader(file, image, payloadEnd);
+    const RewriteEnds ends{endOfPayload(file), file.size()};
+    return protectRewrite(file, image) && rewriteHeader(file, image, ends);
 }
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {

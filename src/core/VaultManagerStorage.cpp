@@ -58,12 +58,13 @@ bool readChunk(QFile& source, QByteArray* chunk, FileDigest* digest) {
     return wanted > 0;
 }
 
-// Cuts the container back to its former length.
+// Cuts the container back to its former length. A redo record at its end was left by a header that
+// could not be put back: the drive may hold the new one, and the blocks that it names must stay.
 void truncateContainer(QFile& container, qint64 size) {
     const bool open =
         container.isOpen() ||
         container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered);
-    if (open && container.size() > size && container.resize(size)) {
+    if (open && container.size() > size && !findRedoRecord(container) && container.resize(size)) {
         static_cast<void>(syncToDrive(container));
     }
     container.close();

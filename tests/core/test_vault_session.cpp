@@ -7,6 +7,7 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -44,6 +45,19 @@ bool opens(const QString& path, const QByteArray& password = TestPassword) {
 QByteArray withByteChanged(QByteArray bytes, qsizetype at) {
     bytes[at] = static_cast<char>(bytes.at(at) ^ 1);
     return bytes;
+}
+
+/// The record that protects a rewrite of this container's header, as it stands behind the payload.
+QByteArray redoRecordOf(const CraftedContainer& crafted) {
+    const QByteArray image = crafted.lengthLine() + crafted.headerJson();
+    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
+           QByteArray::number(image.size()).rightJustified(20, '0') + "TESSEL-REDO\n";
+}
+
+/// Leaves the container as a rewrite that was cut short does: half a header, and the record.
+bool tearHeader(const QString& path, const CraftedContainer& crafted) {
+    return overwriteAt(path, 300, noise(200)) &&
+           overwriteAt(path, crafted.fileSize(), redoRecordOf(crafted));
 }
 
 /// An index whose JSON does not fit into the header region.
@@ -363,6 +377,101 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
         QVERIFY(fixture.vault.lockVault());
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
+    }
+
+    // --- Headers torn by a drive that was pulled out ---------------------------------------
+
+    void aTornHeaderIsRepairedFromTheRecordBehindThePayload() {
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        const QByteArray whole = readFile(fixture.container());
+        QVERIFY(tearHeader(fixture.container(), crafted));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QVERIFY(readFile(fixture.container()) == whole);
+    }
+
+    void aRecordThatIsNotWholeRepairsNothing_data() {
+        QTest::addColumn<qint64>("fromTheEnd");
+        QTest::newRow("mark") << qint64(1);
+        QTest::newRow("size") << qint64(13);
+        QTest::newRow("digest") << qint64(33);
+        QTest::newRow("header") << qint64(100);
+    }
+    void aRecordThatIsNotWholeRepairsNothing() {
+        QFETCH(const qint64, fromTheEnd);
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        QVERIFY(tearHeader(fixture.container(), crafted));
+        const qint64 at = QFileInfo(fixture.container()).size() - fromTheEnd;
+        const QByteArray intact = readFile(fixture.container());
+        QVERIFY(overwriteAt(fixture.container(), at, withByteChanged(intact.mid(at, 1), 0)));
+        const QByteArray torn = readFile(fixture.container());
+        QVERIFY(!fixture.unlock());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(readFile(fixture.container()) == torn);
+    }
+
+    void aTornHeaderKeepsItsRecordFromAWrongPassword() {
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        QVERIFY(tearHeader(fixture.container(), crafted));
+        const QByteArray torn = readFile(fixture.container());
+        QVERIFY(!fixture.vault.unlockVault(fixture.container(), "senha de outro"));
+        QVERIFY(readFile(fixture.container()) == torn);
+        QVERIFY(fixture.unlock());
+    }
+
+    void aTornHeaderKeepsItsRecordWhenTheRepairFails_data() {
+        QTest::addColumn<QString>("operation");
+        QTest::addColumn<QString>("injection");
+        QTest::newRow("once") << QStringLiteral("unlock")
+                              << QStringLiteral("write:error=EIO:when=1");
+        QTest::newRow("for good") << QStringLiteral("unlock")
+                                  << QStringLiteral("write:error=EIO:when=1+");
+        QTest::newRow("unreadable")
+            << QStringLiteral("unlock") << QStringLiteral("read:error=EIO:when=10+");
+        QTest::newRow("read-only")
+            << QStringLiteral("unlock") << QStringLiteral("openat:error=EROFS:when=3");
+        // Every other write fails: each rewrite, but never the way back from it.
+        QTest::newRow("and a change after it")
+            << QStringLiteral("save") << QStringLiteral("write:error=EIO:when=1+2");
+        QTest::newRow("and a change after it, for good")
+            << QStringLiteral("save") << QStringLiteral("write:error=EIO:when=1+");
+    }
+    void aTornHeaderKeepsItsRecordWhenTheRepairFails() {
+        QFETCH(const QString, operation);
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        const QByteArray whole = readFile(fixture.container());
+        QVERIFY(tearHeader(fixture.container(), crafted));
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword), operation},
+                      fixture.container(), {injection});
+        QVERIFY(run.ended());
+        QCOMPARE(run.succeeded(), operation == QLatin1String("unlock"));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(readFile(fixture.container()).size(), whole.size());
+    }
+
+    void aRecordBehindAGoodHeaderIsIgnoredAndGoesWithTheNextChange() {
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        const QByteArray whole = readFile(fixture.container());
+        CraftedContainer other(2);
+        other.keys = crafted.keys;
+        QVERIFY(overwriteAt(fixture.container(), whole.size(), redoRecordOf(other)));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/a.txt")));
+        QVERIFY(fixture.store(QStringLiteral("b"), "contents of b"));
+        QCOMPARE(QFileInfo(fixture.container()).size(), whole.size() + 13 + 16);
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("contents of b"));
     }
 
     // --- Associated data, byte by byte -----------------------------------------------------
