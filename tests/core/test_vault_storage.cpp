@@ -1,0 +1,888 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "DriverRun.h"
+#include "VaultFixture.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QBuffer>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QRegularExpression>
+#include <QSet>
+#include <QTest>
+
+#include <numeric>
+
+#include <sys/stat.h>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+constexpr qint64 Chunk = 16777216;
+
+const QDateTime LongAgo(QDate(2019, 2, 28), QTime(23, 59, 58, 250), Qt::UTC);
+
+/// A vault with a folder and two files.
+CraftedContainer usedContainer() {
+    CraftedContainer crafted;
+    crafted.addFolder(QStringLiteral("Docs"))
+        .addFile(QStringLiteral("Docs/A.TXT"), QByteArrayLiteral("contents of A"))
+        .addFile(QStringLiteral("other"), QByteArrayLiteral("contents of other"));
+    return crafted;
+}
+
+/// A vault with one block that was sealed by hand under the given associated data.
+CraftedContainer containerWithBlockSealedUnder(const QByteArray& associatedData) {
+    CraftedContainer crafted;
+    const QByteArray nonce = noise(24, 7);
+    const QByteArray plain = QByteArrayLiteral("sealed by hand");
+    crafted.addPayload(
+        CraftedContainer::seal(plain, crafted.keys.masterKey.left(32), nonce, associatedData));
+    const QJsonObject block{{QStringLiteral("offset"), PayloadOffset},
+                            {QStringLiteral("plainSize"), plain.size()},
+                            {QStringLiteral("encryptedSize"), plain.size() + 16},
+                            {QStringLiteral("nonce"), QString::fromLatin1(nonce.toBase64())}};
+    const QJsonObject entry{{QStringLiteral("vaultPath"), QStringLiteral("f")},
+                            {QStringLiteral("blocks"), QJsonArray{block}}};
+    return crafted.setIndexMember(QStringLiteral("files"), QJsonArray{entry});
+}
+
+QByteArray sha256(const QByteArray& bytes) {
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
+}
+
+bool setModified(const QString& path, const QDateTime& time) {
+    QFile file(path);
+    return file.open(QIODevice::ReadWrite) &&
+           file.setFileTime(time, QFileDevice::FileModificationTime);
+}
+
+struct ProgressCall {
+    qint64 done = 0;
+    qint64 total = 0;
+    QString name;
+
+    bool operator==(const ProgressCall&) const = default;
+};
+
+VaultManager::Progress recordInto(QList<ProgressCall>* calls) {
+    return [calls](qint64 done, qint64 total, const QString& name) {
+        calls->append({done, total, name});
+    };
+}
+
+/// Takes a given number of bytes, then no more, without an error.
+class ShortDevice : public QIODevice {
+public:
+    explicit ShortDevice(qint64 room) : m_room(room) { open(QIODevice::WriteOnly | Unbuffered); }
+
+protected:
+    qint64 readData(char*, qint64) override { return -1; }
+    qint64 writeData(const char*, qint64 size) override {
+        const qint64 taken = std::min(size, m_room);
+        m_room -= taken;
+        return taken;
+    }
+
+private:
+    qint64 m_room;
+};
+
+} // namespace
+
+class TestVaultStorage : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // --- Importing -------------------------------------------------------------------------
+
+    void anImportedFileIsDescribedInFull() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray bytes = noise(100000);
+        const QString source = fixture.write(QStringLiteral("source.bin"), bytes);
+        QVERIFY(setModified(source, LongAgo));
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("photos/z.bin")));
+
+        const VaultFileEntry entry = fixture.entry(QStringLiteral("photos/z.bin"));
+        const QRegularExpression uuid(
+            QStringLiteral("^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$"));
+        QVERIFY2(uuid.match(entry.id).hasMatch(), qPrintable(entry.id));
+        QCOMPARE(entry.sizeBytes, 100000);
+        QCOMPARE(entry.lastModifiedUtc, LongAgo);
+        QCOMPARE(entry.lastModifiedUtc.timeSpec(), Qt::UTC);
+        QCOMPARE(entry.sha256, sha256(bytes));
+        QCOMPARE(entry.blocks.size(), 1);
+        QCOMPARE(fixture.stored(QStringLiteral("photos/z.bin")), bytes);
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void blocksHoldSixteenMebibytesEach_data() {
+        QTest::addColumn<qint64>("size");
+        QTest::addColumn<QList<qint64>>("plainSizes");
+        QTest::newRow("empty") << qint64(0) << QList<qint64>{};
+        QTest::newRow("one byte") << qint64(1) << QList<qint64>{1};
+        QTest::newRow("one byte short of a chunk") << Chunk - 1 << QList<qint64>{Chunk - 1};
+        QTest::newRow("a chunk") << Chunk << QList<qint64>{Chunk};
+        QTest::newRow("a chunk and a byte") << Chunk + 1 << QList<qint64>{Chunk, 1};
+        QTest::newRow("two chunks") << 2 * Chunk << QList<qint64>{Chunk, Chunk};
+        QTest::newRow("two chunks and a byte") << 2 * Chunk + 1 << QList<qint64>{Chunk, Chunk, 1};
+    }
+    void blocksHoldSixteenMebibytesEach() {
+        QFETCH(const qint64, size);
+        QFETCH(const QList<qint64>, plainSizes);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray bytes = noise(size);
+        const QString source = fixture.write(QStringLiteral("source"), bytes);
+        const QByteArray before = readFile(fixture.container());
+        QList<ProgressCall> calls;
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big"), recordInto(&calls)));
+
+        const VaultFileEntry entry = fixture.entry(QStringLiteral("big"));
+        QCOMPARE(entry.sizeBytes, size);
+        QCOMPARE(entry.sha256, sha256(bytes));
+        QCOMPARE(entry.blocks.size(), plainSizes.size());
+        QList<ProgressCall> expectedCalls;
+        QSet<QByteArray> nonces;
+        qint64 offset = before.size();
+        qint64 done = 0;
+        for (qsizetype i = 0; i < plainSizes.size(); ++i) {
+            const VaultFileBlock block = entry.blocks.at(i);
+            QCOMPARE(block.offset, offset);
+            QCOMPARE(block.plainSize, plainSizes.at(i));
+            QCOMPARE(block.encryptedSize, plainSizes.at(i) + 16);
+            QCOMPARE(block.nonce.size(), 24);
+            nonces.insert(block.nonce);
+            offset += block.encryptedSize;
+            done += plainSizes.at(i);
+            expectedCalls.append({done, size, QStringLiteral("big")});
+        }
+        QCOMPARE(nonces.size(), plainSizes.size());
+        QCOMPARE(calls, expectedCalls);
+        const QByteArray after = readFile(fixture.container());
+        QCOMPARE(after.size(), offset);
+        // The blocks that were there have not moved.
+        QVERIFY(after.mid(PayloadOffset, before.size() - PayloadOffset) ==
+                before.mid(PayloadOffset));
+        QVERIFY(fixture.stored(QStringLiteral("big")) == bytes);
+    }
+
+    void anEmptyFileHasTheDigestOfNoBytes() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(QStringLiteral("empty"), {}));
+        QCOMPARE(fixture.entry(QStringLiteral("empty")).sha256.toHex(),
+                 QByteArray("e3b0c44298fc1c149afbf4c8996fb924"
+                            "27ae41e4649b934ca495991b7852b855"));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
+        const QString target = fixture.write(QStringLiteral("target"), "what was there before");
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("empty"), target));
+        QCOMPARE(QFileInfo(target).size(), 0);
+    }
+
+    void aBlockIsSealedUnderItsNonceAndTheLiteralAssociatedData() {
+        const CraftedContainer crafted;
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        const QByteArray bytes = noise(5000);
+        QVERIFY(fixture.store(QStringLiteral("f"), bytes));
+        const VaultFileBlock block = fixture.entry(QStringLiteral("f")).blocks.constFirst();
+        const QByteArray sealed =
+            readFile(fixture.container()).mid(block.offset, block.encryptedSize);
+        QCOMPARE(CraftedContainer::open(sealed, crafted.keys.masterKey.left(32), block.nonce,
+                                        "TESSEL|file-block|3"),
+                 bytes);
+    }
+
+    void progressIsReportedOnceTheBlockIsInTheContainer() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1));
+        QList<qint64> sizes;
+        QList<bool> listed;
+        QVERIFY(fixture.vault.importFile(
+            source, QStringLiteral("big"), [&](qint64, qint64, const QString&) {
+                sizes.append(QFileInfo(fixture.container()).size());
+                listed.append(fixture.vault.fileIndex().contains(QStringLiteral("big")));
+            }));
+        QCOMPARE(sizes, (QList<qint64>{PayloadOffset + Chunk + 16, PayloadOffset + Chunk + 33}));
+        // The file is part of the vault only when all of it is stored.
+        QCOMPARE(listed, (QList<bool>{false, false}));
+    }
+
+    void pathsAreBroughtToTheirCanonicalForm() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        QList<ProgressCall> calls;
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral(" /docs\\\\2025// a.txt "),
+                                         recordInto(&calls)));
+        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/2025/a.txt")));
+        QCOMPARE(calls, (QList<ProgressCall>{{3, 3, QStringLiteral("docs/2025/a.txt")}}));
+    }
+
+    void missingFoldersAreCreatedOnce() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QDateTime before = QDateTime::currentDateTimeUtc();
+        QVERIFY(fixture.store(QStringLiteral("x/y/z.bin"), "z"));
+        const QDateTime after = QDateTime::currentDateTimeUtc();
+        QCOMPARE(fixture.folderPaths(),
+                 QStringList({QStringLiteral("Docs"), QStringLiteral("x"), QStringLiteral("x/y")}));
+        const VaultDirectoryEntry folder = fixture.folder(QStringLiteral("x"));
+        QVERIFY(folder.createdUtc >= before && folder.createdUtc <= after);
+        QCOMPARE(folder.modifiedUtc, folder.createdUtc);
+        QCOMPARE(fixture.folder(QStringLiteral("x/y")).createdUtc, folder.createdUtc);
+
+        // Those that are there are found in any letter case and left alone.
+        QVERIFY(fixture.store(QStringLiteral("X/Y/w.bin"), "w"));
+        QVERIFY(fixture.store(QStringLiteral("docs/b.txt"), "b"));
+        QCOMPARE(fixture.folderPaths(),
+                 QStringList({QStringLiteral("Docs"), QStringLiteral("x"), QStringLiteral("x/y")}));
+        QCOMPARE(fixture.folder(QStringLiteral("x")).modifiedUtc, folder.modifiedUtc);
+    }
+
+    void importingOverAFileReplacesItInAnyLetterCase() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultFileEntry old = fixture.entry(QStringLiteral("Docs/A.TXT"));
+        const VaultFileEntry other = fixture.entry(QStringLiteral("other"));
+        const QByteArray before = readFile(fixture.container());
+        QVERIFY(fixture.store(QStringLiteral("Docs/a.txt"), "new contents"));
+        QCOMPARE(fixture.filePaths(),
+                 QStringList({QStringLiteral("other"), QStringLiteral("Docs/a.txt")}));
+        QVERIFY(fixture.entry(QStringLiteral("Docs/a.txt")).id != old.id);
+        QCOMPARE(fixture.stored(QStringLiteral("Docs/a.txt")), QByteArray("new contents"));
+        QCOMPARE(fixture.entry(QStringLiteral("other")).id, other.id);
+        QCOMPARE(fixture.stored(QStringLiteral("other")), QByteArray("contents of other"));
+        // The old bytes stay until the vault is compacted.
+        const QByteArray after = readFile(fixture.container());
+        QCOMPARE(after.size(), before.size() + 12 + 16);
+        QVERIFY(after.mid(PayloadOffset, before.size() - PayloadOffset) ==
+                before.mid(PayloadOffset));
+    }
+
+    void importingTheSameFileTwiceMakesANewCopy() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(QStringLiteral("f"), "same"));
+        const VaultFileEntry first = fixture.entry(QStringLiteral("f"));
+        QVERIFY(fixture.store(QStringLiteral("f"), "same"));
+        const VaultFileEntry second = fixture.entry(QStringLiteral("f"));
+        QCOMPARE(fixture.filePaths().size(), 1);
+        QVERIFY(second.id != first.id);
+        QVERIFY(second.blocks.constFirst().nonce != first.blocks.constFirst().nonce);
+        QVERIFY(second.blocks.constFirst().offset > first.blocks.constFirst().offset);
+    }
+
+    void allSpellingsOfAPathAreReplaced() {
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("a"), "1")
+            .addFile(QStringLiteral("A"), "2")
+            .addFile(QStringLiteral("b"), "3");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(QStringLiteral("a"), "new"));
+        QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("b"), QStringLiteral("a")}));
+    }
+
+    void aFileMayStandBesideAFolderOfItsPath() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(QStringLiteral("docs"), "a file"));
+        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("Docs")));
+        QCOMPARE(fixture.stored(QStringLiteral("docs")), QByteArray("a file"));
+        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT")), QByteArray("contents of A"));
+    }
+
+    void aLinkToAFileIsFollowed() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        const QString target = fixture.write(QStringLiteral("target"), "behind the link");
+        QVERIFY(QFile::link(target, fixture.file(QStringLiteral("link"))));
+        QVERIFY(
+            fixture.vault.importFile(fixture.file(QStringLiteral("link")), QStringLiteral("f")));
+        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("behind the link"));
+    }
+
+    // --- Imports that are refused ----------------------------------------------------------
+
+    void unusablePathsAreRefused_data() {
+        QTest::addColumn<QString>("path");
+        for (const char* path : {"", "/", "  ", "..", "a/../b", "a/./b", "a/ /b"}) {
+            QTest::addRow("'%s'", path) << QString::fromLatin1(path);
+        }
+    }
+    void unusablePathsAreRefused() {
+        QFETCH(const QString, path);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.importFile(source, path));
+        QVERIFY(!fixture.vault.exportFile(path, fixture.file(QStringLiteral("target"))));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void sourcesThatAreNoFilesAreRefused_data() {
+        QTest::addColumn<QString>("source");
+        for (const char* source : {"", "missing", "folder", "dangling", "pipe", "/dev/null"}) {
+            QTest::addRow("'%s'", source) << QString::fromLatin1(source);
+        }
+    }
+    void sourcesThatAreNoFilesAreRefused() {
+        QFETCH(const QString, source);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(QDir().mkdir(fixture.file(QStringLiteral("folder"))));
+        QVERIFY(QFile::link(fixture.file(QStringLiteral("nowhere")),
+                            fixture.file(QStringLiteral("dangling"))));
+        const QByteArray pipe = QFile::encodeName(fixture.file(QStringLiteral("pipe")));
+        QCOMPARE(::mkfifo(pipe.constData(), 0600), 0);
+        const VaultPicture before(fixture);
+        const bool inFolder = !source.isEmpty() && !source.startsWith(QLatin1Char('/'));
+        QVERIFY(!fixture.vault.importFile(inFolder ? fixture.file(source) : source,
+                                          QStringLiteral("f")));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aSourceThatMayNotBeReadIsRefused() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        QVERIFY(QFile::setPermissions(source, {}));
+        const VaultPicture before(fixture);
+        {
+            const ObeyPermissions obey;
+            QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+        }
+        COMPARE_UNCHANGED(before);
+    }
+
+    void theContainerIsNotImportedIntoItself() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString link = fixture.file(QStringLiteral("link"));
+        QVERIFY(QFile::link(fixture.container(), link));
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.importFile(fixture.container(), QStringLiteral("f")));
+        QVERIFY(!fixture.vault.importFile(link, QStringLiteral("f")));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), fixture.container()));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), link));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aContainerThatIsGoneOrBrokenTakesNoFile() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        QVERIFY(overwriteAt(fixture.container(), 0, "BROKEN!"));
+        const QByteArray broken = readFile(fixture.container());
+        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+        QVERIFY(readFile(fixture.container()) == broken);
+        QVERIFY(QFile::remove(fixture.container()));
+        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+        QVERIFY(!QFileInfo::exists(fixture.container()));
+        QCOMPARE(fixture.vault.fileIndex().toJson(), index);
+    }
+
+    void aReadOnlyDriveTakesNoFileAndGivesThemBack() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const VaultPicture before(fixture);
+        const ReadOnlyMount drive(fixture.driveFolder());
+        QVERIFY(drive.isMounted());
+        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+        QCOMPARE(fixture.stored(QStringLiteral("other")), QByteArray("contents of other"));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void anImportWhoseIndexDoesNotFitIsRolledBack() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        // Sealed and in Base64 this is a little less than the header region.
+        SecureFileIndex index = fixture.vault.fileIndex();
+        QVERIFY(index.addDirectory({QString(6200000, QLatin1Char('x')), {}, {}}));
+        QVERIFY(fixture.vault.saveIndex(index));
+        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.importFile(source, QString(200000, QLatin1Char('y'))));
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("short")));
+    }
+
+    // --- Sources that change while they are read -------------------------------------------
+
+    void aSourceThatShrinksIsRolledBack_data() {
+        QTest::addColumn<qint64>("remaining");
+        QTest::newRow("to nothing") << qint64(0);
+        QTest::newRow("below what was read") << qint64(1000);
+        QTest::newRow("to what was read") << Chunk;
+        QTest::newRow("into the next block") << Chunk + 5;
+    }
+    void aSourceThatShrinksIsRolledBack() {
+        QFETCH(const qint64, remaining);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const VaultPicture before(fixture);
+        int calls = 0;
+        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("Docs/a.txt"),
+                                          [&](qint64, qint64, const QString&) {
+                                              ++calls;
+                                              QVERIFY(QFile::resize(source, remaining));
+                                          }));
+        QVERIFY(calls >= 1);
+        COMPARE_UNCHANGED(before);
+        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT")), QByteArray("contents of A"));
+    }
+
+    void aSourceThatGrowsIsStoredAsItWasRead() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray bytes = noise(Chunk);
+        const QByteArray added = QByteArrayLiteral("written meanwhile");
+        const QString source = fixture.write(QStringLiteral("source"), bytes);
+        QList<ProgressCall> calls;
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("log"),
+                                         [&](qint64 done, qint64 total, const QString& name) {
+                                             if (calls.isEmpty()) {
+                                                 QVERIFY(overwriteAt(source, Chunk, added));
+                                             }
+                                             calls.append({done, total, name});
+                                         }));
+        const VaultFileEntry entry = fixture.entry(QStringLiteral("log"));
+        QCOMPARE(entry.sizeBytes, Chunk);
+        QCOMPARE(entry.sha256, sha256(bytes + added));
+        QVERIFY(fixture.stored(QStringLiteral("log")) == bytes + added);
+        QCOMPARE(calls,
+                 (QList<ProgressCall>{{Chunk, Chunk, QStringLiteral("log")},
+                                      {Chunk + added.size(), Chunk, QStringLiteral("log")}}));
+    }
+
+    // --- Drives that fail ------------------------------------------------------------------
+
+    void aDriveWithoutRoomIsLeftAsItWas_data() {
+        QTest::addColumn<qint64>("room");
+        QTest::newRow("none") << qint64(0);
+        QTest::newRow("one page") << qint64(4096);
+        QTest::newRow("half a block") << Chunk / 2;
+        QTest::newRow("the first block, not the second") << Chunk + 8192;
+    }
+    void aDriveWithoutRoomIsLeftAsItWas() {
+        QFETCH(const qint64, room);
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(32 * MiB);
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 100000));
+        QVERIFY(disk.fillUpTo(room));
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("Docs/a.txt")));
+        QCOMPARE(disk.bytesFree(), room);
+        COMPARE_UNCHANGED(before);
+        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT")), QByteArray("contents of A"));
+    }
+
+    void aDriveFilledToTheLastPageStillTakesTheFile() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(16 * MiB);
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.unlock());
+        // The header is rewritten where it stands: only the block needs room.
+        const qint64 end = QFileInfo(fixture.container()).size();
+        const qint64 inLastPage = 4096 - end % 4096;
+        const QByteArray bytes = noise(inLastPage + 4096 - 16);
+        const QString source = fixture.write(QStringLiteral("source"), bytes);
+        QVERIFY(disk.fillUpTo(4096));
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("last")));
+        QCOMPARE(disk.bytesFree(), 0);
+        QCOMPARE(fixture.stored(QStringLiteral("last")), bytes);
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+        // A full vault must still be able to forget a file.
+        QVERIFY(fixture.vault.deleteFile(QStringLiteral("last")));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void aFileSizeLimitRollsTheImportBack_data() {
+        QTest::addColumn<qint64>("roomForBlocks");
+        QTest::newRow("none") << qint64(0);
+        QTest::newRow("half a block") << Chunk / 2;
+        QTest::newRow("a byte short of the first block") << Chunk + 15;
+        QTest::newRow("the first block") << Chunk + 16;
+        QTest::newRow("a byte short of the second block") << Chunk + 16 + 1000 + 15;
+    }
+    void aFileSizeLimitRollsTheImportBack() {
+        QFETCH(const qint64, roomForBlocks);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const qint64 end = QFileInfo(fixture.container()).size();
+        const VaultPicture before(fixture);
+        {
+            const FileSizeLimit limit(end + roomForBlocks);
+            QVERIFY(!fixture.vault.importFile(source, QStringLiteral("big")));
+        }
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big")));
+    }
+
+    void aDriveThatFailsDuringAnImportIsLeftAsItWas_data() {
+        QTest::addColumn<QString>("injection");
+        // The container is opened to unlock it, to look for a redo record, to read the document, to
+        // append the blocks and to rewrite the header; its document takes three reads.
+        QTest::newRow("magic of the document") << QStringLiteral("read:error=EIO:when=5");
+        QTest::newRow("length of the document") << QStringLiteral("read:error=EIO:when=6");
+        QTest::newRow("header of the document") << QStringLiteral("read:error=EIO:when=7");
+        QTest::newRow("opening to append") << QStringLiteral("openat:error=EROFS:when=4");
+        QTest::newRow("opening for the header") << QStringLiteral("openat:error=EROFS:when=5");
+        QTest::newRow("first block") << QStringLiteral("write:error=EIO:when=1");
+        QTest::newRow("second block") << QStringLiteral("write:error=EIO:when=2");
+        QTest::newRow("second block, no room") << QStringLiteral("write:error=ENOSPC:when=2");
+        QTest::newRow("header") << QStringLiteral("write:error=EIO:when=3");
+        QTest::newRow("write-back of the first block")
+            << QStringLiteral("sync_file_range:error=EIO:when=1");
+        QTest::newRow("write-back of the second block")
+            << QStringLiteral("sync_file_range:error=EIO:when=2");
+        QTest::newRow("redo record") << QStringLiteral("pwrite64:error=EIO:when=1");
+        QTest::newRow("end of the redo record") << QStringLiteral("pwrite64:error=EIO:when=2");
+        QTest::newRow("first flush") << QStringLiteral("fdatasync:error=EIO:when=1");
+        QTest::newRow("second flush") << QStringLiteral("fdatasync:error=EIO:when=2");
+    }
+    void aDriveThatFailsDuringAnImportIsLeftAsItWas() {
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const VaultPicture before(fixture);
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                       QStringLiteral("import"), source, QStringLiteral("Docs/a.txt")},
+                      fixture.container(), {injection});
+        QVERIFY(run.refused());
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aSourceThatFailsDuringAnImportIsRolledBack_data() {
+        QTest::addColumn<QString>("injection");
+        QTest::newRow("opening") << QStringLiteral("openat:error=EACCES:when=1");
+        QTest::newRow("first chunk") << QStringLiteral("read:error=EIO:when=1");
+        QTest::newRow("second chunk") << QStringLiteral("read:error=EIO:when=2");
+    }
+    void aSourceThatFailsDuringAnImportIsRolledBack() {
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const VaultPicture before(fixture);
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                       QStringLiteral("import"), source, QStringLiteral("Docs/a.txt")},
+                      source, {injection});
+        QVERIFY(run.refused());
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aDriveThatFailsForGoodNeverLosesTheOldFile_data() {
+        QTest::addColumn<QStringList>("injections");
+        QTest::newRow("header and its way back")
+            << QStringList{QStringLiteral("write:error=EIO:when=3+")};
+        QTest::newRow("every flush from the header on")
+            << QStringList{QStringLiteral("fdatasync:error=EIO:when=2+")};
+        QTest::newRow("flush of the header, then the way back")
+            << QStringList{QStringLiteral("fdatasync:error=EIO:when=2+"),
+                           QStringLiteral("write:error=EIO:when=4+")};
+        QTest::newRow("flush of the header, which cannot be read") << QStringList{
+            QStringLiteral("read:error=EIO:when=9+"), QStringLiteral("fdatasync:error=EIO:when=2")};
+    }
+    void aDriveThatFailsForGoodNeverLosesTheOldFile() {
+        QFETCH(const QStringList, injections);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const QByteArray contents = noise(Chunk + 1000);
+        const QString source = fixture.write(QStringLiteral("source"), contents);
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                       QStringLiteral("import"), source, QStringLiteral("Docs/A.TXT")},
+                      fixture.container(), injections);
+        QVERIFY(run.refused());
+        // Whichever of the two headers the drive holds, the file behind it must be whole.
+        QVERIFY(fixture.unlock());
+        const QByteArray found = fixture.stored(QStringLiteral("Docs/A.TXT"));
+        QVERIFY(found == "contents of A" || found == contents);
+        QCOMPARE(fixture.stored(QStringLiteral("other")), QByteArray("contents of other"));
+    }
+
+    // --- Exporting -------------------------------------------------------------------------
+
+    void anExportIsWhatWasImported() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString target = fixture.file(QStringLiteral("target"));
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("Docs/A.TXT"), target));
+        QCOMPARE(readFile(target), QByteArray("contents of A"));
+        // A longer file is truncated first.
+        QVERIFY(writeFile(target, noise(5000)));
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
+        QCOMPARE(readFile(target), QByteArray("contents of other"));
+    }
+
+    void exportedPathsAreNormalizedAndWrittenPathsAreNot() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString target = fixture.file(QStringLiteral("target"));
+        QVERIFY(fixture.vault.exportFile(QStringLiteral(" \\docs//a.txt/ "), target));
+        QCOMPARE(readFile(target), QByteArray("contents of A"));
+        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of A"));
+        QCOMPARE(fixture.stored(QStringLiteral("/Docs/A.TXT")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(QStringLiteral("Docs\\A.TXT")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT ")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(QString()), QByteArray("(refused)"));
+    }
+
+    void theFirstOfTwoSpellingsIsGiven() {
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("A")), QByteArray("first"));
+    }
+
+    void whatIsNotInTheVaultIsNotExported() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("missing"),
+                                          fixture.file(QStringLiteral("target"))));
+        // A folder is no file.
+        QCOMPARE(fixture.stored(QStringLiteral("Docs")), QByteArray("(refused)"));
+        QVERIFY(!fixture.vault.writeVaultFileToDevice(QStringLiteral("other"), nullptr));
+    }
+
+    void destinationsThatCannotBeOpenedAreRefused() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"),
+                                          fixture.file(QStringLiteral("missing/target"))));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), fixture.file(QString())));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), QString()));
+        const QString target = fixture.write(QStringLiteral("target"), "kept");
+        QVERIFY(QFile::setPermissions(target, QFile::ReadOwner));
+        const ObeyPermissions obey;
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), target));
+        QCOMPARE(readFile(target), QByteArray("kept"));
+    }
+
+    void aDestinationWithoutRoomIsAFailure() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(4 * MiB);
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(QStringLiteral("big"), noise(5 * MiB)));
+        QVERIFY(fixture.store(QStringLiteral("small"), "fits"));
+        const VaultPicture before(fixture);
+        const QString target = disk.filePath(QStringLiteral("target"));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("big"), target));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("small"), QStringLiteral("/dev/full")));
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("small"), target));
+        QCOMPARE(readFile(target), QByteArray("fits"));
+    }
+
+    void aDeviceThatTakesLessIsAFailure_data() {
+        QTest::addColumn<qint64>("room");
+        QTest::addColumn<bool>("enough");
+        QTest::newRow("nothing") << qint64(0) << false;
+        QTest::newRow("inside the first block") << qint64(5) << false;
+        QTest::newRow("the first block") << qint64(10) << false;
+        QTest::newRow("a byte short") << qint64(24) << false;
+        QTest::newRow("all") << qint64(25) << true;
+    }
+    void aDeviceThatTakesLessIsAFailure() {
+        QFETCH(const qint64, room);
+        QFETCH(const bool, enough);
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("f"), noise(25), 10);
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        ShortDevice device(room);
+        QCOMPARE(fixture.vault.writeVaultFileToDevice(QStringLiteral("f"), &device), enough);
+    }
+
+    void aDeviceThatIsNotOpenIsAFailure() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QFile closed(fixture.file(QStringLiteral("closed")));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("device not open")));
+        QVERIFY(!fixture.vault.writeVaultFileToDevice(QStringLiteral("other"), &closed));
+    }
+
+    void blocksOfAnySizeAndPlaceAreRead() {
+        CraftedContainer crafted;
+        crafted.leaveGap(1000)
+            .addFile(QStringLiteral("a"), noise(100), 7)
+            .leaveGap(3)
+            .addFile(QStringLiteral("b"), noise(50, 2), 1);
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.entry(QStringLiteral("a")).blocks.size(), 15);
+        QCOMPARE(fixture.stored(QStringLiteral("a")), noise(100));
+        QCOMPARE(fixture.stored(QStringLiteral("b")), noise(50, 2));
+    }
+
+    void sizeAndDigestAreNotCheckedOnTheWayOut() {
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("f"), "contents")
+            .setFileMember(0, QStringLiteral("sizeBytes"), 12345)
+            .setFileMember(0, QStringLiteral("sha256"), QStringLiteral("00"));
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("contents"));
+    }
+
+    void everyByteOfABlocksAssociatedDataCounts() {
+        VaultFixture fixture;
+        const auto opensWith = [&fixture](const QByteArray& associatedData) {
+            return containerWithBlockSealedUnder(associatedData).writeTo(fixture.container()) &&
+                   fixture.unlock() && fixture.stored(QStringLiteral("f")) == "sealed by hand" &&
+                   fixture.vault.lockVault();
+        };
+        const QByteArray literal = QByteArrayLiteral("TESSEL|file-block|3");
+        QCOMPARE(literal.size(), 19);
+        QVERIFY(opensWith(literal));
+        for (qsizetype at = 0; at < literal.size(); ++at) {
+            QByteArray other = literal;
+            other[at] = static_cast<char>(other.at(at) ^ 1);
+            QVERIFY2(!opensWith(other), other.constData());
+        }
+        QVERIFY(!opensWith(literal + '|'));
+        QVERIFY(!opensWith(literal.chopped(1)));
+        QVERIFY(!opensWith({}));
+    }
+
+    void anAlteredBlockStopsTheExportThere_data() {
+        QTest::addColumn<int>("block");
+        QTest::addColumn<int>("byte");
+        QTest::newRow("first byte") << 0 << 0;
+        QTest::newRow("last byte of a tag") << 0 << 25;
+        QTest::newRow("second block") << 1 << 3;
+        QTest::newRow("last block") << 2 << 4;
+    }
+    void anAlteredBlockStopsTheExportThere() {
+        QFETCH(const int, block);
+        QFETCH(const int, byte);
+        CraftedContainer crafted;
+        const QByteArray contents = noise(25);
+        crafted.addFile(QStringLiteral("f"), contents, 10).addFile(QStringLiteral("g"), "intact");
+        VaultFixture fixture(crafted);
+        const qint64 at = crafted.blocks(0).at(block).offset + byte;
+        const char altered = static_cast<char>(readFile(fixture.container()).at(at) ^ 0x10);
+        QVERIFY(overwriteAt(fixture.container(), at, QByteArray(1, altered)));
+        QVERIFY(fixture.unlock());
+        const QString target = fixture.file(QStringLiteral("target"));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("f"), target));
+        // What came before it was authentic and stays.
+        QCOMPARE(readFile(target), contents.left(block * 10));
+        QCOMPARE(fixture.stored(QStringLiteral("g")), QByteArray("intact"));
+    }
+
+    void aBlockThatIsNotWhereTheIndexSaysIsRefused_data() {
+        QTest::addColumn<QString>("member");
+        QTest::addColumn<QJsonValue>("value");
+        QTest::newRow("a byte further")
+            << QStringLiteral("offset") << QJsonValue(PayloadOffset + 1);
+        QTest::newRow("beyond the end")
+            << QStringLiteral("offset") << QJsonValue(PayloadOffset * 2);
+        QTest::newRow("negative") << QStringLiteral("offset") << QJsonValue(-1);
+        QTest::newRow("a byte more") << QStringLiteral("encryptedSize") << QJsonValue(25);
+        QTest::newRow("a byte less") << QStringLiteral("encryptedSize") << QJsonValue(23);
+        QTest::newRow("plaintext longer") << QStringLiteral("plainSize") << QJsonValue(9);
+        QTest::newRow("plaintext shorter") << QStringLiteral("plainSize") << QJsonValue(7);
+        QTest::newRow("another nonce")
+            << QStringLiteral("nonce")
+            << QJsonValue(QString::fromLatin1(QByteArray(24, 'n').toBase64()));
+        QTest::newRow("no nonce") << QStringLiteral("nonce") << QJsonValue(QString());
+    }
+    void aBlockThatIsNotWhereTheIndexSaysIsRefused() {
+        QFETCH(const QString, member);
+        QFETCH(const QJsonValue, value);
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("f"), "contents").addFile(QStringLiteral("g"), "intact");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("contents"));
+        QVERIFY(fixture.vault.lockVault());
+        crafted.setBlockMember(0, 0, member, value);
+        QVERIFY(crafted.writeTo(fixture.container()));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(QStringLiteral("g")), QByteArray("intact"));
+    }
+
+    void aContainerThatIsCutShortGivesWhatIsLeft() {
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("f"), "first").addFile(QStringLiteral("g"), "second");
+        VaultFixture fixture(crafted);
+        QVERIFY(QFile::resize(fixture.container(), crafted.fileSize() - 1));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("first"));
+        QCOMPARE(fixture.stored(QStringLiteral("g")), QByteArray("(refused)"));
+        QVERIFY(QFile::remove(fixture.container()));
+        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("(refused)"));
+    }
+
+    void aFullFlowWithARealKeySurvivesAnotherSession() {
+        VaultFixture fixture;
+        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
+        QVERIFY(fixture.unlock());
+        const QByteArray bytes = noise(Chunk + 12345);
+        QVERIFY(fixture.store(QStringLiteral("docs/big.bin"), bytes));
+        QVERIFY(fixture.vault.lockVault());
+        VaultManager other;
+        QVERIFY(other.unlockVault(fixture.container(), TestPassword));
+        const QString target = fixture.file(QStringLiteral("target"));
+        QVERIFY(other.exportFile(QStringLiteral("docs/big.bin"), target));
+        QCOMPARE(sha256OfFile(target), sha256(bytes));
+        QVERIFY(other.lockVault());
+    }
+};
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    QCoreApplication application(argc, argv);
+    TestVaultStorage test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "test_vault_storage.moc"
