@@ -25,7 +25,7 @@ inline constexpr qint32 FormatVersion = 3;
 
 /// The line in front of a header of that many bytes.
 [[nodiscard]] inline QByteArray lengthLineFor(qint64 headerBytes) {
-    return paddedNumber(headerBytes) + '\n';
+    return paddedNumber(headerBytes).append('\n');
 }
 
 } // namespace Tessel::Core::ContainerLayout

@@ -9,7 +9,6 @@ namespace Tessel::Core {
 
 namespace {
 
-constexpr qint32 FormatVersion = 3;
 constexpr int MasterKeyBytes = 64;
 constexpr qint32 Argon2idIterations = 0;
 
