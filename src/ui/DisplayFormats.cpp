@@ -1,0 +1,31 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/DisplayFormats.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QLocale>
+
+namespace Tessel::UI {
+
+QString formatFileSize(qint64 bytes) {
+    return QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeTraditionalFormat);
+}
+
+QString formatFileDate(const QDateTime& dateTime) {
+    if (!dateTime.isValid()) {
+        return {};
+    }
+    return QLocale().toString(dateTime.toLocalTime(), QStringLiteral("dd/MM/yyyy HH:mm"));
+}
+
+QString fileTypeLabel(const QString& path) {
+    const QString suffix = QFileInfo(path).suffix();
+    if (suffix.isEmpty()) {
+        return QCoreApplication::translate("Tessel::UI::MainWindow", "Arquivo");
+    }
+    return suffix.toUpper();
+}
+
+} // namespace Tessel::UI

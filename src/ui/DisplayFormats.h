@@ -1,0 +1,20 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+namespace Tessel::UI {
+
+/// A byte count in the system's locale: one decimal, units of 1024 with their traditional names.
+[[nodiscard]] QString formatFileSize(qint64 bytes);
+
+/// Local time as "dd/MM/yyyy HH:mm"; empty for an invalid date-time.
+[[nodiscard]] QString formatFileDate(const QDateTime& dateTime);
+
+/// The path's suffix in upper case, or the general word for a file without one.
+[[nodiscard]] QString fileTypeLabel(const QString& path);
+
+} // namespace Tessel::UI

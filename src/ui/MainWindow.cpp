@@ -1,0 +1,553 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/MainWindow.h"
+
+#include "platform/linux/LinuxDeviceManager.h"
+#include "ui/ProductInfo.h"
+#include "ui/Questions.h"
+#include "ui/VaultColumns.h"
+#include "ui/WindowGeometry.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDate>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QIcon>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QMenuBar>
+#include <QScopedValueRollback>
+#include <QScreen>
+#include <QSignalBlocker>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include <iterator>
+#include <map>
+
+namespace Tessel::UI {
+
+namespace {
+
+constexpr int ResultTimeoutMs = 5000;
+
+/// The menus of the bar; Nowhere stands for actions that only the table's menu shows.
+enum class Menu { File, Usb, Devices, Container, Access, Protected, About, Nowhere };
+
+struct MenuSpec {
+    Menu menu;
+    /// The menu itself for one of the bar.
+    Menu parent;
+    const char* title;
+};
+
+/// In the order of Menu.
+constexpr MenuSpec MenuSpecs[] = {
+    {Menu::File, Menu::File, QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "Arquivo")},
+    {Menu::Usb, Menu::Usb, QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "USB")},
+    {Menu::Devices, Menu::Usb, QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "Dispositivos")},
+    {Menu::Container, Menu::Usb, QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "Container")},
+    {Menu::Access, Menu::Usb, QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "Acesso ao cofre")},
+    {Menu::Protected, Menu::Access,
+     QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "Arquivos protegidos")},
+    {Menu::About, Menu::About, QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", "Sobre")},
+};
+static_assert(std::size(MenuSpecs) == static_cast<std::size_t>(Menu::Nowhere));
+
+/// When an action is enabled.
+enum class Condition {
+    Always,
+    VaultLocked,
+    VaultLockedAndContainerChosen,
+    VaultUnlocked,
+    FolderSelected,
+    FileSelected,
+    FileSelectedAndFoldersExist,
+};
+
+struct EnablingRule {
+    Command command;
+    Condition condition;
+};
+
+constexpr EnablingRule EnablingRules[] = {
+    {Command::Quit, Condition::Always},
+    {Command::RefreshDevices, Condition::VaultLocked},
+    {Command::ChooseContainer, Condition::VaultLocked},
+    {Command::CreateVault, Condition::VaultLocked},
+    {Command::BackupContainer, Condition::VaultLockedAndContainerChosen},
+    {Command::ChangePassword, Condition::VaultLockedAndContainerChosen},
+    {Command::Unlock, Condition::VaultLockedAndContainerChosen},
+    {Command::Lock, Condition::VaultUnlocked},
+    {Command::CreateDirectory, Condition::VaultUnlocked},
+    {Command::ImportFiles, Condition::VaultUnlocked},
+    {Command::CompactVault, Condition::VaultUnlocked},
+    {Command::RenameDirectory, Condition::FolderSelected},
+    {Command::DeleteDirectory, Condition::FolderSelected},
+    {Command::ExportFile, Condition::FileSelected},
+    {Command::OpenFile, Condition::FileSelected},
+    {Command::RenameFile, Condition::FileSelected},
+    {Command::DeleteFile, Condition::FileSelected},
+    {Command::MoveFile, Condition::FileSelectedAndFoldersExist},
+    {Command::ShowHelp, Condition::Always},
+    {Command::OpenHomepage, Condition::Always},
+    {Command::ShowAbout, Condition::Always},
+};
+static_assert(std::size(EnablingRules) == CommandCount);
+
+/// What the enabling rules look at.
+struct Situation {
+    bool vaultUnlocked;
+    bool containerChosen;
+    bool fileSelected;
+    bool folderSelected;
+    bool foldersExist;
+};
+
+bool holds(Condition condition, const Situation& now) {
+    switch (condition) {
+    case Condition::Always:
+        return true;
+    case Condition::VaultLocked:
+        return !now.vaultUnlocked;
+    case Condition::VaultLockedAndContainerChosen:
+        return !now.vaultUnlocked && now.containerChosen;
+    case Condition::VaultUnlocked:
+        return now.vaultUnlocked;
+    case Condition::FolderSelected:
+        return now.vaultUnlocked && now.folderSelected;
+    case Condition::FileSelected:
+        return now.vaultUnlocked && now.fileSelected;
+    case Condition::FileSelectedAndFoldersExist:
+        return now.vaultUnlocked && now.fileSelected && now.foldersExist;
+    }
+    return false;
+}
+
+QSize centralSize() {
+    const QScreen* screen = QApplication::primaryScreen();
+    return screen == nullptr ? DefaultCentralSize : centralSizeFor(screen->availableSize());
+}
+
+/// The menus of the bar, each made when its first action comes.
+class MenuTree {
+public:
+    explicit MenuTree(QMenuBar* bar) : m_bar(bar) {}
+
+    QMenu* menu(Menu which) {
+        QMenu*& menu = m_menus[which];
+        if (menu == nullptr) {
+            const MenuSpec& spec = MenuSpecs[static_cast<std::size_t>(which)];
+            const QString title = QCoreApplication::translate("Tessel::UI::MainWindow", spec.title);
+            menu = spec.parent == which ? m_bar->addMenu(title)
+                                        : this->menu(spec.parent)->addMenu(title);
+        }
+        return menu;
+    }
+
+private:
+    QMenuBar* m_bar;
+    std::map<Menu, QMenu*> m_menus;
+};
+
+QLabel* buildApplicationIcon(int side) {
+    auto* label = new QLabel;
+    const qreal ratio = label->devicePixelRatioF();
+    const QSize size(side, side);
+    // An icon never enlarges its pictures; the label is to be filled whatever sizes it holds.
+    QPixmap pixmap = QIcon(ProductInfo::iconResource()).pixmap(size, ratio);
+    pixmap = pixmap.scaled(size * ratio, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    pixmap.setDevicePixelRatio(ratio);
+    label->setPixmap(pixmap);
+    label->setFixedSize(size);
+    return label;
+}
+
+QLabel* buildStatusLabel(const QString& text, int width, const QString& objectName) {
+    auto* label = new QLabel(text);
+    label->setObjectName(objectName);
+    label->setTextFormat(Qt::PlainText);
+    label->setFixedWidth(width);
+    label->setAlignment(Qt::AlignCenter);
+    return label;
+}
+
+QString paddedStatusStyle() {
+    return QStringLiteral("QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }");
+}
+
+QString vaultStateStyle(bool unlocked) {
+    return unlocked ? QStringLiteral("QLabel { background-color: #7bd88f; color: #000000; "
+                                     "font-size: 11px; font-weight: 600; padding-left: 4px; "
+                                     "padding-right: 4px; }")
+                    : QStringLiteral("QLabel { background-color: #f06a6a; color: #000000; "
+                                     "font-size: 11px; font-weight: 600; padding-left: 4px; "
+                                     "padding-right: 4px; }");
+}
+
+/// A container of the usual name bears the product's name, any other one its own.
+QString containerDisplayName(const QString& containerPath) {
+    const QString fileName = QFileInfo(containerPath).fileName();
+    const bool usual = fileName.compare(u"tessel.tvlt", Qt::CaseInsensitive) == 0;
+    return usual ? QStringLiteral("Tessel") : fileName;
+}
+
+} // namespace
+
+struct MainWindow::ActionSpec {
+    Menu menu;
+    bool afterSeparator;
+    Command command;
+    const char* text;
+    /// Portable text; null for none.
+    const char* shortcut;
+    /// Null closes the window, which is no command: it refuses to close while one is running.
+    Handler handler;
+};
+
+std::span<const MainWindow::ActionSpec> MainWindow::actionSpecs() {
+    using W = MainWindow;
+    using C = Command;
+    using M = Menu;
+    // clang-format off
+    static constexpr ActionSpec specs[] = {
+        {M::File, false, C::Quit, QT_TR_NOOP("Sair"), "Ctrl+Q", nullptr},
+        {M::Devices, false, C::RefreshDevices, QT_TR_NOOP("Atualizar lista"), "Ctrl+F5", &W::refreshDevices},
+        {M::Container, false, C::ChooseContainer, QT_TR_NOOP("Escolher container..."), "Ctrl+O", &W::chooseContainer},
+        {M::Container, false, C::CreateVault, QT_TR_NOOP("Criar novo cofre..."), "Ctrl+N", &W::createVault},
+        {M::Container, true, C::BackupContainer, QT_TR_NOOP("Fazer backup..."), "Ctrl+B", &W::backupContainer},
+        {M::Container, true, C::ChangePassword, QT_TR_NOOP("Alterar senha..."), "Ctrl+P", &W::changeVaultPassword},
+        {M::Access, false, C::Unlock, QT_TR_NOOP("Desbloquear"), "Ctrl+L", &W::unlockVault},
+        {M::Access, false, C::Lock, QT_TR_NOOP("Bloquear"), "Ctrl+Shift+L", &W::lockVault},
+        {M::Protected, false, C::CreateDirectory, QT_TR_NOOP("Nova pasta..."), "Ctrl+Shift+N", &W::createDirectory},
+        {M::Protected, true, C::ImportFiles, QT_TR_NOOP("Importar..."), "Ctrl+I", &W::importFiles},
+        {M::Protected, false, C::ExportFile, QT_TR_NOOP("Exportar..."), "Ctrl+E", &W::exportSelectedFile},
+        {M::Protected, false, C::OpenFile, QT_TR_NOOP("Abrir"), "Return", &W::openSelectedFile},
+        {M::Protected, true, C::RenameDirectory, QT_TR_NOOP("Renomear pasta..."), nullptr, &W::renameSelectedDirectory},
+        {M::Protected, false, C::DeleteDirectory, QT_TR_NOOP("Excluir pasta vazia"), nullptr, &W::deleteSelectedDirectory},
+        {M::Protected, true, C::DeleteFile, QT_TR_NOOP("Excluir..."), "Delete", &W::deleteSelectedFile},
+        {M::Access, true, C::CompactVault, QT_TR_NOOP("Compactar cofre..."), "F6", &W::compactVault},
+        {M::About, false, C::ShowHelp, QT_TR_NOOP("Ajuda"), nullptr, &W::showHelp},
+        {M::About, false, C::OpenHomepage, QT_TR_NOOP("Visitar a página oficial do Tessel"), nullptr, &W::openHomepage},
+        {M::About, true, C::ShowAbout, QT_TR_NOOP("Sobre o Tessel"), nullptr, &W::showAbout},
+        {M::Nowhere, false, C::MoveFile, QT_TR_NOOP("Mover para pasta..."), nullptr, &W::moveSelectedFile},
+        {M::Nowhere, false, C::RenameFile, QT_TR_NOOP("Renomear arquivo..."), nullptr, &W::renameSelectedFile},
+    };
+    // clang-format on
+    static_assert(std::size(specs) == CommandCount);
+    return specs;
+}
+
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent), m_deviceManager(std::make_unique<Platform::Linux::LinuxDeviceManager>()),
+      m_sortColumn(VaultColumn::Name) {
+    buildUi();
+    buildMenus();
+    // Only now does the hint include the menu bar.
+    setFixedSize(sizeHint());
+    connectSignals();
+    refreshDevices();
+    updateActions();
+    setStatusMessage(tr("Pronto"), 0);
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::buildUi() {
+    auto* central = new QWidget;
+    central->setFixedSize(centralSize());
+    setCentralWidget(central);
+    setWindowTitle(QStringLiteral("Tessel"));
+
+    m_protectedFilesLabel = new QLabel;
+    m_protectedFilesLabel->setObjectName(QStringLiteral("protectedFilesLabel"));
+    m_protectedFilesLabel->setTextFormat(Qt::PlainText);
+
+    auto* layout = new QVBoxLayout(central);
+    layout->addWidget(new QLabel(tr("Dispositivos USB")));
+    layout->addLayout(buildDeviceRow());
+    layout->addWidget(m_protectedFilesLabel);
+    layout->addWidget(buildVaultTable());
+    buildStatusBar();
+}
+
+QLayout* MainWindow::buildDeviceRow() {
+    m_deviceList = new QListWidget;
+    m_deviceList->setObjectName(QStringLiteral("deviceList"));
+    constexpr int TextLines = 3;
+    constexpr int Padding = 24;
+    const int side = TextLines * m_deviceList->fontMetrics().lineSpacing() + Padding +
+                     2 * m_deviceList->frameWidth();
+    m_deviceList->setFixedHeight(side);
+    m_deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_deviceList->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+
+    auto* row = new QHBoxLayout;
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(10);
+    row->addWidget(buildApplicationIcon(side));
+    row->addWidget(m_deviceList, 1);
+    row->addWidget(buildVaultToggleButton(side));
+    return row;
+}
+
+QToolButton* MainWindow::buildVaultToggleButton(int side) {
+    m_vaultToggleButton = new QToolButton;
+    m_vaultToggleButton->setObjectName(QStringLiteral("vaultToggleButton"));
+    m_vaultToggleButton->setCheckable(true);
+    m_vaultToggleButton->setAutoRaise(false);
+    m_vaultToggleButton->setFocusPolicy(Qt::NoFocus);
+    m_vaultToggleButton->setIconSize({48, 48});
+    m_vaultToggleButton->setFixedSize(side, side);
+    m_vaultToggleButton->setStyleSheet(QStringLiteral(
+        "QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
+        "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
+        "QToolButton:pressed:enabled { background: #e2e2e2; }"
+        "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"));
+    return m_vaultToggleButton;
+}
+
+QTableWidget* MainWindow::buildVaultTable() {
+    m_vaultTable = new QTableWidget(0, VaultColumn::Count);
+    m_vaultTable->setObjectName(QStringLiteral("vaultTable"));
+    m_vaultTable->setMinimumHeight(220);
+    m_vaultTable->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_vaultTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_vaultTable->setFocusPolicy(Qt::NoFocus);
+    m_vaultTable->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_vaultTable->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_vaultTable->setAlternatingRowColors(true);
+    m_vaultTable->setShowGrid(false);
+    m_vaultTable->setIconSize({18, 18});
+    m_vaultTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_vaultTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_vaultTable->setStyleSheet(
+        QStringLiteral("QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+                       "QTableWidget::item:focus { outline: none; }"
+                       "QTableWidget::item:selected { background-color: palette(highlight); color: "
+                       "palette(highlighted-text); }"));
+    buildVaultTableHeader();
+    return m_vaultTable;
+}
+
+void MainWindow::buildVaultTableHeader() {
+    m_vaultTable->setHorizontalHeaderLabels(
+        {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
+    m_vaultTable->verticalHeader()->hide();
+
+    QHeaderView* header = m_vaultTable->horizontalHeader();
+    header->setStretchLastSection(false);
+    header->setSectionsClickable(true);
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(m_sortColumn, m_sortOrder);
+
+    constexpr struct {
+        int column;
+        int width;
+    } FixedColumns[] = {{VaultColumn::Icon, 28},
+                        {VaultColumn::Size, 110},
+                        {VaultColumn::Type, 70},
+                        {VaultColumn::Modified, 140}};
+    for (const auto& fixed : FixedColumns) {
+        header->setSectionResizeMode(fixed.column, QHeaderView::Fixed);
+        header->resizeSection(fixed.column, fixed.width);
+    }
+    header->setSectionResizeMode(VaultColumn::Name, QHeaderView::Stretch);
+}
+
+void MainWindow::buildStatusBar() {
+    m_versionLabel =
+        buildStatusLabel(tr("Versão %1").arg(QLatin1StringView(ProductInfo::DefaultVersion)), 180,
+                         QStringLiteral("versionLabel"));
+    m_versionLabel->setStyleSheet(paddedStatusStyle());
+    m_dateLabel = buildStatusLabel(QDate::currentDate().toString(QStringLiteral("dd/MM/yyyy")), 78,
+                                   QStringLiteral("dateLabel"));
+    m_dateLabel->setStyleSheet(QStringLiteral("QLabel { font-size: 11px; }"));
+    m_vaultStateLabel = buildStatusLabel(tr("COFRE"), 50, QStringLiteral("vaultStateLabel"));
+
+    statusBar()->setSizeGripEnabled(false);
+    statusBar()->addPermanentWidget(buildContainerBox());
+    statusBar()->addPermanentWidget(m_versionLabel);
+    statusBar()->addPermanentWidget(m_dateLabel);
+    statusBar()->addPermanentWidget(m_vaultStateLabel);
+}
+
+QWidget* MainWindow::buildContainerBox() {
+    constexpr int BoxWidth = 140;
+    constexpr int LineWidth = 1;
+    auto* line = new QFrame;
+    line->setFixedWidth(LineWidth);
+    line->setStyleSheet(QStringLiteral("QFrame { background-color: #c8c8c8; }"));
+    // A fixed width, so that the text is cut to it even before the window is first laid out.
+    m_containerLabel = buildStatusLabel(tr("Container: nenhum"), BoxWidth - LineWidth,
+                                        QStringLiteral("containerLabel"));
+    m_containerLabel->setStyleSheet(paddedStatusStyle());
+
+    auto* box = new QWidget;
+    box->setFixedWidth(BoxWidth);
+    auto* layout = new QHBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(line);
+    layout->addWidget(m_containerLabel);
+    return box;
+}
+
+void MainWindow::buildMenus() {
+    MenuTree menus(menuBar());
+    for (const ActionSpec& spec : actionSpecs()) {
+        auto* action = new QAction(tr(spec.text), this);
+        m_actions[static_cast<std::size_t>(spec.command)] = action;
+        if (spec.shortcut != nullptr) {
+            action->setShortcut(QKeySequence(QLatin1StringView(spec.shortcut)));
+        }
+        if (spec.handler == nullptr) {
+            connect(action, &QAction::triggered, this, &QWidget::close);
+        } else {
+            connect(action, &QAction::triggered, this,
+                    [this, handler = spec.handler] { runCommand(handler); });
+        }
+        if (spec.menu == Menu::Nowhere) {
+            continue;
+        }
+        QMenu* menu = menus.menu(spec.menu);
+        if (spec.afterSeparator) {
+            menu->addSeparator();
+        }
+        menu->addAction(action);
+    }
+}
+
+void MainWindow::connectSignals() {
+    connect(m_vaultToggleButton, &QToolButton::clicked, this, &MainWindow::toggleVault);
+    connect(m_deviceList, &QListWidget::currentItemChanged, this, &MainWindow::deviceRowChanged);
+    // A press of the mouse selects the row only after it has made it current: both have to be
+    // taken back.
+    connect(m_deviceList, &QListWidget::itemSelectionChanged, this, &MainWindow::deviceRowChanged);
+    connect(m_deviceList, &QListWidget::itemDoubleClicked, this,
+            &MainWindow::openContainerOfDevice);
+    // The accessors read the current row, which Qt moves after the selection when it is set by
+    // the keyboard or from code: both have to be followed.
+    connect(m_vaultTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActions);
+    connect(m_vaultTable, &QTableWidget::currentCellChanged, this, &MainWindow::updateActions);
+    connect(m_vaultTable, &QTableWidget::itemDoubleClicked, this, &MainWindow::activateItem);
+    connect(m_vaultTable, &QTableWidget::customContextMenuRequested, this,
+            &MainWindow::showVaultMenu);
+    connect(m_vaultTable->horizontalHeader(), &QHeaderView::sectionClicked, this,
+            &MainWindow::sortBySection);
+}
+
+void MainWindow::updateActions() {
+    const Situation now{vaultIsUnlocked(), !m_containerPath.isEmpty(),
+                        !selectedVaultPath().isEmpty(), selectedItemIsDirectory(),
+                        !m_vault.fileIndex().directories().isEmpty()};
+    for (const EnablingRule& rule : EnablingRules) {
+        action(rule.command)->setEnabled(holds(rule.condition, now));
+    }
+    updateVaultToggleButton();
+    updateStatusBar();
+    updateProtectedFilesLabel();
+}
+
+void MainWindow::updateVaultToggleButton() {
+    const QSignalBlocker blocker(m_vaultToggleButton);
+    const bool unlocked = vaultIsUnlocked();
+    const bool enabled = action(unlocked ? Command::Lock : Command::Unlock)->isEnabled();
+    m_vaultToggleButton->setEnabled(enabled);
+    m_vaultToggleButton->setChecked(unlocked);
+    m_vaultToggleButton->setIcon(padlockIcon(unlocked, enabled));
+    if (unlocked) {
+        m_vaultToggleButton->setToolTip(tr("Bloquear cofre"));
+    } else if (enabled) {
+        m_vaultToggleButton->setToolTip(tr("Desbloquear cofre"));
+    } else {
+        m_vaultToggleButton->setToolTip(tr("Selecione um container para desbloquear o cofre."));
+    }
+}
+
+void MainWindow::updateStatusBar() {
+    constexpr int Padding = 8;
+    const QString name =
+        m_containerPath.isEmpty() ? tr("nenhum") : containerDisplayName(m_containerPath);
+    const QString text = tr("Container: %1").arg(name);
+    // The style sheet's font is the one to measure with.
+    m_containerLabel->ensurePolished();
+    m_containerLabel->setText(m_containerLabel->fontMetrics().elidedText(
+        text, Qt::ElideMiddle, m_containerLabel->width() - Padding));
+    m_containerLabel->setToolTip(text);
+    m_vaultStateLabel->setStyleSheet(vaultStateStyle(vaultIsUnlocked()));
+}
+
+void MainWindow::setStatusMessage(const QString& text, int timeoutMs) {
+    statusBar()->showMessage(text, timeoutMs);
+}
+
+void MainWindow::showResult(const QString& text) {
+    setStatusMessage(text, ResultTimeoutMs);
+}
+
+QAction* MainWindow::action(Command command) const {
+    return m_actions[static_cast<std::size_t>(command)];
+}
+
+void MainWindow::runCommand(Handler handler) {
+    if (m_commandRunning) {
+        return;
+    }
+    const QScopedValueRollback running(m_commandRunning, true);
+    (this->*handler)();
+}
+
+void MainWindow::toggleVault() {
+    // The click has already turned the button over; only the vault may do that.
+    updateVaultToggleButton();
+    action(vaultIsUnlocked() ? Command::Lock : Command::Unlock)->trigger();
+}
+
+bool MainWindow::vaultIsUnlocked() const {
+    return m_vault.state() == Core::VaultState::Unlocked;
+}
+
+QWidget* MainWindow::dialogParent() {
+    QWidget* front = QApplication::activeModalWidget();
+    return front == nullptr ? this : front;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (m_commandRunning) {
+        event->ignore();
+        return;
+    }
+    const QScopedValueRollback running(m_commandRunning, true);
+    if (!vaultIsUnlocked() || m_vault.lockVault()) {
+        event->accept();
+        return;
+    }
+    event->ignore();
+    showWarning(this, QStringLiteral("Tessel"), tr("Não foi possível bloquear o cofre."));
+    // The vault is locked all the same when only its temporary folder could not be removed.
+    if (!vaultIsUnlocked()) {
+        refreshVaultFiles();
+    }
+    updateActions();
+}
+
+void MainWindow::showHelp() {}
+
+void MainWindow::showAbout() {}
+
+void MainWindow::openHomepage() {
+    // Without a browser nothing happens: the address also stands in the About dialog.
+    static_cast<void>(QDesktopServices::openUrl(ProductInfo::homepage()));
+}
+
+} // namespace Tessel::UI

@@ -1,0 +1,214 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "core/VaultManager.h"
+#include "platform/DeviceManager.h"
+#include "ui/VaultIcons.h"
+
+#include <QByteArray>
+#include <QMainWindow>
+#include <QString>
+#include <QStringList>
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <span>
+
+class QAction;
+class QLabel;
+class QLayout;
+class QListWidget;
+class QListWidgetItem;
+class QTableWidget;
+class QTableWidgetItem;
+class QToolButton;
+
+namespace Tessel::Platform {
+struct UsbDevice;
+}
+
+namespace Tessel::UI {
+
+class ModalProgress;
+
+/// What the user can ask of the window; one action each.
+enum class Command {
+    Quit,
+    RefreshDevices,
+    ChooseContainer,
+    CreateVault,
+    BackupContainer,
+    ChangePassword,
+    Unlock,
+    Lock,
+    CreateDirectory,
+    ImportFiles,
+    ExportFile,
+    OpenFile,
+    RenameDirectory,
+    DeleteDirectory,
+    DeleteFile,
+    CompactVault,
+    ShowHelp,
+    OpenHomepage,
+    ShowAbout,
+    MoveFile,
+    RenameFile,
+};
+inline constexpr std::size_t CommandCount = static_cast<std::size_t>(Command::RenameFile) + 1;
+
+/// The program's one window: the USB drives, the padlock, the vault's contents and every command.
+///
+/// It owns the vault session. Commands run on the interface thread, one at a time: while one is
+/// under way, none other can be started and the window cannot be closed, even though long ones
+/// process events. Closing the window locks an open vault first.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+    Q_DISABLE_COPY_MOVE(MainWindow)
+
+    /// Rows of the device list that have a mount directory.
+    [[nodiscard]] int mountedUsbDeviceCount() const;
+    /// Of the current row of the device list; empty without one and for an unmounted drive.
+    [[nodiscard]] QString selectedUsbRootPath() const;
+    /// Of the current row of the device list; empty without one.
+    [[nodiscard]] QString selectedUsbDisplayName() const;
+
+    /// Vault path of the current row when it is a file; else empty.
+    [[nodiscard]] QString selectedVaultPath() const;
+    /// Vault path of the current row when it is a folder or leads to the parent; else empty. The
+    /// root is empty too.
+    [[nodiscard]] QString selectedDirectoryPath() const;
+    [[nodiscard]] bool selectedItemIsDirectory() const;
+    [[nodiscard]] bool selectedItemIsParentDirectory() const;
+
+    /// Shows a message for that long; 0 keeps it until the next one.
+    void setStatusMessage(const QString& text, int timeoutMs);
+    /// Brings actions, padlock, status bar and summary in line with the vault, the container and
+    /// the selection. To be called after every change of these.
+    void updateActions();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private Q_SLOTS:
+    // --- Devices, containers, opening and closing the vault (MainWindowAccess.cpp)
+    void refreshDevices();
+    void chooseContainer();
+    void createVault();
+    void unlockVault();
+    void lockVault();
+    void changeVaultPassword();
+    void backupContainer();
+
+    // --- Vault table (MainWindowBrowser.cpp)
+    void refreshVaultFiles();
+    void updateProtectedFilesLabel();
+    void enterSelectedDirectory();
+    void navigateToParentDirectory();
+
+    // --- File commands (MainWindowCommands.cpp)
+    void importFiles();
+    void exportSelectedFile();
+    void openSelectedFile();
+    void renameSelectedFile();
+    void deleteSelectedFile();
+    void moveSelectedFile();
+    void createDirectory();
+    void renameSelectedDirectory();
+    void deleteSelectedDirectory();
+    void compactVault();
+
+    // --- About the program (MainWindow.cpp)
+    void showHelp();
+    void showAbout();
+    void openHomepage();
+
+private:
+    using Handler = void (MainWindow::*)();
+    struct ActionSpec;
+
+    // --- Frame (MainWindow.cpp)
+    [[nodiscard]] static std::span<const ActionSpec> actionSpecs();
+    void buildUi();
+    [[nodiscard]] QLayout* buildDeviceRow();
+    [[nodiscard]] QToolButton* buildVaultToggleButton(int side);
+    [[nodiscard]] QTableWidget* buildVaultTable();
+    void buildVaultTableHeader();
+    void buildStatusBar();
+    [[nodiscard]] QWidget* buildContainerBox();
+    void buildMenus();
+    void connectSignals();
+    void updateVaultToggleButton();
+    void updateStatusBar();
+    [[nodiscard]] QAction* action(Command command) const;
+    /// Runs a command, unless one is running already.
+    void runCommand(Handler handler);
+    void toggleVault();
+    [[nodiscard]] bool vaultIsUnlocked() const;
+    /// What a new message box or dialog belongs to: the dialog in front, else the window.
+    [[nodiscard]] QWidget* dialogParent();
+    void showResult(const QString& text);
+
+    // --- Devices, containers, opening and closing the vault (MainWindowAccess.cpp)
+    void addDeviceRow(const Platform::UsbDevice& device);
+    void selectDefaultUsbAfterRefresh();
+    void selectDeviceForContainer(const QString& containerPath);
+    void deviceRowChanged();
+    void openContainerOfDevice(const QListWidgetItem* item);
+    void useContainer(const QString& containerPath);
+    [[nodiscard]] bool containerIsAtRest(const QString& messageWhenUnlocked);
+    [[nodiscard]] QByteArray requestPassword(const QString& title) const;
+    [[nodiscard]] QByteArray requestNewVaultPassword() const;
+    [[nodiscard]] QString requestBackupDestination();
+    void writeBackup(const QString& destinationPath);
+
+    // --- Vault table (MainWindowBrowser.cpp)
+    void appendVaultRows();
+    void sortBySection(int section);
+    void activateItem(const QTableWidgetItem* item);
+    void showVaultMenu(const QPoint& position);
+    [[nodiscard]] const QTableWidgetItem* selectedNameItem() const;
+    [[nodiscard]] bool selectedItemIs(VaultTableItemKind kind) const;
+
+    // --- File commands (MainWindowCommands.cpp)
+    [[nodiscard]] bool confirmImportFitsStorage(const QStringList& files);
+    [[nodiscard]] bool confirmExportOutsideVault(const QString& vaultPath);
+    [[nodiscard]] bool confirmReplaceVaultFile(const QString& vaultPath);
+    [[nodiscard]] bool confirmDeleteVaultFile(const QString& vaultPath);
+    [[nodiscard]] bool confirmCompactVault();
+    [[nodiscard]] bool importOneFile(const QString& sourcePath, ModalProgress& progress);
+    [[nodiscard]] bool vaultHolds(const QString& vaultPath) const;
+    /// The current row's folder; empty for the row that leads to the parent.
+    [[nodiscard]] QString selectedRealDirectory() const;
+    /// The common end of every command that changed the index.
+    void vaultChanged(const QString& message);
+
+    Core::VaultManager m_vault;
+    std::unique_ptr<Platform::DeviceManager> m_deviceManager;
+    QString m_containerPath;
+    QString m_currentDirectory;
+    qint32 m_sortColumn;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
+    bool m_commandRunning = false;
+    VaultIcons m_icons;
+
+    // Owned by the window through Qt's parents.
+    QListWidget* m_deviceList = nullptr;
+    QToolButton* m_vaultToggleButton = nullptr;
+    QLabel* m_protectedFilesLabel = nullptr;
+    QTableWidget* m_vaultTable = nullptr;
+    QLabel* m_containerLabel = nullptr;
+    QLabel* m_versionLabel = nullptr;
+    QLabel* m_dateLabel = nullptr;
+    QLabel* m_vaultStateLabel = nullptr;
+    std::array<QAction*, CommandCount> m_actions{};
+};
+
+} // namespace Tessel::UI

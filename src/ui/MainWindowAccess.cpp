@@ -1,0 +1,448 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/MainWindow.h"
+
+#include "core/ContainerManager.h"
+#include "platform/UsbDevice.h"
+#include "ui/DisplayFormats.h"
+#include "ui/ModalProgress.h"
+#include "ui/Questions.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QListWidget>
+#include <QSignalBlocker>
+#include <QStorageInfo>
+
+#include <filesystem>
+
+namespace Tessel::UI {
+
+namespace {
+
+/// Of a row's item: the mount directory, empty when there is none.
+constexpr int RootPathRole = Qt::UserRole;
+/// Of a row's item: the drive's name.
+constexpr int NameRole = Qt::UserRole + 1;
+
+constexpr qsizetype MinimumPasswordBytes = 10;
+constexpr qint64 BackupChunkBytes = qint64{8} * 1024 * 1024;
+
+QString productTitle() {
+    return QStringLiteral("Tessel");
+}
+
+QString containerFilter() {
+    return MainWindow::tr("Tessel Container (*.tvlt);;Todos os arquivos (*.*)");
+}
+
+QString backupTitle() {
+    return MainWindow::tr("Fazer backup");
+}
+
+/// A directory in the one form in which two of them can be compared: slashes, one at the end.
+QString normalizeDirectoryPath(const QString& path) {
+    // A path this short may be a root or a drive, whose slash belongs to it.
+    constexpr qsizetype ShortestTrimmed = 4;
+    QString normalized = QDir::fromNativeSeparators(path.trimmed());
+    while (normalized.endsWith(u'/') && normalized.size() >= ShortestTrimmed) {
+        normalized.chop(1);
+    }
+    if (!normalized.endsWith(u'/')) {
+        normalized.append(u'/');
+    }
+    return normalized;
+}
+
+QString deviceLocation(const Platform::UsbDevice& device) {
+    if (device.mounted) {
+        return device.rootPath;
+    }
+    return device.devicePath.isEmpty() ? MainWindow::tr("não montado") : device.devicePath;
+}
+
+/// What follows a drive's name and place: its free space, or that it is not mounted.
+QString deviceRemark(const Platform::UsbDevice& device) {
+    if (!device.mounted) {
+        return MainWindow::tr(" | não montado");
+    }
+    const QStorageInfo storage(device.rootPath);
+    if (!storage.isValid() || !storage.isReady()) {
+        return {};
+    }
+    const QString free = MainWindow::tr("%1 livres").arg(formatFileSize(storage.bytesFree()));
+    return QStringLiteral(" | %1").arg(free);
+}
+
+void clearAssociation(QListWidgetItem* item) {
+    item->setData(Qt::BackgroundRole, QVariant());
+    item->setToolTip(QString());
+    QFont font = item->font();
+    font.setWeight(QFont::Normal);
+    item->setFont(font);
+}
+
+void markAssociation(QListWidgetItem* item) {
+    QFont font = item->font();
+    font.setWeight(QFont::Bold);
+    item->setFont(font);
+    item->setBackground(QColor(222, 237, 255));
+    item->setToolTip(MainWindow::tr("Dispositivo associado ao container selecionado."));
+}
+
+bool isSameFile(const QString& a, const QString& b) {
+    std::error_code error;
+    return std::filesystem::equivalent(QFile::encodeName(a).toStdString(),
+                                       QFile::encodeName(b).toStdString(), error);
+}
+
+/// Opens a backup's destination, emptying what is there. A link that leads to the container is
+/// replaced by a file of its own, and any other second name of the container is refused: opening
+/// it would empty the very vault that is to be saved.
+bool openBackupDestination(QFile* destination, const QString& containerPath) {
+    if (isSameFile(destination->fileName(), containerPath)) {
+        const bool isLink = QFileInfo(destination->fileName()).isSymLink();
+        if (!isLink || !destination->remove()) {
+            return false;
+        }
+    }
+    return destination->open(QIODevice::WriteOnly | QIODevice::Truncate);
+}
+
+/// Copies the rest of @p source. @return false when anything could not be read or written.
+bool copyInChunks(QFile* source, QFile* destination, ModalProgress* progress) {
+    const qint64 total = source->size();
+    qint64 copied = 0;
+    while (!source->atEnd()) {
+        const QByteArray chunk = source->read(BackupChunkBytes);
+        if (chunk.isEmpty() || destination->write(chunk) != chunk.size()) {
+            return false;
+        }
+        copied += chunk.size();
+        progress->report(progressValue(copied, total, 1000),
+                         MainWindow::tr("Copiando backup criptografado...\n%1 de %2")
+                             .arg(formatFileSize(copied), formatFileSize(total)));
+    }
+    return destination->flush();
+}
+
+} // namespace
+
+// --- Devices ---------------------------------------------------------------------------------
+
+void MainWindow::refreshDevices() {
+    {
+        // The rows are made current below, once all of them are there.
+        const QSignalBlocker blocker(m_deviceList);
+        m_deviceList->clear();
+    }
+    if (m_deviceManager == nullptr) {
+        m_deviceList->addItem(tr("Detecção de USB ainda não disponível neste sistema."));
+        selectDeviceForContainer(m_containerPath);
+        updateActions();
+        return;
+    }
+    const QList<Platform::UsbDevice> devices = m_deviceManager->detectUsbDevices();
+    if (devices.isEmpty()) {
+        m_deviceList->addItem(tr("Nenhum dispositivo USB detectado."));
+        selectDeviceForContainer(m_containerPath);
+        updateActions();
+        return;
+    }
+    for (const Platform::UsbDevice& device : devices) {
+        addDeviceRow(device);
+    }
+    if (m_containerPath.isEmpty()) {
+        selectDefaultUsbAfterRefresh();
+    } else {
+        selectDeviceForContainer(m_containerPath);
+    }
+    updateActions();
+}
+
+void MainWindow::addDeviceRow(const Platform::UsbDevice& device) {
+    const QString location = deviceLocation(device);
+    const QString name = device.displayName.isEmpty() ? location : device.displayName;
+    auto* item = new QListWidgetItem(
+        QStringLiteral("%1 (%2)").arg(name, location) + deviceRemark(device), m_deviceList);
+    item->setData(RootPathRole, device.mounted ? device.rootPath : QString());
+    item->setData(NameRole, name);
+    if (!device.mounted) {
+        item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
+        item->setForeground(QColor(110, 110, 110));
+        item->setToolTip(tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
+    }
+}
+
+void MainWindow::selectDefaultUsbAfterRefresh() {
+    QListWidgetItem* onlyMounted = nullptr;
+    if (mountedUsbDeviceCount() == 1) {
+        for (int row = 0; row < m_deviceList->count(); ++row) {
+            QListWidgetItem* item = m_deviceList->item(row);
+            if (!item->data(RootPathRole).toString().isEmpty()) {
+                onlyMounted = item;
+            }
+        }
+    } else {
+        m_deviceList->clearSelection();
+    }
+    m_deviceList->setCurrentItem(onlyMounted);
+}
+
+void MainWindow::selectDeviceForContainer(const QString& containerPath) {
+    // Making a row current must not lead back here.
+    const QSignalBlocker blocker(m_deviceList);
+    QString containerFolder;
+    if (!containerPath.isEmpty()) {
+        containerFolder = normalizeDirectoryPath(QFileInfo(containerPath).absolutePath());
+    }
+    QListWidgetItem* match = nullptr;
+    for (int row = 0; row < m_deviceList->count(); ++row) {
+        QListWidgetItem* item = m_deviceList->item(row);
+        clearAssociation(item);
+        const QString root = item->data(RootPathRole).toString();
+        if (!root.isEmpty() && containerFolder.startsWith(normalizeDirectoryPath(root))) {
+            match = item;
+        }
+    }
+    if (match == nullptr) {
+        m_deviceList->clearSelection();
+        m_deviceList->setCurrentItem(nullptr);
+        return;
+    }
+    markAssociation(match);
+    m_deviceList->setCurrentItem(match);
+    m_deviceList->scrollToItem(match);
+}
+
+void MainWindow::deviceRowChanged() {
+    if (!m_containerPath.isEmpty()) {
+        selectDeviceForContainer(m_containerPath);
+    }
+    updateActions();
+}
+
+int MainWindow::mountedUsbDeviceCount() const {
+    int count = 0;
+    for (int row = 0; row < m_deviceList->count(); ++row) {
+        if (!m_deviceList->item(row)->data(RootPathRole).toString().isEmpty()) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+QString MainWindow::selectedUsbRootPath() const {
+    const QListWidgetItem* item = m_deviceList->currentItem();
+    return item == nullptr ? QString() : item->data(RootPathRole).toString();
+}
+
+QString MainWindow::selectedUsbDisplayName() const {
+    const QListWidgetItem* item = m_deviceList->currentItem();
+    return item == nullptr ? QString() : item->data(NameRole).toString();
+}
+
+// --- Containers ------------------------------------------------------------------------------
+
+void MainWindow::openContainerOfDevice(const QListWidgetItem* item) {
+    const QString root = item->data(RootPathRole).toString();
+    // The container must not change under an open vault.
+    if (root.isEmpty() || vaultIsUnlocked() || m_commandRunning) {
+        return;
+    }
+    const QString path = Core::ContainerManager().containerPath(root);
+    if (!QFileInfo(path).isFile()) {
+        showInformation(this, productTitle(),
+                        tr("Nenhum tessel.tvlt foi encontrado em %1. Use Criar cofre para criar "
+                           "um novo container.")
+                            .arg(root));
+        return;
+    }
+    useContainer(path);
+    updateActions();
+}
+
+void MainWindow::useContainer(const QString& containerPath) {
+    m_containerPath = containerPath;
+    selectDeviceForContainer(m_containerPath);
+}
+
+void MainWindow::chooseContainer() {
+    const QString path = QFileDialog::getOpenFileName(this, tr("Escolher container Tessel"),
+                                                      QString(), containerFilter());
+    if (path.isEmpty()) {
+        return;
+    }
+    m_currentDirectory.clear();
+    useContainer(path);
+    updateActions();
+    showResult(tr("Container selecionado."));
+}
+
+void MainWindow::createVault() {
+    const QString path = QFileDialog::getSaveFileName(
+        this, tr("Criar container Tessel"), QStringLiteral("tessel.tvlt"), containerFilter());
+    if (path.isEmpty()) {
+        return;
+    }
+    const QByteArray password = requestNewVaultPassword();
+    if (password.isEmpty()) {
+        return;
+    }
+    if (!m_vault.createVault(path, password)) {
+        showWarning(this, productTitle(), tr("Não foi possível criar o cofre."));
+        return;
+    }
+    m_currentDirectory.clear();
+    useContainer(path);
+    refreshVaultFiles();
+    updateActions();
+    showResult(tr("Cofre criado com sucesso."));
+}
+
+// --- Opening and closing the vault -----------------------------------------------------------
+
+QByteArray MainWindow::requestPassword(const QString& title) const {
+    bool accepted = false;
+    const QString password = QInputDialog::getText(nullptr, title, tr("Senha:"),
+                                                   QLineEdit::Password, QString(), &accepted);
+    return accepted ? password.toUtf8() : QByteArray();
+}
+
+QByteArray MainWindow::requestNewVaultPassword() const {
+    QByteArray first = requestPassword(tr("Definir senha do cofre"));
+    if (first.isEmpty()) {
+        return {};
+    }
+    const QByteArray second = requestPassword(tr("Confirmar senha do cofre"));
+    if (first != second) {
+        showWarning(nullptr, productTitle(), tr("As senhas informadas não coincidem."));
+        return {};
+    }
+    if (first.size() < MinimumPasswordBytes) {
+        showWarning(nullptr, productTitle(),
+                    tr("Use uma senha com pelo menos 10 caracteres para criar o cofre."));
+        return {};
+    }
+    return first;
+}
+
+void MainWindow::unlockVault() {
+    const QByteArray password = requestPassword(tr("Senha do cofre"));
+    if (password.isEmpty()) {
+        return;
+    }
+    const bool opened = m_vault.unlockVault(m_containerPath, password);
+    if (!opened) {
+        showWarning(this, productTitle(),
+                    tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container "
+                       "foi alterado."));
+    }
+    // The vault is open even after a failure when only its temporary folder could not be made.
+    if (vaultIsUnlocked()) {
+        m_currentDirectory.clear();
+        refreshVaultFiles();
+        updateActions();
+    }
+    if (opened) {
+        showResult(tr("Cofre desbloqueado."));
+    }
+}
+
+void MainWindow::lockVault() {
+    if (!m_vault.lockVault()) {
+        showWarning(this, productTitle(), tr("Não foi possível limpar a área temporária."));
+    }
+    m_currentDirectory.clear();
+    refreshVaultFiles();
+    updateActions();
+    showResult(tr("Cofre bloqueado."));
+}
+
+bool MainWindow::containerIsAtRest(const QString& messageWhenUnlocked) {
+    if (m_containerPath.isEmpty()) {
+        showInformation(this, productTitle(), tr("Selecione um container primeiro."));
+        return false;
+    }
+    if (vaultIsUnlocked()) {
+        showInformation(this, productTitle(), messageWhenUnlocked);
+        return false;
+    }
+    return true;
+}
+
+void MainWindow::changeVaultPassword() {
+    static_cast<void>(containerIsAtRest(tr("Bloqueie o cofre antes de alterar a senha.")));
+}
+
+// --- Backup ----------------------------------------------------------------------------------
+
+void MainWindow::backupContainer() {
+    if (!containerIsAtRest(tr("Bloqueie o cofre antes de fazer o backup."))) {
+        return;
+    }
+    if (!QFileInfo(m_containerPath).isFile()) {
+        showWarning(this, backupTitle(), tr("O arquivo do container não foi encontrado."));
+        return;
+    }
+    const QString destinationPath = requestBackupDestination();
+    if (!destinationPath.isEmpty()) {
+        writeBackup(destinationPath);
+    }
+}
+
+QString MainWindow::requestBackupDestination() {
+    const QString now = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HHmm"));
+    const QString proposal =
+        QDir::home().filePath(QStringLiteral("tessel_backup_%1.tvlt").arg(now));
+    QString path = QFileDialog::getSaveFileName(this, tr("Fazer backup do container"), proposal,
+                                                containerFilter());
+    if (path.isEmpty()) {
+        return {};
+    }
+    if (QFileInfo(path).absoluteFilePath() == QFileInfo(m_containerPath).absoluteFilePath()) {
+        showWarning(this, backupTitle(), tr("Escolha um destino diferente do container original."));
+        return {};
+    }
+    return path;
+}
+
+void MainWindow::writeBackup(const QString& destinationPath) {
+    QFile source(m_containerPath);
+    if (!source.open(QIODevice::ReadOnly)) {
+        showWarning(this, backupTitle(), tr("Não foi possível abrir o container para backup."));
+        return;
+    }
+    QFile destination(destinationPath);
+    if (!openBackupDestination(&destination, m_containerPath)) {
+        showWarning(this, backupTitle(), tr("Não foi possível criar o arquivo de backup."));
+        return;
+    }
+    ModalProgress progress(this, backupTitle(),
+                           tr("Copiando backup criptografado...\n\nO backup permanece protegido "
+                              "pela senha do cofre."));
+    const bool copied = copyInChunks(&source, &destination, &progress);
+    source.close();
+    destination.close();
+    progress.finish();
+
+    if (copied) {
+        showResult(tr("Backup do container concluído."));
+        showInformation(this, backupTitle(),
+                        tr("Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia "
+                           "criptografada do container e permanece protegido pela senha do "
+                           "cofre."));
+        return;
+    }
+    // Should the partial copy resist, the message is true all the same: there is no backup.
+    static_cast<void>(destination.remove());
+    showWarning(this, backupTitle(), tr("Não foi possível concluir o backup."));
+    showResult(tr("Falha ao fazer backup do container."));
+}
+
+} // namespace Tessel::UI

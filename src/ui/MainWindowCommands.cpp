@@ -1,0 +1,488 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/MainWindow.h"
+
+#include "core/SecureFileIndex.h"
+#include "core/VaultPath.h"
+#include "ui/DisplayFormats.h"
+#include "ui/ModalProgress.h"
+#include "ui/Questions.h"
+#include "ui/StorageCheck.h"
+
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QLabel>
+#include <QPushButton>
+#include <QStorageInfo>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <optional>
+
+namespace Tessel::UI {
+
+using Core::normalizedVaultPath;
+using Core::parentVaultPath;
+using Core::sameVaultPath;
+using Core::SecureFileIndex;
+using Core::vaultBaseName;
+
+namespace {
+
+/// A folder that a file can be moved to.
+struct MoveDestination {
+    QString label;
+    /// Empty for the root.
+    QString path;
+};
+
+QString productTitle() {
+    return QStringLiteral("Tessel");
+}
+
+QString speedNote() {
+    return MainWindow::tr("A velocidade depende da taxa de leitura e escrita da unidade USB.\n"
+                          "Dispositivos USB 3 ou superiores tendem a ser mais rápidos.");
+}
+
+/// Whether the name can be one component of a vault path.
+bool isValidVaultName(const QString& name) {
+    const QString trimmed = name.trimmed();
+    return !trimmed.isEmpty() && !trimmed.contains(u'/') && !trimmed.contains(u'\\') &&
+           trimmed != u"." && trimmed != u"..";
+}
+
+QString joinVaultPath(const QString& directory, const QString& name) {
+    return normalizedVaultPath(directory.isEmpty() ? name
+                                                   : QStringLiteral("%1/%2").arg(directory, name));
+}
+
+/// Asks for a name. @return it without blanks around it; empty when the user gave none.
+QString askName(QWidget* parent, const QString& title, const QString& label,
+                const QString& proposal) {
+    bool accepted = false;
+    const QString name =
+        QInputDialog::getText(parent, title, label, QLineEdit::Normal, proposal, &accepted);
+    return accepted ? name.trimmed() : QString();
+}
+
+QList<MoveDestination> moveDestinations(const SecureFileIndex& index,
+                                        const QString& currentDirectory) {
+    QList<MoveDestination> destinations;
+    const QList<Core::VaultDirectoryEntry> directories = index.directories();
+    for (const Core::VaultDirectoryEntry& directory : directories) {
+        if (!sameVaultPath(directory.path, currentDirectory)) {
+            destinations.append({directory.path, directory.path});
+        }
+    }
+    std::stable_sort(destinations.begin(), destinations.end(),
+                     [](const MoveDestination& a, const MoveDestination& b) {
+                         return a.path.compare(b.path, Qt::CaseInsensitive) < 0;
+                     });
+    if (!currentDirectory.isEmpty()) {
+        destinations.prepend({MainWindow::tr("Raiz"), QString()});
+    }
+    return destinations;
+}
+
+/// Lets the user choose one of the destinations. @return its path; nothing when cancelled.
+std::optional<QString> askMoveDestination(QWidget* parent, const QString& fileName,
+                                          const QList<MoveDestination>& destinations) {
+    QDialog dialog(parent);
+    dialog.setWindowTitle(MainWindow::tr("Mover arquivo"));
+    dialog.setModal(true);
+
+    auto* label = new QLabel(MainWindow::tr("Mover %1 para:").arg(fileName));
+    label->setTextFormat(Qt::PlainText);
+    auto* combo = new QComboBox;
+    for (const MoveDestination& destination : destinations) {
+        combo->addItem(destination.label, destination.path);
+    }
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Ok)->setText(MainWindow::tr("Mover"));
+    buttons->button(QDialogButtonBox::Cancel)->setText(MainWindow::tr("Cancelar"));
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+
+    auto* layout = new QVBoxLayout(&dialog);
+    layout->addWidget(label);
+    layout->addWidget(combo);
+    layout->addWidget(buttons);
+    if (dialog.exec() != QDialog::Accepted) {
+        return std::nullopt;
+    }
+    return combo->currentData().toString();
+}
+
+} // namespace
+
+// --- Common steps ----------------------------------------------------------------------------
+
+void MainWindow::vaultChanged(const QString& message) {
+    refreshVaultFiles();
+    updateActions();
+    showResult(message);
+}
+
+bool MainWindow::vaultHolds(const QString& vaultPath) const {
+    const SecureFileIndex index = m_vault.fileIndex();
+    return Core::indexContainsFilePath(index, vaultPath) ||
+           Core::indexContainsDirectoryPath(index, vaultPath);
+}
+
+QString MainWindow::selectedRealDirectory() const {
+    return selectedItemIsParentDirectory() ? QString() : selectedDirectoryPath();
+}
+
+bool MainWindow::confirmExportOutsideVault(const QString& vaultPath) {
+    return questionContinueCancel(
+        dialogParent(), tr("Exportar arquivo"),
+        tr("Exportar %1 criará uma cópia descriptografada fora do cofre. Alterações feitas nessa "
+           "cópia não voltam automaticamente para o Tessel.")
+            .arg(vaultPath));
+}
+
+bool MainWindow::confirmReplaceVaultFile(const QString& vaultPath) {
+    return questionYesNo(
+        dialogParent(), tr("Substituir arquivo"),
+        tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(vaultPath));
+}
+
+bool MainWindow::confirmDeleteVaultFile(const QString& vaultPath) {
+    return questionYesNo(
+        dialogParent(), tr("Excluir arquivo"),
+        tr("Excluir %1 removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
+           "liberados do container após executar Compactar cofre.")
+            .arg(vaultPath));
+}
+
+bool MainWindow::confirmCompactVault() {
+    return questionYesNo(
+        dialogParent(), tr("Compactar cofre"),
+        tr("A compactação reconstruirá o container removendo fisicamente dados de arquivos já "
+           "excluídos.\n\nDurante a operação, será criado temporariamente um container "
+           "criptografado no disco local. Nenhum arquivo descriptografado será gravado fora do "
+           "cofre.\n\nDeseja continuar?"));
+}
+
+// --- Importing -------------------------------------------------------------------------------
+
+void MainWindow::importFiles() {
+    const QStringList files =
+        QFileDialog::getOpenFileNames(this, tr("Importar arquivos para o cofre"));
+    if (files.isEmpty() || !confirmImportFitsStorage(files)) {
+        return;
+    }
+    qsizetype imported = 0;
+    {
+        ModalProgress progress(this, tr("Importar arquivos"),
+                               tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote()));
+        for (const QString& file : files) {
+            if (importOneFile(file, progress)) {
+                ++imported;
+            }
+        }
+        progress.finish();
+    }
+    refreshVaultFiles();
+    refreshDevices();
+    showResult(imported == 1 ? tr("Arquivo importado com sucesso.")
+                             : tr("%1 arquivos importados com sucesso.").arg(imported));
+}
+
+bool MainWindow::importOneFile(const QString& sourcePath, ModalProgress& progress) {
+    const QString sourceName = QFileInfo(sourcePath).fileName();
+    const QString target = joinVaultPath(m_currentDirectory, sourceName);
+    progress.report(0, tr("Importando %1...\n\n%2").arg(vaultBaseName(target), speedNote()));
+    if (Core::indexContainsFilePath(m_vault.fileIndex(), target) &&
+        !confirmReplaceVaultFile(target)) {
+        return false;
+    }
+    const auto report = [&progress](qint64 done, qint64 total, const QString& name) {
+        progress.report(progressValue(done, total, 0),
+                        tr("Importando %1...\n%2 de %3\n\n%4")
+                            .arg(name, formatFileSize(done), formatFileSize(total), speedNote()));
+    };
+    if (!m_vault.importFile(sourcePath, target, report)) {
+        showWarning(dialogParent(), productTitle(),
+                    tr("Não foi possível importar %1.").arg(sourceName));
+        return false;
+    }
+    return true;
+}
+
+bool MainWindow::confirmImportFitsStorage(const QStringList& files) {
+    const QString title = tr("Importar arquivos");
+    qint64 selectedBytes = 0;
+    for (const QString& file : files) {
+        const QFileInfo info(file);
+        if (!info.isFile()) {
+            showWarning(
+                this, title,
+                tr("O arquivo %1 não está disponível para importação.").arg(info.fileName()));
+            return false;
+        }
+        selectedBytes = addByteCounts(selectedBytes, info.size());
+    }
+    const QStorageInfo storage(QFileInfo(m_containerPath).absolutePath());
+    if (!storage.isValid() || !storage.isReady()) {
+        showWarning(this, title,
+                    tr("Não foi possível verificar o espaço livre da unidade do container."));
+        return false;
+    }
+    const qint64 availableBytes = storage.bytesAvailable();
+    const ImportForecast forecast = forecastImport(selectedBytes, availableBytes);
+    switch (forecast.fit) {
+    case ImportFit::Fits:
+        return true;
+    case ImportFit::LittleSpaceLeft:
+        return questionYesNo(
+            this, tr("Espaço livre reduzido"),
+            tr("A importação deixará pouco espaço livre na unidade do container.\n\nArquivos "
+               "selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja continuar?")
+                .arg(formatFileSize(selectedBytes), formatFileSize(forecast.remainingBytes)));
+    case ImportFit::TooLarge:
+        break;
+    }
+    showWarning(this, tr("Espaço insuficiente"),
+                tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
+                   "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
+                   "ou selecione arquivos menores.")
+                    .arg(formatFileSize(selectedBytes), formatFileSize(availableBytes)));
+    return false;
+}
+
+// --- Files -----------------------------------------------------------------------------------
+
+void MainWindow::exportSelectedFile() {
+    const QString path = selectedVaultPath();
+    if (path.isEmpty() || !confirmExportOutsideVault(path)) {
+        return;
+    }
+    const QString destination =
+        QFileDialog::getSaveFileName(this, tr("Exportar arquivo"), vaultBaseName(path));
+    if (destination.isEmpty()) {
+        return;
+    }
+    if (m_vault.exportFile(path, destination)) {
+        showResult(tr("Arquivo exportado com sucesso."));
+        return;
+    }
+    showWarning(this, productTitle(), tr("Não foi possível exportar o arquivo."));
+    showResult(tr("Falha ao exportar o arquivo."));
+}
+
+void MainWindow::openSelectedFile() {
+    const QString path = selectedVaultPath();
+    if (path.isEmpty()) {
+        return;
+    }
+    QString copyPath;
+    if (!m_vault.prepareFileForEditing(path, &copyPath)) {
+        showWarning(this, productTitle(), tr("Não foi possível preparar o arquivo para edição."));
+        return;
+    }
+    if (QDesktopServices::openUrl(QUrl::fromLocalFile(copyPath))) {
+        showResult(tr("Arquivo aberto para edição."));
+        return;
+    }
+    showWarning(this, productTitle(), tr("Não foi possível abrir o arquivo no aplicativo padrão."));
+    showResult(tr("Falha ao abrir o arquivo."));
+}
+
+void MainWindow::renameSelectedFile() {
+    const QString path = selectedVaultPath();
+    if (path.isEmpty()) {
+        return;
+    }
+    const QString title = tr("Renomear arquivo");
+    const QString name = askName(this, title, tr("Novo nome:"), vaultBaseName(path));
+    if (name.isEmpty() || name == vaultBaseName(path)) {
+        return;
+    }
+    if (!isValidVaultName(name)) {
+        showWarning(this, title,
+                    tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho "
+                       "relativo."));
+        return;
+    }
+    const QString target = joinVaultPath(parentVaultPath(path), name);
+    if (vaultHolds(target)) {
+        showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+        return;
+    }
+    if (!m_vault.renameFile(path, target)) {
+        showWarning(this, title,
+                    tr("Não foi possível renomear o arquivo. Feche o arquivo se ele estiver "
+                       "aberto e tente novamente."));
+        return;
+    }
+    vaultChanged(tr("Arquivo renomeado."));
+}
+
+void MainWindow::deleteSelectedFile() {
+    const QString path = selectedVaultPath();
+    if (path.isEmpty() || !confirmDeleteVaultFile(path)) {
+        return;
+    }
+    if (m_vault.deleteFile(path)) {
+        vaultChanged(tr("Arquivo excluído do cofre."));
+        return;
+    }
+    showWarning(this, productTitle(), tr("Não foi possível excluir o arquivo do cofre."));
+    showResult(tr("Falha ao excluir o arquivo."));
+}
+
+void MainWindow::moveSelectedFile() {
+    const QString path = selectedVaultPath();
+    if (path.isEmpty()) {
+        return;
+    }
+    const QString title = tr("Mover arquivo");
+    const QList<MoveDestination> destinations =
+        moveDestinations(m_vault.fileIndex(), parentVaultPath(path));
+    if (destinations.isEmpty()) {
+        showInformation(this, title,
+                        tr("Não há outra pasta disponível para receber este arquivo."));
+        return;
+    }
+    const std::optional<QString> folder =
+        askMoveDestination(this, vaultBaseName(path), destinations);
+    if (!folder) {
+        return;
+    }
+    if (vaultHolds(joinVaultPath(*folder, vaultBaseName(path)))) {
+        showWarning(this, title, tr("Já existe um item com esse nome na pasta de destino."));
+        return;
+    }
+    if (!m_vault.moveFile(path, *folder)) {
+        showWarning(this, title,
+                    tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e "
+                       "tente novamente."));
+        return;
+    }
+    vaultChanged(tr("Arquivo movido."));
+}
+
+// --- Folders ---------------------------------------------------------------------------------
+
+void MainWindow::createDirectory() {
+    const QString title = tr("Nova pasta");
+    const QString name = askName(this, title, tr("Nome da pasta:"), QString());
+    if (name.isEmpty()) {
+        return;
+    }
+    if (!isValidVaultName(name)) {
+        showWarning(this, title,
+                    tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
+                       "relativo."));
+        return;
+    }
+    const QString target = joinVaultPath(m_currentDirectory, name);
+    if (vaultHolds(target)) {
+        showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+        return;
+    }
+    if (!m_vault.createDirectory(target)) {
+        showWarning(this, title, tr("Não foi possível criar a pasta."));
+        return;
+    }
+    vaultChanged(tr("Pasta criada."));
+}
+
+void MainWindow::renameSelectedDirectory() {
+    const QString path = selectedRealDirectory();
+    if (path.isEmpty()) {
+        return;
+    }
+    const QString title = tr("Renomear pasta");
+    const QString name = askName(this, title, tr("Novo nome:"), vaultBaseName(path));
+    if (name.isEmpty() || name == vaultBaseName(path)) {
+        return;
+    }
+    if (!isValidVaultName(name)) {
+        showWarning(this, title,
+                    tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
+                       "relativo."));
+        return;
+    }
+    const QString target = joinVaultPath(parentVaultPath(path), name);
+    if (vaultHolds(target)) {
+        showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+        return;
+    }
+    if (!m_vault.renameDirectory(path, target)) {
+        showWarning(this, title,
+                    tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e "
+                       "tente novamente."));
+        return;
+    }
+    if (sameVaultPath(m_currentDirectory, path)) {
+        m_currentDirectory = target;
+    }
+    vaultChanged(tr("Pasta renomeada."));
+}
+
+void MainWindow::deleteSelectedDirectory() {
+    const QString path = selectedRealDirectory();
+    if (path.isEmpty()) {
+        return;
+    }
+    const QString title = tr("Excluir pasta");
+    if (!questionYesNo(this, title, tr("Excluir a pasta vazia %1?").arg(path))) {
+        return;
+    }
+    if (!m_vault.deleteDirectory(path)) {
+        showWarning(this, title, tr("A pasta não está vazia ou não pode ser excluída."));
+        return;
+    }
+    vaultChanged(tr("Pasta excluída."));
+}
+
+// --- Compaction ------------------------------------------------------------------------------
+
+void MainWindow::compactVault() {
+    if (!confirmCompactVault()) {
+        return;
+    }
+    const QString title = tr("Compactar cofre");
+    QString preservedPath;
+    bool compacted = false;
+    {
+        ModalProgress progress(this, title,
+                               tr("Compactando o cofre...\n\nSerá criado temporariamente um "
+                                  "container criptografado no disco local."));
+        const auto report = [&progress](qint64 done, qint64 total, const QString& name) {
+            progress.report(
+                progressValue(done, total, 0),
+                tr("%1...\n%2 de %3").arg(name, formatFileSize(done), formatFileSize(total)));
+        };
+        compacted = m_vault.compactVault(report, &preservedPath);
+        progress.finish();
+    }
+    if (compacted) {
+        refreshVaultFiles();
+        refreshDevices();
+        updateActions();
+        showResult(tr("Cofre compactado com sucesso."));
+        showInformation(this, title, tr("Cofre compactado com sucesso."));
+        return;
+    }
+    showWarning(this, title,
+                preservedPath.isEmpty()
+                    ? tr("Não foi possível compactar o cofre.")
+                    : tr("Não foi possível substituir o container no USB.\n\nUm container "
+                         "compactado criptografado foi preservado em:\n%1")
+                          .arg(preservedPath));
+    showResult(tr("Falha ao compactar o cofre."));
+}
+
+} // namespace Tessel::UI

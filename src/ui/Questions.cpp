@@ -1,0 +1,53 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/Questions.h"
+
+#include <QCoreApplication>
+#include <QMessageBox>
+#include <QPushButton>
+
+namespace Tessel::UI {
+
+namespace {
+
+QString tr(const char* text) {
+    return QCoreApplication::translate("Tessel::UI::MainWindow", text);
+}
+
+bool ask(QWidget* parent, const QString& title, const QString& text, const QString& acceptText,
+         const QString& rejectText) {
+    QMessageBox box(QMessageBox::Question, title, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);
+    const QPushButton* accept = box.addButton(acceptText, QMessageBox::AcceptRole);
+    QPushButton* reject = box.addButton(rejectText, QMessageBox::RejectRole);
+    box.setDefaultButton(reject);
+    box.exec();
+    return box.clickedButton() == accept;
+}
+
+void show(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& text) {
+    QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
+}
+
+} // namespace
+
+bool questionContinueCancel(QWidget* parent, const QString& title, const QString& text) {
+    return ask(parent, title, text, tr("Continuar"), tr("Cancelar"));
+}
+
+bool questionYesNo(QWidget* parent, const QString& title, const QString& text) {
+    return ask(parent, title, text, tr("Sim"), tr("Não"));
+}
+
+void showWarning(QWidget* parent, const QString& title, const QString& text) {
+    show(parent, QMessageBox::Warning, title, text);
+}
+
+void showInformation(QWidget* parent, const QString& title, const QString& text) {
+    show(parent, QMessageBox::Information, title, text);
+}
+
+} // namespace Tessel::UI

@@ -1,0 +1,41 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/StorageCheck.h"
+
+#include <QtNumeric>
+
+#include <limits>
+
+namespace Tessel::UI {
+
+namespace {
+
+constexpr qint64 MebiByte = qint64{1024} * 1024;
+constexpr qint64 ReserveBytes = 16 * MebiByte;
+/// Leaving less than this is worth a question.
+constexpr qint64 ComfortableBytes = 128 * MebiByte;
+
+ImportFit judge(qint64 remainingBytes) {
+    if (remainingBytes < 0) {
+        return ImportFit::TooLarge;
+    }
+    return remainingBytes < ComfortableBytes ? ImportFit::LittleSpaceLeft : ImportFit::Fits;
+}
+
+} // namespace
+
+qint64 addByteCounts(qint64 a, qint64 b) {
+    qint64 sum = 0;
+    return qAddOverflow(a, b, &sum) ? std::numeric_limits<qint64>::max() : sum;
+}
+
+ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes) {
+    // A twentieth in whole bytes: 1.05 times the sum, cut off, without the rounding of a double.
+    const qint64 withMargin = addByteCounts(selectedBytes, selectedBytes / 20);
+    const qint64 required = addByteCounts(withMargin, ReserveBytes);
+    const qint64 remaining = availableBytes - required;
+    return {required, remaining, judge(remaining)};
+}
+
+} // namespace Tessel::UI

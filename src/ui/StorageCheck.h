@@ -1,0 +1,32 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QtGlobal>
+
+namespace Tessel::UI {
+
+enum class ImportFit {
+    /// There is room to spare.
+    Fits,
+    /// It fits, but so little is left that the user should agree.
+    LittleSpaceLeft,
+    TooLarge
+};
+
+struct ImportForecast {
+    /// What the import is reckoned to take: the files, 5 % more and 16 MiB.
+    qint64 requiredBytes = 0;
+    /// What would then be left; negative when it does not fit.
+    qint64 remainingBytes = 0;
+    ImportFit fit = ImportFit::TooLarge;
+};
+
+/// Adds two byte counts that are not negative; the largest number there is when the sum is larger.
+[[nodiscard]] qint64 addByteCounts(qint64 a, qint64 b);
+
+/// Whether files of @p selectedBytes altogether can go where @p availableBytes are free.
+[[nodiscard]] ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes);
+
+} // namespace Tessel::UI

@@ -1,0 +1,119 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/WindowDriver.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QListWidget>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QTest>
+#include <QToolButton>
+
+namespace Tessel::Tests {
+
+namespace {
+
+constexpr int NameColumn = 1;
+
+QPoint middleOfRow(const QTableWidget* table, int row) {
+    return table->visualItemRect(table->item(row, NameColumn)).center();
+}
+
+} // namespace
+
+WindowDriver::WindowDriver() : window(nullptr) {
+    window.show();
+    if (!activate()) {
+        qWarning("the window did not become active: keys will not reach it");
+    }
+}
+
+bool WindowDriver::activate() {
+    window.activateWindow();
+    return QTest::qWaitForWindowActive(&window);
+}
+
+QAction* WindowDriver::action(const QString& text) const {
+    const QList<QAction*> actions = window.findChildren<QAction*>();
+    for (QAction* action : actions) {
+        if (action->text() == text) {
+            return action;
+        }
+    }
+    qFatal("the window has no action \"%s\"", qPrintable(text));
+}
+
+QToolButton* WindowDriver::padlock() const {
+    return window.findChild<QToolButton*>(QStringLiteral("vaultToggleButton"));
+}
+
+QListWidget* WindowDriver::deviceList() const {
+    return window.findChild<QListWidget*>(QStringLiteral("deviceList"));
+}
+
+QTableWidget* WindowDriver::table() const {
+    return window.findChild<QTableWidget*>(QStringLiteral("vaultTable"));
+}
+
+QLabel* WindowDriver::label(const QString& objectName) const {
+    return window.findChild<QLabel*>(objectName);
+}
+
+QString WindowDriver::statusMessage() const {
+    return window.statusBar()->currentMessage();
+}
+
+bool WindowDriver::vaultIsOpen() const {
+    return action(QStringLiteral("Bloquear"))->isEnabled();
+}
+
+bool WindowDriver::chooseContainer(const QString& path) {
+    dialogs.answerFiles(QStringLiteral("Escolher container Tessel"), {path});
+    action(QStringLiteral("Escolher container..."))->trigger();
+    return dialogs.finished();
+}
+
+bool WindowDriver::unlock(const QString& password) {
+    dialogs.answerText(QStringLiteral("Senha do cofre"), password);
+    action(QStringLiteral("Desbloquear"))->trigger();
+    return dialogs.finished() && vaultIsOpen();
+}
+
+bool WindowDriver::openVault(const QString& path, const QString& password) {
+    return chooseContainer(path) && unlock(password);
+}
+
+QStringList WindowDriver::rowNames() const {
+    QStringList names;
+    for (int row = 0; row < table()->rowCount(); ++row) {
+        names.append(table()->item(row, NameColumn)->text());
+    }
+    return names;
+}
+
+int WindowDriver::rowNamed(const QString& name) const {
+    return static_cast<int>(rowNames().indexOf(name));
+}
+
+bool WindowDriver::selectRow(const QString& name) {
+    const int row = rowNamed(name);
+    if (row < 0) {
+        return false;
+    }
+    table()->scrollToItem(table()->item(row, NameColumn));
+    QTest::mouseClick(table()->viewport(), Qt::LeftButton, {}, middleOfRow(table(), row));
+    return table()->currentRow() == row;
+}
+
+bool WindowDriver::activateRow(const QString& name) {
+    if (!selectRow(name)) {
+        return false;
+    }
+    const QPoint position = middleOfRow(table(), rowNamed(name));
+    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {}, position);
+    return true;
+}
+
+} // namespace Tessel::Tests

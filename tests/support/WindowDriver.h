@@ -1,0 +1,66 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "support/DialogDriver.h"
+#include "ui/MainWindow.h"
+
+#include <QString>
+#include <QStringList>
+
+class QAction;
+class QLabel;
+class QListWidget;
+class QTableWidget;
+class QToolButton;
+
+namespace Tessel::Tests {
+
+/// The real window, shown, and the hands of the person before it.
+///
+///     WindowDriver driver;
+///     QVERIFY(driver.openVault(path, u"senha de teste"_qs));
+///     driver.selectRow(u"a.txt"_qs);
+///     driver.dialogs.press(u"Excluir arquivo"_qs, u"Sim"_qs);
+///     driver.action(u"Excluir..."_qs)->trigger();
+///     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+class WindowDriver {
+public:
+    WindowDriver();
+
+    DialogDriver dialogs;
+    UI::MainWindow window;
+
+    /// Makes the window the active one, as a click on it does: keys go there. Dialogs that were
+    /// answered leave no window active. @return whether it has become active.
+    [[nodiscard]] bool activate();
+
+    /// The action with this text, of the menus or of the window; ends the test program when there
+    /// is none.
+    [[nodiscard]] QAction* action(const QString& text) const;
+    [[nodiscard]] QToolButton* padlock() const;
+    [[nodiscard]] QListWidget* deviceList() const;
+    [[nodiscard]] QTableWidget* table() const;
+    [[nodiscard]] QLabel* label(const QString& objectName) const;
+    [[nodiscard]] QString statusMessage() const;
+    [[nodiscard]] bool vaultIsOpen() const;
+
+    /// Chooses the container through the menu. @return whether that took exactly one file dialog.
+    [[nodiscard]] bool chooseContainer(const QString& path);
+    /// Unlocks through the menu. @return whether the vault is open after exactly one dialog.
+    [[nodiscard]] bool unlock(const QString& password);
+    /// Both, one after the other.
+    [[nodiscard]] bool openVault(const QString& path, const QString& password);
+
+    /// The texts of the name column, from the top.
+    [[nodiscard]] QStringList rowNames() const;
+    /// The first row with this name; -1 without one.
+    [[nodiscard]] int rowNamed(const QString& name) const;
+    /// Clicks on the row; @return false when there is none.
+    [[nodiscard]] bool selectRow(const QString& name);
+    /// Double-clicks on the row; @return false when there is none.
+    [[nodiscard]] bool activateRow(const QString& name);
+};
+
+} // namespace Tessel::Tests

@@ -1,0 +1,852 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/WindowDriver.h"
+#include "ui/ModalProgress.h"
+#include "ui/WindowGeometry.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDate>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QFrame>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPainter>
+#include <QProgressDialog>
+#include <QScreen>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QToolButton>
+#include <QUrl>
+#include <QVBoxLayout>
+
+using Tessel::Tests::CraftedContainer;
+using Tessel::Tests::DialogDriver;
+using Tessel::Tests::WindowDriver;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+const QString Title = QStringLiteral("Tessel");
+const QString PasswordTitle = QStringLiteral("Senha do cofre");
+
+/// "text [shortcut]" of each action, "text >" of each submenu followed by its own lines, "--" of
+/// each separator.
+QStringList menuLines(const QMenu* menu, const QString& indent) {
+    QStringList lines;
+    const QList<QAction*> actions = menu->actions();
+    for (const QAction* action : actions) {
+        if (action->isSeparator()) {
+            lines.append(indent + QStringLiteral("--"));
+        } else if (action->menu() != nullptr) {
+            lines.append(indent + action->text() + QStringLiteral(" >"));
+            lines.append(menuLines(action->menu(), indent + QStringLiteral("  ")));
+        } else {
+            lines.append(indent + action->text() +
+                         QStringLiteral(" [%1]").arg(action->shortcut().toString()));
+        }
+    }
+    return lines;
+}
+
+/// The padlock as it is described, drawn by other means than the program's.
+QImage drawnPadlock(bool unlocked, bool enabled) {
+    const QColor line = enabled ? QColor(70, 70, 70) : QColor(u"#a5a5a5");
+    const QColor fill = enabled ? QColor(u"#eeeeee") : QColor(u"#e2e2e2");
+    QPixmap pixmap(48, 48);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(QBrush(line), 3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    if (unlocked) {
+        painter.drawArc(QRectF(14, 7, 20, 26), 400, 3920);
+        painter.drawLine(QPointF(35, 19), QPointF(40, 15));
+    } else {
+        painter.drawArc(QRectF(13, 7, 22, 26), 0, 2880);
+    }
+    painter.setBrush(fill);
+    painter.drawRoundedRect(QRectF(10, 22, 28, 20), 4, 4);
+    painter.setBrush(line);
+    painter.drawEllipse(QRectF(22, 30, 4, 4));
+    painter.drawLine(QPointF(24, 34), QPointF(24, 37));
+    painter.end();
+    return pixmap.toImage();
+}
+
+QImage shownPadlock(const QToolButton* button) {
+    const QIcon::Mode mode = button->isEnabled() ? QIcon::Normal : QIcon::Disabled;
+    const QIcon::State state = button->isChecked() ? QIcon::On : QIcon::Off;
+    return button->icon().pixmap(QSize(48, 48), 1.0, mode, state).toImage();
+}
+
+/// Opens files and pages in place of the desktop, and remembers them.
+class Desktop : public QObject {
+    Q_OBJECT
+
+public:
+    explicit Desktop(const QString& scheme) : m_scheme(scheme) {
+        QDesktopServices::setUrlHandler(m_scheme, this, "open");
+    }
+    ~Desktop() override { QDesktopServices::unsetUrlHandler(m_scheme); }
+    Q_DISABLE_COPY_MOVE(Desktop)
+
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl& url) { opened.append(url); }
+
+private:
+    QString m_scheme;
+};
+
+/// Runs something once, when the first progress dialog has been shown.
+class WhenProgressShows : public QObject {
+public:
+    explicit WhenProgressShows(std::function<void(QProgressDialog*)> action)
+        : m_action(std::move(action)) {
+        qApp->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        auto* progress = qobject_cast<QProgressDialog*>(watched);
+        if (event->type() == QEvent::Paint && progress != nullptr && m_action) {
+            std::exchange(m_action, nullptr)(progress);
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+    [[nodiscard]] bool hasRun() const { return !m_action; }
+
+private:
+    std::function<void(QProgressDialog*)> m_action;
+};
+
+} // namespace
+
+class TestMainWindowFrame : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void startsReady();
+    void centralSizeFollowsTheScreen_data();
+    void centralSizeFollowsTheScreen();
+    void windowCannotBeResized();
+    void widgetsStandInOrder();
+    void deviceRowIsAsHighAsThreeLines();
+    void padlockButtonIsSetUp();
+    void tableIsSetUp();
+    void tableColumnsAreSetUp();
+    void statusBarHoldsFourWidgets();
+
+    void menuBarHoldsTheMenusInOrder();
+    void menusHoldActionsInOrder_data();
+    void menusHoldActionsInOrder();
+    void tableActionsAreInNoMenu();
+    void actionsAreEnabledByTheSituation_data();
+    void actionsAreEnabledByTheSituation();
+    void movingNeedsAFolder();
+
+    void padlockIsDrawnForItsState();
+    void toolTipSaysWhatThePadlockDoes();
+    void padlockAsksForThePasswordAndLocks();
+    void cancelledPadlockStaysClosed();
+    void disabledPadlockDoesNothing();
+
+    void devicesAreCountedAndNamed();
+    void deviceOfTheContainerStaysSelected();
+
+    void containerLabelNamesTheContainer_data();
+    void containerLabelNamesTheContainer();
+    void longContainerNameIsCutInTheMiddle();
+    void stateLabelIsGreenWhileOpen();
+
+    void shortcutsActInTheWindow();
+    void shortcutsDoNotReachThroughDialogs();
+    void homepageOpensInTheBrowser();
+
+    void closesWhileLocked();
+    void closingLocksAnOpenVault();
+    void quitLocksAnOpenVault();
+    void failedLockKeepsTheWindowOpen();
+    void openDialogKeepsTheWindowOpen();
+    void nothingElseStartsDuringALongOperation();
+    void progressDialogCannotBeClosed_data();
+    void progressDialogCannotBeClosed();
+
+private:
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
+    /// Writes a container with a folder and two files, and opens it.
+    [[nodiscard]] bool openSample();
+    [[nodiscard]] QStringList enabledActions() const;
+    /// Adds a row as the program adds one for each volume.
+    void addDevice(const QString& name, const QString& rootPath);
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestMainWindowFrame::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestMainWindowFrame::cleanup() {
+    // Leave no opened vault's temporary folder behind.
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestMainWindowFrame::openSample() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "abc").addFile(u"docs/b.txt"_qs, "bcd");
+    return crafted.writeTo(containerPath()) && m_driver->openVault(containerPath(), Password);
+}
+
+QStringList TestMainWindowFrame::enabledActions() const {
+    QStringList texts;
+    const QList<QAction*> actions =
+        m_driver->window.findChildren<QAction*>(QString(), Qt::FindDirectChildrenOnly);
+    for (const QAction* action : actions) {
+        if (action->isEnabled() && !action->text().isEmpty()) {
+            texts.append(action->text());
+        }
+    }
+    texts.sort();
+    return texts;
+}
+
+void TestMainWindowFrame::addDevice(const QString& name, const QString& rootPath) {
+    auto* item = new QListWidgetItem(name, m_driver->deviceList());
+    item->setData(Qt::UserRole, rootPath);
+    item->setData(Qt::UserRole + 1, name);
+}
+
+// --- Frame -----------------------------------------------------------------------------------
+
+void TestMainWindowFrame::startsReady() {
+    QCOMPARE(m_driver->window.windowTitle(), Title);
+    QCOMPARE(m_driver->statusMessage(), u"Pronto"_qs);
+    QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->text(),
+             u"Nenhum cofre em uso (aberto)"_qs);
+    QCOMPARE(m_driver->table()->rowCount(), 0);
+}
+
+void TestMainWindowFrame::centralSizeFollowsTheScreen_data() {
+    QTest::addColumn<QSize>("available");
+    QTest::addColumn<QSize>("central");
+    QTest::newRow("full HD") << QSize(1920, 1040) << QSize(1152, 648);
+    QTest::newRow("four times that") << QSize(3840, 2080) << QSize(1152, 648);
+    QTest::newRow("first beyond the largest") << QSize(1922, 1040) << QSize(1152, 648);
+    QTest::newRow("last below the largest") << QSize(1919, 1040) << QSize(1151, 647);
+    QTest::newRow("small") << QSize(1280, 720) << QSize(900, 506);
+    QTest::newRow("last at the smallest") << QSize(1501, 800) << QSize(900, 506);
+    QTest::newRow("first above the smallest") << QSize(1502, 800) << QSize(901, 506);
+    QTest::newRow("as low as its height") << QSize(1366, 506) << QSize(900, 506);
+    QTest::newRow("one lower") << QSize(1366, 505) << QSize(897, 505);
+    QTest::newRow("low") << QSize(1366, 400) << QSize(711, 400);
+}
+
+void TestMainWindowFrame::centralSizeFollowsTheScreen() {
+    QFETCH(QSize, available);
+    QTEST(Tessel::UI::centralSizeFor(available), "central");
+}
+
+void TestMainWindowFrame::windowCannotBeResized() {
+    const QMainWindow& window = m_driver->window;
+    const QSize central =
+        Tessel::UI::centralSizeFor(QApplication::primaryScreen()->availableSize());
+    QCOMPARE(window.centralWidget()->size(), central);
+    QCOMPARE(window.centralWidget()->minimumSize(), central);
+    QCOMPARE(window.centralWidget()->maximumSize(), central);
+    QCOMPARE(window.size(), window.sizeHint());
+    QCOMPARE(window.minimumSize(), window.sizeHint());
+    QCOMPARE(window.maximumSize(), window.sizeHint());
+    QCOMPARE(Tessel::UI::DefaultCentralSize, QSize(960, 540));
+}
+
+void TestMainWindowFrame::widgetsStandInOrder() {
+    const auto* layout = qobject_cast<QVBoxLayout*>(m_driver->window.centralWidget()->layout());
+    QVERIFY(layout);
+    QCOMPARE(layout->count(), 4);
+    const auto* heading = qobject_cast<QLabel*>(layout->itemAt(0)->widget());
+    QVERIFY(heading);
+    QCOMPARE(heading->text(), u"Dispositivos USB"_qs);
+    const auto* row = qobject_cast<QHBoxLayout*>(layout->itemAt(1)->layout());
+    QVERIFY(row);
+    QCOMPARE(layout->itemAt(2)->widget(), m_driver->label(u"protectedFilesLabel"_qs));
+    QCOMPARE(layout->itemAt(3)->widget(), m_driver->table());
+
+    QCOMPARE(row->contentsMargins(), QMargins(0, 0, 0, 0));
+    QCOMPARE(row->spacing(), 10);
+    QCOMPARE(row->count(), 3);
+    QVERIFY(qobject_cast<QLabel*>(row->itemAt(0)->widget()));
+    QCOMPARE(row->itemAt(1)->widget(), m_driver->deviceList());
+    QCOMPARE(row->stretch(1), 1);
+    QCOMPARE(row->itemAt(2)->widget(), m_driver->padlock());
+}
+
+void TestMainWindowFrame::deviceRowIsAsHighAsThreeLines() {
+    const QListWidget* devices = m_driver->deviceList();
+    const int side = 3 * devices->fontMetrics().lineSpacing() + 24 + 2 * devices->frameWidth();
+    QCOMPARE(devices->height(), side);
+    QCOMPARE(devices->verticalScrollBarPolicy(), Qt::ScrollBarAsNeeded);
+    QCOMPARE(devices->horizontalScrollBarPolicy(), Qt::ScrollBarAsNeeded);
+    QCOMPARE(m_driver->padlock()->size(), QSize(side, side));
+}
+
+void TestMainWindowFrame::padlockButtonIsSetUp() {
+    const QToolButton* button = m_driver->padlock();
+    QVERIFY(button->isCheckable());
+    QVERIFY(!button->autoRaise());
+    QCOMPARE(button->focusPolicy(), Qt::NoFocus);
+    QCOMPARE(button->iconSize(), QSize(48, 48));
+    QCOMPARE(
+        button->styleSheet(),
+        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }QToolButton:pressed:enabled { background: #e2e2e2; }QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_qs);
+}
+
+void TestMainWindowFrame::tableIsSetUp() {
+    const QTableWidget* table = m_driver->table();
+    QCOMPARE(table->minimumHeight(), 220);
+    QCOMPARE(table->contextMenuPolicy(), Qt::CustomContextMenu);
+    QCOMPARE(table->editTriggers(), QAbstractItemView::NoEditTriggers);
+    QCOMPARE(table->focusPolicy(), Qt::NoFocus);
+    QCOMPARE(table->selectionBehavior(), QAbstractItemView::SelectRows);
+    QCOMPARE(table->selectionMode(), QAbstractItemView::SingleSelection);
+    QVERIFY(table->alternatingRowColors());
+    QVERIFY(!table->showGrid());
+    QCOMPARE(table->iconSize(), QSize(18, 18));
+    QCOMPARE(table->verticalScrollBarPolicy(), Qt::ScrollBarAsNeeded);
+    QCOMPARE(table->horizontalScrollBarPolicy(), Qt::ScrollBarAsNeeded);
+    QVERIFY(!table->isSortingEnabled());
+    QVERIFY(table->verticalHeader()->isHidden());
+    QCOMPARE(
+        table->styleSheet(),
+        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }QTableWidget::item:focus { outline: none; }QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_qs);
+}
+
+void TestMainWindowFrame::tableColumnsAreSetUp() {
+    const QTableWidget* table = m_driver->table();
+    const QHeaderView* header = table->horizontalHeader();
+    QStringList texts;
+    QList<QHeaderView::ResizeMode> modes;
+    for (int column = 0; column < table->columnCount(); ++column) {
+        texts.append(table->horizontalHeaderItem(column)->text());
+        modes.append(header->sectionResizeMode(column));
+    }
+    QCOMPARE(texts, QStringList({QString(), u"Nome do arquivo"_qs, u"Tamanho"_qs, u"Tipo"_qs,
+                                 u"Modificado em"_qs}));
+    QCOMPARE(modes, QList<QHeaderView::ResizeMode>({QHeaderView::Fixed, QHeaderView::Stretch,
+                                                    QHeaderView::Fixed, QHeaderView::Fixed,
+                                                    QHeaderView::Fixed}));
+    QCOMPARE(table->columnWidth(0), 28);
+    QCOMPARE(table->columnWidth(2), 110);
+    QCOMPARE(table->columnWidth(3), 70);
+    QCOMPARE(table->columnWidth(4), 140);
+    QCOMPARE(table->columnWidth(1), table->viewport()->width() - 28 - 110 - 70 - 140);
+    QVERIFY(!header->stretchLastSection());
+    QVERIFY(header->sectionsClickable());
+    QVERIFY(header->isSortIndicatorShown());
+    QCOMPARE(header->sortIndicatorSection(), 1);
+    QCOMPARE(header->sortIndicatorOrder(), Qt::AscendingOrder);
+}
+
+void TestMainWindowFrame::statusBarHoldsFourWidgets() {
+    const QString padded = u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_qs;
+    const QLabel* container = m_driver->label(u"containerLabel"_qs);
+    QCOMPARE(container->text(), u"Container: nenhum"_qs);
+    QCOMPARE(container->alignment(), Qt::AlignCenter);
+    QCOMPARE(container->styleSheet(), padded);
+    const QWidget* box = container->parentWidget();
+    QCOMPARE(box->width(), 140);
+    const auto frames = box->findChildren<QFrame*>(QString(), Qt::FindDirectChildrenOnly);
+    QCOMPARE(frames.size(), 2);
+    QCOMPARE(frames.first()->width(), 1);
+    QCOMPARE(frames.first()->styleSheet(), u"QFrame { background-color: #c8c8c8; }"_qs);
+    QVERIFY(frames.first()->x() < container->x());
+
+    const QLabel* version = m_driver->label(u"versionLabel"_qs);
+    QCOMPARE(version->text(), u"Versão 1.0.0"_qs);
+    QCOMPARE(version->width(), 180);
+    QCOMPARE(version->alignment(), Qt::AlignCenter);
+    QCOMPARE(version->styleSheet(), padded);
+
+    const QLabel* date = m_driver->label(u"dateLabel"_qs);
+    QCOMPARE(date->text(), QDate::currentDate().toString(u"dd/MM/yyyy"));
+    QCOMPARE(date->width(), 78);
+    QCOMPARE(date->alignment(), Qt::AlignCenter);
+    QCOMPARE(date->styleSheet(), u"QLabel { font-size: 11px; }"_qs);
+
+    const QLabel* state = m_driver->label(u"vaultStateLabel"_qs);
+    QCOMPARE(state->width(), 50);
+    QCOMPARE(state->alignment(), Qt::AlignCenter);
+
+    QVERIFY(box->x() < version->x());
+    QVERIFY(version->x() < date->x());
+    QVERIFY(date->x() < state->x());
+    QCOMPARE(state->parentWidget(), m_driver->window.statusBar());
+}
+
+// --- Menus and enabling ----------------------------------------------------------------------
+
+void TestMainWindowFrame::menuBarHoldsTheMenusInOrder() {
+    QStringList titles;
+    const QList<QAction*> actions = m_driver->window.menuBar()->actions();
+    for (const QAction* action : actions) {
+        titles.append(action->text());
+    }
+    QCOMPARE(titles, QStringList({u"Arquivo"_qs, u"USB"_qs, u"Sobre"_qs}));
+}
+
+void TestMainWindowFrame::menusHoldActionsInOrder_data() {
+    QTest::addColumn<int>("menu");
+    QTest::addColumn<QStringList>("lines");
+    QTest::newRow("Arquivo") << 0 << QStringList({u"Sair [Ctrl+Q]"_qs});
+    QTest::newRow("USB") << 1
+                         << QStringList({u"Dispositivos >"_qs,
+                                         u"  Atualizar lista [Ctrl+F5]"_qs,
+                                         u"Container >"_qs,
+                                         u"  Escolher container... [Ctrl+O]"_qs,
+                                         u"  Criar novo cofre... [Ctrl+N]"_qs,
+                                         u"  --"_qs,
+                                         u"  Fazer backup... [Ctrl+B]"_qs,
+                                         u"  --"_qs,
+                                         u"  Alterar senha... [Ctrl+P]"_qs,
+                                         u"Acesso ao cofre >"_qs,
+                                         u"  Desbloquear [Ctrl+L]"_qs,
+                                         u"  Bloquear [Ctrl+Shift+L]"_qs,
+                                         u"  Arquivos protegidos >"_qs,
+                                         u"    Nova pasta... [Ctrl+Shift+N]"_qs,
+                                         u"    --"_qs,
+                                         u"    Importar... [Ctrl+I]"_qs,
+                                         u"    Exportar... [Ctrl+E]"_qs,
+                                         u"    Abrir [Return]"_qs,
+                                         u"    --"_qs,
+                                         u"    Renomear pasta... []"_qs,
+                                         u"    Excluir pasta vazia []"_qs,
+                                         u"    --"_qs,
+                                         u"    Excluir... [Del]"_qs,
+                                         u"  --"_qs,
+                                         u"  Compactar cofre... [F6]"_qs});
+    QTest::newRow("Sobre") << 2
+                           << QStringList({u"Ajuda []"_qs,
+                                           u"Visitar a página oficial do Tessel []"_qs, u"--"_qs,
+                                           u"Sobre o Tessel []"_qs});
+}
+
+void TestMainWindowFrame::menusHoldActionsInOrder() {
+    QFETCH(int, menu);
+    QTEST(menuLines(m_driver->window.menuBar()->actions().at(menu)->menu(), QString()), "lines");
+}
+
+void TestMainWindowFrame::tableActionsAreInNoMenu() {
+    for (const QString& text : {u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs}) {
+        const QAction* action = m_driver->action(text);
+        QVERIFY(action->shortcut().isEmpty());
+        QVERIFY(action->associatedObjects().isEmpty());
+    }
+}
+
+void TestMainWindowFrame::actionsAreEnabledByTheSituation_data() {
+    QTest::addColumn<bool>("container");
+    QTest::addColumn<bool>("unlocked");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QStringList>("enabled");
+
+    const QStringList always = {u"Sair"_qs, u"Ajuda"_qs, u"Visitar a página oficial do Tessel"_qs,
+                                u"Sobre o Tessel"_qs};
+    const QStringList locked =
+        always +
+        QStringList{u"Atualizar lista"_qs, u"Escolher container..."_qs, u"Criar novo cofre..."_qs};
+    const QStringList withContainer =
+        locked + QStringList{u"Fazer backup..."_qs, u"Alterar senha..."_qs, u"Desbloquear"_qs};
+    const QStringList open = always + QStringList{u"Bloquear"_qs, u"Nova pasta..."_qs,
+                                                  u"Importar..."_qs, u"Compactar cofre..."_qs};
+    const QStringList folder =
+        open + QStringList{u"Renomear pasta..."_qs, u"Excluir pasta vazia"_qs};
+    const QStringList file =
+        open + QStringList{u"Exportar..."_qs, u"Abrir"_qs, u"Renomear arquivo..."_qs,
+                           u"Excluir..."_qs, u"Mover para pasta..."_qs};
+
+    QTest::newRow("no container") << false << false << QString() << locked;
+    QTest::newRow("container chosen") << true << false << QString() << withContainer;
+    QTest::newRow("open, nothing selected") << true << true << QString() << open;
+    QTest::newRow("open, folder selected") << true << true << u"docs"_qs << folder;
+    QTest::newRow("open, file selected") << true << true << u"a.txt"_qs << file;
+    QTest::newRow("open, parent row selected") << true << true << u".."_qs << open;
+}
+
+void TestMainWindowFrame::actionsAreEnabledByTheSituation() {
+    QFETCH(bool, container);
+    QFETCH(bool, unlocked);
+    QFETCH(QString, row);
+    QFETCH(QStringList, enabled);
+    if (unlocked) {
+        QVERIFY(openSample());
+    } else if (container) {
+        QVERIFY(CraftedContainer().writeTo(containerPath()));
+        QVERIFY(m_driver->chooseContainer(containerPath()));
+    }
+    if (row == u"..") {
+        QVERIFY(m_driver->activateRow(u"docs"_qs));
+    }
+    if (!row.isEmpty()) {
+        QVERIFY(m_driver->selectRow(row));
+    }
+    enabled.sort();
+    QCOMPARE(enabledActions(), enabled);
+}
+
+void TestMainWindowFrame::movingNeedsAFolder() {
+    CraftedContainer crafted;
+    crafted.addFile(u"a.txt"_qs, "abc");
+    QVERIFY(crafted.writeTo(containerPath()));
+    QVERIFY(m_driver->openVault(containerPath(), Password));
+    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    QVERIFY(m_driver->action(u"Renomear arquivo..."_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Mover para pasta..."_qs)->isEnabled());
+}
+
+// --- Padlock ---------------------------------------------------------------------------------
+
+void TestMainWindowFrame::padlockIsDrawnForItsState() {
+    const QToolButton* button = m_driver->padlock();
+    QVERIFY(!button->isEnabled());
+    QVERIFY(!button->isChecked());
+    QCOMPARE(shownPadlock(button), drawnPadlock(false, false));
+    QCOMPARE(shownPadlock(button).pixelColor(14, 36), QColor(u"#e2e2e2"));
+    QCOMPARE(shownPadlock(button).pixelColor(10, 32), QColor(u"#a5a5a5"));
+
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    QVERIFY(button->isEnabled());
+    QVERIFY(!button->isChecked());
+    QCOMPARE(shownPadlock(button), drawnPadlock(false, true));
+    QCOMPARE(shownPadlock(button).pixelColor(14, 36), QColor(u"#eeeeee"));
+    QCOMPARE(shownPadlock(button).pixelColor(10, 32), QColor(70, 70, 70));
+    QCOMPARE(shownPadlock(button).pixelColor(24, 15).alpha(), 0);
+    QCOMPARE(shownPadlock(button).pixelColor(38, 17).alpha(), 0);
+
+    QVERIFY(m_driver->unlock(Password));
+    QVERIFY(button->isEnabled());
+    QVERIFY(button->isChecked());
+    QCOMPARE(shownPadlock(button), drawnPadlock(true, true));
+    QVERIFY(shownPadlock(button).pixelColor(38, 17).alpha() > 200);
+}
+
+void TestMainWindowFrame::toolTipSaysWhatThePadlockDoes() {
+    QCOMPARE(m_driver->padlock()->toolTip(),
+             u"Selecione um container para desbloquear o cofre."_qs);
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    QCOMPARE(m_driver->padlock()->toolTip(), u"Desbloquear cofre"_qs);
+    QVERIFY(m_driver->unlock(Password));
+    QCOMPARE(m_driver->padlock()->toolTip(), u"Bloquear cofre"_qs);
+}
+
+void TestMainWindowFrame::padlockAsksForThePasswordAndLocks() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    m_driver->dialogs.answerText(PasswordTitle, Password);
+    QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->vaultIsOpen());
+    QVERIFY(m_driver->padlock()->isChecked());
+
+    QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
+    QVERIFY(!m_driver->vaultIsOpen());
+    QVERIFY(!m_driver->padlock()->isChecked());
+    QCOMPARE(m_driver->statusMessage(), u"Cofre bloqueado."_qs);
+}
+
+void TestMainWindowFrame::cancelledPadlockStaysClosed() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    bool checkedWhileAsking = true;
+    m_driver->dialogs.handle(PasswordTitle, [&](QDialog* dialog) {
+        checkedWhileAsking = m_driver->padlock()->isChecked();
+        dialog->reject();
+    });
+    QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(!checkedWhileAsking);
+    QVERIFY(!m_driver->padlock()->isChecked());
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+void TestMainWindowFrame::disabledPadlockDoesNothing() {
+    QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
+    Q_EMIT m_driver->padlock()->clicked(true);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->dialogs.seen().isEmpty());
+    QVERIFY(!m_driver->padlock()->isChecked());
+}
+
+// --- Device list -----------------------------------------------------------------------------
+
+void TestMainWindowFrame::devicesAreCountedAndNamed() {
+    QListWidget* devices = m_driver->deviceList();
+    devices->clear();
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 0);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), QString());
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), QString());
+    addDevice(u"PEN"_qs, u"/media/user/PEN"_qs);
+    addDevice(u"sdz1"_qs, QString());
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 1);
+    devices->setCurrentRow(0);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/user/PEN"_qs);
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), u"PEN"_qs);
+    devices->setCurrentRow(1);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), QString());
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), u"sdz1"_qs);
+}
+
+void TestMainWindowFrame::deviceOfTheContainerStaysSelected() {
+    QListWidget* devices = m_driver->deviceList();
+    devices->clear();
+    addDevice(u"other"_qs, u"/media/user/other"_qs);
+    addDevice(u"PEN"_qs, m_folder->path());
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    QCOMPARE(devices->currentRow(), 1);
+
+    const QPoint other = devices->visualItemRect(devices->item(0)).center();
+    QTest::mouseClick(devices->viewport(), Qt::LeftButton, {}, other);
+    QCOMPARE(devices->currentRow(), 1);
+    QCOMPARE(devices->selectedItems(), QList<QListWidgetItem*>{devices->item(1)});
+
+    devices->setCurrentRow(0);
+    QCOMPARE(devices->currentRow(), 1);
+    QCOMPARE(devices->selectedItems(), QList<QListWidgetItem*>{devices->item(1)});
+}
+
+// --- Status bar ------------------------------------------------------------------------------
+
+void TestMainWindowFrame::containerLabelNamesTheContainer_data() {
+    QTest::addColumn<QString>("fileName");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("usual name") << u"tessel.tvlt"_qs << u"Container: Tessel"_qs;
+    QTest::newRow("usual name in capitals") << u"TESSEL.TVLT"_qs << u"Container: Tessel"_qs;
+    QTest::newRow("other name") << u"casa.tvlt"_qs << u"Container: casa.tvlt"_qs;
+    QTest::newRow("usual name, other suffix") << u"tessel.bak"_qs << u"Container: tessel.bak"_qs;
+}
+
+void TestMainWindowFrame::containerLabelNamesTheContainer() {
+    QFETCH(QString, fileName);
+    QFETCH(QString, text);
+    const QString path = m_folder->filePath(fileName);
+    QVERIFY(CraftedContainer().writeTo(path));
+    QVERIFY(m_driver->chooseContainer(path));
+    QCOMPARE(m_driver->label(u"containerLabel"_qs)->text(), text);
+    QCOMPARE(m_driver->label(u"containerLabel"_qs)->toolTip(), text);
+}
+
+void TestMainWindowFrame::longContainerNameIsCutInTheMiddle() {
+    const QString fileName = u"um cofre com um nome bem comprido.tvlt"_qs;
+    QVERIFY(CraftedContainer().writeTo(m_folder->filePath(fileName)));
+    QVERIFY(m_driver->chooseContainer(m_folder->filePath(fileName)));
+    const QLabel* label = m_driver->label(u"containerLabel"_qs);
+    const QString whole = u"Container: "_qs + fileName;
+    QCOMPARE(label->toolTip(), whole);
+    QCOMPARE(label->text(),
+             label->fontMetrics().elidedText(whole, Qt::ElideMiddle, label->width() - 8));
+    QVERIFY(label->text().startsWith(u"Container"));
+    QVERIFY(label->text().contains(QChar(0x2026)));
+    QVERIFY(label->text().endsWith(u"tvlt"));
+}
+
+void TestMainWindowFrame::stateLabelIsGreenWhileOpen() {
+    const QLabel* state = m_driver->label(u"vaultStateLabel"_qs);
+    QCOMPARE(state->text(), u"COFRE"_qs);
+    QCOMPARE(
+        state->styleSheet(),
+        u"QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; padding-left: 4px; padding-right: 4px; }"_qs);
+    QVERIFY(openSample());
+    QCOMPARE(state->text(), u"COFRE"_qs);
+    QCOMPARE(
+        state->styleSheet(),
+        u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; padding-left: 4px; padding-right: 4px; }"_qs);
+}
+
+// --- Shortcuts and pages ---------------------------------------------------------------------
+
+void TestMainWindowFrame::shortcutsActInTheWindow() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    QVERIFY(m_driver->activate());
+    m_driver->dialogs.reject(u"Excluir arquivo"_qs);
+    QTest::keyClick(&m_driver->window, Qt::Key_Delete);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+
+    QVERIFY(m_driver->activate());
+    Desktop desktop(u"file"_qs);
+    QTest::keyClick(&m_driver->window, Qt::Key_Return);
+    QCOMPARE(desktop.opened.size(), 1);
+    QCOMPARE(desktop.opened.first().fileName(), u"a.txt"_qs);
+}
+
+void TestMainWindowFrame::shortcutsDoNotReachThroughDialogs() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    Desktop desktop(u"file"_qs);
+    m_driver->dialogs.handle(u"Nova pasta"_qs, [](QDialog* dialog) {
+        dialog->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(dialog));
+        auto* edit = dialog->findChild<QLineEdit*>();
+        edit->setText(u"xy"_qs);
+        edit->setCursorPosition(0);
+        QTest::keyClick(edit, Qt::Key_Delete);
+        QCOMPARE(edit->text(), u"y"_qs);
+        QTest::keyClick(edit, Qt::Key_F6);
+        QTest::keyClick(edit, Qt::Key_I, Qt::ControlModifier);
+        edit->clear();
+        QTest::keyClick(edit, Qt::Key_Return);
+    });
+    m_driver->action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(desktop.opened.isEmpty());
+}
+
+void TestMainWindowFrame::homepageOpensInTheBrowser() {
+    const QUrl homepage(QStringLiteral(TESSEL_HOMEPAGE_URL));
+    Desktop desktop(homepage.scheme());
+    m_driver->action(u"Visitar a página oficial do Tessel"_qs)->trigger();
+    QCOMPARE(desktop.opened, QList<QUrl>{homepage});
+}
+
+// --- Closing and long operations -------------------------------------------------------------
+
+void TestMainWindowFrame::closesWhileLocked() {
+    QVERIFY(m_driver->window.close());
+    QVERIFY(!m_driver->window.isVisible());
+}
+
+void TestMainWindowFrame::closingLocksAnOpenVault() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->window.close());
+    QVERIFY(!m_driver->window.isVisible());
+    m_driver->window.updateActions();
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+void TestMainWindowFrame::quitLocksAnOpenVault() {
+    QVERIFY(openSample());
+    m_driver->action(u"Sair"_qs)->trigger();
+    QVERIFY(!m_driver->window.isVisible());
+    m_driver->window.updateActions();
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+void TestMainWindowFrame::failedLockKeepsTheWindowOpen() {
+    QVERIFY(openSample());
+    Desktop desktop(u"file"_qs);
+    QVERIFY(m_driver->activateRow(u"a.txt"_qs));
+    QCOMPARE(desktop.opened.size(), 1);
+    const QString copy = desktop.opened.first().toLocalFile();
+    QVERIFY(Tessel::Tests::writeFile(copy, "changed"));
+    QFile file(copy);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                             QFileDevice::FileModificationTime));
+    file.close();
+    // The changed copy cannot be taken back while the container is away.
+    QVERIFY(QFile::rename(containerPath(), m_folder->filePath(u"away"_qs)));
+
+    m_driver->dialogs.press(Title, u"OK"_qs);
+    QVERIFY(!m_driver->window.close());
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QVERIFY(m_driver->window.isVisible());
+    QVERIFY(m_driver->vaultIsOpen());
+    QVERIFY(QFileInfo::exists(copy));
+
+    QVERIFY(QFile::rename(m_folder->filePath(u"away"_qs), containerPath()));
+    QVERIFY(m_driver->window.close());
+    QVERIFY(!QFileInfo::exists(copy));
+}
+
+void TestMainWindowFrame::openDialogKeepsTheWindowOpen() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    m_driver->dialogs.handle(PasswordTitle, [this](QDialog* dialog) {
+        QVERIFY(!m_driver->window.close());
+        m_driver->action(u"Sair"_qs)->trigger();
+        dialog->reject();
+    });
+    m_driver->action(u"Desbloquear"_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->window.isVisible());
+}
+
+void TestMainWindowFrame::nothingElseStartsDuringALongOperation() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    Desktop desktop(u"file"_qs);
+    WhenProgressShows whileCompacting([this](QProgressDialog* progress) {
+        QVERIFY(progress->isModal());
+        QVERIFY(!m_driver->window.close());
+        const QList<QAction*> actions = m_driver->window.findChildren<QAction*>();
+        for (QAction* action : actions) {
+            action->trigger();
+        }
+        QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
+        Q_EMIT m_driver->padlock()->clicked(false);
+        QTest::mouseDClick(
+            m_driver->table()->viewport(), Qt::LeftButton, {},
+            m_driver->table()->visualItemRect(m_driver->table()->item(1, 1)).center());
+        QTest::keyClick(&m_driver->window, Qt::Key_Return);
+        QTest::keyClick(&m_driver->window, Qt::Key_Delete);
+    });
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"OK"_qs);
+    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    QVERIFY(whileCompacting.hasRun());
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_qs);
+    QVERIFY(m_driver->vaultIsOpen());
+    QVERIFY(m_driver->window.isVisible());
+    QVERIFY(desktop.opened.isEmpty());
+}
+
+void TestMainWindowFrame::progressDialogCannotBeClosed_data() {
+    using Attempt = std::function<void(QProgressDialog*)>;
+    QTest::addColumn<Attempt>("attempt");
+    QTest::newRow("close button") << Attempt([](QProgressDialog* dialog) { dialog->close(); });
+    QTest::newRow("Escape") << Attempt(
+        [](QProgressDialog* dialog) { QTest::keyClick(dialog, Qt::Key_Escape); });
+    QTest::newRow("Return") << Attempt(
+        [](QProgressDialog* dialog) { QTest::keyClick(dialog, Qt::Key_Return); });
+    QTest::newRow("reject") << Attempt([](QProgressDialog* dialog) { dialog->reject(); });
+}
+
+void TestMainWindowFrame::progressDialogCannotBeClosed() {
+    QFETCH(std::function<void(QProgressDialog*)>, attempt);
+    Tessel::UI::ModalProgress progress(&m_driver->window, Title, u"..."_qs);
+    QVERIFY(progress.isVisible());
+    attempt(&progress);
+    QVERIFY(progress.isVisible());
+    progress.report(500, u"<b>500</b>"_qs);
+    QCOMPARE(progress.value(), 500);
+    QCOMPARE(progress.labelText(), u"<b>500</b>"_qs);
+    QVERIFY(!progress.wasCanceled());
+    progress.finish();
+    QCOMPARE(progress.value(), 1000);
+    QVERIFY(!progress.isVisible());
+}
+
+QTEST_MAIN(TestMainWindowFrame)
+#include "test_main_window_frame.moc"

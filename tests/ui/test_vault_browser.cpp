@@ -1,0 +1,680 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/WindowDriver.h"
+#include "ui/DisplayFormats.h"
+#include "ui/VaultIcons.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QElapsedTimer>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QPainter>
+#include <QStyle>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimeZone>
+#include <QTimer>
+#include <QUrl>
+
+using Tessel::Tests::CraftedContainer;
+using Tessel::Tests::WindowDriver;
+using Tessel::UI::VaultIcons;
+using Tessel::UI::VaultTableItemKind;
+
+namespace {
+
+enum Column { IconColumn, NameColumn, SizeColumn, TypeColumn, DateColumn };
+
+const QString Password = QStringLiteral("senha de teste");
+const Qt::Alignment Centred = Qt::AlignCenter;
+const Qt::Alignment AtEnd = Qt::AlignRight | Qt::AlignVCenter;
+
+QDateTime utc(const QString& text) {
+    return QDateTime::fromString(text, Qt::ISODate);
+}
+
+QImage iconImage(VaultTableItemKind kind, const QString& path) {
+    return VaultIcons().itemIcon(kind, path).pixmap(QSize(22, 22), 1.0).toImage();
+}
+
+/// A badge icon as it is described, drawn by other means than the program's.
+QImage drawnBadge(const QString& text, const QColor& colour) {
+    QPixmap pixmap(22, 22);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(
+        QPen(QBrush(QColor(u"#acacac")), 1.0, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
+    painter.setBrush(QColor(Qt::white));
+    painter.drawRoundedRect(QRectF(4.0, 1.5, 14.0, 18.5), 1.5, 1.5);
+    painter.setPen(
+        QPen(QBrush(QColor(u"#bebebe")), 1.0, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
+    painter.setBrush(QColor(u"#ededed"));
+    painter.drawPolygon(QPolygonF({QPointF(14.0, 1.5), QPointF(18.0, 5.5), QPointF(14.0, 5.5)}));
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour);
+    painter.drawRoundedRect(QRectF(2.5, 11.0, 17.0, 8.5), 1.8, 1.8);
+    QFont font = QApplication::font();
+    font.setBold(true);
+    font.setPixelSize(6);
+    painter.setFont(font);
+    painter.setPen(QColor(Qt::white));
+    painter.drawText(QRectF(2.5, 10.6, 17.0, 8.8), Qt::AlignCenter, text);
+    painter.end();
+    return pixmap.toImage();
+}
+
+/// Opens files in place of the desktop.
+class Desktop : public QObject {
+    Q_OBJECT
+
+public:
+    Desktop() { QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "open"); }
+    ~Desktop() override { QDesktopServices::unsetUrlHandler(QStringLiteral("file")); }
+    Q_DISABLE_COPY_MOVE(Desktop)
+
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl& url) { opened.append(url); }
+};
+
+} // namespace
+
+class TestVaultBrowser : public QObject {
+    Q_OBJECT
+
+public:
+    /// Three hours behind UTC all year, so that a time shown unconverted is seen.
+    static void initMain() { qputenv("TZ", "BRT3"); }
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void lockedVaultShowsNothing();
+    void rootShowsFoldersThenFiles();
+    void folderRowCarriesItsData();
+    void fileRowCarriesItsData();
+    void parentRowCarriesItsData();
+    void foldersMatchWhateverTheirCase();
+    void onlyTheFolderItselfIsShown();
+    void nothingIsSelectedAfterARefresh();
+    void selectionSpeaksForTheCurrentRow_data();
+    void selectionSpeaksForTheCurrentRow();
+
+    void headerClicksSort_data();
+    void headerClicksSort();
+    void iconHeaderIsIgnored();
+    void sortingSurvivesLocking();
+    void namesThatDifferInCaseKeepTheirOrder();
+    void invalidTimeIsBlankAndSortsAsQtDoes();
+
+    void doubleClicksNavigate();
+    void parentOfTheRootIsTheRoot();
+    void lockingReturnsToTheRoot();
+    void doubleClickOpensAFile();
+
+    void badgesAreDrawn_data();
+    void badgesAreDrawn();
+    void otherFilesHaveTheDesktopsIcons();
+    void iconColumnShowsTheIcons();
+    void typeLabelIsTheSuffix_data();
+    void typeLabelIsTheSuffix();
+    void sizesHaveOneDecimal_data();
+    void sizesHaveOneDecimal();
+    void summaryCountsTheWholeVault_data();
+    void summaryCountsTheWholeVault();
+    void summaryShowsAFolderNameAsItIs();
+
+    void contextMenuHoldsCommandsInOrder_data();
+    void contextMenuHoldsCommandsInOrder();
+
+    void fifteenThousandFilesAreUpAtOnce();
+
+private:
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
+    [[nodiscard]] bool open(const CraftedContainer& crafted);
+    [[nodiscard]] bool openSample();
+    void clickHeader(int column);
+    [[nodiscard]] const QTableWidgetItem* item(int row, int column) const {
+        return m_driver->table()->item(row, column);
+    }
+    [[nodiscard]] QString text(int row, int column) const { return item(row, column)->text(); }
+    [[nodiscard]] QVariant path(int row, int column) const {
+        return item(row, column)->data(Qt::UserRole);
+    }
+    [[nodiscard]] QVariant kind(int row, int column) const {
+        return item(row, column)->data(Qt::UserRole + 1);
+    }
+    [[nodiscard]] Qt::Alignment alignment(int row, int column) const {
+        return Qt::Alignment(item(row, column)->data(Qt::TextAlignmentRole).value<Qt::Alignment>());
+    }
+    [[nodiscard]] QString summary() const {
+        return m_driver->label(u"protectedFilesLabel"_qs)->text();
+    }
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestVaultBrowser::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestVaultBrowser::cleanup() {
+    // Leave no opened vault's temporary folder behind.
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestVaultBrowser::open(const CraftedContainer& crafted) {
+    return crafted.writeTo(containerPath()) && m_driver->openVault(containerPath(), Password);
+}
+
+/// At the root the folders zeta and Alfa and four files; in Alfa a folder and a file.
+bool TestVaultBrowser::openSample() {
+    CraftedContainer crafted;
+    auto addFile = [&, number = 0](const QString& path, qsizetype size,
+                                   const QString& time) mutable {
+        crafted.addFile(path, QByteArray(size, 'x'));
+        crafted.setFileMember(number++, u"lastModifiedUtc"_qs, time);
+    };
+    auto addFolder = [&, number = 0](const QString& path, const QString& time) mutable {
+        crafted.addFolder(path);
+        crafted.setFolderMember(number++, u"modifiedUtc"_qs, time);
+    };
+    addFolder(u"zeta"_qs, u"2024-01-01T12:00:00.000Z"_qs);
+    addFolder(u"Alfa"_qs, u"2025-01-01T12:00:00.000Z"_qs);
+    addFolder(u"Alfa/beta"_qs, u"2025-02-01T12:00:00.000Z"_qs);
+    addFile(u"nota.txt"_qs, 3000, u"2024-05-06T01:30:00.000Z"_qs);
+    addFile(u"Foto.JPG"_qs, 100, u"2024-05-08T12:00:00.000Z"_qs);
+    addFile(u"Alfa/dentro.pdf"_qs, 10, u"2024-05-09T12:00:00.000Z"_qs);
+    addFile(u"README"_qs, 2000, u"2024-05-07T12:00:00.000Z"_qs);
+    addFile(u"chave.pem"_qs, 100, u"2024-05-10T12:00:00.000Z"_qs);
+    return open(crafted);
+}
+
+void TestVaultBrowser::clickHeader(int column) {
+    QHeaderView* header = m_driver->table()->horizontalHeader();
+    const QPoint position(header->sectionViewportPosition(column) + header->sectionSize(column) / 2,
+                          header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, position);
+}
+
+// --- Rows ------------------------------------------------------------------------------------
+
+void TestVaultBrowser::lockedVaultShowsNothing() {
+    QVERIFY(openSample());
+    QCOMPARE(m_driver->table()->rowCount(), 6);
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QCOMPARE(m_driver->table()->rowCount(), 0);
+    QCOMPARE(summary(), u"Nenhum cofre em uso (aberto)"_qs);
+}
+
+void TestVaultBrowser::rootShowsFoldersThenFiles() {
+    QVERIFY(openSample());
+    QCOMPARE(m_driver->rowNames(), QStringList({u"Alfa"_qs, u"zeta"_qs, u"chave.pem"_qs,
+                                                u"Foto.JPG"_qs, u"nota.txt"_qs, u"README"_qs}));
+}
+
+void TestVaultBrowser::folderRowCarriesItsData() {
+    QVERIFY(openSample());
+    QCOMPARE(text(0, IconColumn), QString());
+    QCOMPARE(path(0, IconColumn).toString(), u"Alfa"_qs);
+    QCOMPARE(kind(0, IconColumn).toInt(), 1);
+    QCOMPARE(alignment(0, IconColumn), Centred);
+    QCOMPARE(text(0, NameColumn), u"Alfa"_qs);
+    QCOMPARE(path(0, NameColumn).toString(), u"Alfa"_qs);
+    QCOMPARE(kind(0, NameColumn).toInt(), 1);
+    QCOMPARE(text(0, SizeColumn), QString());
+    QCOMPARE(text(0, TypeColumn), u"Pasta"_qs);
+    QCOMPARE(alignment(0, TypeColumn), Centred);
+    QCOMPARE(text(0, DateColumn), u"01/01/2025 09:00"_qs);
+    QCOMPARE(alignment(0, DateColumn), Centred);
+}
+
+void TestVaultBrowser::fileRowCarriesItsData() {
+    QVERIFY(openSample());
+    const int row = m_driver->rowNamed(u"nota.txt"_qs);
+    for (int column = IconColumn; column <= DateColumn; ++column) {
+        QCOMPARE(path(row, column).toString(), u"nota.txt"_qs);
+    }
+    QCOMPARE(text(row, IconColumn), QString());
+    QCOMPARE(kind(row, IconColumn).toInt(), 0);
+    QVERIFY(kind(row, IconColumn).isValid());
+    QCOMPARE(alignment(row, IconColumn), Centred);
+    QCOMPARE(kind(row, NameColumn).toInt(), 0);
+    QVERIFY(kind(row, NameColumn).isValid());
+    QCOMPARE(text(row, SizeColumn), Tessel::UI::formatFileSize(3000));
+    QCOMPARE(alignment(row, SizeColumn), AtEnd);
+    QCOMPARE(text(row, TypeColumn), u"TXT"_qs);
+    QCOMPARE(alignment(row, TypeColumn), Centred);
+    // Half past one in the morning is still the evening before, three hours to the west.
+    QCOMPARE(text(row, DateColumn), u"05/05/2024 22:30"_qs);
+    QCOMPARE(alignment(row, DateColumn), Centred);
+}
+
+void TestVaultBrowser::parentRowCarriesItsData() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"beta"_qs, u"dentro.pdf"_qs}));
+    for (const int column : {IconColumn, NameColumn}) {
+        QVERIFY(path(0, column).isValid());
+        QCOMPARE(path(0, column).toString(), QString());
+        QCOMPARE(kind(0, column).toInt(), 2);
+    }
+    QCOMPARE(alignment(0, IconColumn), Centred);
+    QCOMPARE(text(0, SizeColumn), QString());
+    QCOMPARE(text(0, TypeColumn), u"Pasta"_qs);
+    QCOMPARE(alignment(0, TypeColumn), Centred);
+    QCOMPARE(text(0, DateColumn), QString());
+
+    QVERIFY(m_driver->activateRow(u"beta"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs}));
+    QCOMPARE(path(0, NameColumn).toString(), u"Alfa"_qs);
+}
+
+void TestVaultBrowser::foldersMatchWhateverTheirCase() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFolder(u"Docs/A"_qs).addFile(u"DOCS/b.txt"_qs, "b");
+    QVERIFY(open(crafted));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs}));
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"A"_qs, u"b.txt"_qs}));
+    QCOMPARE(path(1, NameColumn).toString(), u"Docs/A"_qs);
+    QCOMPARE(path(2, NameColumn).toString(), u"DOCS/b.txt"_qs);
+}
+
+void TestVaultBrowser::onlyTheFolderItselfIsShown() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"a"_qs).addFolder(u"ab"_qs).addFolder(u"a/b"_qs);
+    crafted.addFile(u"a/b/c.txt"_qs, "c").addFile(u"ab/d.txt"_qs, "d").addFile(u"a/e.txt"_qs, "e");
+    QVERIFY(open(crafted));
+    QVERIFY(m_driver->activateRow(u"a"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"b"_qs, u"e.txt"_qs}));
+}
+
+void TestVaultBrowser::nothingIsSelectedAfterARefresh() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    clickHeader(SizeColumn);
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QVERIFY(m_driver->table()->selectedItems().isEmpty());
+    QVERIFY(!m_driver->action(u"Excluir..."_qs)->isEnabled());
+}
+
+void TestVaultBrowser::selectionSpeaksForTheCurrentRow_data() {
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<bool>("isFolder");
+    QTest::addColumn<bool>("isParent");
+    QTest::newRow("nothing") << QString() << QString() << QString() << false << false;
+    QTest::newRow("file") << u"dentro.pdf"_qs << u"Alfa/dentro.pdf"_qs << QString() << false
+                          << false;
+    QTest::newRow("folder") << u"beta"_qs << QString() << u"Alfa/beta"_qs << true << false;
+    QTest::newRow("parent row") << u".."_qs << QString() << QString() << false << true;
+}
+
+void TestVaultBrowser::selectionSpeaksForTheCurrentRow() {
+    QFETCH(QString, row);
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    if (!row.isEmpty()) {
+        QVERIFY(m_driver->selectRow(row));
+    }
+    QTEST(m_driver->window.selectedVaultPath(), "file");
+    QTEST(m_driver->window.selectedDirectoryPath(), "folder");
+    QTEST(m_driver->window.selectedItemIsDirectory(), "isFolder");
+    QTEST(m_driver->window.selectedItemIsParentDirectory(), "isParent");
+}
+
+// --- Sorting ---------------------------------------------------------------------------------
+
+void TestVaultBrowser::headerClicksSort_data() {
+    QTest::addColumn<QList<int>>("clicks");
+    QTest::addColumn<int>("column");
+    QTest::addColumn<Qt::SortOrder>("order");
+    QTest::addColumn<QString>("names");
+    QTest::newRow("no click") << QList<int>{} << 1 << Qt::AscendingOrder
+                              << u"Alfa zeta chave.pem Foto.JPG nota.txt README"_qs;
+    QTest::newRow("name") << QList<int>{1} << 1 << Qt::DescendingOrder
+                          << u"zeta Alfa README nota.txt Foto.JPG chave.pem"_qs;
+    QTest::newRow("name twice") << QList<int>{1, 1} << 1 << Qt::AscendingOrder
+                                << u"Alfa zeta chave.pem Foto.JPG nota.txt README"_qs;
+    QTest::newRow("size") << QList<int>{2} << 2 << Qt::AscendingOrder
+                          << u"Alfa zeta chave.pem Foto.JPG README nota.txt"_qs;
+    QTest::newRow("size twice") << QList<int>{2, 2} << 2 << Qt::DescendingOrder
+                                << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_qs;
+    QTest::newRow("type") << QList<int>{3} << 3 << Qt::AscendingOrder
+                          << u"Alfa zeta README Foto.JPG chave.pem nota.txt"_qs;
+    QTest::newRow("type twice") << QList<int>{3, 3} << 3 << Qt::DescendingOrder
+                                << u"zeta Alfa nota.txt chave.pem Foto.JPG README"_qs;
+    QTest::newRow("date") << QList<int>{4} << 4 << Qt::AscendingOrder
+                          << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_qs;
+    QTest::newRow("date twice") << QList<int>{4, 4} << 4 << Qt::DescendingOrder
+                                << u"Alfa zeta chave.pem Foto.JPG README nota.txt"_qs;
+    QTest::newRow("another column starts ascending")
+        << QList<int>{2, 2, 4} << 4 << Qt::AscendingOrder
+        << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_qs;
+}
+
+void TestVaultBrowser::headerClicksSort() {
+    QFETCH(QList<int>, clicks);
+    QFETCH(QString, names);
+    QVERIFY(openSample());
+    for (const int column : clicks) {
+        clickHeader(column);
+    }
+    QCOMPARE(m_driver->rowNames().join(u' '), names);
+    const QHeaderView* header = m_driver->table()->horizontalHeader();
+    QTEST(header->sortIndicatorSection(), "column");
+    QTEST(header->sortIndicatorOrder(), "order");
+}
+
+void TestVaultBrowser::iconHeaderIsIgnored() {
+    QVERIFY(openSample());
+    clickHeader(SizeColumn);
+    clickHeader(SizeColumn);
+    const QStringList names = m_driver->rowNames();
+    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    clickHeader(IconColumn);
+    QCOMPARE(m_driver->rowNames(), names);
+    QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorSection(), 2);
+    QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorOrder(), Qt::DescendingOrder);
+    QCOMPARE(m_driver->window.selectedVaultPath(), u"nota.txt"_qs);
+    clickHeader(SizeColumn);
+    QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorOrder(), Qt::AscendingOrder);
+}
+
+void TestVaultBrowser::sortingSurvivesLocking() {
+    QVERIFY(openSample());
+    clickHeader(SizeColumn);
+    clickHeader(SizeColumn);
+    const QStringList names = m_driver->rowNames();
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(m_driver->unlock(Password));
+    QCOMPARE(m_driver->rowNames(), names);
+    QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorSection(), 2);
+}
+
+void TestVaultBrowser::namesThatDifferInCaseKeepTheirOrder() {
+    CraftedContainer crafted;
+    crafted.addFile(u"b.txt"_qs, "1").addFile(u"a.txt"_qs, "2").addFile(u"A.txt"_qs, "3");
+    QVERIFY(open(crafted));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"a.txt"_qs, u"A.txt"_qs, u"b.txt"_qs}));
+    clickHeader(NameColumn);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"b.txt"_qs, u"a.txt"_qs, u"A.txt"_qs}));
+}
+
+void TestVaultBrowser::invalidTimeIsBlankAndSortsAsQtDoes() {
+    CraftedContainer crafted;
+    crafted.addFile(u"a.txt"_qs, "1").addFile(u"b.txt"_qs, "2").addFile(u"c.txt"_qs, "3");
+    crafted.setFileMember(0, u"lastModifiedUtc"_qs, u"2024-05-06T01:30:00.000Z"_qs);
+    crafted.setFileMember(1, u"lastModifiedUtc"_qs, u"no time at all"_qs);
+    crafted.setFileMember(2, u"lastModifiedUtc"_qs, u"1960-01-01T00:00:00.000Z"_qs);
+    QVERIFY(open(crafted));
+    QCOMPARE(text(1, DateColumn), QString());
+    QList<std::pair<QDateTime, QString>> expected = {
+        {utc(u"2024-05-06T01:30:00Z"_qs), u"a.txt"_qs},
+        {QDateTime(), u"b.txt"_qs},
+        {utc(u"1960-01-01T00:00:00Z"_qs), u"c.txt"_qs}};
+    std::stable_sort(expected.begin(), expected.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    clickHeader(DateColumn);
+    QCOMPARE(m_driver->rowNames(),
+             QStringList({expected.at(0).second, expected.at(1).second, expected.at(2).second}));
+}
+
+// --- Navigation ------------------------------------------------------------------------------
+
+void TestVaultBrowser::doubleClicksNavigate() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa | 5 arquivos no cofre."_qs);
+    QVERIFY(m_driver->activateRow(u"beta"_qs));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/beta | 5 arquivos no cofre."_qs);
+    QVERIFY(m_driver->activateRow(u".."_qs));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa | 5 arquivos no cofre."_qs);
+    QVERIFY(m_driver->activateRow(u".."_qs));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
+    QCOMPARE(m_driver->rowNamed(u".."_qs), -1);
+    QVERIFY(!m_driver->action(u"Renomear pasta..."_qs)->isEnabled());
+}
+
+void TestVaultBrowser::parentOfTheRootIsTheRoot() {
+    QVERIFY(openSample());
+    QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "navigateToParentDirectory"));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
+    QCOMPARE(m_driver->table()->rowCount(), 6);
+}
+
+void TestVaultBrowser::lockingReturnsToTheRoot() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(m_driver->unlock(Password));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
+    QCOMPARE(m_driver->table()->rowCount(), 6);
+}
+
+void TestVaultBrowser::doubleClickOpensAFile() {
+    QVERIFY(openSample());
+    const Desktop desktop;
+    QVERIFY(m_driver->activateRow(u"README"_qs));
+    QCOMPARE(desktop.opened.size(), 1);
+    QCOMPARE(desktop.opened.first().fileName(), u"README"_qs);
+
+    m_driver->action(u"Abrir"_qs)->setEnabled(false);
+    Q_EMIT m_driver->table()->itemDoubleClicked(m_driver->table()->currentItem());
+    QCOMPARE(desktop.opened.size(), 1);
+}
+
+// --- Icons and words -------------------------------------------------------------------------
+
+void TestVaultBrowser::badgesAreDrawn_data() {
+    QTest::addColumn<QString>("fileName");
+    QTest::addColumn<QString>("badge");
+    QTest::addColumn<QColor>("colour");
+    const struct {
+        QString suffixes;
+        QString badge;
+        QColor colour;
+    } rows[] = {
+        {u"pem key PEM"_qs, u"KEY"_qs, QColor(u"#1F735C")},
+        {u"sig asc"_qs, u"SIG"_qs, QColor(u"#7050A0")},
+        {u"crt cer csr"_qs, u"CRT"_qs, QColor(u"#B87118")},
+        {u"encrypted"_qs, u"ENC"_qs, QColor(u"#455C7A")},
+        {u"txt log"_qs, u"TXT"_qs, QColor(u"#5A5A5A")},
+        {u"mp3 wav flac ogg m4a"_qs, u"AUD"_qs, QColor(u"#2563B4")},
+        {u"jpg jpeg png gif bmp webp JPG tar.gIf"_qs, u"IMG"_qs, QColor(u"#1F848D")},
+    };
+    for (const auto& row : rows) {
+        const QStringList suffixes = row.suffixes.split(u' ');
+        for (const QString& suffix : suffixes) {
+            QTest::newRow(qPrintable(suffix))
+                << u"pasta/arquivo."_qs + suffix << row.badge << row.colour;
+        }
+    }
+}
+
+void TestVaultBrowser::badgesAreDrawn() {
+    QFETCH(QString, fileName);
+    QFETCH(QString, badge);
+    QFETCH(QColor, colour);
+    const QImage icon = iconImage(VaultTableItemKind::File, fileName);
+    QCOMPARE(icon.size(), QSize(22, 22));
+    QCOMPARE(icon, drawnBadge(badge, colour));
+    QCOMPARE(icon.pixelColor(0, 0).alpha(), 0);
+    QCOMPARE(icon.pixelColor(8, 6), QColor(Qt::white));
+    QCOMPARE(icon.pixelColor(3, 13), colour);
+}
+
+void TestVaultBrowser::otherFilesHaveTheDesktopsIcons() {
+    const QFileIconProvider provider;
+    const auto image = [](const QIcon& icon) {
+        return icon.pixmap(QSize(22, 22), 1.0).toImage();
+    };
+    const QImage general = image(provider.icon(QFileIconProvider::File));
+    QCOMPARE(iconImage(VaultTableItemKind::File, u"README"_qs), general);
+    QCOMPARE(iconImage(VaultTableItemKind::File, u"a.b/README"_qs), general);
+    QVERIFY(!iconImage(VaultTableItemKind::File, u"relatorio.pdf"_qs).isNull());
+    QCOMPARE(iconImage(VaultTableItemKind::Directory, u"fotos.jpg"_qs),
+             image(provider.icon(QFileIconProvider::Folder)));
+    QCOMPARE(iconImage(VaultTableItemKind::ParentDirectory, u"fotos.jpg"_qs),
+             image(QApplication::style()->standardIcon(QStyle::SP_ArrowUp)));
+}
+
+void TestVaultBrowser::iconColumnShowsTheIcons() {
+    QVERIFY(openSample());
+    const auto shown = [this](int row) {
+        return item(row, IconColumn)->icon().pixmap(QSize(22, 22), 1.0).toImage();
+    };
+    QCOMPARE(shown(0), iconImage(VaultTableItemKind::Directory, u"Alfa"_qs));
+    QCOMPARE(shown(2), drawnBadge(u"KEY"_qs, QColor(u"#1F735C")));
+    QCOMPARE(shown(3), drawnBadge(u"IMG"_qs, QColor(u"#1F848D")));
+    QCOMPARE(shown(5), iconImage(VaultTableItemKind::File, u"README"_qs));
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    QCOMPARE(shown(0), iconImage(VaultTableItemKind::ParentDirectory, u"Alfa"_qs));
+}
+
+void TestVaultBrowser::typeLabelIsTheSuffix_data() {
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("label");
+    QTest::newRow("suffix") << u"photo.JPG"_qs << u"JPG"_qs;
+    QTest::newRow("lower case") << u"docs/a.txt"_qs << u"TXT"_qs;
+    QTest::newRow("last of two") << u"a.tar.gz"_qs << u"GZ"_qs;
+    QTest::newRow("none") << u"README"_qs << u"Arquivo"_qs;
+    QTest::newRow("dot at the end") << u"README."_qs << u"Arquivo"_qs;
+    QTest::newRow("dot in the folder") << u"a.b/README"_qs << u"Arquivo"_qs;
+}
+
+void TestVaultBrowser::typeLabelIsTheSuffix() {
+    QFETCH(QString, path);
+    QTEST(Tessel::UI::fileTypeLabel(path), "label");
+}
+
+void TestVaultBrowser::sizesHaveOneDecimal_data() {
+    QTest::addColumn<qint64>("bytes");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("none") << qint64{0} << u"0 bytes"_qs;
+    QTest::newRow("below a kilobyte") << qint64{1023} << u"1,023 bytes"_qs;
+    QTest::newRow("a kilobyte") << qint64{1024} << u"1.0 kB"_qs;
+    QTest::newRow("one and a half") << qint64{1536} << u"1.5 kB"_qs;
+    QTest::newRow("a megabyte") << qint64{1048576} << u"1.0 MB"_qs;
+    QTest::newRow("a gigabyte") << qint64{1073741824} << u"1.0 GB"_qs;
+}
+
+void TestVaultBrowser::sizesHaveOneDecimal() {
+    QFETCH(qint64, bytes);
+    QTEST(Tessel::UI::formatFileSize(bytes), "text");
+}
+
+void TestVaultBrowser::summaryCountsTheWholeVault_data() {
+    QTest::addColumn<int>("files");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("empty") << 0 << u"Arquivos protegidos | Pasta: Raiz | O cofre está vazio."_qs;
+    QTest::newRow("one") << 1 << u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_qs;
+    QTest::newRow("two") << 2 << u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_qs;
+}
+
+void TestVaultBrowser::summaryCountsTheWholeVault() {
+    QFETCH(int, files);
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs);
+    for (int i = 0; i < files; ++i) {
+        crafted.addFile(u"docs/%1.txt"_qs.arg(i), "x");
+    }
+    QVERIFY(open(crafted));
+    QTEST(summary(), "text");
+}
+
+void TestVaultBrowser::summaryShowsAFolderNameAsItIs() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"<b>%2"_qs);
+    QVERIFY(open(crafted));
+    QVERIFY(m_driver->activateRow(u"<b>%2"_qs));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: <b>%2 | O cofre está vazio."_qs);
+    QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->textFormat(), Qt::PlainText);
+}
+
+// --- Context menu ----------------------------------------------------------------------------
+
+void TestVaultBrowser::contextMenuHoldsCommandsInOrder_data() {
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QStringList>("texts");
+    const QStringList start = {u"Nova pasta..."_qs,
+                               u"Renomear pasta..."_qs,
+                               u"Excluir pasta vazia"_qs,
+                               u"--"_qs,
+                               u"Importar..."_qs,
+                               u"Exportar..."_qs,
+                               u"Abrir"_qs};
+    const QStringList ofAFile = {u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs};
+    const QStringList end = {u"--"_qs, u"Excluir..."_qs};
+    QTest::newRow("no row") << QString() << start + end;
+    QTest::newRow("folder") << u"Alfa"_qs << start + end;
+    QTest::newRow("file") << u"nota.txt"_qs << start + ofAFile + end;
+}
+
+void TestVaultBrowser::contextMenuHoldsCommandsInOrder() {
+    QFETCH(QString, row);
+    QVERIFY(openSample());
+    QTableWidget* table = m_driver->table();
+    QPoint position(5, table->viewport()->height() - 2);
+    if (!row.isEmpty()) {
+        position = table->visualItemRect(item(m_driver->rowNamed(row), NameColumn)).center();
+    }
+    QStringList texts;
+    bool exportEnabled = false;
+    QPoint shownAt;
+    QTimer::singleShot(0, &m_driver->window, [&] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        QVERIFY(menu);
+        const QList<QAction*> actions = menu->actions();
+        for (const QAction* action : actions) {
+            texts.append(action->isSeparator() ? u"--"_qs : action->text());
+        }
+        exportEnabled = m_driver->action(u"Exportar..."_qs)->isEnabled();
+        shownAt = menu->pos();
+        menu->close();
+    });
+    Q_EMIT table->customContextMenuRequested(position);
+    QTEST(texts, "texts");
+    QCOMPARE(table->currentRow(), m_driver->rowNamed(row));
+    QCOMPARE(exportEnabled, row == u"nota.txt");
+    QCOMPARE(shownAt.x(), table->viewport()->mapToGlobal(position).x());
+    QVERIFY(m_driver->window.findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly).isEmpty());
+}
+
+// --- Speed -----------------------------------------------------------------------------------
+
+void TestVaultBrowser::fifteenThousandFilesAreUpAtOnce() {
+    constexpr int Files = 15000;
+    CraftedContainer crafted;
+    for (int i = 0; i < Files; ++i) {
+        // Neither sorted nor of one kind.
+        crafted.addFile(u"%1.x%2"_qs.arg(i * 7919 % Files).arg(i % 50), QByteArray());
+    }
+    QVERIFY(open(crafted));
+    QCOMPARE(m_driver->table()->rowCount(), Files);
+    QElapsedTimer timer;
+    timer.start();
+    clickHeader(TypeColumn);
+    const qint64 elapsed = timer.elapsed();
+    qInfo("%d rows sorted and shown in %lld ms", Files, static_cast<long long>(elapsed));
+    // A tenth of a second on one core; the bound leaves room for the sanitizers.
+    QVERIFY(elapsed < 2000);
+}
+
+QTEST_MAIN(TestVaultBrowser)
+#include "test_vault_browser.moc"
