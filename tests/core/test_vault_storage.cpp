@@ -793,15 +793,15 @@ private Q_SLOTS:
     }
 
     void anAlteredBlockStopsTheExportThere_data() {
-        QTest::addColumn<int>("block");
+        QTest::addColumn<qsizetype>("block");
         QTest::addColumn<int>("byte");
-        QTest::newRow("first byte") << 0 << 0;
-        QTest::newRow("last byte of a tag") << 0 << 25;
-        QTest::newRow("second block") << 1 << 3;
-        QTest::newRow("last block") << 2 << 4;
+        QTest::newRow("first byte") << qsizetype(0) << 0;
+        QTest::newRow("last byte of a tag") << qsizetype(0) << 25;
+        QTest::newRow("second block") << qsizetype(1) << 3;
+        QTest::newRow("last block") << qsizetype(2) << 4;
     }
     void anAlteredBlockStopsTheExportThere() {
-        QFETCH(const int, block);
+        QFETCH(const qsizetype, block);
         QFETCH(const int, byte);
         CraftedContainer crafted;
         const QByteArray contents = noise(25);
