@@ -62,6 +62,18 @@ const QMap<QString, Operation>& operations() {
          [](Session& s) {
              return s.vault.renameFile(s.argument(0), s.argument(1));
          }},
+        {QStringLiteral("move"),
+         [](Session& s) {
+             return s.vault.moveFile(s.argument(0), s.argument(1));
+         }},
+        {QStringLiteral("rename-folder"),
+         [](Session& s) {
+             return s.vault.renameDirectory(s.argument(0), s.argument(1));
+         }},
+        {QStringLiteral("delete-folder"),
+         [](Session& s) {
+             return s.vault.deleteDirectory(s.argument(0));
+         }},
         {QStringLiteral("mkdir"),
          [](Session& s) {
              return s.vault.createDirectory(s.argument(0));
