@@ -528,7 +528,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         return;
     }
     const QScopedValueRollback running(m_commandRunning, true);
-    if (!vaultIsUnlocked() || m_vault.lockVault()) {
+    if (!vaultIsUnlocked() || closeVault()) {
         event->accept();
         return;
     }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "core/ContainerLock.h"
 #include "core/VaultManager.h"
 #include "platform/DeviceManager.h"
 #include "ui/VaultIcons.h"
@@ -152,6 +153,8 @@ private:
     void runCommand(Handler handler);
     void toggleVault();
     [[nodiscard]] bool vaultIsUnlocked() const;
+    /// Locks the vault and, when it is locked in the end, gives up the hold on its container.
+    [[nodiscard]] bool closeVault();
     /// What a new message box or dialog belongs to: the dialog in front, else the window.
     [[nodiscard]] QWidget* dialogParent();
     void showResult(const QString& text);
@@ -191,6 +194,8 @@ private:
     void vaultChanged(const QString& message);
 
     Core::VaultManager m_vault;
+    /// Held while the vault is unlocked.
+    Core::ContainerLock m_containerLock;
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
     QString m_containerPath;
     QString m_currentDirectory;

@@ -337,7 +337,8 @@ void MainWindow::unlockVault() {
     if (password.isEmpty()) {
         return;
     }
-    const bool opened = m_vault.unlockVault(m_containerPath, password);
+    const bool opened =
+        m_containerLock.acquire(m_containerPath) && m_vault.unlockVault(m_containerPath, password);
     if (!opened) {
         showWarning(this, productTitle(),
                     tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container "
@@ -348,14 +349,24 @@ void MainWindow::unlockVault() {
         m_currentDirectory.clear();
         refreshVaultFiles();
         updateActions();
+    } else {
+        m_containerLock.release();
     }
     if (opened) {
         showResult(tr("Cofre desbloqueado."));
     }
 }
 
+bool MainWindow::closeVault() {
+    const bool closed = m_vault.lockVault();
+    if (!vaultIsUnlocked()) {
+        m_containerLock.release();
+    }
+    return closed;
+}
+
 void MainWindow::lockVault() {
-    if (!m_vault.lockVault()) {
+    if (!closeVault()) {
         showWarning(this, productTitle(), tr("Não foi possível limpar a área temporária."));
     }
     m_currentDirectory.clear();

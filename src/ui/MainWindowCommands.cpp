@@ -465,7 +465,13 @@ void MainWindow::compactVault() {
                 progressValue(done, total, 0),
                 tr("%1...\n%2 de %3").arg(name, formatFileSize(done), formatFileSize(total)));
         };
+        // Compaction puts a new file in the container's place. To hold on to the old one would
+        // keep its space occupied, which the new one may need.
+        m_containerLock.release();
         compacted = m_vault.compactVault(report, &preservedPath);
+        // Should the container be gone, or another window have been quicker, the vault is open
+        // here all the same.
+        static_cast<void>(m_containerLock.acquire(m_containerPath));
         progress.finish();
     }
     if (compacted) {

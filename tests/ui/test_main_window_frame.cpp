@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/ContainerLock.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/WindowDriver.h"
@@ -11,6 +12,7 @@
 #include <QApplication>
 #include <QDate>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFileInfo>
 #include <QFrame>
 #include <QHeaderView>
@@ -21,6 +23,7 @@
 #include <QMenuBar>
 #include <QPainter>
 #include <QProgressDialog>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QStatusBar>
 #include <QTableWidget>
@@ -39,6 +42,9 @@ namespace {
 const QString Password = QStringLiteral("senha de teste");
 const QString Title = QStringLiteral("Tessel");
 const QString PasswordTitle = QStringLiteral("Senha do cofre");
+const QString UnlockFailure =
+    QStringLiteral("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi "
+                   "alterado.");
 
 /// "text [shortcut]" of each action, "text >" of each submenu followed by its own lines, "--" of
 /// each separator.
@@ -176,6 +182,11 @@ private Q_SLOTS:
     void shortcutsActInTheWindow();
     void shortcutsDoNotReachThroughDialogs();
     void homepageOpensInTheBrowser();
+
+    void vaultThatAnotherWindowHoldsStaysClosed();
+    void openVaultIsHeldUntilItIsLocked();
+    void compactionKeepsTheHoldOnTheContainer();
+    void missingWorkspaceLeavesTheVaultOpen();
 
     void closesWhileLocked();
     void closingLocksAnOpenVault();
@@ -726,6 +737,86 @@ void TestMainWindowFrame::homepageOpensInTheBrowser() {
     Desktop desktop(homepage.scheme());
     m_driver->action(u"Visitar a página oficial do Tessel"_qs)->trigger();
     QCOMPARE(desktop.opened, QList<QUrl>{homepage});
+}
+
+// --- Hold on the container -------------------------------------------------------------------
+
+void TestMainWindowFrame::vaultThatAnotherWindowHoldsStaysClosed() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(otherWindow.acquire(containerPath()));
+    m_driver->dialogs.answerText(PasswordTitle, Password);
+    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->action(u"Desbloquear"_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
+    QVERIFY(!m_driver->vaultIsOpen());
+
+    otherWindow.release();
+    QVERIFY(m_driver->unlock(Password));
+}
+
+void TestMainWindowFrame::openVaultIsHeldUntilItIsLocked() {
+    QVERIFY(openSample());
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(!otherWindow.acquire(containerPath()));
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(otherWindow.acquire(containerPath()));
+    otherWindow.release();
+
+    // A wrong password leaves no hold behind.
+    m_driver->dialogs.answerText(PasswordTitle, u"outra senha"_qs);
+    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->action(u"Desbloquear"_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(otherWindow.acquire(containerPath()));
+    otherWindow.release();
+
+    QVERIFY(m_driver->unlock(Password));
+    QVERIFY(m_driver->window.close());
+    QVERIFY(otherWindow.acquire(containerPath()));
+}
+
+void TestMainWindowFrame::compactionKeepsTheHoldOnTheContainer() {
+    QVERIFY(openSample());
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"OK"_qs);
+    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+
+    Tessel::Core::ContainerLock lock;
+    QVERIFY(!lock.acquire(containerPath()));
+    // The space of the old container is free: nothing holds a file that has no name any more.
+    const QFileInfoList descriptors = QDir(u"/proc/self/fd"_qs).entryInfoList(QDir::System);
+    for (const QFileInfo& descriptor : descriptors) {
+        QVERIFY2(!descriptor.symLinkTarget().contains(u"tessel.tvlt (deleted)"),
+                 qPrintable(descriptor.symLinkTarget()));
+    }
+}
+
+void TestMainWindowFrame::missingWorkspaceLeavesTheVaultOpen() {
+    // A file where the temporary folder should be: nothing can be created below it.
+    const QString obstacle = m_folder->filePath(u"obstacle"_qs);
+    QVERIFY(Tessel::Tests::writeFile(obstacle, "x"));
+    const QByteArray before = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(obstacle));
+    const auto restore =
+        qScopeGuard([&] { before.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", before); });
+    m_driver = std::make_unique<WindowDriver>();
+    CraftedContainer crafted;
+    crafted.addFile(u"a.txt"_qs, "abc");
+    QVERIFY(crafted.writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    m_driver->dialogs.answerText(PasswordTitle, Password);
+    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->action(u"Desbloquear"_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
+    // What the window shows is what the vault is.
+    QVERIFY(m_driver->vaultIsOpen());
+    QVERIFY(m_driver->padlock()->isChecked());
+    QCOMPARE(m_driver->rowNames(), QStringList{u"a.txt"_qs});
 }
 
 // --- Closing and long operations -------------------------------------------------------------
