@@ -4,6 +4,7 @@
 #include "ui/MainWindow.h"
 
 #include "platform/linux/LinuxDeviceManager.h"
+#include "ui/DeviceListWidget.h"
 #include "ui/ProductInfo.h"
 #include "ui/Questions.h"
 #include "ui/VaultColumns.h"
@@ -281,7 +282,7 @@ void MainWindow::buildUi() {
 }
 
 QLayout* MainWindow::buildDeviceRow() {
-    m_deviceList = new QListWidget;
+    m_deviceList = new DeviceListWidget;
     m_deviceList->setObjectName(QStringLiteral("deviceList"));
     constexpr int TextLines = 3;
     constexpr int Padding = 24;
