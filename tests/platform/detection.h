@@ -4,10 +4,9 @@
 #pragma once
 
 #include "platform/linux/LinuxDeviceManager.h"
-#include "support/fake_usb.h"
+#include "support/fake_machine_test.h"
 
 #include <QCoreApplication>
-#include <QTest>
 
 namespace Tessel::Tests {
 
@@ -39,17 +38,6 @@ inline QStringList detectedIds() {
         ids.append(device.id);
     }
     return ids;
-}
-
-/// The main() of a test of detection.
-template <typename Test>
-int runOnFakeMachine(int argc, char** argv) {
-    if (const int code = enterFakeMachine(); code != 0) {
-        return code;
-    }
-    const QCoreApplication application(argc, argv);
-    Test test;
-    return QTest::qExec(&test, argc, argv);
 }
 
 } // namespace Tessel::Tests

@@ -343,7 +343,7 @@ void TestBlockScan::percentSignsInNamesAreKept() {
 }
 
 int main(int argc, char** argv) {
-    return runOnFakeMachine<TestBlockScan>(argc, argv);
+    return runOnFakeMachine<QCoreApplication, TestBlockScan>(argc, argv);
 }
 
 #include "test_block_scan.moc"

@@ -278,7 +278,7 @@ void TestMountTable::unreadableTableEndsTheDetection() {
 }
 
 int main(int argc, char** argv) {
-    return runOnFakeMachine<TestMountTable>(argc, argv);
+    return runOnFakeMachine<QCoreApplication, TestMountTable>(argc, argv);
 }
 
 #include "test_mount_table.moc"

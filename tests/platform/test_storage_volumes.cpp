@@ -284,7 +284,7 @@ void TestStorageVolumes::eachCallLooksAfresh() {
 }
 
 int main(int argc, char** argv) {
-    return runOnFakeMachine<TestStorageVolumes>(argc, argv);
+    return runOnFakeMachine<QCoreApplication, TestStorageVolumes>(argc, argv);
 }
 
 #include "test_storage_volumes.moc"

@@ -1,0 +1,660 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// The window's list of drives: what its rows say, which one is chosen, which one belongs to the
+// container, and what a double click does.
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/WindowDriver.h"
+#include "support/fake_machine_test.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QListWidget>
+#include <QTest>
+
+#include <memory>
+
+using Tessel::Tests::CraftedContainer;
+using Tessel::Tests::DialogDriver;
+using Tessel::Tests::FakeUsb;
+using Tessel::Tests::WindowDriver;
+using Tessel::Tests::writeFile;
+
+namespace {
+
+const QString Title = QStringLiteral("Tessel");
+const QString Password = QStringLiteral("senha de teste");
+const QString MountHint =
+    QStringLiteral("Monte a unidade USB no gerenciador de arquivos e atualize a lista.");
+
+/// How a row is drawn: in grey or not, and whether it is marked as the container's.
+QString look(const QListWidgetItem* item) {
+    QStringList words;
+    if (item->foreground().style() != Qt::NoBrush) {
+        words.append(u"text "_qs + item->foreground().color().name());
+    }
+    if (item->background().style() != Qt::NoBrush) {
+        words.append(u"background "_qs + item->background().color().name());
+    }
+    words.append(QString::number(item->font().weight()));
+    if (!item->toolTip().isEmpty()) {
+        words.append(item->toolTip());
+    }
+    return words.join(u", "_qs);
+}
+
+const QString Plain = QStringLiteral("400");
+const QString Marked =
+    QStringLiteral("background #deedff, 700, Dispositivo associado ao container selecionado.");
+const QString Unmounted = QStringLiteral("text #6e6e6e, 400, ") + MountHint;
+const QString UnmountedWithoutHint = QStringLiteral("text #6e6e6e, 400");
+
+} // namespace
+
+class TestDeviceList : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void withoutDrivesAPlainRowSaysSo();
+    void plainRowCanBeClickedWithoutEffect();
+    void mountedRowTellsNamePlaceAndFreeSpace();
+    void freeSpaceIsReadAgainOnRefresh();
+    void driveWhoseStorageCannotBeReadShowsNoFreeSpace();
+    void unmountedRowIsGreyAndTellsWhatToDo();
+    void unmountedRowCannotBeSelected();
+    void driveMountedOnlyByItsDirectoryCountsAsMounted();
+    void rowsComeInTheOrderOfDetection();
+    void onlyMountedDriveIsChosen_data();
+    void onlyMountedDriveIsChosen();
+    void reachingTheListByKeyboardChoosesNoDrive();
+    void refreshFollowsTheDrives();
+    void refreshForgetsTheChosenRow();
+
+    void driveOfTheContainerIsMarked();
+    void markMovesWithTheContainer();
+    void unmountedRowsLoseTheirHintOnceAContainerIsChosen();
+    void containerFolderIsComparedWithTheDrive_data();
+    void containerFolderIsComparedWithTheDrive();
+    void innerDriveWins();
+    void lastMatchingRowWins();
+    void containerElsewhereLeavesNoDriveChosen();
+    void refreshKeepsTheMark();
+    void unpluggedDriveOfTheContainerLeavesNoneChosen();
+    void clickOnAnotherDriveGoesBackToTheContainers();
+    void arrowKeyGoesBackToTheDriveOfTheContainer();
+    void currentRowAloneGoesBackToTheDriveOfTheContainer();
+    void newVaultMarksItsDrive();
+
+    void doubleClickOpensTheContainerOfTheDrive();
+    void doubleClickChangesTheContainer();
+    void doubleClickOnADriveWithoutContainerSaysSo_data();
+    void doubleClickOnADriveWithoutContainerSaysSo();
+    void doubleClickOnAnUnmountedDriveDoesNothing();
+    void doubleClickDoesNotChangeTheContainerOfAnOpenVault();
+
+private:
+    void plugIn(const QString& device, const QString& label = QString());
+    void plugInMounted(const QString& device, const QString& directory,
+                       const QString& label = QString());
+    void openWindow();
+    void refresh();
+    [[nodiscard]] QListWidget* list() const;
+    [[nodiscard]] QStringList texts() const;
+    [[nodiscard]] QStringList looks() const;
+    /// The row that is current and alone selected; -1 when there is no such row.
+    [[nodiscard]] int chosenRow() const;
+    [[nodiscard]] QPoint middleOf(int row) const;
+    void click(int row);
+    void doubleClick(int row);
+    [[nodiscard]] QString containerText() const;
+
+    std::unique_ptr<FakeUsb> m_usb;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestDeviceList::init() {
+    qputenv("USER", "ana");
+    qunsetenv("LOGNAME");
+    m_usb = std::make_unique<FakeUsb>();
+}
+
+void TestDeviceList::cleanup() {
+    m_driver.reset();
+    m_usb.reset();
+}
+
+void TestDeviceList::plugIn(const QString& device, const QString& label) {
+    m_usb->addDisk(device);
+    if (!label.isEmpty()) {
+        m_usb->addLabel(label, device);
+    }
+}
+
+void TestDeviceList::plugInMounted(const QString& device, const QString& directory,
+                                   const QString& label) {
+    plugIn(device, label);
+    m_usb->mountVolume(device, directory);
+}
+
+void TestDeviceList::openWindow() {
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestDeviceList::refresh() {
+    m_driver->action(u"Atualizar lista"_qs)->trigger();
+}
+
+QListWidget* TestDeviceList::list() const {
+    return m_driver->deviceList();
+}
+
+QStringList TestDeviceList::texts() const {
+    QStringList texts;
+    for (int row = 0; row < list()->count(); ++row) {
+        texts.append(list()->item(row)->text());
+    }
+    return texts;
+}
+
+QStringList TestDeviceList::looks() const {
+    QStringList looks;
+    for (int row = 0; row < list()->count(); ++row) {
+        looks.append(look(list()->item(row)));
+    }
+    return looks;
+}
+
+int TestDeviceList::chosenRow() const {
+    const QList<QListWidgetItem*> selected = list()->selectedItems();
+    const bool same = selected.size() == 1 && selected.first() == list()->currentItem();
+    return same ? list()->currentRow() : -1;
+}
+
+QPoint TestDeviceList::middleOf(int row) const {
+    return list()->visualItemRect(list()->item(row)).center();
+}
+
+void TestDeviceList::click(int row) {
+    QTest::mouseClick(list()->viewport(), Qt::LeftButton, {}, middleOf(row));
+}
+
+void TestDeviceList::doubleClick(int row) {
+    click(row);
+    QTest::mouseDClick(list()->viewport(), Qt::LeftButton, {}, middleOf(row));
+}
+
+QString TestDeviceList::containerText() const {
+    return m_driver->label(u"containerLabel"_qs)->toolTip();
+}
+
+// --- What the rows say -----------------------------------------------------------------------
+
+void TestDeviceList::withoutDrivesAPlainRowSaysSo() {
+    openWindow();
+    QCOMPARE(texts(), QStringList{u"Nenhum dispositivo USB detectado."_qs});
+    QCOMPARE(looks(), QStringList{Plain});
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 0);
+    QVERIFY(list()->currentItem() == nullptr);
+    QVERIFY(list()->selectedItems().isEmpty());
+}
+
+void TestDeviceList::plainRowCanBeClickedWithoutEffect() {
+    openWindow();
+    doubleClick(0);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), QString());
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), QString());
+    QVERIFY(m_driver->dialogs.seen().isEmpty());
+    QCOMPARE(containerText(), u"Container: nenhum"_qs);
+}
+
+void TestDeviceList::mountedRowTellsNamePlaceAndFreeSpace() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs, u"MINHA\\x20PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    openWindow();
+    // A drive without a label is called by its directory.
+    QCOMPARE(texts(), (QStringList{u"MINHA PEN (/media/ana/PEN) | 8.0 MB livres"_qs,
+                                   u"/media/ana/OUTRA (/media/ana/OUTRA) | 8.0 MB livres"_qs}));
+    QCOMPARE(looks(), (QStringList{Plain, Plain}));
+    QCOMPARE(list()->item(0)->data(Qt::UserRole).toString(), u"/media/ana/PEN"_qs);
+    QCOMPARE(list()->item(0)->data(Qt::UserRole + 1).toString(), u"MINHA PEN"_qs);
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 2);
+}
+
+void TestDeviceList::freeSpaceIsReadAgainOnRefresh() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs, u"PEN"_qs);
+    openWindow();
+    QVERIFY(writeFile(u"/media/ana/PEN/half"_qs, QByteArray(4608 * 1024, 'x')));
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 8.0 MB livres"_qs});
+    refresh();
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 3.5 MB livres"_qs});
+    QVERIFY(writeFile(u"/media/ana/PEN/rest"_qs, QByteArray(3584 * 1024, 'x')));
+    refresh();
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 0 bytes livres"_qs});
+}
+
+void TestDeviceList::driveWhoseStorageCannotBeReadShowsNoFreeSpace() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/OUTER/PEN"_qs);
+    // What is mounted over the directory above makes the drive's own unreachable.
+    m_usb->mountOther(u"cover"_qs, u"/media/ana/OUTER"_qs);
+    openWindow();
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/OUTER/PEN)"_qs});
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 1);
+}
+
+void TestDeviceList::unmountedRowIsGreyAndTellsWhatToDo() {
+    plugIn(u"sdz"_qs, u"PEN"_qs);
+    openWindow();
+    QCOMPARE(texts(), QStringList{u"PEN (/dev/sdz) | não montado"_qs});
+    QCOMPARE(looks(), QStringList{Unmounted});
+    QCOMPARE(list()->item(0)->data(Qt::UserRole).toString(), QString());
+    QCOMPARE(list()->item(0)->data(Qt::UserRole + 1).toString(), u"PEN"_qs);
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 0);
+    QCOMPARE(list()->currentRow(), -1);
+}
+
+void TestDeviceList::unmountedRowCannotBeSelected() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugIn(u"sdy"_qs);
+    openWindow();
+    QVERIFY(list()->item(0)->flags() & Qt::ItemIsSelectable);
+    QVERIFY(!(list()->item(1)->flags() & Qt::ItemIsSelectable));
+    click(1);
+    QVERIFY(!list()->item(1)->isSelected());
+    QCOMPARE(m_driver->window.selectedUsbRootPath(),
+             list()->currentRow() == 0 ? u"/media/ana/PEN"_qs : QString());
+}
+
+void TestDeviceList::driveMountedOnlyByItsDirectoryCountsAsMounted() {
+    plugIn(u"sdz"_qs, u"PEN"_qs);
+    m_usb->makeDirectory(u"/media/ana/PEN"_qs);
+    openWindow();
+    // The space is that of whatever holds the directory.
+    QVERIFY2(texts().first().startsWith(u"PEN (/media/ana/PEN) | "), qPrintable(texts().first()));
+    QVERIFY2(texts().first().endsWith(u" livres"), qPrintable(texts().first()));
+    QCOMPARE(looks(), QStringList{Plain});
+    QCOMPARE(chosenRow(), 0);
+}
+
+void TestDeviceList::rowsComeInTheOrderOfDetection() {
+    plugIn(u"sda"_qs);
+    plugInMounted(u"sdz"_qs, u"/media/ana/Z"_qs, u"Z"_qs);
+    plugInMounted(u"sdb"_qs, u"/media/ana/B"_qs, u"B"_qs);
+    openWindow();
+    QCOMPARE(texts(), (QStringList{u"Z (/media/ana/Z) | 8.0 MB livres"_qs,
+                                   u"B (/media/ana/B) | 8.0 MB livres"_qs,
+                                   u"sda (/dev/sda) | não montado"_qs}));
+}
+
+// --- Which row is chosen ---------------------------------------------------------------------
+
+void TestDeviceList::onlyMountedDriveIsChosen_data() {
+    QTest::addColumn<int>("mounted");
+    QTest::addColumn<int>("unmounted");
+    QTest::addColumn<int>("chosen");
+    QTest::newRow("one mounted") << 1 << 0 << 0;
+    QTest::newRow("one mounted, one not") << 1 << 1 << 0;
+    QTest::newRow("one mounted, two not") << 1 << 2 << 0;
+    QTest::newRow("two mounted") << 2 << 0 << -1;
+    QTest::newRow("two mounted, one not") << 2 << 1 << -1;
+    QTest::newRow("three mounted") << 3 << 0 << -1;
+    QTest::newRow("one not mounted") << 0 << 1 << -1;
+    QTest::newRow("two not mounted") << 0 << 2 << -1;
+}
+
+void TestDeviceList::onlyMountedDriveIsChosen() {
+    QFETCH(const int, mounted);
+    QFETCH(const int, unmounted);
+    QFETCH(const int, chosen);
+    for (int i = 0; i < unmounted; ++i) {
+        plugIn(u"sda%1"_qs.arg(i));
+    }
+    for (int i = 0; i < mounted; ++i) {
+        plugInMounted(u"sdz%1"_qs.arg(i), u"/media/ana/PEN%1"_qs.arg(i), u"PEN%1"_qs.arg(i));
+    }
+    openWindow();
+    QCOMPARE(list()->count(), mounted + unmounted);
+    QCOMPARE(m_driver->window.mountedUsbDeviceCount(), mounted);
+    QCOMPARE(list()->currentRow(), chosen);
+    QCOMPARE(list()->selectedItems().size(), chosen < 0 ? 0 : 1);
+    QCOMPARE(chosenRow(), chosen);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(),
+             chosen < 0 ? QString() : u"/media/ana/PEN0"_qs);
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), chosen < 0 ? QString() : u"PEN0"_qs);
+}
+
+void TestDeviceList::reachingTheListByKeyboardChoosesNoDrive() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    openWindow();
+    list()->clearFocus();
+    list()->setFocus(Qt::TabFocusReason);
+    QVERIFY(list()->hasFocus());
+    QCOMPARE(list()->currentRow(), -1);
+    QTest::keyClick(list(), Qt::Key_Down);
+    QCOMPARE(chosenRow(), 0);
+    QTest::keyClick(list(), Qt::Key_Down);
+    QCOMPARE(chosenRow(), 1);
+    list()->clearFocus();
+    list()->setFocus(Qt::TabFocusReason);
+    QCOMPARE(chosenRow(), 1);
+}
+
+void TestDeviceList::refreshFollowsTheDrives() {
+    openWindow();
+    plugIn(u"sdz"_qs);
+    QTest::keyClick(&m_driver->window, Qt::Key_F5, Qt::ControlModifier);
+    QCOMPARE(texts(), QStringList{u"sdz (/dev/sdz) | não montado"_qs});
+    QCOMPARE(chosenRow(), -1);
+    m_usb->mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    refresh();
+    QCOMPARE(texts(), QStringList{u"/media/ana/PEN (/media/ana/PEN) | 8.0 MB livres"_qs});
+    QCOMPARE(chosenRow(), 0);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    refresh();
+    QCOMPARE(list()->count(), 2);
+    QCOMPARE(chosenRow(), -1);
+}
+
+void TestDeviceList::refreshForgetsTheChosenRow() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    openWindow();
+    click(1);
+    QCOMPARE(chosenRow(), 1);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/ana/OUTRA"_qs);
+    refresh();
+    QCOMPARE(list()->currentRow(), -1);
+    QVERIFY(list()->selectedItems().isEmpty());
+}
+
+// --- The drive of the container --------------------------------------------------------------
+
+void TestDeviceList::driveOfTheContainerIsMarked() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/meu.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/meu.tvlt"_qs));
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+    QCOMPARE(chosenRow(), 1);
+    QCOMPARE(m_driver->statusMessage(), u"Container selecionado."_qs);
+}
+
+void TestDeviceList::markMovesWithTheContainer() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/a.tvlt"_qs, "x"));
+    QVERIFY(writeFile(u"/media/ana/OUTRA/b.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/a.tvlt"_qs));
+    QCOMPARE(looks(), (QStringList{Marked, Plain}));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/b.tvlt"_qs));
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+    QCOMPARE(chosenRow(), 1);
+}
+
+void TestDeviceList::unmountedRowsLoseTheirHintOnceAContainerIsChosen() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugIn(u"sdy"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/a.tvlt"_qs, "x"));
+    openWindow();
+    QCOMPARE(looks(), (QStringList{Plain, Unmounted}));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/a.tvlt"_qs));
+    QCOMPARE(looks(), (QStringList{Marked, UnmountedWithoutHint}));
+}
+
+void TestDeviceList::containerFolderIsComparedWithTheDrive_data() {
+    QTest::addColumn<QString>("root");
+    QTest::addColumn<QString>("container");
+    QTest::addColumn<bool>("matches");
+    const QString pen = u"/media/ana/PEN"_qs;
+    QTest::newRow("at the root") << pen << u"/media/ana/PEN/x.tvlt"_qs << true;
+    QTest::newRow("in a folder") << pen << u"/media/ana/PEN/cofres/x.tvlt"_qs << true;
+    QTest::newRow("deep") << pen << u"/media/ana/PEN/a/b/c/x.tvlt"_qs << true;
+    QTest::newRow("name that goes on") << pen << u"/media/ana/PEN2/x.tvlt"_qs << false;
+    QTest::newRow("name that stops short") << pen << u"/media/ana/PE/x.tvlt"_qs << false;
+    QTest::newRow("folder above") << pen << u"/media/ana/x.tvlt"_qs << false;
+    QTest::newRow("other letter case") << pen << u"/media/ana/pen/x.tvlt"_qs << false;
+    QTest::newRow("short root") << u"/mnt"_qs << u"/mnt/x.tvlt"_qs << true;
+    QTest::newRow("root with a space inside")
+        << u"/media/ana/MINHA PEN"_qs << u"/media/ana/MINHA PEN/x.tvlt"_qs << true;
+    QTest::newRow("root with a space at the end")
+        << u"/media/ana/PEN "_qs << u"/media/ana/PEN /x.tvlt"_qs << true;
+    QTest::newRow("blanks around a root do not count")
+        << u"/media/ana/PEN "_qs << u"/media/ana/PEN/x.tvlt"_qs << true;
+    QTest::newRow("blanks inside a path do")
+        << u"/media/ana/PEN "_qs << u"/media/ana/PEN /cofres/x.tvlt"_qs << false;
+    QTest::newRow("root beyond ASCII")
+        << u"/media/ana/Coração"_qs << u"/media/ana/Coração/x.tvlt"_qs << true;
+}
+
+void TestDeviceList::containerFolderIsComparedWithTheDrive() {
+    QFETCH(const QString, root);
+    QFETCH(const QString, container);
+    QFETCH(const bool, matches);
+    plugInMounted(u"sdz"_qs, root);
+    m_usb->makeDirectory(QFileInfo(container).path());
+    QVERIFY(writeFile(container, "x"));
+    openWindow();
+    QCOMPARE(chosenRow(), 0);
+    QVERIFY(m_driver->chooseContainer(container));
+    QCOMPARE(looks(), QStringList{matches ? Marked : Plain});
+    QCOMPARE(list()->currentRow(), matches ? 0 : -1);
+    QCOMPARE(chosenRow(), matches ? 0 : -1);
+}
+
+void TestDeviceList::innerDriveWins() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/PEN/inner"_qs);
+    plugInMounted(u"sdx"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/inner/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/inner/x.tvlt"_qs));
+    QCOMPARE(looks(), (QStringList{Plain, Marked, Plain}));
+    QCOMPARE(chosenRow(), 1);
+}
+
+void TestDeviceList::lastMatchingRowWins() {
+    // The outer directory belongs to a drive that only its label connects with it: such drives
+    // come last.
+    plugIn(u"sdz"_qs, u"PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/PEN/inner"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/inner/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(texts().last().startsWith(u"PEN (/media/ana/PEN) | "));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/inner/x.tvlt"_qs));
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+}
+
+void TestDeviceList::containerElsewhereLeavesNoDriveChosen() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    m_usb->makeDirectory(u"/mnt/disk"_qs);
+    QVERIFY(writeFile(u"/mnt/disk/x.tvlt"_qs, "x"));
+    openWindow();
+    QCOMPARE(chosenRow(), 0);
+    QVERIFY(m_driver->chooseContainer(u"/mnt/disk/x.tvlt"_qs));
+    QCOMPARE(looks(), QStringList{Plain});
+    QCOMPARE(list()->currentRow(), -1);
+    QVERIFY(list()->selectedItems().isEmpty());
+    refresh();
+    // Even a single drive is not chosen: it is not the container's.
+    QCOMPARE(list()->currentRow(), -1);
+    QVERIFY(list()->selectedItems().isEmpty());
+}
+
+void TestDeviceList::refreshKeepsTheMark() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/x.tvlt"_qs));
+    refresh();
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+    QCOMPARE(chosenRow(), 1);
+}
+
+void TestDeviceList::unpluggedDriveOfTheContainerLeavesNoneChosen() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/x.tvlt"_qs));
+    m_usb->unmount(u"/media/ana/OUTRA"_qs);
+    refresh();
+    QCOMPARE(looks(), (QStringList{Plain, UnmountedWithoutHint}));
+    QCOMPARE(list()->currentRow(), -1);
+    QCOMPARE(containerText(), u"Container: x.tvlt"_qs);
+    m_usb->mountVolume(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    refresh();
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+}
+
+void TestDeviceList::clickOnAnotherDriveGoesBackToTheContainers() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_qs));
+    click(1);
+    QCOMPARE(looks(), (QStringList{Marked, Plain}));
+    QCOMPARE(list()->currentRow(), 0);
+    QVERIFY(list()->item(0)->isSelected());
+    QVERIFY(!list()->item(1)->isSelected());
+}
+
+void TestDeviceList::arrowKeyGoesBackToTheDriveOfTheContainer() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_qs));
+    list()->setFocus();
+    QTest::keyClick(list(), Qt::Key_Down);
+    QCOMPARE(looks(), (QStringList{Marked, Plain}));
+    QCOMPARE(chosenRow(), 0);
+}
+
+void TestDeviceList::currentRowAloneGoesBackToTheDriveOfTheContainer() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_qs));
+    list()->setCurrentRow(1, QItemSelectionModel::NoUpdate);
+    QCOMPARE(chosenRow(), 0);
+    list()->clearSelection();
+    QCOMPARE(chosenRow(), 0);
+}
+
+void TestDeviceList::newVaultMarksItsDrive() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugIn(u"sdy"_qs);
+    m_usb->mountVolume(u"sdy"_qs, u"/media/ana/OUTRA"_qs, 64 << 20);
+    openWindow();
+    const QString path = u"/media/ana/OUTRA/tessel.tvlt"_qs;
+    m_driver->dialogs.answerFiles(u"Criar container Tessel"_qs, {path});
+    m_driver->dialogs.answerText(u"Definir senha do cofre"_qs, Password);
+    m_driver->dialogs.answerText(u"Confirmar senha do cofre"_qs, Password);
+    m_driver->action(u"Criar novo cofre..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(QFile::exists(path));
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+    QCOMPARE(chosenRow(), 1);
+    QCOMPARE(m_driver->statusMessage(), u"Cofre criado com sucesso."_qs);
+}
+
+// --- Double click ----------------------------------------------------------------------------
+
+void TestDeviceList::doubleClickOpensTheContainerOfTheDrive() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    // What is in it is not looked at.
+    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_qs, {}));
+    openWindow();
+    QVERIFY(!m_driver->action(u"Desbloquear"_qs)->isEnabled());
+    doubleClick(1);
+    QVERIFY(m_driver->dialogs.seen().isEmpty());
+    QCOMPARE(containerText(), u"Container: Tessel"_qs);
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+    QCOMPARE(chosenRow(), 1);
+    QVERIFY(m_driver->action(u"Desbloquear"_qs)->isEnabled());
+}
+
+void TestDeviceList::doubleClickChangesTheContainer() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/PEN/outro.tvlt"_qs, "x"));
+    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_qs, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/outro.tvlt"_qs));
+    doubleClick(1);
+    QCOMPARE(containerText(), u"Container: Tessel"_qs);
+    QCOMPARE(looks(), (QStringList{Plain, Marked}));
+    QCOMPARE(chosenRow(), 1);
+}
+
+void TestDeviceList::doubleClickOnADriveWithoutContainerSaysSo_data() {
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("folder");
+    QTest::newRow("empty drive") << QString() << QString();
+    QTest::newRow("container of another name") << u"outro.tvlt"_qs << QString();
+    QTest::newRow("other letter case") << u"TESSEL.TVLT"_qs << QString();
+    QTest::newRow("container in a folder") << u"cofres/tessel.tvlt"_qs << u"cofres"_qs;
+    QTest::newRow("folder of that name") << QString() << u"tessel.tvlt"_qs;
+}
+
+void TestDeviceList::doubleClickOnADriveWithoutContainerSaysSo() {
+    QFETCH(const QString, file);
+    QFETCH(const QString, folder);
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    const QDir root(u"/media/ana/PEN"_qs);
+    QVERIFY(folder.isEmpty() || root.mkdir(folder));
+    QVERIFY(file.isEmpty() || writeFile(root.filePath(file), "x"));
+    openWindow();
+    m_driver->dialogs.press(Title, u"OK"_qs);
+    doubleClick(0);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Nenhum tessel.tvlt foi encontrado em /media/ana/PEN. Use Criar cofre para criar um "
+             "novo container."_qs);
+    QCOMPARE(m_driver->dialogs.seen().first().buttons, QStringList{u"OK"_qs});
+    QCOMPARE(containerText(), u"Container: nenhum"_qs);
+    QCOMPARE(looks(), QStringList{Plain});
+}
+
+void TestDeviceList::doubleClickOnAnUnmountedDriveDoesNothing() {
+    plugIn(u"sdz"_qs);
+    openWindow();
+    doubleClick(0);
+    QVERIFY(m_driver->dialogs.seen().isEmpty());
+    QCOMPARE(containerText(), u"Container: nenhum"_qs);
+    QCOMPARE(looks(), QStringList{Unmounted});
+}
+
+void TestDeviceList::doubleClickDoesNotChangeTheContainerOfAnOpenVault() {
+    plugIn(u"sdz"_qs);
+    m_usb->mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs, 64 << 20);
+    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_qs, "x"));
+    QVERIFY(CraftedContainer().writeTo(u"/media/ana/PEN/meu.tvlt"_qs));
+    openWindow();
+    QVERIFY(m_driver->openVault(u"/media/ana/PEN/meu.tvlt"_qs, Password));
+    doubleClick(1);
+    QCOMPARE(containerText(), u"Container: meu.tvlt"_qs);
+    QCOMPARE(looks(), (QStringList{Marked, Plain}));
+    QVERIFY(m_driver->vaultIsOpen());
+}
+
+int main(int argc, char** argv) {
+    return Tessel::Tests::runOnFakeMachine<QApplication, TestDeviceList>(argc, argv);
+}
+
+#include "test_device_list.moc"
