@@ -3,9 +3,11 @@
 
 #include "DriverRun.h"
 
+#include "support/Files.h"
+
 #include <QProcess>
 #include <QProcessEnvironment>
-#include <QStandardPaths>
+#include <QTemporaryFile>
 
 namespace Tessel::Tests {
 
@@ -38,7 +40,9 @@ bool canInjectFaults() {
 DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
                     const QStringList& injections) {
     QStringList options = StraceOptions;
-    options << QStringLiteral("-P") << watchedPath;
+    if (!watchedPath.isEmpty()) {
+        options << QStringLiteral("-P") << watchedPath;
+    }
     for (const QString& injection : injections) {
         options << QStringLiteral("-e") << QStringLiteral("inject=") + injection;
     }
@@ -54,6 +58,26 @@ DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
         result.said.insert(line.left(equals), line.mid(equals + 1));
     }
     return result;
+}
+
+QStringList callsOfDriver(const QStringList& arguments, const QString& names) {
+    QTemporaryFile trace;
+    if (!trace.open()) {
+        return {};
+    }
+    QProcess process;
+    const QStringList options{QStringLiteral("-f"),
+                              QStringLiteral("-qq"),
+                              QStringLiteral("-o"),
+                              trace.fileName(),
+                              QStringLiteral("-e"),
+                              QStringLiteral("trace=") + names,
+                              QStringLiteral(TESSEL_FAULT_DRIVER)};
+    if (run(process, options + arguments) != 0) {
+        return {};
+    }
+    return QString::fromUtf8(readFile(trace.fileName()))
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 } // namespace Tessel::Tests

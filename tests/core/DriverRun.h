@@ -31,9 +31,14 @@ struct DriverRun {
 /// Whether processes may be traced here.
 [[nodiscard]] bool canInjectFaults();
 
-/// Runs one operation of a vault in a process of its own, in which system calls on @p watchedPath
-/// fail as @p injections say, each in strace's words: "fdatasync:error=EIO:when=2".
+/// Runs one operation of a vault in a process of its own, in which system calls fail as
+/// @p injections say, each in strace's words: "fdatasync:error=EIO:when=2". Only calls on
+/// @p watchedPath count, unless it is empty.
 [[nodiscard]] DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
                                   const QStringList& injections);
+
+/// The system calls of those names that the operation makes, in order, as strace writes them. They
+/// tell which one an injection has to count to.
+[[nodiscard]] QStringList callsOfDriver(const QStringList& arguments, const QString& names);
 
 } // namespace Tessel::Tests

@@ -1,0 +1,606 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "DriverRun.h"
+#include "VaultFixture.h"
+#include "core/ContainerManager.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+constexpr qint64 CopyChunk = 8388608;
+const QString CopyLabel = QStringLiteral("Substituindo container no USB");
+
+/// Two files of several blocks each with dead bytes before, between and behind them, an empty file
+/// and two folders.
+CraftedContainer usedContainer() {
+    CraftedContainer crafted;
+    crafted.addFolder(QStringLiteral("docs"))
+        .addFolder(QStringLiteral("empty folder"))
+        .leaveGap(5000)
+        .addFile(QStringLiteral("docs/a.bin"), noise(2500, 1), 1000)
+        .leaveGap(123)
+        .addFile(QStringLiteral("nothing"), {})
+        .addFile(QStringLiteral("b.bin"), noise(700, 2), 300)
+        .leaveGap(1);
+    return crafted;
+}
+
+constexpr qint64 UsedPlainBytes = 2500 + 700;
+constexpr qint64 UsedSealedBytes = UsedPlainBytes + 6 * 16;
+
+struct ProgressCall {
+    qint64 done = 0;
+    qint64 total = 0;
+    QString name;
+
+    bool operator==(const ProgressCall&) const = default;
+};
+
+/// The folder in which a container is rebuilt, when there is exactly one.
+std::optional<QString> rebuildFolder(const VaultFixture& fixture) {
+    const QStringList names =
+        QDir(fixture.temporaryFolder())
+            .entryList({QStringLiteral("Tessel-compact-*")}, QDir::Dirs | QDir::Hidden);
+    return names.size() == 1 ? std::optional<QString>(fixture.temporaryFolder() + QLatin1Char('/') +
+                                                      names.first())
+                             : std::nullopt;
+}
+
+bool hasUsedContents(const VaultFixture& fixture) {
+    return fixture.stored(QStringLiteral("docs/a.bin")) == noise(2500, 1) &&
+           fixture.stored(QStringLiteral("b.bin")) == noise(700, 2) &&
+           fixture.stored(QStringLiteral("nothing")).isEmpty() &&
+           fixture.folderPaths() ==
+               QStringList({QStringLiteral("docs"), QStringLiteral("empty folder")});
+}
+
+/// Runs @p action once, when copying back to the drive begins.
+VaultManager::Progress whenCopyingBackBegins(const std::function<void()>& action) {
+    return [action](qint64 done, qint64, const QString& name) {
+        if (name == CopyLabel && done == 0) {
+            action();
+        }
+    };
+}
+
+} // namespace
+
+class TestVaultCompaction : public QObject {
+    Q_OBJECT
+
+private:
+    /// The old container is untouched, nothing is left behind, and no path is given.
+    static void compareNothingHappened(const VaultFixture& fixture, const VaultPicture& before,
+                                       const QString& error) {
+        QCOMPARE(error, QString());
+        COMPARE_UNCHANGED(before);
+        QVERIFY(!rebuildFolder(fixture));
+        QVERIFY(hasUsedContents(fixture));
+    }
+
+    /// The drive has no container; the rebuilt one was kept, and is the whole vault.
+    static void compareRebuiltContainerIsKept(VaultFixture& fixture, const QByteArray& indexBefore,
+                                              const QString& error) {
+        QVERIFY(!QFileInfo::exists(fixture.container()));
+        const std::optional<QString> folder = rebuildFolder(fixture);
+        QVERIFY(folder);
+        QCOMPARE(error, *folder + QStringLiteral("/tessel.tvlt"));
+        QVERIFY(QFileInfo(error).isAbsolute());
+        QCOMPARE(fixture.vault.fileIndex().toJson(), indexBefore);
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(QFile::copy(error, fixture.container()));
+        QVERIFY(fixture.unlock());
+        QVERIFY(hasUsedContents(fixture));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + UsedSealedBytes);
+    }
+
+private Q_SLOTS:
+    // --- What compaction does --------------------------------------------------------------
+
+    void deadBytesAreGoneAndEverythingElseIsThere() {
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        const QByteArray before = readFile(fixture.container());
+        const QList<VaultFileEntry> oldEntries = fixture.vault.fileIndex().entries();
+        ContainerDocument old;
+        QVERIFY(ContainerManager().readDocument(fixture.container(), &old));
+        QString error = QStringLiteral("to be emptied");
+        QVERIFY(fixture.vault.compactVault({}, &error));
+        QCOMPARE(error, QString());
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QVERIFY(hasUsedContents(fixture));
+        QVERIFY(!rebuildFolder(fixture));
+
+        // The sealed bytes moved together, in the order of the index, and did not change.
+        const QByteArray after = readFile(fixture.container());
+        QCOMPARE(after.size(), PayloadOffset + UsedSealedBytes);
+        const QList<VaultFileEntry> entries = fixture.vault.fileIndex().entries();
+        QCOMPARE(entries.size(), oldEntries.size());
+        qint64 offset = PayloadOffset;
+        for (qsizetype file = 0; file < entries.size(); ++file) {
+            const VaultFileEntry& now = entries.at(file);
+            const VaultFileEntry& then = oldEntries.at(file);
+            QCOMPARE(now.vaultPath, then.vaultPath);
+            QCOMPARE(now.id, then.id);
+            QCOMPARE(now.sha256, then.sha256);
+            QCOMPARE(now.sizeBytes, then.sizeBytes);
+            QCOMPARE(now.lastModifiedUtc, then.lastModifiedUtc);
+            QCOMPARE(now.blocks.size(), then.blocks.size());
+            for (qsizetype i = 0; i < now.blocks.size(); ++i) {
+                const VaultFileBlock& block = now.blocks.at(i);
+                QCOMPARE(block.offset, offset);
+                QCOMPARE(block.nonce, then.blocks.at(i).nonce);
+                QCOMPARE(block.plainSize, then.blocks.at(i).plainSize);
+                QCOMPARE(block.encryptedSize, then.blocks.at(i).encryptedSize);
+                QVERIFY(after.mid(block.offset, block.encryptedSize) ==
+                        before.mid(then.blocks.at(i).offset, block.encryptedSize));
+                offset += block.encryptedSize;
+            }
+        }
+
+        // Nothing is re-keyed; only the index is sealed anew.
+        ContainerDocument now;
+        QVERIFY(ContainerManager().readDocument(fixture.container(), &now));
+        QCOMPARE(now.crypto.salt, old.crypto.salt);
+        QCOMPARE(now.crypto.nonce, old.crypto.nonce);
+        QCOMPARE(now.crypto.kdf, old.crypto.kdf);
+        QCOMPARE(now.crypto.kdfIterations, old.crypto.kdfIterations);
+        QCOMPARE(now.crypto.cipher, old.crypto.cipher);
+        QCOMPARE(now.crypto.encryptedMasterKey, old.crypto.encryptedMasterKey);
+        QVERIFY(now.crypto.payloadNonce != old.crypto.payloadNonce);
+        QCOMPARE(now.crypto.payloadNonce.size(), 24);
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void aSecondCompactionChangesNothingButTheIndexNonce() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        const QByteArray payload = readFile(fixture.container()).mid(PayloadOffset);
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(readFile(fixture.container()).mid(PayloadOffset) == payload);
+        QCOMPARE(fixture.vault.fileIndex().toJson(), index);
+    }
+
+    void theVaultGoesOnAfterCompaction() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(fixture.store(QStringLiteral("new"), "stored afterwards"));
+        QVERIFY(fixture.vault.renameFile(QStringLiteral("b.bin"), QStringLiteral("c.bin")));
+        QCOMPARE(fixture.stored(QStringLiteral("new")), QByteArray("stored afterwards"));
+        QCOMPARE(fixture.stored(QStringLiteral("c.bin")), noise(700, 2));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void aVaultWithoutFilesShrinksToItsHeader() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        for (const QString& path : fixture.filePaths()) {
+            QVERIFY(fixture.vault.deleteFile(path));
+        }
+        QList<ProgressCall> calls;
+        QVERIFY(fixture.vault.compactVault(
+            [&](qint64 done, qint64 total, const QString& name) {
+                calls.append({done, total, name});
+            },
+            nullptr));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
+        QVERIFY(fixture.filePaths().isEmpty());
+        QCOMPARE(fixture.folderPaths(),
+                 QStringList({QStringLiteral("docs"), QStringLiteral("empty folder")}));
+        // No block, no call while rebuilding.
+        QCOMPARE(calls, (QList<ProgressCall>{{0, PayloadOffset, CopyLabel},
+                                             {CopyChunk, PayloadOffset, CopyLabel},
+                                             {PayloadOffset, PayloadOffset, CopyLabel}}));
+        QVERIFY(!indexAsOpenedAnew(fixture.container(), TestPassword).isEmpty());
+    }
+
+    void progressCountsPlaintextThenTheContainer() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QList<ProgressCall> calls;
+        QVERIFY(fixture.vault.compactVault(
+            [&](qint64 done, qint64 total, const QString& name) {
+                calls.append({done, total, name});
+            },
+            nullptr));
+        const qint64 size = PayloadOffset + UsedSealedBytes;
+        const QString a = QStringLiteral("docs/a.bin");
+        const QString b = QStringLiteral("b.bin");
+        QCOMPARE(calls, (QList<ProgressCall>{{1000, UsedPlainBytes, a},
+                                             {2000, UsedPlainBytes, a},
+                                             {2500, UsedPlainBytes, a},
+                                             {2800, UsedPlainBytes, b},
+                                             {3100, UsedPlainBytes, b},
+                                             {3200, UsedPlainBytes, b},
+                                             {0, size, CopyLabel},
+                                             {CopyChunk, size, CopyLabel},
+                                             {size, size, CopyLabel}}));
+    }
+
+    void theContainerIsRebuiltInAPrivateFolderThatHoldsNoPlaintext() {
+        CraftedContainer crafted;
+        const QByteArray secret = QByteArrayLiteral("a secret that must stay sealed");
+        crafted.addFile(QStringLiteral("a-secret-name"), secret.repeated(100));
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QString folder;
+        QByteArray rebuilt;
+        QFile::Permissions permissions;
+        QVERIFY(fixture.vault.compactVault(whenCopyingBackBegins([&] {
+                                               folder = rebuildFolder(fixture).value_or(QString());
+                                               permissions = QFile::permissions(folder);
+                                               rebuilt = readFile(folder +
+                                                                  QStringLiteral("/tessel.tvlt"));
+                                           }),
+                                           nullptr));
+        const QRegularExpression name(QStringLiteral("/Tessel-compact-[A-Za-z0-9]{6}$"));
+        QVERIFY2(name.match(folder).hasMatch(), qPrintable(folder));
+        QVERIFY(!(permissions & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                 QFile::ReadOther | QFile::WriteOther | QFile::ExeOther)));
+        QVERIFY(!rebuilt.isEmpty());
+        QVERIFY(!rebuilt.contains(secret) && !rebuilt.contains("a-secret-name"));
+        // What is on the drive is that file, byte for byte.
+        QVERIFY(readFile(fixture.container()) == rebuilt);
+        QVERIFY(!QFileInfo::exists(folder));
+    }
+
+    void openCopiesAreNeitherTakenBackNorTouched() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QString copy;
+        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("b.bin"), &copy));
+        QVERIFY(writeFile(copy, "edited"));
+        QFile file(copy);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QVERIFY(file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(60),
+                                 QFileDevice::FileModificationTime));
+        file.close();
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QCOMPARE(readFile(copy), QByteArray("edited"));
+        QCOMPARE(fixture.stored(QStringLiteral("b.bin")), noise(700, 2));
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(QStringLiteral("b.bin")), QByteArray("edited"));
+    }
+
+    void keysOfOlderLayoutsAreDropped() {
+        CraftedContainer crafted = usedContainer();
+        crafted.setCryptoMember(QStringLiteral("authTag"), QStringLiteral("AAAA"))
+            .setHeaderMember(QStringLiteral("encryptedPayload"), QStringLiteral("AAAA"));
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        ContainerDocument now;
+        QVERIFY(ContainerManager().readDocument(fixture.container(), &now));
+        QVERIFY(now.crypto.authTag.isEmpty());
+        QVERIFY(now.encryptedPayload.isEmpty());
+    }
+
+    void aFullFlowWithARealKeyKeepsItsPassword() {
+        VaultFixture fixture;
+        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
+        QVERIFY(fixture.unlock());
+        const QByteArray bytes = noise(VaultManager::ChunkBytes + 1000);
+        QVERIFY(fixture.store(QStringLiteral("old"), noise(100000)));
+        QVERIFY(fixture.store(QStringLiteral("kept"), bytes));
+        QVERIFY(fixture.vault.deleteFile(QStringLiteral("old")));
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + bytes.size() + 32);
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.stored(QStringLiteral("kept")) == bytes);
+    }
+
+    // --- Failures that leave the old container ---------------------------------------------
+
+    void aContainerThatIsGoneOrBrokenIsNotCompacted() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QString error = QStringLiteral("to be emptied");
+        QVERIFY(overwriteAt(fixture.container(), 0, "BROKEN!"));
+        const QByteArray broken = readFile(fixture.container());
+        QVERIFY(!fixture.vault.compactVault({}, &error));
+        QCOMPARE(error, QString());
+        QVERIFY(readFile(fixture.container()) == broken);
+        QVERIFY(QFile::remove(fixture.container()));
+        QVERIFY(!fixture.vault.compactVault({}, &error));
+        QVERIFY(!QFileInfo::exists(fixture.container()));
+        QVERIFY(!rebuildFolder(fixture));
+    }
+
+    void aTemporaryFolderThatCannotBeMadeIsAFailure() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QString error = QStringLiteral("to be emptied");
+        const QString inTheWay = fixture.write(QStringLiteral("file"), "no folder");
+        qputenv("TMPDIR", QFile::encodeName(inTheWay));
+        const bool compacted = fixture.vault.compactVault({}, &error);
+        qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
+        QVERIFY(!compacted);
+        compareNothingHappened(fixture, before, error);
+    }
+
+    void aLocalDiskWithoutRoomIsAFailure_data() {
+        QTest::addColumn<qint64>("room");
+        QTest::newRow("none") << qint64(0);
+        QTest::newRow("the folder alone") << qint64(4096);
+        QTest::newRow("half a header region") << CopyChunk / 2;
+        QTest::newRow("the header, not the blocks") << CopyChunk + 4096;
+    }
+    void aLocalDiskWithoutRoomIsAFailure() {
+        QFETCH(const qint64, room);
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(12 * MiB);
+        QVERIFY(disk.isMounted());
+        QVERIFY(disk.fillUpTo(room));
+        CraftedContainer crafted = usedContainer();
+        crafted.addFile(QStringLiteral("big"), noise(100000));
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QString error = QStringLiteral("to be emptied");
+        qputenv("TMPDIR", QFile::encodeName(disk.path()));
+        const bool compacted = fixture.vault.compactVault({}, &error);
+        qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
+        QVERIFY(!compacted);
+        QCOMPARE(QDir(disk.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList(QStringLiteral("filler")));
+        QCOMPARE(disk.bytesFree(), room);
+        compareNothingHappened(fixture, before, error);
+    }
+
+    void aBlockThatCannotBeReadIsAFailure_data() {
+        QTest::addColumn<QString>("member");
+        QTest::addColumn<QJsonValue>("value");
+        QTest::newRow("beyond the end") << QStringLiteral("offset") << QJsonValue(1LL << 40);
+        QTest::newRow("partly beyond the end")
+            << QStringLiteral("offset") << QJsonValue(usedContainer().fileSize() - 10);
+        QTest::newRow("negative") << QStringLiteral("offset") << QJsonValue(-1);
+    }
+    void aBlockThatCannotBeReadIsAFailure() {
+        QFETCH(const QString, member);
+        QFETCH(const QJsonValue, value);
+        CraftedContainer crafted = usedContainer();
+        crafted.addFile(QStringLiteral("lost"), "lost").setBlockMember(3, 0, member, value);
+        VaultFixture fixture(crafted);
+        QVERIFY(QFile::resize(fixture.container(), usedContainer().fileSize()));
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QString error = QStringLiteral("to be emptied");
+        QVERIFY(!fixture.vault.compactVault({}, &error));
+        compareNothingHappened(fixture, before, error);
+    }
+
+    void aRebuiltContainerThatVanishesIsAFailure() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QString error = QStringLiteral("to be emptied");
+        // Somebody tidies up the temporary folder while the blocks are copied.
+        QVERIFY(!fixture.vault.compactVault(
+            [&](qint64, qint64, const QString&) {
+                const std::optional<QString> folder = rebuildFolder(fixture);
+                QVERIFY(!folder || QDir(*folder).removeRecursively());
+            },
+            &error));
+        compareNothingHappened(fixture, before, error);
+    }
+
+    void aContainerThatCannotBeDeletedStays() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        const PinnedFile pinned(fixture.container());
+        QVERIFY(pinned.isMounted());
+        QString error = QStringLiteral("to be emptied");
+        QVERIFY(!fixture.vault.compactVault({}, &error));
+        compareNothingHappened(fixture, before, error);
+    }
+
+    void aContainerInAFolderWithoutTheRightStays() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QVERIFY(QFile::setPermissions(fixture.driveFolder(), QFile::ReadOwner | QFile::ExeOwner));
+        QString error = QStringLiteral("to be emptied");
+        bool compacted = true;
+        {
+            const ObeyPermissions obey;
+            compacted = fixture.vault.compactVault({}, &error);
+        }
+        QVERIFY(QFile::setPermissions(fixture.driveFolder(),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QVERIFY(!compacted);
+        compareNothingHappened(fixture, before, error);
+    }
+
+    void callsThatFailBeforeTheContainerIsDeletedLeaveIt_data() {
+        QTest::addColumn<QString>("injection");
+        // Unlocking reads the container three times, and so does reading the document anew.
+        QTest::newRow("document") << QStringLiteral("read:error=EIO:when=4");
+        QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=3");
+        QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=7");
+        QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=12");
+        QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=3");
+        QTest::newRow("deletion") << QStringLiteral("unlink:error=EROFS:when=1");
+    }
+    void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const DriverRun run = runDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
+            fixture.container(), {injection});
+        QVERIFY(run.refused());
+        QVERIFY(!rebuildFolder(fixture));
+        QCOMPARE(run.text(), QString());
+        COMPARE_UNCHANGED(before);
+    }
+
+    // --- Failures that leave the rebuilt container -----------------------------------------
+
+    void aDriveThatFillsUpKeepsTheRebuiltContainer_data() {
+        QTest::addColumn<qint64>("room");
+        QTest::newRow("nothing") << qint64(0);
+        QTest::newRow("part of the first piece") << qint64(1 * MiB);
+        QTest::newRow("the first piece alone") << CopyChunk;
+    }
+    void aDriveThatFillsUpKeepsTheRebuiltContainer() {
+        QFETCH(const qint64, room);
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(16 * MiB);
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QString error;
+        QVERIFY(!fixture.vault.compactVault(
+            whenCopyingBackBegins([&] { QVERIFY(disk.fillUpTo(room)); }), &error));
+        QVERIFY(QFile::remove(disk.filePath(QStringLiteral("filler"))));
+        compareRebuiltContainerIsKept(fixture, index, error);
+    }
+
+    void aFileSizeLimitKeepsTheRebuiltContainer() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QString error;
+        std::unique_ptr<FileSizeLimit> limit;
+        QVERIFY(!fixture.vault.compactVault(
+            whenCopyingBackBegins([&] { limit = std::make_unique<FileSizeLimit>(CopyChunk + 5); }),
+            &error));
+        limit.reset();
+        compareRebuiltContainerIsKept(fixture, index, error);
+    }
+
+    void aRebuiltContainerThatIsCutIsNotTakenForWhole() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QString error;
+        QByteArray rebuilt;
+        QVERIFY(!fixture.vault.compactVault(whenCopyingBackBegins([&] {
+                                                const QString path =
+                                                    rebuildFolder(fixture).value_or(QString()) +
+                                                    QStringLiteral("/tessel.tvlt");
+                                                rebuilt = readFile(path);
+                                                QVERIFY(QFile::resize(path, rebuilt.size() - 1));
+                                            }),
+                                            &error));
+        QVERIFY(writeFile(error, rebuilt));
+        compareRebuiltContainerIsKept(fixture, index, error);
+    }
+
+    void theErrorMayBeUnwanted() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        std::unique_ptr<FileSizeLimit> limit;
+        QVERIFY(!fixture.vault.compactVault(
+            whenCopyingBackBegins([&] { limit = std::make_unique<FileSizeLimit>(5); }), nullptr));
+        limit.reset();
+        QVERIFY(rebuildFolder(fixture));
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+    }
+
+    void callsThatFailWhileCopyingBackKeepTheRebuiltContainer_data() {
+        QTest::addColumn<QString>("injection");
+        // The container is opened to unlock it, to read the document, to read the blocks, and then
+        // as a new file.
+        QTest::newRow("new container cannot be made")
+            << QStringLiteral("openat:error=EROFS:when=4");
+        QTest::newRow("first write") << QStringLiteral("write:error=EIO:when=1");
+        QTest::newRow("second write") << QStringLiteral("write:error=EIO:when=2");
+        QTest::newRow("write-back") << QStringLiteral("sync_file_range:error=EIO:when=1");
+        QTest::newRow("flush") << QStringLiteral("fdatasync:error=EIO:when=1");
+    }
+    void callsThatFailWhileCopyingBackKeepTheRebuiltContainer() {
+        QFETCH(const QString, injection);
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        const DriverRun run = runDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
+            fixture.container(), {injection});
+        QVERIFY(run.refused());
+        compareRebuiltContainerIsKept(fixture, index, run.text());
+    }
+
+    void aRebuiltContainerThatCannotBeOpenedIsKept() {
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        // Its name is drawn anew each time: a first run counts the files opened until the old
+        // container is deleted, and the next one is the rebuilt container.
+        const auto compact = [](const VaultFixture& fixture) {
+            return QStringList{fixture.container(), QString::fromUtf8(TestPassword),
+                               QStringLiteral("compact")};
+        };
+        int opened = 0;
+        {
+            const VaultFixture rehearsal(usedContainer());
+            const QStringList calls =
+                callsOfDriver(compact(rehearsal), QStringLiteral("openat,unlink"));
+            const auto deleted =
+                std::find_if(calls.cbegin(), calls.cend(), [&](const QString& call) {
+                    return call.contains(QLatin1String("unlink(")) &&
+                           call.contains(rehearsal.container());
+                });
+            QVERIFY(deleted != calls.cend());
+            opened = static_cast<int>(std::count_if(calls.cbegin(), deleted, [](const QString& c) {
+                return c.contains(QLatin1String("openat("));
+            }));
+            QVERIFY((deleted + 1)->contains(QLatin1String("/Tessel-compact-")));
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        const DriverRun run =
+            runDriver(compact(fixture), QString(),
+                      {QStringLiteral("openat:error=EMFILE:when=%1").arg(opened + 1)});
+        QVERIFY(run.refused());
+        compareRebuiltContainerIsKept(fixture, index, run.text());
+    }
+};
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    QCoreApplication application(argc, argv);
+    TestVaultCompaction test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "test_vault_compaction.moc"
