@@ -45,13 +45,16 @@ std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end) {
     }
     bool isNumber = false;
     const qint64 imageBytes = trailer.mid(DigestBytes, LengthDigits).toLongLong(&isNumber);
-    const qint64 begin = end - TrailerBytes - imageBytes;
     if (!isNumber || imageBytes <= LengthLineBytes || imageBytes > LargestImage ||
-        begin < PayloadOffset) {
+        imageBytes > end - TrailerBytes - PayloadOffset) {
         return std::nullopt;
     }
+    const qint64 begin = end - TrailerBytes - imageBytes;
     const RedoRecord record{begin, readAt(file, begin, imageBytes)};
+    // Anyone can make a digest. A header under another length line would not open once it stood in
+    // its place, and the record would be gone.
     const bool whole = record.headerImage.size() == imageBytes &&
+                       record.headerImage.startsWith(lengthLineFor(imageBytes - LengthLineBytes)) &&
                        digestOf(record.headerImage) == trailer.left(DigestBytes);
     return whole ? std::optional<RedoRecord>(record) : std::nullopt;
 }
