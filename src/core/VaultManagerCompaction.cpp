@@ -145,7 +145,8 @@ bool VaultManager::copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIn
                 return false;
             }
             moved.blocks.append(block);
-            done += block.plainSize;
+            // The index may claim any size; this is the true one, and no sum of it overflows.
+            done += sealed.size() - CryptoManager::TagBytes;
             if (progress) {
                 progress(done, total, entry.vaultPath);
             }

@@ -12,13 +12,24 @@
 
 namespace Tessel::Core {
 
+namespace {
+
+// Whether the local disk can tell this path from every other. Half a surrogate pair is stored as a
+// replacement character, and a zero ends a name early: two vault files would share one copy, and
+// each would take over the other's content.
+bool isNameOnDisk(const QString& path) {
+    return !path.contains(QChar::Null) && QFile::decodeName(QFile::encodeName(path)) == path;
+}
+
+} // namespace
+
 QList<TrackedTempFile> VaultManager::modifiedOpenFiles() const {
     return m_fileSync.modifiedFiles();
 }
 
 bool VaultManager::prepareFileForEditing(const QString& vaultPath, QString* tempPath) {
     const QString path = normalizedVaultPath(vaultPath);
-    if (!isUnlocked() || !tempPath || path.isEmpty()) {
+    if (!isUnlocked() || !tempPath || path.isEmpty() || !isNameOnDisk(path)) {
         return false;
     }
     const QString copyPath = m_workspace.pathForVaultFile(path);

@@ -69,9 +69,13 @@ bool VaultManager::saveWithFileAt(const QString& oldPath, const QString& newPath
         }
     }
     const QList<VaultFileEntry> entries = m_index.entries();
+    bool moved = false;
     for (VaultFileEntry entry : entries) {
-        if (sameVaultPath(entry.vaultPath, oldPath)) {
+        // A foreign index may hold two paths that differ in letter case alone. Only the first is
+        // the one that opens, and two files on one path would be one file less.
+        if (!moved && sameVaultPath(entry.vaultPath, oldPath)) {
             entry.vaultPath = newPath;
+            moved = true;
         }
         if (!working.addOrReplace(entry)) {
             return false;

@@ -85,6 +85,103 @@ private Q_SLOTS:
         QVERIFY(!fixture.unlock());
         QVERIFY(readFile(fixture.container()) == before);
     }
+
+    // --- The index --------------------------------------------------------------------------
+
+    void compactionSurvivesSizesThatNoNumberHolds_data() {
+        QTest::addColumn<qint64>("plainSize");
+        QTest::newRow("largest") << Largest;
+        QTest::newRow("smallest") << Smallest;
+    }
+    void compactionSurvivesSizesThatNoNumberHolds() {
+        QFETCH(const qint64, plainSize);
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("a"), "abcd", 2).addFile(QStringLiteral("b"), "efg");
+        crafted.setBlockMember(0, 0, QStringLiteral("plainSize"), plainSize)
+            .setBlockMember(0, 1, QStringLiteral("plainSize"), plainSize)
+            .setFileMember(0, QStringLiteral("sizeBytes"), plainSize)
+            .setFileMember(1, QStringLiteral("sizeBytes"), plainSize);
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QList<qint64> rebuilt;
+        const auto progress = [&rebuilt](qint64 done, qint64 /*total*/, const QString& name) {
+            if (name.size() == 1) {
+                rebuilt.append(done);
+            }
+        };
+        QVERIFY(fixture.vault.compactVault(progress, nullptr));
+        QCOMPARE(rebuilt, QList<qint64>({2, 4, 7}));
+        QCOMPARE(fixture.stored(QStringLiteral("a")), "(refused)");
+        QCOMPARE(fixture.stored(QStringLiteral("b")), "efg");
+    }
+
+    void twoPathsThatDifferInCaseStayTwoFiles_data() {
+        QTest::addColumn<bool>("move");
+        QTest::newRow("move") << true;
+        QTest::newRow("rename") << false;
+    }
+    void twoPathsThatDifferInCaseStayTwoFiles() {
+        QFETCH(const bool, move);
+        CraftedContainer crafted;
+        crafted.addFolder(QStringLiteral("d"));
+        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        const QString target = QStringLiteral("d/a");
+        QVERIFY(move ? fixture.vault.moveFile(QStringLiteral("a"), QStringLiteral("d"))
+                     : fixture.vault.renameFile(QStringLiteral("a"), target));
+        QCOMPARE(fixture.filePaths(), QStringList({target, QStringLiteral("A")}));
+        QCOMPARE(fixture.stored(target), "first");
+        QCOMPARE(fixture.stored(QStringLiteral("A")), "second");
+    }
+
+    void pathsThatTheDiskCannotTellApartAreNotOpened_data() {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("zero behind the name") << QStringLiteral("a") + QChar::Null;
+        QTest::newRow("zero in the name") << QStringLiteral("a") + QChar::Null + u'b';
+        QTest::newRow("zero in a folder") << u'a' + QString(QChar::Null) + QStringLiteral("/b");
+        QTest::newRow("first half of a pair") << QStringLiteral("a") + QChar(0xd800);
+        QTest::newRow("second half of a pair") << QChar(0xdc00) + QStringLiteral("/a");
+    }
+    void pathsThatTheDiskCannotTellApartAreNotOpened() {
+        QFETCH(const QString, path);
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("a"), "first").addFile(path, "second");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QString copy;
+        QString none;
+        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("a"), &copy));
+        QVERIFY(!fixture.vault.prepareFileForEditing(path, &none));
+        QVERIFY(none.isEmpty());
+        QCOMPARE(readFile(copy), "first");
+
+        // It can still be given back by a name of the user's own.
+        QCOMPARE(fixture.stored(path), "second");
+        QVERIFY(fixture.vault.lockVault());
+    }
+
+    void unusualNamesAreOpened_data() {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("letters with accents")
+            << QStringLiteral("relat\u00f3rio/a\u00e7\u00e3o.txt");
+        QTest::newRow("decomposed") << QStringLiteral("e\u0301");
+        QTest::newRow("beyond 16 bits") << QStringLiteral("\U0001f600.txt");
+        QTest::newRow("replacement character") << QStringLiteral("\ufffd");
+        QTest::newRow("control character") << QStringLiteral("a\u0001b");
+    }
+    void unusualNamesAreOpened() {
+        QFETCH(const QString, path);
+        CraftedContainer crafted;
+        crafted.addFile(path, "content");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QString copy;
+        QVERIFY(fixture.vault.prepareFileForEditing(path, &copy));
+        QVERIFY(copy.endsWith(u'/' + path));
+        QCOMPARE(readFile(copy), "content");
+        QVERIFY(fixture.vault.lockVault());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestHostileVault)
