@@ -4,7 +4,9 @@
 #include "ui/MainWindow.h"
 
 #include "platform/linux/LinuxDeviceManager.h"
+#include "ui/AboutDialog.h"
 #include "ui/DeviceListWidget.h"
+#include "ui/HelpDialog.h"
 #include "ui/ProductInfo.h"
 #include "ui/Questions.h"
 #include "ui/VaultColumns.h"
@@ -542,9 +544,13 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     updateActions();
 }
 
-void MainWindow::showHelp() {}
+void MainWindow::showHelp() {
+    HelpDialog(this).exec();
+}
 
-void MainWindow::showAbout() {}
+void MainWindow::showAbout() {
+    AboutDialog(this).exec();
+}
 
 void MainWindow::openHomepage() {
     // Without a browser nothing happens: the address also stands in the About dialog.

@@ -5,6 +5,7 @@
 
 #include "core/ContainerManager.h"
 #include "platform/UsbDevice.h"
+#include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
 #include "ui/ModalProgress.h"
 #include "ui/Questions.h"
@@ -388,7 +389,21 @@ bool MainWindow::containerIsAtRest(const QString& messageWhenUnlocked) {
 }
 
 void MainWindow::changeVaultPassword() {
-    static_cast<void>(containerIsAtRest(tr("Bloqueie o cofre antes de alterar a senha.")));
+    if (!containerIsAtRest(tr("Bloqueie o cofre antes de alterar a senha."))) {
+        return;
+    }
+    ChangePasswordDialog dialog(this);
+    if (dialog.exec() != QDialog::Accepted) {
+        return;
+    }
+    if (m_vault.changePassword(m_containerPath, dialog.currentPassword(), dialog.newPassword())) {
+        showResult(tr("Senha alterada com sucesso."));
+        showInformation(this, productTitle(), tr("Senha alterada com sucesso."));
+        return;
+    }
+    showWarning(this, productTitle(),
+                tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."));
+    showResult(tr("Falha ao alterar a senha."));
 }
 
 // --- Backup ----------------------------------------------------------------------------------

@@ -1,0 +1,43 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QByteArray>
+#include <QDialog>
+
+class QLineEdit;
+
+namespace Tessel::UI {
+
+/// Asks for the current password and, twice, for the new one.
+///
+/// Once accepted, the current password is not empty and the new one has at least
+/// MinimumPasswordLength characters and was typed the same twice. Whether the current password is
+/// right is not known here: the vault finds that out.
+class ChangePasswordDialog : public QDialog {
+    Q_OBJECT
+
+public:
+    /// Counted in characters of the text, not in bytes of its encoding.
+    static constexpr qsizetype MinimumPasswordLength = 10;
+
+    explicit ChangePasswordDialog(QWidget* parent);
+
+    /// As UTF-8, like the next one.
+    [[nodiscard]] QByteArray currentPassword() const;
+    [[nodiscard]] QByteArray newPassword() const;
+
+private:
+    void buildUi();
+    /// Accepts, or words the first objection and leaves the dialog open.
+    void validateAndAccept();
+    /// What is wrong with the fields, in words; empty when nothing is.
+    [[nodiscard]] QString objection() const;
+
+    QLineEdit* m_currentPassword = nullptr;
+    QLineEdit* m_newPassword = nullptr;
+    QLineEdit* m_confirmation = nullptr;
+};
+
+} // namespace Tessel::UI
