@@ -1,0 +1,38 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QApplication>
+#include <QEvent>
+#include <QObject>
+#include <QProgressBar>
+#include <QProgressDialog>
+
+#include <functional>
+
+namespace Tessel::Tests {
+
+/// Runs a function whenever a progress dialog moves: from within the operation that it shows.
+class ProgressProbe : public QObject {
+public:
+    using Moved = std::function<void(QProgressDialog* dialog, int value)>;
+
+    explicit ProgressProbe(const Moved& moved) : m_moved(moved) { qApp->installEventFilter(this); }
+    ~ProgressProbe() override { qApp->removeEventFilter(this); }
+    Q_DISABLE_COPY_MOVE(ProgressProbe)
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        auto* dialog = qobject_cast<QProgressDialog*>(watched);
+        if (dialog != nullptr && event->type() == QEvent::Show) {
+            connect(dialog->findChild<QProgressBar*>(), &QProgressBar::valueChanged, this,
+                    [this, dialog](int value) { m_moved(dialog, value); });
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    Moved m_moved;
+};
+
+} // namespace Tessel::Tests
