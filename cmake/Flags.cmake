@@ -12,6 +12,10 @@ target_compile_options(tessel_flags INTERFACE
     $<$<BOOL:${TESSEL_WERROR}>:-Werror>
     $<$<AND:$<BOOL:${TESSEL_OPTIMISE_DEBUG}>,$<CONFIG:Debug>>:-O1>)
 
+if(TESSEL_BUILD_FUZZERS)
+    # Lets libFuzzer see which branches an input has reached.
+    target_compile_options(tessel_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 if(TESSEL_SANITIZE)
     target_compile_options(tessel_flags INTERFACE
         -fsanitize=${TESSEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -20,6 +20,12 @@ test_packages=(
     fonts-dejavu-core
 )
 
+# Fuzzing, see tests/fuzz/run.
+fuzz_packages=(
+    "${build_packages[@]}"
+    ccache clang libclang-rt-dev
+)
+
 missing_packages() {
     local package
     for package in "$@"; do

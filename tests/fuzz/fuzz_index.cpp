@@ -1,0 +1,137 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// A hostile index: reading it never fails, what is written reads back equal, and the engine's own
+// JSON writer gives what the toolkit's would.
+
+#include "core/SecureFileIndex.h"
+#include "fuzz/FuzzTarget.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
+
+#include <algorithm>
+
+using namespace Tessel::Core;
+using namespace Tessel::Fuzz;
+
+namespace {
+
+// Years that ISO 8601 cannot write with four digits have no text.
+QString textOf(const QDateTime& dateTime) {
+    return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs) : QString();
+}
+
+QJsonObject toolkitBlock(const VaultFileBlock& block) {
+    return {{QStringLiteral("offset"), block.offset},
+            {QStringLiteral("plainSize"), block.plainSize},
+            {QStringLiteral("encryptedSize"), block.encryptedSize},
+            {QStringLiteral("nonce"), QString::fromLatin1(block.nonce.toBase64())}};
+}
+
+QJsonObject toolkitFile(const VaultFileEntry& entry) {
+    QJsonArray blocks;
+    for (const VaultFileBlock& block : entry.blocks) {
+        blocks.append(toolkitBlock(block));
+    }
+    return {{QStringLiteral("id"), entry.id},
+            {QStringLiteral("vaultPath"), entry.vaultPath},
+            {QStringLiteral("sizeBytes"), entry.sizeBytes},
+            {QStringLiteral("lastModifiedUtc"), textOf(entry.lastModifiedUtc)},
+            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
+            {QStringLiteral("blocks"), blocks}};
+}
+
+QByteArray toolkitJson(const SecureFileIndex& index) {
+    QJsonArray files;
+    const QList<VaultFileEntry> entries = index.entries();
+    for (const VaultFileEntry& entry : entries) {
+        files.append(toolkitFile(entry));
+    }
+    QJsonArray folders;
+    const QList<VaultDirectoryEntry> directories = index.directories();
+    for (const VaultDirectoryEntry& directory : directories) {
+        folders.append(QJsonObject{{QStringLiteral("path"), directory.path},
+                                   {QStringLiteral("createdUtc"), textOf(directory.createdUtc)},
+                                   {QStringLiteral("modifiedUtc"), textOf(directory.modifiedUtc)}});
+    }
+    const QJsonObject object{{QStringLiteral("files"), files},
+                             {QStringLiteral("directories"), folders},
+                             {QStringLiteral("formatVersion"), 1}};
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+bool sameTime(const QDateTime& before, const QDateTime& after) {
+    return textOf(before).isEmpty() ? !after.isValid() : before == after;
+}
+
+bool sameBlock(const VaultFileBlock& a, const VaultFileBlock& b) {
+    return a.offset == b.offset && a.plainSize == b.plainSize &&
+           a.encryptedSize == b.encryptedSize && a.nonce == b.nonce;
+}
+
+bool sameFile(const VaultFileEntry& before, const VaultFileEntry& after) {
+    return before.id == after.id && before.vaultPath == after.vaultPath &&
+           before.sizeBytes == after.sizeBytes && before.sha256 == after.sha256 &&
+           sameTime(before.lastModifiedUtc, after.lastModifiedUtc) &&
+           std::equal(before.blocks.cbegin(), before.blocks.cend(), after.blocks.cbegin(),
+                      after.blocks.cend(), sameBlock);
+}
+
+bool sameFolder(const VaultDirectoryEntry& before, const VaultDirectoryEntry& after) {
+    return before.path == after.path && sameTime(before.createdUtc, after.createdUtc) &&
+           sameTime(before.modifiedUtc, after.modifiedUtc);
+}
+
+void checkRereading(const SecureFileIndex& before, const SecureFileIndex& after) {
+    const QList<VaultFileEntry> files = before.entries();
+    const QList<VaultFileEntry> filesAfter = after.entries();
+    expect(
+        std::equal(files.cbegin(), files.cend(), filesAfter.cbegin(), filesAfter.cend(), sameFile),
+        "files read back equal and in order");
+    const QList<VaultDirectoryEntry> folders = before.directories();
+    const QList<VaultDirectoryEntry> foldersAfter = after.directories();
+    expect(std::equal(folders.cbegin(), folders.cend(), foldersAfter.cbegin(), foldersAfter.cend(),
+                      sameFolder),
+           "folders read back equal and in order");
+}
+
+void checkKeys(SecureFileIndex index) {
+    QSet<QString> seen;
+    const QList<VaultFileEntry> entries = index.entries();
+    for (const VaultFileEntry& entry : entries) {
+        expect(!entry.vaultPath.isEmpty() && !seen.contains(entry.vaultPath), "file keys differ");
+        seen.insert(entry.vaultPath);
+        expect(index.contains(entry.vaultPath), "a listed file is found");
+    }
+    seen.clear();
+    const QList<VaultDirectoryEntry> directories = index.directories();
+    for (const VaultDirectoryEntry& directory : directories) {
+        expect(!directory.path.isEmpty() && !seen.contains(directory.path), "folder keys differ");
+        seen.insert(directory.path);
+        expect(index.containsDirectory(directory.path), "a listed folder is found");
+    }
+    for (const VaultFileEntry& entry : entries) {
+        expect(index.remove(entry.vaultPath) && !index.contains(entry.vaultPath),
+               "a listed file is removed");
+    }
+    for (const VaultDirectoryEntry& directory : directories) {
+        expect(index.removeDirectory(directory.path), "a listed folder is removed");
+    }
+    expect(index.toJson() == SecureFileIndex().toJson(), "nothing is left");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const SecureFileIndex index = SecureFileIndex::fromJson(Input(data, size).takeRest());
+    const QByteArray json = index.toJson();
+    expect(json == toolkitJson(index), "the index is written as the toolkit would write it");
+    const SecureFileIndex again = SecureFileIndex::fromJson(json);
+    checkRereading(index, again);
+    expect(again.toJson() == json, "writing again gives the same bytes");
+    checkKeys(index);
+    return 0;
+}

@@ -1,0 +1,118 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// Hostile bytes behind the payload, where a redo record may stand, and at the container's start.
+
+#include "core/ContainerLayout.h"
+#include "core/ContainerManager.h"
+#include "fuzz/FuzzTarget.h"
+
+#include <QCryptographicHash>
+
+using namespace Tessel::Core;
+using namespace Tessel::Fuzz;
+
+namespace {
+
+constexpr std::uint8_t SealedRecord = 1;
+constexpr std::uint8_t OwnLengthLine = 2;
+constexpr std::uint8_t TwoRecords = 4;
+constexpr std::uint8_t RewriteHeader = 8;
+
+const QByteArray Payload = QByteArrayLiteral("the payload");
+
+struct HostileFile {
+    std::uint8_t shape = 0;
+    QByteArray start;
+    QByteArray tail;
+};
+
+// A whole record: nothing about its digest is secret.
+QByteArray recordOf(const QByteArray& image) {
+    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
+           ContainerLayout::paddedNumber(image.size()) + "TESSEL-REDO\n";
+}
+
+// The first byte says what is made of the rest: bytes as they stand, or a record's header, with or
+// without its length line. The second byte is the size of what stands where the header belongs.
+HostileFile fileFrom(Input input) {
+    HostileFile file;
+    file.shape = input.takeByte();
+    file.start = input.take(input.takeByte());
+    file.tail = input.takeRest();
+    if ((file.shape & OwnLengthLine) != 0) {
+        file.tail.prepend(ContainerLayout::lengthLineFor(file.tail.size()));
+    }
+    if ((file.shape & SealedRecord) != 0) {
+        file.tail = recordOf(file.tail);
+    }
+    if ((file.shape & TwoRecords) != 0) {
+        file.tail += file.tail;
+    }
+    return file;
+}
+
+void write(const MemoryFile& memory, const HostileFile& file) {
+    memory.reset(ContainerLayout::PayloadOffset);
+    memory.write(0, ContainerLayout::FileMagic.toByteArray() + file.start);
+    memory.write(ContainerLayout::PayloadOffset, Payload + file.tail);
+}
+
+void checkPayload(const MemoryFile& memory) {
+    expect(memory.read(ContainerLayout::PayloadOffset, Payload.size()) == Payload,
+           "the payload stays as it is");
+}
+
+void checkRepair(const MemoryFile& memory, const ContainerManager& manager,
+                 const ContainerDocument& recorded) {
+    expect(manager.repairHeader(memory.path()), "a record that can be read can be put in place");
+    ContainerDocument repaired;
+    expect(manager.readDocument(memory.path(), &repaired), "a repaired container can be read");
+    expect(manager.buildHeader(repaired) == manager.buildHeader(recorded),
+           "the repaired header is the record's");
+    expect(repaired.payloadOffset == recorded.payloadOffset, "the payload stays where it is");
+    ContainerDocument none;
+    expect(!manager.readRedoRecord(memory.path(), &none), "the record is gone");
+    checkPayload(memory);
+}
+
+void checkRewrite(const MemoryFile& memory, const ContainerManager& manager, bool hasRecord) {
+    const qint64 sizeBefore = memory.size();
+    const QByteArray startBefore = memory.read(0, 512);
+    const QByteArray tailBefore = memory.read(ContainerLayout::PayloadOffset, sizeBefore);
+    ContainerDocument document;
+    document.encryptedIndex = QByteArray(100, 'i');
+    if (!manager.updateDocumentHeader(memory.path(), document)) {
+        expect(memory.size() == sizeBefore && memory.read(0, 512) == startBefore,
+               "a refused rewrite changes nothing");
+        return;
+    }
+    ContainerDocument read;
+    expect(manager.readDocument(memory.path(), &read) &&
+               manager.buildHeader(read) == manager.buildHeader(document),
+           "a rewritten header reads back");
+    const QByteArray tail = memory.read(ContainerLayout::PayloadOffset, sizeBefore);
+    expect(tailBefore.startsWith(tail), "a rewrite adds nothing to the payload");
+    expect(!hasRecord || tail.size() < tailBefore.size(), "a rewrite takes the record away");
+    ContainerDocument none;
+    expect(!manager.readRedoRecord(memory.path(), &none), "no record is left");
+    checkPayload(memory);
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const MemoryFile memory;
+    const HostileFile file = fileFrom(Input(data, size));
+    write(memory, file);
+
+    const ContainerManager manager;
+    ContainerDocument recorded;
+    const bool hasRecord = manager.readRedoRecord(memory.path(), &recorded);
+    if ((file.shape & RewriteHeader) != 0) {
+        checkRewrite(memory, manager, hasRecord);
+    } else if (hasRecord) {
+        checkRepair(memory, manager, recorded);
+    }
+    return 0;
+}

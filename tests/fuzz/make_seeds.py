@@ -1,0 +1,316 @@
+#!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""Makes the seeds of the fuzz targets: tests/fuzz/seeds/TARGET/NAME.
+
+Each is named for what is in it or for the fault it once showed. Usage:
+    make_seeds.py            writes the seeds, and removes those it does not make
+    make_seeds.py --check    fails when the committed seeds are not what it would write
+"""
+
+import base64
+import hashlib
+import json
+import sys
+from pathlib import Path
+
+SEEDS = Path(__file__).parent / "seeds"
+MAGIC = b"TESSEL3"
+PAYLOAD_OFFSET = 8388636
+TAG_BYTES = 16
+DATE = "2025-03-01T14:05:09.120Z"
+
+
+def compact(value):
+    return json.dumps(value, separators=(",", ":"), ensure_ascii=False).encode()
+
+
+def length_line(size):
+    return b"%020d\n" % size
+
+
+def text64(data):
+    return base64.b64encode(data).decode()
+
+
+# --- The index ----------------------------------------------------------------------------------
+
+
+def sealed_blocks():
+    """The blocks that the vault target's container really holds."""
+    blocks = []
+    offset = PAYLOAD_OFFSET
+    for number, size in enumerate((1, 100, 5000, 70000)):
+        nonce = bytes([ord("A") + number]) * 24
+        blocks.append({"encryptedSize": size + TAG_BYTES, "nonce": text64(nonce),
+                       "offset": offset, "plainSize": size})
+        offset += size + TAG_BYTES
+    return blocks
+
+
+ONE, HUNDRED, THOUSANDS, LARGE = sealed_blocks()
+
+
+def file(path, *blocks, **members):
+    entry = {"blocks": list(blocks), "id": "0f8fad5b-d9cb-469f-a165-70867728950e",
+             "lastModifiedUtc": DATE, "sha256": "00" * 32,
+             "sizeBytes": sum(block.get("plainSize", 0) for block in blocks), "vaultPath": path}
+    entry.update(members)
+    return entry
+
+
+def folder(path):
+    return {"createdUtc": DATE, "modifiedUtc": DATE, "path": path}
+
+
+def index(files=(), folders=()):
+    return {"directories": list(folders), "files": list(files), "formatVersion": 1}
+
+
+GOOD_INDEX = index([file("docs/a.txt", HUNDRED), file("b.bin", ONE, THOUSANDS), file("empty")],
+                   [folder("docs"), folder("docs/old")])
+
+
+def index_seeds():
+    yield "empty", b"{}"
+    yield "good", compact(GOOD_INDEX)
+    yield "no-object", b'[{"files":[]}]'
+    yield "escapes", (b'{"files":[{"vaultPath":"\\"\\\\\\/\\b\\f\\n\\r\\t\\u0000\\u001f\\u007f'
+                      b'\\u2028\\ufffe\\ud83d\\ude00"}],"directories":[{"path":"\xc3\xa7"}]}')
+    yield "half-surrogates", (b'{"files":[{"vaultPath":"a\\ud800"},{"vaultPath":"\\udc00a"},'
+                              b'{"vaultPath":"\\ud800\\ud800\\udc00"}]}')
+    yield "numbers", (b'{"files":[{"vaultPath":"f","sizeBytes":9223372036854775807,"blocks":['
+                      b'{"offset":-9223372036854775808,"plainSize":1e300,"encryptedSize":"42"},'
+                      b'{"offset":9223372036854775808,"plainSize":0.5,"encryptedSize":true},'
+                      b'{"offset":"-1","plainSize":-0.0,"encryptedSize":null},1,[],null]}]}')
+    yield "times", (b'{"directories":['
+                    b'{"path":"a","createdUtc":"9999-12-31T23:59:59.999-14:00",'
+                    b'"modifiedUtc":"0001-01-01T00:00:00.000+14:00"},'
+                    b'{"path":"b","createdUtc":"2018-11-04T00:30:00.000",'
+                    b'"modifiedUtc":"2025-03-01T24:00:00"},'
+                    b'{"path":"c","createdUtc":"2025-03-01","modifiedUtc":"2025-03-01T14:05:09,9999Z"},'
+                    b'{"path":"d","createdUtc":"-0001-01-01T00:00:00Z","modifiedUtc":"T"}]}')
+    yield "repeated-keys", (b'{"files":[{"vaultPath":"a","id":"1"},{"vaultPath":"b"},'
+                            b'{"vaultPath":"a","id":"2"}],'
+                            b'"directories":[{"path":"d"},{"path":"D"},{"path":"d"},{"path":""}]}')
+    yield "lenient-bytes", (b'{"files":[{"vaultPath":"f","sha256":"0xA fz","blocks":['
+                            b'{"nonce":"QUJD*RA=="},{"nonce":"QUJDRA"},{"nonce":"===="},'
+                            b'{"nonce":"QUI=QUI="},{"nonce":"QUJD\\n"},{"nonce":"-_-_"},'
+                            b'{"nonce":"\xc3\xa7\xc3\xa7\xc3\xa7\xc3\xa7"}]}]}')
+    yield "deep", b'{"files":' + b"[" * 600 + b"]" * 600 + b"}"
+    yield "too-deep", b'{"files":' + b"[" * 1100 + b"]" * 1100 + b"}"
+
+
+# --- The header ---------------------------------------------------------------------------------
+
+
+def header(**members):
+    crypto = {"authTag": "", "cipher": "XChaCha20-Poly1305", "encryptedMasterKey": text64(b"m" * 80),
+              "kdf": "Argon2id", "kdfIterations": 0, "nonce": text64(b"n" * 24),
+              "payloadNonce": text64(b"p" * 24), "salt": text64(b"s" * 16)}
+    value = {"crypto": crypto, "encryptedIndex": text64(b"index"), "formatVersion": 3,
+             "magic": "TESSEL"}
+    value.update(members)
+    return compact({key: value[key] for key in value if value[key] is not None})
+
+
+def container_seeds():
+    header_only, as_it_stands = b"\x01", b"\x00"
+    good = header()
+    yield "good", header_only + good
+    yield "region-one-byte-short", b"\x03" + good
+    yield "region-one-byte-long", b"\x05" + good
+    yield "start-alone", b"\x06" + MAGIC + length_line(len(good)) + good
+    yield "no-crypto", header_only + header(crypto=None)
+    yield "no-version", header_only + header(formatVersion=None)
+    yield "version-text", header_only + header(formatVersion="3")
+    yield "version-fraction", header_only + header(formatVersion=3.5)
+    yield "version-4", header_only + header(formatVersion=4)
+    yield "magic-lower-case", header_only + header(magic="tessel")
+    yield "older-layout", header_only + header(
+        encryptedPayload=text64(b"payload"), filePayloads={"a": text64(b"1"), "b": 2, "": "*"},
+        fileIndex=GOOD_INDEX)
+    yield "base64-shapes", header_only + header(
+        encryptedIndex="QUJD*RA==", encryptedPayload="QUI=QUI=",
+        filePayloads={"a": "====", "b": "QUJDRA", "c": "-_-_", "d": "QU\nJD", "e": "QUJDRA=Q"})
+    yield "lone-surrogate", header_only + good.replace(b"Argon2id", b"\\ud800\\u0000")
+    yield "iterations-fraction", header_only + good.replace(b':0,"nonce', b':1e99,"nonce')
+    for name, line in (("zero", length_line(0)), ("blanks", b"  %d\n" % len(good)),
+                       ("plus", b"+%d\r\n" % len(good)), ("minus", b"-%d\n" % len(good)),
+                       ("two-numbers", b"%d 1\n" % len(good)), ("region", length_line(8388608)),
+                       ("beyond-region", length_line(8388609)), ("hex", b"0x%x\n" % len(good)),
+                       ("beyond-64-bits", b"18446744073709551617\n"), ("none", b"\n"),
+                       ("form-feed", b"\x0b\x0c%d\t\n" % len(good)),
+                       ("long", b"0" * 300 + b"%d\n" % len(good)),
+                       ("zero-byte", b"%d\x00\n" % len(good)), ("longer", length_line(999)),
+                       ("shorter", length_line(10))):
+        yield "length-" + name, as_it_stands + MAGIC + line + good
+    yield "length-without-end", as_it_stands + MAGIC + b" " * 200
+    yield "other-magic", as_it_stands + b"TESSEL2" + length_line(len(good)) + good
+
+
+# --- The redo record ----------------------------------------------------------------------------
+
+
+def trailer(image, size):
+    return hashlib.sha256(image).digest() + size + b"TESSEL-REDO\n"
+
+
+def redo_record_seeds():
+    sealed, own_line, two, rewrite = 1, 2, 4, 8
+    good = header()
+    image = length_line(len(good)) + good
+
+    def seed(shape, start, tail):
+        return bytes([shape, len(start)]) + start + tail
+
+    torn = length_line(len(good)) + good[:60]
+    yield "behind-a-torn-header", seed(sealed | own_line, torn, good)
+    yield "twice", seed(sealed | own_line | two, b"", good)
+    yield "rewrite", seed(sealed | own_line | rewrite, torn, good)
+    yield "rewrite-twice", seed(sealed | own_line | two | rewrite, torn, good)
+    yield "rewrite-without-record", seed(rewrite, torn, b"more payload")
+    yield "rewrite-short-line", seed(rewrite, b"5\n{}", b"more payload")
+    yield "no-header-in-it", seed(sealed, torn, length_line(1) + b"{")
+    yield "line-too-small", seed(sealed, torn, length_line(5) + good)
+    yield "line-too-large", seed(sealed, torn, length_line(len(good) + 1) + good)
+    yield "line-zero", seed(sealed, torn, length_line(0) + good)
+    yield "line-no-number", seed(sealed, torn, b"x" * 20 + b"\n" + good)
+    yield "line-blanks", seed(sealed, torn, b"%20d\n" % len(good) + good)
+    yield "line-without-end", seed(sealed, torn, length_line(len(good))[:-1] + b"0" + good)
+    yield "only-a-line", seed(sealed, torn, length_line(1))
+    yield "raw", seed(0, torn, image + trailer(image, b"%020d" % len(image)))
+    yield "raw-other-digest", seed(0, torn, image + trailer(good, b"%020d" % len(image)))
+    for name, size in (("negative", b"-9223372036854775808"), ("minus-one", b"%20d" % -1),
+                       ("largest", b"09223372036854775807"), ("beyond", b"99999999999999999999"),
+                       ("plus", b"+%019d" % len(image)), ("zero", b"%020d" % 0),
+                       ("one-more", b"%020d" % (len(image) + 1)), ("region", b"%020d" % 8388629)):
+        yield "size-" + name, seed(0, torn, image + trailer(image, size))
+    yield "cut-short", seed(0, torn, (image + trailer(image, b"%020d" % len(image)))[:-1])
+
+
+# --- Paths and mounts ---------------------------------------------------------------------------
+
+
+def vault_path_seeds():
+    for name, path in (
+            ("plain", "docs/report.txt"), ("backslashes", "\\docs\\\\report.txt\\"),
+            ("blanks", " / a / b "), ("blank-component", "a/ /b"), ("dot", "a/./b"),
+            ("dots", "a/../b"), ("dots-with-blanks", "a/ .. /b"), ("three-dots", "..."),
+            ("slashes", "////"), ("empty", ""), ("no-break-space", "\u00a0a\u00a0/\u2003b\u3000"),
+            ("case", "A/a/A"), ("control", "a\x00/\x1f/\x7f"), ("blank-slash", "a / "),
+            ("blank-backslash", " \\ a"), ("letters", "ação/ß/ǅ/😀")):
+        yield name, b"\x00" + path.encode()
+    yield "half-surrogates", b"\x01" + "a/".encode("utf-16-le") + b"\x00\xd8/\x00\x00\xdc"
+    yield "sixteen-bit", b"\x01" + " \\a/../b".encode("utf-16-le")
+
+
+def mount_table_seeds():
+    good = "36 35 8:17 / /media/ana/MY\\040DISK rw,nosuid shared:1 - vfat /dev/sdb1 rw,uid=1000"
+    yield "good", good.encode()
+    yield "no-optional-fields", b"36 35 8:17 / /mnt rw - ext4 /dev/sdb1 rw"
+    yield "no-separator", b"36 35 8:17 / /mnt rw ext4 /dev/sdb1 rw"
+    yield "few-fields", b"36 35 8:17 / - ext4 /dev/sdb1 rw"
+    yield "few-fields-behind", b"36 35 8:17 / /mnt rw - ext4 /dev/sdb1"
+    yield "separator-in-mount-point", b"36 35 8:17 / /mnt - ext4 /dev/sdb1 rw - vfat /dev/sdc1 rw"
+    yield "escapes", b"36 35 8:17 / /mnt/\\134040\\011\\012\\043\\04\\0400 rw - ext4 /dev/s\\134db rw"
+    yield "source-without-name", b"36 35 8:17 / / rw - ext4 /dev/ rw\n36 35 8:17 / / rw - x /dev/.. rw"
+    yield "percent", b"36 35 8:17 / /mnt/%1%2 rw - ext4 /dev/%1 rw"
+    yield "bytes", b"36 35 8:17 / /mnt/\xff\xfe\x00 rw - ext4 /dev/\xc3 rw"
+    yield "several", (good + "\n\n" + good + "\r\n").encode()
+
+
+# --- A whole container --------------------------------------------------------------------------
+
+
+def vault_seeds():
+    (export, copies, move, rename, folders, imports, compact_, change) = (
+        1 << bit for bit in range(8))
+    everything = 255
+
+    def seed(operations, value, selector=0):
+        data = value if isinstance(value, bytes) else compact(value)
+        return bytes([operations, selector]) + data
+
+    def block(**members):
+        return dict(HUNDRED, **members)
+
+    yield "good", seed(everything, GOOD_INDEX)
+    yield "good-second", seed(everything & ~folders, GOOD_INDEX, 1)
+    yield "good-copies-changed", seed(copies | change, GOOD_INDEX)
+    yield "large-block", seed(export | copies | imports | compact_,
+                              index([file("l", LARGE, HUNDRED, ONE)]))
+    yield "no-object", seed(everything, b"[]")
+    yield "no-json", seed(everything, b"\x00\xff")
+    yield "same-block-twice", seed(export | compact_, index([file("a", ONE, ONE), file("b", ONE)]))
+    yield "paths-that-leave", seed(everything, index(
+        [file(path, HUNDRED) for path in ("../a", "/etc/a", "a/../../b", "..", "\\..\\c", "a/./b")],
+        [folder(".."), folder("/"), folder("../d")]))
+    yield "paths-with-nul", seed(copies | change, index(
+        [file("a", HUNDRED), file("a\x00b", ONE), file("..\x00/c", ONE), file("d\x00/e", ONE)]))
+    yield "paths-with-half-surrogates", seed(
+        copies | change, compact(index([file("a1", HUNDRED), file("a2", ONE)]))
+        .replace(b'"a1"', b'"a\\ud800"').replace(b'"a2"', b'"a\\udc01"'))
+    yield "paths-case", seed(move | rename, index(
+        [file("a", HUNDRED), file("A", ONE), file("B/x", ONE), file("b/X", ONE)],
+        [folder("d"), folder("D")]))
+    yield "paths-case-folders", seed(folders | compact_, index(
+        [file("d/x", HUNDRED), file("D/X", ONE)], [folder("d"), folder("D"), folder("d/e")]))
+    yield "paths-long", seed(copies, index([file("n" * 300, ONE), file("m/" * 700 + "x", ONE)]))
+    yield "paths-file-and-folder", seed(copies | folders, index(
+        [file("a", ONE), file("a/b", HUNDRED)], [folder("a"), folder("a/b")]))
+    yield "paths-equal-normalized", seed(everything, index(
+        [file("a", ONE), file("/a", HUNDRED), file("a/", THOUSANDS), file(" a ", ONE)]))
+    for name, change_to in (
+            ("offset-negative", {"offset": -1}), ("offset-smallest", {"offset": -2**63}),
+            ("offset-largest", {"offset": 2**63 - 1}), ("offset-header", {"offset": 0}),
+            ("offset-one-more", {"offset": HUNDRED["offset"] + 1}),
+            ("sealed-negative", {"encryptedSize": -1}), ("sealed-tag", {"encryptedSize": 16}),
+            ("sealed-largest", {"encryptedSize": 2**63 - 1}),
+            ("sealed-largest-block", {"encryptedSize": 16777232}),
+            ("sealed-region", {"encryptedSize": 8388608, "offset": 28}),
+            ("sealed-one-more", {"encryptedSize": 117}),
+            ("plain-negative", {"plainSize": -1}), ("plain-largest", {"plainSize": 2**63 - 1}),
+            ("plain-one-less", {"plainSize": 99}),
+            ("nonce-empty", {"nonce": ""}), ("nonce-short", {"nonce": "QUFB"}),
+            ("nonce-long", {"nonce": text64(b"B" * 25)}), ("nonce-other", {"nonce": ONE["nonce"]})):
+        hostile = index([file("first", block(**change_to)), file("second", HUNDRED)])
+        yield "block-" + name, seed(export | copies | imports | compact_, hostile)
+    yield "plain-sizes-overflow", seed(compact_, index(
+        [file("a", block(plainSize=2**63 - 1), block(plainSize=2**63 - 1))]))
+    yield "plain-sizes-underflow", seed(compact_, index(
+        [file("a", block(plainSize=-2**63), block(plainSize=-2**63))]))
+    yield "file-sizes-overflow", seed(compact_, index(
+        [file("a", HUNDRED, sizeBytes=2**63 - 1), file("b", sizeBytes=2**63 - 1)]))
+    yield "blocks-larger-than-the-drive", seed(compact_ | imports, index(
+        [file("a", *[block(offset=28, encryptedSize=8388608)] * 8)]))
+
+
+TARGETS = {"container": container_seeds, "index": index_seeds, "mount_table": mount_table_seeds,
+           "redo_record": redo_record_seeds, "vault": vault_seeds,
+           "vault_path": vault_path_seeds}
+
+
+def main():
+    made = {SEEDS / target / name: data
+            for target, seeds in TARGETS.items() for name, data in seeds()}
+    found = {path: path.read_bytes() for path in SEEDS.glob("*/*")}
+    if sys.argv[1:] == ["--check"]:
+        different = [path for path in made.keys() | found.keys()
+                     if made.get(path) != found.get(path)]
+        for path in sorted(different):
+            print(f"not as made: {path.relative_to(SEEDS)}")
+        print(f"{len(found)} seeds, {len(different)} not as make_seeds.py makes them")
+        return 1 if different else 0
+    for path in found.keys() - made.keys():
+        path.unlink()
+    for path, data in made.items():
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(data)
+    print(f"{len(made)} seeds")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
