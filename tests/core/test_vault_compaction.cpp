@@ -39,8 +39,9 @@ CraftedContainer usedContainer() {
     return crafted;
 }
 
-constexpr qint64 UsedPlainBytes = 2500 + 700;
-constexpr qint64 UsedSealedBytes = UsedPlainBytes + 6 * 16;
+/// 2500 and 700 bytes of plaintext, and six tags.
+constexpr qint64 UsedPlainBytes = 3200;
+constexpr qint64 UsedSealedBytes = 3296;
 
 struct ProgressCall {
     qint64 done = 0;
