@@ -1,0 +1,260 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/TempWorkspaceManager.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+#include <optional>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+/// Makes a file and the folders above it.
+bool plantFile(const QString& path, const QByteArray& bytes) {
+    return QDir().mkpath(QFileInfo(path).path()) && writeFile(path, bytes);
+}
+
+/// Whether anything has this name, a link that leads nowhere included.
+bool isThere(const QString& path) {
+    return QFileInfo::exists(path) || QFileInfo(path).isSymLink();
+}
+
+} // namespace
+
+class TestTempWorkspace : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_temp;
+    std::unique_ptr<QTemporaryDir> m_outside;
+    QByteArray m_tmpdirBefore;
+
+    QString inTemp(const QString& name) const { return m_temp->filePath(name); }
+    QString outside(const QString& name) const { return m_outside->filePath(name); }
+
+private Q_SLOTS:
+    void initTestCase() { m_tmpdirBefore = qgetenv("TMPDIR"); }
+    void init() {
+        m_temp = std::make_unique<QTemporaryDir>();
+        m_outside = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_temp->isValid() && m_outside->isValid());
+        qputenv("TMPDIR", QFile::encodeName(m_temp->path()));
+    }
+    void cleanup() {
+        if (m_tmpdirBefore.isNull()) {
+            qunsetenv("TMPDIR");
+        } else {
+            qputenv("TMPDIR", m_tmpdirBefore);
+        }
+    }
+
+    // --- Where it lies ---------------------------------------------------------------------
+
+    void theWorkspaceIsAFreshFolderBelowTessel() {
+        const TempWorkspaceManager workspace;
+        const QRegularExpression shape(QStringLiteral(
+            "^Tessel/[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$"));
+        const QString path = workspace.workspacePath();
+        QVERIFY(QDir::isAbsolutePath(path));
+        QVERIFY2(shape.match(QDir(m_temp->path()).relativeFilePath(path)).hasMatch(),
+                 qPrintable(path));
+        QVERIFY(TempWorkspaceManager().workspacePath() != path);
+    }
+
+    void choosingItCreatesNothing() {
+        const TempWorkspaceManager workspace;
+        QVERIFY(QDir(m_temp->path()).isEmpty());
+    }
+
+    void itIsChosenOnce() {
+        TempWorkspaceManager workspace;
+        const QString path = workspace.workspacePath();
+        qputenv("TMPDIR", QFile::encodeName(m_outside->path()));
+        QCOMPARE(workspace.workspacePath(), path);
+        QVERIFY(workspace.prepare());
+        QVERIFY(QFileInfo(path).isDir());
+        QVERIFY(QDir(m_outside->path()).isEmpty());
+    }
+
+    void copiesMirrorTheVaultsFolders_data() {
+        QTest::addColumn<QString>("vaultPath");
+        QTest::newRow("at the root") << QStringLiteral("a.txt");
+        QTest::newRow("in folders") << QStringLiteral("docs/2025/a.txt");
+        QTest::newRow("blanks and accents") << QStringLiteral("meus docs/a\u00e7\u00e3o.txt");
+    }
+    void copiesMirrorTheVaultsFolders() {
+        QFETCH(const QString, vaultPath);
+        const TempWorkspaceManager workspace;
+        QCOMPARE(workspace.pathForVaultFile(vaultPath),
+                 workspace.workspacePath() + QLatin1Char('/') + vaultPath);
+    }
+
+    void anAbsolutePathDoesNotLeaveTheWorkspace() {
+        const TempWorkspaceManager workspace;
+        const QString path = QDir::cleanPath(workspace.pathForVaultFile(QStringLiteral("/etc/x")));
+        QVERIFY(path.startsWith(workspace.workspacePath() + QLatin1Char('/')));
+    }
+
+    // --- Preparing -------------------------------------------------------------------------
+
+    void preparingCreatesTheFolderAndItsParent() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QVERIFY(QFileInfo(workspace.workspacePath()).isDir());
+        QCOMPARE(QDir(m_temp->path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList(QStringLiteral("Tessel")));
+        QVERIFY(plantFile(workspace.pathForVaultFile(QStringLiteral("a")), "kept"));
+        QVERIFY(workspace.prepare());
+        QCOMPARE(readFile(workspace.pathForVaultFile(QStringLiteral("a"))), QByteArray("kept"));
+    }
+
+    void preparingFailsWhereAFileIsInTheWay() {
+        QVERIFY(writeFile(inTemp(QStringLiteral("Tessel")), "a file"));
+        TempWorkspaceManager workspace;
+        QVERIFY(!workspace.prepare());
+        QCOMPARE(readFile(inTemp(QStringLiteral("Tessel"))), QByteArray("a file"));
+    }
+
+    void preparingFailsWithoutTheRight() {
+        TempWorkspaceManager workspace;
+        QVERIFY(QFile::setPermissions(m_temp->path(), QFile::ReadOwner | QFile::ExeOwner));
+        bool prepared = true;
+        {
+            const ObeyPermissions obey;
+            prepared = workspace.prepare();
+        }
+        QVERIFY(QFile::setPermissions(m_temp->path(),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QVERIFY(!prepared);
+        QVERIFY(QDir(m_temp->path()).isEmpty());
+    }
+
+    // --- Removing --------------------------------------------------------------------------
+
+    void removingNothingSucceeds() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.cleanup());
+        QVERIFY(QDir(m_temp->path()).isEmpty());
+        QVERIFY(workspace.prepare());
+        QVERIFY(workspace.cleanup());
+        QVERIFY(workspace.cleanup());
+    }
+
+    void everythingInItIsRemoved() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        for (const char* name : {"a.txt", "docs/b.txt", "docs/deep/deeper/c.txt", ".hidden",
+                                 ".hidden folder/.d", "~$lock.docx", "line\nbreak"}) {
+            QVERIFY(plantFile(workspace.pathForVaultFile(QString::fromLatin1(name)), name));
+        }
+        const QString readOnly = workspace.pathForVaultFile(QStringLiteral("read-only"));
+        QVERIFY(plantFile(readOnly, "x"));
+        QVERIFY(QFile::setPermissions(readOnly, {}));
+        QVERIFY(QDir().mkpath(workspace.pathForVaultFile(QStringLiteral("empty/folders"))));
+        QVERIFY(workspace.cleanup());
+        QVERIFY(!QFileInfo::exists(workspace.workspacePath()));
+    }
+
+    void theParentAndOtherRunsStay() {
+        TempWorkspaceManager workspace;
+        TempWorkspaceManager other;
+        QVERIFY(workspace.prepare() && other.prepare());
+        QVERIFY(writeFile(other.pathForVaultFile(QStringLiteral("a")), "of another run"));
+        QVERIFY(workspace.cleanup());
+        QCOMPARE(readFile(other.pathForVaultFile(QStringLiteral("a"))),
+                 QByteArray("of another run"));
+        QVERIFY(other.cleanup());
+        QVERIFY(QFileInfo(inTemp(QStringLiteral("Tessel"))).isDir());
+    }
+
+    void itCanBePreparedAgainAfterItsRemoval() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        const QString path = workspace.workspacePath();
+        QVERIFY(workspace.cleanup());
+        QVERIFY(workspace.prepare());
+        QCOMPARE(workspace.workspacePath(), path);
+        QVERIFY(QFileInfo(path).isDir());
+    }
+
+    void linksInItAreRemovedAndNotFollowed_data() {
+        QTest::addColumn<QString>("linkName");
+        QTest::addColumn<QString>("target");
+        QTest::newRow("to a folder") << QStringLiteral("link") << QStringLiteral("folder");
+        QTest::newRow("to a folder, further down")
+            << QStringLiteral("docs/deep/link") << QStringLiteral("folder");
+        QTest::newRow("to a file") << QStringLiteral("link") << QStringLiteral("folder/file");
+        QTest::newRow("to nothing") << QStringLiteral("link") << QStringLiteral("missing");
+    }
+    void linksInItAreRemovedAndNotFollowed() {
+        QFETCH(const QString, linkName);
+        QFETCH(const QString, target);
+        QVERIFY(plantFile(outside(QStringLiteral("folder/file")), "not the vault's"));
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        const QString link = workspace.pathForVaultFile(linkName);
+        QVERIFY(QDir().mkpath(QFileInfo(link).path()));
+        QVERIFY(QFile::link(outside(target), link));
+        QVERIFY(workspace.cleanup());
+        QVERIFY(!isThere(workspace.workspacePath()));
+        QCOMPARE(readFile(outside(QStringLiteral("folder/file"))), QByteArray("not the vault's"));
+    }
+
+    void aLinkInItsPlaceIsRemovedAndNotFollowed_data() {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("to a folder") << QStringLiteral("folder");
+        QTest::newRow("to a file") << QStringLiteral("folder/file");
+        QTest::newRow("to nothing") << QStringLiteral("missing");
+    }
+    void aLinkInItsPlaceIsRemovedAndNotFollowed() {
+        QFETCH(const QString, target);
+        QVERIFY(plantFile(outside(QStringLiteral("folder/file")), "not the vault's"));
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QVERIFY(QDir().rmdir(workspace.workspacePath()));
+        QVERIFY(QFile::link(outside(target), workspace.workspacePath()));
+        QVERIFY(workspace.cleanup());
+        QVERIFY(!isThere(workspace.workspacePath()));
+        QCOMPARE(readFile(outside(QStringLiteral("folder/file"))), QByteArray("not the vault's"));
+    }
+
+    void whatCannotBeRemovedIsReported() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        const QString stuck = workspace.pathForVaultFile(QStringLiteral("docs/stuck"));
+        const QString other = workspace.pathForVaultFile(QStringLiteral("docs/other"));
+        QVERIFY(plantFile(stuck, "x") && plantFile(other, "y"));
+        {
+            const PinnedFile pinned(stuck);
+            QVERIFY(pinned.isMounted());
+            QVERIFY(!workspace.cleanup());
+            QVERIFY(QFileInfo::exists(stuck));
+            // One file that stays is no reason to leave the others.
+            QVERIFY(!QFileInfo::exists(other));
+        }
+        QVERIFY(workspace.cleanup());
+        QVERIFY(!isThere(workspace.workspacePath()));
+    }
+};
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    QCoreApplication application(argc, argv);
+    TestTempWorkspace test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "test_temp_workspace.moc"
