@@ -35,8 +35,13 @@ bool VaultManager::prepareFileForEditing(const QString& vaultPath, QString* temp
     const QString copyPath = m_workspace.pathForVaultFile(path);
     QFile copy(copyPath);
     if (!QDir().mkpath(QFileInfo(copyPath).absolutePath()) ||
-        !copy.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) ||
-        !writeVaultFileToDevice(path, &copy)) {
+        !copy.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
+        return false;
+    }
+    if (!writeVaultFileToDevice(path, &copy)) {
+        // The copy may have been watched already. What is left of it must not be taken for an edit
+        // and stored in the place of the file.
+        m_fileSync.untrack(path);
         return false;
     }
     copy.close();

@@ -1,0 +1,598 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "VaultFixture.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTest>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString A = QStringLiteral("docs/a.txt");
+const QString B = QStringLiteral("b.txt");
+
+CraftedContainer usedContainer() {
+    CraftedContainer crafted;
+    crafted.addFolder(QStringLiteral("docs"))
+        .addFile(A, "line of a\n")
+        .addFile(B, "line of b\n")
+        .addFile(QStringLiteral("c.bin"), noise(3000), 1000);
+    return crafted;
+}
+
+QDateTime modifiedTime(const QString& path) {
+    return QFileInfo(path).lastModified().toUTC();
+}
+
+bool setModified(const QString& path, const QDateTime& time) {
+    QFile file(path);
+    return file.open(QIODevice::ReadWrite) &&
+           file.setFileTime(time, QFileDevice::FileModificationTime);
+}
+
+/// A copy's time is set instead of waited for: file systems differ in how fine their clock is.
+bool makeLater(const QString& path, qint64 ms = 2000) {
+    return setModified(path, modifiedTime(path).addMSecs(ms));
+}
+
+/// Runs a program on the copy, as the desktop would: its path is in "$1".
+bool runEditor(const QString& shellCommand, const QString& copy) {
+    QProcess shell;
+    shell.start(QStringLiteral("sh"),
+                {QStringLiteral("-ec"), shellCommand, QStringLiteral("editor"), copy});
+    return shell.waitForFinished() && shell.exitCode() == 0;
+}
+
+QStringList vaultPathsOf(const QList<TrackedTempFile>& files) {
+    QStringList paths;
+    for (const TrackedTempFile& file : files) {
+        paths.append(file.vaultPath);
+    }
+    paths.sort();
+    return paths;
+}
+
+/// Opens a file of the vault; empty when that fails.
+QString opened(VaultFixture& fixture, const QString& vaultPath) {
+    QString copy;
+    return fixture.vault.prepareFileForEditing(vaultPath, &copy) ? copy : QString();
+}
+
+bool lockAndUnlock(VaultFixture& fixture) {
+    return fixture.vault.lockVault() && fixture.unlock();
+}
+
+/// The folder of opened copies, once the vault was unlocked.
+QString workspaceOf(const VaultFixture& fixture) {
+    const QDir parent(fixture.temporaryFolder() + QStringLiteral("/Tessel"));
+    const QStringList runs = parent.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return runs.size() == 1 ? parent.filePath(runs.first()) : QString();
+}
+
+} // namespace
+
+class TestOpenedCopies : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // --- Knowing what changed --------------------------------------------------------------
+
+    void onlyRegularFilesAreTracked() {
+        const VaultFixture fixture;
+        FileSyncManager sync;
+        QVERIFY(!sync.track(A, fixture.file(QStringLiteral("missing"))));
+        QVERIFY(!sync.track(A, fixture.temporaryFolder()));
+        QVERIFY(!sync.track(A, QString()));
+        QVERIFY(sync.trackedFiles().isEmpty());
+        QVERIFY(!sync.isModified(A));
+    }
+
+    void aTrackedFileIsRecordedInFull() {
+        const VaultFixture fixture;
+        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Qt::UTC);
+        QVERIFY(setModified(copy, time));
+        FileSyncManager sync;
+        QVERIFY(sync.track(A, copy));
+        QCOMPARE(sync.trackedFiles().size(), 1);
+        const TrackedTempFile record = sync.trackedFiles().constFirst();
+        QCOMPARE(record.vaultPath, A);
+        QCOMPARE(record.tempPath, copy);
+        QCOMPARE(record.lastKnownModifiedUtc, time);
+        QCOMPARE(record.lastKnownModifiedUtc.timeSpec(), Qt::UTC);
+    }
+
+    void trackingAgainReplacesTheRecord() {
+        const VaultFixture fixture;
+        const QString first = fixture.write(QStringLiteral("first"), "x");
+        const QString second = fixture.write(QStringLiteral("second"), "y");
+        FileSyncManager sync;
+        QVERIFY(sync.track(A, first));
+        QVERIFY(sync.track(A, second));
+        QCOMPARE(sync.trackedFiles().size(), 1);
+        QCOMPARE(sync.trackedFiles().constFirst().tempPath, second);
+        // A failed attempt leaves the record.
+        QVERIFY(!sync.track(A, fixture.file(QStringLiteral("missing"))));
+        QCOMPARE(sync.trackedFiles().constFirst().tempPath, second);
+        // Another letter case is another path here.
+        QVERIFY(sync.track(A.toUpper(), first));
+        QCOMPARE(sync.trackedFiles().size(), 2);
+    }
+
+    void recordsAreForgotten() {
+        const VaultFixture fixture;
+        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        FileSyncManager sync;
+        QVERIFY(sync.track(A, copy) && sync.track(B, copy));
+        sync.untrack(A.toUpper());
+        QCOMPARE(sync.trackedFiles().size(), 2);
+        sync.untrack(A);
+        QCOMPARE(vaultPathsOf(sync.trackedFiles()), QStringList(B));
+        sync.clear();
+        QVERIFY(sync.trackedFiles().isEmpty());
+        QVERIFY(sync.modifiedFiles().isEmpty());
+    }
+
+    void onlyALaterTimeCountsAsAChange_data() {
+        QTest::addColumn<qint64>("milliseconds");
+        QTest::addColumn<bool>("modified");
+        QTest::newRow("unchanged") << qint64(0) << false;
+        QTest::newRow("a millisecond later") << qint64(1) << true;
+        QTest::newRow("a day later") << qint64(86400000) << true;
+        QTest::newRow("a millisecond earlier") << qint64(-1) << false;
+        QTest::newRow("a day earlier") << qint64(-86400000) << false;
+    }
+    void onlyALaterTimeCountsAsAChange() {
+        QFETCH(const qint64, milliseconds);
+        QFETCH(const bool, modified);
+        const VaultFixture fixture;
+        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        const QString still = fixture.write(QStringLiteral("still"), "x");
+        const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Qt::UTC);
+        QVERIFY(setModified(copy, time));
+        FileSyncManager sync;
+        QVERIFY(sync.track(A, copy) && sync.track(B, still));
+        // The bytes do not matter, neither when they change nor when they do not.
+        QVERIFY(writeFile(copy, modified ? "x" : "quite different"));
+        QVERIFY(setModified(copy, time.addMSecs(milliseconds)));
+        QCOMPARE(sync.isModified(A), modified);
+        QVERIFY(!sync.isModified(A.toUpper()));
+        QCOMPARE(vaultPathsOf(sync.modifiedFiles()), modified ? QStringList(A) : QStringList());
+        QCOMPARE(sync.trackedFiles().size(), 2);
+    }
+
+    void aCopyThatIsGoneCountsAsUnchanged() {
+        const VaultFixture fixture;
+        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        FileSyncManager sync;
+        QVERIFY(sync.track(A, copy));
+        QVERIFY(makeLater(copy));
+        QVERIFY(sync.isModified(A));
+        QVERIFY(QFile::remove(copy));
+        QVERIFY(!sync.isModified(A));
+        QVERIFY(sync.modifiedFiles().isEmpty());
+        QCOMPARE(sync.trackedFiles().size(), 1);
+        // When it comes back with a later time it counts again.
+        QVERIFY(writeFile(copy, "back"));
+        QVERIFY(makeLater(copy));
+        QVERIFY(sync.isModified(A));
+    }
+
+    // --- Opening ---------------------------------------------------------------------------
+
+    void anOpenedCopyMirrorsItsPlaceInTheVault() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        const QString copy = opened(fixture, A);
+        QCOMPARE(copy, workspaceOf(fixture) + QStringLiteral("/docs/a.txt"));
+        QCOMPARE(readFile(copy), QByteArray("line of a\n"));
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        QCOMPARE(opened(fixture, QStringLiteral(" \\c.bin/ ")),
+                 workspaceOf(fixture) + QStringLiteral("/c.bin"));
+        QCOMPARE(readFile(workspaceOf(fixture) + QStringLiteral("/c.bin")), noise(3000));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void anEmptyFileIsOpened() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(QStringLiteral("empty"), {}));
+        const QString copy = opened(fixture, QStringLiteral("empty"));
+        QVERIFY(QFileInfo(copy).isFile());
+        QCOMPARE(QFileInfo(copy).size(), 0);
+    }
+
+    void openingAgainOverwritesTheCopyAndItsRecord() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, "a much longer text that was never taken back\n"));
+        QVERIFY(makeLater(copy, 3600000));
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
+        QCOMPARE(opened(fixture, A), copy);
+        QCOMPARE(readFile(copy), QByteArray("line of a\n"));
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\n"));
+    }
+
+    void whatCannotBeOpenedGivesNoPath_data() {
+        QTest::addColumn<QString>("vaultPath");
+        QTest::newRow("no path") << QString();
+        QTest::newRow("an unusable path") << QStringLiteral("docs/../b.txt");
+        QTest::newRow("not in the vault") << QStringLiteral("docs/missing.txt");
+        QTest::newRow("a folder") << QStringLiteral("docs");
+    }
+    void whatCannotBeOpenedGivesNoPath() {
+        QFETCH(const QString, vaultPath);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QString copy = QStringLiteral("untouched");
+        QVERIFY(!fixture.vault.prepareFileForEditing(vaultPath, &copy));
+        QCOMPARE(copy, QStringLiteral("untouched"));
+        QVERIFY(!fixture.vault.prepareFileForEditing(A, nullptr));
+        COMPARE_UNCHANGED(before);
+        // Nothing is watched, so nothing is taken back.
+        QVERIFY(fixture.vault.lockVault());
+        COMPARE_UNCHANGED(VaultPicture(fixture));
+    }
+
+    void aCopyWhosePlaceIsTakenGivesNoPath() {
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("x"), "a file")
+            .addFile(QStringLiteral("x/y"), "beneath a file");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QString copy = QStringLiteral("untouched");
+        QVERIFY(!opened(fixture, QStringLiteral("x")).isEmpty());
+        // A folder is needed where the first copy lies.
+        QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("x/y"), &copy));
+        QVERIFY(lockAndUnlock(fixture));
+        QVERIFY(!opened(fixture, QStringLiteral("x/y")).isEmpty());
+        QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("x"), &copy));
+        QCOMPARE(copy, QStringLiteral("untouched"));
+    }
+
+    void anAlteredFileIsNotOpenedAndItsRemainsAreNotTakenBack() {
+        const CraftedContainer crafted = usedContainer();
+        VaultFixture fixture(crafted);
+        const qint64 at = crafted.blocks(2).at(1).offset;
+        QVERIFY(overwriteAt(fixture.container(), at, "altered"));
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QString copy = QStringLiteral("untouched");
+        QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("c.bin"), &copy));
+        QCOMPARE(copy, QStringLiteral("untouched"));
+        const QString remains = workspaceOf(fixture) + QStringLiteral("/c.bin");
+        QCOMPARE(readFile(remains), noise(3000).left(1000));
+        QVERIFY(makeLater(remains));
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        QVERIFY(fixture.vault.syncModifiedTempFiles());
+        COMPARE_UNCHANGED(before);
+    }
+
+    void aCopyThatCouldNotBeOpenedAgainIsNotTakenBack() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(!copy.isEmpty());
+        // The drive is out for a moment, just when the file is opened again.
+        const QString unplugged = fixture.file(QStringLiteral("unplugged"));
+        QVERIFY(QFile::rename(fixture.container(), unplugged));
+        QVERIFY(opened(fixture, A).isEmpty());
+        QVERIFY(QFile::rename(unplugged, fixture.container()));
+        QVERIFY(!QFileInfo::exists(copy) || makeLater(copy));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\n"));
+    }
+
+    void aLocalDiskWithoutRoomGivesNoPath() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(MiB);
+        QVERIFY(disk.isMounted());
+        CraftedContainer crafted = usedContainer();
+        crafted.addFile(QStringLiteral("big"), noise(2 * MiB));
+        VaultFixture fixture(crafted);
+        qputenv("TMPDIR", QFile::encodeName(disk.path()));
+        VaultManager vault;
+        qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
+        QVERIFY(vault.unlockVault(fixture.container(), TestPassword));
+        QString copy = QStringLiteral("untouched");
+        QVERIFY(!vault.prepareFileForEditing(QStringLiteral("big"), &copy));
+        QCOMPARE(copy, QStringLiteral("untouched"));
+        QVERIFY(vault.modifiedOpenFiles().isEmpty());
+        QVERIFY(vault.lockVault());
+        QCOMPARE(QDir(disk.path() + QStringLiteral("/Tessel"))
+                     .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList());
+    }
+
+    // --- Edits by other programs -----------------------------------------------------------
+
+    void editsAreTakenBackWhenTheVaultIsLocked_data() {
+        QTest::addColumn<QString>("editor");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("appending in place")
+            << QStringLiteral("echo more >> \"$1\"") << QByteArray("line of a\nmore\n");
+        QTest::newRow("appending twice") << QStringLiteral("echo one >> \"$1\"; echo two >> \"$1\"")
+                                         << QByteArray("line of a\none\ntwo\n");
+        QTest::newRow("truncating and writing")
+            << QStringLiteral("echo new > \"$1\"") << QByteArray("new\n");
+        QTest::newRow("writing a new file and renaming it")
+            << QStringLiteral("sed -i s/line/words/ \"$1\"") << QByteArray("words of a\n");
+        QTest::newRow("keeping a backup beside it")
+            << QStringLiteral("sed -i.bak s/line/words/ \"$1\"") << QByteArray("words of a\n");
+        QTest::newRow("moving the old one away first")
+            << QStringLiteral("mv \"$1\" \"$1~\"; echo new > \"$1\"") << QByteArray("new\n");
+        QTest::newRow("writing beside it and moving it over")
+            << QStringLiteral("echo new > \"$1.part\"; mv \"$1.part\" \"$1\"")
+            << QByteArray("new\n");
+        QTest::newRow("lock files and folders beside it")
+            << QStringLiteral("d=$(dirname \"$1\"); mkdir \"$d/.tmp\"; : > \"$d/.~lock#\"; "
+                              "echo more >> \"$1\"")
+            << QByteArray("line of a\nmore\n");
+        QTest::newRow("emptying it") << QStringLiteral(": > \"$1\"") << QByteArray();
+        QTest::newRow("deleting it") << QStringLiteral("rm \"$1\"") << QByteArray("line of a\n");
+    }
+    void editsAreTakenBackWhenTheVaultIsLocked() {
+        QFETCH(const QString, editor);
+        QFETCH(const QByteArray, expected);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(runEditor(editor, copy));
+        const bool deleted = !QFileInfo::exists(copy);
+        QVERIFY(deleted || makeLater(copy));
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()),
+                 deleted ? QStringList() : QStringList(A));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), expected);
+        // The rest of the vault is as it was; what the editor left beside the copy is in no vault
+        // and, the workspace being new, in no folder either.
+        QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
+        QCOMPARE(fixture.filePaths().size(), 3);
+        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("docs")));
+        QVERIFY(QDir(workspaceOf(fixture)).isEmpty());
+    }
+
+    void aCopySavedTwiceIsTakenBackTwice() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(runEditor(QStringLiteral("echo one >> \"$1\""), copy) && makeLater(copy));
+        QVERIFY(fixture.vault.syncModifiedTempFiles());
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\none\n"));
+        QVERIFY(runEditor(QStringLiteral("echo two >> \"$1\""), copy) && makeLater(copy, 4000));
+        QVERIFY(fixture.vault.syncModifiedTempFiles());
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\none\ntwo\n"));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\none\ntwo\n"));
+    }
+
+    void takingBackStoresTheCopyAsAnyFile() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultFileEntry before = fixture.entry(A);
+        const qint64 sizeBefore = QFileInfo(fixture.container()).size();
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, "edited"));
+        QVERIFY(makeLater(copy));
+        QVERIFY(fixture.vault.syncModifiedTempFiles());
+        const VaultFileEntry after = fixture.entry(A);
+        QVERIFY(after.id != before.id);
+        QCOMPARE(after.sizeBytes, 6);
+        QCOMPARE(after.lastModifiedUtc, modifiedTime(copy));
+        QCOMPARE(QFileInfo(fixture.container()).size(), sizeBefore + 6 + 16);
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void aChangedCopyIsTakenBackAtEverySynchronisation() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, "edited") && makeLater(copy));
+        QVERIFY(fixture.vault.syncModifiedTempFiles());
+        const QString first = fixture.entry(A).id;
+        // Its record keeps the time of the opening, so it still counts as changed.
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
+        QVERIFY(fixture.vault.syncModifiedTempFiles());
+        QVERIFY(fixture.entry(A).id != first);
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+    }
+
+    void onlyChangedCopiesAreTakenBack() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString idOfB = fixture.entry(B).id;
+        const QString copyOfA = opened(fixture, A);
+        const QString copyOfB = opened(fixture, B);
+        QVERIFY(!opened(fixture, QStringLiteral("c.bin")).isEmpty());
+        QVERIFY(runEditor(QStringLiteral("echo more >> \"$1\""), copyOfA) && makeLater(copyOfA));
+        // Put back by a backup program: other bytes, but an earlier time.
+        QVERIFY(writeFile(copyOfB, "older") && makeLater(copyOfB, -86400000));
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\nmore\n"));
+        QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
+        QCOMPARE(fixture.entry(B).id, idOfB);
+        QCOMPARE(fixture.stored(QStringLiteral("c.bin")), noise(3000));
+    }
+
+    void severalChangedCopiesAreAllTakenBack() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        for (const QString& path : {A, B, QStringLiteral("c.bin")}) {
+            const QString copy = opened(fixture, path);
+            QVERIFY(writeFile(copy, "edited " + path.toUtf8()) && makeLater(copy));
+        }
+        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 3);
+        QVERIFY(lockAndUnlock(fixture));
+        for (const QString& path : {A, B, QStringLiteral("c.bin")}) {
+            QCOMPARE(fixture.stored(path), QByteArray("edited " + path.toUtf8()));
+        }
+        QCOMPARE(fixture.filePaths().size(), 3);
+    }
+
+    void aFileDeletedFromTheVaultComesBackWithItsEdits() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copyOfA = opened(fixture, A);
+        const QString copyOfB = opened(fixture, B);
+        QVERIFY(fixture.vault.deleteFile(A) && fixture.vault.deleteFile(B));
+        QVERIFY(writeFile(copyOfA, "edited") && makeLater(copyOfA));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+        // The other copy was not changed: it stays deleted.
+        QVERIFY(!fixture.filePaths().contains(B));
+    }
+
+    // --- Locking ---------------------------------------------------------------------------
+
+    void lockingRemovesTheWorkspaceAndForgetsTheCopies() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString workspace = workspaceOf(fixture);
+        const QString copy = opened(fixture, A);
+        QVERIFY(!copy.isEmpty());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(!QFileInfo::exists(workspace));
+        QVERIFY(QFileInfo(fixture.temporaryFolder() + QStringLiteral("/Tessel")).isDir());
+        // A late save of the editor is not the vault's any more.
+        QVERIFY(QDir().mkpath(QFileInfo(copy).path()) && writeFile(copy, "late"));
+        QVERIFY(makeLater(copy, 3600000));
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(!QFileInfo::exists(workspace));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(workspaceOf(fixture), workspace);
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\n"));
+    }
+
+    void lockingUnchangedCopiesLeavesTheContainer() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray before = readFile(fixture.container());
+        QVERIFY(!opened(fixture, A).isEmpty() && !opened(fixture, B).isEmpty());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(readFile(fixture.container()) == before);
+    }
+
+    void aDriveThatTakesNothingKeepsTheVaultOpen() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, "edited") && makeLater(copy));
+        const VaultPicture before(fixture);
+        {
+            const ReadOnlyMount drive(fixture.driveFolder());
+            QVERIFY(drive.isMounted());
+            QVERIFY(!fixture.vault.syncModifiedTempFiles());
+            QVERIFY(!fixture.vault.lockVault());
+            COMPARE_UNCHANGED(before);
+        }
+        // Nothing is lost: the copy waits for another try.
+        QCOMPARE(readFile(copy), QByteArray("edited"));
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+    }
+
+    void aFullDriveKeepsTheVaultOpen() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        const SmallDisk disk(16 * MiB);
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, noise(100000)) && makeLater(copy));
+        QVERIFY(disk.fillUpTo(8192));
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.lockVault());
+        COMPARE_UNCHANGED(before);
+        QVERIFY(QFile::remove(disk.filePath(QStringLiteral("filler"))));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), noise(100000));
+        QVERIFY(fixture.vault.lockVault());
+    }
+
+    void oneCopyThatCannotBeReadKeepsTheVaultOpen() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copyOfA = opened(fixture, A);
+        const QString copyOfB = opened(fixture, B);
+        QVERIFY(writeFile(copyOfA, "edited a") && makeLater(copyOfA));
+        // An editor that makes a folder of it: it exists, and is later.
+        QVERIFY(QFile::remove(copyOfB) && QDir().mkdir(copyOfB));
+        QVERIFY(runEditor(QStringLiteral("touch -d '1 hour' \"$1\""), copyOfB));
+        QVERIFY(!fixture.vault.lockVault());
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
+        QVERIFY(QFileInfo::exists(copyOfA));
+        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 2);
+        // Put right, it locks.
+        QVERIFY(QDir().rmdir(copyOfB));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("edited a"));
+        QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
+    }
+
+    void aWorkspaceThatCannotBeRemovedIsReportedAndTheVaultLocked() {
+        if (!hasPrivateMounts()) {
+            QSKIP("needs mounts of its own, which this system refuses");
+        }
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, "edited") && makeLater(copy));
+        {
+            const PinnedFile pinned(copy);
+            QVERIFY(pinned.isMounted());
+            QVERIFY(!fixture.vault.lockVault());
+        }
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QCOMPARE(fixture.stored(A), QByteArray("(refused)"));
+        QVERIFY(QFileInfo::exists(copy));
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(!QFileInfo::exists(copy));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+    }
+
+    void aFullFlowWithARealKeyKeepsTheEdits() {
+        VaultFixture fixture;
+        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.store(A, "line of a\n"));
+        const QString copy = opened(fixture, A);
+        QVERIFY(runEditor(QStringLiteral("sed -i s/line/words/ \"$1\""), copy) && makeLater(copy));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("words of a\n"));
+    }
+};
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    QCoreApplication application(argc, argv);
+    TestOpenedCopies test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "test_opened_copies.moc"
