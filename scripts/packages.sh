@@ -7,7 +7,7 @@
 # Building and starting the program.
 build_packages=(
     cmake ninja-build g++ pkg-config
-    qt6-base-dev libgl1-mesa-dev libsodium-dev libssl-dev
+    qt6-base-dev qt6-translations-l10n libgl1-mesa-dev libsodium-dev libssl-dev
 )
 
 # Running every test.

@@ -17,6 +17,7 @@
 #include <QCloseEvent>
 #include <QDate>
 #include <QDesktopServices>
+#include <QDialog>
 #include <QFileInfo>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -506,8 +507,39 @@ void MainWindow::runCommand(Handler handler) {
     if (m_commandRunning) {
         return;
     }
-    const QScopedValueRollback running(m_commandRunning, true);
-    (this->*handler)();
+    {
+        const QScopedValueRollback running(m_commandRunning, true);
+        (this->*handler)();
+    }
+    if (m_closeRequested) {
+        m_closeRequested = false;
+        qApp->removeEventFilter(this);
+        close();
+    }
+}
+
+void MainWindow::requestClose() {
+    if (m_closing || m_closeRequested) {
+        return;
+    }
+    if (!m_commandRunning) {
+        close();
+        return;
+    }
+    // The command ends first: what it still asks is answered with no, what it writes is written.
+    m_closeRequested = true;
+    qApp->installEventFilter(this);
+    if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+        dialog->reject();
+    }
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    auto* dialog = event->type() == QEvent::Show ? qobject_cast<QDialog*>(watched) : nullptr;
+    if (dialog != nullptr && m_closeRequested) {
+        QMetaObject::invokeMethod(dialog, &QDialog::reject, Qt::QueuedConnection);
+    }
+    return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::toggleVault() {
@@ -531,6 +563,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         return;
     }
     const QScopedValueRollback running(m_commandRunning, true);
+    const QScopedValueRollback closing(m_closing, true);
     if (!vaultIsUnlocked() || closeVault()) {
         event->accept();
         return;

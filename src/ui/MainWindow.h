@@ -95,6 +95,16 @@ public:
     /// the selection. To be called after every change of these.
     void updateActions();
 
+public Q_SLOTS:
+    /// Closes the window as "Sair" does, from outside the program: dialogs that ask something are
+    /// answered in the negative, and an operation that is under way is waited for. Asking again
+    /// meanwhile changes nothing.
+    void requestClose();
+
+public:
+    /// Rejects dialogs that open although the window has been asked to close.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 protected:
     void closeEvent(QCloseEvent* event) override;
 
@@ -202,6 +212,8 @@ private:
     qint32 m_sortColumn;
     Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
     bool m_commandRunning = false;
+    bool m_closeRequested = false;
+    bool m_closing = false;
     VaultIcons m_icons;
 
     // Owned by the window through Qt's parents.

@@ -1,20 +1,29 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "ui/ApplicationSetup.h"
 #include "ui/MainWindow.h"
-#include "ui/ProductInfo.h"
+#include "ui/ProcessPrivacy.h"
+#include "ui/TerminationWatcher.h"
 
 #include <QApplication>
-#include <QIcon>
+#include <QSessionManager>
 
 int main(int argc, char* argv[]) {
+    Tessel::UI::makeProcessPrivate();
     QApplication application(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Tessel"));
-    QApplication::setApplicationVersion(QLatin1StringView(Tessel::UI::ProductInfo::DefaultVersion));
-    QApplication::setOrganizationName(QStringLiteral("Tessel"));
-    QApplication::setWindowIcon(QIcon(Tessel::UI::ProductInfo::iconResource()));
+    Tessel::UI::setUpApplication(application);
 
     Tessel::UI::MainWindow window(nullptr);
+    const Tessel::UI::TerminationWatcher watcher;
+    QObject::connect(&watcher, &Tessel::UI::TerminationWatcher::terminationRequested, &window,
+                     &Tessel::UI::MainWindow::requestClose);
+    QObject::connect(&application, &QApplication::commitDataRequest, &window,
+                     [&window](QSessionManager& session) {
+                         if (!window.close()) {
+                             session.cancel();
+                         }
+                     });
     window.show();
     return QApplication::exec();
 }

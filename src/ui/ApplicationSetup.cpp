@@ -1,0 +1,30 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/ApplicationSetup.h"
+
+#include "ui/ProductInfo.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QLibraryInfo>
+#include <QTranslator>
+
+namespace Tessel::UI {
+
+void setUpApplication(QApplication& application) {
+    QApplication::setApplicationName(QStringLiteral("Tessel"));
+    QApplication::setApplicationVersion(QLatin1StringView(ProductInfo::DefaultVersion));
+    QApplication::setOrganizationName(QStringLiteral("Tessel"));
+    QApplication::setDesktopFileName(QStringLiteral("example.tessel.Tessel"));
+    QApplication::setWindowIcon(QIcon(ProductInfo::iconResource()));
+
+    // Without the toolkit's catalogue its own texts stay English; ours are Portuguese anyway.
+    auto* translator = new QTranslator(&application);
+    if (translator->load(QStringLiteral("qtbase_pt_BR"),
+                         QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        QApplication::installTranslator(translator);
+    }
+}
+
+} // namespace Tessel::UI

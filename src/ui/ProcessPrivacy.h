@@ -1,0 +1,13 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+namespace Tessel::UI {
+
+/// Makes the process keep what it knows to itself, before it knows anything: what it creates is
+/// for its user alone, and neither a core dump nor another process of the user can read its memory,
+/// where keys are. A file size limit makes a write fail instead of ending the program.
+void makeProcessPrivate();
+
+} // namespace Tessel::UI

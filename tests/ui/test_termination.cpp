@@ -1,0 +1,258 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+#include "ui/ProcessPrivacy.h"
+#include "ui/TerminationWatcher.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+
+#include <csignal>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using namespace Tessel::Tests;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString Password = u"senha de teste"_qs;
+
+/// The workspace folders of every run under this temporary folder.
+QStringList workspaces() {
+    return QDir(QDir::tempPath() + u"/Tessel"_qs).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+}
+
+} // namespace
+
+class TestTermination : public QObject {
+    Q_OBJECT
+
+public Q_SLOTS:
+    /// Stands for the program that opens copies.
+    void openCopy(const QUrl& url) { m_opened = url.toLocalFile(); }
+
+private Q_SLOTS:
+    void initTestCase();
+    void filesAreForTheirUserAlone();
+    void noCoreDumpHoldsKeys();
+    void aSizeLimitMakesAWriteFail();
+    void signalsArriveInTheEventLoop_data();
+    void signalsArriveInTheEventLoop();
+    void aRequestLocksTheVaultAndClosesTheWindow();
+    void aRequestWithdrawsTheDialogThatIsOpen();
+    void aRequestWithdrawsEveryDialogOfAFlow();
+    void aRequestDuringAnImportWaitsForItsEnd();
+    void aSecondRequestChangesNothing();
+    void theWindowStaysWhenTheVaultCannotBeLocked();
+    void theProgramEndsOnASignal_data();
+    void theProgramEndsOnASignal();
+
+private:
+    QTemporaryDir m_folder;
+    QString m_container;
+    QString m_opened;
+};
+
+void TestTermination::initTestCase() {
+    qputenv("TMPDIR", m_folder.path().toLocal8Bit());
+    m_container = m_folder.filePath(u"tessel.tvlt"_qs);
+    CraftedContainer crafted;
+    crafted.addFile(u"a.txt"_qs, "conteúdo");
+    QVERIFY(crafted.writeTo(m_container));
+}
+
+void TestTermination::filesAreForTheirUserAlone() {
+    const mode_t before = ::umask(0);
+    Tessel::UI::makeProcessPrivate();
+    QVERIFY(writeFile(m_folder.filePath(u"private"_qs), "x"));
+    QVERIFY(QDir(m_folder.path()).mkdir(u"folder"_qs));
+    ::umask(before);
+    const auto open = QFile::ReadOther | QFile::WriteOther | QFile::ExeOther | QFile::ReadGroup |
+                      QFile::WriteGroup | QFile::ExeGroup;
+    QVERIFY(!(QFile::permissions(m_folder.filePath(u"private"_qs)) & open));
+    QVERIFY(!(QFile::permissions(m_folder.filePath(u"folder"_qs)) & open));
+}
+
+void TestTermination::noCoreDumpHoldsKeys() {
+    rlimit core{};
+    QCOMPARE(::getrlimit(RLIMIT_CORE, &core), 0);
+    QCOMPARE(core.rlim_cur, rlim_t(0));
+    QCOMPARE(core.rlim_max, rlim_t(0));
+    QCOMPARE(::prctl(PR_GET_DUMPABLE, 0, 0, 0, 0), 0);
+}
+
+void TestTermination::aSizeLimitMakesAWriteFail() {
+    rlimit before{};
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit tight{100, before.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &tight), 0);
+    const bool written = writeFile(m_folder.filePath(u"limited"_qs), QByteArray(1000, 'x'));
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    QVERIFY(!written);
+}
+
+void TestTermination::signalsArriveInTheEventLoop_data() {
+    QTest::addColumn<int>("signal");
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGHUP") << SIGHUP;
+}
+
+void TestTermination::signalsArriveInTheEventLoop() {
+    QFETCH(int, signal);
+    const Tessel::UI::TerminationWatcher watcher;
+    const QSignalSpy spy(&watcher, &Tessel::UI::TerminationWatcher::terminationRequested);
+    QCOMPARE(std::raise(signal), 0);
+    QCOMPARE(spy.count(), 0);
+    QTRY_COMPARE(spy.count(), 1);
+}
+
+void TestTermination::aRequestLocksTheVaultAndClosesTheWindow() {
+    WindowDriver driver;
+    QVERIFY(driver.openVault(m_container, Password));
+    QCOMPARE(workspaces().size(), 1);
+    driver.window.requestClose();
+    QVERIFY(!driver.window.isVisible());
+    QCOMPARE(workspaces().size(), 0);
+}
+
+void TestTermination::aRequestWithdrawsTheDialogThatIsOpen() {
+    WindowDriver driver;
+    QVERIFY(driver.openVault(m_container, Password));
+    driver.dialogs.handle(u"Nova pasta"_qs, [&](QDialog*) { driver.window.requestClose(); });
+    driver.action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(!driver.window.isVisible());
+    QCOMPARE(workspaces().size(), 0);
+}
+
+void TestTermination::aRequestWithdrawsEveryDialogOfAFlow() {
+    WindowDriver driver;
+    const QString path = m_folder.filePath(u"novo.tvlt"_qs);
+    driver.dialogs.answerFiles(u"Criar container Tessel"_qs, {path});
+    driver.dialogs.answerText(u"Definir senha do cofre"_qs, u"dez caracteres"_qs);
+    driver.dialogs.handle(u"Confirmar senha do cofre"_qs,
+                          [&](QDialog*) { driver.window.requestClose(); });
+    driver.dialogs.handle(u"Tessel"_qs, [](QDialog*) {}); // "não coincidem": goes by itself
+    driver.action(u"Criar novo cofre..."_qs)->trigger();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(!driver.window.isVisible());
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestTermination::aRequestDuringAnImportWaitsForItsEnd() {
+    const QString source = m_folder.filePath(u"grande.bin"_qs);
+    QVERIFY(writeFile(source, noise(40 * 1024 * 1024)));
+    bool asked = false;
+    {
+        WindowDriver driver;
+        QVERIFY(driver.openVault(m_container, Password));
+        driver.dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {source});
+        const ProgressProbe probe([&](QProgressDialog* dialog, int value) {
+            if (value > 300 && value < 1000) {
+                driver.window.requestClose();
+                QVERIFY(dialog->isVisible());
+                QVERIFY(driver.window.isVisible());
+                asked = true;
+            }
+        });
+        driver.action(u"Importar..."_qs)->trigger();
+        QVERIFY(!driver.window.isVisible());
+        QCOMPARE(workspaces().size(), 0);
+    }
+    Tessel::Core::VaultManager vault;
+    QVERIFY(vault.unlockVault(m_container, Password.toUtf8()));
+    const bool imported = vault.fileIndex().contains(u"grande.bin"_qs);
+    QVERIFY(vault.lockVault());
+    QVERIFY(asked);
+    QVERIFY(imported);
+}
+
+void TestTermination::aSecondRequestChangesNothing() {
+    WindowDriver driver;
+    QVERIFY(driver.openVault(m_container, Password));
+    driver.dialogs.handle(u"Nova pasta"_qs, [&](QDialog*) {
+        driver.window.requestClose();
+        driver.window.requestClose();
+    });
+    driver.action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY(!driver.window.isVisible());
+    driver.window.requestClose();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+}
+
+void TestTermination::theWindowStaysWhenTheVaultCannotBeLocked() {
+    const QString container = m_folder.filePath(u"gone.tvlt"_qs);
+    QVERIFY(QFile::copy(m_container, container));
+    WindowDriver driver;
+    QVERIFY(driver.openVault(container, Password));
+    QVERIFY(driver.selectRow(u"a.txt"_qs));
+    QDesktopServices::setUrlHandler(u"file"_qs, this, "openCopy");
+    driver.action(u"Abrir"_qs)->trigger();
+    QDesktopServices::unsetUrlHandler(u"file"_qs);
+    // The opened copy changes, and the container is no longer there to take it.
+    QFile copy(m_opened);
+    QVERIFY(copy.open(QIODevice::Append));
+    QVERIFY(copy.write("mais") == 4 && copy.flush());
+    QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                             QFileDevice::FileModificationTime));
+    QVERIFY(QFile::rename(container, container + u".fora"_qs));
+
+    driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* dialog) {
+        driver.window.requestClose(); // a second signal while the first is being answered
+        dialog->accept();
+    });
+    driver.window.requestClose();
+    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QVERIFY(driver.window.isVisible());
+    QVERIFY(driver.vaultIsOpen());
+
+    QVERIFY(QFile::rename(container + u".fora"_qs, container));
+    driver.window.requestClose();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(!driver.window.isVisible());
+}
+
+void TestTermination::theProgramEndsOnASignal_data() {
+    signalsArriveInTheEventLoop_data();
+}
+
+void TestTermination::theProgramEndsOnASignal() {
+    QFETCH(int, signal);
+    QProcess program;
+    program.start(QStringLiteral(TESSEL_PROGRAM), {u"-platform"_qs, u"offscreen"_qs});
+    QVERIFY(program.waitForStarted());
+    // The watcher is there once the handler shows in the process's table of caught signals.
+    const auto catches = [&program, signal] {
+        const QList<QByteArray> lines =
+            readFile(u"/proc/%1/status"_qs.arg(program.processId())).split('\n');
+        for (const QByteArray& line : lines) {
+            if (line.startsWith("SigCgt:")) {
+                return (line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1) & 1) == 1;
+            }
+        }
+        return false;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(catches(), 30000);
+    QCOMPARE(::kill(static_cast<pid_t>(program.processId()), signal), 0);
+    QVERIFY(program.waitForFinished(30000));
+    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(program.exitCode(), 0);
+}
+
+QTEST_MAIN(TestTermination)
+#include "test_termination.moc"
