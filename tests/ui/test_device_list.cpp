@@ -124,6 +124,9 @@ void TestDeviceList::init() {
     qputenv("USER", "ana");
     qunsetenv("LOGNAME");
     m_usb = std::make_unique<FakeUsb>();
+    // An open vault's workspace goes with the machine, and meets nobody else's.
+    m_usb->makeDirectory(u"/media/tmp"_qs);
+    qputenv("TMPDIR", "/media/tmp");
 }
 
 void TestDeviceList::cleanup() {
