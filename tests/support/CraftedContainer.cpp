@@ -319,8 +319,9 @@ QByteArray CraftedContainer::indexJson() const {
 }
 
 QByteArray CraftedContainer::encryptedIndex() const {
-    return m_encryptedIndex.value_or(
-        seal(indexJson(), keys.masterKey.left(32), keys.payloadNonce, indexAssociatedData()));
+    return m_encryptedIndex ? *m_encryptedIndex
+                            : seal(indexJson(), keys.masterKey.left(32), keys.payloadNonce,
+                                   indexAssociatedData());
 }
 
 QByteArray CraftedContainer::headerJson() const {

@@ -1,0 +1,38 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "support/Files.h"
+
+#include <QByteArray>
+
+namespace Tessel::Tests {
+
+/// How much this process's resident memory has grown, at its highest, since the object was made.
+class PeakMemory {
+public:
+    PeakMemory() {
+        // 5 makes the kernel forget the peak so far (proc(5), clear_refs).
+        m_canMeasure = writeFile(QStringLiteral("/proc/self/clear_refs"), "5");
+        m_before = kilobytes();
+    }
+
+    /// Whether the system tells the peak; growth() means nothing where it does not.
+    [[nodiscard]] bool canMeasure() const { return m_canMeasure && m_before > 0; }
+    /// In bytes.
+    [[nodiscard]] qint64 growth() const { return (kilobytes() - m_before) * 1024; }
+
+private:
+    static qint64 kilobytes() {
+        const QByteArray status = readFile(QStringLiteral("/proc/self/status"));
+        const qsizetype label = status.indexOf("VmHWM:");
+        const QByteArray line = status.mid(label + 6, status.indexOf('\n', label) - label - 6);
+        return line.trimmed().split(' ').first().toLongLong();
+    }
+
+    bool m_canMeasure = false;
+    qint64 m_before = 0;
+};
+
+} // namespace Tessel::Tests
