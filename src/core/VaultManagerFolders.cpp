@@ -127,7 +127,8 @@ bool VaultManager::deleteFile(const QString& vaultPath) {
 
 bool VaultManager::createDirectory(const QString& path) {
     const QString newPath = normalizedVaultPath(path);
-    if (!isUnlocked() || newPath.isEmpty() || itemExists(m_index, newPath)) {
+    if (!isUnlocked() || newPath.isEmpty() || !ancestorsFitIntoAnIndex(newPath) ||
+        itemExists(m_index, newPath)) {
         return false;
     }
     SecureFileIndex working = m_index;
@@ -145,7 +146,7 @@ bool VaultManager::renameDirectory(const QString& path, const QString& newPath) 
         return false;
     }
     if (!indexContainsDirectoryPath(m_index, oldDirectory) || itemExists(m_index, newDirectory) ||
-        hasOpenCopyIn(oldDirectory)) {
+        !ancestorsFitIntoAnIndex(newDirectory) || hasOpenCopyIn(oldDirectory)) {
         return false;
     }
     SecureFileIndex working;

@@ -79,7 +79,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
 bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,
                               const Progress& progress) {
     const QString path = normalizedVaultPath(vaultPath);
-    if (!isUnlocked() || path.isEmpty()) {
+    if (!isUnlocked() || path.isEmpty() || !ancestorsFitIntoAnIndex(path)) {
         return false;
     }
     const QFileInfo sourceInfo(sourcePath);

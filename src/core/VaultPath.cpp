@@ -3,6 +3,7 @@
 
 #include "core/VaultPath.h"
 
+#include "core/ContainerLayout.h"
 #include "core/SecureFileIndex.h"
 
 #include <QStringList>
@@ -47,7 +48,8 @@ QString vaultBaseName(const QString& path) {
 }
 
 bool sameVaultPath(const QString& a, const QString& b) {
-    return a.compare(b, Qt::CaseInsensitive) == 0;
+    // Letters keep their size when case is ignored, and most paths differ in length.
+    return a.size() == b.size() && a.compare(b, Qt::CaseInsensitive) == 0;
 }
 
 bool indexContainsFilePath(const SecureFileIndex& index, const QString& path) {
@@ -62,6 +64,15 @@ bool indexContainsDirectoryPath(const SecureFileIndex& index, const QString& pat
     return std::any_of(
         folders.cbegin(), folders.cend(),
         [&path](const VaultDirectoryEntry& folder) { return sameVaultPath(folder.path, path); });
+}
+
+bool ancestorsFitIntoAnIndex(const QString& path) {
+    qint64 characters = 0;
+    for (qsizetype slash = path.indexOf(Separator); slash >= 0;
+         slash = path.indexOf(Separator, slash + 1)) {
+        characters += slash;
+    }
+    return characters <= ContainerLayout::HeaderRegionBytes;
 }
 
 void ensureParentDirectories(SecureFileIndex* index, const QString& path) {

@@ -29,6 +29,10 @@ class SecureFileIndex;
 /// Whether some folder of the index has this path, ignoring letter case.
 [[nodiscard]] bool indexContainsDirectoryPath(const SecureFileIndex& index, const QString& path);
 
+/// Whether an index that names every ancestor folder of @p path can fit into a container. One that
+/// cannot is not worth building: the folders of a very long path take its length squared.
+[[nodiscard]] bool ancestorsFitIntoAnIndex(const QString& path);
+
 /// Adds every missing ancestor folder of @p path to the index, all with the same current time.
 void ensureParentDirectories(SecureFileIndex* index, const QString& path);
 
