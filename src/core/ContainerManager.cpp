@@ -302,6 +302,22 @@ bool ContainerManager::repairHeader(const QString& path) const {
     return record && rewriteHeader(file, record->headerImage, {endOfPayload(file), file.size()});
 }
 
+bool ContainerManager::dropRedoRecord(const QString& path) const {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
+        !readMagic(file) || headerRegionWouldReachPayload(file)) {
+        return false;
+    }
+    const std::optional<LengthLine> line =
+        file.seek(LengthLineOffset) ? readLengthLine(file) : std::nullopt;
+    if (!line || !file.seek(LengthLineOffset)) {
+        return false;
+    }
+    const QByteArray image = file.read(line->lineBytes + line->headerBytes);
+    return image.size() == line->lineBytes + line->headerBytes &&
+           rewriteHeader(file, image, {endOfPayload(file), file.size()});
+}
+
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
                                      const PayloadWriter& payloadWriter) const {
     QSaveFile file(path);

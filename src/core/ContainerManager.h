@@ -53,6 +53,10 @@ public:
     /// record off. To be called only when the container's own header does not open and the
     /// record's does.
     [[nodiscard]] bool repairHeader(const QString& path) const;
+    /// Cuts off the redo record at the container's end. The header is written once more before: one
+    /// that was put back after a failure may stand in the system's cache and not on the drive. To
+    /// be called only when the container's own header opens.
+    [[nodiscard]] bool dropRedoRecord(const QString& path) const;
 
     /// The header as compact JSON.
     [[nodiscard]] QByteArray buildHeader(const ContainerDocument& document) const;

@@ -61,8 +61,12 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
     ContainerDocument document;
     const bool opened = m_containerManager.readDocument(path, &document) &&
                         openDocument(document, password, &m_index);
-    if (!opened && !openRedoRecord(path, password, &document, &m_index)) {
-        return false;
+    if (!opened) {
+        if (!openRedoRecord(path, password, &document, &m_index)) {
+            return false;
+        }
+        // On a drive that takes no writes the vault can still be read.
+        static_cast<void>(m_containerManager.repairHeader(path));
     }
     m_containerFilePath = path;
     m_state = VaultState::Unlocked;
@@ -84,20 +88,33 @@ bool VaultManager::openDocument(const ContainerDocument& document, const QByteAr
 
 bool VaultManager::openRedoRecord(const QString& path, const QByteArray& password,
                                   ContainerDocument* document, SecureFileIndex* index) {
-    if (!m_containerManager.readRedoRecord(path, document) ||
-        !openDocument(*document, password, index)) {
-        return false;
+    return m_containerManager.readRedoRecord(path, document) &&
+           openDocument(*document, password, index);
+}
+
+bool VaultManager::headerOpens() const {
+    ContainerDocument document;
+    SecureFileIndex index;
+    return m_containerManager.readDocument(m_containerFilePath, &document) &&
+           decryptIndex(document, &index);
+}
+
+bool VaultManager::settleRedoRecord() const {
+    ContainerDocument recorded;
+    if (!m_containerManager.readRedoRecord(m_containerFilePath, &recorded)) {
+        return true;
     }
-    // On a drive that takes no writes the vault can still be read.
-    static_cast<void>(m_containerManager.repairHeader(path));
-    return true;
+    // Whatever is appended next would hide the record from a header that needs it; and one that is
+    // not needed would pass for the newest if the next rewrite had no room for its own.
+    if (headerOpens()) {
+        return m_containerManager.dropRedoRecord(m_containerFilePath);
+    }
+    SecureFileIndex index;
+    return !decryptIndex(recorded, &index) || m_containerManager.repairHeader(m_containerFilePath);
 }
 
 bool VaultManager::readSessionDocument(ContainerDocument* document) const {
-    // A rewrite that failed with the drive leaves a torn header and its record. The session knows
-    // the index; all it needs from the file is how the master key is wrapped.
-    return m_containerManager.readDocument(m_containerFilePath, document) ||
-           m_containerManager.readRedoRecord(m_containerFilePath, document);
+    return settleRedoRecord() && m_containerManager.readDocument(m_containerFilePath, document);
 }
 
 bool VaultManager::changePassword(const QString& path, const QByteArray& oldPassword,
@@ -129,10 +146,12 @@ QByteArray VaultManager::masterKeyForRekeying(const QString& path, const QByteAr
         // A torn header may still give the master key, beside half an index: re-keying that one
         // would lose the record that holds the whole.
         if (openDocument(*document, password, &index)) {
-            return m_masterKey;
+            return m_containerManager.dropRedoRecord(path) ? m_masterKey : QByteArray();
         }
     }
-    return openRedoRecord(path, password, document, &index) ? m_masterKey : QByteArray();
+    const bool repaired =
+        openRedoRecord(path, password, document, &index) && m_containerManager.repairHeader(path);
+    return repaired ? m_masterKey : QByteArray();
 }
 
 bool VaultManager::saveIndex(const SecureFileIndex& index) {

@@ -133,10 +133,15 @@ private:
     /// Takes the master key and the index from the document; no key is kept on failure.
     [[nodiscard]] bool openDocument(const ContainerDocument& document, const QByteArray& password,
                                     SecureFileIndex* index);
-    /// The same from the container's redo record, whose header is then put in its place.
+    /// The same from the container's redo record.
     [[nodiscard]] bool openRedoRecord(const QString& path, const QByteArray& password,
                                       ContainerDocument* document, SecureFileIndex* index);
-    /// The document of the unlocked container, from its header or its redo record.
+    /// Whether the container's header opens with the session's key.
+    [[nodiscard]] bool headerOpens() const;
+    /// Leaves no redo record: it is put into its header's place when that does not open, and cut
+    /// off when it does.
+    [[nodiscard]] bool settleRedoRecord() const;
+    /// The document of the unlocked container, which is about to be changed.
     [[nodiscard]] bool readSessionDocument(ContainerDocument* document) const;
     /// The document whose wrapping a password change renews, and its master key.
     [[nodiscard]] QByteArray masterKeyForRekeying(const QString& path, const QByteArray& password,
@@ -154,8 +159,6 @@ private:
     [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
                                            const SecureFileIndex& index) const;
 
-    /// Makes sure that no redo record stands where blocks are to be appended.
-    [[nodiscard]] bool dropRedoRecord();
     /// The vault's index without the file of this path, but with the folders above it.
     [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;
     /// Seals the source chunk by chunk at the container's position; fills in blocks and digest.

@@ -61,13 +61,9 @@ bool readChunk(QFile& source, QByteArray* chunk, FileDigest* digest) {
 // Cuts the container back to its former length. A redo record at its end was left by a header that
 // could not be put back: the drive may hold the new one, and the blocks that it names must stay.
 void truncateContainer(QFile& container, qint64 size) {
-    const bool open =
-        container.isOpen() ||
-        container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered);
-    if (open && container.size() > size && !findRedoRecord(container) && container.resize(size)) {
+    if (container.size() > size && !findRedoRecord(container) && container.resize(size)) {
         static_cast<void>(syncToDrive(container));
     }
-    container.close();
 }
 
 } // namespace
@@ -92,7 +88,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     ContainerDocument document;
-    if (!dropRedoRecord() || !readSessionDocument(&document)) {
+    if (!readSessionDocument(&document)) {
         return false;
     }
     SecureFileIndex working = indexWithout(path);
@@ -111,21 +107,14 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         !appendBlocks(source, container, document, &entry, progress) || !container.flush()) {
         return false;
     }
-    container.close();
-    // The header's rewrite waits until the blocks are on the drive.
+    // The header's rewrite waits until the blocks are on the drive. The container stays open for
+    // so long: the kernel may forget that a block was lost once nobody has the file open.
     if (!working.addOrReplace(entry) || !sealIndexIntoHeader(&document, working)) {
         return false;
     }
     rollback.dismiss();
     m_index = working;
     return true;
-}
-
-bool VaultManager::dropRedoRecord() {
-    // Blocks must not be appended behind a record that a torn header may still need. Writing the
-    // header anew makes it whole and the record superfluous.
-    ContainerDocument recorded;
-    return !m_containerManager.readRedoRecord(m_containerFilePath, &recorded) || saveIndex(m_index);
 }
 
 SecureFileIndex VaultManager::indexWithout(const QString& path) const {

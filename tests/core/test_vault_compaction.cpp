@@ -444,11 +444,11 @@ private Q_SLOTS:
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt_data() {
         QTest::addColumn<QString>("injection");
         // Unlocking reads the container three times, and so does reading the document anew.
-        QTest::newRow("document") << QStringLiteral("read:error=EIO:when=4");
-        QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=3");
-        QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=7");
-        QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=12");
-        QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=3");
+        QTest::newRow("document") << QStringLiteral("read:error=EIO:when=6");
+        QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=4");
+        QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=9");
+        QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=14");
+        QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=4");
         QTest::newRow("deletion") << QStringLiteral("unlink:error=EROFS:when=1");
     }
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
@@ -540,7 +540,7 @@ private Q_SLOTS:
         // The container is opened to unlock it, to read the document, to read the blocks, and then
         // as a new file.
         QTest::newRow("new container cannot be made")
-            << QStringLiteral("openat:error=EROFS:when=4");
+            << QStringLiteral("openat:error=EROFS:when=5");
         QTest::newRow("first write") << QStringLiteral("write:error=EIO:when=1");
         QTest::newRow("second write") << QStringLiteral("write:error=EIO:when=2");
         QTest::newRow("write-back") << QStringLiteral("sync_file_range:error=EIO:when=1");
