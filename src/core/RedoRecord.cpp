@@ -101,12 +101,14 @@ RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage) {
     }
     const qint64 begin = file.size();
     const QByteArray trailer = digest + paddedNumber(headerImage.size()) + RecordMark.toByteArray();
-    errno = 0;
-    if (writeAt(file.handle(), headerImage, begin) &&
-        writeAt(file.handle(), trailer, begin + headerImage.size()) && syncToDrive(file)) {
+    const bool written = writeAt(file.handle(), headerImage, begin) &&
+                         writeAt(file.handle(), trailer, begin + headerImage.size());
+    const bool outOfRoom = !written && isOutOfRoom(errno);
+    // A sync that fails, even for want of room, may have lost blocks that were written before the
+    // record, and a later one would not tell: only a write may be answered with doing without.
+    if (written && syncToDrive(file)) {
         return RedoRecordResult::Written;
     }
-    const bool outOfRoom = isOutOfRoom(errno);
     const bool restored = file.resize(begin);
     return outOfRoom && restored ? RedoRecordResult::NoRoom : RedoRecordResult::Failed;
 }

@@ -1,0 +1,741 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "DriverRun.h"
+#include "VaultFixture.h"
+
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QCryptographicHash>
+#include <QFileInfo>
+#include <QTest>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+constexpr qint64 LengthLineAt = 7;
+const QByteArray RecordMark = QByteArrayLiteral("TESSEL-REDO\n");
+const QByteArray NewPassword = QByteArrayLiteral("outra senha longa");
+
+/// Writes of this process that reach into the header of the watched file stop at a byte of the
+/// file and fail, as they do on a drive that is pulled out.
+struct HeaderFault {
+    dev_t device = 0;
+    ino_t inode = 0;
+    qint64 stopAt = -1;
+    int failures = 0;
+};
+HeaderFault g_fault;
+
+// The bytes that may still be written, or nothing when the write is none of ours.
+qint64 bytesBeforeTheFault(int descriptor, size_t size) {
+    struct stat info {};
+    if (g_fault.failures < 1 || ::fstat(descriptor, &info) != 0 || info.st_dev != g_fault.device ||
+        info.st_ino != g_fault.inode) {
+        return -1;
+    }
+    const qint64 at = ::lseek(descriptor, 0, SEEK_CUR);
+    return at >= 0 && at < PayloadOffset && at + static_cast<qint64>(size) > g_fault.stopAt
+               ? std::max<qint64>(0, g_fault.stopAt - at)
+               : -1;
+}
+
+class FailingHeader {
+public:
+    static constexpr int Always = 1000000;
+
+    /// @param times how many rewrites fail, putting the old header back included
+    FailingHeader(const QString& container, qint64 stopAt, int times) {
+        struct stat info {};
+        if (::stat(QFile::encodeName(container).constData(), &info) != 0) {
+            qFatal("no container to watch");
+        }
+        g_fault = {info.st_dev, info.st_ino, stopAt, times};
+    }
+    ~FailingHeader() { g_fault = {}; }
+    Q_DISABLE_COPY_MOVE(FailingHeader)
+
+    /// Whether a rewrite has run into the fault.
+    [[nodiscard]] static bool struck(int times) { return g_fault.failures < times; }
+};
+
+} // namespace
+
+// Stands before the C library's, for the toolkit as well.
+extern "C" ssize_t write(int descriptor, const void* bytes, size_t size) {
+    const qint64 allowed = bytesBeforeTheFault(descriptor, size);
+    if (allowed < 0) {
+        return ::syscall(SYS_write, descriptor, bytes, size);
+    }
+    if (allowed > 0) {
+        return ::syscall(SYS_write, descriptor, bytes, static_cast<size_t>(allowed));
+    }
+    --g_fault.failures;
+    // What is put back afterwards does not get as far.
+    g_fault.stopAt = 0;
+    errno = EIO;
+    return -1;
+}
+
+namespace {
+
+/// A vault before and after one change. Both have the same payload; only the headers differ.
+struct Change {
+    CraftedContainer before = base();
+    CraftedContainer after = base();
+
+    /// A new folder.
+    Change() {
+        after.addFolder(u"nova"_qs);
+        after.keys.payloadNonce = noise(24, 77);
+    }
+
+    static CraftedContainer base() {
+        CraftedContainer vault(5);
+        vault.addFile(u"docs/a.bin"_qs, noise(3000, 1), 1000);
+        vault.addFile(u"b.txt"_qs, QByteArrayLiteral("conteudo de b"));
+        for (int i = 0; i < 12; ++i) {
+            vault.addFolder(u"pasta %1"_qs.arg(i));
+        }
+        return vault;
+    }
+
+    static Change ofPassword() {
+        Change change;
+        change.after = base();
+        change.after.keys.password = NewPassword;
+        change.after.keys.salt = noise(16, 78);
+        change.after.keys.nonce = noise(24, 79);
+        return change;
+    }
+
+    qint64 headersEnd() const {
+        return std::max(before.headerOffset() + before.headerJson().size(),
+                        after.headerOffset() + after.headerJson().size());
+    }
+    /// The container with the new header's bytes in [from, to) of the file, the old ones elsewhere.
+    QByteArray torn(qint64 from, qint64 to) const {
+        QByteArray bytes = before.bytes();
+        const QByteArray newer = after.bytes();
+        return bytes.replace(from, to - from, newer.mid(from, to - from));
+    }
+    QByteArray tornInTheMiddle() const { return torn(LengthLineAt, headersEnd() / 2); }
+    /// Within what the password wraps; this and the whole rest of the index stay as they were.
+    QByteArray tornInTheFirstSector() const { return torn(LengthLineAt, 200); }
+    bool hasWholeHeader(const QByteArray& bytes, const CraftedContainer& of) const {
+        const qint64 size = of.headerOffset() + of.headerJson().size();
+        return bytes.left(size) == of.bytes().left(size);
+    }
+};
+
+QByteArray recordOf(const CraftedContainer& vault) {
+    const QByteArray image = vault.lengthLine() + vault.headerJson();
+    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
+           QByteArray::number(image.size()).rightJustified(20, '0') + RecordMark;
+}
+
+QStringList foldersOf(const VaultManager& vault) {
+    QStringList paths;
+    const QList<VaultDirectoryEntry> folders = vault.fileIndex().directories();
+    for (const VaultDirectoryEntry& folder : folders) {
+        paths.append(folder.path);
+    }
+    return paths;
+}
+
+bool isAfterState(const VaultManager& vault) {
+    return foldersOf(vault).contains(u"nova"_qs);
+}
+
+struct FileTimes {
+    QDateTime modified;
+    QDateTime statusChanged;
+    bool operator==(const FileTimes& other) const {
+        return modified == other.modified && statusChanged == other.statusChanged;
+    }
+};
+
+FileTimes timesOf(const QString& path) {
+    const QFileInfo info(path);
+    return {info.lastModified(), info.metadataChangeTime()};
+}
+
+qint64 endOfLastBlock(const SecureFileIndex& index) {
+    qint64 end = PayloadOffset;
+    const QList<VaultFileEntry> entries = index.entries();
+    for (const VaultFileEntry& entry : entries) {
+        for (const VaultFileBlock& block : entry.blocks) {
+            end = std::max(end, block.offset + block.encryptedSize);
+        }
+    }
+    return end;
+}
+
+} // namespace
+
+class TestRedoRecord : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void repairsAHeaderTornAtAnyByte_data();
+    void repairsAHeaderTornAtAnyByte();
+    void ignoresARecordCutShort();
+    void ignoresARecordWithAByteAltered();
+    void ignoresARecordOfAnotherVault();
+    void ignoresARecordWhoseLengthLineIsWrong();
+    void readingLeavesARecordBehindAWholeHeaderAlone();
+    void nextChangeRemovesTheRecord_data();
+    void nextChangeRemovesTheRecord();
+    void nextChangeRemovesStackedRecords();
+    void changeRepairsAHeaderTornMeanwhile_data();
+    void changeRepairsAHeaderTornMeanwhile();
+    void backupOfATornContainerIsRepaired();
+    void readOnlyTornContainerIsReadable();
+    void fullDriveStillDeletes();
+    void fullDriveUsesTheRoomOfAnOldRecord();
+    void failedRewritePutsTheOldHeaderBack_data();
+    void failedRewritePutsTheOldHeaderBack();
+    void rewriteThatCannotBeUndoneLeavesItsRecord_data();
+    void rewriteThatCannotBeUndoneLeavesItsRecord();
+    void rollBackKeepsARecordThatIsNeeded();
+    void sessionGoesOnAfterARewriteThatCouldNotBeUndone();
+    void failedSyncOfTheRecordIsNotBelieved_data();
+    void failedSyncOfTheRecordIsNotBelieved();
+    void oldPasswordOpensUntilTheHeaderIsTorn();
+    void newPasswordRepairsATornPasswordChange();
+    void passwordChangeOfATornContainerKeepsTheNewIndex();
+    void undisturbedContainersEndAtTheirLastBlock();
+    void newContainerEndsAtItsHeaderRegion();
+    void severalSessionsOnOneContainerStayUsable();
+};
+
+void TestRedoRecord::repairsAHeaderTornAtAnyByte_data() {
+    QTest::addColumn<qint64>("from");
+    QTest::addColumn<qint64>("to");
+    const Change change;
+    const qint64 end = change.headersEnd();
+    QList<qint64> cuts;
+    for (const qint64 around :
+         {LengthLineAt, LengthLineAt + 20, change.before.headerOffset(),
+          change.before.headerOffset() + change.before.headerJson().size(), end}) {
+        cuts << around - 1 << around << around + 1;
+    }
+    for (qint64 sector = 512; sector < end; sector += 512) {
+        cuts << sector;
+    }
+    for (const qint64 cut : qAsConst(cuts)) {
+        QTest::addRow("new before %lld", static_cast<long long>(cut)) << LengthLineAt << cut;
+        QTest::addRow("new from %lld", static_cast<long long>(cut)) << cut << end;
+    }
+    QTest::newRow("one sector of the middle") << qint64(1024) << qint64(1536);
+}
+
+void TestRedoRecord::repairsAHeaderTornAtAnyByte() {
+    QFETCH(const qint64, from);
+    QFETCH(const qint64, to);
+    const Change change;
+    const QByteArray torn = change.torn(from, std::max(from, to));
+    const QByteArray record = recordOf(change.after);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), torn + record));
+
+    QVERIFY(fixture.unlock());
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(fixture.stored(u"b.txt"_qs), QByteArrayLiteral("conteudo de b"));
+    const QByteArray found = readFile(fixture.container());
+    const bool isOld = change.hasWholeHeader(torn, change.before);
+    const bool isNew = change.hasWholeHeader(torn, change.after);
+    if (isOld || isNew) {
+        QCOMPARE(isAfterState(fixture.vault), isNew);
+        QVERIFY2(found == torn + record, "a container that opens was written to");
+    } else {
+        QVERIFY(isAfterState(fixture.vault));
+        QCOMPARE(found.size(), change.after.fileSize());
+        QVERIFY2(found == change.after.bytes(), "the repaired container is not the finished one");
+    }
+}
+
+void TestRedoRecord::ignoresARecordCutShort() {
+    const Change change;
+    const QByteArray torn = change.tornInTheMiddle();
+    const QByteArray record = recordOf(change.after);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), torn + record));
+    QFile file(fixture.container());
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    for (qsizetype left = record.size() - 1; left >= 0;
+         left -= left > record.size() - 80 ? 1 : 97) {
+        QVERIFY(file.resize(torn.size() + left));
+        QVERIFY2(!fixture.unlock(), qPrintable(u"%1 bytes left"_qs.arg(left)));
+        QCOMPARE(file.size(), torn.size() + left);
+    }
+    QVERIFY(readFile(fixture.container()).startsWith(torn.left(change.headersEnd())));
+}
+
+void TestRedoRecord::ignoresARecordWithAByteAltered() {
+    const Change change;
+    const QByteArray torn = change.tornInTheMiddle();
+    const QByteArray record = recordOf(change.after);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), torn + record));
+    for (qsizetype at = 0; at < record.size(); at += at < record.size() - 80 ? 13 : 1) {
+        const QByteArray altered(1, static_cast<char>(record.at(at) ^ 1));
+        QVERIFY(overwriteAt(fixture.container(), torn.size() + at, altered));
+        QVERIFY2(!fixture.unlock(), qPrintable(u"byte %1"_qs.arg(at)));
+        QVERIFY(overwriteAt(fixture.container(), torn.size() + at, record.mid(at, 1)));
+    }
+    QVERIFY(readFile(fixture.container()) == torn + record);
+    QVERIFY(fixture.unlock());
+}
+
+void TestRedoRecord::ignoresARecordOfAnotherVault() {
+    const Change change;
+    CraftedContainer other(6);
+    other.keys.password = QByteArrayLiteral("senha de outro cofre");
+    const QByteArray bytes = change.tornInTheMiddle() + recordOf(other);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), bytes));
+    QVERIFY(!fixture.unlock());
+    QVERIFY(readFile(fixture.container()) == bytes);
+}
+
+void TestRedoRecord::ignoresARecordWhoseLengthLineIsWrong() {
+    const Change change;
+    CraftedContainer liar = change.after;
+    liar.setLengthLine(QByteArray::number(liar.headerJson().size() - 1).rightJustified(20, '0') +
+                       '\n');
+    const QByteArray bytes = change.tornInTheMiddle() + recordOf(liar);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), bytes));
+    QVERIFY(!fixture.unlock());
+    QVERIFY(readFile(fixture.container()) == bytes);
+}
+
+void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone() {
+    const Change change;
+    const QByteArray bytes = change.before.bytes() + recordOf(change.after);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), bytes));
+    const FileTimes times = timesOf(fixture.container());
+
+    QVERIFY(!fixture.vault.unlockVault(fixture.container(), QByteArrayLiteral("errada")));
+    QVERIFY(fixture.unlock());
+    QVERIFY(!isAfterState(fixture.vault));
+    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_qs, fixture.file(u"a.bin"_qs)));
+    QCOMPARE(readFile(fixture.file(u"a.bin"_qs)), noise(3000, 1));
+    QString copy;
+    QVERIFY(fixture.vault.prepareFileForEditing(u"b.txt"_qs, &copy));
+    QVERIFY(fixture.vault.lockVault());
+
+    QVERIFY(readFile(fixture.container()) == bytes);
+    QVERIFY(timesOf(fixture.container()) == times);
+}
+
+// One row for each kind of change; each works on the vault of struct Change.
+using Operation = std::function<bool(VaultFixture&)>;
+Q_DECLARE_METATYPE(Operation)
+
+static void addOperations() {
+    QTest::addColumn<Operation>("operation");
+    const QList<QPair<const char*, Operation>> rows{
+        {"import",
+         [](VaultFixture& f) {
+             return f.store(u"c.txt"_qs, "de c");
+         }},
+        {"new folder",
+         [](VaultFixture& f) {
+             return f.vault.createDirectory(u"outra"_qs);
+         }},
+        {"rename",
+         [](VaultFixture& f) {
+             return f.vault.renameFile(u"b.txt"_qs, u"d.txt"_qs);
+         }},
+        {"move",
+         [](VaultFixture& f) {
+             return f.vault.moveFile(u"b.txt"_qs, u"pasta 1"_qs);
+         }},
+        {"delete",
+         [](VaultFixture& f) {
+             return f.vault.deleteFile(u"b.txt"_qs);
+         }},
+        {"rename folder",
+         [](VaultFixture& f) {
+             return f.vault.renameDirectory(u"pasta 1"_qs, u"x/y"_qs);
+         }},
+        {"delete folder",
+         [](VaultFixture& f) {
+             return f.vault.deleteDirectory(u"pasta 2"_qs);
+         }},
+        {"compaction",
+         [](VaultFixture& f) {
+             return f.vault.compactVault({}, nullptr);
+         }},
+        {"password",
+         [](VaultFixture& f) {
+             return f.vault.lockVault() &&
+                    f.vault.changePassword(f.container(), TestPassword, NewPassword) &&
+                    f.vault.unlockVault(f.container(), NewPassword);
+         }},
+    };
+    for (const auto& [name, operation] : rows) {
+        QTest::newRow(name) << operation;
+    }
+}
+
+void TestRedoRecord::nextChangeRemovesTheRecord_data() {
+    addOperations();
+}
+
+void TestRedoRecord::nextChangeRemovesTheRecord() {
+    QFETCH(const Operation, operation);
+    const Change change;
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), change.before.bytes() + recordOf(change.after)));
+    QVERIFY(fixture.unlock());
+    QVERIFY(operation(fixture));
+    QVERIFY(!readFile(fixture.container()).contains(RecordMark));
+    QVERIFY(!isAfterState(fixture.vault));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    const qint64 end = change.before.fileSize();
+    const qint64 lastBlock = endOfLastBlock(fixture.vault.fileIndex());
+    QVERIFY(QFileInfo(fixture.container()).size() == std::max(end, lastBlock) ||
+            QFileInfo(fixture.container()).size() == lastBlock);
+}
+
+void TestRedoRecord::nextChangeRemovesStackedRecords() {
+    const Change change;
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(),
+                      change.before.bytes() + recordOf(change.before) + recordOf(change.after)));
+    QVERIFY(fixture.unlock());
+    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QCOMPARE(QFileInfo(fixture.container()).size(), change.before.fileSize());
+}
+
+void TestRedoRecord::changeRepairsAHeaderTornMeanwhile_data() {
+    addOperations();
+}
+
+// The drive is pulled out and put back while the vault is unlocked: the session goes on with what
+// it knows.
+void TestRedoRecord::changeRepairsAHeaderTornMeanwhile() {
+    QFETCH(const Operation, operation);
+    const Change change;
+    VaultFixture fixture(change.before);
+    QVERIFY(fixture.unlock());
+    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + recordOf(change.after)));
+    QVERIFY(operation(fixture));
+    QVERIFY(!readFile(fixture.container()).contains(RecordMark));
+    const bool passwordChanged = QTest::currentDataTag() == QByteArrayLiteral("password");
+    QCOMPARE(indexAsOpenedAnew(fixture.container(), passwordChanged ? NewPassword : TestPassword),
+             fixture.vault.fileIndex().toJson());
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+}
+
+void TestRedoRecord::backupOfATornContainerIsRepaired() {
+    const Change change;
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + recordOf(change.after)));
+    const QString backup = fixture.file(u"tessel_backup.tvlt"_qs);
+    QVERIFY(QFile::copy(fixture.container(), backup));
+    QVERIFY(fixture.vault.unlockVault(backup, TestPassword));
+    QVERIFY(isAfterState(fixture.vault));
+    QVERIFY(readFile(backup) == change.after.bytes());
+}
+
+void TestRedoRecord::readOnlyTornContainerIsReadable() {
+    if (!hasPrivateMounts()) {
+        QSKIP("this system grants no mounts to an ordinary user");
+    }
+    const Change change;
+    const QByteArray bytes = change.tornInTheMiddle() + recordOf(change.after);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), bytes));
+    const ReadOnlyMount readOnly(fixture.driveFolder());
+    QVERIFY(readOnly.isMounted());
+
+    QVERIFY(fixture.unlock());
+    QVERIFY(isAfterState(fixture.vault));
+    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_qs, fixture.file(u"a.bin"_qs)));
+    QCOMPARE(readFile(fixture.file(u"a.bin"_qs)), noise(3000, 1));
+    QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(!fixture.vault.deleteFile(u"b.txt"_qs));
+    QVERIFY(fixture.vault.lockVault());
+    QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
+    QVERIFY(readFile(fixture.container()) == bytes);
+}
+
+void TestRedoRecord::fullDriveStillDeletes() {
+    if (!hasPrivateMounts()) {
+        QSKIP("this system grants no mounts to an ordinary user");
+    }
+    const Change change;
+    const SmallDisk disk(12 * MiB);
+    QVERIFY(disk.isMounted());
+    const QString path = disk.filePath(u"tessel.tvlt"_qs);
+    QVERIFY(writeFile(path, change.before.bytes()));
+    QVERIFY(disk.fillUpTo(0));
+    VaultFixture fixture;
+    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
+    // What is left of the container's last page takes no record of this size.
+    QVERIFY(recordOf(change.before).size() > 4096 - change.before.fileSize() % 4096);
+
+    QVERIFY(!fixture.store(u"c.txt"_qs, noise(100000)));
+    QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
+    QCOMPARE(QFileInfo(path).size(), change.before.fileSize());
+    QCOMPARE(indexAsOpenedAnew(path, TestPassword), fixture.vault.fileIndex().toJson());
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+}
+
+void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
+    if (!hasPrivateMounts()) {
+        QSKIP("this system grants no mounts to an ordinary user");
+    }
+    // Otherwise a rewrite that finds no room would run in front of a record that is older than
+    // the header, and a pull in the middle would go back to that.
+    const Change change;
+    const SmallDisk disk(12 * MiB);
+    QVERIFY(disk.isMounted());
+    const QString path = disk.filePath(u"tessel.tvlt"_qs);
+    QVERIFY(writeFile(path, change.before.bytes() + recordOf(change.after)));
+    QVERIFY(disk.fillUpTo(0));
+    // The first write settles the header that stands there.
+    const DriverRun run =
+        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
+                  {u"write:signal=KILL:when=2"_qs});
+    if (!canInjectFaults()) {
+        QSKIP("processes may not be traced here");
+    }
+    QVERIFY(!run.ended());
+    // Killed before the header: what stands at the end is the record of this very change.
+    QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+    VaultFixture fixture;
+    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
+    QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_qs});
+    QVERIFY(!isAfterState(fixture.vault));
+}
+
+void TestRedoRecord::failedRewritePutsTheOldHeaderBack_data() {
+    QTest::addColumn<qint64>("stopAt");
+    QTest::newRow("nothing written") << qint64(0);
+    QTest::newRow("half the length line") << LengthLineAt + 10;
+    QTest::newRow("one sector") << qint64(512);
+    QTest::newRow("three sectors") << qint64(1536);
+}
+
+void TestRedoRecord::failedRewritePutsTheOldHeaderBack() {
+    QFETCH(const qint64, stopAt);
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    const VaultPicture picture(fixture);
+    for (const bool import : {false, true}) {
+        const FailingHeader failing(fixture.container(), stopAt, 1);
+        QVERIFY(import ? !fixture.store(u"c.txt"_qs, "de c")
+                       : !fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(FailingHeader::struck(1));
+        COMPARE_UNCHANGED(picture);
+    }
+    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+}
+
+void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord_data() {
+    failedRewritePutsTheOldHeaderBack_data();
+}
+
+void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord() {
+    QFETCH(const qint64, stopAt);
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    const QByteArray before = fixture.vault.fileIndex().toJson();
+    {
+        const FailingHeader failing(fixture.container(), stopAt, FailingHeader::Always);
+        QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(FailingHeader::struck(FailingHeader::Always));
+        QCOMPARE(fixture.vault.fileIndex().toJson(), before);
+        QVERIFY(readFile(fixture.container()).endsWith(RecordMark));
+    }
+    VaultManager other;
+    QVERIFY(other.unlockVault(fixture.container(), TestPassword));
+    QVERIFY(other.lockVault());
+    QVERIFY(other.fileIndex().toJson() == before || foldersOf(other).contains(u"outra"_qs));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+}
+
+void TestRedoRecord::rollBackKeepsARecordThatIsNeeded() {
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    const QByteArray contents = noise(5000, 3);
+    {
+        const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
+        QVERIFY(!fixture.store(u"c.bin"_qs, contents));
+        QVERIFY(FailingHeader::struck(FailingHeader::Always));
+    }
+    QVERIFY(!fixture.filePaths().contains(u"c.bin"_qs));
+    VaultFixture other;
+    QVERIFY(other.vault.unlockVault(fixture.container(), TestPassword));
+    QCOMPARE(other.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(other.stored(u"c.bin"_qs), contents);
+}
+
+void TestRedoRecord::sessionGoesOnAfterARewriteThatCouldNotBeUndone() {
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    {
+        const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
+        QVERIFY(!fixture.store(u"c.bin"_qs, noise(5000, 3)));
+    }
+    QVERIFY(fixture.store(u"d.bin"_qs, noise(6000, 4)));
+    QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+             fixture.vault.fileIndex().toJson());
+    QCOMPARE(fixture.stored(u"d.bin"_qs), noise(6000, 4));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(QFileInfo(fixture.container()).size(), endOfLastBlock(fixture.vault.fileIndex()));
+}
+
+void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved_data() {
+    QTest::addColumn<QString>("error");
+    QTest::newRow("failing drive") << u"EIO"_qs;
+    // Some file systems find out only now that there is no room; blocks may be what they lost.
+    QTest::newRow("full drive") << u"ENOSPC"_qs;
+}
+
+void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
+    QFETCH(const QString, error);
+    if (!canInjectFaults()) {
+        QSKIP("processes may not be traced here");
+    }
+    VaultFixture fixture(Change().before);
+    const VaultPicture picture(fixture);
+    const QString source = fixture.write(u"c"_qs, "de c");
+    const DriverRun run = runDriver(
+        {fixture.container(), QString::fromUtf8(TestPassword), u"import"_qs, source, u"c.txt"_qs},
+        fixture.container(), {u"fdatasync:error=%1:when=1"_qs.arg(error)});
+    QVERIFY(run.refused());
+    COMPARE_UNCHANGED(picture);
+}
+
+void TestRedoRecord::oldPasswordOpensUntilTheHeaderIsTorn() {
+    const Change change = Change::ofPassword();
+    VaultFixture fixture;
+    const QByteArray untouched = change.before.bytes() + recordOf(change.after);
+    QVERIFY(writeFile(fixture.container(), untouched));
+    QVERIFY(fixture.unlock());
+    QVERIFY(fixture.vault.lockVault());
+    QVERIFY(readFile(fixture.container()) == untouched);
+
+    const QByteArray torn = change.tornInTheFirstSector() + recordOf(change.after);
+    QVERIFY(writeFile(fixture.container(), torn));
+    QVERIFY(!fixture.unlock());
+    QVERIFY(readFile(fixture.container()) == torn);
+}
+
+void TestRedoRecord::newPasswordRepairsATornPasswordChange() {
+    const Change change = Change::ofPassword();
+    for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), header + recordOf(change.after)));
+        QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+        QVERIFY(readFile(fixture.container()) == change.after.bytes());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(!fixture.unlock());
+    }
+}
+
+void TestRedoRecord::passwordChangeOfATornContainerKeepsTheNewIndex() {
+    const Change change;
+    VaultFixture fixture;
+    // The first sector is new, the index behind it is half old.
+    QVERIFY(
+        writeFile(fixture.container(), change.torn(LengthLineAt, 512) + recordOf(change.after)));
+    QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
+    QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
+    QVERIFY(isAfterState(fixture.vault));
+    QCOMPARE(QFileInfo(fixture.container()).size(), change.after.fileSize());
+}
+
+void TestRedoRecord::undisturbedContainersEndAtTheirLastBlock() {
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    const auto size = [&fixture] {
+        return QFileInfo(fixture.container()).size();
+    };
+    qint64 end = size();
+    QCOMPARE(end, endOfLastBlock(fixture.vault.fileIndex()));
+
+    const auto grownBy = [&](const QByteArray& contents) {
+        return end += contents.size() + 16;
+    };
+    const QByteArray contents = noise(7000, 9);
+    QVERIFY(fixture.store(u"c.bin"_qs, contents));
+    QCOMPARE(size(), grownBy(contents));
+    QVERIFY(fixture.store(u"c.bin"_qs, contents));
+    QCOMPARE(size(), grownBy(contents));
+    QVERIFY(fixture.store(u"vazio"_qs, {}));
+    QCOMPARE(size(), end);
+    QVERIFY(fixture.vault.createDirectory(u"x/y"_qs));
+    QVERIFY(fixture.vault.renameFile(u"c.bin"_qs, u"x/d.bin"_qs));
+    QVERIFY(fixture.vault.moveFile(u"x/d.bin"_qs, QString()));
+    QVERIFY(fixture.vault.renameDirectory(u"x"_qs, u"z"_qs));
+    QVERIFY(fixture.vault.deleteDirectory(u"z/y"_qs));
+    QVERIFY(fixture.vault.deleteFile(u"vazio"_qs));
+    QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
+    QCOMPARE(size(), end);
+    QVERIFY(fixture.vault.compactVault({}, nullptr));
+    QCOMPARE(size(), endOfLastBlock(fixture.vault.fileIndex()));
+    end = size();
+    QVERIFY(fixture.vault.lockVault());
+    QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
+    QCOMPARE(size(), end);
+    QVERIFY(!readFile(fixture.container()).contains(RecordMark));
+}
+
+void TestRedoRecord::newContainerEndsAtItsHeaderRegion() {
+    VaultFixture fixture;
+    QVERIFY(fixture.vault.createVault(fixture.container(), NewPassword));
+    QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
+}
+
+void TestRedoRecord::severalSessionsOnOneContainerStayUsable() {
+    VaultFixture fixture(Change().before);
+    VaultManager other;
+    QVERIFY(fixture.unlock());
+    QVERIFY(other.unlockVault(fixture.container(), TestPassword));
+
+    // Each writes the index it knows; blocks are appended to whatever is there.
+    QVERIFY(fixture.store(u"c.bin"_qs, noise(5000, 3)));
+    QVERIFY(other.importFile(fixture.write(u"d"_qs, noise(6000, 4)), u"d.bin"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"minha"_qs));
+    QCOMPARE(fixture.stored(u"c.bin"_qs), noise(5000, 3));
+    QVERIFY(other.exportFile(u"d.bin"_qs, fixture.file(u"saida"_qs)));
+    QCOMPARE(readFile(fixture.file(u"saida"_qs)), noise(6000, 4));
+    QVERIFY(other.deleteFile(u"b.txt"_qs));
+    QVERIFY(other.lockVault());
+    QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
+    QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+             fixture.vault.fileIndex().toJson());
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(fixture.stored(u"c.bin"_qs), noise(5000, 3));
+    QVERIFY(fixture.vault.lockVault());
+}
+
+int main(int argc, char** argv) {
+    const bool privateMounts = enterPrivateMounts();
+    Q_UNUSED(privateMounts)
+    QCoreApplication application(argc, argv);
+    TestRedoRecord test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_redo_record.moc"
