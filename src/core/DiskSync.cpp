@@ -65,7 +65,8 @@ bool syncFolderOf(const QString& path) {
     const int descriptor = retryInterrupted(
         [&folder] { return ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (descriptor < 0) {
-        return false;
+        // A folder in which one may create files, but not look, can be synced by nobody like us.
+        return errno == EACCES;
     }
     const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
     return retryInterrupted([=] { return ::fsync(descriptor); }) == 0 || isUnsupported(errno);

@@ -95,7 +95,10 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
         return false;
     }
     source.close();
-    if (!isRebuiltContainerWhole(rebuiltPath, index) || !QFile::remove(m_containerFilePath)) {
+    // The rebuilt container must be found again after a power cut: it, its folder's entry for it,
+    // and the entry of that folder.
+    if (!isRebuiltContainerWhole(rebuiltPath, index) || !syncFolderOf(folder.path()) ||
+        !QFile::remove(m_containerFilePath)) {
         return false;
     }
     // From here on the rebuilt container is the vault, until its copy is on the drive.
