@@ -418,7 +418,7 @@ void MainWindow::buildMenus() {
             connect(action, &QAction::triggered, this, &QWidget::close);
         } else {
             connect(action, &QAction::triggered, this,
-                    [this, handler = spec.handler] { runCommand(handler); });
+                    [this, handler = spec.handler] { runCommand(std::bind_front(handler, this)); });
         }
         if (spec.menu == Menu::Nowhere) {
             continue;
@@ -438,7 +438,9 @@ void MainWindow::connectSignals() {
     // taken back.
     connect(m_deviceList, &QListWidget::itemSelectionChanged, this, &MainWindow::deviceRowChanged);
     connect(m_deviceList, &QListWidget::itemDoubleClicked, this,
-            &MainWindow::openContainerOfDevice);
+            [this](const QListWidgetItem* item) {
+                runCommand([this, item] { openContainerOfDevice(item); });
+            });
     // The accessors read the current row, which Qt moves after the selection when it is set by
     // the keyboard or from code: both have to be followed.
     connect(m_vaultTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActions);
@@ -503,13 +505,13 @@ QAction* MainWindow::action(Command command) const {
     return m_actions[static_cast<std::size_t>(command)];
 }
 
-void MainWindow::runCommand(Handler handler) {
+void MainWindow::runCommand(const std::function<void()>& command) {
     if (m_commandRunning) {
         return;
     }
     {
         const QScopedValueRollback running(m_commandRunning, true);
-        (this->*handler)();
+        command();
     }
     if (m_closeRequested) {
         m_closeRequested = false;

@@ -15,6 +15,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <span>
 
@@ -160,7 +161,7 @@ private:
     void updateStatusBar();
     [[nodiscard]] QAction* action(Command command) const;
     /// Runs a command, unless one is running already.
-    void runCommand(Handler handler);
+    void runCommand(const std::function<void()>& command);
     void toggleVault();
     [[nodiscard]] bool vaultIsUnlocked() const;
     /// Locks the vault and, when it is locked in the end, gives up the hold on its container.

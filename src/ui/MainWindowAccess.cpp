@@ -253,7 +253,7 @@ QString MainWindow::selectedUsbDisplayName() const {
 void MainWindow::openContainerOfDevice(const QListWidgetItem* item) {
     const QString root = item->data(RootPathRole).toString();
     // The container must not change under an open vault.
-    if (root.isEmpty() || vaultIsUnlocked() || m_commandRunning) {
+    if (root.isEmpty() || vaultIsUnlocked()) {
         return;
     }
     const QString path = Core::ContainerManager().containerPath(root);
