@@ -5,9 +5,16 @@
 
 #include <QDialogButtonBox>
 #include <QFile>
+#include <QImage>
 #include <QPushButton>
+#include <QTextBlock>
 #include <QTextBrowser>
+#include <QTextDocument>
+#include <QTextImageFormat>
+#include <QUrl>
 #include <QVBoxLayout>
+
+#include <cmath>
 
 namespace Tessel::UI {
 
@@ -23,6 +30,20 @@ QString helpFolder() {
 QByteArray readHelpPage() {
     QFile page(helpFolder() + QStringLiteral("/index.html"));
     return page.open(QIODevice::ReadOnly | QIODevice::Text) ? page.readAll() : QByteArray();
+}
+
+/// Every picture of the document, as its place in the text describes it.
+QList<QTextImageFormat> picturesOf(const QTextDocument& document) {
+    QList<QTextImageFormat> pictures;
+    for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
+        for (auto piece = block.begin(); !piece.atEnd(); ++piece) {
+            const QTextImageFormat format = piece.fragment().charFormat().toImageFormat();
+            if (format.isValid()) {
+                pictures.append(format);
+            }
+        }
+    }
+    return pictures;
 }
 
 } // namespace
@@ -59,6 +80,23 @@ void HelpDialog::loadHelpContent() {
         return;
     }
     m_viewer->setHtml(QString::fromUtf8(page));
+    smoothPictures();
+}
+
+void HelpDialog::smoothPictures() {
+    // The viewer skips pixels where it shrinks a picture, and the texts in it become hard to read.
+    for (const QTextImageFormat& format : picturesOf(*m_viewer->document())) {
+        const QUrl name(format.name());
+        QImage picture = QImage::fromData(
+            m_viewer->loadResource(QTextDocument::ImageResource, name).toByteArray());
+        const int width = static_cast<int>(std::lround(format.width() * devicePixelRatioF()));
+        if (picture.isNull() || width <= 0) {
+            continue;
+        }
+        picture = picture.scaledToWidth(width, Qt::SmoothTransformation);
+        picture.setDevicePixelRatio(devicePixelRatioF());
+        m_viewer->document()->addResource(QTextDocument::ImageResource, name, picture);
+    }
 }
 
 } // namespace Tessel::UI

@@ -19,6 +19,8 @@ public:
 private:
     void buildUi();
     void loadHelpContent();
+    /// Shrinks the pictures of the guide to the width that it gives them, on this screen.
+    void smoothPictures();
 
     QTextBrowser* m_viewer = nullptr;
 };

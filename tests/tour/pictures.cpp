@@ -93,6 +93,7 @@ int main(int argc, char** argv) {
     FakeUsb machine;
     machine.addDisk(QStringLiteral("sdz"));
     machine.addPartition(QStringLiteral("sdz"), QStringLiteral("sdz1"));
+    machine.addLabel(QStringLiteral("VIAGEM"), QStringLiteral("sdz1"));
     machine.mountVolume(QStringLiteral("sdz1"), Drive, qint64(14) << 30);
     const QDir folder(argc > 1 ? QString::fromLocal8Bit(argv[1]) : QDir::currentPath());
     if (!makePictures(folder)) {
