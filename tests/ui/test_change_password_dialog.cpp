@@ -1,0 +1,221 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/DialogDriver.h"
+#include "ui/ChangePasswordDialog.h"
+
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QVBoxLayout>
+
+using Tessel::Tests::DialogDriver;
+using Tessel::Tests::pressButton;
+using Tessel::Tests::typeText;
+using Tessel::UI::ChangePasswordDialog;
+
+namespace {
+
+const QString WarningTitle = QStringLiteral("Alterar senha");
+const QString NoCurrentPassword = QStringLiteral("Informe a senha atual.");
+const QString TooShort = QStringLiteral("Use uma nova senha com pelo menos 10 caracteres.");
+const QString NotConfirmed = QStringLiteral("A confirmação não coincide com a nova senha.");
+
+/// The dialog on the screen and the three fields in the order of their rows.
+class Fields {
+public:
+    Fields() {
+        dialog.show();
+        const auto* form = dialog.findChild<QFormLayout*>();
+        for (int row = 0; form != nullptr && row < form->rowCount(); ++row) {
+            edits.append(
+                qobject_cast<QLineEdit*>(form->itemAt(row, QFormLayout::FieldRole)->widget()));
+        }
+    }
+
+    void type(const QString& current, const QString& fresh, const QString& confirmation) const {
+        typeText(edits.at(0), current);
+        typeText(edits.at(1), fresh);
+        typeText(edits.at(2), confirmation);
+    }
+
+    ChangePasswordDialog dialog{nullptr};
+    QList<QLineEdit*> edits;
+};
+
+} // namespace
+
+class TestChangePasswordDialog : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void showsThreeHiddenPasswordsAndTwoButtons();
+    void putsTheFormAboveTheButtons();
+    void refusesInThisOrder_data();
+    void refusesInThisOrder();
+    void staysOpenAndKeepsWhatWasTypedAfterARefusal();
+    void accepts_data();
+    void accepts();
+    void cancelRejectsWithoutAnyCheck();
+    void escapeRejects();
+    void returnKeyPressesAlterar();
+};
+
+void TestChangePasswordDialog::showsThreeHiddenPasswordsAndTwoButtons() {
+    const Fields fields;
+    QCOMPARE(fields.dialog.windowTitle(), u"Alterar senha do cofre"_qs);
+    QVERIFY(fields.dialog.isModal());
+
+    const auto* form = fields.dialog.findChild<QFormLayout*>();
+    QCOMPARE(fields.edits.size(), 3);
+    const QStringList labels = {u"Senha atual:"_qs, u"Nova senha:"_qs, u"Confirmar nova senha:"_qs};
+    for (int row = 0; row < 3; ++row) {
+        const auto* label =
+            qobject_cast<QLabel*>(form->itemAt(row, QFormLayout::LabelRole)->widget());
+        QVERIFY(label);
+        QCOMPARE(label->text(), labels.at(row));
+        QVERIFY(fields.edits.at(row));
+        QCOMPARE(fields.edits.at(row)->echoMode(), QLineEdit::Password);
+        QVERIFY(fields.edits.at(row)->text().isEmpty());
+    }
+
+    const auto* box = fields.dialog.findChild<QDialogButtonBox*>();
+    QCOMPARE(box->standardButtons(), QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    QCOMPARE(box->button(QDialogButtonBox::Ok)->text(), u"Alterar"_qs);
+    QCOMPARE(box->button(QDialogButtonBox::Cancel)->text(), u"Cancelar"_qs);
+}
+
+void TestChangePasswordDialog::putsTheFormAboveTheButtons() {
+    const Fields fields;
+    const auto* layout = qobject_cast<QVBoxLayout*>(fields.dialog.layout());
+    QVERIFY(layout);
+    QCOMPARE(layout->count(), 2);
+    QVERIFY(qobject_cast<QFormLayout*>(layout->itemAt(0)->layout()));
+    QVERIFY(qobject_cast<QDialogButtonBox*>(layout->itemAt(1)->widget()));
+}
+
+void TestChangePasswordDialog::refusesInThisOrder_data() {
+    QTest::addColumn<QString>("current");
+    QTest::addColumn<QString>("fresh");
+    QTest::addColumn<QString>("confirmation");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("everything wrong")
+        << QString() << u"curta"_qs << u"outra"_qs << NoCurrentPassword;
+    QTest::newRow("everything empty") << QString() << QString() << QString() << NoCurrentPassword;
+    QTest::newRow("only the current one missing")
+        << QString() << u"dez letras"_qs << u"dez letras"_qs << NoCurrentPassword;
+    QTest::newRow("new one empty") << u"antiga"_qs << QString() << QString() << TooShort;
+    QTest::newRow("nine characters")
+        << u"antiga"_qs << u"123456789"_qs << u"123456789"_qs << TooShort;
+    QTest::newRow("short and not confirmed")
+        << u"antiga"_qs << u"123456789"_qs << u"1234567890"_qs << TooShort;
+    QTest::newRow("ten bytes but five characters")
+        << u"antiga"_qs << u"ééééé"_qs << u"ééééé"_qs << TooShort;
+    QTest::newRow("confirmation empty")
+        << u"antiga"_qs << u"1234567890"_qs << QString() << NotConfirmed;
+    QTest::newRow("confirmation in other letter case")
+        << u"antiga"_qs << u"Dez letras"_qs << u"dez letras"_qs << NotConfirmed;
+    QTest::newRow("confirmation with a space more")
+        << u"antiga"_qs << u"1234567890"_qs << u"1234567890 "_qs << NotConfirmed;
+}
+
+void TestChangePasswordDialog::refusesInThisOrder() {
+    QFETCH(const QString, current);
+    QFETCH(const QString, fresh);
+    QFETCH(const QString, confirmation);
+    QFETCH(const QString, text);
+
+    const Fields fields;
+    fields.type(current, fresh, confirmation);
+    DialogDriver warnings;
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+    warnings.handle(WarningTitle, [&icon](QDialog* box) {
+        icon = qobject_cast<QMessageBox*>(box)->icon();
+        box->accept();
+    });
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+
+    QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
+    QCOMPARE(warnings.lastText(), text);
+    QCOMPARE(warnings.seen().size(), 1);
+    QCOMPARE(warnings.seen().constFirst().buttons, QStringList{u"OK"_qs});
+    QCOMPARE(icon, QMessageBox::Warning);
+    QVERIFY(fields.dialog.isVisible());
+    QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Rejected));
+}
+
+void TestChangePasswordDialog::staysOpenAndKeepsWhatWasTypedAfterARefusal() {
+    const Fields fields;
+    fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letra"_qs);
+    DialogDriver warnings;
+    warnings.press(WarningTitle, u"OK"_qs);
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
+
+    typeText(fields.edits.at(2), u"s"_qs);
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
+    QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
+    QVERIFY(!fields.dialog.isVisible());
+}
+
+void TestChangePasswordDialog::accepts_data() {
+    QTest::addColumn<QString>("current");
+    QTest::addColumn<QString>("fresh");
+
+    QTest::newRow("ten characters") << u"a"_qs << u"1234567890"_qs;
+    QTest::newRow("ten characters of two bytes") << u"á"_qs << u"éééééééééé"_qs;
+    QTest::newRow("ten spaces") << u" "_qs << u"          "_qs;
+    QTest::newRow("same as the current one") << u"senha de sempre"_qs << u"senha de sempre"_qs;
+    QTest::newRow("signs and quotes") << u"<&\"'%1"_qs << u"%1 <b>\"'\\ ç"_qs;
+}
+
+void TestChangePasswordDialog::accepts() {
+    QFETCH(const QString, current);
+    QFETCH(const QString, fresh);
+
+    const Fields fields;
+    fields.type(current, fresh, fresh);
+    const DialogDriver warnings;
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+
+    QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
+    QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
+    QVERIFY(!fields.dialog.isVisible());
+    QCOMPARE(fields.dialog.currentPassword(), current.toUtf8());
+    QCOMPARE(fields.dialog.newPassword(), fresh.toUtf8());
+}
+
+void TestChangePasswordDialog::cancelRejectsWithoutAnyCheck() {
+    const Fields fields;
+    const DialogDriver warnings;
+    const QSignalSpy rejected(&fields.dialog, &QDialog::rejected);
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Cancelar"_qs));
+    QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
+    QCOMPARE(rejected.size(), 1);
+    QVERIFY(!fields.dialog.isVisible());
+}
+
+void TestChangePasswordDialog::escapeRejects() {
+    Fields fields;
+    const QSignalSpy rejected(&fields.dialog, &QDialog::rejected);
+    QTest::keyClick(&fields.dialog, Qt::Key_Escape);
+    QCOMPARE(rejected.size(), 1);
+    QVERIFY(!fields.dialog.isVisible());
+}
+
+void TestChangePasswordDialog::returnKeyPressesAlterar() {
+    const Fields fields;
+    fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letras"_qs);
+    QTest::keyClick(fields.edits.at(2), Qt::Key_Return);
+    QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
+}
+
+QTEST_MAIN(TestChangePasswordDialog)
+#include "test_change_password_dialog.moc"

@@ -1,0 +1,227 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/ProductInfo.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QIcon>
+#include <QImage>
+#include <QImageReader>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <algorithm>
+
+namespace {
+
+QString helpPage() {
+    QFile page(QStringLiteral(":/help/pt_BR/index.html"));
+    return page.open(QIODevice::ReadOnly) ? QString::fromUtf8(page.readAll()) : QString();
+}
+
+/// The first capture of every match in the help page, in the order of the page.
+QStringList inHelpPage(const QString& pattern) {
+    QStringList found;
+    const QString page = helpPage();
+    auto matches = QRegularExpression(pattern).globalMatch(page);
+    while (matches.hasNext()) {
+        found.append(matches.next().captured(1));
+    }
+    return found;
+}
+
+QStringList pathsBelow(const QString& folder) {
+    QStringList paths;
+    QDirIterator files(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        paths.append(files.next());
+    }
+    paths.sort();
+    return paths;
+}
+
+qsizetype pixelsWith(const QImage& image, bool (*wanted)(QRgb)) {
+    qsizetype count = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            count += wanted(image.pixel(x, y)) ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+} // namespace
+
+class TestResources : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void theProgramCarriesTheseFilesAndNoOthers();
+    void theIconHasEverySize();
+    void everyPictureOfTheIconIsDrawn_data();
+    void everyPictureOfTheIconIsDrawn();
+    void theHelpPageIsUtf8();
+    void theHelpPageShowsThePicturesAndNoOthers();
+    void everyPictureSaysInWordsWhatItShows();
+    void thePicturesAreSharpAtTheSizeOfThePage();
+    void everyLinkInsideThePageHasItsPlace();
+    void theHelpPageNamesEveryCommand_data();
+    void theHelpPageNamesEveryCommand();
+    void backgroundsArePictures_data();
+    void backgroundsArePictures();
+    void everythingStaysSmall();
+};
+
+void TestResources::theProgramCarriesTheseFilesAndNoOthers() {
+    QStringList carried =
+        pathsBelow(u":/icons"_qs) + pathsBelow(u":/help"_qs) + pathsBelow(u":/backgrounds"_qs);
+    carried.sort();
+    QCOMPARE(carried,
+             QStringList({u":/backgrounds/Fundo01.png"_qs, u":/backgrounds/Fundo02.png"_qs,
+                          u":/help/pt_BR/cofre-aberto.png"_qs,
+                          u":/help/pt_BR/cofre-bloqueado.png"_qs, u":/help/pt_BR/importando.png"_qs,
+                          u":/help/pt_BR/index.html"_qs, u":/icons/Tessel.ico"_qs}));
+}
+
+void TestResources::theIconHasEverySize() {
+    QList<QSize> sizes = QIcon(u":/icons/Tessel.ico"_qs).availableSizes();
+    std::sort(sizes.begin(), sizes.end(), [](QSize a, QSize b) { return a.width() < b.width(); });
+    QCOMPARE(
+        sizes,
+        QList<QSize>({{16, 16}, {24, 24}, {32, 32}, {48, 48}, {64, 64}, {128, 128}, {256, 256}}));
+    QCOMPARE(Tessel::UI::ProductInfo::iconResource(), u":/icons/Tessel.ico"_qs);
+}
+
+void TestResources::everyPictureOfTheIconIsDrawn_data() {
+    QTest::addColumn<int>("number");
+    for (int number = 0; number < 7; ++number) {
+        QTest::addRow("picture %d", number) << number;
+    }
+}
+
+void TestResources::everyPictureOfTheIconIsDrawn() {
+    QFETCH(const int, number);
+    QImageReader reader(u":/icons/Tessel.ico"_qs);
+    QVERIFY(reader.jumpToImage(number));
+    const QImage picture = reader.read();
+    QVERIFY2(!picture.isNull(), qPrintable(reader.errorString()));
+    QVERIFY(picture.hasAlphaChannel());
+    // The corners around the padlock are see-through, its body is not, and the keyhole is gold.
+    QCOMPARE(qAlpha(picture.pixel(0, 0)), 0);
+    QCOMPARE(qAlpha(picture.pixel(picture.width() / 2, picture.height() * 3 / 4)), 255);
+    const auto isGold = [](QRgb pixel) {
+        return qAlpha(pixel) == 255 && qRed(pixel) > 180 && qGreen(pixel) > 120 &&
+               qBlue(pixel) < 110;
+    };
+    QVERIFY(pixelsWith(picture, isGold) >= picture.width() * picture.height() / 100);
+}
+
+void TestResources::theHelpPageIsUtf8() {
+    const QString page = helpPage();
+    QVERIFY(!page.isEmpty());
+    QVERIFY(!page.contains(QChar::ReplacementCharacter));
+    QVERIFY(page.contains(u"Ajuda do Tessel"_qs));
+    QCOMPARE(inHelpPage(u"<meta charset=\"([^\"]*)\">"_qs), QStringList{u"utf-8"_qs});
+}
+
+void TestResources::theHelpPageShowsThePicturesAndNoOthers() {
+    const QStringList shown = inHelpPage(u"<img src=\"([^\"]*)\""_qs);
+    QCOMPARE(shown, QStringList(
+                        {u"cofre-bloqueado.png"_qs, u"cofre-aberto.png"_qs, u"importando.png"_qs}));
+    for (const QString& name : shown) {
+        QVERIFY2(!QImage(u":/help/pt_BR/"_qs + name).isNull(), qPrintable(name));
+    }
+}
+
+void TestResources::everyPictureSaysInWordsWhatItShows() {
+    const QStringList words = inHelpPage(u"<img [^>]*alt=\"([^\"]+)\""_qs);
+    QCOMPARE(words.size(), 3);
+    QCOMPARE(words.count(u"alt=\"\""_qs), 0);
+}
+
+void TestResources::thePicturesAreSharpAtTheSizeOfThePage() {
+    const QStringList names = inHelpPage(u"<img src=\"([^\"]*)\""_qs);
+    const QStringList widths = inHelpPage(u"<img [^>]*width=\"([0-9]+)\""_qs);
+    QCOMPARE(names.size(), 3);
+    QCOMPARE(widths.size(), names.size());
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        const QImage picture(u":/help/pt_BR/"_qs + names.at(i));
+        QVERIFY2(picture.width() >= 2 * widths.at(i).toInt(), qPrintable(names.at(i)));
+        // The page is 760 pixels wide, less its margins and the scroll bar.
+        QVERIFY2(widths.at(i).toInt() <= 680, qPrintable(names.at(i)));
+    }
+}
+
+void TestResources::everyLinkInsideThePageHasItsPlace() {
+    const QStringList targets = inHelpPage(u"<a name=\"([^\"]*)\">"_qs);
+    const QStringList links = inHelpPage(u"<a href=\"([^\"]*)\">"_qs);
+    QVERIFY(links.size() > 5);
+    for (const QString& link : links) {
+        QVERIFY2(link.startsWith(u'#'), qPrintable(link));
+        QVERIFY2(targets.contains(link.mid(1)), qPrintable(link));
+    }
+}
+
+void TestResources::theHelpPageNamesEveryCommand_data() {
+    QTest::addColumn<QString>("command");
+    const QStringList commands = {u"Atualizar lista"_qs,
+                                  u"Escolher container..."_qs,
+                                  u"Criar novo cofre..."_qs,
+                                  u"Fazer backup..."_qs,
+                                  u"Alterar senha..."_qs,
+                                  u"Desbloquear"_qs,
+                                  u"Bloquear"_qs,
+                                  u"Nova pasta..."_qs,
+                                  u"Importar..."_qs,
+                                  u"Exportar..."_qs,
+                                  u"Abrir"_qs,
+                                  u"Renomear pasta..."_qs,
+                                  u"Excluir pasta vazia"_qs,
+                                  u"Excluir..."_qs,
+                                  u"Compactar cofre..."_qs,
+                                  u"Mover para pasta..."_qs,
+                                  u"Renomear arquivo..."_qs,
+                                  u"Sair"_qs,
+                                  u"Ajuda"_qs,
+                                  u"Visitar a página oficial do Tessel"_qs,
+                                  u"Sobre o Tessel"_qs};
+    for (const QString& command : commands) {
+        QTest::newRow(qPrintable(command)) << command;
+    }
+}
+
+void TestResources::theHelpPageNamesEveryCommand() {
+    QFETCH(const QString, command);
+    const QString row = u"<tr><td><b>%1</b>"_qs.arg(command);
+    QCOMPARE(helpPage().count(row), 1);
+}
+
+void TestResources::backgroundsArePictures_data() {
+    QTest::addColumn<QString>("path");
+    QTest::newRow("Fundo01") << u":/backgrounds/Fundo01.png"_qs;
+    QTest::newRow("Fundo02") << u":/backgrounds/Fundo02.png"_qs;
+}
+
+void TestResources::backgroundsArePictures() {
+    QFETCH(const QString, path);
+    const QImage picture(path);
+    QVERIFY(!picture.isNull());
+    QVERIFY(picture.width() >= 320);
+    QVERIFY(picture.height() >= 180);
+}
+
+void TestResources::everythingStaysSmall() {
+    constexpr qint64 KiB = 1024;
+    QVERIFY(QFile(u":/icons/Tessel.ico"_qs).size() < 64 * KiB);
+    for (const QString& path : pathsBelow(u":/backgrounds"_qs)) {
+        QVERIFY2(QFile(path).size() < 16 * KiB, qPrintable(path));
+    }
+    for (const QString& path : pathsBelow(u":/help"_qs)) {
+        QVERIFY2(QFile(path).size() < 160 * KiB, qPrintable(path));
+    }
+}
+
+QTEST_MAIN(TestResources)
+#include "test_resources.moc"
