@@ -786,9 +786,6 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestContainerManager test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestContainerManager>(argc, argv);
 }
 #include "test_container_manager.moc"

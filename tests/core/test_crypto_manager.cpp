@@ -4,6 +4,7 @@
 #include "core/AuthManager.h"
 #include "core/CryptoManager.h"
 #include "core/FileDigest.h"
+#include "support/Faults.h"
 
 #include <QCryptographicHash>
 #include <QSet>
@@ -12,6 +13,7 @@
 #include <array>
 
 using namespace Tessel::Core;
+using namespace Tessel::Tests;
 
 namespace {
 
@@ -383,6 +385,11 @@ private Q_SLOTS:
     void argon2idRefusesAKeyBelow16Bytes() {
         // libsodium's lower limit, well below anything a container asks for.
         QVERIFY(m_crypto.deriveKey(Password, argon2(QByteArray(16, 's'), 15)).isEmpty());
+    }
+
+    void argon2idWithoutItsMemoryGivesNoKey() {
+        const MemoryLimit limit(100 * MiB);
+        QVERIFY(m_crypto.deriveKey(Password, argon2(QByteArray(16, 's'))).isEmpty());
     }
 
     // --- PBKDF2 ----------------------------------------------------------------------------

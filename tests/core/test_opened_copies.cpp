@@ -590,9 +590,6 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestOpenedCopies test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestOpenedCopies>(argc, argv);
 }
 #include "test_opened_copies.moc"

@@ -252,9 +252,6 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestTempWorkspace test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestTempWorkspace>(argc, argv);
 }
 #include "test_temp_workspace.moc"

@@ -467,6 +467,21 @@ private Q_SLOTS:
         COMPARE_UNCHANGED(before);
     }
 
+    void aRebuiltContainerThatTheDiskDoesNotTakeIsAFailure() {
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const DriverRun run = runDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
+            QString(), {QStringLiteral("fdatasync:error=EIO:when=1")});
+        QVERIFY(run.refused());
+        QVERIFY(!rebuildFolder(fixture));
+        QCOMPARE(run.text(), QString());
+        COMPARE_UNCHANGED(before);
+    }
+
     // --- Failures that leave the rebuilt container -----------------------------------------
 
     void aDriveThatFillsUpKeepsTheRebuiltContainer_data() {
@@ -599,9 +614,6 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestVaultCompaction test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestVaultCompaction>(argc, argv);
 }
 #include "test_vault_compaction.moc"

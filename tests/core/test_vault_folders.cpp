@@ -690,9 +690,6 @@ private:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestVaultFolders test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestVaultFolders>(argc, argv);
 }
 #include "test_vault_folders.moc"

@@ -209,6 +209,32 @@ private Q_SLOTS:
         QVERIFY(opens(fixture.container()));
     }
 
+    void creatingWithoutTheMemoryForTheKeyWritesNothing() {
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        {
+            const MemoryLimit limit(100 * MiB);
+            QVERIFY(!fixture.vault.createVault(fixture.container(), "another password"));
+        }
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.unlock());
+    }
+
+    void creatingOnADiskThatDoesNotTakeItKeepsTheOldVault() {
+        if (!canInjectFaults()) {
+            QSKIP("needs strace, which is missing or not allowed to trace here");
+        }
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const DriverRun run = runDriver(
+            {fixture.container(), QStringLiteral("another password"), QStringLiteral("create")},
+            QString(), {QStringLiteral("fdatasync:error=EIO:when=1")});
+        QVERIFY(run.refused());
+        COMPARE_UNCHANGED(before);
+        QCOMPARE(QDir(fixture.driveFolder()).entryList(QDir::Files | QDir::Hidden),
+                 QStringList(QStringLiteral("tessel.tvlt")));
+    }
+
     // --- Unlocking -------------------------------------------------------------------------
 
     void unlockingReadsTheIndex() {
@@ -625,6 +651,16 @@ private Q_SLOTS:
         COMPARE_UNCHANGED(before);
     }
 
+    void changingThePasswordWithoutTheMemoryForTheKeyIsRefused() {
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        {
+            const MemoryLimit limit(100 * MiB);
+            QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
+        }
+        COMPARE_UNCHANGED(before);
+    }
+
     void changingThePasswordOfAnOpenVaultIsRefused() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
@@ -815,9 +851,6 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestVaultSession test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestVaultSession>(argc, argv);
 }
 #include "test_vault_session.moc"

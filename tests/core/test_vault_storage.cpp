@@ -880,9 +880,6 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestVaultStorage test;
-    return QTest::qExec(&test, argc, argv);
+    return runWithFaults<TestVaultStorage>(argc, argv);
 }
 #include "test_vault_storage.moc"

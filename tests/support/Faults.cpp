@@ -65,6 +65,30 @@ unsigned long inheritedFlags(const QByteArray& path) {
     return flags;
 }
 
+// Returns the limit as it was.
+struct rlimit lowerLimit(__rlimit_resource resource, qint64 value) {
+    struct rlimit before {};
+    if (::getrlimit(resource, &before) != 0) {
+        qFatal("getrlimit failed");
+    }
+    struct rlimit limit = before;
+    limit.rlim_cur = static_cast<rlim_t>(value);
+    if (::setrlimit(resource, &limit) != 0) {
+        qFatal("setrlimit failed");
+    }
+    return before;
+}
+
+qint64 addressSpaceInUse() {
+    QFile statm(QStringLiteral("/proc/self/statm"));
+    const QByteArray pages =
+        statm.open(QIODevice::ReadOnly) ? statm.readAll().split(' ').first() : QByteArray();
+    if (pages.isEmpty()) {
+        qFatal("/proc/self/statm cannot be read");
+    }
+    return pages.toLongLong() * ::sysconf(_SC_PAGESIZE);
+}
+
 void unmount(const QString& path) {
     ::umount2(QFile::encodeName(path).constData(), MNT_DETACH);
 }
@@ -123,6 +147,21 @@ bool SmallDisk::fillUpTo(qint64 bytes) const {
     return filled;
 }
 
+TemporaryFolderInMemory::TemporaryFolderInMemory()
+    : m_disk(512 * MiB), m_tmpdirBefore(qgetenv("TMPDIR")) {
+    if (m_disk.isMounted()) {
+        qputenv("TMPDIR", QFile::encodeName(m_disk.path()));
+    }
+}
+
+TemporaryFolderInMemory::~TemporaryFolderInMemory() {
+    if (m_tmpdirBefore.isNull()) {
+        qunsetenv("TMPDIR");
+    } else {
+        qputenv("TMPDIR", m_tmpdirBefore);
+    }
+}
+
 ReadOnlyMount::ReadOnlyMount(const QString& path) : m_path(path) {
     const QByteArray name = QFile::encodeName(path);
     m_mounted = privateMounts && bindOnItself(name) &&
@@ -148,18 +187,18 @@ PinnedFile::~PinnedFile() {
 FileSizeLimit::FileSizeLimit(qint64 bytes) {
     // Without this the first write beyond the limit ends the process.
     std::signal(SIGXFSZ, SIG_IGN);
-    if (::getrlimit(RLIMIT_FSIZE, &m_before) != 0) {
-        qFatal("getrlimit failed");
-    }
-    struct rlimit limit = m_before;
-    limit.rlim_cur = static_cast<rlim_t>(bytes);
-    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) {
-        qFatal("setrlimit failed");
-    }
+    m_before = lowerLimit(RLIMIT_FSIZE, bytes);
 }
 
 FileSizeLimit::~FileSizeLimit() {
     ::setrlimit(RLIMIT_FSIZE, &m_before);
+}
+
+MemoryLimit::MemoryLimit(qint64 bytes)
+    : m_before(lowerLimit(RLIMIT_AS, addressSpaceInUse() + bytes)) {}
+
+MemoryLimit::~MemoryLimit() {
+    ::setrlimit(RLIMIT_AS, &m_before);
 }
 
 ObeyPermissions::ObeyPermissions() : m_before(capabilities()[0].effective) {

@@ -3,8 +3,10 @@
 
 #pragma once
 
+#include <QByteArray>
+#include <QCoreApplication>
 #include <QString>
-#include <QtGlobal>
+#include <QTest>
 
 #include <sys/resource.h>
 
@@ -39,6 +41,19 @@ public:
 private:
     QString m_path;
     bool m_mounted = false;
+};
+
+/// Puts the system's temporary folder into memory, so that tests which flush on purpose do not wait
+/// for a disk that others keep busy. Without private mounts it changes nothing.
+class TemporaryFolderInMemory {
+public:
+    TemporaryFolderInMemory();
+    ~TemporaryFolderInMemory();
+    Q_DISABLE_COPY_MOVE(TemporaryFolderInMemory)
+
+private:
+    SmallDisk m_disk;
+    QByteArray m_tmpdirBefore;
 };
 
 /// Makes a file or folder read-only, and a mount point, whatever rights this process has: it can
@@ -82,6 +97,17 @@ private:
     struct rlimit m_before {};
 };
 
+/// Lets this process take no more than the given number of bytes of memory beside what it has.
+class MemoryLimit {
+public:
+    explicit MemoryLimit(qint64 bytes);
+    ~MemoryLimit();
+    Q_DISABLE_COPY_MOVE(MemoryLimit)
+
+private:
+    struct rlimit m_before {};
+};
+
 /// Takes away the right to pass over permission bits, which a superuser otherwise has.
 class ObeyPermissions {
 public:
@@ -92,5 +118,15 @@ public:
 private:
     quint32 m_before = 0;
 };
+
+/// The main() of a test that causes faults.
+template <typename Test>
+int runWithFaults(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    const TemporaryFolderInMemory temporaryFolder;
+    QCoreApplication application(argc, argv);
+    Test test;
+    return QTest::qExec(&test, argc, argv);
+}
 
 } // namespace Tessel::Tests
