@@ -599,6 +599,29 @@ private Q_SLOTS:
         QVERIFY(index.toJson().contains("\"lastModifiedUtc\":\"2025-03-01T14:05:09.120Z\""));
     }
 
+    void timesAreWrittenAsTheToolkitWritesThem_data() {
+        QTest::addColumn<QDateTime>("time");
+        const auto add = [](const char* name, const QDate& date, const QTime& time) {
+            QTest::newRow(name) << QDateTime(date, time, Qt::UTC);
+        };
+        add("first year", {1, 1, 1}, {0, 0});
+        add("before the first year", {-1, 12, 31}, {23, 59, 59, 999});
+        add("one digit each", {2025, 3, 1}, {4, 5, 9, 7});
+        add("two digits each", {1969, 12, 31}, {23, 59, 58, 99});
+        add("last year of four digits", {9999, 12, 31}, {23, 59, 59, 999});
+        add("first year of five digits", {10000, 1, 1}, {0, 0});
+        QTest::newRow("with an offset")
+            << QDateTime({2025, 1, 1}, {0, 30}, Qt::OffsetFromUTC, 3 * 3600);
+    }
+    void timesAreWrittenAsTheToolkitWritesThem() {
+        QFETCH(const QDateTime, time);
+        SecureFileIndex index;
+        QVERIFY(index.addDirectory({QStringLiteral("a"), time, time}));
+        const QByteArray text = time.toUTC().toString(Qt::ISODateWithMs).toLatin1();
+        QVERIFY(index.toJson().contains("\"createdUtc\":\"" + text + "\",\"modifiedUtc\":\"" +
+                                        text + '"'));
+    }
+
     void digestsAreReadInEitherLetterCase() {
         const SecureFileIndex index =
             SecureFileIndex::fromJson(jsonWithFile(",\"sha256\":\"00FFab\""));
