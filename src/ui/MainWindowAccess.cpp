@@ -4,6 +4,7 @@
 #include "ui/MainWindow.h"
 
 #include "core/ContainerManager.h"
+#include "core/DiskSync.h"
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
@@ -112,16 +113,18 @@ bool openBackupDestination(QFile* destination, const QString& containerPath) {
             return false;
         }
     }
-    return destination->open(QIODevice::WriteOnly | QIODevice::Truncate);
+    return destination->open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered);
 }
 
-/// Copies the rest of @p source. @return false when anything could not be read or written.
+/// Copies the rest of @p source and waits until the drive has it. @return false when anything could
+/// not be read or written.
 bool copyInChunks(QFile* source, QFile* destination, ModalProgress* progress) {
     const qint64 total = source->size();
     qint64 copied = 0;
     while (!source->atEnd()) {
         const QByteArray chunk = source->read(BackupChunkBytes);
-        if (chunk.isEmpty() || destination->write(chunk) != chunk.size()) {
+        if (chunk.isEmpty() || destination->write(chunk) != chunk.size() ||
+            !Core::startWriteBack(*destination, copied, chunk.size())) {
             return false;
         }
         copied += chunk.size();
@@ -129,7 +132,7 @@ bool copyInChunks(QFile* source, QFile* destination, ModalProgress* progress) {
                          MainWindow::tr("Copiando backup criptografado...\n%1 de %2")
                              .arg(formatFileSize(copied), formatFileSize(total)));
     }
-    return destination->flush();
+    return Core::syncToDrive(*destination) && Core::syncFolderOf(destination->fileName());
 }
 
 } // namespace
