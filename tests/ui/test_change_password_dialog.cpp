@@ -1,9 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "support/DialogDriver.h"
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/WindowDriver.h"
 #include "ui/ChangePasswordDialog.h"
 
+#include <QAction>
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLabel>
@@ -11,12 +14,16 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QVBoxLayout>
 
+using Tessel::Tests::CraftedContainer;
 using Tessel::Tests::DialogDriver;
 using Tessel::Tests::pressButton;
+using Tessel::Tests::readFile;
 using Tessel::Tests::typeText;
+using Tessel::Tests::WindowDriver;
 using Tessel::UI::ChangePasswordDialog;
 
 namespace {
@@ -48,6 +55,34 @@ public:
     QList<QLineEdit*> edits;
 };
 
+const QString OldPassword = QStringLiteral("senha de teste");
+const QString NewPassword = QStringLiteral("outra senha, bem mais longa");
+
+/// The window with a locked container chosen, which OldPassword opens.
+struct LockedVault {
+    LockedVault() {
+        CraftedContainer crafted;
+        crafted.addFile(u"carta.txt"_qs, "conteúdo");
+        ready = folder.isValid() && crafted.writeTo(path) && driver.chooseContainer(path);
+    }
+
+    /// Asks for the change of password and types into the dialog that opens.
+    void changePassword(const QString& current, const QString& fresh) {
+        driver.dialogs.handle(u"Alterar senha do cofre"_qs, [current, fresh](QDialog* dialog) {
+            const QList<QLineEdit*> edits = dialog->findChildren<QLineEdit*>();
+            typeText(edits.at(0), current);
+            typeText(edits.at(1), fresh);
+            typeText(edits.at(2), fresh);
+            QVERIFY(pressButton(dialog, u"Alterar"_qs));
+        });
+    }
+
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"tessel.tvlt"_qs);
+    WindowDriver driver;
+    bool ready = false;
+};
+
 } // namespace
 
 class TestChangePasswordDialog : public QObject {
@@ -64,6 +99,10 @@ private Q_SLOTS:
     void cancelRejectsWithoutAnyCheck();
     void escapeRejects();
     void returnKeyPressesAlterar();
+
+    void theWindowChangesThePassword();
+    void theWindowSaysThatTheCurrentPasswordIsWrong();
+    void cancellingLeavesTheContainerAlone();
 };
 
 void TestChangePasswordDialog::showsThreeHiddenPasswordsAndTwoButtons() {
@@ -215,6 +254,62 @@ void TestChangePasswordDialog::returnKeyPressesAlterar() {
     fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letras"_qs);
     QTest::keyClick(fields.edits.at(2), Qt::Key_Return);
     QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
+}
+
+void TestChangePasswordDialog::theWindowChangesThePassword() {
+    LockedVault vault;
+    QVERIFY(vault.ready);
+    vault.changePassword(OldPassword, NewPassword);
+    QString statusAtTheBox;
+    vault.driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* box) {
+        statusAtTheBox = vault.driver.statusMessage();
+        QCOMPARE(qobject_cast<QMessageBox*>(box)->icon(), QMessageBox::Information);
+        box->accept();
+    });
+    vault.driver.action(u"Alterar senha..."_qs)->trigger();
+
+    QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
+    QCOMPARE(vault.driver.dialogs.lastText(), u"Senha alterada com sucesso."_qs);
+    QCOMPARE(statusAtTheBox, u"Senha alterada com sucesso."_qs);
+    QVERIFY(!vault.driver.vaultIsOpen());
+    QVERIFY(vault.driver.unlock(NewPassword));
+    QCOMPARE(vault.driver.rowNames(), QStringList{u"carta.txt"_qs});
+}
+
+void TestChangePasswordDialog::theWindowSaysThatTheCurrentPasswordIsWrong() {
+    LockedVault vault;
+    QVERIFY(vault.ready);
+    const QByteArray before = readFile(vault.path);
+    vault.changePassword(OldPassword.toUpper(), NewPassword);
+    QString statusAtTheBox;
+    vault.driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* box) {
+        statusAtTheBox = vault.driver.statusMessage();
+        QCOMPARE(qobject_cast<QMessageBox*>(box)->icon(), QMessageBox::Warning);
+        box->accept();
+    });
+    vault.driver.action(u"Alterar senha..."_qs)->trigger();
+
+    QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
+    QCOMPARE(vault.driver.dialogs.lastText(),
+             u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_qs);
+    const QString failure = u"Falha ao alterar a senha."_qs;
+    QVERIFY(statusAtTheBox != failure);
+    QCOMPARE(vault.driver.statusMessage(), failure);
+    QVERIFY(readFile(vault.path) == before);
+}
+
+void TestChangePasswordDialog::cancellingLeavesTheContainerAlone() {
+    LockedVault vault;
+    QVERIFY(vault.ready);
+    const QByteArray before = readFile(vault.path);
+    const QString status = vault.driver.statusMessage();
+    vault.driver.dialogs.press(u"Alterar senha do cofre"_qs, u"Cancelar"_qs);
+    vault.driver.action(u"Alterar senha..."_qs)->trigger();
+
+    QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
+    QCOMPARE(vault.driver.statusMessage(), status);
+    QVERIFY(readFile(vault.path) == before);
+    QVERIFY(vault.driver.unlock(OldPassword));
 }
 
 QTEST_MAIN(TestChangePasswordDialog)
