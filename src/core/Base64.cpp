@@ -44,14 +44,22 @@ bool decodeGroups(QByteArrayView text, char* out) {
 
 } // namespace
 
-QByteArray decodeBase64(QByteArrayView text) {
-    // The last group may be padded; the toolkit decodes it, and anything that is not well formed.
+std::optional<QByteArray> decodeWellFormedBase64(QByteArrayView text) {
+    // The last group may be padded, and is left to the toolkit.
     const qsizetype wholeLetters = text.size() < 4 ? 0 : (text.size() - 1) / 4 * 4;
+    const auto lastGroup = QByteArray::fromBase64Encoding(text.sliced(wholeLetters).toByteArray(),
+                                                          QByteArray::AbortOnBase64DecodingErrors);
     QByteArray bytes(wholeLetters / 4 * 3, Qt::Uninitialized);
-    if (text.size() % 4 != 0 || !decodeGroups(text.first(wholeLetters), bytes.data())) {
-        return QByteArray::fromBase64(text.toByteArray());
+    if (text.size() % 4 != 0 || !lastGroup ||
+        !decodeGroups(text.first(wholeLetters), bytes.data())) {
+        return std::nullopt;
     }
-    return bytes.append(QByteArray::fromBase64(text.sliced(wholeLetters).toByteArray()));
+    return bytes.append(*lastGroup);
+}
+
+QByteArray decodeBase64(QByteArrayView text) {
+    const std::optional<QByteArray> bytes = decodeWellFormedBase64(text);
+    return bytes ? *bytes : QByteArray::fromBase64(text.toByteArray());
 }
 
 } // namespace Tessel::Core

@@ -213,19 +213,44 @@ bool rewriteHeader(QFile& file, const QByteArray& image, const RewriteEnds& ends
     return overwriteHeader(file, image + QByteArray(end - imageEnd, '\0'), ends);
 }
 
-std::optional<QJsonObject> parseHeader(const QByteArray& header) {
+struct ParsedHeader {
+    QJsonObject object;
+    QByteArray sealedIndex;
+};
+
+// Nearly all of a header is the sealed index, whose letters stand for themselves. Where it lies as
+// our writer puts it, it is decoded from where it stands: the toolkit would read, widen and narrow
+// megabytes of it first. What is left for the toolkit has an empty text in its place.
+ParsedHeader splitHeader(const QByteArray& header) {
+    constexpr QByteArrayView Before(",\"encryptedIndex\":\"");
+    constexpr QByteArrayView After("\",\"formatVersion\":3,\"magic\":\"TESSEL\"}");
+    const qsizetype begin = header.indexOf(Before) + Before.size();
+    const qsizetype end = header.size() - After.size();
+    if (begin >= Before.size() && begin <= end && header.endsWith(After)) {
+        const QByteArrayView letters = QByteArrayView(header).sliced(begin, end - begin);
+        if (const std::optional<QByteArray> index = decodeWellFormedBase64(letters)) {
+            const QByteArray rest = header.first(begin) + header.sliced(end);
+            return {QJsonDocument::fromJson(rest).object(), *index};
+        }
+    }
     const QJsonObject object = QJsonDocument::fromJson(header).object();
-    const bool good = object.value(u"magic") == QLatin1String("TESSEL") &&
-                      object.value(u"formatVersion").toInt(0) == FormatVersion;
-    return good ? std::optional<QJsonObject>(object) : std::nullopt;
+    return {object, bytesFromBase64(object.value(u"encryptedIndex"))};
 }
 
-ContainerDocument documentFromHeader(const ContainerManager& manager, const QJsonObject& header) {
+std::optional<ParsedHeader> parseHeader(const QByteArray& header) {
+    const ParsedHeader parsed = splitHeader(header);
+    const bool good = parsed.object.value(u"magic") == QLatin1String("TESSEL") &&
+                      parsed.object.value(u"formatVersion").toInt(0) == FormatVersion;
+    return good ? std::optional<ParsedHeader>(parsed) : std::nullopt;
+}
+
+ContainerDocument documentFromHeader(const ContainerManager& manager, const ParsedHeader& parsed) {
+    const QJsonObject& header = parsed.object;
     ContainerDocument document;
     document.crypto = manager.cryptoMetadataFromJson(header.value(u"crypto").toObject());
     document.fileIndex = SecureFileIndex::fromJson(
         QJsonDocument(header.value(u"fileIndex").toObject()).toJson(QJsonDocument::Compact));
-    document.encryptedIndex = bytesFromBase64(header.value(u"encryptedIndex"));
+    document.encryptedIndex = parsed.sealedIndex;
     document.encryptedPayload = bytesFromBase64(header.value(u"encryptedPayload"));
     const QJsonObject payloads = header.value(u"filePayloads").toObject();
     for (auto payload = payloads.constBegin(); payload != payloads.constEnd(); ++payload) {
@@ -264,11 +289,11 @@ bool ContainerManager::readDocument(const QString& path, ContainerDocument* out)
         return false;
     }
     const QByteArray header = file.read(line->headerBytes);
-    const std::optional<QJsonObject> object = parseHeader(header);
-    if (header.size() != line->headerBytes || !object) {
+    const std::optional<ParsedHeader> parsed = parseHeader(header);
+    if (header.size() != line->headerBytes || !parsed) {
         return false;
     }
-    *out = documentFromHeader(*this, *object);
+    *out = documentFromHeader(*this, *parsed);
     out->payloadOffset = payloadOffset;
     return true;
 }
@@ -282,12 +307,12 @@ bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* ou
         return false;
     }
     const std::optional<RedoRecord> record = findRedoRecord(file);
-    const std::optional<QJsonObject> object =
+    const std::optional<ParsedHeader> parsed =
         record ? parseHeader(record->headerImage.sliced(LengthLineBytes)) : std::nullopt;
-    if (!object) {
+    if (!parsed) {
         return false;
     }
-    *out = documentFromHeader(*this, *object);
+    *out = documentFromHeader(*this, *parsed);
     out->payloadOffset = PayloadOffset;
     return true;
 }

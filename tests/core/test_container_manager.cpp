@@ -489,6 +489,39 @@ private Q_SLOTS:
         QVERIFY(isRefused());
     }
 
+    void theSealedIndexIsReadAsTheToolkitReadsIt_data() {
+        QTest::addColumn<QByteArray>("beforeEnd");
+        QTest::newRow("as written") << QByteArray("\"crypto\":{},\"encryptedIndex\":\"QUJD");
+        QTest::newRow("empty") << QByteArray("\"crypto\":{},\"encryptedIndex\":\"");
+        QTest::newRow("padded") << QByteArray("\"crypto\":{},\"encryptedIndex\":\"QUI=");
+        QTest::newRow("not padded") << QByteArray("\"crypto\":{},\"encryptedIndex\":\"QUI");
+        QTest::newRow("escaped") << QByteArray("\"crypto\":{},\"encryptedIndex\":\"A\\/\\u0042D");
+        QTest::newRow("with what is no letter")
+            << QByteArray("\"crypto\":{},\"encryptedIndex\":\" QU*JD-");
+        QTest::newRow("without crypto") << QByteArray("\"encryptedIndex\":\"QUJD");
+        QTest::newRow("in crypto too") << QByteArray(
+            "\"crypto\":{\"a\":1,\"encryptedIndex\":\"QUJD\"},\"encryptedIndex\":\"REVG");
+        QTest::newRow("twice") << QByteArray(
+            "\"crypto\":{},\"encryptedIndex\":\"QUJD\",\"encryptedIndex\":\"REVG");
+        QTest::newRow("twice, once with a space")
+            << QByteArray("\"crypto\":{},\"encryptedIndex\" :\"QUJD\",\"encryptedIndex\":\"REVG");
+        QTest::newRow("in a text")
+            << QByteArray("\"a\":\",\\\"encryptedIndex\\\":\\\"QUJD\",\"encryptedIndex\":\"REVG");
+        QTest::newRow("missing") << QByteArray("\"crypto\":{},\"index\":\"REVG");
+    }
+    void theSealedIndexIsReadAsTheToolkitReadsIt() {
+        QFETCH(const QByteArray, beforeEnd);
+        const QByteArray header = '{' + beforeEnd + "\",\"formatVersion\":3,\"magic\":\"TESSEL\"}";
+        const QJsonObject object = QJsonDocument::fromJson(header).object();
+        QVERIFY(!object.isEmpty());
+        QVERIFY(writeFile(path(), containerWith(header)));
+        ContainerDocument document;
+        QVERIFY(m_manager.readDocument(path(), &document));
+        QCOMPARE(document.encryptedIndex,
+                 QByteArray::fromBase64(
+                     object.value(QStringLiteral("encryptedIndex")).toString().toLatin1()));
+    }
+
     void onlyTheHeadersOwnBytesAreParsed() {
         // What follows the header in its region is nobody's business.
         QVERIFY(writeFile(path(), containerBytes(lengthLine(SmallHeader.size()),
