@@ -25,7 +25,7 @@ namespace {
 
 using namespace ContainerLayout;
 
-constexpr qint64 ScanBytes = 256 * 1024;
+constexpr qint64 ScanBytes = qint64{256} * 1024;
 
 struct LengthLine {
     /// The number the line holds.

@@ -77,7 +77,7 @@ VaultFileEntry entryFromJson(const QJsonObject& object) {
     entry.sha256 = QByteArray::fromHex(object.value(u"sha256").toString().toLatin1());
     const QJsonArray blocks = object.value(u"blocks").toArray();
     entry.blocks.reserve(blocks.size());
-    for (const QJsonValue& block : blocks) {
+    for (const auto& block : blocks) {
         entry.blocks.append(blockFromJson(block.toObject()));
     }
     return entry;
@@ -226,12 +226,12 @@ SecureFileIndex SecureFileIndex::fromJson(const QByteArray& json) {
     const QJsonArray files = object.value(u"files").toArray();
     index.m_entries.reserve(files.size());
     index.m_entryPositions.reserve(files.size());
-    for (const QJsonValue& file : files) {
+    for (const auto& file : files) {
         const VaultFileEntry entry = entryFromJson(file.toObject());
         putEntry(&index.m_entries, &index.m_entryPositions, entry.vaultPath, entry);
     }
     const QJsonArray folders = object.value(u"directories").toArray();
-    for (const QJsonValue& folder : folders) {
+    for (const auto& folder : folders) {
         const VaultDirectoryEntry directory = directoryFromJson(folder.toObject());
         putEntry(&index.m_directories, &index.m_directoryPositions, directory.path, directory);
     }

@@ -37,7 +37,7 @@ public:
     using Progress = std::function<void(qint64 done, qint64 total, const QString& name)>;
 
     /// Plaintext bytes in every block of a file but the last.
-    static constexpr qint64 ChunkBytes = 16 * 1024 * 1024;
+    static constexpr qint64 ChunkBytes = qint64{16} * 1024 * 1024;
 
     VaultManager();
 

@@ -15,7 +15,7 @@ namespace Tessel::Core {
 
 namespace {
 
-constexpr qint64 CopyBytes = 8 * 1024 * 1024;
+constexpr qint64 CopyBytes = qint64{8} * 1024 * 1024;
 
 qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
     // Sizes of a damaged index may add up to anything; the total only feeds the progress.

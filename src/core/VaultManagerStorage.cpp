@@ -20,7 +20,7 @@ namespace Tessel::Core {
 
 namespace {
 
-constexpr qint64 DigestBytes = 256 * 1024;
+constexpr qint64 DigestBytes = qint64{256} * 1024;
 constexpr qint64 LargestSealedBlock = VaultManager::ChunkBytes + CryptoManager::TagBytes;
 
 // Whether two paths lead to one file, by whatever names and links.

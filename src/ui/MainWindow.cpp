@@ -32,6 +32,7 @@
 #include <QSignalBlocker>
 #include <QStatusBar>
 #include <QTableWidget>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -551,7 +552,7 @@ void MainWindow::requestClose() {
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     auto* dialog = event->type() == QEvent::Show ? qobject_cast<QDialog*>(watched) : nullptr;
     if (dialog != nullptr && m_closeRequested) {
-        QMetaObject::invokeMethod(dialog, &QDialog::reject, Qt::QueuedConnection);
+        QTimer::singleShot(0, dialog, &QDialog::reject);
     }
     return QMainWindow::eventFilter(watched, event);
 }
