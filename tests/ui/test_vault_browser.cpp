@@ -21,8 +21,6 @@
 #include <QTimer>
 #include <QUrl>
 
-#include <ctime>
-
 using Tessel::Tests::CraftedContainer;
 using Tessel::Tests::FakeDesktop;
 using Tessel::Tests::WindowDriver;
@@ -123,7 +121,7 @@ private Q_SLOTS:
     void contextMenuHoldsCommandsInOrder_data();
     void contextMenuHoldsCommandsInOrder();
 
-    void fifteenThousandFilesAreUpAtOnce();
+    void fifteenThousandFilesAreShownInOrder();
 
 private:
     [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
@@ -643,9 +641,9 @@ void TestVaultBrowser::contextMenuHoldsCommandsInOrder() {
     QVERIFY(m_driver->window.findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly).isEmpty());
 }
 
-// --- Speed -----------------------------------------------------------------------------------
+// --- Size ------------------------------------------------------------------------------------
 
-void TestVaultBrowser::fifteenThousandFilesAreUpAtOnce() {
+void TestVaultBrowser::fifteenThousandFilesAreShownInOrder() {
     constexpr int Files = 15000;
     CraftedContainer crafted;
     for (int i = 0; i < Files; ++i) {
@@ -654,13 +652,13 @@ void TestVaultBrowser::fifteenThousandFilesAreUpAtOnce() {
     }
     QVERIFY(open(crafted));
     QCOMPARE(m_driver->table()->rowCount(), Files);
-    // Time of this process, not of the clock on the wall: other tests may run beside it.
-    const std::clock_t start = std::clock();
     clickHeader(TypeColumn);
-    const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-    qInfo("%d rows sorted and shown in %.3f s", Files, seconds);
-    // A tenth of a second on one core; the bound leaves room for the sanitizers.
-    QVERIFY(seconds < 1.5);
+    QCOMPARE(m_driver->table()->rowCount(), Files);
+    for (int row = 1; row < Files; ++row) {
+        const QString before = m_driver->table()->item(row - 1, TypeColumn)->text();
+        const QString here = m_driver->table()->item(row, TypeColumn)->text();
+        QVERIFY2(before.compare(here, Qt::CaseInsensitive) <= 0, qPrintable(before + u' ' + here));
+    }
 }
 
 QTEST_MAIN(TestVaultBrowser)
