@@ -290,7 +290,8 @@ def read_redo_record(file):
         raise FormatError("size of the redo record")
     file.seek(begin)
     image = file.read(int(digits))
-    if hashlib.sha256(image).digest() != digest:
+    length_line = b"%020d\n" % (len(image) - LENGTH_DIGITS - 1)
+    if hashlib.sha256(image).digest() != digest or not image.startswith(length_line):
         raise FormatError("redo record cut short")
     return image
 
