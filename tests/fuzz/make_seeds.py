@@ -78,6 +78,10 @@ def index_seeds():
     yield "no-object", b'[{"files":[]}]'
     yield "escapes", (b'{"files":[{"vaultPath":"\\"\\\\\\/\\b\\f\\n\\r\\t\\u0000\\u001f\\u007f'
                       b'\\u2028\\ufffe\\ud83d\\ude00"}],"directories":[{"path":"\xc3\xa7"}]}')
+    # One kind of letter in each path: one that needs an escape must not hide behind another.
+    yield "escapes-apart", compact(index([file(letter) for letter in (
+        '"', "\\", "/", "\x00", "\x08", "\n", "\x1f", "\x7f", "\u00e7", "\u2028", "\uffff",
+        "\U0001f600")]))
     yield "half-surrogates", (b'{"files":[{"vaultPath":"a\\ud800"},{"vaultPath":"\\udc00a"},'
                               b'{"vaultPath":"\\ud800\\ud800\\udc00"}]}')
     yield "numbers", (b'{"files":[{"vaultPath":"f","sizeBytes":9223372036854775807,"blocks":['
