@@ -15,7 +15,7 @@ test_packages=(
     "${build_packages[@]}"
     ccache clang-format clang-tidy
     python3 python3-nacl
-    argon2 strace util-linux mount procps
+    argon2 strace e2fsprogs util-linux mount procps
     xvfb xauth openbox x11-utils dbus at-spi2-core python3-pyatspi
     fonts-dejavu-core
 )

@@ -6,15 +6,22 @@
 //
 //     fault_driver CONTAINER PASSWORD OPERATION [ARGUMENT...]
 //
-// It prints what the operation returned and whether the index in memory is what it was.
+// It prints what the operation returned and whether the index in memory is what it was. With
+// TESSEL_TRY_AGAIN in the environment, an operation that failed is followed by a new folder
+// "depois", and it prints what that returned.
 
 #include "core/VaultManager.h"
 
 #include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
 #include <QMap>
 #include <QTextStream>
 
 #include <functional>
+
+#include <sys/uio.h>
+#include <unistd.h>
 
 using namespace Tessel::Core;
 
@@ -53,6 +60,18 @@ const QMap<QString, Operation>& operations() {
         {QStringLiteral("export"),
          [](Session& s) {
              return s.vault.exportFile(s.argument(0), s.argument(1));
+         }},
+        {QStringLiteral("move"),
+         [](Session& s) {
+             return s.vault.moveFile(s.argument(0), s.argument(1));
+         }},
+        {QStringLiteral("rename-folder"),
+         [](Session& s) {
+             return s.vault.renameDirectory(s.argument(0), s.argument(1));
+         }},
+        {QStringLiteral("delete-folder"),
+         [](Session& s) {
+             return s.vault.deleteDirectory(s.argument(0));
          }},
         {QStringLiteral("delete"),
          [](Session& s) {
@@ -93,6 +112,36 @@ const QMap<QString, Operation>& operations() {
     return table;
 }
 
+// The operation lies between two calls that do nothing and that a tracer sees.
+void mark(const char* path) {
+    static_cast<void>(::rmdir(path));
+}
+
+// Opens a copy and changes it, so that locking has something to take back.
+bool editCopy(Session& session) {
+    QString path;
+    if (!session.vault.prepareFileForEditing(session.argument(0), &path)) {
+        return false;
+    }
+    QFile copy(path);
+    return copy.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           copy.write(session.argument(1).toUtf8()) > 0 && copy.flush() &&
+           copy.setFileTime(QFileInfo(path).lastModified().addSecs(10),
+                            QFileDevice::FileModificationTime);
+}
+
+bool runUnlocked(Session& session, const QString& operation) {
+    if (operation == QLatin1String("unlock")) {
+        return true;
+    }
+    if (operation == QLatin1String("lock-edited") && !editCopy(session)) {
+        return false;
+    }
+    mark("/tessel-begin");
+    return operation == QLatin1String("lock-edited") ? session.vault.lockVault()
+                                                     : operations().value(operation)(session);
+}
+
 /// These two work on a locked vault.
 bool runLocked(Session& session, const QString& operation, bool* result) {
     if (operation == QLatin1String("create")) {
@@ -112,7 +161,14 @@ bool runLocked(Session& session, const QString& operation, bool* result) {
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QStringList arguments = application.arguments().mid(1);
-    QTextStream out(stdout);
+    QByteArray said;
+    QTextStream out(&said);
+    // Not through write(), which may be made to fail.
+    const auto say = [&] {
+        out.flush();
+        const struct iovec piece { said.data(), static_cast<std::size_t>(said.size()) };
+        return ::writev(STDOUT_FILENO, &piece, 1) == said.size();
+    };
     if (arguments.size() < 3) {
         return 2;
     }
@@ -123,19 +179,31 @@ int main(int argc, char** argv) {
     session.arguments = arguments;
 
     bool result = false;
+    if (operation == QLatin1String("unlock") || operation == QLatin1String("create") ||
+        operation == QLatin1String("password")) {
+        mark("/tessel-begin");
+    }
     if (!runLocked(session, operation, &result)) {
-        if (!operations().contains(operation) ||
-            !session.vault.unlockVault(session.container, session.password)) {
+        const bool known =
+            operations().contains(operation) || operation == QLatin1String("lock-edited");
+        if (!known || !session.vault.unlockVault(session.container, session.password)) {
+            mark("/tessel-end");
             out << "unlocked=no\n";
-            return 3;
+            return say() ? 3 : 4;
         }
         const QByteArray before = session.vault.fileIndex().toJson();
-        result = operations().value(operation)(session);
+        result = runUnlocked(session, operation);
         out << "index=" << (session.vault.fileIndex().toJson() == before ? "same" : "new") << '\n';
     }
+    mark("/tessel-end");
     out << "result=" << (result ? "true" : "false") << '\n';
     out << "state=" << (session.vault.state() == VaultState::Unlocked ? "unlocked" : "locked")
         << '\n';
     out << "text=" << session.error << '\n';
-    return 0;
+    if (!result && qEnvironmentVariableIsSet("TESSEL_TRY_AGAIN") &&
+        session.vault.state() == VaultState::Unlocked) {
+        const bool again = session.vault.createDirectory(QStringLiteral("depois"));
+        out << "again=" << (again ? "true" : "false") << '\n';
+    }
+    return say() ? 0 : 4;
 }

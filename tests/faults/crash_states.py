@@ -1,0 +1,322 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""Cuts the power: makes the states that a drive may be in and opens the vault in each of them.
+
+Every operation runs once with record_calls preloaded, which writes down what reaches the kernel.
+From the record follows what a power cut after any event may leave: of the writes and truncations of
+a file that no sync of it has followed, each may be there, or not, or in some of its 512-byte
+sectors only; of the changes of a folder that no sync of it has followed, any number, in their
+order. Of these states a fixed sample is made and opened; --long takes a larger one.
+
+Before the operation has reported success, the vault must hold what it held before or after; once it
+has, what it holds after.
+"""
+
+import argparse
+import concurrent.futures
+import json
+import os
+import random
+import struct
+import subprocess
+import sys
+import threading
+from dataclasses import dataclass, field
+from pathlib import Path
+
+import vault_world as vw
+
+HEAD = struct.Struct("=IIQqQ")
+CREATE, TRUNCATE, WRITE, SYNC, SYNC_FOLDER, RENAME, REMOVE, MAKE_FOLDER, MARK = range(1, 10)
+SECTOR = 512
+
+
+@dataclass(frozen=True)
+class Event:
+    kind: int
+    path: str
+    inode: int
+    offset: int
+    data: bytes
+
+
+def read_log(path):
+    raw = path.read_bytes()
+    at = 0
+    events = []
+    while at < len(raw):
+        kind, path_bytes, inode, offset, data_bytes = HEAD.unpack_from(raw, at)
+        at += HEAD.size
+        name = raw[at:at + path_bytes].decode()
+        at += path_bytes
+        events.append(Event(kind, name, inode, offset, raw[at:at + data_bytes]))
+        at += data_bytes
+    return events
+
+
+@dataclass
+class Image:
+    """What is on the drive for certain, and what may or may not be."""
+    names: dict = field(default_factory=dict)
+    contents: dict = field(default_factory=dict)
+    pending_writes: dict = field(default_factory=dict)
+    pending_names: dict = field(default_factory=dict)
+    folders: frozenset = frozenset()
+
+    def copy(self):
+        return Image(dict(self.names), dict(self.contents),
+                     {inode: list(events) for inode, events in self.pending_writes.items()},
+                     {folder: list(events) for folder, events in self.pending_names.items()},
+                     self.folders)
+
+    def names_lead_to(self, inode):
+        named = {event.inode for events in self.pending_names.values() for event in events}
+        return inode in named or inode in self.names.values()
+
+    def take(self, event):
+        if event.kind in (WRITE, TRUNCATE):
+            self.pending_writes.setdefault(event.inode, []).append(event)
+        elif event.kind == SYNC:
+            content = bytearray(self.contents.get(event.inode, b""))
+            for pending in self.pending_writes.pop(event.inode, ()):
+                change(content, pending)
+            self.contents[event.inode] = bytes(content)
+        elif event.kind == SYNC_FOLDER:
+            for pending in self.pending_names.pop(event.path, ()):
+                rename(self.names, pending)
+        elif event.kind in (CREATE, RENAME, REMOVE, MAKE_FOLDER):
+            if event.kind == MAKE_FOLDER:
+                self.folders |= {event.path}
+            self.pending_names.setdefault(os.path.dirname(event.path), []).append(event)
+
+
+def change(content, event, sectors=None):
+    """Applies a write or truncation; of a write only the given sectors, where given."""
+    if event.kind == TRUNCATE:
+        del content[event.offset:]
+        content.extend(bytes(event.offset - len(content)))
+        return
+    begin, end = event.offset, event.offset + len(event.data)
+    pieces = [(begin, end)] if sectors is None else [
+        (max(begin, sector * SECTOR), min(end, (sector + 1) * SECTOR)) for sector in sectors]
+    for low, high in pieces:
+        if len(content) < high:
+            content.extend(bytes(high - len(content)))
+        content[low:high] = event.data[low - begin:high - begin]
+
+
+def rename(names, event):
+    if event.kind in (CREATE, MAKE_FOLDER):
+        names[event.path] = event.inode
+    elif event.kind == REMOVE:
+        names.pop(event.path, None)
+    elif event.path in names:
+        names[event.data.decode()] = names.pop(event.path)
+
+
+def sectors_of(event):
+    return range(event.offset // SECTOR, (event.offset + len(event.data) - 1) // SECTOR + 1)
+
+
+def some_sectors(event, chance):
+    sectors = list(sectors_of(event))
+    kind = chance.randrange(4)
+    cut = chance.randrange(len(sectors) + 1)
+    if kind == 0:
+        return sectors[:cut]
+    if kind == 1:
+        return sectors[cut:]
+    if kind == 2 and len(sectors) > 1:
+        gone = chance.randrange(len(sectors))
+        return sectors[:gone] + sectors[gone + 1:]
+    return [sector for sector in sectors if chance.random() < 0.5]
+
+
+def choices_at(image, chance, extra):
+    """Ways in which what is pending may have come out: one fate for each pending event."""
+    writes = [event for events in image.pending_writes.values() for event in events]
+    folders = list(image.pending_names)
+    full = {folder: len(image.pending_names[folder]) for folder in folders}
+    none = dict.fromkeys(folders, 0)
+    keep = ["keep"] * len(writes)
+    drop = ["drop"] * len(writes)
+    choices = [(keep, full), (drop, none), (keep, none), (drop, full)]
+    for position in range(len(writes)):
+        for base in (keep, drop):
+            for fate in ("keep", "drop", "tear"):
+                changed = list(base)
+                changed[position] = fate
+                choices.append((changed, full))
+    for _ in range(extra):
+        fates = [chance.choice(("keep", "drop", "tear")) for _ in writes]
+        choices.append((fates, {folder: chance.randrange(full[folder] + 1) for folder in folders}))
+    return choices
+
+
+def outcome(image, fates, lengths, chance):
+    """The files, by path, that one choice leaves."""
+    contents = dict(image.contents)
+    names = dict(image.names)
+    fate = iter(fates)
+    for inode, events in image.pending_writes.items():
+        own = [(event, next(fate)) for event in events]
+        if all(kind == "drop" for _, kind in own):
+            continue
+        content = bytearray(contents.get(inode, b""))
+        for event, kind in own:
+            if kind != "drop":
+                torn = kind == "tear" and event.kind == WRITE
+                change(content, event, some_sectors(event, chance) if torn else None)
+        contents[inode] = bytes(content)
+    for folder, length in lengths.items():
+        for event in image.pending_names[folder][:length]:
+            rename(names, event)
+    lost = [folder + "/" for folder in image.folders if folder not in names]
+    return {path: contents.get(inode, b"") for path, inode in names.items()
+            if path not in image.folders and not path.startswith(tuple(lost))}
+
+
+def fingerprint(files):
+    return frozenset((path, len(content), hash(content)) for path, content in files.items())
+
+
+class Recording:
+    """One undisturbed run of an operation, and all states a power cut may make of it."""
+
+    def __init__(self, world, thorough):
+        self.world = world
+        # Opening a vault whose key is derived anew takes long.
+        self.extra = (20 if world.operation.slow else 200) if thorough else 8
+        world.reset()
+        self.start = Image()
+        for path in world.root.rglob("*"):
+            if path.is_file():
+                inode = path.stat().st_ino
+                self.start.names[str(path)] = inode
+                self.start.contents[inode] = path.read_bytes()
+        log = Path(f"{world.root}.calls")
+        environment = world.environment(LD_PRELOAD=vw.tool("librecord_calls.so"),
+                                        TESSEL_RECORD_ROOT=str(world.root),
+                                        TESSEL_RECORD_LOG=str(log))
+        subprocess.run(world.command(), env=environment, check=True, stdout=subprocess.DEVNULL)
+        self.events = read_log(log)
+        log.unlink()
+
+    def states(self):
+        """Pairs of the files and whether the operation had reported success; no state twice."""
+        chance = random.Random(self.world.operation.name)
+        image = self.start.copy()
+        seen = set()
+        begun = done = False
+        for event in self.events:
+            image.take(event)
+            begun = begun or (event.kind == MARK and event.path == "/tessel-begin")
+            done = done or (event.kind == MARK and event.path == "/tessel-end")
+            if not begun or event.kind in (SYNC, SYNC_FOLDER):
+                continue
+            # A file that no name leads to yet is gone with the power, whatever it holds.
+            if event.kind == WRITE and not image.names_lead_to(event.inode):
+                continue
+            for fates, lengths in choices_at(image, chance, self.extra):
+                files = outcome(image, fates, lengths, chance)
+                key = (fingerprint(files), done)
+                if key not in seen:
+                    seen.add(key)
+                    yield files, done
+
+
+class Replay:
+    def __init__(self, folder, thorough, jobs):
+        self.folder = Path(folder)
+        self.thorough = thorough
+        self.local = threading.local()
+        self.lock = threading.Lock()
+        self.checkers = []
+        self.slots = threading.Semaphore(2 * jobs)
+        self.base = vw.make_base(self.checker(), folder)
+
+    def checker(self):
+        if not hasattr(self.local, "checker"):
+            with self.lock:
+                self.local.checker = vw.Checker()
+                self.checkers.append(self.local.checker)
+                self.local.number = len(self.checkers)
+        return self.local.checker
+
+    def problem_with(self, recorded, files, done, expected):
+        """Puts the state on a drive of its own and looks; None when the vault is whole."""
+        checker = self.checker()
+        world = vw.World(self.folder / f"state-{self.local.number}", recorded.operation, self.base)
+        world.reset()
+        world.container.unlink()
+        for path, content in files.items():
+            place = world.root / Path(path).relative_to(recorded.root)
+            place.parent.mkdir(parents=True, exist_ok=True)
+            place.write_bytes(content)
+        state = world.state(checker)
+        if state is None:
+            return "the vault does not open"
+        if not state.is_whole():
+            return "a file cannot be read"
+        if state != expected.after and (done or state != expected.before):
+            return "what was reported done is lost" if done else "the vault holds something else"
+        if done and not world.container.exists():
+            return "the container is not on the drive"
+        if done and recorded.operation.command == "export" and \
+                world.exported() != dict(expected.after.files)["docs/a.bin"]:
+            return "the exported file is lost"
+        return None
+
+    def try_state(self, recorded, files, done, expected):
+        try:
+            problem = self.problem_with(recorded, files, done, expected)
+        finally:
+            self.slots.release()
+        if problem:
+            sizes = {str(Path(path).relative_to(recorded.root)): len(content)
+                     for path, content in files.items()}
+            print(f"FAIL {recorded.operation.name}: {problem} (done: {done}, files: {sizes})",
+                  flush=True)
+        return problem is None
+
+    def run(self, operation, pool):
+        world = vw.World(self.folder / "recorded", operation, self.base)
+        expected = vw.Expected.learn(world, self.checker())
+        recording = Recording(world, self.thorough)
+        pending = []
+        for number, (files, done) in enumerate(recording.states()):
+            if operation.slow and not self.thorough and number % 3:
+                continue
+            self.slots.acquire()
+            pending.append(pool.submit(self.try_state, world, files, done, expected))
+        whole = sum(result.result() for result in pending)
+        print(f"{operation.name}: {len(pending)} crash states, {whole} left the vault whole",
+              flush=True)
+        return {"operation": operation.name, "states": len(pending), "whole": whole}
+
+    def close(self):
+        for checker in self.checkers:
+            checker.close()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--long", action="store_true", help="make a larger sample of states")
+    parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--json", help="where to write the counts")
+    parser.add_argument("--only", help="the operation to try")
+    options = parser.parse_args()
+    with vw.fast_folder() as folder, \
+            concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        replay = Replay(folder, options.long, options.jobs)
+        results = [replay.run(operation, pool) for operation in vw.OPERATIONS
+                   if options.only in (None, operation.name)]
+        replay.close()
+    if options.json:
+        Path(options.json).write_text(json.dumps(results), encoding="utf-8")
+    return 0 if all(row["states"] == row["whole"] and row["states"] for row in results) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,238 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""Kills the program at a system call, or makes the call fail, and looks at the vault.
+
+Every operation runs once under strace, undisturbed, to learn its calls. It then runs once for each
+of them and each way to disturb it: killed there, failing there, failing from there on (with every
+other call that changes something). Without --long only a sample of the calls is tried.
+"""
+
+import argparse
+import concurrent.futures
+import json
+import re
+import shutil
+import subprocess
+import sys
+import threading
+from dataclasses import dataclass
+from pathlib import Path
+
+import vault_world as vw
+
+CHANGING = ("openat", "write", "pwrite64", "fsync", "fdatasync", "sync_file_range", "ftruncate",
+            "rename", "renameat2", "linkat", "unlink", "rmdir", "mkdir")
+READING = ("read", "pread64", "lseek", "statx", "close")
+# Calls whose failure on the container must not pass for success, whatever the reason given.
+MUST_FAIL = ("write", "fdatasync", "sync_file_range")
+LINE = re.compile(r"^\d+\s+(\w+)\((.*)$")
+
+
+@dataclass(frozen=True)
+class Call:
+    name: str
+    number: int
+    # How often each changing call had been made before this one.
+    before: tuple
+    text: str
+
+
+@dataclass(frozen=True)
+class Fault:
+    call: Call
+    kind: str
+
+    def injections(self):
+        if self.kind == "KILL":
+            return [f"{self.call.name}:signal=KILL:when={self.call.number}"]
+        if not self.kind.endswith("+"):
+            return [f"{self.call.name}:error={self.kind}:when={self.call.number}"]
+        counts = dict(self.call.before)
+        error = self.kind[:-1]
+        return [f"{name}:error={error}:when={counts.get(name, 0) + 1}+"
+                for name in CHANGING if name not in ("openat",) or name == self.call.name]
+
+
+def strace(options, world, again):
+    more = {"TESSEL_TRY_AGAIN": "1"} if again else {}
+    return subprocess.run(["strace", "-f", "-qq", *options, *world.command()],
+                          env=world.environment(**more), text=True, stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, check=False)
+
+
+def learn_calls(world):
+    """The calls between the driver's two marks that touch our folders."""
+    world.reset()
+    log = Path(f"{world.root}.strace")
+    names = ",".join(CHANGING + READING)
+    strace(["-y", "-o", str(log), "-e", f"trace={names}"], world, False)
+    counts = {}
+    calls = []
+    inside = False
+    for line in log.read_text(errors="replace").splitlines():
+        found = LINE.match(line)
+        if not found:
+            continue
+        name, text = found.groups()
+        inside = (inside or "/tessel-begin" in text) and "/tessel-end" not in text
+        before = tuple(counts.items())
+        counts[name] = counts.get(name, 0) + 1
+        if inside and str(world.root) in text and "/tessel-" not in text[:12]:
+            calls.append(Call(name, counts[name], before, text[:160]))
+    log.unlink()
+    return calls
+
+
+def faults_of(operation, calls, thorough):
+    faults = []
+    for call in calls:
+        if call.name in READING:
+            # Killed here, it leaves what it leaves at the next changing call.
+            if (thorough and not operation.slow) or operation.command in ("unlock", "export"):
+                kinds = ("KILL", "EIO") if call.name in ("read", "lseek") else ("KILL",)
+                faults += [Fault(call, kind) for kind in kinds]
+            continue
+        kinds = ("KILL", "EIO", "EIO+", "ENOSPC", "ENOSPC+")
+        if call.name == "openat":
+            kinds = ("KILL", "EIO", "EROFS+")
+        faults += [Fault(call, kind) for kind in kinds]
+    if thorough:
+        return faults
+    # A fixed sample. Each step is prime, so that it meets all kinds of fault.
+    step = 29 if operation.slow else 7
+    return faults[len(operation.name) % step::step]
+
+
+def has_succeeded(world, said):
+    # Locking also reports that the copies could not be removed; the vault has its file by then.
+    locked = world.operation.command == "lock-edited" and said.get("state") == "locked"
+    return locked or said.get("result") == "true"
+
+
+def problem_with(world, fault, expected, run, checker):
+    """What is wrong after a fault, in words; None when the vault is whole."""
+    said = vw.parse_said(run.stdout)
+    ended = run.returncode in (0, 3) and bool(said)
+    if fault.kind == "KILL" and ended:
+        return "the program was not killed"
+    if fault.kind != "KILL" and not ended:
+        return f"the program ended with {run.returncode}"
+    succeeded = has_succeeded(world, said)
+    state = world.state(checker)
+    if state is None:
+        return "the vault does not open"
+    if not state.is_whole():
+        return "a file cannot be read"
+    allowed = [expected.after] if succeeded else [expected.before, expected.after]
+    if said.get("again") == "true":
+        # The folder made afterwards: what the program knew and what the drive holds are one.
+        allowed = [expected.before.with_folder("depois")]
+    elif fault.kind in ("EIO", "ENOSPC") and ended and not succeeded:
+        allowed = [expected.before] + ([expected.after] if world.operation.slow else [])
+    if state not in allowed:
+        return "the vault holds something else"
+    if ended and not succeeded and said.get("index") == "new":
+        return "the index in memory is not what it was"
+    if said.get("again") == "false" and not fault.kind.endswith("+") and not world.preserved():
+        return "the next operation fails although the drive works again"
+    return problem_with_result(world, fault, expected, said, checker)
+
+
+def problem_with_result(world, fault, expected, said, checker):
+    succeeded = has_succeeded(world, said)
+    on_container = str(world.container) in fault.call.text
+    if succeeded and on_container and fault.kind != "KILL" and (
+            fault.call.name in MUST_FAIL or
+            (fault.call.name == "pwrite64" and fault.kind.startswith("EIO"))):
+        return "a failed call passed for success"
+    if world.operation.command == "export" and succeeded and \
+            world.exported() != dict(expected.after.files)["docs/a.bin"]:
+        return "the exported file is not the stored one"
+    changed = checker.ask("change", world.vault, *world.operation.passwords)
+    if not changed.get("changed") or "tambem" not in vw.State.of(changed).folders:
+        return "the vault takes no change any more"
+    return None
+
+
+class Sweep:
+    def __init__(self, folder, thorough, jobs):
+        self.folder = Path(folder)
+        self.thorough = thorough
+        self.jobs = jobs
+        self.local = threading.local()
+        self.checkers = []
+        self.lock = threading.Lock()
+        self.base = vw.make_base(self.checker(), folder)
+
+    def checker(self):
+        if not hasattr(self.local, "checker"):
+            with self.lock:
+                self.local.checker = vw.Checker()
+                self.checkers.append(self.local.checker)
+                self.local.number = len(self.checkers)
+        return self.local.checker
+
+    def world(self, operation):
+        self.checker()
+        return vw.World(self.folder / f"world-{self.local.number}", operation, self.base)
+
+    def try_fault(self, operation, fault, expected):
+        world = self.world(operation)
+        checker = self.checker()
+        world.reset()
+        options = ["-o", "/dev/null", "-e", f"trace={','.join(CHANGING + READING)}"]
+        for injection in fault.injections():
+            options += ["-e", f"inject={injection}"]
+        run = strace(options, world, True)
+        try:
+            problem = problem_with(world, fault, expected, run, checker)
+        except (ValueError, BrokenPipeError) as error:
+            problem = f"the checker gave up: {error}"
+        if problem:
+            print(f"FAIL {operation.name}: {fault.kind} at {fault.call.name} "
+                  f"{fault.call.number} ({fault.call.text}): {problem}\n  {run.stdout!r}",
+                  flush=True)
+        return problem is None
+
+    def run(self, operation, pool):
+        world = self.world(operation)
+        expected = vw.Expected.learn(world, self.checker())
+        calls = learn_calls(world)
+        faults = faults_of(operation, calls, self.thorough)
+        whole = list(pool.map(lambda fault: self.try_fault(operation, fault, expected), faults))
+        print(f"{operation.name}: {len(calls)} calls, {len(faults)} faults, "
+              f"{sum(whole)} left the vault whole", flush=True)
+        return {"operation": operation.name, "calls": len(calls), "faults": len(faults),
+                "whole": sum(whole)}
+
+    def close(self):
+        for checker in self.checkers:
+            checker.close()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--long", action="store_true", help="try every call in every way")
+    parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--json", help="where to write the counts")
+    parser.add_argument("--only", help="the operation to try")
+    options = parser.parse_args()
+    if not shutil.which("strace") or subprocess.run(
+            ["strace", "-f", "-qq", "-o", "/dev/null", "true"], check=False,
+            stderr=subprocess.DEVNULL).returncode != 0:
+        print("SKIP: strace is missing or not allowed to trace here")
+        return vw.SKIPPED
+    with vw.fast_folder() as folder, \
+            concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        sweep = Sweep(folder, options.long, options.jobs)
+        results = [sweep.run(operation, pool) for operation in vw.OPERATIONS
+                   if options.only in (None, operation.name)]
+        sweep.close()
+    if options.json:
+        Path(options.json).write_text(json.dumps(results), encoding="utf-8")
+    return 0 if all(row["faults"] == row["whole"] and row["faults"] for row in results) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,191 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""Cuts the power for real: ext4 on a loop device, shut down without writing anything more.
+
+An operation runs on a vault on that file system. Either the file system is shut down after so many
+milliseconds, whatever the operation is doing, or as soon as the operation has reported success. It
+is then mounted again, which replays its journal, and the vault must hold what it held before or
+after the operation; what was reported done must be there. Needs root and a loop device; exits with
+77 where there is none.
+"""
+
+import argparse
+import fcntl
+import json
+import os
+import random
+import shutil
+import struct
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import vault_world as vw
+
+# _IOR('X', 125, __u32), and the flag that not even the journal is written any more.
+SHUTDOWN = 0x8004587D
+WITHOUT_LOG = struct.pack("I", 2)
+IMAGE_BYTES = 192 << 20
+
+
+class Refused(Exception):
+    pass
+
+
+def run(*command):
+    found = subprocess.run(command, check=False, text=True, stdout=subprocess.PIPE,
+                           stderr=subprocess.STDOUT)
+    if found.returncode != 0:
+        raise Refused(f"{' '.join(map(str, command))}: {found.stdout.strip()}")
+    return found.stdout
+
+
+class Drive:
+    """ext4 in a file, mounted on a loop device."""
+
+    def __init__(self, folder):
+        self.image = Path(folder, "drive.img")
+        self.place = Path(folder, "mounted")
+        self.place.mkdir()
+        with open(self.image, "wb") as image:
+            image.truncate(IMAGE_BYTES)
+        run("mkfs.ext4", "-q", self.image)
+        # One device throughout: a second one on the same file would have a cache of its own.
+        self.device = run("losetup", "--find", "--show", self.image).strip()
+        self.mounted = False
+
+    def mount(self):
+        run("mount", self.device, self.place)
+        self.mounted = True
+
+    def unmount(self):
+        if self.mounted:
+            run("umount", self.place)
+            self.mounted = False
+
+    def close(self):
+        self.unmount()
+        run("losetup", "--detach", self.device)
+
+    def cut(self):
+        descriptor = os.open(self.place, os.O_RDONLY)
+        try:
+            fcntl.ioctl(descriptor, SHUTDOWN, WITHOUT_LOG)
+        except OSError as error:
+            raise Refused(f"the file system does not shut down: {error}") from error
+        finally:
+            os.close(descriptor)
+
+
+def cut_after(drive, process, delay):
+    """Cuts the power after the delay, or once the process has ended where there is none."""
+    if delay is None:
+        process.wait()
+    else:
+        time.sleep(delay)
+    drive.cut()
+    said, _ = process.communicate()
+    return vw.parse_said(said)
+
+
+def problem_with(drive, world, expected, checker, delay):
+    drive.mount()
+    world.reset()
+    # What the operation starts from is on the drive.
+    descriptor = os.open(world.container, os.O_RDWR)
+    os.fsync(descriptor)
+    os.close(descriptor)
+    process = subprocess.Popen(world.command(), env=world.environment(), text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    said = cut_after(drive, process, delay)
+    drive.unmount()
+    drive.mount()
+    try:
+        state = world.state(checker)
+        if state is None:
+            return "the vault does not open"
+        if not state.is_whole():
+            return "a file cannot be read"
+        if delay is None and said.get("result") != "true":
+            return "the operation failed undisturbed"
+        if said.get("result") == "true" and state != expected.after:
+            return "what was reported done is lost"
+        if state not in (expected.before, expected.after):
+            return "the vault holds something else"
+        if said.get("result") == "true" and world.operation.command == "export" and \
+                world.exported() != dict(expected.after.files)["docs/a.bin"]:
+            return "the exported file is lost"
+        return None
+    finally:
+        drive.unmount()
+
+
+def try_operation(drive, operation, base, checker, times):
+    world = vw.World(drive.place / "world", operation, base)
+    drive.mount()
+    expected = vw.Expected.learn(world, checker)
+    began = time.monotonic()
+    world.reset()
+    subprocess.run(world.command(), env=world.environment(), check=True, stdout=subprocess.DEVNULL)
+    lasts = time.monotonic() - began
+    drive.unmount()
+    chance = random.Random(operation.name)
+    delays = [None] + [chance.random() * lasts for _ in range(times - 1)]
+    whole = 0
+    for delay in delays:
+        problem = problem_with(drive, world, expected, checker, delay)
+        whole += problem is None
+        if problem:
+            print(f"FAIL {operation.name}: power cut after {delay} s of {lasts}: {problem}",
+                  flush=True)
+    print(f"{operation.name}: {len(delays)} power cuts, {whole} left the vault whole", flush=True)
+    return {"operation": operation.name, "cuts": len(delays), "whole": whole}
+
+
+def enter_own_mounts():
+    """Starts this program again where no other process can see its mounts: one that did would keep
+    the file system alive when it is unmounted here."""
+    if "TESSEL_OWN_MOUNTS" not in os.environ:
+        os.environ["TESSEL_OWN_MOUNTS"] = "1"
+        os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable,
+                              "-B", *sys.argv])
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--long", action="store_true", help="cut the power more often")
+    parser.add_argument("--json", help="where to write the counts")
+    parser.add_argument("--only", help="the operation to try")
+    options = parser.parse_args()
+    if os.geteuid() != 0 or not shutil.which("mkfs.ext4"):
+        print("SKIP: only root can mount a loop device, and needs mkfs.ext4")
+        return vw.SKIPPED
+    enter_own_mounts()
+    results = []
+    with vw.fast_folder() as folder:
+        checker = vw.Checker()
+        try:
+            base = vw.make_base(checker, folder)
+            drive = Drive(folder)
+            drive.mount()
+            drive.unmount()
+        except Refused as reason:
+            print(f"SKIP: {reason}")
+            return vw.SKIPPED
+        try:
+            for operation in vw.OPERATIONS:
+                if options.only in (None, operation.name):
+                    times = 20 if options.long else (1 if operation.slow else 2)
+                    results.append(try_operation(drive, operation, base, checker, times))
+        finally:
+            drive.close()
+            checker.close()
+    if options.json:
+        Path(options.json).write_text(json.dumps(results), encoding="utf-8")
+    return 0 if all(row["cuts"] == row["whole"] for row in results) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,253 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "VaultFixture.h"
+
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QFileInfo>
+#include <QTest>
+
+#include <functional>
+
+#include <sys/mount.h>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+using Operation = std::function<bool(VaultFixture&)>;
+
+/// A vault on a drive that can go away.
+struct Drive {
+    Drive() : disk(40 * MiB), container(disk.filePath(QStringLiteral("tessel.tvlt"))) {
+        CraftedContainer vault(3);
+        vault.addFile(QStringLiteral("a.bin"), noise(50000, 1), 16384);
+        vault.addFile(QStringLiteral("b.txt"), QByteArrayLiteral("conteudo de b"));
+        vault.addFolder(QStringLiteral("pasta"));
+        if (!disk.isMounted() || !vault.writeTo(container) ||
+            !fixture.vault.unlockVault(container, TestPassword)) {
+            qFatal("cannot set up the drive");
+        }
+    }
+
+    [[nodiscard]] bool remount(bool readOnly) const {
+        const unsigned long flags = readOnly ? MS_REMOUNT | MS_RDONLY : 0UL + MS_REMOUNT;
+        return ::mount(nullptr, QFile::encodeName(disk.path()).constData(), nullptr, flags,
+                       nullptr) == 0;
+    }
+    /// Mounts an empty file system over the drive.
+    [[nodiscard]] bool cover() const {
+        return ::mount("none", QFile::encodeName(disk.path()).constData(), "tmpfs", 0, "size=1M") ==
+               0;
+    }
+    [[nodiscard]] bool uncover() const {
+        return ::umount2(QFile::encodeName(disk.path()).constData(), 0) == 0;
+    }
+    /// Takes the drive away as an unplugged one goes: at once, whoever has files open on it.
+    [[nodiscard]] bool pull() const {
+        return ::umount2(QFile::encodeName(disk.path()).constData(), MNT_DETACH) == 0;
+    }
+
+    VaultFixture fixture;
+    SmallDisk disk;
+    QString container;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Operation)
+
+class TestVanishingDrive : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void readOnlyDriveRefusesEveryChange_data();
+    void readOnlyDriveRefusesEveryChange();
+    void coveredDriveRefusesEverything_data();
+    void coveredDriveRefusesEverything();
+    void pulledDriveRefusesEverything_data();
+    void pulledDriveRefusesEverything();
+    void driveThatTurnsReadOnlyDuringAnImportKeepsItsFiles();
+    void driveThatIsPulledDuringAnImportMakesItFail();
+    void driveThatIsPulledDuringCompactionMakesItFail();
+    void sourceThatShrinksWhileItIsReadIsNotStored();
+};
+
+void TestVanishingDrive::init() {
+    if (!hasPrivateMounts()) {
+        QSKIP("this system grants no mounts to an ordinary user");
+    }
+}
+
+static void addChanges() {
+    QTest::addColumn<Operation>("operation");
+    const QList<QPair<const char*, Operation>> rows{
+        {"import",
+         [](VaultFixture& f) {
+             return f.store(QStringLiteral("c"), "de c");
+         }},
+        {"new folder",
+         [](VaultFixture& f) {
+             return f.vault.createDirectory(QStringLiteral("nova"));
+         }},
+        {"rename",
+         [](VaultFixture& f) {
+             return f.vault.renameFile(QStringLiteral("b.txt"), QStringLiteral("d.txt"));
+         }},
+        {"move",
+         [](VaultFixture& f) {
+             return f.vault.moveFile(QStringLiteral("b.txt"), QStringLiteral("pasta"));
+         }},
+        {"delete",
+         [](VaultFixture& f) {
+             return f.vault.deleteFile(QStringLiteral("b.txt"));
+         }},
+        {"rename folder",
+         [](VaultFixture& f) {
+             return f.vault.renameDirectory(QStringLiteral("pasta"), QStringLiteral("outra"));
+         }},
+        {"delete folder",
+         [](VaultFixture& f) {
+             return f.vault.deleteDirectory(QStringLiteral("pasta"));
+         }},
+        {"compaction",
+         [](VaultFixture& f) {
+             return f.vault.compactVault({}, nullptr);
+         }},
+    };
+    for (const auto& [name, operation] : rows) {
+        QTest::newRow(name) << operation;
+    }
+}
+
+void TestVanishingDrive::readOnlyDriveRefusesEveryChange_data() {
+    addChanges();
+}
+
+void TestVanishingDrive::readOnlyDriveRefusesEveryChange() {
+    QFETCH(const Operation, operation);
+    Drive drive;
+    const QByteArray index = drive.fixture.vault.fileIndex().toJson();
+    const QByteArray bytes = readFile(drive.container);
+    QVERIFY(drive.remount(true));
+    QVERIFY(!operation(drive.fixture));
+    QCOMPARE(drive.fixture.vault.fileIndex().toJson(), index);
+    QVERIFY(readFile(drive.container) == bytes);
+    QCOMPARE(drive.fixture.stored(QStringLiteral("a.bin")), noise(50000, 1));
+    QVERIFY(drive.remount(false));
+    QVERIFY(operation(drive.fixture));
+    QCOMPARE(indexAsOpenedAnew(drive.container, TestPassword),
+             drive.fixture.vault.fileIndex().toJson());
+}
+
+void TestVanishingDrive::coveredDriveRefusesEverything_data() {
+    addChanges();
+}
+
+void TestVanishingDrive::coveredDriveRefusesEverything() {
+    QFETCH(const Operation, operation);
+    Drive drive;
+    const QByteArray index = drive.fixture.vault.fileIndex().toJson();
+    QVERIFY(drive.cover());
+    QVERIFY(!operation(drive.fixture));
+    QCOMPARE(drive.fixture.stored(QStringLiteral("a.bin")), QByteArrayLiteral("(refused)"));
+    QVERIFY2(!QFileInfo::exists(drive.container), "something was left on another drive");
+    QCOMPARE(drive.fixture.vault.fileIndex().toJson(), index);
+    QVERIFY(drive.uncover());
+    QVERIFY(operation(drive.fixture));
+    QCOMPARE(indexAsOpenedAnew(drive.container, TestPassword),
+             drive.fixture.vault.fileIndex().toJson());
+}
+
+void TestVanishingDrive::pulledDriveRefusesEverything_data() {
+    addChanges();
+}
+
+void TestVanishingDrive::pulledDriveRefusesEverything() {
+    QFETCH(const Operation, operation);
+    Drive drive;
+    const QByteArray index = drive.fixture.vault.fileIndex().toJson();
+    QVERIFY(drive.pull());
+    QVERIFY(!operation(drive.fixture));
+    QCOMPARE(drive.fixture.vault.fileIndex().toJson(), index);
+    QVERIFY(!QFileInfo::exists(drive.container));
+    // Nothing has changed that would have to be taken back, so the vault can be locked.
+    QVERIFY(drive.fixture.vault.lockVault());
+}
+
+void TestVanishingDrive::driveThatTurnsReadOnlyDuringAnImportKeepsItsFiles() {
+    Drive drive;
+    const QByteArray before = drive.fixture.vault.fileIndex().toJson();
+    const QString source = drive.fixture.write(QStringLiteral("c"), noise(100000, 2));
+    // An open file that may be written holds off a remount, as a failing drive would not be: what
+    // turns read-only here is all that is opened from then on.
+    const QByteArray mountPoint = QFile::encodeName(drive.disk.path());
+    bool turned = false;
+    const auto turn = [&](qint64, qint64, const QString&) {
+        turned = ::mount(mountPoint.constData(), mountPoint.constData(), nullptr, MS_BIND,
+                         nullptr) == 0 &&
+                 ::mount(nullptr, mountPoint.constData(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY,
+                         nullptr) == 0;
+    };
+    QVERIFY(!drive.fixture.vault.importFile(source, QStringLiteral("c"), turn));
+    QVERIFY(turned);
+    QVERIFY(drive.uncover());
+    QCOMPARE(drive.fixture.vault.fileIndex().toJson(), before);
+    QCOMPARE(indexAsOpenedAnew(drive.container, TestPassword), before);
+    QCOMPARE(drive.fixture.stored(QStringLiteral("a.bin")), noise(50000, 1));
+    QVERIFY(drive.fixture.vault.importFile(source, QStringLiteral("c")));
+}
+
+void TestVanishingDrive::driveThatIsPulledDuringAnImportMakesItFail() {
+    Drive drive;
+    const QByteArray before = drive.fixture.vault.fileIndex().toJson();
+    const QString source = drive.fixture.write(QStringLiteral("c"), noise(100000, 2));
+    bool pulled = false;
+    const auto pull = [&](qint64, qint64, const QString&) {
+        pulled = drive.pull();
+    };
+    QVERIFY(!drive.fixture.vault.importFile(source, QStringLiteral("c"), pull));
+    QVERIFY(pulled);
+    QCOMPARE(drive.fixture.vault.fileIndex().toJson(), before);
+}
+
+void TestVanishingDrive::driveThatIsPulledDuringCompactionMakesItFail() {
+    Drive drive;
+    const QByteArray before = drive.fixture.vault.fileIndex().toJson();
+    bool pulled = false;
+    const auto pull = [&](qint64, qint64, const QString&) {
+        pulled = pulled || drive.pull();
+    };
+    QString error = QStringLiteral("untouched");
+    QVERIFY(!drive.fixture.vault.compactVault(pull, &error));
+    QVERIFY(pulled);
+    QVERIFY2(error.isEmpty(), "the drive went before the container was deleted");
+    QCOMPARE(drive.fixture.vault.fileIndex().toJson(), before);
+}
+
+void TestVanishingDrive::sourceThatShrinksWhileItIsReadIsNotStored() {
+    Drive drive;
+    const qint64 size = QFileInfo(drive.container).size();
+    const QString source =
+        drive.fixture.write(QStringLiteral("c"), noise(VaultManager::ChunkBytes + 5, 2));
+    bool cut = false;
+    const auto shrink = [&](qint64, qint64, const QString&) {
+        cut = QFile::resize(source, VaultManager::ChunkBytes);
+    };
+    QVERIFY(!drive.fixture.vault.importFile(source, QStringLiteral("c"), shrink));
+    QVERIFY(cut);
+    QCOMPARE(QFileInfo(drive.container).size(), size);
+}
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    QCoreApplication application(argc, argv);
+    TestVanishingDrive test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_vanishing_drive.moc"

@@ -1,0 +1,190 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""The operations that the sweeps disturb, the places they work in, and what must hold after."""
+
+import glob
+import hashlib
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+from dataclasses import dataclass, field
+from pathlib import Path
+
+PASSWORD = "senha de teste"
+NEW_PASSWORD = "outra senha longa"
+SKIPPED = 77
+NEW_CONTENTS = bytes(range(256)) * 300
+
+
+@dataclass(frozen=True)
+class Operation:
+    name: str
+    command: str
+    arguments: tuple = ()
+    # Argon2id, which takes most of a second each time.
+    slow: bool = False
+    passwords: tuple = (PASSWORD,)
+
+
+OPERATIONS = (
+    Operation("create", "create", slow=True, passwords=(NEW_PASSWORD, PASSWORD)),
+    Operation("unlock", "unlock"),
+    Operation("import", "import", ("@files/novo.bin", "pasta nova/novo.bin")),
+    Operation("import, replacing", "import", ("@files/novo.bin", "docs/a.bin")),
+    Operation("export", "export", ("docs/a.bin", "@files/saida.bin")),
+    Operation("new folder", "mkdir", ("nova/funda",)),
+    Operation("rename file", "rename", ("b.txt", "d.txt")),
+    Operation("move file", "move", ("b.txt", "docs")),
+    Operation("delete file", "delete", ("docs/a.bin",)),
+    Operation("rename folder", "rename-folder", ("docs", "x/papeis")),
+    Operation("delete folder", "delete-folder", ("pasta 3",)),
+    Operation("change password", "password", (NEW_PASSWORD,), slow=True,
+              passwords=(PASSWORD, NEW_PASSWORD)),
+    Operation("compact", "compact"),
+    Operation("lock, taking an edited copy back", "lock-edited", ("b.txt", "editado")),
+)
+
+
+def tool(name):
+    for folder in os.environ["TESSEL_FAULT_TOOLS"].split(":"):
+        path = Path(folder, name)
+        if path.exists():
+            return str(path)
+    raise FileNotFoundError(name)
+
+
+class Checker:
+    """vault_checker, kept running."""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix="tessel-checker-")
+        self.process = subprocess.Popen(
+            [tool("vault_checker")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+            env={**os.environ, "TMPDIR": self.folder})
+
+    def ask(self, *request):
+        self.process.stdin.write("\t".join(map(str, request)) + "\n")
+        self.process.stdin.flush()
+        return json.loads(self.process.stdout.readline())
+
+    def look(self, path, passwords):
+        return State.of(self.ask("look", path, *passwords))
+
+    def close(self):
+        self.process.stdin.close()
+        self.process.wait()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+@dataclass(frozen=True)
+class State:
+    """What a container holds, as far as it must be the same before or after an operation."""
+    files: tuple
+    folders: tuple
+    password: str
+
+    @staticmethod
+    def of(found, passwords=()):
+        if not found:
+            return None
+        return State(tuple(sorted(found["files"].items())), tuple(sorted(found["folders"])),
+                     found["password"])
+
+    def with_folder(self, folder):
+        return State(self.files, tuple(sorted({*self.folders, folder})), self.password)
+
+    def is_whole(self):
+        return all(digest for _, digest in self.files)
+
+
+@dataclass
+class World:
+    """A drive, a folder for ordinary files and a temporary folder, all below one root."""
+    root: Path
+    operation: Operation
+    base: Path
+    container: Path = field(init=False)
+    # Where state() found the vault.
+    vault: Path = field(init=False)
+
+    def __post_init__(self):
+        self.container = self.root / "drive" / "tessel.tvlt"
+        self.vault = self.container
+
+    def reset(self):
+        shutil.rmtree(self.root, ignore_errors=True)
+        for name in ("drive", "files", "tmp"):
+            (self.root / name).mkdir(parents=True)
+        shutil.copyfile(self.base, self.container)
+        (self.root / "files" / "novo.bin").write_bytes(NEW_CONTENTS)
+
+    def command(self):
+        password = NEW_PASSWORD if self.operation.command == "create" else PASSWORD
+        arguments = [argument.replace("@files", str(self.root / "files"))
+                     for argument in self.operation.arguments]
+        return [tool("fault_driver"), str(self.container), password, self.operation.command,
+                *arguments]
+
+    def environment(self, **more):
+        return {**os.environ, "TMPDIR": str(self.root / "tmp"), "LC_ALL": "C.UTF-8",
+                "ASAN_OPTIONS": "detect_leaks=0", **more}
+
+    def preserved(self):
+        """The rebuilt container of a compaction that was disturbed after the deletion."""
+        found = glob.glob(str(self.root / "tmp" / "Tessel-compact-*" / "tessel.tvlt"))
+        return Path(found[0]) if found else None
+
+    def exported(self):
+        path = self.root / "files" / "saida.bin"
+        return hashlib.sha256(path.read_bytes()).hexdigest() if path.exists() else None
+
+    def state(self, checker):
+        """The vault's state; that of a preserved container where the drive has none."""
+        self.vault = self.container
+        found = checker.look(self.vault, self.operation.passwords)
+        whole = found is not None and found.is_whole()
+        if not whole and self.operation.command == "compact" and self.preserved():
+            self.vault = self.preserved()
+            found = checker.look(self.vault, self.operation.passwords)
+        return found
+
+
+@dataclass
+class Expected:
+    """The states before and after an operation that nothing disturbs."""
+    before: State
+    after: State
+
+    @staticmethod
+    def learn(world, checker):
+        world.reset()
+        before = world.state(checker)
+        subprocess.run(world.command(), env=world.environment(), check=True,
+                       stdout=subprocess.DEVNULL)
+        after = world.state(checker)
+        if not before or not after or not before.is_whole() or not after.is_whole():
+            raise AssertionError(f"{world.operation.name}: does not work undisturbed")
+        changes = world.operation.command not in ("unlock", "export", "compact")
+        if changes != (before != after):
+            raise AssertionError(f"{world.operation.name}: before and after are not as they should")
+        return Expected(before, after)
+
+
+def parse_said(text):
+    return dict(line.split("=", 1) for line in text.splitlines() if "=" in line)
+
+
+def make_base(checker, folder):
+    base = Path(folder, "base.tvlt")
+    if not checker.ask("make", base).get("made"):
+        raise OSError("cannot write the vault to start from")
+    return base
+
+
+def fast_folder():
+    """A folder in memory where there is one: the sweeps write gigabytes."""
+    place = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+    return tempfile.TemporaryDirectory(prefix="tessel-faults-", dir=place)
