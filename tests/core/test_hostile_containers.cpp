@@ -19,7 +19,7 @@ namespace {
 
 using Spoil = std::function<void(CraftedContainer&)>;
 
-constexpr qint64 MebiByte = 1024 * 1024;
+constexpr qint64 MebiByte = 1048576;
 constexpr qint64 GibiByte = 1024 * MebiByte;
 
 const QString EncryptedMasterKey = QStringLiteral("encryptedMasterKey");

@@ -24,7 +24,7 @@ namespace {
 
 using Spoil = std::function<void(CraftedContainer&)>;
 
-constexpr qint64 MebiByte = 1024 * 1024;
+constexpr qint64 MebiByte = 1048576;
 /// One block in plain and sealed, and what the test itself and the toolkit need.
 constexpr qint64 MemoryForOneBlock = 48 * MebiByte;
 
@@ -337,7 +337,7 @@ void TestHostileIndexes::hostilePathsNeverLeadOutside() {
     QVERIFY(fixture.unlock());
     const QStringList workspaces = everythingIn(fixture.temporaryFolder());
     QCOMPARE(workspaces.size(), 2);
-    const QString workspace = workspaces.last();
+    const QString& workspace = workspaces.last();
     const PeakMemory memory;
     useEverywhere(fixture, path);
     QVERIFY2(memory.growth() < MemoryForOneBlock, qPrintable(QString::number(memory.growth())));

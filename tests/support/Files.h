@@ -60,7 +60,7 @@ namespace Tessel::Tests {
 /// and no drive.
 inline void keepTemporaryFilesInMemory() {
     const QStorageInfo memory(QStringLiteral("/dev/shm"));
-    constexpr qint64 Needed = 512 * 1024 * 1024;
+    constexpr qint64 Needed = 536870912;
     if (memory.isReady() && !memory.isReadOnly() && memory.bytesAvailable() > Needed) {
         qputenv("TMPDIR", "/dev/shm");
     }
