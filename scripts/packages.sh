@@ -60,7 +60,11 @@ configure() {
     local preset=$1
     shift
     local launcher=()
-    command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    if command -v ccache >/dev/null; then
+        launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        # Two clones of the same sources share what was compiled.
+        export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+    fi
     cmake --preset "$preset" "${launcher[@]}" "$@" >"build/configure-$preset.log" 2>&1 ||
         { cat "build/configure-$preset.log"; return 1; }
 }
