@@ -1,0 +1,923 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/FakeDesktop.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+#include "ui/DisplayFormats.h"
+#include "ui/StorageCheck.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QDir>
+#include <QFileDialog>
+#include <QInputDialog>
+#include <QLineEdit>
+#include <QSet>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+
+#include <limits>
+
+using namespace Tessel::Tests;
+using Tessel::UI::addByteCounts;
+using Tessel::UI::forecastImport;
+using Tessel::UI::formatFileSize;
+using Tessel::UI::ImportFit;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+const QString OpenTitle = QStringLiteral("Importar arquivos para o cofre");
+const QString SimpleFileName = QStringLiteral(
+    "Use um nome de arquivo simples, sem barras, pontos isolados ou caminho relativo.");
+const QString SimpleFolderName = QStringLiteral(
+    "Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.");
+const QString NameTaken = QStringLiteral("Já existe um item com esse nome nesta pasta.");
+
+/// How a person says no to a question.
+enum class No { Button, Escape, Close, Return };
+
+} // namespace
+
+Q_DECLARE_METATYPE(No)
+
+class TestFileCommands : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void forecastReckonsTheRoomNeeded_data();
+    void forecastReckonsTheRoomNeeded();
+    void byteCountsDoNotWrap();
+    void fullDriveRefusesAnImport();
+    void littleRoomIsAskedAbout();
+
+    void importReportsTheCount_data();
+    void importReportsTheCount();
+    void importOfNothingIsSilent();
+    void importRefusesWhatIsNoFile_data();
+    void importRefusesWhatIsNoFile();
+    void importGoesIntoTheFolderShown();
+    void importReplacesRefusesAndFailsInOneGo();
+    void refusingAllReportsNone();
+
+    void exportWritesACopy();
+    void exportFailureIsTold();
+    void openHandsTheCopyToTheDesktop();
+    void openFailuresAreTold();
+
+    void questionsDefaultToNo_data();
+    void questionsDefaultToNo();
+    void deleteRemovesTheFile();
+
+    void renameFileTrimsTheName();
+    void renameFolderTrimsTheName();
+    void newFolderTrimsTheName();
+    void namesAreChecked_data();
+    void namesAreChecked();
+    void emptyAnswersAreSilent_data();
+    void emptyAnswersAreSilent();
+
+    void moveOffersFoldersInOrder_data();
+    void moveOffersFoldersInOrder();
+    void moveToTheRoot();
+    void moveWithoutFolderIsTold();
+    void moveOntoAnItemIsRefused();
+    void emptyFolderIsDeleted();
+    void folderWithFilesStays();
+
+    void vanishedContainerFailsEveryCommand_data();
+    void vanishedContainerFailsEveryCommand();
+
+    void compactionFreesTheSpace();
+    void containerThatCannotBeReplacedIsTold();
+    void preservedCopyIsNamed();
+
+    void shortcutsTriggerTheirCommand_data();
+    void shortcutsTriggerTheirCommand();
+
+private:
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"drive/t.tvlt"_qs); }
+    [[nodiscard]] QString filePath(const QString& name) const { return m_folder->filePath(name); }
+    [[nodiscard]] bool open(const CraftedContainer& crafted);
+    /// In docs and docs/sub a file each, Apoio empty, a.txt and b.txt at the root.
+    [[nodiscard]] bool openSample();
+    /// Selects the row, runs the command and says whether the answers and the dialogs matched.
+    [[nodiscard]] bool run(const QString& action, const QString& row = QString());
+    [[nodiscard]] QString problems() const { return m_driver->dialogs.problems(); }
+    [[nodiscard]] QString status() const { return m_driver->statusMessage(); }
+    [[nodiscard]] QStringList dialogTexts() const;
+    void ok(const QString& title) { m_driver->dialogs.press(title, u"OK"_qs); }
+    void takeContainerAway();
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+    qsizetype m_dialogsBefore = 0;
+};
+
+void TestFileCommands::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    QVERIFY(QDir(m_folder->path()).mkdir(u"drive"_qs));
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestFileCommands::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestFileCommands::open(const CraftedContainer& crafted) {
+    const bool opened =
+        crafted.writeTo(containerPath()) && m_driver->openVault(containerPath(), Password);
+    m_driver->window.statusBar()->clearMessage();
+    m_dialogsBefore = m_driver->dialogs.seen().size();
+    return opened;
+}
+
+bool TestFileCommands::openSample() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFolder(u"docs/sub"_qs).addFolder(u"Apoio"_qs);
+    crafted.addFile(u"a.txt"_qs, "aaa").addFile(u"b.txt"_qs, "bb");
+    crafted.addFile(u"docs/c.txt"_qs, "c").addFile(u"docs/sub/d.txt"_qs, "d");
+    return open(crafted);
+}
+
+bool TestFileCommands::run(const QString& action, const QString& row) {
+    if (!row.isEmpty() && !m_driver->selectRow(row)) {
+        qWarning("no row \"%s\"", qPrintable(row));
+        return false;
+    }
+    m_driver->action(action)->trigger();
+    return m_driver->dialogs.finished();
+}
+
+QStringList TestFileCommands::dialogTexts() const {
+    QStringList texts;
+    const QList<DialogDriver::Seen> seen = m_driver->dialogs.seen();
+    for (qsizetype i = m_dialogsBefore; i < seen.size(); ++i) {
+        texts.append(seen.at(i).text);
+    }
+    return texts;
+}
+
+void TestFileCommands::takeContainerAway() {
+    QVERIFY(QDir(m_folder->path()).rename(u"drive"_qs, u"elsewhere"_qs));
+}
+
+// --- Room on the drive -----------------------------------------------------------------------
+
+void TestFileCommands::forecastReckonsTheRoomNeeded_data() {
+    QTest::addColumn<qint64>("selected");
+    QTest::addColumn<qint64>("available");
+    QTest::addColumn<qint64>("required");
+    QTest::addColumn<int>("fit");
+    const int fits = static_cast<int>(ImportFit::Fits);
+    const int little = static_cast<int>(ImportFit::LittleSpaceLeft);
+    const int tooLarge = static_cast<int>(ImportFit::TooLarge);
+    QTest::newRow("one byte short") << 1000000LL << 17827215LL << 17827216LL << tooLarge;
+    QTest::newRow("just enough") << 1000000LL << 17827216LL << 17827216LL << little;
+    QTest::newRow("last with question") << 1000000LL << 152044943LL << 17827216LL << little;
+    QTest::newRow("first without") << 1000000LL << 152044944LL << 17827216LL << fits;
+    QTest::newRow("nothing selected") << 0LL << 16777216LL << 16777216LL << little;
+    QTest::newRow("margin cut off") << 19LL << 16777235LL << 16777235LL << little;
+    QTest::newRow("margin of one byte") << 20LL << 16777236LL << 16777237LL << tooLarge;
+}
+
+void TestFileCommands::forecastReckonsTheRoomNeeded() {
+    QFETCH(const qint64, selected);
+    QFETCH(const qint64, available);
+    QFETCH(const qint64, required);
+    QFETCH(const int, fit);
+    const auto forecast = forecastImport(selected, available);
+    QCOMPARE(forecast.requiredBytes, required);
+    QCOMPARE(forecast.remainingBytes, available - required);
+    QCOMPARE(static_cast<int>(forecast.fit), fit);
+}
+
+void TestFileCommands::byteCountsDoNotWrap() {
+    constexpr qint64 Most = std::numeric_limits<qint64>::max();
+    QCOMPARE(addByteCounts(Most, 1), Most);
+    QCOMPARE(addByteCounts(1, 2), 3);
+    QCOMPARE(static_cast<int>(forecastImport(Most, Most - 1).fit),
+             static_cast<int>(ImportFit::TooLarge));
+}
+
+void TestFileCommands::fullDriveRefusesAnImport() {
+    if (!hasPrivateMounts()) {
+        QSKIP("needs mounts of its own, which this system refuses");
+    }
+    const SmallDisk disk(32 * MiB);
+    QVERIFY(disk.isMounted());
+    const QString container = disk.filePath(u"t.tvlt"_qs);
+    QVERIFY(CraftedContainer().writeTo(container));
+    QVERIFY(m_driver->openVault(container, Password));
+    QVERIFY(disk.fillUpTo(16 * MiB));
+    const QString source = filePath(u"novo.bin"_qs);
+    QVERIFY(writeFile(source, noise(1000)));
+    const qint64 available = disk.bytesFree();
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    ok(u"Espaço insuficiente"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Não há espaço livre suficiente na unidade do container.\n\nArquivos selecionados: "
+             u"%1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB ou selecione "
+             u"arquivos menores."_qs.arg(formatFileSize(1000), formatFileSize(available)));
+    QVERIFY(m_driver->rowNames().isEmpty());
+}
+
+void TestFileCommands::littleRoomIsAskedAbout() {
+    if (!hasPrivateMounts()) {
+        QSKIP("needs mounts of its own, which this system refuses");
+    }
+    const SmallDisk disk(64 * MiB);
+    QVERIFY(disk.isMounted());
+    const QString container = disk.filePath(u"t.tvlt"_qs);
+    QVERIFY(CraftedContainer().writeTo(container));
+    QVERIFY(m_driver->openVault(container, Password));
+    const QString source = filePath(u"novo.bin"_qs);
+    QVERIFY(writeFile(source, noise(1000)));
+    const qint64 remaining = disk.bytesFree() - 1050 - 16 * MiB;
+    const QString title = u"Espaço livre reduzido"_qs;
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    m_driver->dialogs.press(title, u"Não"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"A importação deixará pouco espaço livre na unidade do container.\n\nArquivos "
+             u"selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja continuar?"_qs.arg(
+                 formatFileSize(1000), formatFileSize(remaining)));
+    QCOMPARE(m_driver->dialogs.seen().last().buttons, QStringList({u"Sim"_qs, u"Não"_qs}));
+    QCOMPARE(m_driver->dialogs.seen().last().defaultButton, u"Não"_qs);
+    QVERIFY(m_driver->rowNames().isEmpty());
+
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    m_driver->dialogs.press(title, u"Sim"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList(u"novo.bin"_qs));
+    // Leave the drive before it is taken away.
+    m_driver->action(u"Bloquear"_qs)->trigger();
+}
+
+// --- Import ----------------------------------------------------------------------------------
+
+void TestFileCommands::importReportsTheCount_data() {
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("one") << 1 << u"Arquivo importado com sucesso."_qs;
+    QTest::newRow("two") << 2 << u"2 arquivos importados com sucesso."_qs;
+}
+
+void TestFileCommands::importReportsTheCount() {
+    QFETCH(const int, count);
+    QFETCH(const QString, message);
+    QVERIFY(open(CraftedContainer()));
+    QStringList paths;
+    for (int i = 0; i < count; ++i) {
+        paths.append(filePath(u"n%1.bin"_qs.arg(i)));
+        QVERIFY(writeFile(paths.last(), noise(100)));
+    }
+    m_driver->dialogs.answerFiles(OpenTitle, paths);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames().size(), count);
+    QCOMPARE(status(), message);
+}
+
+void TestFileCommands::importOfNothingIsSilent() {
+    QVERIFY(openSample());
+    m_driver->dialogs.reject(OpenTitle);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(status(), QString());
+}
+
+void TestFileCommands::importRefusesWhatIsNoFile_data() {
+    QTest::addColumn<bool>("becomesFolder");
+    QTest::newRow("vanished") << false;
+    QTest::newRow("a folder by now") << true;
+}
+
+void TestFileCommands::importRefusesWhatIsNoFile() {
+    QFETCH(const bool, becomesFolder);
+    QVERIFY(open(CraftedContainer()));
+    const QString good = filePath(u"good.bin"_qs);
+    const QString bad = filePath(u"bad.bin"_qs);
+    QVERIFY(writeFile(good, "x"));
+    QVERIFY(writeFile(bad, "x"));
+    m_driver->dialogs.handle(OpenTitle, [&](QDialog* dialog) {
+        // The file goes just after the person has chosen it.
+        connect(dialog, &QDialog::finished, this, [&] {
+            QVERIFY(QFile::remove(bad));
+            QVERIFY(!becomesFolder || QDir().mkdir(bad));
+        });
+        dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)
+            ->setText(u"\"%1\" \"%2\""_qs.arg(good, bad));
+        QMetaObject::invokeMethod(dialog, "accept");
+    });
+    ok(u"Importar arquivos"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"O arquivo bad.bin não está disponível para importação."_qs);
+    QVERIFY(m_driver->rowNames().isEmpty());
+    QCOMPARE(status(), QString());
+}
+
+void TestFileCommands::importGoesIntoTheFolderShown() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    const QString source = filePath(u"novo.txt"_qs);
+    QVERIFY(writeFile(source, "n"));
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QVERIFY(m_driver->rowNamed(u"novo.txt"_qs) > 0);
+    QVERIFY(m_driver->activateRow(u".."_qs));
+    QCOMPARE(m_driver->rowNamed(u"novo.txt"_qs), -1);
+}
+
+void TestFileCommands::importReplacesRefusesAndFailsInOneGo() {
+    QVERIFY(openSample());
+    const QStringList names{u"A.TXT"_qs, u"b.txt"_qs, u"lost.bin"_qs, u"z.bin"_qs};
+    QStringList paths;
+    for (const QString& name : names) {
+        paths.append(filePath(name));
+        QVERIFY(writeFile(paths.last(), noise(5000)));
+    }
+    m_driver->dialogs.answerFiles(OpenTitle, paths);
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
+    m_driver->dialogs.handle(u"Substituir arquivo"_qs, [&](QDialog* dialog) {
+        QVERIFY(QFile::remove(paths.at(2)));
+        QVERIFY(pressButton(dialog, u"Não"_qs));
+    });
+    ok(u"Tessel"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(dialogTexts().mid(1),
+             QStringList({u"A.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_qs,
+                          u"b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs,
+                          u"Não foi possível importar lost.bin."_qs}));
+    QCOMPARE(status(), u"2 arquivos importados com sucesso."_qs);
+    QVERIFY(m_driver->rowNamed(u"z.bin"_qs) >= 0);
+    QCOMPARE(m_driver->rowNamed(u"lost.bin"_qs), -1);
+}
+
+void TestFileCommands::refusingAllReportsNone() {
+    QVERIFY(openSample());
+    const QStringList paths{filePath(u"a.txt"_qs), filePath(u"b.txt"_qs)};
+    QVERIFY(writeFile(paths.at(0), "new") && writeFile(paths.at(1), "new"));
+    m_driver->dialogs.answerFiles(OpenTitle, paths);
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
+    m_driver->dialogs.reject(u"Substituir arquivo"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"0 arquivos importados com sucesso."_qs);
+}
+
+// --- Export and open -------------------------------------------------------------------------
+
+void TestFileCommands::exportWritesACopy() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    const QString destination = filePath(u"out.txt"_qs);
+    QString proposed;
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+        auto* edit = dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs);
+        proposed = edit->text();
+        edit->setText(destination);
+        QMetaObject::invokeMethod(dialog, "accept");
+    });
+    QVERIFY2(run(u"Exportar..."_qs, u"c.txt"_qs), qPrintable(problems()));
+    QCOMPARE(dialogTexts().first(),
+             u"Exportar docs/c.txt criará uma cópia descriptografada fora do cofre. Alterações "
+             u"feitas nessa cópia não voltam automaticamente para o Tessel."_qs);
+    QCOMPARE(proposed, u"c.txt"_qs);
+    QCOMPARE(readFile(destination), QByteArray("c"));
+    QCOMPARE(status(), u"Arquivo exportado com sucesso."_qs);
+    QVERIFY(m_driver->table()->currentRow() >= 0);
+}
+
+void TestFileCommands::exportFailureIsTold() {
+    QVERIFY(openSample());
+    const QString destination = filePath(u"out.txt"_qs);
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+        connect(dialog, &QDialog::finished, this, [this] { takeContainerAway(); });
+        dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(destination);
+        QMetaObject::invokeMethod(dialog, "accept");
+    });
+    ok(u"Tessel"_qs);
+    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    QCOMPARE(status(), u"Falha ao exportar o arquivo."_qs);
+    QCOMPARE(readFile(destination), QByteArray());
+}
+
+void TestFileCommands::openHandsTheCopyToTheDesktop() {
+    QVERIFY(openSample());
+    const FakeDesktop desktop(u"file"_qs);
+    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(desktop.opened.size(), 1);
+    QCOMPARE(readFile(desktop.opened.first().toLocalFile()), QByteArray("aaa"));
+    QCOMPARE(status(), u"Arquivo aberto para edição."_qs);
+}
+
+void TestFileCommands::openFailuresAreTold() {
+    QVERIFY(openSample());
+    // No program of any kind can be found to open the copy with.
+    const QByteArray pathBefore = qgetenv("PATH");
+    qputenv("PATH", "/nowhere");
+    ok(u"Tessel"_qs);
+    const bool asExpected = run(u"Abrir"_qs, u"a.txt"_qs);
+    qputenv("PATH", pathBefore);
+    QVERIFY2(asExpected, qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Não foi possível abrir o arquivo no aplicativo padrão."_qs);
+    QCOMPARE(status(), u"Falha ao abrir o arquivo."_qs);
+
+    m_driver->window.statusBar()->clearMessage();
+    takeContainerAway();
+    ok(u"Tessel"_qs);
+    QVERIFY2(run(u"Abrir"_qs, u"b.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
+    QCOMPARE(status(), QString());
+}
+
+// --- Questions -------------------------------------------------------------------------------
+
+void TestFileCommands::questionsDefaultToNo_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("buttons");
+    QTest::addColumn<No>("no");
+    const QStringList yesNo{u"Sim"_qs, u"Não"_qs};
+    const struct {
+        const char* name;
+        No no;
+    } ways[] = {{"button", No::Button},
+                {"Escape", No::Escape},
+                {"close", No::Close},
+                {"Return", No::Return}};
+    for (const auto& way : ways) {
+        QTest::addRow("export, %s", way.name)
+            << u"Exportar..."_qs << u"a.txt"_qs << u"Exportar arquivo"_qs
+            << u"Exportar a.txt criará uma cópia descriptografada fora do cofre. Alterações feitas "
+               u"nessa cópia não voltam automaticamente para o Tessel."_qs
+            << QStringList({u"Continuar"_qs, u"Cancelar"_qs}) << way.no;
+        QTest::addRow("delete, %s", way.name)
+            << u"Excluir..."_qs << u"a.txt"_qs << u"Excluir arquivo"_qs
+            << u"Excluir a.txt removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
+               u"liberados do container após executar Compactar cofre."_qs
+            << yesNo << way.no;
+        QTest::addRow("delete folder, %s", way.name)
+            << u"Excluir pasta vazia"_qs << u"Apoio"_qs << u"Excluir pasta"_qs
+            << u"Excluir a pasta vazia Apoio?"_qs << yesNo << way.no;
+        QTest::addRow("compact, %s", way.name)
+            << u"Compactar cofre..."_qs << QString() << u"Compactar cofre"_qs
+            << u"A compactação reconstruirá o container removendo fisicamente dados de arquivos "
+               u"já excluídos.\n\nDurante a operação, será criado temporariamente um container "
+               u"criptografado no disco local. Nenhum arquivo descriptografado será gravado fora "
+               u"do cofre.\n\nDeseja continuar?"_qs
+            << yesNo << way.no;
+    }
+}
+
+void TestFileCommands::questionsDefaultToNo() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, row);
+    QFETCH(const QString, title);
+    QFETCH(const QString, text);
+    QFETCH(const QStringList, buttons);
+    QFETCH(const No, no);
+    QVERIFY(openSample());
+    const QByteArray before = sha256OfFile(containerPath());
+    const QStringList rowsBefore = m_driver->rowNames();
+    m_driver->dialogs.handle(title, [&](QDialog* dialog) {
+        switch (no) {
+        case No::Button:
+            QVERIFY(pressButton(dialog, buttons.last()));
+            break;
+        case No::Escape:
+            QTest::keyClick(dialog, Qt::Key_Escape);
+            break;
+        case No::Close:
+            dialog->close();
+            break;
+        case No::Return:
+            QTest::keyClick(dialog, Qt::Key_Return);
+            break;
+        }
+    });
+    QVERIFY2(run(command, row), qPrintable(problems()));
+    const DialogDriver::Seen seen = m_driver->dialogs.seen().last();
+    QCOMPARE(seen.text, text);
+    QCOMPARE(seen.buttons, buttons);
+    QCOMPARE(seen.defaultButton, buttons.last());
+    QCOMPARE(status(), QString());
+    QCOMPARE(m_driver->rowNames(), rowsBefore);
+    QCOMPARE(sha256OfFile(containerPath()), before);
+}
+
+void TestFileCommands::deleteRemovesTheFile() {
+    QVERIFY(openSample());
+    m_driver->dialogs.press(u"Excluir arquivo"_qs, u"Sim"_qs);
+    QVERIFY2(run(u"Excluir..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNamed(u"a.txt"_qs), -1);
+    QCOMPARE(status(), u"Arquivo excluído do cofre."_qs);
+}
+
+// --- Names -----------------------------------------------------------------------------------
+
+void TestFileCommands::renameFileTrimsTheName() {
+    QVERIFY(openSample());
+    QString prefilled;
+    m_driver->dialogs.handle(u"Renomear arquivo"_qs, [&](QDialog* dialog) {
+        auto* input = qobject_cast<QInputDialog*>(dialog);
+        prefilled = input->textValue();
+        input->setTextValue(u"  novo nome.txt "_qs);
+        dialog->accept();
+    });
+    QVERIFY2(run(u"Renomear arquivo..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(prefilled, u"a.txt"_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_qs);
+    QVERIFY(m_driver->rowNamed(u"novo nome.txt"_qs) >= 0);
+    QCOMPARE(status(), u"Arquivo renomeado."_qs);
+}
+
+void TestFileCommands::renameFolderTrimsTheName() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QString prefilled;
+    m_driver->dialogs.handle(u"Renomear pasta"_qs, [&](QDialog* dialog) {
+        auto* input = qobject_cast<QInputDialog*>(dialog);
+        prefilled = input->textValue();
+        input->setTextValue(u" outra\t"_qs);
+        dialog->accept();
+    });
+    QVERIFY2(run(u"Renomear pasta..."_qs, u"sub"_qs), qPrintable(problems()));
+    QCOMPARE(prefilled, u"sub"_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_qs);
+    QVERIFY(m_driver->rowNamed(u"outra"_qs) >= 0);
+    QCOMPARE(status(), u"Pasta renomeada."_qs);
+}
+
+void TestFileCommands::newFolderTrimsTheName() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    m_driver->dialogs.answerText(u"Nova pasta"_qs, u" fotos "_qs);
+    QVERIFY2(run(u"Nova pasta..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Nome da pasta:"_qs);
+    QVERIFY(m_driver->rowNamed(u"fotos"_qs) >= 0);
+    QCOMPARE(status(), u"Pasta criada."_qs);
+}
+
+void TestFileCommands::namesAreChecked_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("message");
+    const struct {
+        const char* name;
+        QString command;
+        QString row;
+        QString title;
+        QString simple;
+    } commands[] = {
+        {"file", u"Renomear arquivo..."_qs, u"a.txt"_qs, u"Renomear arquivo"_qs, SimpleFileName},
+        {"folder", u"Renomear pasta..."_qs, u"docs"_qs, u"Renomear pasta"_qs, SimpleFolderName},
+        {"new folder", u"Nova pasta..."_qs, QString(), u"Nova pasta"_qs, SimpleFolderName},
+    };
+    for (const auto& c : commands) {
+        for (const QString& name : {u"."_qs, u".."_qs, u"x/y"_qs, u"x\\y"_qs, u" .. "_qs}) {
+            QTest::addRow("%s, %s", c.name, qPrintable(name))
+                << c.command << c.row << c.title << name << c.simple;
+        }
+        for (const QString& name : {u"B.TXT"_qs, u"APOIO"_qs}) {
+            QTest::addRow("%s, taken by %s", c.name, qPrintable(name))
+                << c.command << c.row << c.title << name << NameTaken;
+        }
+    }
+    QTest::newRow("file, other case") << u"Renomear arquivo..."_qs << u"a.txt"_qs
+                                      << u"Renomear arquivo"_qs << u"A.txt"_qs << NameTaken;
+}
+
+void TestFileCommands::namesAreChecked() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, row);
+    QFETCH(const QString, title);
+    QFETCH(const QString, name);
+    QFETCH(const QString, message);
+    QVERIFY(openSample());
+    const QStringList before = m_driver->rowNames();
+    m_driver->dialogs.answerText(title, name);
+    ok(title);
+    QVERIFY2(run(command, row), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), message);
+    QCOMPARE(m_driver->rowNames(), before);
+    QCOMPARE(status(), QString());
+}
+
+void TestFileCommands::emptyAnswersAreSilent_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("file, blanks") << u"Renomear arquivo..."_qs << u"a.txt"_qs
+                                  << u"Renomear arquivo"_qs << u"   "_qs;
+    QTest::newRow("file, same") << u"Renomear arquivo..."_qs << u"a.txt"_qs
+                                << u"Renomear arquivo"_qs << u" a.txt "_qs;
+    QTest::newRow("folder, blanks")
+        << u"Renomear pasta..."_qs << u"docs"_qs << u"Renomear pasta"_qs << u" "_qs;
+    QTest::newRow("folder, same") << u"Renomear pasta..."_qs << u"docs"_qs << u"Renomear pasta"_qs
+                                  << u"docs"_qs;
+    QTest::newRow("new folder, blanks")
+        << u"Nova pasta..."_qs << QString() << u"Nova pasta"_qs << u"  "_qs;
+}
+
+void TestFileCommands::emptyAnswersAreSilent() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, row);
+    QFETCH(const QString, title);
+    QFETCH(const QString, name);
+    QVERIFY(openSample());
+    const QByteArray before = sha256OfFile(containerPath());
+    m_driver->dialogs.answerText(title, name);
+    QVERIFY2(run(command, row), qPrintable(problems()));
+    m_driver->dialogs.reject(title);
+    QVERIFY2(run(command, row), qPrintable(problems()));
+    QCOMPARE(status(), QString());
+    QCOMPARE(sha256OfFile(containerPath()), before);
+}
+
+// --- Moving and folders ----------------------------------------------------------------------
+
+void TestFileCommands::moveOffersFoldersInOrder_data() {
+    QTest::addColumn<QStringList>("way");
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QStringList>("labels");
+    QTest::newRow("root") << QStringList() << u"a.txt"_qs
+                          << QStringList({u"Apoio"_qs, u"docs"_qs, u"docs/sub"_qs});
+    QTest::newRow("docs") << QStringList(u"docs"_qs) << u"c.txt"_qs
+                          << QStringList({u"Raiz"_qs, u"Apoio"_qs, u"docs/sub"_qs});
+    QTest::newRow("docs/sub") << QStringList({u"docs"_qs, u"sub"_qs}) << u"d.txt"_qs
+                              << QStringList({u"Raiz"_qs, u"Apoio"_qs, u"docs"_qs});
+}
+
+void TestFileCommands::moveOffersFoldersInOrder() {
+    QFETCH(const QStringList, way);
+    QFETCH(const QString, file);
+    QFETCH(const QStringList, labels);
+    QVERIFY(openSample());
+    for (const QString& folder : way) {
+        QVERIFY(m_driver->activateRow(folder));
+    }
+    QStringList offered;
+    QStringList paths;
+    m_driver->dialogs.handle(u"Mover arquivo"_qs, [&](QDialog* dialog) {
+        const auto* combo = dialog->findChild<QComboBox*>();
+        for (int i = 0; i < combo->count(); ++i) {
+            offered.append(combo->itemText(i));
+            paths.append(combo->itemData(i).toString());
+        }
+        dialog->reject();
+    });
+    QVERIFY2(run(u"Mover para pasta..."_qs, file), qPrintable(problems()));
+    QCOMPARE(offered, labels);
+    QCOMPARE(paths, QStringList(labels).replaceInStrings(u"Raiz"_qs, QString()));
+    const DialogDriver::Seen seen = m_driver->dialogs.seen().last();
+    QCOMPARE(seen.text, u"Mover %1 para:"_qs.arg(file));
+    QCOMPARE(QSet<QString>(seen.buttons.cbegin(), seen.buttons.cend()),
+             QSet<QString>({u"Mover"_qs, u"Cancelar"_qs}));
+    QCOMPARE(status(), QString());
+}
+
+void TestFileCommands::moveToTheRoot() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    m_driver->dialogs.press(u"Mover arquivo"_qs, u"Mover"_qs);
+    QVERIFY2(run(u"Mover para pasta..."_qs, u"c.txt"_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"Arquivo movido."_qs);
+    QCOMPARE(m_driver->rowNamed(u"c.txt"_qs), -1);
+    QVERIFY(m_driver->activateRow(u".."_qs));
+    QVERIFY(m_driver->rowNamed(u"c.txt"_qs) >= 0);
+}
+
+void TestFileCommands::moveWithoutFolderIsTold() {
+    // The command is enabled while folders exist; one folder is enough for a file inside it to go
+    // to the root, and none leaves it disabled.
+    CraftedContainer crafted;
+    QVERIFY(open(crafted.addFile(u"a.txt"_qs, "a")));
+    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    QVERIFY(!m_driver->action(u"Mover para pasta..."_qs)->isEnabled());
+    m_driver->action(u"Mover para pasta..."_qs)->setEnabled(true);
+    ok(u"Mover arquivo"_qs);
+    QVERIFY2(run(u"Mover para pasta..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Não há outra pasta disponível para receber este arquivo."_qs);
+}
+
+void TestFileCommands::moveOntoAnItemIsRefused() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "1").addFile(u"docs/A.TXT"_qs, "2");
+    QVERIFY(open(crafted));
+    m_driver->dialogs.press(u"Mover arquivo"_qs, u"Mover"_qs);
+    ok(u"Mover arquivo"_qs);
+    QVERIFY2(run(u"Mover para pasta..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Já existe um item com esse nome na pasta de destino."_qs);
+    QVERIFY(m_driver->rowNamed(u"a.txt"_qs) >= 0);
+}
+
+void TestFileCommands::emptyFolderIsDeleted() {
+    QVERIFY(openSample());
+    m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
+    QVERIFY2(run(u"Excluir pasta vazia"_qs, u"Apoio"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNamed(u"Apoio"_qs), -1);
+    QCOMPARE(status(), u"Pasta excluída."_qs);
+}
+
+void TestFileCommands::folderWithFilesStays() {
+    QVERIFY(openSample());
+    m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
+    ok(u"Excluir pasta"_qs);
+    QVERIFY2(run(u"Excluir pasta vazia"_qs, u"docs"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"A pasta não está vazia ou não pode ser excluída."_qs);
+    QVERIFY(m_driver->rowNamed(u"docs"_qs) >= 0);
+    QCOMPARE(status(), QString());
+}
+
+// --- Failures --------------------------------------------------------------------------------
+
+void TestFileCommands::vanishedContainerFailsEveryCommand_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("answer");
+    QTest::addColumn<QString>("failureTitle");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("statusText");
+    QTest::newRow("rename file")
+        << u"Renomear arquivo..."_qs << u"a.txt"_qs << u"Renomear arquivo"_qs << QString()
+        << u"Renomear arquivo"_qs
+        << u"Não foi possível renomear o arquivo. Feche o arquivo se ele estiver aberto e tente "
+           u"novamente."_qs
+        << QString();
+    QTest::newRow("delete file") << u"Excluir..."_qs << u"a.txt"_qs << u"Excluir arquivo"_qs
+                                 << u"Sim"_qs << u"Tessel"_qs
+                                 << u"Não foi possível excluir o arquivo do cofre."_qs
+                                 << u"Falha ao excluir o arquivo."_qs;
+    QTest::newRow("move file")
+        << u"Mover para pasta..."_qs << u"a.txt"_qs << u"Mover arquivo"_qs << u"Mover"_qs
+        << u"Mover arquivo"_qs
+        << u"Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
+           u"novamente."_qs
+        << QString();
+    QTest::newRow("new folder") << u"Nova pasta..."_qs << QString() << u"Nova pasta"_qs << QString()
+                                << u"Nova pasta"_qs << u"Não foi possível criar a pasta."_qs
+                                << QString();
+    QTest::newRow("rename folder")
+        << u"Renomear pasta..."_qs << u"docs"_qs << u"Renomear pasta"_qs << QString()
+        << u"Renomear pasta"_qs
+        << u"Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
+           u"novamente."_qs
+        << QString();
+    QTest::newRow("delete folder")
+        << u"Excluir pasta vazia"_qs << u"Apoio"_qs << u"Excluir pasta"_qs << u"Sim"_qs
+        << u"Excluir pasta"_qs << u"A pasta não está vazia ou não pode ser excluída."_qs
+        << QString();
+    QTest::newRow("compact") << u"Compactar cofre..."_qs << QString() << u"Compactar cofre"_qs
+                             << u"Sim"_qs << u"Compactar cofre"_qs
+                             << u"Não foi possível compactar o cofre."_qs
+                             << u"Falha ao compactar o cofre."_qs;
+}
+
+void TestFileCommands::vanishedContainerFailsEveryCommand() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, row);
+    QFETCH(const QString, title);
+    QFETCH(const QString, answer);
+    QFETCH(const QString, failureTitle);
+    QFETCH(const QString, message);
+    QFETCH(const QString, statusText);
+    QVERIFY(openSample());
+    const QStringList before = m_driver->rowNames();
+    m_driver->dialogs.handle(title, [&](QDialog* dialog) {
+        takeContainerAway();
+        if (answer.isEmpty()) {
+            qobject_cast<QInputDialog*>(dialog)->setTextValue(u"novo"_qs);
+            dialog->accept();
+        } else {
+            QVERIFY(pressButton(dialog, answer));
+        }
+    });
+    ok(failureTitle);
+    QVERIFY2(run(command, row), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), message);
+    QCOMPARE(status(), statusText);
+    QCOMPARE(m_driver->rowNames(), before);
+    QVERIFY(m_driver->vaultIsOpen());
+}
+
+// --- Compaction ------------------------------------------------------------------------------
+
+void TestFileCommands::compactionFreesTheSpace() {
+    CraftedContainer crafted;
+    QVERIFY(open(crafted.addFile(u"a.txt"_qs, "aaa").leaveGap(MiB).addFile(u"b.txt"_qs, "bb")));
+    const qint64 before = QFileInfo(containerPath()).size();
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    ok(u"Compactar cofre"_qs);
+    QVERIFY2(run(u"Compactar cofre..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_qs);
+    QCOMPARE(status(), u"Cofre compactado com sucesso."_qs);
+    QCOMPARE(QFileInfo(containerPath()).size(), before - MiB);
+}
+
+void TestFileCommands::containerThatCannotBeReplacedIsTold() {
+    if (!hasPrivateMounts()) {
+        QSKIP("needs mounts of its own, which this system refuses");
+    }
+    QVERIFY(openSample());
+    const PinnedFile pinned(containerPath());
+    QVERIFY(pinned.isMounted());
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    ok(u"Compactar cofre"_qs);
+    QVERIFY2(run(u"Compactar cofre..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível compactar o cofre."_qs);
+    QCOMPARE(status(), u"Falha ao compactar o cofre."_qs);
+}
+
+void TestFileCommands::preservedCopyIsNamed() {
+    QVERIFY(openSample());
+    std::unique_ptr<FileSizeLimit> limit;
+    const ProgressProbe probe([&](const QProgressDialog* dialog, int) {
+        // Writing back to the drive has begun: it takes no more than the header region.
+        if (!limit && dialog->labelText().startsWith(u"Substituindo container no USB"_qs)) {
+            limit = std::make_unique<FileSizeLimit>(CraftedContainer::HeaderRegionBytes + 5);
+        }
+    });
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    ok(u"Compactar cofre"_qs);
+    const bool asExpected = run(u"Compactar cofre..."_qs);
+    limit.reset();
+    QVERIFY2(asExpected, qPrintable(problems()));
+    const QString start = u"Não foi possível substituir o container no USB.\n\nUm container "
+                          u"compactado criptografado foi preservado em:\n"_qs;
+    const QString text = m_driver->dialogs.lastText();
+    QVERIFY2(text.startsWith(start), qPrintable(text));
+    const QString preserved = text.mid(start.size());
+    QVERIFY2(QFileInfo(preserved).isFile(), qPrintable(preserved));
+    QCOMPARE(status(), u"Falha ao compactar o cofre."_qs);
+    QVERIFY(QDir(QFileInfo(preserved).absolutePath()).removeRecursively());
+}
+
+// --- Shortcuts -------------------------------------------------------------------------------
+
+void TestFileCommands::shortcutsTriggerTheirCommand_data() {
+    QTest::addColumn<int>("key");
+    QTest::addColumn<int>("modifiers");
+    QTest::addColumn<QString>("title");
+    const int none = Qt::NoModifier;
+    const int control = Qt::ControlModifier;
+    QTest::newRow("new folder") << int(Qt::Key_N) << int(Qt::ControlModifier | Qt::ShiftModifier)
+                                << u"Nova pasta"_qs;
+    QTest::newRow("import") << int(Qt::Key_I) << control << OpenTitle;
+    QTest::newRow("export") << int(Qt::Key_E) << control << u"Exportar arquivo"_qs;
+    QTest::newRow("delete") << int(Qt::Key_Delete) << none << u"Excluir arquivo"_qs;
+    QTest::newRow("compact") << int(Qt::Key_F6) << none << u"Compactar cofre"_qs;
+    QTest::newRow("open") << int(Qt::Key_Return) << none << QString();
+}
+
+void TestFileCommands::shortcutsTriggerTheirCommand() {
+    QFETCH(const int, key);
+    QFETCH(const int, modifiers);
+    QFETCH(const QString, title);
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activate());
+    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    const FakeDesktop desktop(u"file"_qs);
+    if (!title.isEmpty()) {
+        m_driver->dialogs.reject(title);
+    }
+    QTest::keyClick(m_driver->table(), static_cast<Qt::Key>(key), Qt::KeyboardModifiers(modifiers));
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(problems()));
+    QCOMPARE(desktop.opened.size(), title.isEmpty() ? 1 : 0);
+}
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    const TemporaryFolderInMemory temporaryFolder;
+    const QApplication application(argc, argv);
+    TestFileCommands test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_file_commands.moc"
