@@ -1,0 +1,228 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+#include "ui/DisplayFormats.h"
+
+#include <QAction>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QToolButton>
+#include <QWindow>
+
+#include <algorithm>
+
+using namespace Tessel::Tests;
+using Tessel::UI::formatFileSize;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+} // namespace
+
+class TestModalOperations : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { keepTemporaryFilesInMemory(); }
+    void init();
+    void cleanup();
+
+    void nothingElseStartsMeanwhile_data();
+    void nothingElseStartsMeanwhile();
+    void progressMovesInThousandths_data();
+    void progressMovesInThousandths();
+
+private:
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_qs); }
+    [[nodiscard]] bool prepare(const QString& operation);
+    void start(const QString& operation);
+    void tryEverything(QProgressDialog* dialog);
+    void clickEverywhere();
+    void compareDialog(const QProgressDialog* dialog, const QString& title);
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+    int m_attempts = 0;
+};
+
+void TestModalOperations::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+    m_attempts = 0;
+}
+
+void TestModalOperations::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestModalOperations::prepare(const QString& operation) {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "aaa").addFile(u"b.txt"_qs, noise(5000));
+    if (!crafted.writeTo(containerPath()) || !writeFile(m_folder->filePath(u"n.bin"_qs), "n")) {
+        return false;
+    }
+    if (operation == u"Fazer backup...") {
+        return m_driver->chooseContainer(containerPath());
+    }
+    return m_driver->openVault(containerPath(), Password) && m_driver->selectRow(u"a.txt"_qs);
+}
+
+void TestModalOperations::start(const QString& operation) {
+    DialogDriver& dialogs = m_driver->dialogs;
+    if (operation == u"Importar...") {
+        dialogs.answerFiles(u"Importar arquivos para o cofre"_qs,
+                            {m_folder->filePath(u"n.bin"_qs)});
+    } else if (operation == u"Compactar cofre...") {
+        dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+        dialogs.press(u"Compactar cofre"_qs, u"OK"_qs);
+    } else {
+        dialogs.answerFiles(u"Fazer backup do container"_qs, {m_folder->filePath(u"copy.tvlt"_qs)});
+        dialogs.press(u"Fazer backup"_qs, u"OK"_qs);
+    }
+    m_driver->action(operation)->trigger();
+}
+
+/// All that a person, or a program that speaks for one, can try while the operation runs. A command
+/// that started would open a dialog nobody expects.
+void TestModalOperations::tryEverything(QProgressDialog* dialog) {
+    ++m_attempts;
+    const bool openBefore = m_driver->vaultIsOpen();
+    const QStringList rowsBefore = m_driver->rowNames();
+    const QList<QAction*> actions = m_driver->window.findChildren<QAction*>();
+    for (QAction* action : actions) {
+        // A menu's own entry is no command.
+        if (!action->menu()) {
+            action->trigger();
+        }
+    }
+    const Qt::KeyboardModifiers control = Qt::ControlModifier;
+    for (const Qt::Key key :
+         {Qt::Key_O, Qt::Key_N, Qt::Key_I, Qt::Key_E, Qt::Key_B, Qt::Key_P, Qt::Key_L, Qt::Key_Q}) {
+        QTest::keyClick(&m_driver->window, key, control);
+    }
+    QTest::keyClick(&m_driver->window, Qt::Key_L, control | Qt::ShiftModifier);
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Delete, Qt::Key_F6}) {
+        QTest::keyClick(m_driver->table(), key);
+    }
+    m_driver->padlock()->click();
+    for (int row = 0; row < m_driver->table()->rowCount(); ++row) {
+        Q_EMIT m_driver->table()->itemDoubleClicked(m_driver->table()->item(row, 1));
+    }
+    clickEverywhere();
+    m_driver->window.close();
+    QTest::keyClick(dialog, Qt::Key_Escape);
+    dialog->close();
+    QVERIFY(dialog->isVisible());
+    QVERIFY(m_driver->window.isVisible());
+    QCOMPARE(m_driver->vaultIsOpen(), openBefore);
+    QCOMPARE(m_driver->rowNames(), rowsBefore);
+}
+
+/// With the mouse, through the window system, which is where a modal dialog keeps it away.
+void TestModalOperations::clickEverywhere() {
+    const QHeaderView* header = m_driver->table()->horizontalHeader();
+    const int sortedBefore = header->sortIndicatorSection();
+    const Qt::SortOrder orderBefore = header->sortIndicatorOrder();
+    QWindow* handle = m_driver->window.windowHandle();
+    const QList<const QWidget*> targets{m_driver->padlock(), header->viewport(),
+                                        m_driver->table()->viewport(),
+                                        m_driver->deviceList()->viewport()};
+    for (const QWidget* target : targets) {
+        const QPoint position = target->mapTo(&m_driver->window, target->rect().center());
+        QTest::mouseClick(handle, Qt::LeftButton, Qt::NoModifier, position);
+        QTest::mouseDClick(handle, Qt::LeftButton, Qt::NoModifier, position);
+    }
+    QCOMPARE(header->sortIndicatorSection(), sortedBefore);
+    QCOMPARE(header->sortIndicatorOrder(), orderBefore);
+}
+
+void TestModalOperations::compareDialog(const QProgressDialog* dialog, const QString& title) {
+    QCOMPARE(dialog->windowTitle(), title);
+    QCOMPARE(dialog->minimum(), 0);
+    QCOMPARE(dialog->maximum(), 1000);
+    QCOMPARE(dialog->windowModality(), Qt::ApplicationModal);
+    QCOMPARE(dialog->minimumDuration(), 0);
+    QVERIFY(!dialog->autoClose());
+    QVERIFY(!dialog->autoReset());
+    QVERIFY(dialog->findChildren<QPushButton*>().isEmpty());
+}
+
+void TestModalOperations::nothingElseStartsMeanwhile_data() {
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("result");
+    QTest::newRow("import") << u"Importar..."_qs << u"Importar arquivos"_qs
+                            << u"Arquivo importado com sucesso."_qs;
+    QTest::newRow("compaction") << u"Compactar cofre..."_qs << u"Compactar cofre"_qs
+                                << u"Cofre compactado com sucesso."_qs;
+    QTest::newRow("backup") << u"Fazer backup..."_qs << u"Fazer backup"_qs
+                            << u"Backup do container concluído."_qs;
+}
+
+void TestModalOperations::nothingElseStartsMeanwhile() {
+    QFETCH(const QString, operation);
+    QFETCH(const QString, title);
+    QFETCH(const QString, result);
+    QVERIFY(prepare(operation));
+    const ProgressProbe probe([&](QProgressDialog* dialog, int) {
+        compareDialog(dialog, title);
+        // Once is enough, and trying again from within an attempt would not end.
+        if (m_attempts == 0) {
+            tryEverything(dialog);
+        }
+    });
+    start(operation);
+    QCOMPARE(m_attempts, 1);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->statusMessage(), result);
+    QVERIFY(m_driver->window.isVisible());
+}
+
+void TestModalOperations::progressMovesInThousandths_data() {
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("lastLabel");
+    const QString one = formatFileSize(1);
+    QTest::newRow("import")
+        << u"Importar..."_qs
+        << u"Importando n.bin...\n%1 de %1\n\nA velocidade depende da taxa de leitura e escrita da "
+           u"unidade USB.\nDispositivos USB 3 ou superiores tendem a ser mais rápidos."_qs.arg(one);
+    QTest::newRow("backup") << u"Fazer backup..."_qs
+                            << u"Copiando backup criptografado...\n%1 de %1"_qs;
+}
+
+void TestModalOperations::progressMovesInThousandths() {
+    QFETCH(const QString, operation);
+    QFETCH(QString, lastLabel);
+    QVERIFY(prepare(operation));
+    if (operation == u"Fazer backup...") {
+        lastLabel = lastLabel.arg(formatFileSize(QFileInfo(containerPath()).size()));
+    }
+    QList<int> values;
+    QString label;
+    const ProgressProbe probe([&](const QProgressDialog* dialog, int value) {
+        values.append(value);
+        label = dialog->labelText();
+    });
+    start(operation);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(label, lastLabel);
+    QCOMPARE(values.last(), 1000);
+    QVERIFY(std::is_sorted(values.cbegin(), values.cend()));
+}
+
+QTEST_MAIN(TestModalOperations)
+#include "test_modal_operations.moc"

@@ -1,0 +1,359 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDialog>
+#include <QDir>
+#include <QFileInfo>
+#include <QLineEdit>
+#include <QStatusBar>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+const QString CreateTitle = QStringLiteral("Criar container Tessel");
+const QString FirstTitle = QStringLiteral("Definir senha do cofre");
+const QString SecondTitle = QStringLiteral("Confirmar senha do cofre");
+const QString BackupTitle = QStringLiteral("Fazer backup");
+const QString BackupFileTitle = QStringLiteral("Fazer backup do container");
+
+} // namespace
+
+class TestVaultAccess : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void choosingSaysSo();
+    void createRefusesPasswords_data();
+    void createRefusesPasswords();
+    void fiveAccentedLettersMakeAVault();
+    void createFailureIsTold();
+    void unlockRefuses_data();
+    void unlockRefuses();
+    void emptyPasswordIsSilent();
+    void unlockAndLockSaySo();
+    void aStubbornWorkspaceIsToldAndLockedAllTheSame();
+    void backupCopiesByteForByte();
+    void backupOfNothingIsComplete();
+    void backupRefusesTheContainerItself();
+    void backupOntoALinkKeepsTheVault();
+    void backupFailuresAreTold_data();
+    void backupFailuresAreTold();
+    void fullDestinationLeavesNoPartialCopy();
+
+private:
+    [[nodiscard]] QString path(const QString& name) const { return m_folder->filePath(name); }
+    [[nodiscard]] QString containerPath() const { return path(u"t.tvlt"_qs); }
+    [[nodiscard]] bool chooseCrafted();
+    [[nodiscard]] bool run(const QString& action) {
+        m_driver->action(action)->trigger();
+        return m_driver->dialogs.finished();
+    }
+    [[nodiscard]] QString problems() const { return m_driver->dialogs.problems(); }
+    [[nodiscard]] QString lastText() const { return m_driver->dialogs.lastText(); }
+    [[nodiscard]] QString status() const { return m_driver->statusMessage(); }
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestVaultAccess::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestVaultAccess::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestVaultAccess::chooseCrafted() {
+    CraftedContainer crafted;
+    const bool chosen = crafted.addFile(u"a.txt"_qs, "aaa").writeTo(containerPath()) &&
+                        m_driver->chooseContainer(containerPath());
+    m_driver->window.statusBar()->clearMessage();
+    return chosen;
+}
+
+void TestVaultAccess::choosingSaysSo() {
+    // What the file holds is found out only when it is unlocked.
+    QVERIFY(writeFile(containerPath(), "no container"));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    QCOMPARE(status(), u"Container selecionado."_qs);
+    QVERIFY(m_driver->action(u"Desbloquear"_qs)->isEnabled());
+}
+
+// --- Creating --------------------------------------------------------------------------------
+
+void TestVaultAccess::createRefusesPasswords_data() {
+    QTest::addColumn<QString>("first");
+    QTest::addColumn<QString>("second");
+    QTest::addColumn<QString>("message");
+    const QString differ = u"As senhas informadas não coincidem."_qs;
+    const QString tooShort = u"Use uma senha com pelo menos 10 caracteres para criar o cofre."_qs;
+    QTest::newRow("no password") << QString() << QString() << QString();
+    QTest::newRow("mismatch") << u"senha de teste"_qs << u"senha de testes"_qs << differ;
+    QTest::newRow("confirmation cancelled") << u"senha de teste"_qs << QString() << differ;
+    QTest::newRow("mismatch before length") << u"curta"_qs << u"outra"_qs << differ;
+    QTest::newRow("nine bytes") << u"123456789"_qs << u"123456789"_qs << tooShort;
+    QTest::newRow("four accented letters") << u"éééé"_qs << u"éééé"_qs << tooShort;
+}
+
+void TestVaultAccess::createRefusesPasswords() {
+    QFETCH(const QString, first);
+    QFETCH(const QString, second);
+    QFETCH(const QString, message);
+    m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
+    m_driver->dialogs.answerText(FirstTitle, first);
+    if (!first.isEmpty()) {
+        if (second.isEmpty()) {
+            m_driver->dialogs.reject(SecondTitle);
+        } else {
+            m_driver->dialogs.answerText(SecondTitle, second);
+        }
+        m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    }
+    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), message.isEmpty() ? u"Senha:"_qs : message);
+    QVERIFY(!QFileInfo::exists(containerPath()));
+    QCOMPARE(status(), u"Pronto"_qs);
+}
+
+void TestVaultAccess::fiveAccentedLettersMakeAVault() {
+    const QString password = u"ééééé"_qs;
+    m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
+    m_driver->dialogs.answerText(FirstTitle, password);
+    m_driver->dialogs.answerText(SecondTitle, password);
+    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"Cofre criado com sucesso."_qs);
+    QVERIFY(!m_driver->vaultIsOpen());
+    QVERIFY(m_driver->unlock(password));
+}
+
+void TestVaultAccess::createFailureIsTold() {
+    QVERIFY(QDir(m_folder->path()).mkdir(u"gone"_qs));
+    m_driver->dialogs.answerFiles(CreateTitle, {path(u"gone/t.tvlt"_qs)});
+    m_driver->dialogs.answerText(FirstTitle, Password);
+    m_driver->dialogs.handle(SecondTitle, [this](QDialog* dialog) {
+        QVERIFY(QDir(m_folder->path()).rmdir(u"gone"_qs));
+        dialog->findChild<QLineEdit*>()->setText(Password);
+        dialog->accept();
+    });
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível criar o cofre."_qs);
+    QVERIFY(!m_driver->action(u"Desbloquear"_qs)->isEnabled());
+}
+
+// --- Unlocking and locking -------------------------------------------------------------------
+
+void TestVaultAccess::unlockRefuses_data() {
+    QTest::addColumn<QString>("fault");
+    for (const char* fault :
+         {"wrong password", "long password", "damaged", "other version", "missing", "folder"}) {
+        QTest::newRow(fault) << QString::fromLatin1(fault);
+    }
+}
+
+void TestVaultAccess::unlockRefuses() {
+    QFETCH(const QString, fault);
+    CraftedContainer crafted;
+    if (fault == u"other version") {
+        crafted.setHeaderMember(u"formatVersion"_qs, 4);
+    }
+    QVERIFY(crafted.writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    m_driver->window.statusBar()->clearMessage();
+    if (fault == u"damaged") {
+        QVERIFY(overwriteAt(containerPath(), 0, "XXXX"));
+    } else if (fault == u"missing" || fault == u"folder") {
+        QVERIFY(QFile::remove(containerPath()));
+        QVERIFY(fault == u"missing" || QDir().mkdir(containerPath()));
+    }
+    m_driver->dialogs.handle(u"Senha do cofre"_qs, [&fault](QDialog* dialog) {
+        auto* edit = dialog->findChild<QLineEdit*>();
+        QCOMPARE(edit->echoMode(), QLineEdit::Password);
+        edit->setMaxLength(8 * 1048576);
+        edit->setText(fault == u"long password"    ? QString(4 * 1048576, u'x')
+                      : fault == u"wrong password" ? u"senha errada"_qs
+                                                   : Password);
+        dialog->accept();
+    });
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível desbloquear o cofre. Verifique a senha ou se o "
+                         u"container foi alterado."_qs);
+    QVERIFY(!m_driver->vaultIsOpen());
+    QCOMPARE(status(), QString());
+}
+
+void TestVaultAccess::emptyPasswordIsSilent() {
+    QVERIFY(chooseCrafted());
+    m_driver->dialogs.answerText(u"Senha do cofre"_qs, QString());
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    m_driver->dialogs.reject(u"Senha do cofre"_qs);
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QCOMPARE(status(), QString());
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+void TestVaultAccess::unlockAndLockSaySo() {
+    QVERIFY(chooseCrafted());
+    QVERIFY(m_driver->unlock(Password));
+    QCOMPARE(status(), u"Cofre desbloqueado."_qs);
+    QCOMPARE(m_driver->rowNames(), QStringList(u"a.txt"_qs));
+    QVERIFY(run(u"Bloquear"_qs));
+    QCOMPARE(status(), u"Cofre bloqueado."_qs);
+    QVERIFY(m_driver->rowNames().isEmpty());
+}
+
+void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
+    if (!hasPrivateMounts()) {
+        QSKIP("needs mounts of its own, which this system refuses");
+    }
+    QVERIFY(chooseCrafted());
+    QVERIFY(m_driver->unlock(Password));
+    const QFileInfoList workspaces =
+        QDir(QDir::tempPath() + u"/Tessel"_qs).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(workspaces.size(), 1);
+    const ReadOnlyMount held(workspaces.first().filePath());
+    QVERIFY(held.isMounted());
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    QVERIFY2(run(u"Bloquear"_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
+    QCOMPARE(status(), u"Cofre bloqueado."_qs);
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+// --- Backup ----------------------------------------------------------------------------------
+
+void TestVaultAccess::backupCopiesByteForByte() {
+    QVERIFY(chooseCrafted());
+    const QString copy = path(u"copy.tvlt"_qs);
+    QVERIFY(writeFile(copy, noise(20 * 1048576)));
+    m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
+    // The file dialog asks before it lets anything be replaced.
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(),
+             u"Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada do "
+             u"container e permanece protegido pela senha do cofre."_qs);
+    QCOMPARE(status(), u"Backup do container concluído."_qs);
+    QCOMPARE(sha256OfFile(copy), sha256OfFile(containerPath()));
+}
+
+void TestVaultAccess::backupOfNothingIsComplete() {
+    QVERIFY(writeFile(containerPath(), QByteArray()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    int last = -1;
+    const ProgressProbe probe([&last](const QProgressDialog*, int value) { last = value; });
+    m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
+    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"Backup do container concluído."_qs);
+    QCOMPARE(last, 1000);
+    QVERIFY(QFileInfo(path(u"copy.tvlt"_qs)).isFile());
+    QCOMPARE(QFileInfo(path(u"copy.tvlt"_qs)).size(), 0);
+}
+
+void TestVaultAccess::backupRefusesTheContainerItself() {
+    QVERIFY(chooseCrafted());
+    const QByteArray before = sha256OfFile(containerPath());
+    m_driver->dialogs.answerFiles(BackupFileTitle, {containerPath()});
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Escolha um destino diferente do container original."_qs);
+    QCOMPARE(sha256OfFile(containerPath()), before);
+    QCOMPARE(status(), QString());
+}
+
+void TestVaultAccess::backupOntoALinkKeepsTheVault() {
+    QVERIFY(chooseCrafted());
+    const QByteArray before = sha256OfFile(containerPath());
+    const QString link = path(u"link.tvlt"_qs);
+    QVERIFY(QFile::link(containerPath(), link));
+    m_driver->dialogs.answerFiles(BackupFileTitle, {link});
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(sha256OfFile(containerPath()), before);
+    QVERIFY(m_driver->unlock(Password));
+}
+
+void TestVaultAccess::backupFailuresAreTold_data() {
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("missing") << u"missing"_qs << u"O arquivo do container não foi encontrado."_qs;
+    QTest::newRow("folder") << u"folder"_qs << u"O arquivo do container não foi encontrado."_qs;
+    QTest::newRow("gone meanwhile")
+        << u"meanwhile"_qs << u"Não foi possível abrir o container para backup."_qs;
+    QTest::newRow("destination without folder")
+        << u"destination"_qs << u"Não foi possível criar o arquivo de backup."_qs;
+}
+
+void TestVaultAccess::backupFailuresAreTold() {
+    QFETCH(const QString, fault);
+    QFETCH(const QString, message);
+    QVERIFY(chooseCrafted());
+    QVERIFY(QDir(m_folder->path()).mkdir(u"gone"_qs));
+    if (fault == u"missing" || fault == u"folder") {
+        QVERIFY(QFile::remove(containerPath()));
+        QVERIFY(fault == u"missing" || QDir().mkdir(containerPath()));
+    } else {
+        m_driver->dialogs.handle(BackupFileTitle, [&](QDialog* dialog) {
+            connect(dialog, &QDialog::finished, this, [&] {
+                QVERIFY(fault == u"meanwhile" ? QFile::remove(containerPath())
+                                              : QDir(m_folder->path()).rmdir(u"gone"_qs));
+            });
+            dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(path(u"gone/copy.tvlt"_qs));
+            QMetaObject::invokeMethod(dialog, "accept");
+        });
+    }
+    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), message);
+    QCOMPARE(status(), QString());
+}
+
+void TestVaultAccess::fullDestinationLeavesNoPartialCopy() {
+    if (!hasPrivateMounts()) {
+        QSKIP("needs mounts of its own, which this system refuses");
+    }
+    QVERIFY(chooseCrafted());
+    const SmallDisk disk(MiB);
+    QVERIFY(disk.isMounted());
+    const QString copy = disk.filePath(u"copy.tvlt"_qs);
+    m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
+    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
+    QCOMPARE(status(), u"Falha ao fazer backup do container."_qs);
+    QVERIFY(!QFileInfo::exists(copy));
+}
+
+int main(int argc, char** argv) {
+    static_cast<void>(enterPrivateMounts());
+    const TemporaryFolderInMemory temporaryFolder;
+    const QApplication application(argc, argv);
+    TestVaultAccess test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_vault_access.moc"
