@@ -47,6 +47,9 @@ private Q_SLOTS:
     void emptyPasswordIsSilent();
     void unlockAndLockSaySo();
     void aStubbornWorkspaceIsToldAndLockedAllTheSame();
+    void commandsOutOfPlaceAreTold_data();
+    void commandsOutOfPlaceAreTold();
+    void anImportWhoseDriveIsGoneIsTold();
     void backupCopiesByteForByte();
     void backupOfNothingIsComplete();
     void backupRefusesTheContainerItself();
@@ -238,6 +241,51 @@ void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
     QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
     QCOMPARE(status(), u"Cofre bloqueado."_qs);
     QVERIFY(!m_driver->vaultIsOpen());
+}
+
+// --- Out of place -----------------------------------------------------------------------------
+
+void TestVaultAccess::commandsOutOfPlaceAreTold_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("unlocked");
+    QTest::addColumn<QString>("message");
+    const QString none = u"Selecione um container primeiro."_qs;
+    QTest::newRow("password, no container") << u"Alterar senha..."_qs << false << none;
+    QTest::newRow("backup, no container") << u"Fazer backup..."_qs << false << none;
+    QTest::newRow("password, unlocked")
+        << u"Alterar senha..."_qs << true << u"Bloqueie o cofre antes de alterar a senha."_qs;
+    QTest::newRow("backup, unlocked")
+        << u"Fazer backup..."_qs << true << u"Bloqueie o cofre antes de fazer o backup."_qs;
+}
+
+void TestVaultAccess::commandsOutOfPlaceAreTold() {
+    QFETCH(const QString, command);
+    QFETCH(const bool, unlocked);
+    QFETCH(const QString, message);
+    if (unlocked) {
+        QVERIFY(chooseCrafted());
+        QVERIFY(m_driver->unlock(Password));
+    }
+    // The menu does not offer it; whoever gets there all the same is told why not.
+    QVERIFY(!m_driver->action(command)->isEnabled());
+    m_driver->action(command)->setEnabled(true);
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    QVERIFY2(run(command), qPrintable(problems()));
+    QCOMPARE(lastText(), message);
+}
+
+void TestVaultAccess::anImportWhoseDriveIsGoneIsTold() {
+    const QString drive = path(u"drive"_qs);
+    QVERIFY(QDir().mkdir(drive));
+    QVERIFY(CraftedContainer().writeTo(drive + u"/t.tvlt"_qs));
+    QVERIFY(writeFile(path(u"n.bin"_qs), "n"));
+    QVERIFY(m_driver->openVault(drive + u"/t.tvlt"_qs, Password));
+    QVERIFY(QDir().rename(drive, path(u"gone"_qs)));
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {path(u"n.bin"_qs)});
+    m_driver->dialogs.press(u"Importar arquivos"_qs, u"OK"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível verificar o espaço livre da unidade do container."_qs);
+    QVERIFY(m_driver->rowNames().isEmpty());
 }
 
 // --- Backup ----------------------------------------------------------------------------------
