@@ -729,6 +729,28 @@ private Q_SLOTS:
         QCOMPARE(sealed.size(), 6);
     }
 
+    void everyOperationSealsTheIndexUnderAFreshNonce() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QSet<QByteArray> nonces{documentAt(fixture.container()).crypto.payloadNonce};
+        const auto isFresh = [&](bool done) {
+            const QByteArray nonce = documentAt(fixture.container()).crypto.payloadNonce;
+            const bool fresh = done && !nonces.contains(nonce);
+            nonces.insert(nonce);
+            return fresh;
+        };
+        QVERIFY(isFresh(fixture.store(QStringLiteral("novo.txt"), "um")));
+        QVERIFY(isFresh(fixture.store(QStringLiteral("novo.txt"), "dois")));
+        QVERIFY(isFresh(fixture.vault.createDirectory(QStringLiteral("nova"))));
+        QVERIFY(
+            isFresh(fixture.vault.moveFile(QStringLiteral("novo.txt"), QStringLiteral("nova"))));
+        QVERIFY(
+            isFresh(fixture.vault.renameDirectory(QStringLiteral("nova"), QStringLiteral("n"))));
+        QVERIFY(isFresh(fixture.vault.deleteFile(QStringLiteral("n/novo.txt"))));
+        QVERIFY(isFresh(fixture.vault.deleteDirectory(QStringLiteral("n"))));
+        QVERIFY(isFresh(fixture.vault.compactVault({}, nullptr)));
+    }
+
     void savingEmptiesWhatOnlyOlderLayoutsCarry() {
         CraftedContainer crafted = usedContainer();
         crafted.setCryptoMember(QStringLiteral("authTag"), QStringLiteral("AAAA"))
