@@ -11,8 +11,10 @@
 #include <QApplication>
 #include <QDialog>
 #include <QDir>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QLineEdit>
+#include <QRegularExpression>
 #include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
@@ -47,6 +49,8 @@ private Q_SLOTS:
     void emptyPasswordIsSilent();
     void unlockAndLockSaySo();
     void aStubbornWorkspaceIsToldAndLockedAllTheSame();
+    void fileDialogsProposeANameAndFilter_data();
+    void fileDialogsProposeANameAndFilter();
     void commandsOutOfPlaceAreTold_data();
     void commandsOutOfPlaceAreTold();
     void anImportWhoseDriveIsGoneIsTold();
@@ -244,6 +248,42 @@ void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
 }
 
 // --- Out of place -----------------------------------------------------------------------------
+
+void TestVaultAccess::fileDialogsProposeANameAndFilter_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("namePattern");
+    QTest::newRow("choose") << u"Escolher container..."_qs << u"Escolher container Tessel"_qs
+                            << QString();
+    QTest::newRow("create") << u"Criar novo cofre..."_qs << CreateTitle << u"tessel\\.tvlt"_qs;
+    QTest::newRow("backup") << u"Fazer backup..."_qs << BackupFileTitle
+                            << u"tessel_backup_\\d{4}-\\d\\d-\\d\\d_\\d{4}\\.tvlt"_qs;
+}
+
+void TestVaultAccess::fileDialogsProposeANameAndFilter() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, title);
+    QFETCH(const QString, namePattern);
+    QVERIFY(chooseCrafted());
+    QStringList filters;
+    QString name;
+    QString folder;
+    m_driver->dialogs.handle(title, [&](QDialog* dialog) {
+        const auto* files = qobject_cast<QFileDialog*>(dialog);
+        filters = files->nameFilters();
+        folder = files->directory().absolutePath();
+        name = dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->text();
+        dialog->reject();
+    });
+    QVERIFY2(run(command), qPrintable(problems()));
+    QCOMPARE(filters,
+             QStringList({u"Tessel Container (*.tvlt)"_qs, u"Todos os arquivos (*.*)"_qs}));
+    const QRegularExpression pattern(QRegularExpression::anchoredPattern(namePattern));
+    QVERIFY2(pattern.match(name).hasMatch(), qPrintable(name));
+    if (title == BackupFileTitle) {
+        QCOMPARE(folder, QDir::home().absolutePath());
+    }
+}
 
 void TestVaultAccess::commandsOutOfPlaceAreTold_data() {
     QTest::addColumn<QString>("command");
