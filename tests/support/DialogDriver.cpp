@@ -11,9 +11,9 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QProgressDialog>
 #include <QPushButton>
+#include <QStatusBar>
 #include <QTimer>
 
 namespace Tessel::Tests {
@@ -35,12 +35,28 @@ QString textOf(const QDialog* dialog) {
     return label ? label->text() : QString();
 }
 
+/// Of the window that has a status bar; dialogs have none.
+QString statusOfTheWindow() {
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (const QWidget* window : windows) {
+        const auto* bar = window->findChild<QStatusBar*>(QString(), Qt::FindDirectChildrenOnly);
+        if (bar != nullptr) {
+            return bar->currentMessage();
+        }
+    }
+    return {};
+}
+
 DialogDriver::Seen describe(const QDialog* dialog) {
-    DialogDriver::Seen seen{QString::fromLatin1(dialog->metaObject()->className()),
-                            dialog->windowTitle(),
-                            textOf(dialog),
-                            {},
-                            {}};
+    DialogDriver::Seen seen;
+    seen.className = QString::fromLatin1(dialog->metaObject()->className());
+    seen.title = dialog->windowTitle();
+    seen.text = textOf(dialog);
+    seen.hasParent = dialog->parentWidget() != nullptr;
+    seen.status = statusOfTheWindow();
+    if (const auto* box = qobject_cast<const QMessageBox*>(dialog)) {
+        seen.icon = box->icon();
+    }
     const QList<QPushButton*> buttons = dialog->findChildren<QPushButton*>();
     for (const QPushButton* button : buttons) {
         if (button->isVisibleTo(dialog)) {
@@ -92,6 +108,21 @@ void DialogDriver::press(const QString& title, const QString& button) {
         if (!pressButton(dialog, button)) {
             m_problems.append(
                 QStringLiteral("no button \"%1\" in \"%2\"").arg(button, dialog->windowTitle()));
+            dialog->reject();
+        }
+    });
+}
+
+void DialogDriver::acknowledge(QMessageBox::Icon icon, const QString& title) {
+    handle(title, [this, icon](QDialog* dialog) {
+        const Seen& box = m_seen.last();
+        if (box.icon != icon || box.buttons != QStringList(QStringLiteral("OK"))) {
+            m_problems.append(QStringLiteral("\"%1\": \"%2\" has the icon %3 and the buttons %4")
+                                  .arg(box.title, box.text)
+                                  .arg(box.icon)
+                                  .arg(box.buttons.join(QLatin1String(", "))));
+        }
+        if (!pressButton(dialog, QStringLiteral("OK"))) {
             dialog->reject();
         }
     });

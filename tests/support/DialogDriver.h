@@ -4,14 +4,13 @@
 #pragma once
 
 #include <QList>
+#include <QMessageBox>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
-
-class QDialog;
 
 namespace Tessel::Tests {
 
@@ -33,6 +32,12 @@ public:
         QStringList buttons;
         /// The button that Return would press.
         QString defaultButton;
+        /// Of a message box; other dialogs have none.
+        QMessageBox::Icon icon = QMessageBox::NoIcon;
+        /// Whether it belongs to another window.
+        bool hasParent = false;
+        /// What the status bar of the window behind it said.
+        QString status;
     };
 
     DialogDriver();
@@ -45,6 +50,10 @@ public:
     void answerFiles(const QString& title, const QStringList& paths);
     /// Presses the button with this text in a message box or dialog.
     void press(const QString& title, const QString& button);
+    /// Acknowledges a warning: a box with that icon, whose one button is "OK".
+    void acceptWarning(const QString& title) { acknowledge(QMessageBox::Warning, title); }
+    /// Acknowledges an information box, whose one button is "OK".
+    void acceptInformation(const QString& title) { acknowledge(QMessageBox::Information, title); }
     /// Rejects the dialog, as Escape and the close button do.
     void reject(const QString& title);
     /// Runs @p action with the dialog; it must end with the dialog closed.
@@ -52,10 +61,9 @@ public:
 
     /// Every dialog seen so far.
     [[nodiscard]] QList<Seen> seen() const { return m_seen; }
-    /// The text of the last dialog; empty before the first.
-    [[nodiscard]] QString lastText() const {
-        return m_seen.isEmpty() ? QString() : m_seen.last().text;
-    }
+    /// The last dialog; an empty one before the first.
+    [[nodiscard]] Seen last() const { return m_seen.isEmpty() ? Seen() : m_seen.last(); }
+    [[nodiscard]] QString lastText() const { return last().text; }
     /// Whether every answer was used and no dialog came unexpected.
     [[nodiscard]] bool finished() const { return m_answers.isEmpty() && m_problems.isEmpty(); }
     /// In words, for the test's message.
@@ -69,6 +77,7 @@ private:
         std::function<void(QDialog*)> action;
     };
 
+    void acknowledge(QMessageBox::Icon icon, const QString& title);
     void answer(QDialog* dialog);
 
     QList<Answer> m_answers;

@@ -9,6 +9,7 @@
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
+#include <QTimer>
 #include <QToolButton>
 
 namespace Tessel::Tests {
@@ -63,6 +64,17 @@ QLabel* WindowDriver::label(const QString& objectName) const {
 
 QString WindowDriver::statusMessage() const {
     return window.statusBar()->currentMessage();
+}
+
+QString WindowDriver::result() const {
+    constexpr int ResultTimeMs = 5000;
+    const QString message = statusMessage();
+    // The status bar has a timer while its message is one that goes by itself.
+    const auto* timer = window.statusBar()->findChild<QTimer*>();
+    const int timeMs = timer != nullptr && timer->isActive() ? timer->interval() : 0;
+    return message.isEmpty() || timeMs == ResultTimeMs
+               ? message
+               : QStringLiteral("%1 (%2 ms)").arg(message).arg(timeMs);
 }
 
 bool WindowDriver::vaultIsOpen() const {

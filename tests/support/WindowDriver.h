@@ -44,6 +44,9 @@ public:
     [[nodiscard]] QTableWidget* table() const;
     [[nodiscard]] QLabel* label(const QString& objectName) const;
     [[nodiscard]] QString statusMessage() const;
+    /// The message of the status bar, followed by its time when that is not the five seconds that
+    /// the result of a command has: "Pronto (0 ms)". Empty without a message.
+    [[nodiscard]] QString result() const;
     [[nodiscard]] bool vaultIsOpen() const;
 
     /// Chooses the container through the menu. @return whether that took exactly one file dialog.

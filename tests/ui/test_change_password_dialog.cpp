@@ -11,7 +11,6 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -173,18 +172,13 @@ void TestChangePasswordDialog::refusesInThisOrder() {
     const Fields fields;
     fields.type(current, fresh, confirmation);
     DialogDriver warnings;
-    QMessageBox::Icon icon = QMessageBox::NoIcon;
-    warnings.handle(WarningTitle, [&icon](QDialog* box) {
-        icon = qobject_cast<QMessageBox*>(box)->icon();
-        box->accept();
-    });
+    warnings.acceptWarning(WarningTitle);
     QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
 
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
     QCOMPARE(warnings.lastText(), text);
     QCOMPARE(warnings.seen().size(), 1);
-    QCOMPARE(warnings.seen().constFirst().buttons, QStringList{u"OK"_qs});
-    QCOMPARE(icon, QMessageBox::Warning);
+    QVERIFY(warnings.last().hasParent);
     QVERIFY(fields.dialog.isVisible());
     QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Rejected));
 }
@@ -193,7 +187,7 @@ void TestChangePasswordDialog::staysOpenAndKeepsWhatWasTypedAfterARefusal() {
     const Fields fields;
     fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letra"_qs);
     DialogDriver warnings;
-    warnings.press(WarningTitle, u"OK"_qs);
+    warnings.acceptWarning(WarningTitle);
     QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
 
@@ -260,17 +254,13 @@ void TestChangePasswordDialog::theWindowChangesThePassword() {
     LockedVault vault;
     QVERIFY(vault.ready);
     vault.changePassword(OldPassword, NewPassword);
-    QString statusAtTheBox;
-    vault.driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* box) {
-        statusAtTheBox = vault.driver.statusMessage();
-        QCOMPARE(qobject_cast<QMessageBox*>(box)->icon(), QMessageBox::Information);
-        box->accept();
-    });
+    vault.driver.dialogs.acceptInformation(u"Tessel"_qs);
     vault.driver.action(u"Alterar senha..."_qs)->trigger();
 
     QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
     QCOMPARE(vault.driver.dialogs.lastText(), u"Senha alterada com sucesso."_qs);
-    QCOMPARE(statusAtTheBox, u"Senha alterada com sucesso."_qs);
+    QCOMPARE(vault.driver.dialogs.last().status, u"Senha alterada com sucesso."_qs);
+    QCOMPARE(vault.driver.result(), u"Senha alterada com sucesso."_qs);
     QVERIFY(!vault.driver.vaultIsOpen());
     QVERIFY(vault.driver.unlock(NewPassword));
     QCOMPARE(vault.driver.rowNames(), QStringList{u"carta.txt"_qs});
@@ -281,20 +271,14 @@ void TestChangePasswordDialog::theWindowSaysThatTheCurrentPasswordIsWrong() {
     QVERIFY(vault.ready);
     const QByteArray before = readFile(vault.path);
     vault.changePassword(OldPassword.toUpper(), NewPassword);
-    QString statusAtTheBox;
-    vault.driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* box) {
-        statusAtTheBox = vault.driver.statusMessage();
-        QCOMPARE(qobject_cast<QMessageBox*>(box)->icon(), QMessageBox::Warning);
-        box->accept();
-    });
+    vault.driver.dialogs.acceptWarning(u"Tessel"_qs);
     vault.driver.action(u"Alterar senha..."_qs)->trigger();
 
     QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
     QCOMPARE(vault.driver.dialogs.lastText(),
              u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_qs);
-    const QString failure = u"Falha ao alterar a senha."_qs;
-    QVERIFY(statusAtTheBox != failure);
-    QCOMPARE(vault.driver.statusMessage(), failure);
+    QCOMPARE(vault.driver.dialogs.last().status, u"Container selecionado."_qs);
+    QCOMPARE(vault.driver.result(), u"Falha ao alterar a senha."_qs);
     QVERIFY(readFile(vault.path) == before);
 }
 

@@ -116,9 +116,10 @@ private:
     /// Selects the row, runs the command and says whether the answers and the dialogs matched.
     [[nodiscard]] bool run(const QString& action, const QString& row = QString());
     [[nodiscard]] QString problems() const { return m_driver->dialogs.problems(); }
-    [[nodiscard]] QString status() const { return m_driver->statusMessage(); }
+    [[nodiscard]] QString status() const { return m_driver->result(); }
     [[nodiscard]] QStringList dialogTexts() const;
-    void ok(const QString& title) { m_driver->dialogs.press(title, u"OK"_qs); }
+    /// That the dialog was a question whose answer is "Não" unless another one is given.
+    static void compareWithYesNoQuestion(const DialogDriver::Seen& seen);
     void takeContainerAway();
 
     std::unique_ptr<QTemporaryDir> m_folder;
@@ -170,6 +171,12 @@ QStringList TestFileCommands::dialogTexts() const {
         texts.append(seen.at(i).text);
     }
     return texts;
+}
+
+void TestFileCommands::compareWithYesNoQuestion(const DialogDriver::Seen& seen) {
+    QCOMPARE(seen.icon, QMessageBox::Question);
+    QCOMPARE(seen.buttons, QStringList({u"Sim"_qs, u"Não"_qs}));
+    QCOMPARE(seen.defaultButton, u"Não"_qs);
 }
 
 void TestFileCommands::takeContainerAway() {
@@ -228,7 +235,7 @@ void TestFileCommands::fullDriveRefusesAnImport() {
     QVERIFY(writeFile(source, noise(1000)));
     const qint64 available = disk.bytesFree();
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    ok(u"Espaço insuficiente"_qs);
+    m_driver->dialogs.acceptWarning(u"Espaço insuficiente"_qs);
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"Não há espaço livre suficiente na unidade do container.\n\nArquivos selecionados: "
@@ -257,8 +264,7 @@ void TestFileCommands::littleRoomIsAskedAbout() {
              u"A importação deixará pouco espaço livre na unidade do container.\n\nArquivos "
              u"selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja continuar?"_qs.arg(
                  formatFileSize(1000), formatFileSize(remaining)));
-    QCOMPARE(m_driver->dialogs.seen().last().buttons, QStringList({u"Sim"_qs, u"Não"_qs}));
-    QCOMPARE(m_driver->dialogs.seen().last().defaultButton, u"Não"_qs);
+    compareWithYesNoQuestion(m_driver->dialogs.last());
     QVERIFY(m_driver->rowNames().isEmpty());
 
     m_driver->dialogs.answerFiles(OpenTitle, {source});
@@ -323,7 +329,7 @@ void TestFileCommands::importRefusesWhatIsNoFile() {
             ->setText(u"\"%1\" \"%2\""_qs.arg(good, bad));
         QMetaObject::invokeMethod(dialog, "accept");
     });
-    ok(u"Importar arquivos"_qs);
+    m_driver->dialogs.acceptWarning(u"Importar arquivos"_qs);
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"O arquivo bad.bin não está disponível para importação."_qs);
@@ -357,7 +363,7 @@ void TestFileCommands::importReplacesRefusesAndFailsInOneGo() {
         QVERIFY(QFile::remove(paths.at(2)));
         QVERIFY(pressButton(dialog, u"Não"_qs));
     });
-    ok(u"Tessel"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
     QCOMPARE(dialogTexts().mid(1),
              QStringList({u"A.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_qs,
@@ -412,9 +418,10 @@ void TestFileCommands::exportFailureIsTold() {
         dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(destination);
         QMetaObject::invokeMethod(dialog, "accept");
     });
-    ok(u"Tessel"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), u"Falha ao exportar o arquivo."_qs);
     QCOMPARE(readFile(destination), QByteArray());
 }
@@ -433,17 +440,18 @@ void TestFileCommands::openFailuresAreTold() {
     // No program of any kind can be found to open the copy with.
     const QByteArray pathBefore = qgetenv("PATH");
     qputenv("PATH", "/nowhere");
-    ok(u"Tessel"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     const bool asExpected = run(u"Abrir"_qs, u"a.txt"_qs);
     qputenv("PATH", pathBefore);
     QVERIFY2(asExpected, qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"Não foi possível abrir o arquivo no aplicativo padrão."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), u"Falha ao abrir o arquivo."_qs);
 
     m_driver->window.statusBar()->clearMessage();
     takeContainerAway();
-    ok(u"Tessel"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Abrir"_qs, u"b.txt"_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
     QCOMPARE(status(), QString());
@@ -517,7 +525,8 @@ void TestFileCommands::questionsDefaultToNo() {
         }
     });
     QVERIFY2(run(command, row), qPrintable(problems()));
-    const DialogDriver::Seen seen = m_driver->dialogs.seen().last();
+    const DialogDriver::Seen seen = m_driver->dialogs.last();
+    QCOMPARE(seen.icon, QMessageBox::Question);
     QCOMPARE(seen.text, text);
     QCOMPARE(seen.buttons, buttons);
     QCOMPARE(seen.defaultButton, buttons.last());
@@ -619,7 +628,7 @@ void TestFileCommands::namesAreChecked() {
     QVERIFY(openSample());
     const QStringList before = m_driver->rowNames();
     m_driver->dialogs.answerText(title, name);
-    ok(title);
+    m_driver->dialogs.acceptWarning(title);
     QVERIFY2(run(command, row), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), message);
     QCOMPARE(m_driver->rowNames(), before);
@@ -693,7 +702,7 @@ void TestFileCommands::moveOffersFoldersInOrder() {
     QVERIFY2(run(u"Mover para pasta..."_qs, file), qPrintable(problems()));
     QCOMPARE(offered, labels);
     QCOMPARE(paths, QStringList(labels).replaceInStrings(u"Raiz"_qs, QString()));
-    const DialogDriver::Seen seen = m_driver->dialogs.seen().last();
+    const DialogDriver::Seen seen = m_driver->dialogs.last();
     QCOMPARE(seen.text, u"Mover %1 para:"_qs.arg(file));
     QCOMPARE(QSet<QString>(seen.buttons.cbegin(), seen.buttons.cend()),
              QSet<QString>({u"Mover"_qs, u"Cancelar"_qs}));
@@ -719,7 +728,7 @@ void TestFileCommands::moveWithoutFolderIsTold() {
     QVERIFY(m_driver->selectRow(u"a.txt"_qs));
     QVERIFY(!m_driver->action(u"Mover para pasta..."_qs)->isEnabled());
     m_driver->action(u"Mover para pasta..."_qs)->setEnabled(true);
-    ok(u"Mover arquivo"_qs);
+    m_driver->dialogs.acceptInformation(u"Mover arquivo"_qs);
     QVERIFY2(run(u"Mover para pasta..."_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"Não há outra pasta disponível para receber este arquivo."_qs);
@@ -730,7 +739,7 @@ void TestFileCommands::moveOntoAnItemIsRefused() {
     crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "1").addFile(u"docs/A.TXT"_qs, "2");
     QVERIFY(open(crafted));
     m_driver->dialogs.press(u"Mover arquivo"_qs, u"Mover"_qs);
-    ok(u"Mover arquivo"_qs);
+    m_driver->dialogs.acceptWarning(u"Mover arquivo"_qs);
     QVERIFY2(run(u"Mover para pasta..."_qs, u"a.txt"_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"Já existe um item com esse nome na pasta de destino."_qs);
@@ -748,7 +757,7 @@ void TestFileCommands::emptyFolderIsDeleted() {
 void TestFileCommands::folderWithFilesStays() {
     QVERIFY(openSample());
     m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
-    ok(u"Excluir pasta"_qs);
+    m_driver->dialogs.acceptWarning(u"Excluir pasta"_qs);
     QVERIFY2(run(u"Excluir pasta vazia"_qs, u"docs"_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"A pasta não está vazia ou não pode ser excluída."_qs);
     QVERIFY(m_driver->rowNamed(u"docs"_qs) >= 0);
@@ -819,9 +828,11 @@ void TestFileCommands::vanishedContainerFailsEveryCommand() {
             QVERIFY(pressButton(dialog, answer));
         }
     });
-    ok(failureTitle);
+    m_driver->dialogs.acceptWarning(failureTitle);
     QVERIFY2(run(command, row), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), message);
+    // The warning comes before the status bar says the same.
+    QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), statusText);
     QCOMPARE(m_driver->rowNames(), before);
     QVERIFY(m_driver->vaultIsOpen());
@@ -834,9 +845,10 @@ void TestFileCommands::compactionFreesTheSpace() {
     QVERIFY(open(crafted.addFile(u"a.txt"_qs, "aaa").leaveGap(MiB).addFile(u"b.txt"_qs, "bb")));
     const qint64 before = QFileInfo(containerPath()).size();
     m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    ok(u"Compactar cofre"_qs);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
     QVERIFY2(run(u"Compactar cofre..."_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, u"Cofre compactado com sucesso."_qs);
     QCOMPARE(status(), u"Cofre compactado com sucesso."_qs);
     QCOMPARE(QFileInfo(containerPath()).size(), before - MiB);
 }
@@ -849,9 +861,10 @@ void TestFileCommands::containerThatCannotBeReplacedIsTold() {
     const PinnedFile pinned(containerPath());
     QVERIFY(pinned.isMounted());
     m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    ok(u"Compactar cofre"_qs);
+    m_driver->dialogs.acceptWarning(u"Compactar cofre"_qs);
     QVERIFY2(run(u"Compactar cofre..."_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível compactar o cofre."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), u"Falha ao compactar o cofre."_qs);
 }
 
@@ -865,7 +878,7 @@ void TestFileCommands::preservedCopyIsNamed() {
         }
     });
     m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    ok(u"Compactar cofre"_qs);
+    m_driver->dialogs.acceptWarning(u"Compactar cofre"_qs);
     const bool asExpected = run(u"Compactar cofre..."_qs);
     limit.reset();
     QVERIFY2(asExpected, qPrintable(problems()));
@@ -875,6 +888,7 @@ void TestFileCommands::preservedCopyIsNamed() {
     QVERIFY2(text.startsWith(start), qPrintable(text));
     const QString preserved = text.mid(start.size());
     QVERIFY2(QFileInfo(preserved).isFile(), qPrintable(preserved));
+    QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), u"Falha ao compactar o cofre."_qs);
     QVERIFY(QDir(QFileInfo(preserved).absolutePath()).removeRecursively());
 }

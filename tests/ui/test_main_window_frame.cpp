@@ -210,7 +210,7 @@ void TestMainWindowFrame::addDevice(const QString& name, const QString& rootPath
 
 void TestMainWindowFrame::startsReady() {
     QCOMPARE(m_driver->window.windowTitle(), Title);
-    QCOMPARE(m_driver->statusMessage(), u"Pronto"_qs);
+    QCOMPARE(m_driver->result(), u"Pronto (0 ms)"_qs);
     QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->text(),
              u"Nenhum cofre em uso (aberto)"_qs);
     QCOMPARE(m_driver->table()->rowCount(), 0);
@@ -547,7 +547,7 @@ void TestMainWindowFrame::padlockAsksForThePasswordAndLocks() {
     QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
     QVERIFY(!m_driver->vaultIsOpen());
     QVERIFY(!m_driver->padlock()->isChecked());
-    QCOMPARE(m_driver->statusMessage(), u"Cofre bloqueado."_qs);
+    QCOMPARE(m_driver->result(), u"Cofre bloqueado."_qs);
 }
 
 void TestMainWindowFrame::cancelledPadlockStaysClosed() {
@@ -713,7 +713,7 @@ void TestMainWindowFrame::vaultThatAnotherWindowHoldsStaysClosed() {
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(otherWindow.acquire(containerPath()));
     m_driver->dialogs.answerText(PasswordTitle, Password);
-    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(Title);
     m_driver->action(u"Desbloquear"_qs)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
@@ -733,7 +733,7 @@ void TestMainWindowFrame::openVaultIsHeldUntilItIsLocked() {
 
     // A wrong password leaves no hold behind.
     m_driver->dialogs.answerText(PasswordTitle, u"outra senha"_qs);
-    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(Title);
     m_driver->action(u"Desbloquear"_qs)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(otherWindow.acquire(containerPath()));
@@ -747,7 +747,7 @@ void TestMainWindowFrame::openVaultIsHeldUntilItIsLocked() {
 void TestMainWindowFrame::compactionKeepsTheHoldOnTheContainer() {
     QVERIFY(openSample());
     m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
     m_driver->action(u"Compactar cofre..."_qs)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
 
@@ -775,7 +775,7 @@ void TestMainWindowFrame::missingWorkspaceLeavesTheVaultOpen() {
     QVERIFY(crafted.writeTo(containerPath()));
     QVERIFY(m_driver->chooseContainer(containerPath()));
     m_driver->dialogs.answerText(PasswordTitle, Password);
-    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(Title);
     m_driver->action(u"Desbloquear"_qs)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
@@ -823,7 +823,7 @@ void TestMainWindowFrame::failedLockKeepsTheWindowOpen() {
     // The changed copy cannot be taken back while the container is away.
     QVERIFY(QFile::rename(containerPath(), m_folder->filePath(u"away"_qs)));
 
-    m_driver->dialogs.press(Title, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(Title);
     QVERIFY(!m_driver->window.close());
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
@@ -871,7 +871,7 @@ void TestMainWindowFrame::nothingElseStartsDuringALongOperation() {
         QTest::keyClick(&m_driver->window, Qt::Key_Delete);
     });
     m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
     m_driver->action(u"Compactar cofre..."_qs)->trigger();
     QVERIFY(movements > 0);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));

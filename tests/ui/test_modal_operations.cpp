@@ -106,10 +106,10 @@ void TestModalOperations::start(const QString& operation) {
                             {m_folder->filePath(u"n.bin"_qs)});
     } else if (operation == u"Compactar cofre...") {
         dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-        dialogs.press(u"Compactar cofre"_qs, u"OK"_qs);
+        dialogs.acceptInformation(u"Compactar cofre"_qs);
     } else {
         dialogs.answerFiles(u"Fazer backup do container"_qs, {m_folder->filePath(u"copy.tvlt"_qs)});
-        dialogs.press(u"Fazer backup"_qs, u"OK"_qs);
+        dialogs.acceptInformation(u"Fazer backup"_qs);
     }
     m_driver->action(operation)->trigger();
 }
@@ -206,7 +206,7 @@ void TestModalOperations::nothingElseStartsMeanwhile() {
     start(operation);
     QCOMPARE(m_attempts, 1);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->statusMessage(), result);
+    QCOMPARE(m_driver->result(), result);
     QVERIFY(m_driver->window.isVisible());
 }
 

@@ -72,7 +72,7 @@ private:
     }
     [[nodiscard]] QString problems() const { return m_driver->dialogs.problems(); }
     [[nodiscard]] QString lastText() const { return m_driver->dialogs.lastText(); }
-    [[nodiscard]] QString status() const { return m_driver->statusMessage(); }
+    [[nodiscard]] QString status() const { return m_driver->result(); }
 
     std::unique_ptr<QTemporaryDir> m_folder;
     std::unique_ptr<WindowDriver> m_driver;
@@ -133,12 +133,12 @@ void TestVaultAccess::createRefusesPasswords() {
         } else {
             m_driver->dialogs.answerText(SecondTitle, second);
         }
-        m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+        m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     }
     QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), message.isEmpty() ? u"Senha:"_qs : message);
     QVERIFY(!QFileInfo::exists(containerPath()));
-    QCOMPARE(status(), u"Pronto"_qs);
+    QCOMPARE(status(), u"Pronto (0 ms)"_qs);
 }
 
 void TestVaultAccess::fiveAccentedLettersMakeAVault() {
@@ -161,7 +161,7 @@ void TestVaultAccess::createFailureIsTold() {
         dialog->findChild<QLineEdit*>()->setText(Password);
         dialog->accept();
     });
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível criar o cofre."_qs);
     QVERIFY(!m_driver->action(u"Desbloquear"_qs)->isEnabled());
@@ -201,7 +201,7 @@ void TestVaultAccess::unlockRefuses() {
                                                    : Password);
         dialog->accept();
     });
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível desbloquear o cofre. Verifique a senha ou se o "
                          u"container foi alterado."_qs);
@@ -240,9 +240,10 @@ void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
     QCOMPARE(workspaces.size(), 1);
     const ReadOnlyMount held(workspaces.first().filePath());
     QVERIFY(held.isMounted());
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Bloquear"_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, u"Cofre desbloqueado."_qs);
     QCOMPARE(status(), u"Cofre bloqueado."_qs);
     QVERIFY(!m_driver->vaultIsOpen());
 }
@@ -309,7 +310,7 @@ void TestVaultAccess::commandsOutOfPlaceAreTold() {
     // The menu does not offer it; whoever gets there all the same is told why not.
     QVERIFY(!m_driver->action(command)->isEnabled());
     m_driver->action(command)->setEnabled(true);
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptInformation(u"Tessel"_qs);
     QVERIFY2(run(command), qPrintable(problems()));
     QCOMPARE(lastText(), message);
 }
@@ -322,7 +323,7 @@ void TestVaultAccess::anImportWhoseDriveIsGoneIsTold() {
     QVERIFY(m_driver->openVault(drive + u"/t.tvlt"_qs, Password));
     QVERIFY(QDir().rename(drive, path(u"gone"_qs)));
     m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {path(u"n.bin"_qs)});
-    m_driver->dialogs.press(u"Importar arquivos"_qs, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(u"Importar arquivos"_qs);
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível verificar o espaço livre da unidade do container."_qs);
     QVERIFY(m_driver->rowNames().isEmpty());
@@ -337,11 +338,12 @@ void TestVaultAccess::backupCopiesByteForByte() {
     m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
     // The file dialog asks before it lets anything be replaced.
     m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
-    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    m_driver->dialogs.acceptInformation(BackupTitle);
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(),
              u"Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada do "
              u"container e permanece protegido pela senha do cofre."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, u"Backup do container concluído."_qs);
     QCOMPARE(status(), u"Backup do container concluído."_qs);
     QCOMPARE(sha256OfFile(copy), sha256OfFile(containerPath()));
 }
@@ -352,7 +354,7 @@ void TestVaultAccess::backupOfNothingIsComplete() {
     int last = -1;
     const ProgressProbe probe([&last](const QProgressDialog*, int value) { last = value; });
     m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
-    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    m_driver->dialogs.acceptInformation(BackupTitle);
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(status(), u"Backup do container concluído."_qs);
     QCOMPARE(last, 1000);
@@ -365,7 +367,7 @@ void TestVaultAccess::backupRefusesTheContainerItself() {
     const QByteArray before = sha256OfFile(containerPath());
     m_driver->dialogs.answerFiles(BackupFileTitle, {containerPath()});
     m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
-    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(BackupTitle);
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Escolha um destino diferente do container original."_qs);
     QCOMPARE(sha256OfFile(containerPath()), before);
@@ -379,7 +381,7 @@ void TestVaultAccess::backupOntoALinkKeepsTheVault() {
     QVERIFY(QFile::link(containerPath(), link));
     m_driver->dialogs.answerFiles(BackupFileTitle, {link});
     m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
-    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    m_driver->dialogs.acceptInformation(BackupTitle);
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(sha256OfFile(containerPath()), before);
     QVERIFY(m_driver->unlock(Password));
@@ -414,7 +416,7 @@ void TestVaultAccess::backupFailuresAreTold() {
             QMetaObject::invokeMethod(dialog, "accept");
         });
     }
-    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(BackupTitle);
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), message);
     QCOMPARE(status(), QString());
@@ -429,9 +431,10 @@ void TestVaultAccess::fullDestinationLeavesNoPartialCopy() {
     QVERIFY(disk.isMounted());
     const QString copy = disk.filePath(u"copy.tvlt"_qs);
     m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
-    m_driver->dialogs.press(BackupTitle, u"OK"_qs);
+    m_driver->dialogs.acceptWarning(BackupTitle);
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), u"Falha ao fazer backup do container."_qs);
     QVERIFY(!QFileInfo::exists(copy));
 }
