@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "support/MustRun.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QString>
@@ -28,7 +30,7 @@ struct DriverRun {
     [[nodiscard]] QString text() const { return said.value(QStringLiteral("text")); }
 };
 
-/// Whether processes may be traced here.
+/// Whether processes may be traced here; tests that need it begin with NEEDS_TRACING.
 [[nodiscard]] bool canInjectFaults();
 
 /// Runs one operation of a vault in a process of its own, in which system calls fail as
@@ -42,3 +44,8 @@ struct DriverRun {
 [[nodiscard]] QStringList callsOfDriver(const QStringList& arguments, const QString& names);
 
 } // namespace Tessel::Tests
+
+/// Begins a test function that makes a process's system calls fail, or lists them.
+#define NEEDS_TRACING()                                                                            \
+    SKIP_UNLESS(Tessel::Tests::canInjectFaults(),                                                  \
+                "needs strace, which is missing or not allowed to trace here")

@@ -704,9 +704,7 @@ private Q_SLOTS:
     }
 
     void aReadOnlyDriveIsReadAndNotWritten() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const QByteArray before = containerWith(SmallHeader);
         QVERIFY(writeFile(path(), before));
         const ReadOnlyMount drive(m_folder->path());
@@ -730,9 +728,7 @@ private Q_SLOTS:
     }
     void aDriveWithoutRoomKeepsTheOldFile() {
         QFETCH(const qint64, room);
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(24 * MiB);
         QVERIFY(disk.isMounted());
         const QString target = disk.filePath(QStringLiteral("tessel.tvlt"));
@@ -751,9 +747,7 @@ private Q_SLOTS:
     }
 
     void aRewriteWithoutRoomLeavesTheFile() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         // A sparse container takes room only when its header region is first written.
         const SmallDisk disk(MiB);
         QVERIFY(disk.isMounted());

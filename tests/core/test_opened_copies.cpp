@@ -297,9 +297,7 @@ private Q_SLOTS:
     }
 
     void aLocalDiskWithoutRoomGivesNoPath() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(MiB);
         QVERIFY(disk.isMounted());
         CraftedContainer crafted = usedContainer();
@@ -491,9 +489,7 @@ private Q_SLOTS:
     }
 
     void aDriveThatTakesNothingKeepsTheVaultOpen() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QString copy = opened(fixture, A);
@@ -514,9 +510,7 @@ private Q_SLOTS:
     }
 
     void aFullDriveKeepsTheVaultOpen() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
@@ -556,9 +550,7 @@ private Q_SLOTS:
     }
 
     void aWorkspaceThatCannotBeRemovedIsReportedAndTheVaultLocked() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QString copy = opened(fixture, A);

@@ -455,9 +455,7 @@ void TestRedoRecord::backupOfATornContainerIsRepaired() {
 }
 
 void TestRedoRecord::readOnlyTornContainerIsReadable() {
-    if (!hasPrivateMounts()) {
-        QSKIP("this system grants no mounts to an ordinary user");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     const Change change;
     const QByteArray bytes = change.tornInTheMiddle() + recordOf(change.after);
     VaultFixture fixture;
@@ -477,9 +475,7 @@ void TestRedoRecord::readOnlyTornContainerIsReadable() {
 }
 
 void TestRedoRecord::fullDriveStillDeletes() {
-    if (!hasPrivateMounts()) {
-        QSKIP("this system grants no mounts to an ordinary user");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     const Change change;
     const SmallDisk disk(12 * MiB);
     QVERIFY(disk.isMounted());
@@ -499,9 +495,7 @@ void TestRedoRecord::fullDriveStillDeletes() {
 }
 
 void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
-    if (!hasPrivateMounts()) {
-        QSKIP("this system grants no mounts to an ordinary user");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     // Otherwise a rewrite that finds no room would run in front of a record that is older than
     // the header, and a pull in the middle would go back to that.
     const Change change;
@@ -514,9 +508,7 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     const DriverRun run =
         runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
                   {u"write:signal=KILL:when=2"_qs});
-    if (!canInjectFaults()) {
-        QSKIP("processes may not be traced here");
-    }
+    NEEDS_TRACING();
     QVERIFY(!run.ended());
     // Killed before the header: what stands at the end is the record of this very change.
     QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
@@ -612,9 +604,7 @@ void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved_data() {
 
 void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
     QFETCH(const QString, error);
-    if (!canInjectFaults()) {
-        QSKIP("processes may not be traced here");
-    }
+    NEEDS_TRACING();
     VaultFixture fixture(Change().before);
     const VaultPicture picture(fixture);
     const QString source = fixture.write(u"c"_qs, "de c");

@@ -230,9 +230,7 @@ private Q_SLOTS:
     }
 
     void whatCannotBeRemovedIsReported() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
         const QString stuck = workspace.pathForVaultFile(QStringLiteral("docs/stuck"));

@@ -372,9 +372,7 @@ private Q_SLOTS:
     }
     void aLocalDiskWithoutRoomIsAFailure() {
         QFETCH(const qint64, room);
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(12 * MiB);
         QVERIFY(disk.isMounted());
         QVERIFY(disk.fillUpTo(room));
@@ -432,9 +430,7 @@ private Q_SLOTS:
     }
 
     void aContainerThatCannotBeDeletedStays() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
@@ -474,9 +470,7 @@ private Q_SLOTS:
     }
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const DriverRun run = runDriver(
@@ -489,9 +483,7 @@ private Q_SLOTS:
     }
 
     void aRebuiltContainerThatCannotBeReadBackIsAFailure() {
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         // It gets its name when it is complete; the reads that follow verify it.
         const int before =
             callsUntil(QStringLiteral("read"),
@@ -511,9 +503,7 @@ private Q_SLOTS:
     }
 
     void aRebuiltContainerThatTheDiskDoesNotTakeIsAFailure() {
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const DriverRun run = runDriver(
@@ -535,9 +525,7 @@ private Q_SLOTS:
     }
     void aDriveThatFillsUpKeepsTheRebuiltContainer() {
         QFETCH(const qint64, room);
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
@@ -606,9 +594,7 @@ private Q_SLOTS:
     }
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer() {
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();
@@ -620,9 +606,7 @@ private Q_SLOTS:
     }
 
     void aRebuiltContainerThatCannotBeOpenedIsKept() {
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         const int before =
             callsUntil(QStringLiteral("openat"), QStringLiteral("unlink.*/drive/tessel.tvlt"));
         QVERIFY(before > 0);

@@ -608,9 +608,7 @@ private Q_SLOTS:
     // --- Drives that fail ------------------------------------------------------------------
 
     void nothingIsRearrangedOnAReadOnlyDrive() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.createDirectory(QStringLiteral("empty")));
@@ -648,9 +646,7 @@ private Q_SLOTS:
     }
     void aDriveThatFailsDuringAChangeKeepsTheVault() {
         QFETCH(const QStringList, operation);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         CraftedContainer crafted = usedContainer();
         crafted.addFolder(QStringLiteral("empty"));
         VaultFixture fixture(crafted);

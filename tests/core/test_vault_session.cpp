@@ -185,9 +185,7 @@ private Q_SLOTS:
     }
 
     void creatingOnAFullDriveKeepsTheOldVault() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
@@ -221,9 +219,7 @@ private Q_SLOTS:
     }
 
     void creatingOnADiskThatDoesNotTakeItKeepsTheOldVault() {
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const DriverRun run = runDriver(
@@ -468,9 +464,7 @@ private Q_SLOTS:
     void aTornHeaderKeepsItsRecordWhenTheRepairFails() {
         QFETCH(const QString, operation);
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         const CraftedContainer crafted = usedContainer();
         VaultFixture fixture(crafted);
         const QByteArray whole = readFile(fixture.container());
@@ -680,9 +674,7 @@ private Q_SLOTS:
     }
 
     void changingThePasswordOnAReadOnlyDriveIsRefused() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const ReadOnlyMount drive(fixture.driveFolder());
@@ -799,9 +791,7 @@ private Q_SLOTS:
     }
 
     void savingOnAReadOnlyDriveIsRefused() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
@@ -840,9 +830,7 @@ private Q_SLOTS:
     }
     void aDriveThatFailsWhileSavingLeavesTheHeader() {
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
@@ -859,9 +847,7 @@ private Q_SLOTS:
     }
     void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader() {
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),

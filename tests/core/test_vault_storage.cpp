@@ -397,9 +397,7 @@ private Q_SLOTS:
     }
 
     void aReadOnlyDriveTakesNoFileAndGivesThemBack() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QString source = fixture.write(QStringLiteral("source"), "abc");
@@ -485,9 +483,7 @@ private Q_SLOTS:
     }
     void aDriveWithoutRoomIsLeftAsItWas() {
         QFETCH(const qint64, room);
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(32 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
@@ -503,9 +499,7 @@ private Q_SLOTS:
     }
 
     void aDriveFilledToTheLastPageStillTakesTheFile() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
@@ -575,9 +569,7 @@ private Q_SLOTS:
     }
     void aDriveThatFailsDuringAnImportIsLeftAsItWas() {
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
         const VaultPicture before(fixture);
@@ -597,9 +589,7 @@ private Q_SLOTS:
     }
     void aSourceThatFailsDuringAnImportIsRolledBack() {
         QFETCH(const QString, injection);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
         const VaultPicture before(fixture);
@@ -625,9 +615,7 @@ private Q_SLOTS:
     }
     void aDriveThatFailsForGoodNeverLosesTheOldFile() {
         QFETCH(const QStringList, injections);
-        if (!canInjectFaults()) {
-            QSKIP("needs strace, which is missing or not allowed to trace here");
-        }
+        NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const QByteArray contents = noise(Chunk + 1000);
         const QString source = fixture.write(QStringLiteral("source"), contents);
@@ -703,9 +691,7 @@ private Q_SLOTS:
     }
 
     void aDestinationWithoutRoomIsAFailure() {
-        if (!hasPrivateMounts()) {
-            QSKIP("needs mounts of its own, which this system refuses");
-        }
+        NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(4 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture;

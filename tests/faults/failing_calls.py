@@ -221,8 +221,7 @@ def main():
     if not shutil.which("strace") or subprocess.run(
             ["strace", "-f", "-qq", "-o", "/dev/null", "true"], check=False,
             stderr=subprocess.DEVNULL).returncode != 0:
-        print("SKIP: strace is missing or not allowed to trace here")
-        return vw.SKIPPED
+        return vw.refused("strace is missing or not allowed to trace here")
     with vw.fast_folder() as folder, \
             concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         sweep = Sweep(folder, options.long, options.jobs)

@@ -6,8 +6,7 @@
 An operation runs on a vault on that file system. Either the file system is shut down after so many
 milliseconds, whatever the operation is doing, or as soon as the operation has reported success. It
 is then mounted again, which replays its journal, and the vault must hold what it held before or
-after the operation; what was reported done must be there. Needs root and a loop device; exits with
-77 where there is none.
+after the operation; what was reported done must be there. Needs root and a loop device.
 """
 
 import argparse
@@ -160,8 +159,7 @@ def main():
     parser.add_argument("--only", help="the operation to try")
     options = parser.parse_args()
     if os.geteuid() != 0 or not shutil.which("mkfs.ext4"):
-        print("SKIP: only root can mount a loop device, and needs mkfs.ext4")
-        return vw.SKIPPED
+        return vw.refused("only root can mount a loop device, and needs mkfs.ext4")
     enter_own_mounts()
     results = []
     with vw.fast_folder() as folder:
@@ -172,8 +170,7 @@ def main():
             drive.mount()
             drive.unmount()
         except Refused as reason:
-            print(f"SKIP: {reason}")
-            return vw.SKIPPED
+            return vw.refused(reason)
         try:
             for operation in vw.OPERATIONS:
                 if options.only in (None, operation.name):

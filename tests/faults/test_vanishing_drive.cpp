@@ -78,9 +78,7 @@ private Q_SLOTS:
 };
 
 void TestVanishingDrive::init() {
-    if (!hasPrivateMounts()) {
-        QSKIP("this system grants no mounts to an ordinary user");
-    }
+    NEEDS_PRIVATE_MOUNTS();
 }
 
 static void addChanges() {

@@ -9,13 +9,17 @@ import json
 import os
 import shutil
 import subprocess
+import sys
 import tempfile
 from dataclasses import dataclass, field
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
+from must_run import refused
+
 PASSWORD = "senha de teste"
 NEW_PASSWORD = "outra senha longa"
-SKIPPED = 77
 NEW_CONTENTS = bytes(range(256)) * 300
 
 

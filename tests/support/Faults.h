@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "support/MustRun.h"
+
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QString>
@@ -18,7 +20,7 @@ constexpr qint64 MiB = 1048576;
 
 /// Gives this process mounts of its own, which end with it. Call it first in main(), while there
 /// is one thread.
-/// @return false where the system refuses; tests that need a mount then skip, saying so.
+/// @return false where the system refuses; tests that need a mount begin with NEEDS_PRIVATE_MOUNTS.
 [[nodiscard]] bool enterPrivateMounts();
 /// Whether enterPrivateMounts() succeeded in this process.
 [[nodiscard]] bool hasPrivateMounts();
@@ -130,3 +132,8 @@ int runWithFaults(int argc, char** argv) {
 }
 
 } // namespace Tessel::Tests
+
+/// Begins a test function that needs a mount.
+#define NEEDS_PRIVATE_MOUNTS()                                                                     \
+    SKIP_UNLESS(Tessel::Tests::hasPrivateMounts(),                                                 \
+                "needs mounts of its own, which this system refuses")

@@ -222,9 +222,7 @@ void TestFileCommands::byteCountsDoNotWrap() {
 }
 
 void TestFileCommands::fullDriveRefusesAnImport() {
-    if (!hasPrivateMounts()) {
-        QSKIP("needs mounts of its own, which this system refuses");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     const SmallDisk disk(32 * MiB);
     QVERIFY(disk.isMounted());
     const QString container = disk.filePath(u"t.tvlt"_qs);
@@ -245,9 +243,7 @@ void TestFileCommands::fullDriveRefusesAnImport() {
 }
 
 void TestFileCommands::littleRoomIsAskedAbout() {
-    if (!hasPrivateMounts()) {
-        QSKIP("needs mounts of its own, which this system refuses");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     const SmallDisk disk(64 * MiB);
     QVERIFY(disk.isMounted());
     const QString container = disk.filePath(u"t.tvlt"_qs);
@@ -854,9 +850,7 @@ void TestFileCommands::compactionFreesTheSpace() {
 }
 
 void TestFileCommands::containerThatCannotBeReplacedIsTold() {
-    if (!hasPrivateMounts()) {
-        QSKIP("needs mounts of its own, which this system refuses");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     QVERIFY(openSample());
     const PinnedFile pinned(containerPath());
     QVERIFY(pinned.isMounted());

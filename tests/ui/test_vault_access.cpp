@@ -230,9 +230,7 @@ void TestVaultAccess::unlockAndLockSaySo() {
 }
 
 void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
-    if (!hasPrivateMounts()) {
-        QSKIP("needs mounts of its own, which this system refuses");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     QVERIFY(chooseCrafted());
     QVERIFY(m_driver->unlock(Password));
     const QFileInfoList workspaces =
@@ -423,9 +421,7 @@ void TestVaultAccess::backupFailuresAreTold() {
 }
 
 void TestVaultAccess::fullDestinationLeavesNoPartialCopy() {
-    if (!hasPrivateMounts()) {
-        QSKIP("needs mounts of its own, which this system refuses");
-    }
+    NEEDS_PRIVATE_MOUNTS();
     QVERIFY(chooseCrafted());
     const SmallDisk disk(MiB);
     QVERIFY(disk.isMounted());

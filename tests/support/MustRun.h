@@ -1,0 +1,28 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include <QtGlobal>
+
+namespace Tessel::Tests {
+
+/// Whether a test that this machine cannot run has failed: continuous integration sets CI, and
+/// there every test has to run. tests/support/must_run.py is the same rule for Python.
+[[nodiscard]] inline bool everyTestMustRun() {
+    return !qEnvironmentVariableIsEmpty("CI");
+}
+
+} // namespace Tessel::Tests
+
+/// Ends a test function, or init(), that this machine cannot run unless @p condition holds:
+/// skipped, or failed where every test must run. The reason is a literal and is printed.
+#define SKIP_UNLESS(condition, reason)                                                             \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            if (Tessel::Tests::everyTestMustRun()) {                                               \
+                QFAIL(reason "; CI is set, so this must run");                                     \
+            }                                                                                      \
+            QSKIP(reason);                                                                         \
+        }                                                                                          \
+    } while (false)
