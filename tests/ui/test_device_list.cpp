@@ -8,6 +8,7 @@
 #include "support/Files.h"
 #include "support/WindowDriver.h"
 #include "support/fake_machine_test.h"
+#include "ui/DisplayFormats.h"
 
 #include <QAction>
 #include <QApplication>
@@ -15,6 +16,7 @@
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QListWidget>
+#include <QStorageInfo>
 #include <QTest>
 
 #include <memory>
@@ -24,6 +26,7 @@ using Tessel::Tests::DialogDriver;
 using Tessel::Tests::FakeUsb;
 using Tessel::Tests::WindowDriver;
 using Tessel::Tests::writeFile;
+using Tessel::UI::formatFileSize;
 
 namespace {
 
@@ -92,6 +95,9 @@ private Q_SLOTS:
     void arrowKeyGoesBackToTheDriveOfTheContainer();
     void currentRowAloneGoesBackToTheDriveOfTheContainer();
     void newVaultMarksItsDrive();
+    void driveOfTheContainerIsScrolledIntoView();
+    void importShowsTheSpaceThatIsLeft();
+    void compactionShowsTheSpaceThatIsFree();
 
     void doubleClickOpensTheContainerOfTheDrive();
     void doubleClickChangesTheContainer();
@@ -115,6 +121,10 @@ private:
     void click(int row);
     void doubleClick(int row);
     [[nodiscard]] QString containerText() const;
+    /// Opens the container as the vault of the only drive, which has room.
+    [[nodiscard]] bool openVaultOnDrive(const CraftedContainer& crafted);
+    /// The row of the only drive as it has to read now.
+    [[nodiscard]] static QString rowOfTheDriveNow();
 
     std::unique_ptr<FakeUsb> m_usb;
     std::unique_ptr<WindowDriver> m_driver;
@@ -196,6 +206,20 @@ void TestDeviceList::doubleClick(int row) {
 
 QString TestDeviceList::containerText() const {
     return m_driver->label(u"containerLabel"_qs)->toolTip();
+}
+
+bool TestDeviceList::openVaultOnDrive(const CraftedContainer& crafted) {
+    plugIn(u"sdz"_qs, u"PEN"_qs);
+    m_usb->mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs, 256 << 20);
+    const QString path = u"/media/ana/PEN/x.tvlt"_qs;
+    const bool written = crafted.writeTo(path);
+    openWindow();
+    return written && m_driver->openVault(path, Password);
+}
+
+QString TestDeviceList::rowOfTheDriveNow() {
+    const qint64 free = QStorageInfo(u"/media/ana/PEN"_qs).bytesFree();
+    return u"PEN (/media/ana/PEN) | %1 livres"_qs.arg(formatFileSize(free));
 }
 
 // --- What the rows say -----------------------------------------------------------------------
@@ -572,6 +596,60 @@ void TestDeviceList::newVaultMarksItsDrive() {
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
     QCOMPARE(m_driver->result(), u"Cofre criado com sucesso."_qs);
+}
+
+void TestDeviceList::driveOfTheContainerIsScrolledIntoView() {
+    constexpr int Drives = 12;
+    for (int i = 0; i < Drives; ++i) {
+        plugInMounted(u"sdz%1"_qs.arg(i), u"/media/ana/PEN%1"_qs.arg(i));
+    }
+    openWindow();
+    const auto inView = [this](int row) {
+        return list()->viewport()->rect().contains(list()->visualItemRect(list()->item(row)));
+    };
+    QVERIFY(inView(0));
+    QVERIFY(!inView(Drives - 1));
+    const QString last = list()->item(Drives - 1)->data(Qt::UserRole).toString();
+    const QString first = list()->item(0)->data(Qt::UserRole).toString();
+    QVERIFY(writeFile(last + u"/x.tvlt"_qs, "x") && writeFile(first + u"/x.tvlt"_qs, "x"));
+    QVERIFY(m_driver->chooseContainer(last + u"/x.tvlt"_qs));
+    QCOMPARE(chosenRow(), Drives - 1);
+    QVERIFY(inView(Drives - 1));
+
+    // Someone has scrolled away from it; the row was the current one all the time.
+    list()->scrollToTop();
+    QVERIFY(!inView(Drives - 1));
+    QVERIFY(m_driver->chooseContainer(last + u"/x.tvlt"_qs));
+    QVERIFY(inView(Drives - 1));
+    QVERIFY(m_driver->chooseContainer(first + u"/x.tvlt"_qs));
+    QVERIFY(inView(0));
+}
+
+void TestDeviceList::importShowsTheSpaceThatIsLeft() {
+    QVERIFY(openVaultOnDrive(CraftedContainer()));
+    m_usb->makeDirectory(u"/mnt/disk"_qs);
+    QVERIFY(writeFile(u"/mnt/disk/n.bin"_qs, QByteArray(3 << 20, 'n')));
+    const QString before = texts().first();
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {u"/mnt/disk/n.bin"_qs});
+    m_driver->action(u"Importar..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(texts().first() != before);
+    QCOMPARE(texts(), QStringList{rowOfTheDriveNow()});
+    QCOMPARE(looks(), QStringList{Marked});
+}
+
+void TestDeviceList::compactionShowsTheSpaceThatIsFree() {
+    CraftedContainer crafted;
+    crafted.addPayload(QByteArray(5 << 20, 'x'));
+    QVERIFY(openVaultOnDrive(crafted));
+    const QString before = texts().first();
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
+    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(texts().first() != before);
+    QCOMPARE(texts(), QStringList{rowOfTheDriveNow()});
+    QCOMPARE(looks(), QStringList{Marked});
 }
 
 // --- Double click ----------------------------------------------------------------------------

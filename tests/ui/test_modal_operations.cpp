@@ -28,6 +28,10 @@ using Tessel::UI::formatFileSize;
 namespace {
 
 const QString Password = QStringLiteral("senha de teste");
+const QString SpeedNote = QStringLiteral(
+    "A velocidade depende da taxa de leitura e escrita da unidade USB.\nDispositivos USB 3 ou "
+    "superiores tendem a ser mais rápidos.");
+constexpr qint64 MiB = 1048576;
 
 /// What the progress dialog says when it opens.
 class FirstLabel : public QObject {
@@ -61,6 +65,8 @@ private Q_SLOTS:
     void nothingElseStartsMeanwhile();
     void progressMovesInThousandths_data();
     void progressMovesInThousandths();
+    void backupCountsItsChunks();
+    void importNamesEachFileAndCountsItsBytes();
 
 private:
     [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_qs); }
@@ -220,13 +226,9 @@ void TestModalOperations::progressMovesInThousandths_data() {
                                    u"container criptografado no disco "
                                    u"local."_qs
                                 << u"Substituindo container no USB...\n%1 de %1"_qs;
-    QTest::newRow("import")
-        << u"Importar..."_qs
-        << u"Importando arquivos para o cofre...\n\nA velocidade depende da taxa de leitura e "
-           u"escrita "
-           u"da unidade USB.\nDispositivos USB 3 ou superiores tendem a ser mais rápidos."_qs
-        << u"Importando n.bin...\n%1 de %1\n\nA velocidade depende da taxa de leitura e escrita da "
-           u"unidade USB.\nDispositivos USB 3 ou superiores tendem a ser mais rápidos."_qs.arg(one);
+    QTest::newRow("import") << u"Importar..."_qs
+                            << u"Importando arquivos para o cofre...\n\n%1"_qs.arg(SpeedNote)
+                            << u"Importando n.bin...\n%1 de %1\n\n%2"_qs.arg(one, SpeedNote);
     QTest::newRow("backup") << u"Fazer backup..."_qs
                             << u"Copiando backup criptografado...\n\nO backup permanece protegido "
                                u"pela senha do cofre."_qs
@@ -259,6 +261,48 @@ void TestModalOperations::progressMovesInThousandths() {
     QCOMPARE(values.last(), 1000);
     // A compaction has two phases, and each starts at nothing.
     QVERIFY(operation == u"Compactar cofre..." || std::is_sorted(values.cbegin(), values.cend()));
+}
+
+void TestModalOperations::backupCountsItsChunks() {
+    CraftedContainer crafted;
+    QVERIFY(crafted.leaveGap(9 * MiB).writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    const qint64 total = crafted.fileSize();
+    QStringList expected;
+    for (const qint64 copied : {8 * MiB, 16 * MiB, total}) {
+        expected.append(u"%1: Copiando backup criptografado...\n%2 de %3"_qs.arg(
+            QString::number(copied * 1000 / total), formatFileSize(copied), formatFileSize(total)));
+    }
+    QStringList steps;
+    const ProgressProbe probe([&steps](const QProgressDialog* dialog, int value) {
+        steps.append(u"%1: %2"_qs.arg(QString::number(value), dialog->labelText()));
+    });
+    start(u"Fazer backup..."_qs);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(steps, expected);
+}
+
+void TestModalOperations::importNamesEachFileAndCountsItsBytes() {
+    QVERIFY(prepare(u"Importar..."_qs));
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    const QString small = m_folder->filePath(u"n.bin"_qs);
+    const QString large = m_folder->filePath(u"grande.bin"_qs);
+    QVERIFY(writeFile(large, noise(17 * MiB)));
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {small, large});
+    QStringList steps;
+    const ProgressProbe probe([&steps](const QProgressDialog* dialog, int value) {
+        steps.append(u"%1: %2"_qs.arg(QString::number(value), dialog->labelText()));
+    });
+    m_driver->action(u"Importar..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    // Before its first byte a file is called by its name alone, then by its place in the vault.
+    QCOMPARE(steps,
+             QStringList(
+                 {u"0: Importando n.bin...\n\n"_qs + SpeedNote,
+                  u"1000: Importando docs/n.bin...\n1 bytes de 1 bytes\n\n"_qs + SpeedNote,
+                  u"0: Importando grande.bin...\n\n"_qs + SpeedNote,
+                  u"941: Importando docs/grande.bin...\n16.0 MB de 17.0 MB\n\n"_qs + SpeedNote,
+                  u"1000: Importando docs/grande.bin...\n17.0 MB de 17.0 MB\n\n"_qs + SpeedNote}));
 }
 
 QTEST_MAIN(TestModalOperations)

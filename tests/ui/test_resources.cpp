@@ -1,8 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "ui/ApplicationSetup.h"
 #include "ui/ProductInfo.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -62,6 +64,7 @@ private Q_SLOTS:
     void theIconHasEverySize();
     void everyPictureOfTheIconIsDrawn_data();
     void everyPictureOfTheIconIsDrawn();
+    void theApplicationBearsNameAndIcon();
     void theHelpPageIsUtf8();
     void theHelpPageShowsThePicturesAndNoOthers();
     void everyPictureSaysInWordsWhatItShows();
@@ -116,6 +119,25 @@ void TestResources::everyPictureOfTheIconIsDrawn() {
                qBlue(pixel) < 110;
     };
     QVERIFY(pixelsWith(picture, isGold) >= picture.width() * picture.height() / 100);
+}
+
+void TestResources::theApplicationBearsNameAndIcon() {
+    // What this program is called without it.
+    QVERIFY(QApplication::applicationName() != u"Tessel");
+    QVERIFY(QApplication::windowIcon().isNull());
+    Tessel::UI::setUpApplication(*qApp);
+    QCOMPARE(QApplication::applicationName(), u"Tessel"_qs);
+    QCOMPARE(QApplication::applicationVersion(), u"1.0.0"_qs);
+    QCOMPARE(QApplication::organizationName(), u"Tessel"_qs);
+    // The desktop finds the program's entry, and so its icon, by this name.
+    const QString desktopFile = QGuiApplication::desktopFileName();
+    QVERIFY2(QFile::exists(u"%1/%2.desktop"_qs.arg(QStringLiteral(PACKAGING_FOLDER), desktopFile)),
+             qPrintable(desktopFile));
+    const QSize size(48, 48);
+    QCOMPARE(QApplication::windowIcon().pixmap(size, 1.0).toImage(),
+             QIcon(u":/icons/Tessel.ico"_qs).pixmap(size, 1.0).toImage());
+    // The toolkit's own buttons speak the language of the others.
+    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), u"Cancelar"_qs);
 }
 
 void TestResources::theHelpPageIsUtf8() {

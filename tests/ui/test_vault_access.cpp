@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QInputDialog>
 #include <QLineEdit>
 #include <QRegularExpression>
 #include <QStatusBar>
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void createFailureIsTold();
     void unlockRefuses_data();
     void unlockRefuses();
+    void passwordsAreAskedForOutOfSight();
     void emptyPasswordIsSilent();
     void unlockAndLockSaySo();
     void aStubbornWorkspaceIsToldAndLockedAllTheSame();
@@ -137,6 +139,7 @@ void TestVaultAccess::createRefusesPasswords() {
     }
     QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), message.isEmpty() ? u"Senha:"_qs : message);
+    QVERIFY(!m_driver->dialogs.last().hasParent);
     QVERIFY(!QFileInfo::exists(containerPath()));
     QCOMPARE(status(), u"Pronto (0 ms)"_qs);
 }
@@ -164,6 +167,7 @@ void TestVaultAccess::createFailureIsTold() {
     m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível criar o cofre."_qs);
+    QVERIFY(m_driver->dialogs.last().hasParent);
     QVERIFY(!m_driver->action(u"Desbloquear"_qs)->isEnabled());
 }
 
@@ -194,7 +198,6 @@ void TestVaultAccess::unlockRefuses() {
     }
     m_driver->dialogs.handle(u"Senha do cofre"_qs, [&fault](QDialog* dialog) {
         auto* edit = dialog->findChild<QLineEdit*>();
-        QCOMPARE(edit->echoMode(), QLineEdit::Password);
         edit->setMaxLength(8 * 1048576);
         edit->setText(fault == u"long password"    ? QString(4 * 1048576, u'x')
                       : fault == u"wrong password" ? u"senha errada"_qs
@@ -205,8 +208,35 @@ void TestVaultAccess::unlockRefuses() {
     QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível desbloquear o cofre. Verifique a senha ou se o "
                          u"container foi alterado."_qs);
+    QVERIFY(m_driver->dialogs.last().hasParent);
     QVERIFY(!m_driver->vaultIsOpen());
     QCOMPARE(status(), QString());
+}
+
+void TestVaultAccess::passwordsAreAskedForOutOfSight() {
+    QStringList shown;
+    QList<QLineEdit::EchoMode> echoModes;
+    const auto typeUnseen = [&](QDialog* dialog) {
+        auto* input = qobject_cast<QInputDialog*>(dialog);
+        shown.append(input->textValue());
+        echoModes.append(input->textEchoMode());
+        input->setTextValue(Password);
+        input->accept();
+    };
+    m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
+    m_driver->dialogs.handle(FirstTitle, typeUnseen);
+    m_driver->dialogs.handle(SecondTitle, typeUnseen);
+    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
+    m_driver->dialogs.handle(u"Senha do cofre"_qs, typeUnseen);
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY(m_driver->vaultIsOpen());
+    QCOMPARE(shown, QStringList({QString(), QString(), QString()}));
+    QCOMPARE(echoModes, QList<QLineEdit::EchoMode>(3, QLineEdit::Password));
+    const QList<DialogDriver::Seen> passwords = m_driver->dialogs.seen().mid(1);
+    for (const DialogDriver::Seen& dialog : passwords) {
+        QCOMPARE(dialog.text, u"Senha:"_qs);
+        QVERIFY2(!dialog.hasParent, qPrintable(dialog.title));
+    }
 }
 
 void TestVaultAccess::emptyPasswordIsSilent() {
