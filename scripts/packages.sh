@@ -17,6 +17,7 @@ test_packages=(
     python3 python3-nacl
     argon2 strace e2fsprogs util-linux mount procps
     xvfb xauth openbox x11-utils dbus at-spi2-core python3-pyatspi
+    xdg-utils file
     fonts-dejavu-core
 )
 

@@ -1,0 +1,167 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/VaultManager.h"
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/MustRun.h"
+#include "support/WindowDriver.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+/// Set in the program that runs on a display of its own.
+constexpr const char* OnOwnDisplay = "TESSEL_TEST_ON_OWN_DISPLAY";
+
+/// What main() returns where this machine lacks something; CI has to have it.
+int lacking(const char* what) {
+    std::fprintf(stderr, "%s: %s is not installed here\n", everyTestMustRun() ? "FAIL" : "SKIP",
+                 what);
+    return everyTestMustRun() ? 1 : 77;
+}
+
+/// Starts this program once more on a virtual X display. Returns only when there is none.
+int startOnOwnDisplay(int argc, char** argv) {
+    qputenv(OnOwnDisplay, "1");
+    // Opening a document is the business of the platform plugin, and the offscreen one opens none.
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    QByteArray launcher = QByteArrayLiteral("xvfb-run");
+    QByteArray anyNumber = QByteArrayLiteral("--auto-servernum");
+    std::vector<char*> command{launcher.data(), anyNumber.data()};
+    command.insert(command.end(), argv, argv + argc);
+    command.push_back(nullptr);
+    ::execvp(command.front(), command.data());
+    return lacking("xvfb-run");
+}
+
+} // namespace
+
+/// A plain X session without a desktop's own services, whose person has chosen a text editor. No
+/// handler of the toolkit stands in between: the copy goes through xdg-open to that editor.
+class TestRealOpening : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void theEditorsChangeComesBackOnLocking_data();
+    void theEditorsChangeComesBackOnLocking();
+
+private:
+    [[nodiscard]] QString pathOf(const QString& name) const { return m_home.filePath(name); }
+    [[nodiscard]] bool installEditor() const;
+
+    QTemporaryDir m_home;
+};
+
+void TestRealOpening::initTestCase() {
+    const std::pair<const char*, QString> folders[] = {{"HOME", u"home"_qs},
+                                                       {"TMPDIR", u"tmp"_qs},
+                                                       {"XDG_RUNTIME_DIR", u"run"_qs},
+                                                       {"XDG_DATA_HOME", u"data"_qs},
+                                                       {"XDG_CONFIG_HOME", u"config"_qs}};
+    for (const auto& [variable, folder] : folders) {
+        QVERIFY(QDir().mkdir(pathOf(folder)));
+        QVERIFY(QFile::setPermissions(pathOf(folder),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        qputenv(variable, QFile::encodeName(pathOf(folder)));
+    }
+    // Whichever desktop these tests run on, xdg-open is not to ask its services.
+    qputenv("XDG_CURRENT_DESKTOP", "X-Generic");
+    QVERIFY(installEditor());
+}
+
+/// The editor tells which path it was given, once it has appended a line to the file there.
+bool TestRealOpening::installEditor() const {
+    const QString editor = pathOf(u"editor"_qs);
+    const QByteArray script = "#!/bin/sh\n"
+                              "echo 'mais uma linha' >>\"$1\"\n"
+                              "printf %s \"$1\" >\"$0.new\" && mv \"$0.new\" \"$0.opened\"\n";
+    const QByteArray entry = "[Desktop Entry]\nType=Application\nName=Editor\n"
+                             "MimeType=text/plain;\nExec=" +
+                             QFile::encodeName(editor) + " %f\n";
+    return writeFile(editor, script) &&
+           QFile::setPermissions(editor, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner) &&
+           QDir().mkpath(pathOf(u"data/applications"_qs)) &&
+           writeFile(pathOf(u"data/applications/editor.desktop"_qs), entry) &&
+           writeFile(pathOf(u"config/mimeapps.list"_qs),
+                     "[Default Applications]\ntext/plain=editor.desktop\n");
+}
+
+void TestRealOpening::theEditorsChangeComesBackOnLocking_data() {
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("plain name") << QString() << u"a.txt"_qs;
+    QTest::newRow("name that a URL encodes") << u"atas"_qs << u"março & abril, 100%25 #1?.txt"_qs;
+}
+
+void TestRealOpening::theEditorsChangeComesBackOnLocking() {
+    QFETCH(const QString, folder);
+    QFETCH(const QString, name);
+    const QString vaultPath = folder.isEmpty() ? name : folder + u'/' + name;
+    const QString container = pathOf(u"t.tvlt"_qs);
+    CraftedContainer crafted;
+    if (!folder.isEmpty()) {
+        crafted.addFolder(folder);
+    }
+    QVERIFY(crafted.addFile(vaultPath, "uma linha\n").writeTo(container));
+
+    WindowDriver driver;
+    QVERIFY(driver.openVault(container, Password));
+    QVERIFY(folder.isEmpty() || driver.activateRow(folder));
+    QVERIFY(driver.selectRow(name));
+    driver.action(u"Abrir"_qs)->trigger();
+    QCOMPARE(driver.statusMessage(), u"Arquivo aberto para edição."_qs);
+
+    const QString told = pathOf(u"editor.opened"_qs);
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(told), 30000);
+    const QString copy = QFile::decodeName(readFile(told));
+    QVERIFY(QFile::remove(told));
+    QVERIFY2(copy.startsWith(pathOf(u"tmp/Tessel/"_qs)), qPrintable(copy));
+    QVERIFY2(copy.endsWith(u'/' + vaultPath), qPrintable(copy));
+    QCOMPARE(readFile(copy), QByteArray("uma linha\nmais uma linha\n"));
+
+    driver.action(u"Bloquear"_qs)->trigger();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(!driver.vaultIsOpen());
+    QVERIFY(!QFile::exists(copy));
+
+    Tessel::Core::VaultManager vault;
+    QVERIFY(vault.unlockVault(container, Password.toUtf8()));
+    const bool exported = vault.exportFile(vaultPath, pathOf(u"exported"_qs));
+    QVERIFY(vault.lockVault());
+    QVERIFY(exported);
+    QCOMPARE(readFile(pathOf(u"exported"_qs)), QByteArray("uma linha\nmais uma linha\n"));
+}
+
+int main(int argc, char** argv) {
+    if (!qEnvironmentVariableIsSet(OnOwnDisplay)) {
+        return startOnOwnDisplay(argc, argv);
+    }
+    // xdg-open has the type of a file told by file(1).
+    for (const char* tool : {"xdg-open", "file"}) {
+        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty()) {
+            return lacking(tool);
+        }
+    }
+    QApplication application(argc, argv);
+    TestRealOpening test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_real_opening.moc"
