@@ -9,6 +9,9 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
+#include <QFileIconProvider>
+#include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
@@ -96,6 +99,8 @@ private Q_SLOTS:
 
     void headerClicksSort_data();
     void headerClicksSort();
+    void tiesGoByName_data();
+    void tiesGoByName();
     void iconHeaderIsIgnored();
     void sortingSurvivesLocking();
     void namesThatDifferInCaseKeepTheirOrder();
@@ -105,10 +110,12 @@ private Q_SLOTS:
     void parentOfTheRootIsTheRoot();
     void lockingReturnsToTheRoot();
     void doubleClickOpensAFile();
+    void folderThatIsGoneShowsOnlyTheWayUp();
 
     void badgesAreDrawn_data();
     void badgesAreDrawn();
     void otherFilesHaveTheDesktopsIcons();
+    void desktopIsAskedAboutAPlaceholder();
     void iconColumnShowsTheIcons();
     void typeLabelIsTheSuffix_data();
     void typeLabelIsTheSuffix();
@@ -120,10 +127,15 @@ private Q_SLOTS:
 
     void contextMenuHoldsCommandsInOrder_data();
     void contextMenuHoldsCommandsInOrder();
+    void contextMenuBesideTheRowsKeepsTheSelection();
 
     void fifteenThousandFilesAreShownInOrder();
 
 private:
+    struct ShownMenu;
+
+    /// Opens the table's menu at a position of its viewport, and closes it again.
+    [[nodiscard]] ShownMenu openContextMenu(const QPoint& position);
     [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
     [[nodiscard]] bool open(const CraftedContainer& crafted);
     [[nodiscard]] bool openSample();
@@ -366,6 +378,40 @@ void TestVaultBrowser::headerClicksSort() {
     QTEST(header->sortIndicatorOrder(), "order");
 }
 
+void TestVaultBrowser::tiesGoByName_data() {
+    QTest::addColumn<QList<int>>("clicks");
+    QTest::addColumn<QString>("names");
+    // A file without suffix has a type that is a word, between "ARJ" and "ASC".
+    QTest::newRow("type") << QList<int>{TypeColumn} << u"a B z v.arj README w.asc A.TXT b.txt"_qs;
+    QTest::newRow("type, descending")
+        << QList<int>{TypeColumn, TypeColumn} << u"z B a b.txt A.TXT w.asc README v.arj"_qs;
+    QTest::newRow("date") << QList<int>{DateColumn} << u"z a B w.asc A.TXT b.txt README v.arj"_qs;
+    QTest::newRow("date, descending")
+        << QList<int>{DateColumn, DateColumn} << u"B a z v.arj README b.txt A.TXT w.asc"_qs;
+}
+
+void TestVaultBrowser::tiesGoByName() {
+    QFETCH(const QList<int>, clicks);
+    const QString early = u"2023-01-01T12:00:00.000Z"_qs;
+    const QString late = u"2024-01-01T12:00:00.000Z"_qs;
+    CraftedContainer crafted;
+    crafted.addFolder(u"B"_qs).addFolder(u"a"_qs).addFolder(u"z"_qs);
+    const QStringList folderTimes{late, late, early};
+    for (int i = 0; i < folderTimes.size(); ++i) {
+        crafted.setFolderMember(i, u"modifiedUtc"_qs, folderTimes.at(i));
+    }
+    const QStringList files{u"b.txt"_qs, u"A.TXT"_qs, u"README"_qs, u"w.asc"_qs, u"v.arj"_qs};
+    for (int i = 0; i < files.size(); ++i) {
+        crafted.addFile(files.at(i), "x");
+        crafted.setFileMember(i, u"lastModifiedUtc"_qs, files.at(i) == u"w.asc" ? early : late);
+    }
+    QVERIFY(open(crafted));
+    for (const int column : clicks) {
+        clickHeader(column);
+    }
+    QTEST(m_driver->rowNames().join(u' '), "names");
+}
+
 void TestVaultBrowser::iconHeaderIsIgnored() {
     QVERIFY(openSample());
     clickHeader(SizeColumn);
@@ -464,6 +510,18 @@ void TestVaultBrowser::doubleClickOpensAFile() {
     QCOMPARE(desktop.opened.size(), 1);
 }
 
+void TestVaultBrowser::folderThatIsGoneShowsOnlyTheWayUp() {
+    QVERIFY(openSample());
+    // The row outlives its folder.
+    const int row = m_driver->rowNamed(u"zeta"_qs);
+    m_driver->table()->item(row, NameColumn)->setData(Qt::UserRole, u"Alfa/gone"_qs);
+    QVERIFY(m_driver->activateRow(u"zeta"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList{u".."_qs});
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/gone | 5 arquivos no cofre."_qs);
+    QVERIFY(m_driver->activateRow(u".."_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"beta"_qs, u"dentro.pdf"_qs}));
+}
+
 // --- Icons and words -------------------------------------------------------------------------
 
 void TestVaultBrowser::badgesAreDrawn_data() {
@@ -512,11 +570,29 @@ void TestVaultBrowser::otherFilesHaveTheDesktopsIcons() {
     const QImage general = image(provider.icon(QFileIconProvider::File));
     QCOMPARE(iconImage(VaultTableItemKind::File, u"README"_qs), general);
     QCOMPARE(iconImage(VaultTableItemKind::File, u"a.b/README"_qs), general);
-    QVERIFY(!iconImage(VaultTableItemKind::File, u"relatorio.pdf"_qs).isNull());
     QCOMPARE(iconImage(VaultTableItemKind::Directory, u"fotos.jpg"_qs),
              image(provider.icon(QFileIconProvider::Folder)));
     QCOMPARE(iconImage(VaultTableItemKind::ParentDirectory, u"fotos.jpg"_qs),
              image(QApplication::style()->standardIcon(QStyle::SP_ArrowUp)));
+}
+
+void TestVaultBrowser::desktopIsAskedAboutAPlaceholder() {
+    // Nobody has such a file. A folder of the placeholder's name gives the answer away.
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(m_folder->path()));
+    QVERIFY(QDir().mkdir(u"tessel-placeholder.pdf"_qs));
+    const QImage pdf = iconImage(VaultTableItemKind::File, u"docs/relatorio.PDF"_qs);
+    const QImage doc = iconImage(VaultTableItemKind::File, u"docs/relatorio.doc"_qs);
+    QVERIFY(QDir::setCurrent(before));
+    const QFileIconProvider provider;
+    const auto image = [](const QIcon& icon) {
+        return icon.pixmap(QSize(22, 22), 1.0).toImage();
+    };
+    const QImage general = image(provider.icon(QFileIconProvider::File));
+    QCOMPARE(pdf, image(provider.icon(QFileInfo(m_folder->path()))));
+    QVERIFY(pdf != general);
+    QVERIFY(!doc.isNull());
+    QVERIFY(doc != pdf);
 }
 
 void TestVaultBrowser::iconColumnShowsTheIcons() {
@@ -594,9 +670,37 @@ void TestVaultBrowser::summaryShowsAFolderNameAsItIs() {
 
 // --- Context menu ----------------------------------------------------------------------------
 
+/// What a context menu offered, and where.
+struct TestVaultBrowser::ShownMenu {
+    /// "--" is a separator.
+    QStringList texts;
+    QStringList enabled;
+    QPoint position;
+};
+
+TestVaultBrowser::ShownMenu TestVaultBrowser::openContextMenu(const QPoint& position) {
+    ShownMenu shown;
+    QTimer::singleShot(0, &m_driver->window, [&shown] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        QVERIFY(menu);
+        const QList<QAction*> actions = menu->actions();
+        for (const QAction* action : actions) {
+            shown.texts.append(action->isSeparator() ? u"--"_qs : action->text());
+            if (!action->isSeparator() && action->isEnabled()) {
+                shown.enabled.append(action->text());
+            }
+        }
+        shown.position = menu->pos();
+        menu->close();
+    });
+    Q_EMIT m_driver->table()->customContextMenuRequested(position);
+    return shown;
+}
+
 void TestVaultBrowser::contextMenuHoldsCommandsInOrder_data() {
     QTest::addColumn<QString>("row");
     QTest::addColumn<QStringList>("texts");
+    QTest::addColumn<QStringList>("enabled");
     const QStringList start = {u"Nova pasta..."_qs,
                                u"Renomear pasta..."_qs,
                                u"Excluir pasta vazia"_qs,
@@ -606,39 +710,45 @@ void TestVaultBrowser::contextMenuHoldsCommandsInOrder_data() {
                                u"Abrir"_qs};
     const QStringList ofAFile = {u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs};
     const QStringList end = {u"--"_qs, u"Excluir..."_qs};
-    QTest::newRow("no row") << QString() << start + end;
-    QTest::newRow("folder") << u"Alfa"_qs << start + end;
-    QTest::newRow("file") << u"nota.txt"_qs << start + ofAFile + end;
+    const QStringList always = {u"Nova pasta..."_qs, u"Importar..."_qs};
+    QTest::newRow("no row") << QString() << start + end << always;
+    QTest::newRow("folder") << u"beta"_qs << start + end
+                            << QStringList{u"Nova pasta..."_qs, u"Renomear pasta..."_qs,
+                                           u"Excluir pasta vazia"_qs, u"Importar..."_qs};
+    QTest::newRow("file") << u"dentro.pdf"_qs << start + ofAFile + end
+                          << always + QStringList{u"Exportar..."_qs, u"Abrir"_qs} + ofAFile +
+                                 QStringList{u"Excluir..."_qs};
+    QTest::newRow("parent row") << u".."_qs << start + end << always;
 }
 
 void TestVaultBrowser::contextMenuHoldsCommandsInOrder() {
-    QFETCH(QString, row);
+    QFETCH(const QString, row);
     QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
     QTableWidget* table = m_driver->table();
-    QPoint position(5, table->viewport()->height() - 2);
-    if (!row.isEmpty()) {
-        position = table->visualItemRect(item(m_driver->rowNamed(row), NameColumn)).center();
-    }
-    QStringList texts;
-    bool exportEnabled = false;
-    QPoint shownAt;
-    QTimer::singleShot(0, &m_driver->window, [&] {
-        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-        QVERIFY(menu);
-        const QList<QAction*> actions = menu->actions();
-        for (const QAction* action : actions) {
-            texts.append(action->isSeparator() ? u"--"_qs : action->text());
-        }
-        exportEnabled = m_driver->action(u"Exportar..."_qs)->isEnabled();
-        shownAt = menu->pos();
-        menu->close();
-    });
-    Q_EMIT table->customContextMenuRequested(position);
-    QTEST(texts, "texts");
-    QCOMPARE(table->currentRow(), m_driver->rowNamed(row));
-    QCOMPARE(exportEnabled, row == u"nota.txt");
-    QCOMPARE(shownAt.x(), table->viewport()->mapToGlobal(position).x());
+    const int hit = m_driver->rowNamed(row);
+    // Any place of the row will do: this is the last line of its icon.
+    const QPoint position = hit < 0 ? QPoint(5, table->viewport()->height() - 2)
+                                    : table->visualItemRect(item(hit, IconColumn)).bottomLeft();
+    const ShownMenu shown = openContextMenu(position);
+    QTEST(shown.texts, "texts");
+    QTEST(shown.enabled, "enabled");
+    QCOMPARE(table->currentRow(), hit);
+    QCOMPARE(table->selectedItems().size(), hit < 0 ? 0 : 5);
+    QVERIFY(hit < 0 || item(hit, NameColumn)->isSelected());
+    QCOMPARE(shown.position.x(), table->viewport()->mapToGlobal(position).x());
+    // Near the lower edge of the screen the menu would not have room below.
+    QVERIFY(hit < 0 || shown.position.y() == table->viewport()->mapToGlobal(position).y());
     QVERIFY(m_driver->window.findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly).isEmpty());
+}
+
+void TestVaultBrowser::contextMenuBesideTheRowsKeepsTheSelection() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    const ShownMenu shown = openContextMenu({5, m_driver->table()->viewport()->height() - 2});
+    QVERIFY(shown.enabled.contains(u"Excluir..."_qs));
+    QCOMPARE(m_driver->window.selectedVaultPath(), u"nota.txt"_qs);
+    QVERIFY(item(m_driver->rowNamed(u"nota.txt"_qs), NameColumn)->isSelected());
 }
 
 // --- Size ------------------------------------------------------------------------------------
