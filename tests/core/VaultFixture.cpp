@@ -6,8 +6,10 @@
 #include "support/Files.h"
 
 #include <QBuffer>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 
@@ -76,6 +78,19 @@ QString VaultFixture::write(const QString& name, const QByteArray& bytes) const 
 
 bool VaultFixture::store(const QString& vaultPath, const QByteArray& bytes) {
     return vault.importFile(write(QStringLiteral("stored"), bytes), vaultPath);
+}
+
+QString VaultFixture::openAndEdit(const QString& vaultPath, const QByteArray& bytes) {
+    QString path;
+    if (!vault.prepareFileForEditing(vaultPath, &path)) {
+        return {};
+    }
+    QFile copy(path);
+    const QDateTime later = QFileInfo(path).lastModified().addSecs(60);
+    const bool edited = copy.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+                        copy.write(bytes) == bytes.size() && copy.flush() &&
+                        copy.setFileTime(later, QFileDevice::FileModificationTime);
+    return edited ? path : QString();
 }
 
 QByteArray VaultFixture::stored(const QString& vaultPath) const {

@@ -53,6 +53,9 @@ public:
     [[nodiscard]] QString write(const QString& name, const QByteArray& bytes) const;
     /// Imports these bytes under that path.
     [[nodiscard]] bool store(const QString& vaultPath, const QByteArray& bytes);
+    /// Opens a file and writes @p bytes into its copy, as an editor would a minute later. The
+    /// copy's path; empty when that fails.
+    [[nodiscard]] QString openAndEdit(const QString& vaultPath, const QByteArray& bytes);
     /// What the vault gives back for a path; "(refused)" when it gives nothing back.
     [[nodiscard]] QByteArray stored(const QString& vaultPath) const;
     [[nodiscard]] QStringList filePaths() const;

@@ -1,0 +1,263 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// What becomes of an open vault when another one is opened or created in its place and that fails.
+
+#include "VaultFixture.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTest>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString A = QStringLiteral("docs/a.txt");
+const QByteArray OtherPassword = QByteArrayLiteral("outra senha");
+
+/// The vault that is open.
+CraftedContainer openContainer() {
+    CraftedContainer crafted;
+    crafted.addFolder(QStringLiteral("docs")).addFile(A, QByteArrayLiteral("contents of a"));
+    return crafted;
+}
+
+/// The vault that is to take its place.
+CraftedContainer otherContainer() {
+    CraftedContainer crafted(2);
+    crafted.keys.password = OtherPassword;
+    crafted.addFile(QStringLiteral("b"), "contents of b");
+    return crafted;
+}
+
+/// Leaves something at the path of the other container.
+using Make = bool (*)(const QString& path);
+
+void addRow(const char* name, const QByteArray& password, Make make) {
+    QTest::newRow(name) << password << QVariant::fromValue(make);
+}
+
+bool makeOther(const QString& path) {
+    return otherContainer().writeTo(path);
+}
+
+QByteArray withLastByteChanged(QByteArray bytes) {
+    bytes.back() = static_cast<char>(bytes.back() ^ 1);
+    return bytes;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Make)
+
+class TestSecondVault : public QObject {
+    Q_OBJECT
+
+private:
+    static QString otherPath(const VaultFixture& fixture) {
+        return fixture.driveFolder() + QStringLiteral("/other.tvlt");
+    }
+
+    /// The copy that was being edited gets back into the vault once that is open again.
+    static void compareEditIsTakenBack(VaultFixture& fixture, const QString& copy) {
+        QCOMPARE(readFile(copy), QByteArray("edited"));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(!QFileInfo::exists(copy));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+    }
+
+private Q_SLOTS:
+    // --- Opening another ------------------------------------------------------------------
+
+    void whatCannotBeReadLeavesTheOpenVault_data() {
+        QTest::addColumn<QByteArray>("password");
+        QTest::addColumn<QVariant>("make");
+        addRow("no password", {}, makeOther);
+        addRow("nothing there", OtherPassword, [](const QString&) { return true; });
+        addRow("a folder", OtherPassword, [](const QString& path) { return QDir().mkdir(path); });
+        addRow("no container", OtherPassword,
+               [](const QString& path) { return writeFile(path, "no container"); });
+        addRow("another version", OtherPassword, [](const QString& path) {
+            return otherContainer()
+                .setHeaderMember(QStringLiteral("formatVersion"), 4)
+                .writeTo(path);
+        });
+        addRow("cut short", OtherPassword, [](const QString& path) {
+            return otherContainer().cutAt(PayloadOffset - 1).writeTo(path);
+        });
+    }
+    void whatCannotBeReadLeavesTheOpenVault() {
+        QFETCH(const QByteArray, password);
+        QFETCH(const QVariant, make);
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "edited");
+        const VaultPicture before(fixture);
+        QVERIFY(make.value<Make>()(otherPath(fixture)));
+        QVERIFY(!fixture.vault.unlockVault(otherPath(fixture), password));
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        COMPARE_UNCHANGED(before);
+
+        // Its key and its container are still the session's.
+        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+        compareEditIsTakenBack(fixture, copy);
+    }
+
+    void whatDoesNotOpenTakesTheKeyOfTheOpenVault_data() {
+        QTest::addColumn<QByteArray>("password");
+        QTest::addColumn<QVariant>("make");
+        addRow("wrong password", "errada", makeOther);
+        addRow("the open vault's password", TestPassword, makeOther);
+        addRow("altered master key", OtherPassword, [](const QString& path) {
+            const QByteArray sealed = otherContainer().encryptedMasterKey();
+            return otherContainer()
+                .setCryptoMember(QStringLiteral("encryptedMasterKey"),
+                                 QString::fromLatin1(withLastByteChanged(sealed).toBase64()))
+                .writeTo(path);
+        });
+        addRow("altered index", OtherPassword, [](const QString& path) {
+            return otherContainer()
+                .setEncryptedIndex(withLastByteChanged(otherContainer().encryptedIndex()))
+                .writeTo(path);
+        });
+    }
+    void whatDoesNotOpenTakesTheKeyOfTheOpenVault() {
+        QFETCH(const QByteArray, password);
+        QFETCH(const QVariant, make);
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "edited");
+        const VaultPicture before(fixture);
+        QVERIFY(make.value<Make>()(otherPath(fixture)));
+        const QByteArray other = readFile(otherPath(fixture));
+        QVERIFY(!fixture.vault.unlockVault(otherPath(fixture), password));
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        COMPARE_UNCHANGED(before);
+
+        // The index stays in memory, but without the key nothing is given out, nothing is changed
+        // and no edit is lost.
+        compareNothingCanBeDone(fixture);
+        COMPARE_UNCHANGED(before);
+        QVERIFY(readFile(otherPath(fixture)) == other);
+        QVERIFY(!fixture.vault.lockVault());
+        COMPARE_UNCHANGED(before);
+        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 1);
+        compareEditIsTakenBack(fixture, copy);
+    }
+
+    void aWrongPasswordForTheOpenVaultItselfTakesItsKey() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.unlockVault(fixture.container(), "errada"));
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        compareNothingCanBeDone(fixture);
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.vault.lockVault());
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
+    }
+
+    // --- Creating another -----------------------------------------------------------------
+
+    void creatingLocksTheOpenVaultAndLeavesItsCopies_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("created");
+        QTest::newRow("written") << QStringLiteral("/new.tvlt") << true;
+        QTest::newRow("not written") << QStringLiteral("/missing/new.tvlt") << false;
+    }
+    void creatingLocksTheOpenVaultAndLeavesItsCopies() {
+        QFETCH(const QString, name);
+        QFETCH(const bool, created);
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "edited");
+        const QByteArray container = readFile(fixture.container());
+        const QString path = fixture.driveFolder() + name;
+        QCOMPARE(fixture.vault.createVault(path, OtherPassword), created);
+        QCOMPARE(QFileInfo::exists(path), created);
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(fixture.filePaths().isEmpty());
+        QVERIFY(fixture.folderPaths().isEmpty());
+        compareNothingCanBeDone(fixture);
+        QVERIFY(readFile(fixture.container()) == container);
+        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 1);
+        compareEditIsTakenBack(fixture, copy);
+    }
+
+    void creatingOverTheOpenVaultReplacesIt() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.createVault(fixture.container(), OtherPassword));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(!fixture.unlock());
+        QVERIFY(fixture.vault.unlockVault(fixture.container(), OtherPassword));
+        QVERIFY(fixture.filePaths().isEmpty());
+    }
+
+    void creatingWithoutAPasswordLeavesTheOpenVault() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.createVault(otherPath(fixture), {}));
+        QVERIFY(!QFileInfo::exists(otherPath(fixture)));
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+    }
+
+    void creatingWithoutTheMemoryForTheKeyLeavesTheStateAndTheCopies() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "edited");
+        const QByteArray container = readFile(fixture.container());
+        {
+            const MemoryLimit limit(100 * MiB);
+            QVERIFY(!fixture.vault.createVault(otherPath(fixture), OtherPassword));
+        }
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QVERIFY(!QFileInfo::exists(otherPath(fixture)));
+        // By then the session has forgotten the vault's index and turned to the path that was not
+        // written. Nothing reaches the vault that was open, and no edit is lost.
+        QVERIFY(fixture.filePaths().isEmpty());
+        QVERIFY(fixture.folderPaths().isEmpty());
+        compareNothingCanBeDone(fixture);
+        QVERIFY(!fixture.vault.lockVault());
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QVERIFY(!QFileInfo::exists(otherPath(fixture)));
+        QVERIFY(readFile(fixture.container()) == container);
+        compareEditIsTakenBack(fixture, copy);
+    }
+
+private:
+    /// Each of these would succeed in the open vault.
+    static void compareNothingCanBeDone(VaultFixture& fixture) {
+        VaultManager& vault = fixture.vault;
+        QCOMPARE(fixture.stored(A), QByteArray("(refused)"));
+        QVERIFY(!vault.exportFile(A, fixture.file(QStringLiteral("out"))));
+        QVERIFY(!fixture.store(QStringLiteral("new"), "new"));
+        QVERIFY(!vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(!vault.moveFile(A, QString()));
+        QVERIFY(!vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("new")));
+        QVERIFY(!vault.deleteFile(A));
+        QVERIFY(!vault.saveIndex(vault.fileIndex()));
+        QString error = QStringLiteral("to be emptied");
+        QVERIFY(!vault.compactVault({}, &error));
+        QCOMPARE(error, QString());
+    }
+};
+
+int main(int argc, char** argv) {
+    return runWithFaults<TestSecondVault>(argc, argv);
+}
+#include "test_second_vault.moc"
