@@ -10,8 +10,10 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTest>
 
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -259,6 +261,72 @@ private Q_SLOTS:
                                              {size, size, CopyLabel}}));
     }
 
+    void progressIsWhatItIsWhateverTheIndexSaysOfABlock_data() {
+        QTest::addColumn<QJsonValue>("plainSize");
+        QTest::newRow("none") << QJsonValue(QJsonValue::Undefined);
+        QTest::newRow("zero") << QJsonValue(0);
+        QTest::newRow("one less") << QJsonValue(999);
+        QTest::newRow("negative") << QJsonValue(-1000);
+        QTest::newRow("largest") << QJsonValue(std::numeric_limits<qint64>::max());
+        QTest::newRow("smallest") << QJsonValue(std::numeric_limits<qint64>::min());
+    }
+    void progressIsWhatItIsWhateverTheIndexSaysOfABlock() {
+        QFETCH(const QJsonValue, plainSize);
+        CraftedContainer crafted = usedContainer();
+        for (qsizetype block = 0; block < 3; ++block) {
+            crafted.setBlockMember(0, block, QStringLiteral("plainSize"), plainSize);
+        }
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        const qint64 claimed = fixture.entry(QStringLiteral("docs/a.bin")).blocks.at(1).plainSize;
+        QList<qint64> rebuilt;
+        QVERIFY(fixture.vault.compactVault(
+            [&](qint64 done, qint64 total, const QString& name) {
+                if (name != CopyLabel) {
+                    rebuilt.append(done);
+                    QCOMPARE(total, UsedPlainBytes);
+                }
+            },
+            nullptr));
+        QCOMPARE(rebuilt, (QList<qint64>{1000, 2000, 2500, 2800, 3100, 3200}));
+        // What is claimed is carried over as it stood.
+        QCOMPARE(fixture.entry(QStringLiteral("docs/a.bin")).blocks.at(1).plainSize, claimed);
+    }
+
+    void progressAddsUpTheSizesThatTheIndexClaims_data() {
+        QTest::addColumn<QJsonValue>("sizeBytes");
+        QTest::addColumn<qint64>("total");
+        constexpr qint64 Most = std::numeric_limits<qint64>::max();
+        constexpr qint64 OtherFile = 700;
+        QTest::newRow("as they are") << QJsonValue(2500) << UsedPlainBytes;
+        QTest::newRow("zero") << QJsonValue(0) << OtherFile;
+        QTest::newRow("negative") << QJsonValue(-1000) << OtherFile - 1000;
+        QTest::newRow("up to the most") << QJsonValue(Most - OtherFile) << Most;
+        // A sum that no number holds is no total; what would pass it is left out.
+        QTest::newRow("one beyond the most")
+            << QJsonValue(Most - OtherFile + 1) << Most - OtherFile + 1;
+        QTest::newRow("smallest") << QJsonValue(std::numeric_limits<qint64>::min())
+                                  << std::numeric_limits<qint64>::min() + OtherFile;
+    }
+    void progressAddsUpTheSizesThatTheIndexClaims() {
+        QFETCH(const QJsonValue, sizeBytes);
+        QFETCH(const qint64, total);
+        CraftedContainer crafted = usedContainer();
+        crafted.setFileMember(0, QStringLiteral("sizeBytes"), sizeBytes);
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QSet<qint64> totals;
+        QVERIFY(fixture.vault.compactVault(
+            [&](qint64, qint64 outOf, const QString& name) {
+                if (name != CopyLabel) {
+                    totals.insert(outOf);
+                }
+            },
+            nullptr));
+        QCOMPARE(totals, QSet<qint64>{total});
+        QVERIFY(hasUsedContents(fixture));
+    }
+
     void theContainerIsRebuiltInAPrivateFolderThatHoldsNoPlaintext() {
         CraftedContainer crafted;
         const QByteArray secret = QByteArrayLiteral("a secret that must stay sealed");
@@ -289,14 +357,7 @@ private Q_SLOTS:
     void openCopiesAreNeitherTakenBackNorTouched() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QString copy;
-        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("b.bin"), &copy));
-        QVERIFY(writeFile(copy, "edited"));
-        QFile file(copy);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        QVERIFY(file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(60),
-                                 QFileDevice::FileModificationTime));
-        file.close();
+        const QString copy = fixture.openAndEdit(QStringLiteral("b.bin"), "edited");
         QVERIFY(fixture.vault.compactVault({}, nullptr));
         QCOMPARE(readFile(copy), QByteArray("edited"));
         QCOMPARE(fixture.stored(QStringLiteral("b.bin")), noise(700, 2));
@@ -399,6 +460,17 @@ private Q_SLOTS:
         QTest::newRow("partly beyond the end")
             << QStringLiteral("offset") << QJsonValue(usedContainer().fileSize() - 10);
         QTest::newRow("negative") << QStringLiteral("offset") << QJsonValue(-1);
+        // No block of ours is as short as its tag alone, or longer than a chunk and its tag. The
+        // old container stays: whoever wants the rest of it smaller has to delete such a file
+        // first.
+        const QString size = QStringLiteral("encryptedSize");
+        constexpr qint64 LongestSealed = 16777216 + 16;
+        QTest::newRow("of no bytes") << size << QJsonValue(0);
+        QTest::newRow("of a negative size") << size << QJsonValue(-1);
+        QTest::newRow("of one byte") << size << QJsonValue(1);
+        QTest::newRow("a byte short of its tag") << size << QJsonValue(15);
+        QTest::newRow("its tag alone") << size << QJsonValue(16);
+        QTest::newRow("a byte longer than any") << size << QJsonValue(LongestSealed + 1);
     }
     void aBlockThatCannotBeReadIsAFailure() {
         QFETCH(const QString, member);
@@ -406,12 +478,27 @@ private Q_SLOTS:
         CraftedContainer crafted = usedContainer();
         crafted.addFile(QStringLiteral("lost"), "lost").setBlockMember(3, 0, member, value);
         VaultFixture fixture(crafted);
-        QVERIFY(QFile::resize(fixture.container(), usedContainer().fileSize()));
+        if (member == QLatin1String("offset")) {
+            QVERIFY(QFile::resize(fixture.container(), usedContainer().fileSize()));
+        } else {
+            // The bytes that the index claims are there.
+            QVERIFY(QFile::resize(fixture.container(), crafted.fileSize() + 32 * MiB));
+        }
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
         QString error = QStringLiteral("to be emptied");
         QVERIFY(!fixture.vault.compactVault({}, &error));
         compareNothingHappened(fixture, before, error);
+    }
+
+    void aBlockOfOneByteIsCarriedOver() {
+        CraftedContainer crafted;
+        crafted.leaveGap(100).addFile(QStringLiteral("short"), "x");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + 17);
+        QCOMPARE(fixture.stored(QStringLiteral("short")), QByteArray("x"));
     }
 
     void aRebuiltContainerThatVanishesIsAFailure() {
