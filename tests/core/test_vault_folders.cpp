@@ -217,6 +217,35 @@ private Q_SLOTS:
         QVERIFY(isSaved(fixture));
     }
 
+    void aMovedFileTakesTheSpellingOfTheCall() {
+        // Letter case does not matter for finding the file and its folder; the new path is spelled
+        // as the call spells it, and what did not move keeps its spelling.
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.moveFile(QStringLiteral("A/X.TXT"), QStringLiteral("b")));
+        QCOMPARE(fixture.filePaths(),
+                 QStringList({QStringLiteral("root.txt"), QStringLiteral("b/X.TXT"),
+                              QStringLiteral("a/sub/deep.txt"), QStringLiteral("B/y.txt")}));
+        QCOMPARE(fixture.folderPaths(), UsedFolders);
+        QCOMPARE(fixture.stored(QStringLiteral("B/x.txt")), QByteArray("x in a"));
+        QVERIFY(fixture.vault.moveFile(QStringLiteral("A/SUB/Deep.txt"), QString()));
+        QCOMPARE(fixture.filePaths().at(2), QStringLiteral("Deep.txt"));
+        QVERIFY(isSaved(fixture));
+    }
+
+    void onlyTheFirstOfTwoSpellingsIsMoved() {
+        CraftedContainer crafted;
+        crafted.addFolder(QStringLiteral("B"))
+            .addFile(QStringLiteral("a"), "first")
+            .addFile(QStringLiteral("A"), "second");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.moveFile(QStringLiteral("A"), QStringLiteral("B")));
+        QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("B/A"), QStringLiteral("A")}));
+        QCOMPARE(fixture.stored(QStringLiteral("B/A")), QByteArray("first"));
+        QCOMPARE(fixture.stored(QStringLiteral("A")), QByteArray("second"));
+    }
+
     void movesThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
         addRefusal("no file", [](VaultManager& vault) {
@@ -276,6 +305,29 @@ private Q_SLOTS:
         QCOMPARE(after.lastModifiedUtc, before.lastModifiedUtc);
         QCOMPARE(fixture.stored(QStringLiteral("new/b.txt")), QByteArray("at the root"));
         QVERIFY(isSaved(fixture));
+    }
+
+    void aRenamedFileTakesTheSpellingOfTheCall() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(
+            fixture.vault.renameFile(QStringLiteral("A/X.TXT"), QStringLiteral("A/Sub/New.TXT")));
+        QCOMPARE(fixture.filePaths(),
+                 QStringList({QStringLiteral("root.txt"), QStringLiteral("A/Sub/New.TXT"),
+                              QStringLiteral("a/sub/deep.txt"), QStringLiteral("B/y.txt")}));
+        QCOMPARE(fixture.folderPaths(), UsedFolders);
+        QCOMPARE(fixture.stored(QStringLiteral("a/sub/new.txt")), QByteArray("x in a"));
+        QVERIFY(isSaved(fixture));
+    }
+
+    void onlyTheFirstOfTwoSpellingsIsRenamed() {
+        CraftedContainer crafted;
+        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.renameFile(QStringLiteral("A"), QStringLiteral("b")));
+        QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("b"), QStringLiteral("A")}));
+        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("first"));
     }
 
     void fileRenamesThatAreRefusedChangeNothing_data() {
@@ -430,6 +482,31 @@ private Q_SLOTS:
         QCOMPARE(fixture.folder(QStringLiteral("B")).modifiedUtc, target.modifiedUtc);
         QCOMPARE(fixture.stored(QStringLiteral("B/sub/deep.txt")), QByteArray("deep in a/sub"));
         QVERIFY(isSaved(fixture));
+    }
+
+    void aFolderMovedIntoAnotherInOtherLettersFindsItThere() {
+        // The index compares character for character: the folder above gets an entry as the call
+        // spells it, before the one that was there, and both are the same folder for everybody who
+        // asks the vault.
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const VaultDirectoryEntry target = fixture.folder(QStringLiteral("B"));
+        const QDateTime before = QDateTime::currentDateTimeUtc();
+        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("A/SUB"), QStringLiteral("b/Sub")));
+        QCOMPARE(fixture.folderPaths(),
+                 QStringList({QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("b/Sub"),
+                              QStringLiteral("B")}));
+        QVERIFY(fixture.folder(QStringLiteral("b")).createdUtc >= before);
+        QCOMPARE(fixture.folder(QStringLiteral("B")).createdUtc, target.createdUtc);
+        QCOMPARE(fixture.folder(QStringLiteral("B")).modifiedUtc, target.modifiedUtc);
+        QCOMPARE(fixture.filePaths(),
+                 QStringList({QStringLiteral("root.txt"), QStringLiteral("a/x.txt"),
+                              QStringLiteral("b/Sub/deep.txt"), QStringLiteral("B/y.txt")}));
+        QCOMPARE(fixture.stored(QStringLiteral("B/sub/DEEP.txt")), QByteArray("deep in a/sub"));
+        QVERIFY(isSaved(fixture));
+        // Neither is empty, whichever spelling is asked for.
+        QVERIFY(!fixture.vault.deleteDirectory(QStringLiteral("b")));
+        QVERIFY(!fixture.vault.deleteDirectory(QStringLiteral("B")));
     }
 
     void aFolderWhoseNameBeginsAlikeStays() {
