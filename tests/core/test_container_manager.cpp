@@ -650,15 +650,36 @@ private Q_SLOTS:
         QVERIFY(!m_manager.updateDocumentHeader(m_folder->path(), sampleDocument()));
     }
 
+    void aPayloadThatBeginsEarlyIsNotOverwritten_data() {
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("shortest") << QByteArray("36\n");
+        QTest::newRow("ten digits") << QByteArray("0000000036\n");
+        QTest::newRow("one digit short") << QByteArray("0000000000000000036\n");
+        QTest::newRow("blanks") << QByteArray("   36 \n");
+    }
     void aPayloadThatBeginsEarlyIsNotOverwritten() {
-        // After a short length line the payload begins before the place where ours would, and a
-        // header region of the usual place would reach into it.
-        const QByteArray bytes = containerBytes("36\n", SmallHeader, payloadOf(100));
-        QVERIFY(writeFile(path(), bytes));
-        static_cast<void>(m_manager.updateDocumentHeader(path(), sampleDocument()));
-        QCOMPARE(readFile(path()).right(100), payloadOf(100));
-        ContainerDocument document;
-        QVERIFY(m_manager.readDocument(path(), &document));
+        // After a shorter length line the payload begins before the place where ours would, and a
+        // header region of the usual place would reach into it: the rewrite is refused.
+        QFETCH(const QByteArray, line);
+        for (const qsizetype payloadBytes : {1, 19, 20, 100000}) {
+            const QByteArray bytes = containerBytes(line, SmallHeader, payloadOf(payloadBytes));
+            QVERIFY(writeFile(path(), bytes));
+            QVERIFY(!m_manager.updateDocumentHeader(path(), sampleDocument()));
+            QVERIFY(readFile(path()) == bytes);
+            ContainerDocument document;
+            QVERIFY(m_manager.readDocument(path(), &document));
+            QCOMPARE(document.payloadOffset, 7 + line.size() + RegionBytes);
+        }
+    }
+
+    void aHeaderWithoutAPayloadIsRewrittenWhateverItsLineWas() {
+        for (const QByteArray& line :
+             {QByteArrayLiteral("36\n"), QByteArrayLiteral("0000000000000000036\n"),
+              QByteArrayLiteral("00000000000000000000036\n")}) {
+            QVERIFY(writeFile(path(), containerBytes(line, SmallHeader)));
+            QVERIFY(m_manager.updateDocumentHeader(path(), sampleDocument()));
+            QVERIFY(readFile(path()).left(PayloadAt) == containerWith(sampleHeader()));
+        }
     }
 
     // --- Raw helpers -----------------------------------------------------------------------
