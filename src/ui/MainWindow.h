@@ -146,8 +146,12 @@ private:
     using Handler = void (MainWindow::*)();
     struct ActionSpec;
 
-    // --- Frame (MainWindow.cpp)
+    // --- Menus and enabling rules (MainWindowMenus.cpp)
     [[nodiscard]] static std::span<const ActionSpec> actionSpecs();
+    void buildMenus();
+    [[nodiscard]] QAction* action(Command command) const;
+
+    // --- Frame (MainWindow.cpp)
     void buildUi();
     [[nodiscard]] QLayout* buildDeviceRow();
     [[nodiscard]] QToolButton* buildVaultToggleButton(int side);
@@ -155,11 +159,9 @@ private:
     void buildVaultTableHeader();
     void buildStatusBar();
     [[nodiscard]] QWidget* buildContainerBox();
-    void buildMenus();
     void connectSignals();
     void updateVaultToggleButton();
     void updateStatusBar();
-    [[nodiscard]] QAction* action(Command command) const;
     /// Runs a command, unless one is running already.
     void runCommand(const std::function<void()>& command);
     void toggleVault();
