@@ -38,6 +38,10 @@ QString normalizedVaultPath(QString path) {
     return components.join(Separator);
 }
 
+QString joinVaultPath(const QString& directory, const QString& name) {
+    return normalizedVaultPath(directory.isEmpty() ? name : directory + u'/' + name);
+}
+
 QString parentVaultPath(const QString& path) {
     const qsizetype slash = lastSeparator(path);
     return slash < 0 ? QString() : path.left(slash);

@@ -14,6 +14,10 @@ class SecureFileIndex;
 /// nothing is left. Letter case is kept.
 [[nodiscard]] QString normalizedVaultPath(QString path);
 
+/// The path of @p name in the folder @p directory, empty for the root. Empty when that cannot be
+/// the path of an item.
+[[nodiscard]] QString joinVaultPath(const QString& directory, const QString& name);
+
 /// The text before the last "/"; empty (the root) when there is none.
 [[nodiscard]] QString parentVaultPath(const QString& path);
 

@@ -47,6 +47,13 @@ public:
     }
 };
 
+/// What stands above a widget, which a screen reader calls it by too.
+QLabel* buildCaption(const QString& text, QWidget* widget) {
+    auto* caption = new QLabel(text);
+    widget->setAccessibleName(text);
+    return caption;
+}
+
 QString applicationVersion() {
     const QString version = QCoreApplication::applicationVersion();
     return version.isEmpty() ? QLatin1String(ProductInfo::DefaultVersion) : version;
@@ -82,10 +89,10 @@ void AboutDialog::buildUi() {
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(summary);
     layout->addSpacing(10);
-    layout->addWidget(new QLabel(tr("Componentes e bibliotecas relevantes:"), this));
+    layout->addWidget(buildCaption(tr("Componentes e bibliotecas relevantes:"), m_components));
     layout->addWidget(m_components);
     layout->addSpacing(8);
-    layout->addWidget(new QLabel(tr("Detalhes do componente:"), this));
+    layout->addWidget(buildCaption(tr("Detalhes do componente:"), m_details));
     layout->addWidget(m_details);
     layout->addWidget(buildLegalNotice());
     layout->addWidget(buttons);
@@ -103,6 +110,7 @@ QLayout* AboutDialog::buildHeader() {
     auto* icon = new QLabel(this);
     icon->setFixedSize(side, side);
     icon->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    icon->setAccessibleName(title->text());
     icon->setPixmap(QIcon(ProductInfo::iconResource()).pixmap(side, side));
 
     auto* header = new QHBoxLayout;

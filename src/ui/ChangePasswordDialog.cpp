@@ -3,10 +3,11 @@
 
 #include "ui/ChangePasswordDialog.h"
 
+#include "ui/Questions.h"
+
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -56,7 +57,7 @@ void ChangePasswordDialog::validateAndAccept() {
         accept();
         return;
     }
-    QMessageBox::warning(this, tr("Alterar senha"), problem);
+    showWarning(this, tr("Alterar senha"), problem);
 }
 
 QString ChangePasswordDialog::objection() const {

@@ -59,6 +59,7 @@ void HelpDialog::buildUi() {
     resize(InitialSize);
 
     m_viewer = new QTextBrowser(this);
+    m_viewer->setAccessibleName(windowTitle());
     m_viewer->setOpenExternalLinks(true);
     // The page names its pictures relative to itself, so that it can also be read in a browser.
     m_viewer->setSearchPaths({helpFolder()});

@@ -10,6 +10,7 @@
 #include "ui/ProductInfo.h"
 #include "ui/Questions.h"
 #include "ui/VaultColumns.h"
+#include "ui/VaultTableWidget.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
@@ -29,8 +30,7 @@
 #include <QScreen>
 #include <QSignalBlocker>
 #include <QStatusBar>
-#include <QTableWidget>
-#include <QTimer>
+#include <QTextDocument>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -55,6 +55,7 @@ QLabel* buildApplicationIcon(int side) {
     pixmap.setDevicePixelRatio(ratio);
     label->setPixmap(pixmap);
     label->setFixedSize(size);
+    label->setAccessibleName(QStringLiteral("Tessel"));
     return label;
 }
 
@@ -125,6 +126,8 @@ void MainWindow::buildUi() {
 QLayout* MainWindow::buildDeviceRow() {
     m_deviceList = new DeviceListWidget;
     m_deviceList->setObjectName(QStringLiteral("deviceList"));
+    m_deviceList->setAccessibleName(tr("Dispositivos USB"));
+    m_deviceList->installEventFilter(this);
     constexpr int TextLines = 3;
     constexpr int Padding = 24;
     const int side = TextLines * m_deviceList->fontMetrics().lineSpacing() + Padding +
@@ -158,9 +161,11 @@ QToolButton* MainWindow::buildVaultToggleButton(int side) {
     return m_vaultToggleButton;
 }
 
-QTableWidget* MainWindow::buildVaultTable() {
-    m_vaultTable = new QTableWidget(0, VaultColumn::Count);
+QWidget* MainWindow::buildVaultTable() {
+    m_vaultTable = new VaultTableWidget(VaultColumn::Count,
+                                        [this] { return vaultIsUnlocked() && !m_commandRunning; });
     m_vaultTable->setObjectName(QStringLiteral("vaultTable"));
+    m_vaultTable->setAccessibleName(tr("Arquivos protegidos"));
     m_vaultTable->setMinimumHeight(220);
     m_vaultTable->setContextMenuPolicy(Qt::CustomContextMenu);
     m_vaultTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -184,6 +189,9 @@ QTableWidget* MainWindow::buildVaultTable() {
 void MainWindow::buildVaultTableHeader() {
     m_vaultTable->setHorizontalHeaderLabels(
         {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
+    // The icons say what the type column says; to a screen reader both have a name.
+    m_vaultTable->horizontalHeaderItem(VaultColumn::Icon)
+        ->setData(Qt::AccessibleTextRole, tr("Tipo"));
     m_vaultTable->verticalHeader()->hide();
 
     QHeaderView* header = m_vaultTable->horizontalHeader();
@@ -263,6 +271,11 @@ void MainWindow::connectSignals() {
             &MainWindow::showVaultMenu);
     connect(m_vaultTable->horizontalHeader(), &QHeaderView::sectionClicked, this,
             &MainWindow::sortBySection);
+    // The program that the files come from waits until the drop has been taken.
+    connect(
+        m_vaultTable, &VaultTableWidget::pathsDropped, this,
+        [this](const QStringList& paths) { runCommand([&] { importDropped(paths); }); },
+        Qt::QueuedConnection);
 }
 
 void MainWindow::updateVaultToggleButton() {
@@ -279,6 +292,7 @@ void MainWindow::updateVaultToggleButton() {
     } else {
         m_vaultToggleButton->setToolTip(tr("Selecione um container para desbloquear o cofre."));
     }
+    m_vaultToggleButton->setAccessibleName(m_vaultToggleButton->toolTip());
 }
 
 void MainWindow::updateStatusBar() {
@@ -290,7 +304,9 @@ void MainWindow::updateStatusBar() {
     m_containerLabel->ensurePolished();
     m_containerLabel->setText(m_containerLabel->fontMetrics().elidedText(
         text, Qt::ElideMiddle, m_containerLabel->width() - Padding));
-    m_containerLabel->setToolTip(text);
+    m_containerLabel->setAccessibleName(text);
+    // The name of a file must not be taken for markup.
+    m_containerLabel->setToolTip(Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text);
     m_vaultStateLabel->setStyleSheet(vaultStateStyle(vaultIsUnlocked()));
 }
 
@@ -331,14 +347,6 @@ void MainWindow::requestClose() {
     if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
         dialog->reject();
     }
-}
-
-bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
-    auto* dialog = event->type() == QEvent::Show ? qobject_cast<QDialog*>(watched) : nullptr;
-    if (dialog != nullptr && m_closeRequested) {
-        QTimer::singleShot(0, dialog, &QDialog::reject);
-    }
-    return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::toggleVault() {

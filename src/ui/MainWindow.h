@@ -24,7 +24,6 @@ class QLabel;
 class QLayout;
 class QListWidget;
 class QListWidgetItem;
-class QTableWidget;
 class QTableWidgetItem;
 class QToolButton;
 
@@ -35,6 +34,9 @@ struct UsbDevice;
 namespace Tessel::UI {
 
 class ModalProgress;
+class VaultTableWidget;
+struct ImportPlan;
+struct ImportSource;
 
 /// What the user can ask of the window; one action each.
 enum class Command {
@@ -103,11 +105,14 @@ public Q_SLOTS:
     void requestClose();
 
 public:
-    /// Rejects dialogs that open although the window has been asked to close.
+    /// Rejects dialogs that open although the window has been asked to close, and takes the keys
+    /// that choose among the vault's rows from the device list, which has no use for them then.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
 
 private Q_SLOTS:
     // --- Devices, containers, opening and closing the vault (MainWindowAccess.cpp)
@@ -127,6 +132,7 @@ private Q_SLOTS:
 
     // --- File commands (MainWindowCommands.cpp)
     void importFiles();
+    void importDropped(const QStringList& paths);
     void exportSelectedFile();
     void openSelectedFile();
     void renameSelectedFile();
@@ -155,7 +161,7 @@ private:
     void buildUi();
     [[nodiscard]] QLayout* buildDeviceRow();
     [[nodiscard]] QToolButton* buildVaultToggleButton(int side);
-    [[nodiscard]] QTableWidget* buildVaultTable();
+    [[nodiscard]] QWidget* buildVaultTable();
     void buildVaultTableHeader();
     void buildStatusBar();
     [[nodiscard]] QWidget* buildContainerBox();
@@ -188,18 +194,32 @@ private:
     // --- Vault table (MainWindowBrowser.cpp)
     void appendVaultRows();
     void sortBySection(int section);
+    void sortVaultFiles(int column, Qt::SortOrder order);
+    /// Above the table; the table's description as well.
+    void showSummary(const QString& text);
     void activateItem(const QTableWidgetItem* item);
     void showVaultMenu(const QPoint& position);
+    void popUpVaultMenu(const QPoint& position);
     [[nodiscard]] const QTableWidgetItem* selectedNameItem() const;
     [[nodiscard]] bool selectedItemIs(VaultTableItemKind kind) const;
 
+    // --- Keyboard (MainWindowKeyboard.cpp)
+    [[nodiscard]] bool handleKey(const QKeyEvent& event);
+    [[nodiscard]] bool handleVaultKey(int key);
+    void moveToVaultRow(int row);
+    void stepThroughSorting(int direction);
+    void popUpVaultMenuAtRow();
+
     // --- File commands (MainWindowCommands.cpp)
-    [[nodiscard]] bool confirmImportFitsStorage(const QStringList& files);
+    void importPlanned(const ImportPlan& plan);
+    [[nodiscard]] bool confirmImportFitsStorage(const QList<ImportSource>& files);
     [[nodiscard]] bool confirmExportOutsideVault(const QString& vaultPath);
     [[nodiscard]] bool confirmReplaceVaultFile(const QString& vaultPath);
     [[nodiscard]] bool confirmDeleteVaultFile(const QString& vaultPath);
     [[nodiscard]] bool confirmCompactVault();
-    [[nodiscard]] bool importOneFile(const QString& sourcePath, ModalProgress& progress);
+    [[nodiscard]] bool importOneFile(const ImportSource& source, ModalProgress& progress);
+    void makeEmptyDirectories(const QStringList& directories);
+    void warnImportFailed(const QString& path);
     [[nodiscard]] bool vaultHolds(const QString& vaultPath) const;
     /// The current row's folder; empty for the row that leads to the parent.
     [[nodiscard]] QString selectedRealDirectory() const;
@@ -223,7 +243,7 @@ private:
     QListWidget* m_deviceList = nullptr;
     QToolButton* m_vaultToggleButton = nullptr;
     QLabel* m_protectedFilesLabel = nullptr;
-    QTableWidget* m_vaultTable = nullptr;
+    VaultTableWidget* m_vaultTable = nullptr;
     QLabel* m_containerLabel = nullptr;
     QLabel* m_versionLabel = nullptr;
     QLabel* m_dateLabel = nullptr;

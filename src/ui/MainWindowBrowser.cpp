@@ -7,13 +7,13 @@
 #include "core/VaultPath.h"
 #include "ui/DisplayFormats.h"
 #include "ui/VaultColumns.h"
+#include "ui/VaultTableWidget.h"
 
 #include <QAction>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QSignalBlocker>
-#include <QTableWidget>
 
 #include <algorithm>
 
@@ -136,6 +136,7 @@ QTableWidgetItem* addItem(QTableWidget* table, int position, int column, const Q
 void fillIconAndName(QTableWidget* table, int position, const VaultRow& row, const QIcon& icon) {
     QTableWidgetItem* iconItem = addItem(table, position, VaultColumn::Icon, QString());
     iconItem->setIcon(icon);
+    iconItem->setData(Qt::AccessibleTextRole, row.type);
     iconItem->setTextAlignment(Qt::AlignCenter);
     QTableWidgetItem* nameItem = addItem(table, position, VaultColumn::Name, row.name);
     for (QTableWidgetItem* item : {iconItem, nameItem}) {
@@ -205,11 +206,11 @@ void MainWindow::appendVaultRows() {
 }
 
 void MainWindow::updateProtectedFilesLabel() {
-    if (m_protectedFilesLabel == nullptr) {
+    if (m_vaultTable == nullptr) {
         return;
     }
     if (!vaultIsUnlocked()) {
-        m_protectedFilesLabel->setText(tr("Nenhum cofre em uso (aberto)"));
+        showSummary(tr("Nenhum cofre em uso (aberto)"));
         return;
     }
     const qsizetype files = m_vault.fileIndex().entries().size();
@@ -220,7 +221,12 @@ void MainWindow::updateProtectedFilesLabel() {
         count = tr("1 arquivo no cofre.");
     }
     const QString folder = m_currentDirectory.isEmpty() ? tr("Raiz") : m_currentDirectory;
-    m_protectedFilesLabel->setText(tr("Arquivos protegidos | Pasta: %1 | %2").arg(folder, count));
+    showSummary(tr("Arquivos protegidos | Pasta: %1 | %2").arg(folder, count));
+}
+
+void MainWindow::showSummary(const QString& text) {
+    m_protectedFilesLabel->setText(text);
+    m_vaultTable->setAccessibleDescription(text);
 }
 
 // --- Navigation and sorting ------------------------------------------------------------------
@@ -242,19 +248,21 @@ void MainWindow::navigateToParentDirectory() {
 }
 
 void MainWindow::sortBySection(int section) {
-    const bool sortable = section != VaultColumn::Icon;
-    if (sortable && section != m_sortColumn) {
-        m_sortColumn = section;
-        m_sortOrder = Qt::AscendingOrder;
-    } else if (sortable) {
-        m_sortOrder = m_sortOrder == Qt::AscendingOrder ? Qt::DescendingOrder : Qt::AscendingOrder;
+    if (section == VaultColumn::Icon) {
+        // The header has moved its indicator by itself.
+        m_vaultTable->horizontalHeader()->setSortIndicator(m_sortColumn, m_sortOrder);
+        return;
     }
-    // The header has moved its indicator by itself, to the icons' column too.
+    const bool turnsOver = section == m_sortColumn && m_sortOrder == Qt::AscendingOrder;
+    sortVaultFiles(section, turnsOver ? Qt::DescendingOrder : Qt::AscendingOrder);
+}
+
+void MainWindow::sortVaultFiles(int column, Qt::SortOrder order) {
+    m_sortColumn = column;
+    m_sortOrder = order;
     m_vaultTable->horizontalHeader()->setSortIndicator(m_sortColumn, m_sortOrder);
-    if (sortable) {
-        refreshVaultFiles();
-        updateActions();
-    }
+    refreshVaultFiles();
+    updateActions();
 }
 
 void MainWindow::activateItem(const QTableWidgetItem* item) {
@@ -275,6 +283,10 @@ void MainWindow::showVaultMenu(const QPoint& position) {
     if (row >= 0) {
         m_vaultTable->setCurrentCell(row, VaultColumn::Name);
     }
+    popUpVaultMenu(position);
+}
+
+void MainWindow::popUpVaultMenu(const QPoint& position) {
     updateActions();
 
     QMenu menu(this);

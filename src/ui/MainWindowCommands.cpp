@@ -6,9 +6,11 @@
 #include "core/SecureFileIndex.h"
 #include "core/VaultPath.h"
 #include "ui/DisplayFormats.h"
+#include "ui/ImportPlan.h"
 #include "ui/ModalProgress.h"
 #include "ui/Questions.h"
 #include "ui/StorageCheck.h"
+#include "ui/VaultNames.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -29,7 +31,7 @@
 
 namespace Tessel::UI {
 
-using Core::normalizedVaultPath;
+using Core::joinVaultPath;
 using Core::parentVaultPath;
 using Core::sameVaultPath;
 using Core::SecureFileIndex;
@@ -53,16 +55,15 @@ QString speedNote() {
                           "Dispositivos USB 3 ou superiores tendem a ser mais rápidos.");
 }
 
-/// Whether the name can be one component of a vault path.
-bool isValidVaultName(const QString& name) {
-    const QString trimmed = name.trimmed();
-    return !trimmed.isEmpty() && !trimmed.contains(u'/') && !trimmed.contains(u'\\') &&
-           trimmed != u"." && trimmed != u"..";
-}
-
-QString joinVaultPath(const QString& directory, const QString& name) {
-    return normalizedVaultPath(directory.isEmpty() ? name
-                                                   : QStringLiteral("%1/%2").arg(directory, name));
+/// Whether a file of the vault bears the path of @p directory or of a folder above it. A folder
+/// from outside must not come to lie beside a file of the same name.
+bool pathRunsThroughFile(const SecureFileIndex& index, const QString& directory) {
+    for (QString path = directory; !path.isEmpty(); path = parentVaultPath(path)) {
+        if (Core::indexContainsFilePath(index, path)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 /// Asks for a name. @return it without blanks around it; empty when the user gave none.
@@ -103,6 +104,7 @@ std::optional<QString> askMoveDestination(QWidget* parent, const QString& fileNa
     auto* label = new QLabel(MainWindow::tr("Mover %1 para:").arg(fileName));
     label->setTextFormat(Qt::PlainText);
     auto* combo = new QComboBox;
+    label->setBuddy(combo);
     for (const MoveDestination& destination : destinations) {
         combo->addItem(destination.label, destination.path);
     }
@@ -178,17 +180,39 @@ bool MainWindow::confirmCompactVault() {
 void MainWindow::importFiles() {
     const QStringList files =
         QFileDialog::getOpenFileNames(this, tr("Importar arquivos para o cofre"));
-    if (files.isEmpty() || !confirmImportFitsStorage(files)) {
+    if (files.isEmpty()) {
+        return;
+    }
+    ImportPlan plan;
+    for (const QString& file : files) {
+        plan.files.append({file, m_currentDirectory});
+    }
+    importPlanned(plan);
+}
+
+void MainWindow::importDropped(const QStringList& paths) {
+    // The vault may have been locked since the drop.
+    if (vaultIsUnlocked()) {
+        importPlanned(planImport(paths, m_currentDirectory));
+    }
+}
+
+void MainWindow::importPlanned(const ImportPlan& plan) {
+    if (!confirmImportFitsStorage(plan.files)) {
         return;
     }
     qsizetype imported = 0;
     {
         ModalProgress progress(this, tr("Importar arquivos"),
                                tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote()));
-        for (const QString& file : files) {
+        for (const ImportSource& file : plan.files) {
             if (importOneFile(file, progress)) {
                 ++imported;
             }
+        }
+        makeEmptyDirectories(plan.emptyDirectories);
+        for (const QString& path : plan.unusable) {
+            warnImportFailed(path);
         }
         progress.finish();
     }
@@ -198,9 +222,26 @@ void MainWindow::importFiles() {
                              : tr("%1 arquivos importados com sucesso.").arg(imported));
 }
 
-bool MainWindow::importOneFile(const QString& sourcePath, ModalProgress& progress) {
-    const QString sourceName = QFileInfo(sourcePath).fileName();
-    const QString target = joinVaultPath(m_currentDirectory, sourceName);
+void MainWindow::makeEmptyDirectories(const QStringList& directories) {
+    for (const QString& directory : directories) {
+        if (Core::indexContainsDirectoryPath(m_vault.fileIndex(), directory)) {
+            continue;
+        }
+        if (pathRunsThroughFile(m_vault.fileIndex(), directory) ||
+            !m_vault.createDirectory(directory)) {
+            warnImportFailed(directory);
+        }
+    }
+}
+
+void MainWindow::warnImportFailed(const QString& path) {
+    showWarning(dialogParent(), productTitle(),
+                tr("Não foi possível importar %1.").arg(QFileInfo(path).fileName()));
+}
+
+bool MainWindow::importOneFile(const ImportSource& source, ModalProgress& progress) {
+    const QString sourceName = QFileInfo(source.sourcePath).fileName();
+    const QString target = joinVaultPath(source.directory, sourceName);
     progress.report(0, tr("Importando %1...\n\n%2").arg(vaultBaseName(target), speedNote()));
     if (Core::indexContainsFilePath(m_vault.fileIndex(), target) &&
         !confirmReplaceVaultFile(target)) {
@@ -211,19 +252,21 @@ bool MainWindow::importOneFile(const QString& sourcePath, ModalProgress& progres
                         tr("Importando %1...\n%2 de %3\n\n%4")
                             .arg(name, formatFileSize(done), formatFileSize(total), speedNote()));
     };
-    if (!m_vault.importFile(sourcePath, target, report)) {
-        showWarning(dialogParent(), productTitle(),
-                    tr("Não foi possível importar %1.").arg(sourceName));
+    // A name of blanks alone would leave the folder's own path as the target.
+    if (sourceName.trimmed().isEmpty() ||
+        pathRunsThroughFile(m_vault.fileIndex(), source.directory) ||
+        !m_vault.importFile(source.sourcePath, target, report)) {
+        warnImportFailed(source.sourcePath);
         return false;
     }
     return true;
 }
 
-bool MainWindow::confirmImportFitsStorage(const QStringList& files) {
+bool MainWindow::confirmImportFitsStorage(const QList<ImportSource>& files) {
     const QString title = tr("Importar arquivos");
     qint64 selectedBytes = 0;
-    for (const QString& file : files) {
-        const QFileInfo info(file);
+    for (const ImportSource& file : files) {
+        const QFileInfo info(file.sourcePath);
         if (!info.isFile()) {
             showWarning(
                 this, title,

@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QLabel>
+#include <QProgressBar>
 #include <QWindow>
 
 namespace Tessel::UI {
@@ -24,6 +25,7 @@ ModalProgress::ModalProgress(QWidget* parent, const QString& title, const QStrin
     label->setTextFormat(Qt::PlainText);
     label->setAlignment(Qt::AlignCenter);
     setLabel(label);
+    findChild<QProgressBar*>()->setAccessibleName(title);
 
     setLabelText(text);
     setRange(0, ProgressMaximum);

@@ -4,6 +4,7 @@
 #include "ui/Questions.h"
 
 #include <QCoreApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -15,6 +16,16 @@ QString tr(const char* text) {
     return QCoreApplication::translate("Tessel::UI::MainWindow", text);
 }
 
+/// The picture of a box has no text of its own.
+void nameIcon(QMessageBox* box) {
+    const QList<QLabel*> labels = box->findChildren<QLabel*>();
+    for (QLabel* label : labels) {
+        if (label->text().isEmpty()) {
+            label->setAccessibleName(box->windowTitle());
+        }
+    }
+}
+
 bool ask(QWidget* parent, const QString& title, const QString& text, const QString& acceptText,
          const QString& rejectText) {
     QMessageBox box(QMessageBox::Question, title, text, QMessageBox::NoButton, parent);
@@ -22,6 +33,7 @@ bool ask(QWidget* parent, const QString& title, const QString& text, const QStri
     const QPushButton* accept = box.addButton(acceptText, QMessageBox::AcceptRole);
     QPushButton* reject = box.addButton(rejectText, QMessageBox::RejectRole);
     box.setDefaultButton(reject);
+    nameIcon(&box);
     box.exec();
     return box.clickedButton() == accept;
 }
@@ -29,6 +41,7 @@ bool ask(QWidget* parent, const QString& title, const QString& text, const QStri
 void show(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& text) {
     QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
     box.setTextFormat(Qt::PlainText);
+    nameIcon(&box);
     box.exec();
 }
 

@@ -1,0 +1,236 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+#include "ui/ApplicationSetup.h"
+
+#include <QAccessible>
+#include <QAction>
+#include <QFileDialog>
+#include <QInputDialog>
+#include <QLabel>
+#include <QListWidget>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QToolButton>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+/// What a person works with or listens to; the rest is frames, separators and layout.
+bool isControl(QAccessible::Role role) {
+    switch (role) {
+    case QAccessible::Button:
+    case QAccessible::ButtonMenu:
+    case QAccessible::CheckBox:
+    case QAccessible::ColumnHeader:
+    case QAccessible::ComboBox:
+    case QAccessible::Dialog:
+    case QAccessible::EditableText:
+    case QAccessible::Graphic:
+    case QAccessible::List:
+    case QAccessible::ListItem:
+    case QAccessible::MenuItem:
+    case QAccessible::ProgressBar:
+    case QAccessible::StaticText:
+    case QAccessible::Table:
+    case QAccessible::Tree:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isShown(const QAccessibleInterface* element) {
+    return !element->state().invisible;
+}
+
+/// Collects the controls beneath @p element that a screen reader could not call by a name.
+void collectNameless(QAccessibleInterface* element, const QString& trail, QStringList* nameless) {
+    const QString here = trail + u'/' + element->text(QAccessible::Name);
+    if (isControl(element->role()) && isShown(element) &&
+        element->text(QAccessible::Name).trimmed().isEmpty()) {
+        const QObject* object = element->object();
+        nameless->append(QStringLiteral("%1 role %2 (%3)")
+                             .arg(here)
+                             .arg(element->role())
+                             .arg(object == nullptr ? QString()
+                                                    : object->objectName() + u' ' +
+                                                          QString::fromLatin1(
+                                                              object->metaObject()->className())));
+    }
+    for (int i = 0; i < element->childCount(); ++i) {
+        if (QAccessibleInterface* child = element->child(i)) {
+            collectNameless(child, here, nameless);
+        }
+    }
+}
+
+QString namelessControls(QWidget* widget) {
+    QStringList nameless;
+    collectNameless(QAccessible::queryAccessibleInterface(widget), QString(), &nameless);
+    return nameless.join(u'\n');
+}
+
+QString accessibleName(QObject* object) {
+    return QAccessible::queryAccessibleInterface(object)->text(QAccessible::Name);
+}
+
+} // namespace
+
+/// The window as a screen reader sees it.
+class TestAccessibility : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { Tessel::UI::setUpApplication(*qApp); }
+    void init();
+    void cleanup();
+
+    void everyControlOfTheWindowHasAName();
+    void iconCellsSayWhatTheIconShows();
+    void namesAreTheWindowsOwnTexts();
+    void padlockIsNamedByWhatItDoes();
+    void tableIsDescribedByItsSummary();
+    void elidedContainerNameIsReadWhole();
+    void everyControlOfTheDialogsHasAName_data();
+    void everyControlOfTheDialogsHasAName();
+    void progressBarHasTheOperationsName();
+
+private:
+    [[nodiscard]] bool openSample();
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestAccessibility::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestAccessibility::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestAccessibility::openSample() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "a").addFile(u"b.pdf"_qs, "b");
+    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    return crafted.writeTo(path) && m_driver->openVault(path, Password);
+}
+
+void TestAccessibility::everyControlOfTheWindowHasAName() {
+    QCOMPARE(namelessControls(&m_driver->window), QString());
+    QVERIFY(openSample());
+    QCOMPARE(namelessControls(&m_driver->window), QString());
+    // The walk finds one that has none.
+    m_driver->padlock()->setAccessibleName(QString());
+    m_driver->padlock()->setToolTip(QString());
+    QVERIFY(namelessControls(&m_driver->window).contains(u"vaultToggleButton"));
+}
+
+void TestAccessibility::iconCellsSayWhatTheIconShows() {
+    QVERIFY(openSample());
+    const QStringList expected{u"Pasta"_qs, u"TXT"_qs, u"PDF"_qs};
+    QTableWidget* table = m_driver->table();
+    QAccessibleInterface* element = QAccessible::queryAccessibleInterface(table);
+    for (int row = 0; row < table->rowCount(); ++row) {
+        const QAccessibleInterface* cell = element->tableInterface()->cellAt(row, 0);
+        QCOMPARE(cell->text(QAccessible::Name), expected.at(row));
+    }
+}
+
+void TestAccessibility::namesAreTheWindowsOwnTexts() {
+    QCOMPARE(accessibleName(m_driver->deviceList()), u"Dispositivos USB"_qs);
+    QCOMPARE(accessibleName(m_driver->table()), u"Arquivos protegidos"_qs);
+}
+
+void TestAccessibility::padlockIsNamedByWhatItDoes() {
+    QCOMPARE(accessibleName(m_driver->padlock()),
+             u"Selecione um container para desbloquear o cofre."_qs);
+    QVERIFY(openSample());
+    QCOMPARE(accessibleName(m_driver->padlock()), u"Bloquear cofre"_qs);
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QCOMPARE(accessibleName(m_driver->padlock()), u"Desbloquear cofre"_qs);
+}
+
+void TestAccessibility::tableIsDescribedByItsSummary() {
+    const auto description = [this] {
+        return QAccessible::queryAccessibleInterface(m_driver->table())
+            ->text(QAccessible::Description);
+    };
+    QCOMPARE(description(), u"Nenhum cofre em uso (aberto)"_qs);
+    QVERIFY(openSample());
+    QCOMPARE(description(), u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_qs);
+}
+
+void TestAccessibility::elidedContainerNameIsReadWhole() {
+    const QString name =
+        u"<b>um nome bem comprido para um container</b>.tvlt"_qs.replace(u'/', u'_');
+    const QString path = m_folder->filePath(name);
+    QVERIFY(CraftedContainer().writeTo(path) && m_driver->chooseContainer(path));
+    QLabel* label = m_driver->label(u"containerLabel"_qs);
+    QCOMPARE(accessibleName(label), u"Container: "_qs + name);
+    QVERIFY(label->text().size() < name.size());
+    // Its tool tip shows the marks instead of obeying them.
+    QVERIFY(label->toolTip().contains(u"&lt;b&gt;um"));
+}
+
+void TestAccessibility::everyControlOfTheDialogsHasAName_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<bool>("needsVault");
+    QTest::newRow("help") << u"Ajuda"_qs << u"Ajuda do Tessel"_qs << false;
+    QTest::newRow("about") << u"Sobre o Tessel"_qs << u"Sobre o Tessel"_qs << false;
+    QTest::newRow("choosing a file")
+        << u"Escolher container..."_qs << u"Escolher container Tessel"_qs << false;
+    QTest::newRow("typing a name") << u"Nova pasta..."_qs << u"Nova pasta"_qs << true;
+    QTest::newRow("question") << u"Excluir..."_qs << u"Excluir arquivo"_qs << true;
+    QTest::newRow("moving") << u"Mover para pasta..."_qs << u"Mover arquivo"_qs << true;
+}
+
+void TestAccessibility::everyControlOfTheDialogsHasAName() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, title);
+    QFETCH(const bool, needsVault);
+    if (needsVault) {
+        QVERIFY(openSample() && m_driver->selectRow(u"a.txt"_qs));
+    }
+    QString nameless = u"not looked at"_qs;
+    m_driver->dialogs.handle(title, [&nameless](QDialog* dialog) {
+        nameless = namelessControls(dialog);
+        dialog->reject();
+    });
+    m_driver->action(command)->trigger();
+    QCOMPARE(nameless, QString());
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+}
+
+void TestAccessibility::progressBarHasTheOperationsName() {
+    QVERIFY(openSample() && writeFile(m_folder->filePath(u"n.txt"_qs), "n"));
+    QString name;
+    QString nameless = u"not looked at"_qs;
+    const ProgressProbe probe([&](QProgressDialog* dialog, int) {
+        name = accessibleName(dialog->findChild<QProgressBar*>());
+        nameless = namelessControls(dialog);
+    });
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs,
+                                  {m_folder->filePath(u"n.txt"_qs)});
+    m_driver->action(u"Importar..."_qs)->trigger();
+    QCOMPARE(name, u"Importar arquivos"_qs);
+    QCOMPARE(nameless, QString());
+}
+
+QTEST_MAIN(TestAccessibility)
+
+#include "test_accessibility.moc"

@@ -1,0 +1,312 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+
+#include <QAction>
+#include <QDir>
+#include <QDragEnterEvent>
+#include <QDragMoveEvent>
+#include <QDropEvent>
+#include <QFileInfo>
+#include <QMimeData>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+/// What a file manager holds out.
+class Drag {
+public:
+    explicit Drag(const QStringList& paths) {
+        QList<QUrl> urls;
+        for (const QString& path : paths) {
+            urls.append(QUrl::fromLocalFile(path));
+        }
+        data.setUrls(urls);
+    }
+
+    QMimeData data;
+    Qt::DropActions offered = Qt::CopyAction | Qt::MoveAction | Qt::LinkAction;
+    Qt::DropAction proposed = Qt::CopyAction;
+    /// What the table made of it; IgnoreAction when it was refused.
+    Qt::DropAction taken = Qt::IgnoreAction;
+
+    /// Enters the table, moves over it and, if it is welcome, lets go.
+    void dropOn(QTableWidget* table) {
+        const QPoint position(40, 60);
+        QDragEnterEvent enter(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        if (!accepts(table, &enter)) {
+            return;
+        }
+        QDragMoveEvent move(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        if (!accepts(table, &move)) {
+            return;
+        }
+        QDropEvent drop(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        static_cast<void>(accepts(table, &drop));
+    }
+
+private:
+    bool accepts(QTableWidget* table, QDropEvent* event) {
+        event->setDropAction(proposed);
+        event->ignore();
+        QApplication::sendEvent(table->viewport(), event);
+        taken = event->isAccepted() ? event->dropAction() : Qt::IgnoreAction;
+        return event->isAccepted();
+    }
+};
+
+} // namespace
+
+/// Files and folders from a file manager, dropped on the table.
+class TestDroppedFiles : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void filesAreImportedIntoTheFolderShown();
+    void sourceIsToldToKeepItsFiles();
+    void folderBringsItsFilesAndFolders();
+    void existingFileIsAskedAbout();
+    void linksToFoldersAndNowhereAreRefusedByName();
+    void folderNamedAsAFileIsRefused();
+    void folderWithoutAUsableNameIsRefused();
+    void fileThatHasGoneRefusesAll();
+    void lockedVaultTakesNothing();
+    void onlyLocalFilesAreTaken();
+    void sourceThatOnlyMovesIsRefused();
+    void nothingIsTakenDuringAnImport();
+    void dropBeforeALockIsForgotten();
+
+private:
+    [[nodiscard]] bool openSample();
+    [[nodiscard]] QString path(const QString& name) const { return m_sources->filePath(name); }
+    [[nodiscard]] bool make(const QString& name, const QByteArray& bytes) const;
+    void drop(const QStringList& names);
+    [[nodiscard]] QByteArray exported(const QString& name);
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<QTemporaryDir> m_sources;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestDroppedFiles::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_sources = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestDroppedFiles::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_sources.reset();
+    m_folder.reset();
+}
+
+bool TestDroppedFiles::openSample() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "old").addFile(u"docs/b.txt"_qs, "b");
+    const QString container = m_folder->filePath(u"t.tvlt"_qs);
+    return crafted.writeTo(container) && m_driver->openVault(container, Password);
+}
+
+bool TestDroppedFiles::make(const QString& name, const QByteArray& bytes) const {
+    return QDir().mkpath(QFileInfo(path(name)).absolutePath()) && writeFile(path(name), bytes);
+}
+
+void TestDroppedFiles::drop(const QStringList& names) {
+    QStringList paths;
+    for (const QString& name : names) {
+        paths.append(path(name));
+    }
+    Drag(paths).dropOn(m_driver->table());
+    // The table has taken the drop; the import follows when the file manager is free again.
+    QCoreApplication::processEvents();
+}
+
+QByteArray TestDroppedFiles::exported(const QString& name) {
+    const QString target = m_folder->filePath(u"exported"_qs);
+    if (!m_driver->selectRow(name)) {
+        return {};
+    }
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.answerFiles(u"Exportar arquivo"_qs, {target});
+    m_driver->action(u"Exportar..."_qs)->trigger();
+    const QByteArray bytes = readFile(target);
+    QFile::remove(target);
+    return bytes;
+}
+
+void TestDroppedFiles::filesAreImportedIntoTheFolderShown() {
+    QVERIFY(openSample() && make(u"um.txt"_qs, "1") && make(u"dois.txt"_qs, "22"));
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    drop({u"um.txt"_qs, u"dois.txt"_qs});
+    QCOMPARE(m_driver->rowNames(),
+             QStringList({u".."_qs, u"b.txt"_qs, u"dois.txt"_qs, u"um.txt"_qs}));
+    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_qs);
+    QCOMPARE(exported(u"dois.txt"_qs), "22");
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+}
+
+void TestDroppedFiles::sourceIsToldToKeepItsFiles() {
+    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
+    Drag drag({path(u"um.txt"_qs)});
+    drag.proposed = Qt::MoveAction; // with the shift key held down
+    drag.dropOn(m_driver->table());
+    QCOMPARE(drag.taken, Qt::CopyAction);
+    QTRY_COMPARE(m_driver->rowNamed(u"um.txt"_qs), 2);
+    QVERIFY(QFile::exists(path(u"um.txt"_qs)));
+}
+
+void TestDroppedFiles::folderBringsItsFilesAndFolders() {
+    QVERIFY(openSample() && make(u"fotos/praia.txt"_qs, "p") && make(u"fotos/2024/x.txt"_qs, "x") &&
+            make(u"fotos/.oculto"_qs, "o") && make(u"solto.txt"_qs, "s") &&
+            QDir().mkpath(path(u"fotos/vazia"_qs)));
+    drop({u"fotos"_qs, u"solto.txt"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->statusMessage(), u"4 arquivos importados com sucesso."_qs);
+    QCOMPARE(m_driver->rowNames(),
+             QStringList({u"docs"_qs, u"fotos"_qs, u"a.txt"_qs, u"solto.txt"_qs}));
+    QVERIFY(m_driver->activateRow(u"fotos"_qs));
+    QCOMPARE(m_driver->rowNames(),
+             QStringList({u".."_qs, u"2024"_qs, u"vazia"_qs, u".oculto"_qs, u"praia.txt"_qs}));
+    QCOMPARE(exported(u"praia.txt"_qs), "p");
+    QVERIFY(m_driver->activateRow(u"vazia"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList(u".."_qs));
+    QVERIFY(m_driver->activateRow(u".."_qs) && m_driver->activateRow(u"2024"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"x.txt"_qs}));
+    QCOMPARE(exported(u"x.txt"_qs), "x");
+}
+
+void TestDroppedFiles::existingFileIsAskedAbout() {
+    QVERIFY(openSample() && make(u"docs/b.txt"_qs, "new") && make(u"a.txt"_qs, "newer"));
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
+    drop({u"a.txt"_qs, u"docs"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"docs/b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs);
+    QCOMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_qs);
+    QCOMPARE(exported(u"a.txt"_qs), "old");
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QCOMPARE(exported(u"b.txt"_qs), "new");
+}
+
+void TestDroppedFiles::linksToFoldersAndNowhereAreRefusedByName() {
+    QVERIFY(openSample() && make(u"fotos/x.txt"_qs, "x") && make(u"outro.txt"_qs, "o"));
+    QVERIFY(QFile::link(path(u"fotos"_qs), path(u"fotos/circulo"_qs)));
+    QVERIFY(QFile::link(path(u"nada"_qs), path(u"fotos/solto"_qs)));
+    QVERIFY(QFile::link(path(u"outro.txt"_qs), path(u"fotos/vale.txt"_qs)));
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    drop({u"fotos"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    const QList<DialogDriver::Seen> seen = m_driver->dialogs.seen();
+    QCOMPARE(seen.at(seen.size() - 2).text, u"Não foi possível importar circulo."_qs);
+    QCOMPARE(seen.last().text, u"Não foi possível importar solto."_qs);
+    QVERIFY(m_driver->activateRow(u"fotos"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"vale.txt"_qs, u"x.txt"_qs}));
+    QCOMPARE(exported(u"vale.txt"_qs), "o");
+}
+
+void TestDroppedFiles::folderNamedAsAFileIsRefused() {
+    // A folder "a.txt" must not come to lie beside the file "a.txt", nor beneath it.
+    QVERIFY(openSample() && make(u"a.txt/x.txt"_qs, "x") && QDir().mkpath(path(u"a.txt/vazia"_qs)));
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    drop({u"a.txt"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.seen().at(m_driver->dialogs.seen().size() - 2).text,
+             u"Não foi possível importar x.txt."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível importar vazia."_qs);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs}));
+    QCOMPARE(exported(u"a.txt"_qs), "old");
+}
+
+void TestDroppedFiles::folderWithoutAUsableNameIsRefused() {
+    // Blanks alone are no name in the vault; the files must not end up in the folder above.
+    QVERIFY(openSample() && make(u"f/ /x.txt"_qs, "x") && make(u"f/y.txt"_qs, "y"));
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    drop({u"f"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"f"_qs, u"a.txt"_qs}));
+    QVERIFY(m_driver->activateRow(u"f"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"y.txt"_qs}));
+}
+
+void TestDroppedFiles::fileThatHasGoneRefusesAll() {
+    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
+    m_driver->dialogs.press(u"Importar arquivos"_qs, u"OK"_qs);
+    drop({u"um.txt"_qs, u"foi.txt"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"O arquivo foi.txt não está disponível para importação."_qs);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs}));
+}
+
+void TestDroppedFiles::lockedVaultTakesNothing() {
+    QVERIFY(make(u"um.txt"_qs, "1"));
+    Drag drag({path(u"um.txt"_qs)});
+    drag.dropOn(m_driver->table());
+    QCOMPARE(drag.taken, Qt::IgnoreAction);
+}
+
+void TestDroppedFiles::onlyLocalFilesAreTaken() {
+    QVERIFY(openSample());
+    Drag page({});
+    page.data.setUrls({QUrl(u"https://example.org/a.txt"_qs)});
+    page.dropOn(m_driver->table());
+    QCOMPARE(page.taken, Qt::IgnoreAction);
+    Drag text({});
+    text.data.setText(u"/etc/hostname"_qs);
+    text.dropOn(m_driver->table());
+    QCOMPARE(text.taken, Qt::IgnoreAction);
+}
+
+void TestDroppedFiles::sourceThatOnlyMovesIsRefused() {
+    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
+    Drag drag({path(u"um.txt"_qs)});
+    drag.offered = Qt::MoveAction;
+    drag.dropOn(m_driver->table());
+    QCOMPARE(drag.taken, Qt::IgnoreAction);
+}
+
+void TestDroppedFiles::nothingIsTakenDuringAnImport() {
+    QVERIFY(openSample() && make(u"um.txt"_qs, "1") && make(u"dois.txt"_qs, "2"));
+    int tried = 0;
+    const ProgressProbe probe([&](QProgressDialog*, int) {
+        ++tried;
+        Drag drag({path(u"dois.txt"_qs)});
+        drag.dropOn(m_driver->table());
+        QCOMPARE(drag.taken, Qt::IgnoreAction);
+    });
+    drop({u"um.txt"_qs});
+    QVERIFY(tried > 0);
+    QCoreApplication::processEvents();
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs, u"um.txt"_qs}));
+}
+
+void TestDroppedFiles::dropBeforeALockIsForgotten() {
+    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
+    Drag({path(u"um.txt"_qs)}).dropOn(m_driver->table());
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QCoreApplication::processEvents();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+QTEST_MAIN(TestDroppedFiles)
+
+#include "test_dropped_files.moc"

@@ -1,0 +1,347 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/FakeDesktop.h"
+#include "support/WindowDriver.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QContextMenuEvent>
+#include <QHeaderView>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QMenuBar>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QToolButton>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+} // namespace
+
+/// The window without a mouse. Keys go to the widget that has the focus, as they do on a desktop.
+class TestKeyboard : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void arrowsChooseARow();
+    void firstArrowBeginsAtAnEnd_data();
+    void firstArrowBeginsAtAnEnd();
+    void longListMovesByPagesAndEnds();
+    void enterOpensFoldersAndFiles_data();
+    void enterOpensFoldersAndFiles();
+    void backspaceLeavesAFolder();
+    void leftAndRightStepThroughSorting();
+    void menuKeyShowsTheRowsMenu_data();
+    void menuKeyShowsTheRowsMenu();
+    void menuKeyWithoutARowChoosesNone();
+    void f10OpensTheFirstMenu();
+    void shortcutsStayWhatTheyAre();
+    void keysWithModifiersAreLeftAlone();
+    void lockedVaultLeavesTheKeysToTheDeviceList();
+    void focusNeverLeavesTheDeviceList();
+
+private:
+    [[nodiscard]] bool openSample();
+    void press(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
+    [[nodiscard]] QString currentName() const;
+    /// Runs @p open, which shows a menu, and gives back the texts of the menu's enabled entries.
+    [[nodiscard]] QStringList entriesOfMenuShownBy(const std::function<void()>& open);
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestKeyboard::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestKeyboard::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+bool TestKeyboard::openSample() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFolder(u"docs/sub"_qs);
+    crafted.addFile(u"a.txt"_qs, "aaaa").addFile(u"b.bin"_qs, "b").addFile(u"docs/c.txt"_qs, "c");
+    const QString path = m_folder->filePath(u"t.tvlt"_qs);
+    return crafted.writeTo(path) && m_driver->openVault(path, Password) && m_driver->activate();
+}
+
+void TestKeyboard::press(Qt::Key key, Qt::KeyboardModifiers modifiers) {
+    // A dialog that was answered leaves no window active on this platform.
+    static_cast<void>(m_driver->activate());
+    QWidget* receiver = QApplication::focusWidget();
+    QTest::keyClick(receiver == nullptr ? &m_driver->window : receiver, key, modifiers);
+}
+
+QString TestKeyboard::currentName() const {
+    const QTableWidget* table = m_driver->table();
+    const QList<QTableWidgetItem*> selected = table->selectedItems();
+    // The row that is current is the one that is highlighted.
+    if (selected.isEmpty() || selected.first()->row() != table->currentRow()) {
+        return {};
+    }
+    return table->item(table->currentRow(), 1)->text();
+}
+
+QStringList TestKeyboard::entriesOfMenuShownBy(const std::function<void()>& open) {
+    QStringList entries;
+    QTimer::singleShot(0, &m_driver->window, [&entries] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        if (menu == nullptr) {
+            return;
+        }
+        const QList<QAction*> actions = menu->actions();
+        for (const QAction* action : actions) {
+            if (action->isEnabled() && !action->isSeparator()) {
+                entries.append(action->text());
+            }
+        }
+        menu->close();
+    });
+    open();
+    QCoreApplication::processEvents();
+    return entries;
+}
+
+void TestKeyboard::arrowsChooseARow() {
+    QVERIFY(openSample());
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs, u"b.bin"_qs}));
+    for (const QString& name : {u"docs"_qs, u"a.txt"_qs, u"b.bin"_qs, u"b.bin"_qs}) {
+        press(Qt::Key_Down);
+        QCOMPARE(currentName(), name);
+    }
+    for (const QString& name : {u"a.txt"_qs, u"docs"_qs, u"docs"_qs}) {
+        press(Qt::Key_Up);
+        QCOMPARE(currentName(), name);
+    }
+    QVERIFY(m_driver->action(u"Renomear pasta..."_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Abrir"_qs)->isEnabled());
+}
+
+void TestKeyboard::firstArrowBeginsAtAnEnd_data() {
+    QTest::addColumn<int>("key");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("down") << int{Qt::Key_Down} << u"docs"_qs;
+    QTest::newRow("up") << int{Qt::Key_Up} << u"b.bin"_qs;
+    QTest::newRow("home") << int{Qt::Key_Home} << u"docs"_qs;
+    QTest::newRow("end") << int{Qt::Key_End} << u"b.bin"_qs;
+}
+
+void TestKeyboard::firstArrowBeginsAtAnEnd() {
+    QFETCH(const int, key);
+    QFETCH(const QString, name);
+    QVERIFY(openSample());
+    QCOMPARE(currentName(), QString());
+    press(static_cast<Qt::Key>(key));
+    QCOMPARE(currentName(), name);
+}
+
+void TestKeyboard::longListMovesByPagesAndEnds() {
+    CraftedContainer crafted;
+    for (int i = 100; i < 300; ++i) {
+        crafted.addFile(QStringLiteral("%1.txt").arg(i), "x");
+    }
+    const QString path = m_folder->filePath(u"long.tvlt"_qs);
+    QVERIFY(crafted.writeTo(path) && m_driver->openVault(path, Password) && m_driver->activate());
+    const QTableWidget* table = m_driver->table();
+    const auto currentIsVisible = [table] {
+        const QRect row = table->visualItemRect(table->currentItem());
+        return table->viewport()->rect().contains(QRect(0, row.y(), 1, row.height()));
+    };
+
+    press(Qt::Key_End);
+    QCOMPARE(currentName(), u"299.txt"_qs);
+    QVERIFY(currentIsVisible());
+    press(Qt::Key_PageUp);
+    const int pageUp = 199 - table->currentRow();
+    QVERIFY(pageUp > 1 && pageUp < 199);
+    QVERIFY(currentIsVisible());
+    press(Qt::Key_Home);
+    QCOMPARE(currentName(), u"100.txt"_qs);
+    press(Qt::Key_PageDown);
+    QCOMPARE(table->currentRow(), pageUp);
+    QVERIFY(currentIsVisible());
+}
+
+void TestKeyboard::enterOpensFoldersAndFiles_data() {
+    QTest::addColumn<int>("key");
+    QTest::newRow("return") << int{Qt::Key_Return};
+    QTest::newRow("number pad") << int{Qt::Key_Enter};
+}
+
+void TestKeyboard::enterOpensFoldersAndFiles() {
+    QFETCH(const int, key);
+    const auto enter = [this, key] {
+        press(static_cast<Qt::Key>(key),
+              key == Qt::Key_Enter ? Qt::KeypadModifier : Qt::NoModifier);
+    };
+    FakeDesktop desktop(u"file"_qs);
+    QVERIFY(openSample());
+    enter(); // no row: nothing
+    QCOMPARE(m_driver->rowNames().size(), 3);
+    press(Qt::Key_Down);
+    enter();
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"sub"_qs, u"c.txt"_qs}));
+    press(Qt::Key_End);
+    enter();
+    QCOMPARE(desktop.opened.size(), 1);
+    QVERIFY(desktop.opened.first().path().endsWith(u"/docs/c.txt"));
+    press(Qt::Key_Home);
+    enter();
+    QCOMPARE(m_driver->rowNames().first(), u"docs"_qs);
+}
+
+void TestKeyboard::backspaceLeavesAFolder() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QVERIFY(m_driver->activateRow(u"sub"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList(u".."_qs));
+    press(Qt::Key_Backspace);
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"sub"_qs, u"c.txt"_qs}));
+    press(Qt::Key_Backspace);
+    QCOMPARE(m_driver->rowNames().first(), u"docs"_qs);
+    press(Qt::Key_Down);
+    press(Qt::Key_Backspace); // the root has no parent, and the row stays chosen
+    QCOMPARE(currentName(), u"docs"_qs);
+}
+
+void TestKeyboard::leftAndRightStepThroughSorting() {
+    QVERIFY(openSample());
+    const QHeaderView* header = m_driver->table()->horizontalHeader();
+    const auto indicator = [header] {
+        return std::pair(header->sortIndicatorSection(), header->sortIndicatorOrder());
+    };
+    const QList<std::pair<int, Qt::SortOrder>> steps{
+        {1, Qt::AscendingOrder},  {1, Qt::DescendingOrder}, {2, Qt::AscendingOrder},
+        {2, Qt::DescendingOrder}, {3, Qt::AscendingOrder},  {3, Qt::DescendingOrder},
+        {4, Qt::AscendingOrder},  {4, Qt::DescendingOrder}};
+    press(Qt::Key_Left); // nothing stands before the first
+    for (const auto& step : steps) {
+        QCOMPARE(indicator(), step);
+        press(Qt::Key_Right);
+    }
+    QCOMPARE(indicator(), steps.last());
+    for (int i = 0; i < 5; ++i) {
+        press(Qt::Key_Left);
+    }
+    QCOMPARE(indicator(), steps.at(2));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"b.bin"_qs, u"a.txt"_qs}));
+}
+
+void TestKeyboard::menuKeyShowsTheRowsMenu_data() {
+    QTest::addColumn<bool>("shiftF10");
+    QTest::newRow("menu key") << false;
+    QTest::newRow("shift and F10") << true;
+}
+
+void TestKeyboard::menuKeyShowsTheRowsMenu() {
+    QFETCH(const bool, shiftF10);
+    QVERIFY(openSample());
+    press(Qt::Key_End);
+    const QStringList entries = entriesOfMenuShownBy([&] {
+        if (shiftF10) {
+            press(Qt::Key_F10, Qt::ShiftModifier);
+            return;
+        }
+        // What the window system makes of the menu key.
+        QContextMenuEvent event(QContextMenuEvent::Keyboard, QPoint(), QPoint());
+        QApplication::sendEvent(m_driver->deviceList(), &event);
+    });
+    QCOMPARE(entries,
+             QStringList({u"Nova pasta..."_qs, u"Importar..."_qs, u"Exportar..."_qs, u"Abrir"_qs,
+                          u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs, u"Excluir..."_qs}));
+    QCOMPARE(currentName(), u"b.bin"_qs);
+}
+
+void TestKeyboard::menuKeyWithoutARowChoosesNone() {
+    QVERIFY(openSample());
+    const QStringList entries =
+        entriesOfMenuShownBy([&] { press(Qt::Key_F10, Qt::ShiftModifier); });
+    QCOMPARE(entries, QStringList({u"Nova pasta..."_qs, u"Importar..."_qs}));
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+}
+
+void TestKeyboard::f10OpensTheFirstMenu() {
+    QVERIFY(m_driver->activate());
+    for (const bool unlocked : {false, true}) {
+        if (unlocked) {
+            QVERIFY(openSample());
+        }
+        const QStringList entries = entriesOfMenuShownBy([&] { press(Qt::Key_F10); });
+        QCOMPARE(entries, QStringList(u"Sair"_qs));
+    }
+}
+
+void TestKeyboard::shortcutsStayWhatTheyAre() {
+    QVERIFY(openSample());
+    press(Qt::Key_End);
+    m_driver->dialogs.press(u"Excluir arquivo"_qs, u"Não"_qs);
+    press(Qt::Key_Delete);
+    m_driver->dialogs.reject(u"Nova pasta"_qs);
+    press(Qt::Key_N, Qt::ControlModifier | Qt::ShiftModifier);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    press(Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
+    QVERIFY(!m_driver->vaultIsOpen());
+}
+
+void TestKeyboard::keysWithModifiersAreLeftAlone() {
+    QVERIFY(openSample());
+    for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Home, Qt::Key_Right, Qt::Key_Backspace}) {
+        press(key, Qt::AltModifier);
+        press(key, Qt::ControlModifier);
+    }
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorOrder(), Qt::AscendingOrder);
+}
+
+void TestKeyboard::lockedVaultLeavesTheKeysToTheDeviceList() {
+    QVERIFY(m_driver->activate());
+    QListWidget* devices = m_driver->deviceList();
+    devices->clear();
+    devices->addItems({u"um"_qs, u"dois"_qs});
+    devices->setFocus();
+    press(Qt::Key_Down);
+    press(Qt::Key_Down);
+    QCOMPARE(devices->currentRow(), 1);
+    press(Qt::Key_Home);
+    QCOMPARE(devices->currentRow(), 0);
+
+    // Enter does what a double click on the drive does.
+    devices->item(0)->setData(Qt::UserRole, m_folder->path());
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    press(Qt::Key_Return);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->dialogs.lastText().startsWith(u"Nenhum tessel.tvlt foi encontrado em"));
+    QVERIFY(CraftedContainer().writeTo(m_folder->filePath(u"tessel.tvlt"_qs)));
+    press(Qt::Key_Return);
+    QCOMPARE(m_driver->label(u"containerLabel"_qs)->text(), u"Container: Tessel"_qs);
+}
+
+void TestKeyboard::focusNeverLeavesTheDeviceList() {
+    QVERIFY(openSample());
+    for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Return, Qt::Key_Backspace, Qt::Key_Right}) {
+        press(key);
+        QVERIFY(!m_driver->table()->hasFocus());
+        QVERIFY(!m_driver->padlock()->hasFocus());
+    }
+}
+
+QTEST_MAIN(TestKeyboard)
+
+#include "test_keyboard.moc"

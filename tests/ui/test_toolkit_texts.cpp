@@ -1,0 +1,208 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/WindowDriver.h"
+#include "ui/ApplicationSetup.h"
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextEdit>
+#include <QTreeView>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+/// Words that the toolkit shows when it has no Portuguese, none of which is a Portuguese word.
+const QRegularExpression
+    EnglishWords(u"\\b(?:cancel|ok to|open|save|close|yes|apply|help|back|forward|parent|look in|"
+                 u"create|new|folder|file|files|name|type|size|date|modified|directory|undo|redo|"
+                 u"cut|copy|paste|delete|select|list|detail|details|view|show|hide|computer|"
+                 u"search|up|of|the|all|location|rename)\\b"_qs,
+                 QRegularExpression::CaseInsensitiveOption);
+
+void collectMenu(const QMenu* menu, QStringList* texts) {
+    const QList<QAction*> actions = menu->actions();
+    for (const QAction* action : actions) {
+        texts->append(action->text());
+        texts->append(action->toolTip());
+    }
+}
+
+/// The menu that a right click on a field of text shows.
+template <typename Field>
+void collectFieldMenus(const QWidget* dialog, QStringList* texts) {
+    const QList<Field*> fields = dialog->findChildren<Field*>();
+    for (Field* field : fields) {
+        const std::unique_ptr<QMenu> menu(field->createStandardContextMenu());
+        if (menu != nullptr) {
+            collectMenu(menu.get(), texts);
+        }
+    }
+}
+
+/// All that a person can read in a dialog, without the program's own documents.
+QStringList textsOf(QDialog* dialog) {
+    QStringList texts{dialog->windowTitle()};
+    const QList<QWidget*> widgets = dialog->findChildren<QWidget*>();
+    for (const QWidget* widget : widgets) {
+        texts.append({widget->toolTip(), widget->accessibleName()});
+        if (const auto* label = qobject_cast<const QLabel*>(widget)) {
+            texts.append(label->text());
+        } else if (const auto* button = qobject_cast<const QAbstractButton*>(widget)) {
+            texts.append(button->text());
+        } else if (const auto* menu = qobject_cast<const QMenu*>(widget)) {
+            collectMenu(menu, &texts);
+        } else if (const auto* header = qobject_cast<const QHeaderView*>(widget);
+                   header != nullptr && header->orientation() == Qt::Horizontal) {
+            for (int section = 0; section < header->count(); ++section) {
+                texts.append(header->model()
+                                 ->headerData(section, Qt::Horizontal, Qt::DisplayRole)
+                                 .toString());
+            }
+        }
+    }
+    const QList<QAction*> actions = dialog->findChildren<QAction*>();
+    for (const QAction* action : actions) {
+        texts.append({action->text(), action->toolTip()});
+    }
+    collectFieldMenus<QLineEdit>(dialog, &texts);
+    collectFieldMenus<QTextEdit>(dialog, &texts);
+    return texts;
+}
+
+QStringList englishAmong(const QStringList& texts) {
+    QStringList english;
+    for (QString text : texts) {
+        text.remove(u'&');
+        if (EnglishWords.match(text).hasMatch()) {
+            english.append(text);
+        }
+    }
+    return english;
+}
+
+} // namespace
+
+/// The toolkit's own texts: file dialogs, buttons, the menus of text fields.
+class TestToolkitTexts : public QObject {
+    Q_OBJECT
+
+public:
+    /// The system speaks English: the program does not follow it.
+    static void initMain() {
+        qputenv("LC_ALL", "en_US.UTF-8");
+        qputenv("LANGUAGE", "en");
+    }
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void withoutTheCatalogueTheyAreEnglish();
+    void noDialogShowsAnEnglishWord_data();
+    void noDialogShowsAnEnglishWord();
+    void buttonsOfTheToolkitArePortuguese();
+    void numbersStayTheSystems();
+
+private:
+    [[nodiscard]] QStringList textsOfDialog(const QString& command, const QString& title);
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestToolkitTexts::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_driver = std::make_unique<WindowDriver>();
+}
+
+void TestToolkitTexts::cleanup() {
+    m_driver->window.close();
+    m_driver.reset();
+    m_folder.reset();
+}
+
+QStringList TestToolkitTexts::textsOfDialog(const QString& command, const QString& title) {
+    QStringList texts;
+    m_driver->dialogs.handle(title, [&texts](QDialog* dialog) {
+        texts = textsOf(dialog);
+        dialog->reject();
+    });
+    m_driver->action(command)->trigger();
+    return texts;
+}
+
+/// Runs first: once installed, the catalogue stays.
+void TestToolkitTexts::withoutTheCatalogueTheyAreEnglish() {
+    const QStringList texts =
+        textsOfDialog(u"Escolher container..."_qs, u"Escolher container Tessel"_qs);
+    QVERIFY(!englishAmong(texts).isEmpty());
+    Tessel::UI::setUpApplication(*qApp);
+}
+
+void TestToolkitTexts::noDialogShowsAnEnglishWord_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("choose a container")
+        << u"Escolher container..."_qs << u"Escolher container Tessel"_qs;
+    QTest::newRow("create a container")
+        << u"Criar novo cofre..."_qs << u"Criar container Tessel"_qs;
+    QTest::newRow("import") << u"Importar..."_qs << u"Importar arquivos para o cofre"_qs;
+    QTest::newRow("type a name") << u"Nova pasta..."_qs << u"Nova pasta"_qs;
+    QTest::newRow("type a password") << u"Desbloquear"_qs << u"Senha do cofre"_qs;
+    QTest::newRow("change the password") << u"Alterar senha..."_qs << u"Alterar senha do cofre"_qs;
+    QTest::newRow("question") << u"Excluir..."_qs << u"Excluir arquivo"_qs;
+    QTest::newRow("move") << u"Mover para pasta..."_qs << u"Mover arquivo"_qs;
+    QTest::newRow("back up") << u"Fazer backup..."_qs << u"Fazer backup do container"_qs;
+    QTest::newRow("compact") << u"Compactar cofre..."_qs << u"Compactar cofre"_qs;
+    QTest::newRow("help") << u"Ajuda"_qs << u"Ajuda do Tessel"_qs;
+}
+
+void TestToolkitTexts::noDialogShowsAnEnglishWord() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, title);
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "a");
+    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    QVERIFY(crafted.writeTo(path) && m_driver->openVault(path, Password) &&
+            m_driver->selectRow(u"a.txt"_qs));
+    if (!m_driver->action(command)->isEnabled()) {
+        m_driver->action(u"Bloquear"_qs)->trigger();
+    }
+    const QStringList texts = textsOfDialog(command, title);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(texts.contains(title));
+    QCOMPARE(englishAmong(texts).join(u'|'), QString());
+}
+
+void TestToolkitTexts::buttonsOfTheToolkitArePortuguese() {
+    const QStringList texts =
+        textsOfDialog(u"Escolher container..."_qs, u"Escolher container Tessel"_qs);
+    QVERIFY2(texts.contains(u"&Abrir"_qs) || texts.contains(u"Abrir"_qs),
+             qPrintable(texts.join(u'|')));
+    QVERIFY2(texts.contains(u"Cancelar"_qs) || texts.contains(u"&Cancelar"_qs),
+             qPrintable(texts.join(u'|')));
+}
+
+void TestToolkitTexts::numbersStayTheSystems() {
+    QCOMPARE(QLocale().language(), QLocale::system().language());
+    QVERIFY(QLocale() == QLocale::system());
+}
+
+QTEST_MAIN(TestToolkitTexts)
+
+#include "test_toolkit_texts.moc"
