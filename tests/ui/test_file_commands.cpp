@@ -71,6 +71,7 @@ private Q_SLOTS:
     void importGoesIntoTheFolderShown();
     void importReplacesRefusesAndFailsInOneGo();
     void refusingAllReportsNone();
+    void replacingIsAskedWithTheWholePath();
 
     void exportWritesACopy();
     void exportFailureIsTold();
@@ -91,12 +92,16 @@ private Q_SLOTS:
 
     void moveOffersFoldersInOrder_data();
     void moveOffersFoldersInOrder();
+    void moveSortsFoldersWhateverTheirCase();
     void moveToTheRoot();
+    void moveIntoAFolderOfAFolder();
     void moveWithoutFolderIsTold();
     void moveOntoAnItemIsRefused();
     void emptyFolderIsDeleted();
     void folderWithFilesStays();
 
+    void commandsWithoutTheirSelectionDoNothing_data();
+    void commandsWithoutTheirSelectionDoNothing();
     void vanishedContainerFailsEveryCommand_data();
     void vanishedContainerFailsEveryCommand();
 
@@ -118,6 +123,8 @@ private:
     [[nodiscard]] QString problems() const { return m_driver->dialogs.problems(); }
     [[nodiscard]] QString status() const { return m_driver->result(); }
     [[nodiscard]] QStringList dialogTexts() const;
+    /// What the vault gives back of the file in this row.
+    [[nodiscard]] QByteArray exported(const QString& row);
     /// That the dialog was a question whose answer is "Não" unless another one is given.
     static void compareWithYesNoQuestion(const DialogDriver::Seen& seen);
     void takeContainerAway();
@@ -171,6 +178,14 @@ QStringList TestFileCommands::dialogTexts() const {
         texts.append(seen.at(i).text);
     }
     return texts;
+}
+
+QByteArray TestFileCommands::exported(const QString& row) {
+    const QString destination = filePath(u"exported"_qs);
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.answerFiles(u"Exportar arquivo"_qs, {destination});
+    const QByteArray contents = run(u"Exportar..."_qs, row) ? readFile(destination) : QByteArray();
+    return QFile::remove(destination) ? contents : QByteArray();
 }
 
 void TestFileCommands::compareWithYesNoQuestion(const DialogDriver::Seen& seen) {
@@ -351,13 +366,13 @@ void TestFileCommands::importReplacesRefusesAndFailsInOneGo() {
     QStringList paths;
     for (const QString& name : names) {
         paths.append(filePath(name));
-        QVERIFY(writeFile(paths.last(), noise(5000)));
+        QVERIFY(writeFile(paths.last(), "new " + name.toUtf8()));
     }
     m_driver->dialogs.answerFiles(OpenTitle, paths);
     m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
     m_driver->dialogs.handle(u"Substituir arquivo"_qs, [&](QDialog* dialog) {
-        QVERIFY(QFile::remove(paths.at(2)));
-        QVERIFY(pressButton(dialog, u"Não"_qs));
+        QFile::remove(paths.at(2));
+        dialog->reject();
     });
     m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
@@ -366,8 +381,11 @@ void TestFileCommands::importReplacesRefusesAndFailsInOneGo() {
                           u"b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs,
                           u"Não foi possível importar lost.bin."_qs}));
     QCOMPARE(status(), u"2 arquivos importados com sucesso."_qs);
-    QVERIFY(m_driver->rowNamed(u"z.bin"_qs) >= 0);
-    QCOMPARE(m_driver->rowNamed(u"lost.bin"_qs), -1);
+    QCOMPARE(m_driver->rowNames(),
+             QStringList({u"Apoio"_qs, u"docs"_qs, u"A.TXT"_qs, u"b.txt"_qs, u"z.bin"_qs}));
+    QCOMPARE(exported(u"A.TXT"_qs), QByteArray("new A.TXT"));
+    QCOMPARE(exported(u"b.txt"_qs), QByteArray("bb"));
+    QCOMPARE(exported(u"z.bin"_qs), QByteArray("new z.bin"));
 }
 
 void TestFileCommands::refusingAllReportsNone() {
@@ -379,6 +397,26 @@ void TestFileCommands::refusingAllReportsNone() {
     m_driver->dialogs.reject(u"Substituir arquivo"_qs);
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
     QCOMPARE(status(), u"0 arquivos importados com sucesso."_qs);
+}
+
+void TestFileCommands::replacingIsAskedWithTheWholePath() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs) && m_driver->activateRow(u"sub"_qs));
+    const QString source = filePath(u"D.TXT"_qs);
+    QVERIFY(writeFile(source, "new"));
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"docs/sub/D.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_qs);
+    compareWithYesNoQuestion(m_driver->dialogs.last());
+    QCOMPARE(exported(u"d.txt"_qs), QByteArray("d"));
+
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"D.TXT"_qs}));
+    QCOMPARE(exported(u"D.TXT"_qs), QByteArray("new"));
 }
 
 // --- Export and open -------------------------------------------------------------------------
@@ -687,22 +725,47 @@ void TestFileCommands::moveOffersFoldersInOrder() {
     }
     QStringList offered;
     QStringList paths;
+    int icons = 0;
+    bool modal = false;
     m_driver->dialogs.handle(u"Mover arquivo"_qs, [&](QDialog* dialog) {
         const auto* combo = dialog->findChild<QComboBox*>();
         for (int i = 0; i < combo->count(); ++i) {
             offered.append(combo->itemText(i));
             paths.append(combo->itemData(i).toString());
+            icons += combo->itemIcon(i).isNull() ? 0 : 1;
         }
+        modal = dialog->isModal();
         dialog->reject();
     });
     QVERIFY2(run(u"Mover para pasta..."_qs, file), qPrintable(problems()));
     QCOMPARE(offered, labels);
+    QCOMPARE(icons, 0);
+    QVERIFY(modal);
     QCOMPARE(paths, QStringList(labels).replaceInStrings(u"Raiz"_qs, QString()));
     const DialogDriver::Seen seen = m_driver->dialogs.last();
     QCOMPARE(seen.text, u"Mover %1 para:"_qs.arg(file));
     QCOMPARE(QSet<QString>(seen.buttons.cbegin(), seen.buttons.cend()),
              QSet<QString>({u"Mover"_qs, u"Cancelar"_qs}));
     QCOMPARE(status(), QString());
+}
+
+void TestFileCommands::moveSortsFoldersWhateverTheirCase() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"docs"_qs).addFolder(u"Zeta"_qs).addFolder(u"beta"_qs);
+    // Its folder goes by another letter case, and is not offered all the same.
+    crafted.addFolder(u"Apoio"_qs).addFile(u"DOCS/c.txt"_qs, "c");
+    QVERIFY(open(crafted));
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QStringList offered;
+    m_driver->dialogs.handle(u"Mover arquivo"_qs, [&offered](QDialog* dialog) {
+        const auto* combo = dialog->findChild<QComboBox*>();
+        for (int i = 0; i < combo->count(); ++i) {
+            offered.append(combo->itemText(i));
+        }
+        dialog->reject();
+    });
+    QVERIFY2(run(u"Mover para pasta..."_qs, u"c.txt"_qs), qPrintable(problems()));
+    QCOMPARE(offered, QStringList({u"Raiz"_qs, u"Apoio"_qs, u"beta"_qs, u"Zeta"_qs}));
 }
 
 void TestFileCommands::moveToTheRoot() {
@@ -714,6 +777,20 @@ void TestFileCommands::moveToTheRoot() {
     QCOMPARE(m_driver->rowNamed(u"c.txt"_qs), -1);
     QVERIFY(m_driver->activateRow(u".."_qs));
     QVERIFY(m_driver->rowNamed(u"c.txt"_qs) >= 0);
+}
+
+void TestFileCommands::moveIntoAFolderOfAFolder() {
+    QVERIFY(openSample());
+    m_driver->dialogs.handle(u"Mover arquivo"_qs, [](QDialog* dialog) {
+        dialog->findChild<QComboBox*>()->setCurrentText(u"docs/sub"_qs);
+        dialog->accept();
+    });
+    QVERIFY2(run(u"Mover para pasta..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"Arquivo movido."_qs);
+    QCOMPARE(m_driver->rowNamed(u"a.txt"_qs), -1);
+    QVERIFY(m_driver->activateRow(u"docs"_qs) && m_driver->activateRow(u"sub"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"a.txt"_qs, u"d.txt"_qs}));
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("aaa"));
 }
 
 void TestFileCommands::moveWithoutFolderIsTold() {
@@ -761,6 +838,44 @@ void TestFileCommands::folderWithFilesStays() {
 }
 
 // --- Failures --------------------------------------------------------------------------------
+
+void TestFileCommands::commandsWithoutTheirSelectionDoNothing_data() {
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QStringList>("commands");
+    const QStringList ofAFile{u"Exportar..."_qs, u"Abrir"_qs, u"Renomear arquivo..."_qs,
+                              u"Excluir..."_qs, u"Mover para pasta..."_qs};
+    const QStringList ofAFolder{u"Renomear pasta..."_qs, u"Excluir pasta vazia"_qs};
+    QTest::newRow("nothing") << QString() << ofAFile + ofAFolder;
+    QTest::newRow("file") << u"c.txt"_qs << ofAFolder;
+    QTest::newRow("folder") << u"sub"_qs << ofAFile;
+    QTest::newRow("parent row") << u".."_qs << ofAFile + ofAFolder;
+}
+
+void TestFileCommands::commandsWithoutTheirSelectionDoNothing() {
+    QFETCH(const QString, row);
+    QFETCH(const QStringList, commands);
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    if (row == u"..") {
+        // Two levels down this row stands for a folder that has a name.
+        QVERIFY(m_driver->activateRow(u"sub"_qs));
+    }
+    QVERIFY(row.isEmpty() || m_driver->selectRow(row));
+    const QByteArray before = sha256OfFile(containerPath());
+    const QStringList rowsBefore = m_driver->rowNames();
+    const FakeDesktop desktop(u"file"_qs);
+    for (const QString& command : commands) {
+        // The menu does not offer it; whoever gets there all the same is asked nothing.
+        QVERIFY2(!m_driver->action(command)->isEnabled(), qPrintable(command));
+        m_driver->action(command)->setEnabled(true);
+        QVERIFY2(run(command), qPrintable(problems()));
+        QCOMPARE(dialogTexts(), QStringList());
+        QCOMPARE(status(), QString());
+    }
+    QVERIFY(desktop.opened.isEmpty());
+    QCOMPARE(m_driver->rowNames(), rowsBefore);
+    QCOMPARE(sha256OfFile(containerPath()), before);
+}
 
 void TestFileCommands::vanishedContainerFailsEveryCommand_data() {
     QTest::addColumn<QString>("command");
