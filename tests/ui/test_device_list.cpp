@@ -86,6 +86,8 @@ private Q_SLOTS:
     void unmountedRowsLoseTheirHintOnceAContainerIsChosen();
     void containerFolderIsComparedWithTheDrive_data();
     void containerFolderIsComparedWithTheDrive();
+    void slashesOfAShortRootAreKept_data();
+    void slashesOfAShortRootAreKept();
     void innerDriveWins();
     void lastMatchingRowWins();
     void containerElsewhereLeavesNoDriveChosen();
@@ -475,6 +477,35 @@ void TestDeviceList::containerFolderIsComparedWithTheDrive() {
     QVERIFY(m_driver->chooseContainer(container));
     QCOMPARE(looks(), QStringList{matches ? Marked : Plain});
     QCOMPARE(list()->currentRow(), matches ? 0 : -1);
+    QCOMPARE(chosenRow(), matches ? 0 : -1);
+}
+
+void TestDeviceList::slashesOfAShortRootAreKept_data() {
+    QTest::addColumn<QString>("root");
+    QTest::addColumn<bool>("matches");
+    // The container's folder is compared as "/mnt/". A root loses slashes from its end as long as
+    // it has four characters or more, so that of these only "/" is above that folder.
+    QTest::newRow("1") << u"/"_qs << true;
+    QTest::newRow("2") << u"//"_qs << false;
+    QTest::newRow("3") << u"///"_qs << false;
+    QTest::newRow("4") << u"////"_qs << false;
+    QTest::newRow("5") << u"/////"_qs << false;
+    QTest::newRow("4, no slash") << u"/mnt"_qs << true;
+    QTest::newRow("5, a slash") << u"/mnt/"_qs << true;
+    QTest::newRow("6, two slashes") << u"/mnt//"_qs << true;
+    QTest::newRow("7, three slashes") << u"/mnt///"_qs << true;
+}
+
+void TestDeviceList::slashesOfAShortRootAreKept() {
+    QFETCH(const QString, root);
+    QFETCH(const bool, matches);
+    QVERIFY(writeFile(u"/mnt/x.tvlt"_qs, "x"));
+    plugIn(u"sdz"_qs);
+    m_usb->replaceMountTable("36 35 8:1 / " + root.toUtf8() + " rw - vfat /dev/sdz rw\n");
+    openWindow();
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), root);
+    QVERIFY(m_driver->chooseContainer(u"/mnt/x.tvlt"_qs));
+    QCOMPARE(looks(), QStringList{matches ? Marked : Plain});
     QCOMPARE(chosenRow(), matches ? 0 : -1);
 }
 
