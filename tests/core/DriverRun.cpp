@@ -68,6 +68,7 @@ QStringList callsOfDriver(const QStringList& arguments, const QString& names) {
     QProcess process;
     const QStringList options{QStringLiteral("-f"),
                               QStringLiteral("-qq"),
+                              QStringLiteral("-y"),
                               QStringLiteral("-o"),
                               trace.fileName(),
                               QStringLiteral("-e"),

@@ -39,8 +39,9 @@ struct DriverRun {
 [[nodiscard]] DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
                                   const QStringList& injections);
 
-/// The system calls of those names that the operation makes, in order, as strace writes them. They
-/// tell which one an injection has to count to.
+/// The system calls of those names that the operation makes, in order, as strace writes them, with
+/// the path behind each descriptor: "fsync(4</tmp>) = 0". They tell which one an injection has to
+/// count to.
 [[nodiscard]] QStringList callsOfDriver(const QStringList& arguments, const QString& names);
 
 } // namespace Tessel::Tests
