@@ -8,7 +8,9 @@
 #include <QApplication>
 #include <QIcon>
 #include <QLibraryInfo>
+#include <QSessionManager>
 #include <QTranslator>
+#include <QWidget>
 
 namespace Tessel::UI {
 
@@ -24,6 +26,19 @@ void setUpApplication(QApplication& application) {
     if (translator->load(QStringLiteral("qtbase_pt_BR"),
                          QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
         QApplication::installTranslator(translator);
+    }
+}
+
+void closeAtLogOut(QApplication& application, QWidget& window) {
+    QObject::connect(&application, &QApplication::commitDataRequest, &window,
+                     [&window](QSessionManager& session) {
+                         closeOrCancel(window, [&session] { session.cancel(); });
+                     });
+}
+
+void closeOrCancel(QWidget& window, const std::function<void()>& cancelLogOut) {
+    if (!window.close()) {
+        cancelLogOut();
     }
 }
 

@@ -7,7 +7,6 @@
 #include "ui/TerminationWatcher.h"
 
 #include <QApplication>
-#include <QSessionManager>
 
 int main(int argc, char* argv[]) {
     Tessel::UI::makeProcessPrivate();
@@ -18,12 +17,7 @@ int main(int argc, char* argv[]) {
     const Tessel::UI::TerminationWatcher watcher;
     QObject::connect(&watcher, &Tessel::UI::TerminationWatcher::terminationRequested, &window,
                      &Tessel::UI::MainWindow::requestClose);
-    QObject::connect(&application, &QApplication::commitDataRequest, &window,
-                     [&window](QSessionManager& session) {
-                         if (!window.close()) {
-                             session.cancel();
-                         }
-                     });
+    Tessel::UI::closeAtLogOut(application, window);
     window.show();
     return QApplication::exec();
 }

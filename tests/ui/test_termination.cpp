@@ -2,17 +2,19 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "support/CraftedContainer.h"
+#include "support/FakeDesktop.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
 #include "support/WindowDriver.h"
+#include "ui/ApplicationSetup.h"
 #include "ui/ProcessPrivacy.h"
 #include "ui/TerminationWatcher.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QDesktopServices>
 #include <QDialog>
 #include <QProcess>
+#include <QSessionManager>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -41,10 +43,6 @@ QStringList workspaces() {
 class TestTermination : public QObject {
     Q_OBJECT
 
-public Q_SLOTS:
-    /// Stands for the program that opens copies.
-    void openCopy(const QUrl& url) { m_opened = url.toLocalFile(); }
-
 private Q_SLOTS:
     void initTestCase();
     void filesAreForTheirUserAlone();
@@ -58,14 +56,39 @@ private Q_SLOTS:
     void aRequestDuringAnImportWaitsForItsEnd();
     void aSecondRequestChangesNothing();
     void theWindowStaysWhenTheVaultCannotBeLocked();
+    void logOutLocksTheVaultAndClosesTheWindow();
+    void logOutIsCancelledWhenTheVaultCannotBeLocked();
+    void logOutIsCancelledWhileACommandRuns();
     void theProgramEndsOnASignal_data();
     void theProgramEndsOnASignal();
 
 private:
+    /// Opens the vault of the container and changes an opened copy; then the container goes, so
+    /// that the change cannot be taken back nor the vault locked.
+    [[nodiscard]] static bool openWithoutWayBack(WindowDriver& driver, const QString& container);
+    /// The container comes back.
+    [[nodiscard]] static bool bringBack(const QString& container);
+
     QTemporaryDir m_folder;
     QString m_container;
-    QString m_opened;
 };
+
+bool TestTermination::openWithoutWayBack(WindowDriver& driver, const QString& container) {
+    const FakeDesktop desktop(u"file"_qs);
+    if (!driver.openVault(container, Password) || !driver.activateRow(u"a.txt"_qs) ||
+        desktop.opened.isEmpty()) {
+        return false;
+    }
+    QFile copy(desktop.opened.first().toLocalFile());
+    return copy.open(QIODevice::Append) && copy.write("mais") == 4 && copy.flush() &&
+           copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                            QFileDevice::FileModificationTime) &&
+           QFile::rename(container, container + u".fora"_qs);
+}
+
+bool TestTermination::bringBack(const QString& container) {
+    return QFile::rename(container + u".fora"_qs, container);
+}
 
 void TestTermination::initTestCase() {
     qputenv("TMPDIR", m_folder.path().toLocal8Bit());
@@ -199,19 +222,7 @@ void TestTermination::theWindowStaysWhenTheVaultCannotBeLocked() {
     const QString container = m_folder.filePath(u"gone.tvlt"_qs);
     QVERIFY(QFile::copy(m_container, container));
     WindowDriver driver;
-    QVERIFY(driver.openVault(container, Password));
-    QVERIFY(driver.selectRow(u"a.txt"_qs));
-    QDesktopServices::setUrlHandler(u"file"_qs, this, "openCopy");
-    driver.action(u"Abrir"_qs)->trigger();
-    QDesktopServices::unsetUrlHandler(u"file"_qs);
-    // The opened copy changes, and the container is no longer there to take it.
-    QFile copy(m_opened);
-    QVERIFY(copy.open(QIODevice::Append));
-    QVERIFY(copy.write("mais") == 4 && copy.flush());
-    QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
-                             QFileDevice::FileModificationTime));
-    QVERIFY(QFile::rename(container, container + u".fora"_qs));
-
+    QVERIFY(openWithoutWayBack(driver, container));
     driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* dialog) {
         driver.window.requestClose(); // a second signal while the first is being answered
         dialog->accept();
@@ -221,10 +232,65 @@ void TestTermination::theWindowStaysWhenTheVaultCannotBeLocked() {
     QVERIFY(driver.window.isVisible());
     QVERIFY(driver.vaultIsOpen());
 
-    QVERIFY(QFile::rename(container + u".fora"_qs, container));
+    QVERIFY(bringBack(container));
     driver.window.requestClose();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
+}
+
+void TestTermination::logOutLocksTheVaultAndClosesTheWindow() {
+    auto* session = qApp->findChild<QSessionManager*>();
+    QVERIFY(session);
+    WindowDriver driver;
+    Tessel::UI::closeAtLogOut(*qApp, driver.window);
+    QVERIFY(driver.openVault(m_container, Password));
+    QCOMPARE(workspaces().size(), 1);
+    Q_EMIT qApp->commitDataRequest(*session);
+    QVERIFY(!driver.window.isVisible());
+    QCOMPARE(workspaces().size(), 0);
+    driver.window.updateActions();
+    QVERIFY(!driver.vaultIsOpen());
+}
+
+void TestTermination::logOutIsCancelledWhenTheVaultCannotBeLocked() {
+    const QString container = m_folder.filePath(u"logout.tvlt"_qs);
+    QVERIFY(QFile::copy(m_container, container));
+    WindowDriver driver;
+    QVERIFY(openWithoutWayBack(driver, container));
+    int cancelled = 0;
+    const auto cancel = [&cancelled] {
+        ++cancelled;
+    };
+    driver.dialogs.acceptWarning(u"Tessel"_qs);
+    Tessel::UI::closeOrCancel(driver.window, cancel);
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QCOMPARE(cancelled, 1);
+    QVERIFY(driver.window.isVisible());
+    QVERIFY(driver.vaultIsOpen());
+    QCOMPARE(workspaces().size(), 1);
+
+    QVERIFY(bringBack(container));
+    Tessel::UI::closeOrCancel(driver.window, cancel);
+    QCOMPARE(cancelled, 1);
+    QVERIFY(!driver.window.isVisible());
+    QCOMPARE(workspaces().size(), 0);
+}
+
+void TestTermination::logOutIsCancelledWhileACommandRuns() {
+    WindowDriver driver;
+    QVERIFY(driver.openVault(m_container, Password));
+    int cancelled = 0;
+    driver.dialogs.handle(u"Nova pasta"_qs, [&](QDialog* dialog) {
+        Tessel::UI::closeOrCancel(driver.window, [&cancelled] { ++cancelled; });
+        dialog->reject();
+    });
+    driver.action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QCOMPARE(cancelled, 1);
+    QVERIFY(driver.window.isVisible());
+    QVERIFY(driver.vaultIsOpen());
+    QVERIFY(driver.window.close());
 }
 
 void TestTermination::theProgramEndsOnASignal_data() {
