@@ -5,12 +5,21 @@
 
 #include <QtGlobal>
 
+#include <cstdio>
+
 namespace Tessel::Tests {
 
 /// Whether a test that this machine cannot run has failed: continuous integration sets CI, and
 /// there every test has to run. tests/support/must_run.py is the same rule for Python.
 [[nodiscard]] inline bool everyTestMustRun() {
     return !qEnvironmentVariableIsEmpty("CI");
+}
+
+/// Says why nothing of a program can be tested here. @return what its main() returns: skipped, or
+/// failed where every test must run.
+[[nodiscard]] inline int refused(const char* reason) {
+    std::fprintf(stderr, "%s: %s\n", everyTestMustRun() ? "FAIL" : "SKIP", reason);
+    return everyTestMustRun() ? 1 : 77;
 }
 
 } // namespace Tessel::Tests

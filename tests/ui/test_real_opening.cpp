@@ -14,7 +14,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -29,13 +28,6 @@ const QString Password = QStringLiteral("senha de teste");
 /// Set in the program that runs on a display of its own.
 constexpr const char* OnOwnDisplay = "TESSEL_TEST_ON_OWN_DISPLAY";
 
-/// What main() returns where this machine lacks something; CI has to have it.
-int lacking(const char* what) {
-    std::fprintf(stderr, "%s: %s is not installed here\n", everyTestMustRun() ? "FAIL" : "SKIP",
-                 what);
-    return everyTestMustRun() ? 1 : 77;
-}
-
 /// Starts this program once more on a virtual X display. Returns only when there is none.
 int startOnOwnDisplay(int argc, char** argv) {
     qputenv(OnOwnDisplay, "1");
@@ -47,7 +39,7 @@ int startOnOwnDisplay(int argc, char** argv) {
     command.insert(command.end(), argv, argv + argc);
     command.push_back(nullptr);
     ::execvp(command.front(), command.data());
-    return lacking("xvfb-run");
+    return refused("xvfb-run is not installed here");
 }
 
 } // namespace
@@ -153,11 +145,11 @@ int main(int argc, char** argv) {
     if (!qEnvironmentVariableIsSet(OnOwnDisplay)) {
         return startOnOwnDisplay(argc, argv);
     }
-    // xdg-open has the type of a file told by file(1).
-    for (const char* tool : {"xdg-open", "file"}) {
-        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty()) {
-            return lacking(tool);
-        }
+    if (QStandardPaths::findExecutable(u"xdg-open"_qs).isEmpty()) {
+        return refused("xdg-open is not installed here");
+    }
+    if (QStandardPaths::findExecutable(u"file"_qs).isEmpty()) {
+        return refused("file, which tells xdg-open the type, is not installed here");
     }
     QApplication application(argc, argv);
     TestRealOpening test;
