@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 
-# What scripts/run and scripts/test install. Sourced, not run.
+# What scripts/run and scripts/test install. Sourced, not run: the lists are for those who do.
 
 # Building and starting the program.
 build_packages=(
@@ -18,6 +18,8 @@ test_packages=(
     argon2 strace e2fsprogs util-linux mount procps
     xvfb xauth openbox x11-utils dbus at-spi2-core python3-pyatspi
     xdg-utils file
+    desktop-file-utils appstream shared-mime-info man-db
+    git reuse codespell shellcheck
     fonts-dejavu-core
 )
 

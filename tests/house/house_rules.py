@@ -10,8 +10,10 @@ because only the window speaks to the user."""
 
 import re
 
+# REUSE-IgnoreStart
 LICENCE = ("SPDX-FileCopyrightText: 2026 The Tessel developers",
            "SPDX-License-Identifier: GPL-3.0-or-later")
+# REUSE-IgnoreEnd
 
 SOURCE_FOLDERS = ("src", "tests", "benchmarks", "scripts", "cmake", ".ci")
 COMMENT_MARKS = {".cpp": "//", ".h": "//", ".py": "#", ".sh": "#", ".cmake": "#"}

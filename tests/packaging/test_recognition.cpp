@@ -1,0 +1,125 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/VaultManager.h"
+#include "support/Files.h"
+#include "support/MustRun.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QMimeDatabase>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Vault = QStringLiteral("application/x-tessel-vault");
+
+} // namespace
+
+/// The desktop's database of file types, with the one that the package brings.
+class TestRecognition : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void aContainerIsRecognised_data();
+    void aContainerIsRecognised();
+    void nothingElseIsRecognised_data();
+    void nothingElseIsRecognised();
+    void theTypeIsNamedInBothLanguages();
+
+private:
+    [[nodiscard]] QString pathOf(const QString& name) const { return m_folder.filePath(name); }
+
+    QTemporaryDir m_folder;
+};
+
+void TestRecognition::initTestCase() {
+    const QString types = pathOf(u"data/mime"_qs);
+    QVERIFY(QDir().mkpath(types + u"/packages"_qs));
+    QVERIFY(QFile::copy(QStringLiteral(TESSEL_MIME_TYPES),
+                        types + u"/packages/example.tessel.Tessel.xml"_qs));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(pathOf(u"data"_qs)));
+
+    QProcess update;
+    update.start(u"update-mime-database"_qs, {types});
+    QVERIFY(update.waitForFinished());
+    QCOMPARE(update.readAllStandardError(), QByteArray());
+    QCOMPARE(update.exitCode(), 0);
+
+    Tessel::Core::VaultManager vault;
+    QVERIFY(vault.createVault(pathOf(u"engine"_qs), "senha de teste"));
+}
+
+void TestRecognition::aContainerIsRecognised_data() {
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("mode");
+    const struct {
+        const char* name;
+        QMimeDatabase::MatchMode mode;
+    } modes[] = {{"name", QMimeDatabase::MatchExtension},
+                 {"contents", QMimeDatabase::MatchContent},
+                 {"both", QMimeDatabase::MatchDefault}};
+    const QString usual = u"tessel.tvlt"_qs;
+    for (const auto& [mode, value] : modes) {
+        QTest::addRow("usual name, by %s", mode) << usual << static_cast<int>(value);
+    }
+    QTest::newRow("no extension") << u"cofre"_qs << int(QMimeDatabase::MatchDefault);
+    QTest::newRow("unknown extension") << u"cofre.antigo"_qs << int(QMimeDatabase::MatchDefault);
+    QTest::newRow("extension of another type")
+        << u"cofre.txt"_qs << int(QMimeDatabase::MatchContent);
+}
+
+void TestRecognition::aContainerIsRecognised() {
+    QFETCH(const QString, name);
+    QFETCH(const int, mode);
+    QVERIFY(QFile::copy(pathOf(u"engine"_qs), pathOf(name)) || QFile::exists(pathOf(name)));
+    const auto matching = static_cast<QMimeDatabase::MatchMode>(mode);
+    QCOMPARE(QMimeDatabase().mimeTypeForFile(pathOf(name), matching).name(), Vault);
+}
+
+void TestRecognition::nothingElseIsRecognised_data() {
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("contents");
+    QTest::newRow("text") << u"nota.txt"_qs << QByteArray("uma linha\n");
+    QTest::newRow("text without extension") << u"nota"_qs << QByteArray("uma linha\n");
+    QTest::newRow("six of the seven bytes") << u"seis"_qs << QByteArray("TESSEL");
+    QTest::newRow("another seventh byte") << u"outro"_qs << QByteArray("TESSEL4\n");
+    QTest::newRow("lower case") << u"minusculas"_qs << QByteArray("tessel3\n");
+    QTest::newRow("behind a byte") << u"depois"_qs << QByteArray(" TESSEL3\n");
+    QTest::newRow("the name without its dot") << u"tvlt"_qs << QByteArray("uma linha\n");
+}
+
+void TestRecognition::nothingElseIsRecognised() {
+    QFETCH(const QString, name);
+    QFETCH(const QByteArray, contents);
+    QVERIFY(writeFile(pathOf(name), contents));
+    QCOMPARE(QMimeDatabase().mimeTypeForFile(pathOf(name)).name(), u"text/plain"_qs);
+}
+
+void TestRecognition::theTypeIsNamedInBothLanguages() {
+    const QMimeType type = QMimeDatabase().mimeTypeForName(Vault);
+    QVERIFY(type.isValid());
+    QLocale::setDefault(QLocale(QLocale::English));
+    QCOMPARE(type.comment(), u"Tessel vault"_qs);
+    QLocale::setDefault(QLocale(QLocale::Portuguese, QLocale::Brazil));
+    QCOMPARE(type.comment(), u"Cofre do Tessel"_qs);
+    QCOMPARE(type.iconName(), u"tessel"_qs);
+    QCOMPARE(type.globPatterns(), QStringList(u"*.tvlt"_qs));
+}
+
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    if (QStandardPaths::findExecutable(u"update-mime-database"_qs).isEmpty()) {
+        return refused("update-mime-database is not installed here");
+    }
+    TestRecognition test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_recognition.moc"
