@@ -239,7 +239,7 @@ class Replay:
     def checker(self):
         if not hasattr(self.local, "checker"):
             with self.lock:
-                self.local.checker = vw.Checker()
+                self.local.checker = vw.Checker(self.thorough)
                 self.checkers.append(self.local.checker)
                 self.local.number = len(self.checkers)
         return self.local.checker
@@ -271,6 +271,8 @@ class Replay:
     def try_state(self, recorded, files, done, expected):
         try:
             problem = self.problem_with(recorded, files, done, expected)
+        except vw.Disagreement as disagreement:
+            problem = str(disagreement)
         finally:
             self.slots.release()
         if problem:

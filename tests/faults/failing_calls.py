@@ -149,8 +149,8 @@ def problem_with_result(world, fault, expected, said, checker):
     if world.operation.command == "export" and succeeded and \
             world.exported() != dict(expected.after.files)["docs/a.bin"]:
         return "the exported file is not the stored one"
-    changed = checker.ask("change", world.vault, *world.operation.passwords)
-    if not changed.get("changed") or "tambem" not in vw.State.of(changed).folders:
+    changed = checker.change(world.vault, world.operation)
+    if changed is None or "tambem" not in changed.folders:
         return "the vault takes no change any more"
     return None
 
@@ -168,7 +168,7 @@ class Sweep:
     def checker(self):
         if not hasattr(self.local, "checker"):
             with self.lock:
-                self.local.checker = vw.Checker()
+                self.local.checker = vw.Checker(self.thorough)
                 self.checkers.append(self.local.checker)
                 self.local.number = len(self.checkers)
         return self.local.checker

@@ -10,6 +10,7 @@ after the operation; what was reported done must be there. Needs root and a loop
 """
 
 import argparse
+import contextlib
 import fcntl
 import json
 import os
@@ -117,6 +118,8 @@ def problem_with(drive, world, expected, checker, delay):
                 world.exported() != dict(expected.after.files)["docs/a.bin"]:
             return "the exported file is lost"
         return None
+    except vw.Disagreement as disagreement:
+        return str(disagreement)
     finally:
         drive.unmount()
 
@@ -163,22 +166,21 @@ def main():
     enter_own_mounts()
     results = []
     with vw.fast_folder() as folder:
-        checker = vw.Checker()
-        try:
+        with contextlib.ExitStack() as closing:
+            checker = vw.Checker(options.long)
+            closing.callback(checker.close)
             base = vw.make_base(checker, folder)
-            drive = Drive(folder)
-            drive.mount()
-            drive.unmount()
-        except Refused as reason:
-            return vw.refused(reason)
-        try:
+            try:
+                drive = Drive(folder)
+                closing.callback(drive.close)
+                drive.mount()
+                drive.unmount()
+            except Refused as reason:
+                return vw.refused(reason)
             for operation in vw.OPERATIONS:
                 if options.only in (None, operation.name):
                     times = 20 if options.long else (1 if operation.slow else 2)
                     results.append(try_operation(drive, operation, base, checker, times))
-        finally:
-            drive.close()
-            checker.close()
     if options.json:
         Path(options.json).write_text(json.dumps(results), encoding="utf-8")
     return 0 if all(row["cuts"] == row["whole"] for row in results) else 1

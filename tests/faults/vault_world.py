@@ -16,6 +16,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
 
+import second_reader
 from must_run import refused
 
 PASSWORD = "senha de teste"
@@ -60,10 +61,17 @@ def tool(name):
     raise FileNotFoundError(name)
 
 
-class Checker:
-    """vault_checker, kept running."""
+class Disagreement(ValueError):
+    """The engine and the second reader do not find the same in a container."""
 
-    def __init__(self):
+
+class Checker:
+    """vault_checker, kept running, and a second reader that shares nothing with the engine.
+
+    The second reader looks at everything, but without `thorough` not where that takes long."""
+
+    def __init__(self, thorough):
+        self.thorough = thorough
         self.folder = tempfile.mkdtemp(prefix="tessel-checker-")
         self.process = subprocess.Popen(
             [tool("vault_checker")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
@@ -74,8 +82,30 @@ class Checker:
         self.process.stdin.flush()
         return json.loads(self.process.stdout.readline())
 
-    def look(self, path, passwords):
-        return State.of(self.ask("look", path, *passwords))
+    def look(self, path, operation):
+        """The state of the vault there. The engine comes second: it may repair the header."""
+        read = self.second_look(path, operation)
+        found = State.of(self.ask("look", path, *operation.passwords))
+        self.compare(path, found, read)
+        return found
+
+    def change(self, path, operation):
+        """The state of the vault after one more folder, "tambem"; None when it takes no change."""
+        changed = self.ask("change", path, *operation.passwords)
+        found = State.of(changed)
+        self.compare(path, found, self.second_look(path, operation))
+        return found if changed.get("changed") else None
+
+    def second_look(self, path, operation):
+        """What the second reader finds; nothing at all, not even None, where it does not look."""
+        if operation.slow and not self.thorough:
+            return ()
+        return State.of(second_reader.contents(path, operation.passwords))
+
+    @staticmethod
+    def compare(path, found, read):
+        if read != () and read != found:
+            raise Disagreement(f"{path}: the engine finds {found}, the second reader {read}")
 
     def close(self):
         self.process.stdin.close()
@@ -91,7 +121,7 @@ class State:
     password: str
 
     @staticmethod
-    def of(found, passwords=()):
+    def of(found):
         if not found:
             return None
         return State(tuple(sorted(found["files"].items())), tuple(sorted(found["folders"])),
@@ -148,11 +178,11 @@ class World:
     def state(self, checker):
         """The vault's state; that of a preserved container where the drive has none."""
         self.vault = self.container
-        found = checker.look(self.vault, self.operation.passwords)
+        found = checker.look(self.vault, self.operation)
         whole = found is not None and found.is_whole()
         if not whole and self.operation.command == "compact" and self.preserved():
             self.vault = self.preserved()
-            found = checker.look(self.vault, self.operation.passwords)
+            found = checker.look(self.vault, self.operation)
         return found
 
 
