@@ -9,6 +9,7 @@
 #include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QFontMetrics>
+#include <QGraphicsDropShadowEffect>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QIcon>
@@ -52,6 +53,18 @@ QLabel* buildCaption(const QString& text, QWidget* widget) {
     auto* caption = new QLabel(text);
     widget->setAccessibleName(text);
     return caption;
+}
+
+/// The product's blue is hard to read on a dark ground: a light edge sets it off.
+void liftFromDarkGround(QLabel* label) {
+    if (label->palette().color(QPalette::Window).lightnessF() > 0.5F) {
+        return;
+    }
+    auto* edge = new QGraphicsDropShadowEffect(label);
+    edge->setOffset(0, 0);
+    edge->setBlurRadius(6);
+    edge->setColor(Qt::white);
+    label->setGraphicsEffect(edge);
 }
 
 QString applicationVersion() {
@@ -105,6 +118,7 @@ QLayout* AboutDialog::buildHeader() {
     titleFont.setWeight(QFont::DemiBold);
     title->setFont(titleFont);
     title->setStyleSheet(QStringLiteral("color: #0B4F8A;"));
+    liftFromDarkGround(title);
 
     const int side = QFontMetrics(titleFont).height();
     auto* icon = new QLabel(this);

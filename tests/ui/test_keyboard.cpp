@@ -167,16 +167,16 @@ void TestKeyboard::longListMovesByPagesAndEnds() {
 
     press(Qt::Key_End);
     QCOMPARE(currentName(), u"299.txt"_qs);
-    QVERIFY(currentIsVisible());
+    QTRY_VERIFY(currentIsVisible());
     press(Qt::Key_PageUp);
     const int pageUp = 199 - table->currentRow();
     QVERIFY(pageUp > 1 && pageUp < 199);
-    QVERIFY(currentIsVisible());
+    QTRY_VERIFY(currentIsVisible());
     press(Qt::Key_Home);
     QCOMPARE(currentName(), u"100.txt"_qs);
     press(Qt::Key_PageDown);
     QCOMPARE(table->currentRow(), pageUp);
-    QVERIFY(currentIsVisible());
+    QTRY_VERIFY(currentIsVisible());
 }
 
 void TestKeyboard::enterOpensFoldersAndFiles_data() {

@@ -1,0 +1,246 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/ProgressProbe.h"
+#include "support/WindowDriver.h"
+#include "ui/ApplicationSetup.h"
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QApplication>
+#include <QDialog>
+#include <QDir>
+#include <QLabel>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextEdit>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+
+QPalette darkPalette() {
+    QPalette palette(QColor(0x31, 0x36, 0x3b), QColor(0x2a, 0x2e, 0x32));
+    palette.setColor(QPalette::Base, QColor(0x1b, 0x1e, 0x20));
+    palette.setColor(QPalette::AlternateBase, QColor(0x23, 0x26, 0x29));
+    for (const QPalette::ColorRole role :
+         {QPalette::Text, QPalette::WindowText, QPalette::ButtonText, QPalette::ToolTipText}) {
+        palette.setColor(role, QColor(0xfc, 0xfc, 0xfc));
+    }
+    palette.setColor(QPalette::Link, QColor(0x1d, 0x99, 0xf3));
+    return palette;
+}
+
+/// Relative luminance (WCAG 2.1).
+double luminance(const QColor& colour) {
+    const auto linear = [](double channel) {
+        return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+           0.0722 * linear(colour.blueF());
+}
+
+double contrast(const QColor& a, const QColor& b) {
+    const auto [dark, light] = std::minmax({luminance(a), luminance(b)});
+    return (light + 0.05) / (dark + 0.05);
+}
+
+/// The part of the window's picture that shows the widget.
+QImage imageOf(const QWidget* widget, const QImage& window) {
+    const qreal ratio = window.devicePixelRatio();
+    const QRect place(widget->mapTo(widget->window(), QPoint()), widget->size());
+    return window.copy(QRectF(place.topLeft() * ratio, QSizeF(place.size()) * ratio).toRect());
+}
+
+/// The best contrast of any pixel with the most frequent colour: of a text with the ground it
+/// stands on.
+double contrastOfText(const QImage& image) {
+    QHash<QRgb, int> counts;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            ++counts[image.pixel(x, y)];
+        }
+    }
+    QRgb ground = 0;
+    int most = 0;
+    for (auto colour = counts.cbegin(); colour != counts.cend(); ++colour) {
+        if (colour.value() > most) {
+            most = colour.value();
+            ground = colour.key();
+        }
+    }
+    double best = 1.0;
+    for (auto colour = counts.cbegin(); colour != counts.cend(); ++colour) {
+        best = std::max(best, contrast(QColor(colour.key()), QColor(ground)));
+    }
+    return best;
+}
+
+bool isCutOff(const QWidget* widget) {
+    const QSize wanted = widget->sizeHint();
+    const auto* label = qobject_cast<const QLabel*>(widget);
+    if (label != nullptr && label->wordWrap()) {
+        return widget->height() < label->heightForWidth(widget->width());
+    }
+    return widget->width() < wanted.width() || widget->height() < wanted.height();
+}
+
+QString nameOf(const QWidget* widget) {
+    const QVariant text = widget->property("text");
+    return text.toString().left(40) + u' ' + widget->objectName();
+}
+
+/// Labels and buttons that are smaller than their text, and texts that cannot be told from the
+/// ground.
+QStringList flawsOf(QWidget* window) {
+    constexpr double Readable = 3.0;
+    QStringList flaws;
+    const QImage picture = window->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const QList<QWidget*> widgets = window->findChildren<QWidget*>();
+    for (const QWidget* widget : widgets) {
+        const bool isText = qobject_cast<const QLabel*>(widget) != nullptr ||
+                            qobject_cast<const QAbstractButton*>(widget);
+        if (!isText || !widget->isVisible() || widget->property("text").toString().isEmpty()) {
+            continue;
+        }
+        if (isCutOff(widget)) {
+            flaws.append(QStringLiteral("cut off: ") + nameOf(widget));
+        }
+        if (contrastOfText(imageOf(widget, picture)) < Readable) {
+            flaws.append(QStringLiteral("hard to read: ") + nameOf(widget));
+        }
+    }
+    return flaws;
+}
+
+} // namespace
+
+/// Everything in light and dark; CTest runs this program at several scales. Pictures are saved
+/// below the folder in TESSEL_PICTURES, to be looked at.
+class TestAppearance : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void flawsAreFound();
+    void nothingIsCutOffOrUnreadable_data();
+    void nothingIsCutOffOrUnreadable();
+
+private:
+    [[nodiscard]] bool openSample();
+    void look(QWidget* window, const QString& name);
+
+    QPalette m_light;
+    QString m_shade;
+    QStringList m_flaws;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+void TestAppearance::initTestCase() {
+    Tessel::UI::setUpApplication(*qApp);
+    m_light = QApplication::palette();
+}
+
+void TestAppearance::init() {
+    m_flaws.clear();
+    m_folder = std::make_unique<QTemporaryDir>();
+}
+
+void TestAppearance::cleanup() {
+    if (m_driver != nullptr) {
+        m_driver->window.close();
+    }
+    m_driver.reset();
+    m_folder.reset();
+    QApplication::setPalette(m_light);
+}
+
+bool TestAppearance::openSample() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"Fotos da praia"_qs).addFolder(u"Documentos"_qs);
+    for (const QString& name : {u"contrato.pdf"_qs, u"planilha.xlsx"_qs, u"carta.docx"_qs,
+                                u"notas.txt"_qs, u"foto.png"_qs, u"tudo.zip"_qs}) {
+        crafted.addFile(name, noise(70000));
+    }
+    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    return crafted.writeTo(path) && m_driver->openVault(path, Password);
+}
+
+void TestAppearance::look(QWidget* window, const QString& name) {
+    QCoreApplication::processEvents();
+    const QString folder = qEnvironmentVariable("TESSEL_PICTURES");
+    if (!folder.isEmpty()) {
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(window->grab().save(QStringLiteral("%1/%2-%3.png").arg(folder, name, m_shade)));
+    }
+    const QStringList flaws = flawsOf(window);
+    for (const QString& flaw : flaws) {
+        m_flaws.append(name + u' ' + flaw);
+    }
+}
+
+void TestAppearance::flawsAreFound() {
+    QWidget window;
+    QLabel small(u"um texto que não cabe"_qs, &window);
+    small.setFixedWidth(30);
+    QLabel faint(u"quase igual"_qs, &window);
+    faint.move(0, 60);
+    faint.setAutoFillBackground(true);
+    faint.setPalette(QPalette(QColor(100, 100, 100), QColor(110, 110, 110)));
+    faint.setStyleSheet(u"color: #777777; background: #6e6e6e;"_qs);
+    window.show();
+    const QString flaws = flawsOf(&window).join(u'\n');
+    QVERIFY2(flaws.contains(u"cut off: um texto"), qPrintable(flaws));
+    QVERIFY2(flaws.contains(u"hard to read: quase igual"), qPrintable(flaws));
+}
+
+void TestAppearance::nothingIsCutOffOrUnreadable_data() {
+    QTest::addColumn<bool>("dark");
+    QTest::newRow("light") << false;
+    QTest::newRow("dark") << true;
+}
+
+void TestAppearance::nothingIsCutOffOrUnreadable() {
+    QFETCH(const bool, dark);
+    m_shade = dark ? u"dark"_qs : u"light"_qs;
+    QApplication::setPalette(dark ? darkPalette() : m_light);
+    m_driver = std::make_unique<WindowDriver>();
+    look(&m_driver->window, u"locked"_qs);
+    QVERIFY(openSample() && m_driver->selectRow(u"carta.docx"_qs));
+    look(&m_driver->window, u"unlocked"_qs);
+
+    QVERIFY(writeFile(m_folder->filePath(u"um vídeo de férias.mp4"_qs), noise(3000000)));
+    const ProgressProbe probe([this](QProgressDialog* dialog, int value) {
+        if (value == 1000) {
+            look(dialog, u"progress"_qs);
+        }
+    });
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs,
+                                  {m_folder->filePath(u"um vídeo de férias.mp4"_qs)});
+    m_driver->action(u"Importar..."_qs)->trigger();
+    for (const QString& title : {u"Ajuda do Tessel"_qs, u"Sobre o Tessel"_qs}) {
+        m_driver->dialogs.handle(title, [this, title](QDialog* dialog) {
+            look(dialog, title.section(u' ', 0, 0).toLower());
+            dialog->reject();
+        });
+        m_driver->action(title.section(u' ', 0, 0) == u"Ajuda" ? u"Ajuda"_qs : title)->trigger();
+    }
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY2(m_flaws.isEmpty(), qPrintable(m_flaws.join(u'\n')));
+}
+
+QTEST_MAIN(TestAppearance)
+
+#include "test_appearance.moc"
