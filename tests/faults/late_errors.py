@@ -1,0 +1,110 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""Fails late: a drive that takes every write and cannot keep it.
+
+The drive is ext4 on a loop device whose file lies on a small file system without room. Writes end
+up in the kernel's cache and succeed; that they are lost is told by whoever asks for a sync, if
+anybody does. An operation that has to add something to the drive must fail, and once the drive
+works again the vault must hold what it held. Needs root and a loop device.
+"""
+
+import contextlib
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import power_cut
+import vault_world as vw
+
+# With room for a vault, not for all of the drive.
+SMALL_BYTES = 96 << 20
+# What these do is lost when nothing new gets onto the drive.
+OPERATIONS = ("import", "import, replacing", "export", "new folder", "compact",
+              "lock, taking an edited copy back")
+
+
+class LyingDrive(power_cut.Drive):
+    """A drive that can be robbed of what it would put new bytes into."""
+
+    def __init__(self, folder):
+        self.small = Path(folder, "small")
+        self.small.mkdir()
+        power_cut.run("mount", "-t", "tmpfs", "-o", f"size={SMALL_BYTES}", "tmpfs", self.small)
+        try:
+            super().__init__(self.small)
+        except power_cut.Refused:
+            power_cut.run("umount", self.small)
+            raise
+
+    def rob(self):
+        # What the file system has written must be where it belongs before nothing more fits.
+        power_cut.run("sync", "--file-system", self.place)
+        with open(self.small / "filler", "wb") as filler:
+            room = os.statvfs(self.small)
+            os.posix_fallocate(filler.fileno(), 0, room.f_bavail * room.f_frsize)
+
+    def give_back(self):
+        (self.small / "filler").unlink()
+
+    def close(self):
+        super().close()
+        power_cut.run("umount", self.small)
+
+
+def problem_with(drive, operation, base, checker):
+    world = vw.World(drive.place / "world", operation, base)
+    drive.mount()
+    expected = vw.Expected.learn(world, checker)
+    world.reset()
+    drive.rob()
+    ran = subprocess.run(world.command(), env=world.environment(), text=True, check=False,
+                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    drive.give_back()
+    drive.unmount()
+    drive.mount()
+    try:
+        if vw.parse_said(ran.stdout).get("result") != "false":
+            return f"what the drive has lost was reported done: {ran.stdout!r}"
+        state = world.state(checker)
+        if state is None:
+            return "the vault does not open"
+        return None if state == expected.before else "the vault holds something else"
+    except vw.Disagreement as disagreement:
+        return str(disagreement)
+    finally:
+        drive.unmount()
+
+
+def try_all(drive, base, checker):
+    whole = True
+    for operation in vw.OPERATIONS:
+        if operation.name in OPERATIONS:
+            problem = problem_with(drive, operation, base, checker)
+            print(f"{operation.name}: {problem or 'fails, and leaves the vault whole'}", flush=True)
+            whole = whole and problem is None
+    return 0 if whole else 1
+
+
+def main():
+    if os.geteuid() != 0 or not shutil.which("mkfs.ext4"):
+        return vw.refused("only root can mount a loop device, and needs mkfs.ext4")
+    power_cut.enter_own_mounts()
+    with vw.fast_folder() as folder, contextlib.ExitStack() as closing:
+        checker = vw.Checker(False)
+        closing.callback(checker.close)
+        base = vw.make_base(checker, folder)
+        try:
+            drive = LyingDrive(folder)
+            closing.callback(drive.close)
+            drive.mount()
+            drive.unmount()
+        except power_cut.Refused as reason:
+            return vw.refused(reason)
+        return try_all(drive, base, checker)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
