@@ -15,7 +15,7 @@ test_packages=(
     "${build_packages[@]}"
     ccache clang-format clang-tidy
     python3 python3-nacl
-    argon2 strace e2fsprogs util-linux mount procps
+    argon2 strace e2fsprogs util-linux mount procps libsm-dev
     xvfb xauth openbox x11-utils dbus at-spi2-core python3-pyatspi
     xdg-utils file
     desktop-file-utils appstream shared-mime-info man-db

@@ -3,7 +3,11 @@
 
 #include "support/WindowDriver.h"
 
+#include "support/FakeDesktop.h"
+
 #include <QAction>
+#include <QDateTime>
+#include <QFile>
 #include <QLabel>
 #include <QListWidget>
 #include <QStatusBar>
@@ -11,6 +15,7 @@
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
+#include <QUrl>
 
 namespace Tessel::Tests {
 
@@ -20,6 +25,10 @@ constexpr int NameColumn = 1;
 
 QPoint middleOfRow(const QTableWidget* table, int row) {
     return table->visualItemRect(table->item(row, NameColumn)).center();
+}
+
+QString awayFrom(const QString& path) {
+    return path + QLatin1String(".away");
 }
 
 } // namespace
@@ -95,6 +104,23 @@ bool WindowDriver::unlock(const QString& password) {
 
 bool WindowDriver::openVault(const QString& path, const QString& password) {
     return chooseContainer(path) && unlock(password);
+}
+
+bool WindowDriver::openWithoutWayBack(const QString& path, const QString& password,
+                                      const QString& fileName) {
+    const FakeDesktop desktop(QStringLiteral("file"));
+    if (!openVault(path, password) || !activateRow(fileName) || desktop.opened.isEmpty()) {
+        return false;
+    }
+    QFile copy(desktop.opened.first().toLocalFile());
+    const QDateTime later = QDateTime::currentDateTime().addSecs(60);
+    return copy.open(QIODevice::Append) && copy.write("mais") == 4 && copy.flush() &&
+           copy.setFileTime(later, QFileDevice::FileModificationTime) &&
+           QFile::rename(path, awayFrom(path));
+}
+
+bool WindowDriver::bringBack(const QString& path) {
+    return QFile::rename(awayFrom(path), path);
 }
 
 QStringList WindowDriver::rowNames() const {

@@ -55,6 +55,12 @@ public:
     [[nodiscard]] bool unlock(const QString& password);
     /// Both, one after the other.
     [[nodiscard]] bool openVault(const QString& path, const QString& password);
+    /// Opens the vault and a copy of one of its files at the root, and changes the copy; then it
+    /// takes the container away. The vault cannot be locked until bringBack(). @return whether all
+    /// of that worked.
+    [[nodiscard]] bool openWithoutWayBack(const QString& path, const QString& password,
+                                          const QString& fileName);
+    [[nodiscard]] static bool bringBack(const QString& path);
 
     /// The texts of the name column, from the top.
     [[nodiscard]] QStringList rowNames() const;

@@ -4,7 +4,7 @@
 #include "core/VaultManager.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
-#include "support/MustRun.h"
+#include "support/OwnDisplay.h"
 #include "support/WindowDriver.h"
 
 #include <QAction>
@@ -15,32 +15,12 @@
 #include <QTest>
 
 #include <utility>
-#include <vector>
-
-#include <unistd.h>
 
 using namespace Tessel::Tests;
 
 namespace {
 
 const QString Password = QStringLiteral("senha de teste");
-
-/// Set in the program that runs on a display of its own.
-constexpr const char* OnOwnDisplay = "TESSEL_TEST_ON_OWN_DISPLAY";
-
-/// Starts this program once more on a virtual X display. Returns only when there is none.
-int startOnOwnDisplay(int argc, char** argv) {
-    qputenv(OnOwnDisplay, "1");
-    // Opening a document is the business of the platform plugin, and the offscreen one opens none.
-    qputenv("QT_QPA_PLATFORM", "xcb");
-    QByteArray launcher = QByteArrayLiteral("xvfb-run");
-    QByteArray anyNumber = QByteArrayLiteral("--auto-servernum");
-    std::vector<char*> command{launcher.data(), anyNumber.data()};
-    command.insert(command.end(), argv, argv + argc);
-    command.push_back(nullptr);
-    ::execvp(command.front(), command.data());
-    return refused("xvfb-run is not installed here");
-}
 
 } // namespace
 
@@ -142,7 +122,8 @@ void TestRealOpening::theEditorsChangeComesBackOnLocking() {
 }
 
 int main(int argc, char** argv) {
-    if (!qEnvironmentVariableIsSet(OnOwnDisplay)) {
+    // Opening a document is the business of the platform plugin, and the offscreen one opens none.
+    if (!isOnOwnDisplay()) {
         return startOnOwnDisplay(argc, argv);
     }
     if (QStandardPaths::findExecutable(u"xdg-open"_qs).isEmpty()) {

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "support/CraftedContainer.h"
-#include "support/FakeDesktop.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
 #include "support/WindowDriver.h"
@@ -63,32 +62,9 @@ private Q_SLOTS:
     void theProgramEndsOnASignal();
 
 private:
-    /// Opens the vault of the container and changes an opened copy; then the container goes, so
-    /// that the change cannot be taken back nor the vault locked.
-    [[nodiscard]] static bool openWithoutWayBack(WindowDriver& driver, const QString& container);
-    /// The container comes back.
-    [[nodiscard]] static bool bringBack(const QString& container);
-
     QTemporaryDir m_folder;
     QString m_container;
 };
-
-bool TestTermination::openWithoutWayBack(WindowDriver& driver, const QString& container) {
-    const FakeDesktop desktop(u"file"_qs);
-    if (!driver.openVault(container, Password) || !driver.activateRow(u"a.txt"_qs) ||
-        desktop.opened.isEmpty()) {
-        return false;
-    }
-    QFile copy(desktop.opened.first().toLocalFile());
-    return copy.open(QIODevice::Append) && copy.write("mais") == 4 && copy.flush() &&
-           copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
-                            QFileDevice::FileModificationTime) &&
-           QFile::rename(container, container + u".fora"_qs);
-}
-
-bool TestTermination::bringBack(const QString& container) {
-    return QFile::rename(container + u".fora"_qs, container);
-}
 
 void TestTermination::initTestCase() {
     qputenv("TMPDIR", m_folder.path().toLocal8Bit());
@@ -222,7 +198,7 @@ void TestTermination::theWindowStaysWhenTheVaultCannotBeLocked() {
     const QString container = m_folder.filePath(u"gone.tvlt"_qs);
     QVERIFY(QFile::copy(m_container, container));
     WindowDriver driver;
-    QVERIFY(openWithoutWayBack(driver, container));
+    QVERIFY(driver.openWithoutWayBack(container, Password, u"a.txt"_qs));
     driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* dialog) {
         driver.window.requestClose(); // a second signal while the first is being answered
         dialog->accept();
@@ -232,7 +208,7 @@ void TestTermination::theWindowStaysWhenTheVaultCannotBeLocked() {
     QVERIFY(driver.window.isVisible());
     QVERIFY(driver.vaultIsOpen());
 
-    QVERIFY(bringBack(container));
+    QVERIFY(WindowDriver::bringBack(container));
     driver.window.requestClose();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
@@ -256,7 +232,7 @@ void TestTermination::logOutIsCancelledWhenTheVaultCannotBeLocked() {
     const QString container = m_folder.filePath(u"logout.tvlt"_qs);
     QVERIFY(QFile::copy(m_container, container));
     WindowDriver driver;
-    QVERIFY(openWithoutWayBack(driver, container));
+    QVERIFY(driver.openWithoutWayBack(container, Password, u"a.txt"_qs));
     int cancelled = 0;
     const auto cancel = [&cancelled] {
         ++cancelled;
@@ -270,7 +246,7 @@ void TestTermination::logOutIsCancelledWhenTheVaultCannotBeLocked() {
     QVERIFY(driver.vaultIsOpen());
     QCOMPARE(workspaces().size(), 1);
 
-    QVERIFY(bringBack(container));
+    QVERIFY(WindowDriver::bringBack(container));
     Tessel::UI::closeOrCancel(driver.window, cancel);
     QCOMPARE(cancelled, 1);
     QVERIFY(!driver.window.isVisible());

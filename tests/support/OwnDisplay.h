@@ -1,0 +1,41 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#pragma once
+
+#include "support/MustRun.h"
+
+#include <QByteArray>
+#include <QList>
+
+#include <vector>
+
+#include <unistd.h>
+
+namespace Tessel::Tests {
+
+/// Whether this program has been started by startOnOwnDisplay().
+[[nodiscard]] inline bool isOnOwnDisplay() {
+    return qEnvironmentVariableIsSet("TESSEL_TEST_ON_OWN_DISPLAY");
+}
+
+/// Starts this program once more on a virtual X display: for what the offscreen platform does not
+/// do. To be called first in main(). Returns only when there is no such display.
+/// @param launcher a command that starts the one behind it, such as a session's.
+[[nodiscard]] inline int startOnOwnDisplay(int argc, char** argv,
+                                           const QList<QByteArray>& launcher = {}) {
+    qputenv("TESSEL_TEST_ON_OWN_DISPLAY", "1");
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    QList<QByteArray> words{"xvfb-run", "--auto-servernum"};
+    words.append(launcher);
+    std::vector<char*> command;
+    for (QByteArray& word : words) {
+        command.push_back(word.data());
+    }
+    command.insert(command.end(), argv, argv + argc);
+    command.push_back(nullptr);
+    ::execvp(command.front(), command.data());
+    return refused("xvfb-run is not installed here");
+}
+
+} // namespace Tessel::Tests

@@ -1,0 +1,162 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// The end of a desktop session, with a session manager that asks for it over the wire as a
+// desktop's own does.
+
+#include "support/CraftedContainer.h"
+#include "support/Files.h"
+#include "support/OwnDisplay.h"
+#include "support/WindowDriver.h"
+#include "ui/ApplicationSetup.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QProcess>
+#include <QScopeGuard>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+
+#include <unistd.h>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+const QString Password = QStringLiteral("senha de teste");
+constexpr int PatienceMs = 10000;
+/// Where the session manager writes what it was answered.
+constexpr const char* LogVariable = "TESSEL_TEST_SESSION_LOG";
+
+QString logPath() {
+    return qEnvironmentVariable(LogVariable);
+}
+
+/// The session manager started this program.
+void askForTheEnd() {
+    QCOMPARE(::kill(::getppid(), SIGUSR1), 0);
+}
+
+} // namespace
+
+class TestLogOut : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanupTestCase();
+
+    void theProgramAgreesAndEnds();
+    void anOpenVaultIsLockedFirst();
+    void aVaultThatCannotBeLockedCancels();
+    void aDialogThatIsOpenCancels();
+
+private:
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_qs); }
+    /// What has been answered since the test began.
+    [[nodiscard]] QStringList answers() const {
+        return QString::fromLatin1(readFile(logPath()).mid(m_logBefore))
+            .split(u'\n', Qt::SkipEmptyParts);
+    }
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    qsizetype m_logBefore = 0;
+};
+
+void TestLogOut::initTestCase() {
+    // This program itself; each one that comes later has the next number.
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 takes part"_qs}, PatienceMs);
+}
+
+void TestLogOut::init() {
+    m_folder = std::make_unique<QTemporaryDir>();
+    CraftedContainer crafted;
+    QVERIFY(crafted.addFile(u"a.txt"_qs, "aaa").writeTo(containerPath()));
+    m_logBefore = readFile(logPath()).size();
+}
+
+void TestLogOut::cleanupTestCase() {
+    QVERIFY(QFile::remove(logPath()));
+}
+
+void TestLogOut::theProgramAgreesAndEnds() {
+    QProcess program;
+    program.start(QStringLiteral(TESSEL_PROGRAM), QStringList());
+    QVERIFY(program.waitForStarted());
+    const auto end = qScopeGuard([&program] { program.kill(); });
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"2 takes part"_qs}, PatienceMs);
+    askForTheEnd();
+    // Nobody tells it to end: it ends because its window has been closed.
+    QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, PatienceMs);
+    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(program.exitCode(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(answers().contains(u"2 has ended"_qs), PatienceMs);
+    QVERIFY(answers().contains(u"2 agrees"_qs));
+}
+
+void TestLogOut::anOpenVaultIsLockedFirst() {
+    WindowDriver driver;
+    Tessel::UI::closeAtLogOut(*qApp, driver.window);
+    QVERIFY(driver.openVault(containerPath(), Password));
+    askForTheEnd();
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 agrees"_qs}, PatienceMs);
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(!driver.window.isVisible());
+    driver.window.updateActions();
+    QVERIFY(!driver.vaultIsOpen());
+}
+
+void TestLogOut::aVaultThatCannotBeLockedCancels() {
+    WindowDriver driver;
+    Tessel::UI::closeAtLogOut(*qApp, driver.window);
+    QVERIFY(driver.openWithoutWayBack(containerPath(), Password, u"a.txt"_qs));
+    driver.dialogs.acceptWarning(u"Tessel"_qs);
+    askForTheEnd();
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_qs, u"1 cannot"_qs}),
+                              PatienceMs);
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QVERIFY(driver.window.isVisible());
+    QVERIFY(driver.vaultIsOpen());
+    QVERIFY(WindowDriver::bringBack(containerPath()));
+    QVERIFY(driver.window.close());
+}
+
+void TestLogOut::aDialogThatIsOpenCancels() {
+    WindowDriver driver;
+    Tessel::UI::closeAtLogOut(*qApp, driver.window);
+    QVERIFY(driver.openVault(containerPath(), Password));
+    driver.dialogs.handle(u"Nova pasta"_qs, [this](QDialog* dialog) {
+        const auto close = qScopeGuard([dialog] { dialog->reject(); });
+        askForTheEnd();
+        QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_qs, u"1 cannot"_qs}),
+                                  PatienceMs);
+    });
+    driver.action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(driver.window.isVisible());
+    QVERIFY(driver.vaultIsOpen());
+    QVERIFY(driver.window.close());
+}
+
+int main(int argc, char** argv) {
+    const QByteArray sessionManager = QByteArrayLiteral(SESSION_MANAGER);
+    if (sessionManager.isEmpty()) {
+        return refused("libsm-dev was not installed here when the tests were built");
+    }
+    // Only the X platform takes part in a session.
+    if (!isOnOwnDisplay()) {
+        const QString log = QDir::temp().filePath(u"tessel-session-%1"_qs.arg(::getpid()));
+        qputenv(LogVariable, QFile::encodeName(log));
+        return startOnOwnDisplay(argc, argv, {sessionManager, QFile::encodeName(log)});
+    }
+    const QApplication application(argc, argv);
+    TestLogOut test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_log_out.moc"
