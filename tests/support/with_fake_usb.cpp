@@ -4,10 +4,10 @@
 // Runs a command on a machine with made-up USB drives, for tests that drive the program from
 // outside:
 //
-//   with_fake_usb --mounted sdz1=/media/ana/PEN:64 --unmounted sdy1=LABEL -- COMMAND...
+//   with_fake_usb --mounted sdz1=/media/ana/PEN:64 --label sdz1=PEN --unmounted sdy1 -- COMMAND...
 //
-// The size is in MiB and may be left out (8); so may the label. Exits like the command, or with 77
-// where the machine does not allow it.
+// The size is in MiB and may be left out (8). An unmounted drive has no label unless it is given as
+// sdy1=LABEL. Exits like the command, or with 77 where the machine does not allow it.
 
 #include "support/fake_usb.h"
 
@@ -85,6 +85,7 @@ int main(int argc, char** argv) {
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
     parser.addOptions(
         {{u"mounted"_qs, u"A drive with its directory."_qs, u"DEVICE=DIR[:MIB]"_qs},
+         {u"label"_qs, u"The label of a mounted drive."_qs, u"DEVICE=LABEL"_qs},
          {u"unmounted"_qs, u"A drive that is not mounted."_qs, u"DEVICE[=LABEL]"_qs}});
     parser.addPositionalArgument(u"command"_qs, u"What to run, with its arguments."_qs);
     parser.addHelpOption();
@@ -96,6 +97,9 @@ int main(int argc, char** argv) {
     FakeUsb machine;
     for (const QString& drive : parser.values(u"mounted"_qs)) {
         addMounted(&machine, drive);
+    }
+    for (const QString& label : parser.values(u"label"_qs)) {
+        machine.addLabel(label.section(u'=', 1), label.section(u'=', 0, 0));
     }
     for (const QString& drive : parser.values(u"unmounted"_qs)) {
         addUnmounted(&machine, drive);
