@@ -16,7 +16,8 @@ test_packages=(
     ccache clang-format clang-tidy
     python3 python3-nacl
     argon2 strace e2fsprogs util-linux mount procps libsm-dev
-    xvfb xauth openbox x11-utils dbus at-spi2-core python3-pyatspi
+    xvfb xauth openbox x11-utils xdotool imagemagick locales
+    dbus at-spi2-core gir1.2-atspi-2.0 python3-pyatspi
     xdg-utils file
     desktop-file-utils appstream shared-mime-info man-db
     git reuse codespell shellcheck

@@ -1,0 +1,150 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""A person before the program: reads the screen as a screen reader does, through the
+accessibility service, and acts with the keys and buttons of a real keyboard and mouse."""
+
+import contextlib
+import subprocess
+import time
+import unicodedata
+
+import pyatspi
+from gi.repository import Atspi, GLib
+
+from desktop import SCALE
+
+PATIENCE_S = 30
+POLL_MS = 20
+# While it derives a key, the program does not answer.
+ANSWER_MS = 20000
+
+# How a Brazilian keyboard writes what stands above a letter.
+DEAD_KEYS = {"\u0300": "dead_grave", "\u0301": "dead_acute", "\u0302": "dead_circumflex",
+             "\u0303": "dead_tilde", "\u0308": "dead_diaeresis"}
+KEY_NAMES = {" ": "space", ",": "comma", '"': "quotedbl", "-": "minus", ".": "period",
+             "/": "slash", "_": "underscore", "ç": "ccedilla"}
+
+Atspi.set_timeout(ANSWER_MS, ANSWER_MS)
+
+
+def wait_until(what, condition, patience_s=PATIENCE_S):
+    """Waits until the condition gives something true, and returns that. What the condition looks
+    at may come and go meanwhile."""
+    deadline = time.monotonic() + patience_s
+    while True:
+        try:
+            result = condition()
+        except (AttributeError, GLib.Error, LookupError, NotImplementedError):
+            result = None  # it vanished while it was looked at
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise AssertionError(
+                f"waited {patience_s} s in vain for {what() if callable(what) else what}")
+        let_events_in()
+
+
+def let_events_in():
+    """Handles what the accessibility service reports, or returns soon when it reports nothing."""
+    timer = GLib.timeout_add(POLL_MS, lambda: True)
+    GLib.MainContext.default().iteration(True)
+    GLib.source_remove(timer)
+
+
+@contextlib.contextmanager
+def listening(kind, listener):
+    """Lets the listener have the accessibility service's events of this kind."""
+    pyatspi.Registry.registerEventListener(listener, kind)
+    try:
+        yield
+    finally:
+        pyatspi.Registry.deregisterEventListener(listener, kind)
+
+
+def children(element):
+    found = (element.getChildAtIndex(i) for i in range(element.childCount))
+    return [child for child in found if child is not None]
+
+
+def has_state(element, state):
+    return element.getState().contains(state)
+
+
+def shown_below(element):
+    """What is on the screen of this element. What is hidden is left alone, as by a screen
+    reader: a hidden view has no answers yet."""
+    for child in children(element):
+        if has_state(child, pyatspi.STATE_SHOWING):
+            yield child
+            yield from shown_below(child)
+
+
+def find(parent, role, name=None):
+    """The element with this role and, if given, this name; waits until it is on the screen."""
+    def look():
+        return next((element for element in shown_below(parent)
+                     if element.getRole() == role and name in (None, element.name)), None)
+    return wait_until(f"{name!r}, {role}", look)
+
+
+def press_keys(*keys):
+    subprocess.run(["xdotool", "key", "--delay", "4", *keys], check=True)
+
+
+def key_strokes(text):
+    for letter in text:
+        if letter in KEY_NAMES:
+            yield KEY_NAMES[letter]
+            continue
+        base, *marks = unicodedata.normalize("NFD", letter)
+        yield from (DEAD_KEYS[mark] for mark in marks)
+        yield base
+
+
+def type_text(text):
+    press_keys(*key_strokes(text))
+
+
+def place_of(element):
+    """The element's rectangle on the screen, in pixels, once it stands still."""
+    places = [None]
+
+    def settled():
+        box = element.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+        places.append((box.x * SCALE, box.y * SCALE, box.width * SCALE, box.height * SCALE))
+        return places[-1] == places[-2] and min(places[-1][2:]) > 0
+    wait_until(f"a place for {element.name!r}", settled)
+    return places[-1]
+
+
+def click(element, button=1, times=1):
+    left, top, width, height = place_of(element)
+    subprocess.run(["xdotool", "mousemove", str(left + width // 2), str(top + height // 2),
+                    "click", "--repeat", str(times), "--delay", "40", str(button)], check=True)
+
+
+def text_of(element):
+    text = element.queryText()
+    return text.getText(0, text.characterCount)
+
+
+class Program:
+    """A running program as the accessibility service shows it."""
+
+    def __init__(self, name):
+        desktop = pyatspi.Registry.getDesktop(0)
+        # What was once read of an element is out of date as soon as the program changes it.
+        desktop.set_cache_mask(Atspi.Cache.NONE)
+        self._root = wait_until(f"{name} on the accessibility bus", lambda: next(
+            (element for element in children(desktop) if element.name == name), None))
+
+    def window(self, title, role):
+        """The window with this title, once it is the active one."""
+        return wait_until(f"window {title!r}", lambda: next(
+            (window for window in children(self._root)
+             if window.name == title and window.getRole() == role
+             and has_state(window, pyatspi.STATE_ACTIVE)), None))
+
+    def titles(self):
+        return [window.name for window in children(self._root)]
