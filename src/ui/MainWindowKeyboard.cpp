@@ -143,6 +143,9 @@ bool MainWindow::handleVaultKey(int key) {
 void MainWindow::moveToVaultRow(int row) {
     const int rows = m_vaultTable->rowCount();
     if (rows > 0) {
+        // Keys that follow at once on an unlock or a folder come before the rows are laid out, and
+        // the table could not scroll to one.
+        m_vaultTable->doItemsLayout();
         m_vaultTable->setCurrentCell(std::clamp(row, 0, rows - 1), VaultColumn::Name);
     }
 }
