@@ -89,7 +89,7 @@ bool MainWindow::handleKey(const QKeyEvent& event) {
         return handleVaultKey(event.key());
     }
     const QListWidgetItem* device = m_deviceList->currentItem();
-    if (isEnter(event.key()) && m_deviceList->hasFocus() && device != nullptr) {
+    if (isEnter(event.key()) && device != nullptr) {
         runCommand([this, device] { openContainerOfDevice(device); });
         return true;
     }

@@ -237,7 +237,9 @@ void TestDroppedFiles::folderNamedAsAFileIsRefused() {
 
 void TestDroppedFiles::folderWithoutAUsableNameIsRefused() {
     // Blanks alone are no name in the vault; the files must not end up in the folder above.
-    QVERIFY(openSample() && make(u"f/ /x.txt"_qs, "x") && make(u"f/y.txt"_qs, "y"));
+    QVERIFY(openSample() && make(u"f/ /x.txt"_qs, "x") && make(u"f/y.txt"_qs, "y") &&
+            make(u"f/  "_qs, "two blanks"));
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
     m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
     drop({u"f"_qs});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));

@@ -139,8 +139,13 @@ void TestModalOperations::tryEverything(QProgressDialog* dialog) {
         QTest::keyClick(&m_driver->window, key, control);
     }
     QTest::keyClick(&m_driver->window, Qt::Key_L, control | Qt::ShiftModifier);
-    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Delete, Qt::Key_F6}) {
-        QTest::keyClick(m_driver->table(), key);
+    const int rowBefore = m_driver->table()->currentRow();
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Delete, Qt::Key_F6, Qt::Key_Up, Qt::Key_Down,
+                              Qt::Key_Left, Qt::Key_Right, Qt::Key_Backspace, Qt::Key_F10}) {
+        QTest::keyClick(&m_driver->window, key);
+        QTest::keyClick(m_driver->deviceList(), key);
+        QCOMPARE(m_driver->table()->currentRow(), rowBefore);
+        QVERIFY(QApplication::activePopupWidget() == nullptr);
     }
     m_driver->padlock()->click();
     for (int row = 0; row < m_driver->table()->rowCount(); ++row) {
