@@ -69,6 +69,7 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
         static_cast<void>(m_containerManager.repairHeader(path));
     }
     m_containerFilePath = path;
+    m_wrappedMasterKey = document.crypto.encryptedMasterKey;
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();
 }
@@ -114,7 +115,16 @@ bool VaultManager::settleRedoRecord() const {
 }
 
 bool VaultManager::readSessionDocument(ContainerDocument* document) const {
-    return settleRedoRecord() && m_containerManager.readDocument(m_containerFilePath, document);
+    return settleRedoRecord() && m_containerManager.readDocument(m_containerFilePath, document) &&
+           isOfThisSession(*document);
+}
+
+bool VaultManager::isOfThisSession(const ContainerDocument& document) const {
+    // Drives of one name are mounted at one place. A vault found there in the place of the open one
+    // would lose its index for good if that were sealed under this session's key.
+    SecureFileIndex index;
+    return document.crypto.encryptedMasterKey == m_wrappedMasterKey ||
+           decryptIndex(document, &index);
 }
 
 bool VaultManager::changePassword(const QString& path, const QByteArray& oldPassword,

@@ -141,7 +141,11 @@ private:
     /// Leaves no redo record: it is put into its header's place when that does not open, and cut
     /// off when it does.
     [[nodiscard]] bool settleRedoRecord() const;
-    /// The document of the unlocked container, which is about to be changed.
+    /// Whether this is the vault that was opened: its master key is wrapped as it was then, or its
+    /// index opens with the session's key.
+    [[nodiscard]] bool isOfThisSession(const ContainerDocument& document) const;
+    /// The document of the unlocked container, which is about to be changed. False also when
+    /// another vault lies in its place.
     [[nodiscard]] bool readSessionDocument(ContainerDocument* document) const;
     /// The document whose wrapping a password change renews, and its master key.
     [[nodiscard]] QByteArray masterKeyForRekeying(const QString& path, const QByteArray& password,
@@ -189,6 +193,8 @@ private:
     VaultState m_state = VaultState::Locked;
     QString m_containerFilePath;
     QByteArray m_masterKey;
+    /// The master key as the unlocked container holds it, sealed.
+    QByteArray m_wrappedMasterKey;
     SecureFileIndex m_index;
     ContainerManager m_containerManager;
     CryptoManager m_cryptoManager;

@@ -169,6 +169,47 @@ private Q_SLOTS:
         QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
     }
 
+    // --- Another in its place -------------------------------------------------------------
+
+    void aVaultThatLiesInThePlaceOfTheOpenOneIsNotTouched() {
+        // Two drives of one name are mounted at one place, one after the other.
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const QString unplugged = fixture.file(QStringLiteral("unplugged"));
+        QVERIFY(QFile::rename(fixture.container(), unplugged));
+        QVERIFY(makeOther(fixture.container()));
+        const QByteArray other = readFile(fixture.container());
+        compareNothingCanBeDone(fixture);
+        QVERIFY(readFile(fixture.container()) == other);
+        // With its own drive back, the session goes on.
+        QVERIFY(QFile::remove(fixture.container()));
+        QVERIFY(QFile::rename(unplugged, fixture.container()));
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void aHeaderDamagedMeanwhileIsWrittenAnew() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        CraftedContainer damaged = openContainer();
+        damaged.setEncryptedIndex(withLastByteChanged(damaged.encryptedIndex()));
+        QVERIFY(damaged.writeTo(fixture.container()));
+        QVERIFY(indexAsOpenedAnew(fixture.container(), TestPassword).isEmpty());
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
+    void aPasswordChangedMeanwhileIsKept() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(VaultManager().changePassword(fixture.container(), TestPassword, OtherPassword));
+        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), OtherPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
     // --- Creating another -----------------------------------------------------------------
 
     void creatingLocksTheOpenVaultAndLeavesItsCopies_data() {
@@ -237,6 +278,20 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(otherPath(fixture)));
         QVERIFY(readFile(fixture.container()) == container);
         compareEditIsTakenBack(fixture, copy);
+    }
+
+    void creatingInThePlaceOfAnotherWithoutTheMemoryLeavesThatOne() {
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(makeOther(otherPath(fixture)));
+        const QByteArray other = readFile(otherPath(fixture));
+        {
+            const MemoryLimit limit(100 * MiB);
+            QVERIFY(!fixture.vault.createVault(otherPath(fixture), OtherPassword));
+        }
+        // The session has turned to it, with a key that never became its own.
+        compareNothingCanBeDone(fixture);
+        QVERIFY(readFile(otherPath(fixture)) == other);
     }
 
 private:

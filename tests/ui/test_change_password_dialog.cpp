@@ -67,19 +67,23 @@ struct LockedVault {
 
     /// Asks for the change of password and types into the dialog that opens.
     void changePassword(const QString& current, const QString& fresh) {
-        driver.dialogs.handle(u"Alterar senha do cofre"_qs, [current, fresh](QDialog* dialog) {
-            const QList<QLineEdit*> edits = dialog->findChildren<QLineEdit*>();
-            typeText(edits.at(0), current);
-            typeText(edits.at(1), fresh);
-            typeText(edits.at(2), fresh);
-            QVERIFY(pressButton(dialog, u"Alterar"_qs));
-        });
+        driver.dialogs.handle(
+            u"Alterar senha do cofre"_qs, [this, current, fresh](QDialog* dialog) {
+                belongsToTheWindow = dialog->parentWidget() == &driver.window;
+                const QList<QLineEdit*> edits = dialog->findChildren<QLineEdit*>();
+                typeText(edits.at(0), current);
+                typeText(edits.at(1), fresh);
+                typeText(edits.at(2), fresh);
+                QVERIFY(pressButton(dialog, u"Alterar"_qs));
+            });
     }
 
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"tessel.tvlt"_qs);
     WindowDriver driver;
     bool ready = false;
+    /// Of the dialog that asks for the passwords.
+    bool belongsToTheWindow = false;
 };
 
 } // namespace
@@ -258,6 +262,7 @@ void TestChangePasswordDialog::theWindowChangesThePassword() {
     vault.driver.action(u"Alterar senha..."_qs)->trigger();
 
     QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
+    QVERIFY(vault.belongsToTheWindow);
     QCOMPARE(vault.driver.dialogs.lastText(), u"Senha alterada com sucesso."_qs);
     QCOMPARE(vault.driver.dialogs.last().status, u"Senha alterada com sucesso."_qs);
     QCOMPARE(vault.driver.result(), u"Senha alterada com sucesso."_qs);
