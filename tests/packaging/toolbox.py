@@ -37,3 +37,12 @@ def source_files():
                             and not (Path(folder) == TOP and name.startswith("build")))
         for name in sorted(files):
             yield Path(folder, name)
+
+
+def package_in(folder):
+    """The package that build_package.py has made there. Without one, something of what making it
+    needs is not installed."""
+    packages = list(folder.glob("*.deb"))
+    if not packages:
+        sys.exit(refused(f"no package could be made in {folder}"))
+    return packages[0]

@@ -1,0 +1,17 @@
+# SPDX-FileCopyrightText: 2026 The Tessel developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
+"""test_policy.py FOLDER holds the package to Debian's policy: lintian finds neither an error nor a
+warning in it."""
+
+import subprocess
+import sys
+from pathlib import Path
+
+from toolbox import need, package_in
+
+if __name__ == "__main__":
+    need("lintian")
+    sys.exit(subprocess.run(
+        ["lintian", "--allow-root", "--fail-on", "error,warning", "--tag-display-limit", "0",
+         package_in(Path(sys.argv[1]))], check=False).returncode)
