@@ -92,18 +92,46 @@ def press_keys(*keys):
     subprocess.run(["xdotool", "key", "--delay", "4", *keys], check=True)
 
 
-def key_strokes(text):
+def strokes_of(letter):
+    if letter in KEY_NAMES:
+        return [KEY_NAMES[letter]]
+    base, *marks = unicodedata.normalize("NFD", letter)
+    return [*(DEAD_KEYS[mark] for mark in marks), base]
+
+
+def pieces(text):
+    """The text cut before and after each letter that takes more than one key."""
+    run = ""
     for letter in text:
-        if letter in KEY_NAMES:
-            yield KEY_NAMES[letter]
+        if len(strokes_of(letter)) == 1:
+            run += letter
             continue
-        base, *marks = unicodedata.normalize("NFD", letter)
-        yield from (DEAD_KEYS[mark] for mark in marks)
-        yield base
+        yield from (piece for piece in (run, letter) if piece)
+        run = ""
+    if run:
+        yield run
 
 
-def type_text(text):
-    press_keys(*key_strokes(text))
+def type_into(line, text):
+    """Types over what the line holds; it must have the keyboard, or get it by itself.
+
+    The toolkit lets each key wait until the accessibility service has seen it, but not what a
+    dead key composed, which would overtake the letters before it. So nothing is typed before
+    what precedes it has arrived."""
+    content = line.queryText()
+    wait_until(f"the keyboard in {line.name!r}", lambda: has_state(line, pyatspi.STATE_FOCUSED))
+    if content.characterCount > 0:
+        press_keys("ctrl+a")
+        wait_until(f"everything selected in {line.name!r}",
+                   lambda: content.getSelection(0) == (0, content.characterCount))
+    typed = 0
+    for piece in pieces(text):
+        press_keys(*(stroke for letter in piece for stroke in strokes_of(letter)))
+        typed += len(piece)
+        wait_until(lambda: f"{typed} letters in {line.name!r}, not {content.characterCount}",
+                   lambda: content.characterCount == typed)
+    if line.getRole() == pyatspi.ROLE_TEXT:
+        assert content.getText(0, -1) == text, content.getText(0, -1)
 
 
 def place_of(element):
@@ -122,11 +150,6 @@ def click(element, button=1, times=1):
     left, top, width, height = place_of(element)
     subprocess.run(["xdotool", "mousemove", str(left + width // 2), str(top + height // 2),
                     "click", "--repeat", str(times), "--delay", "40", str(button)], check=True)
-
-
-def text_of(element):
-    text = element.queryText()
-    return text.getText(0, text.characterCount)
 
 
 class Program:

@@ -29,7 +29,12 @@ DRIVE = pathlib.Path("/media/ana/VIAGEM")
 DRIVE_MEBIBYTES = 14 * 1024
 
 PROGRAMS = ("Xvfb", "dbus-run-session", "file", "import", "localedef", "openbox", "setpriv",
-            "setxkbmap", "xauth", "xdg-open", "xdotool")
+            "setxkbmap", "unshare", "xauth", "xdg-open", "xdotool")
+
+# What is started under these two ends with the last of it or when this process does, however that
+# ends, with every service that was started on the way.
+BOUND_TO_THIS_PROCESS = ("setpriv", "--pdeathsig", "KILL", "--",
+                         "unshare", "--pid", "--fork", "--kill-child", "--")
 
 # One desktop, large titles for the dense screen, and the usual key to close a window.
 WINDOW_MANAGER = """<?xml version="1.0" encoding="UTF-8"?>
@@ -71,9 +76,8 @@ def run(script):
     if missing:
         return refused(f"not installed: {', '.join(missing)}")
     command = [os.environ["TESSEL_WITH_FAKE_USB"], "--mounted", f"sdz1={DRIVE}:{DRIVE_MEBIBYTES}",
-               "--label", f"sdz1={DRIVE.name}", "--",
-               *die_with_parent(["dbus-run-session", "--"]),
-               *die_with_parent([sys.executable, "-B", *script])]
+               "--label", f"sdz1={DRIVE.name}", "--", *BOUND_TO_THIS_PROCESS,
+               "dbus-run-session", "--", sys.executable, "-B", *script]
     # What the services of the desktop say about themselves is of interest when it fails only.
     with tempfile.TemporaryDirectory(prefix="tessel-e2e-") as folder, \
             tempfile.TemporaryFile() as said:
@@ -83,11 +87,6 @@ def run(script):
             said.seek(0)
             sys.stderr.write(said.read().decode(errors="replace"))
     return code
-
-
-def die_with_parent(command):
-    """The command, which is killed when its parent ends, however that ends."""
-    return ["setpriv", "--pdeathsig", "KILL", "--", *command]
 
 
 def scratch_environment(folder):
@@ -129,7 +128,7 @@ class Desktop:
 
     def spawn(self, command, **options):
         """Starts a program that ends with this desktop at the latest."""
-        process = subprocess.Popen(die_with_parent(command), **options)
+        process = subprocess.Popen(command, **options)
         self._processes.append(process)
         return process
 

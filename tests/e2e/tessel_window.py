@@ -5,8 +5,8 @@
 
 import pyatspi
 
-from accessible import (Program, children, click, find, has_state, listening, press_keys, text_of,
-                        type_text, wait_until)
+from accessible import (Program, children, click, find, has_state, listening, press_keys,
+                        type_into, wait_until)
 
 # Those that a file's row enables.
 CONTEXT_COMMANDS = ("Nova pasta...", "Importar...", "Exportar...", "Abrir", "Mover para pasta...",
@@ -72,19 +72,8 @@ class TesselWindow:
         click(cell)
         wait_until(f"{name} selected", lambda: has_state(cell, pyatspi.STATE_SELECTED))
 
-    def type_into(self, line, text):
-        """Types over what the line holds; it must have the keyboard already."""
-        wait_until(f"the keyboard in {line.name!r}",
-                   lambda: has_state(line, pyatspi.STATE_FOCUSED))
-        press_keys("ctrl+a")
-        type_text(text)
-        wait_until(f"{len(text)} letters in {line.name!r}",
-                   lambda: line.queryText().characterCount == len(text))
-        if line.getRole() == pyatspi.ROLE_TEXT:
-            assert text_of(line) == text, text_of(line)
-
     def answer(self, title, label, text, role=pyatspi.ROLE_TEXT):
-        self.type_into(find(self.dialog(title), role, label), text)
+        type_into(find(self.dialog(title), role, label), text)
         press_keys("Return")
 
     def answer_password(self, title, password):

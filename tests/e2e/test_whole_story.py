@@ -20,7 +20,8 @@ import time
 import pyatspi
 
 import desktop
-from accessible import PATIENCE_S, click, find, has_state, listening, press_keys, wait_until
+from accessible import (PATIENCE_S, click, find, has_state, listening, press_keys, type_into,
+                        wait_until)
 from tessel_window import TesselWindow
 
 HOME = desktop.home()
@@ -254,7 +255,7 @@ class Story(TesselWindow):
         dialog = self.dialog("Alterar senha do cofre")
         for label, text in (("Senha atual:", PASSWORD), ("Nova senha:", NEW_PASSWORD),
                             ("Confirmar nova senha:", NEW_PASSWORD)):
-            self.type_into(find(dialog, pyatspi.ROLE_PASSWORD_TEXT, label), text)
+            type_into(find(dialog, pyatspi.ROLE_PASSWORD_TEXT, label), text)
             press_keys("Tab")
         click(find(dialog, pyatspi.ROLE_PUSH_BUTTON, "Alterar"))
         self.confirm("Tessel", "Senha alterada com sucesso.", "OK")
