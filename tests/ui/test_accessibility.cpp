@@ -4,7 +4,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 #include "ui/ApplicationSetup.h"
 
 #include <QAccessible>
@@ -14,7 +14,6 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
 
@@ -86,13 +85,11 @@ QString accessibleName(QObject* object) {
 } // namespace
 
 /// The window as a screen reader sees it.
-class TestAccessibility : public QObject {
+class TestAccessibility : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase() { Tessel::UI::setUpApplication(*qApp); }
-    void init();
-    void cleanup();
 
     void everyControlOfTheWindowHasAName();
     void iconCellsSayWhatTheIconShows();
@@ -106,21 +103,7 @@ private Q_SLOTS:
 
 private:
     [[nodiscard]] bool openSample();
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestAccessibility::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestAccessibility::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
-}
 
 bool TestAccessibility::openSample() {
     CraftedContainer crafted;

@@ -4,7 +4,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 
 #include <QAction>
 #include <QDir>
@@ -14,7 +14,6 @@
 #include <QFileInfo>
 #include <QMimeData>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
 
@@ -69,13 +68,10 @@ private:
 } // namespace
 
 /// Files and folders from a file manager, dropped on the table.
-class TestDroppedFiles : public QObject {
+class TestDroppedFiles : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void filesAreImportedIntoTheFolderShown();
     void sourceIsToldToKeepItsFiles();
     void folderBringsItsFilesAndFolders();
@@ -92,28 +88,10 @@ private Q_SLOTS:
 
 private:
     [[nodiscard]] bool openSample();
-    [[nodiscard]] QString path(const QString& name) const { return m_sources->filePath(name); }
     [[nodiscard]] bool make(const QString& name, const QByteArray& bytes) const;
     void drop(const QStringList& names);
     [[nodiscard]] QByteArray exported(const QString& name);
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<QTemporaryDir> m_sources;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestDroppedFiles::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_sources = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestDroppedFiles::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_sources.reset();
-    m_folder.reset();
-}
 
 bool TestDroppedFiles::openSample() {
     CraftedContainer crafted;

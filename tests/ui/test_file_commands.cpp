@@ -6,7 +6,7 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 #include "ui/StorageCheck.h"
 
@@ -21,7 +21,6 @@
 #include <QSet>
 #include <QStatusBar>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
 
@@ -50,12 +49,11 @@ enum class No { Button, Escape, Close, Return };
 
 Q_DECLARE_METATYPE(No)
 
-class TestFileCommands : public QObject {
+class TestFileCommands : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init();
-    void cleanup();
 
     void forecastReckonsTheRoomNeeded_data();
     void forecastReckonsTheRoomNeeded();
@@ -129,21 +127,12 @@ private:
     static void compareWithYesNoQuestion(const DialogDriver::Seen& seen);
     void takeContainerAway();
 
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
     qsizetype m_dialogsBefore = 0;
 };
 
 void TestFileCommands::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
+    WindowTest::init();
     QVERIFY(QDir(m_folder->path()).mkdir(u"drive"_qs));
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestFileCommands::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
 }
 
 bool TestFileCommands::open(const CraftedContainer& crafted) {

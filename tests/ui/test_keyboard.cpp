@@ -3,7 +3,7 @@
 
 #include "support/CraftedContainer.h"
 #include "support/FakeDesktop.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 
 #include <QAction>
 #include <QApplication>
@@ -14,7 +14,6 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
@@ -28,13 +27,10 @@ const QString Password = QStringLiteral("senha de teste");
 } // namespace
 
 /// The window without a mouse. Keys go to the widget that has the focus, as they do on a desktop.
-class TestKeyboard : public QObject {
+class TestKeyboard : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void arrowsChooseARow();
     void firstArrowBeginsAtAnEnd_data();
     void firstArrowBeginsAtAnEnd();
@@ -58,21 +54,7 @@ private:
     [[nodiscard]] QString currentName() const;
     /// Runs @p open, which shows a menu, and gives back the texts of the menu's enabled entries.
     [[nodiscard]] QStringList entriesOfMenuShownBy(const std::function<void()>& open);
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestKeyboard::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestKeyboard::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
-}
 
 bool TestKeyboard::openSample() {
     CraftedContainer crafted;

@@ -6,7 +6,7 @@
 #include "support/FakeDesktop.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 #include "ui/ModalProgress.h"
 #include "ui/WindowGeometry.h"
 
@@ -28,7 +28,6 @@
 #include <QScreen>
 #include <QStatusBar>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
 #include <QUrl>
@@ -38,6 +37,7 @@ using Tessel::Tests::CraftedContainer;
 using Tessel::Tests::FakeDesktop;
 using Tessel::Tests::ProgressProbe;
 using Tessel::Tests::WindowDriver;
+using Tessel::Tests::WindowTest;
 
 namespace {
 
@@ -99,13 +99,10 @@ QImage shownPadlock(const QToolButton* button) {
 
 } // namespace
 
-class TestMainWindowFrame : public QObject {
+class TestMainWindowFrame : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void startsReady();
     void centralSizeFollowsTheScreen_data();
     void centralSizeFollowsTheScreen();
@@ -164,22 +161,7 @@ private:
     [[nodiscard]] QStringList enabledActions() const;
     /// Adds a row as the program adds one for each volume.
     void addDevice(const QString& name, const QString& rootPath);
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestMainWindowFrame::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestMainWindowFrame::cleanup() {
-    // Leave no opened vault's temporary folder behind.
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
-}
 
 bool TestMainWindowFrame::openSample() {
     CraftedContainer crafted;

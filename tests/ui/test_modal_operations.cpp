@@ -4,7 +4,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 
 #include <QAction>
@@ -15,7 +15,6 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
 #include <QWindow>
@@ -53,13 +52,12 @@ public:
 
 } // namespace
 
-class TestModalOperations : public QObject {
+class TestModalOperations : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase() { keepTemporaryFilesInMemory(); }
     void init();
-    void cleanup();
 
     void nothingElseStartsMeanwhile_data();
     void nothingElseStartsMeanwhile();
@@ -76,21 +74,12 @@ private:
     void clickEverywhere();
     void compareDialog(const QProgressDialog* dialog, const QString& title);
 
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
     int m_attempts = 0;
 };
 
 void TestModalOperations::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
+    WindowTest::init();
     m_attempts = 0;
-}
-
-void TestModalOperations::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
 }
 
 bool TestModalOperations::prepare(const QString& operation) {

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "support/CraftedContainer.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 #include "ui/ApplicationSetup.h"
 
 #include <QAbstractButton>
@@ -15,7 +15,6 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTextEdit>
 #include <QTreeView>
@@ -98,7 +97,7 @@ QStringList englishAmong(const QStringList& texts) {
 } // namespace
 
 /// The toolkit's own texts: file dialogs, buttons, the menus of text fields.
-class TestToolkitTexts : public QObject {
+class TestToolkitTexts : public WindowTest {
     Q_OBJECT
 
 public:
@@ -109,9 +108,6 @@ public:
     }
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void withoutTheCatalogueTheyAreEnglish();
     void noDialogShowsAnEnglishWord_data();
     void noDialogShowsAnEnglishWord();
@@ -120,21 +116,7 @@ private Q_SLOTS:
 
 private:
     [[nodiscard]] QStringList textsOfDialog(const QString& command, const QString& title);
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestToolkitTexts::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestToolkitTexts::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
-}
 
 QStringList TestToolkitTexts::textsOfDialog(const QString& command, const QString& title) {
     QStringList texts;

@@ -5,7 +5,7 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 
 #include <QAction>
 #include <QApplication>
@@ -17,7 +17,6 @@
 #include <QLineEdit>
 #include <QRegularExpression>
 #include <QStatusBar>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Tessel::Tests;
@@ -33,13 +32,10 @@ const QString BackupFileTitle = QStringLiteral("Fazer backup do container");
 
 } // namespace
 
-class TestVaultAccess : public QObject {
+class TestVaultAccess : public WindowTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void choosingSaysSo();
     void createRefusesPasswords_data();
     void createRefusesPasswords();
@@ -65,7 +61,6 @@ private Q_SLOTS:
     void fullDestinationLeavesNoPartialCopy();
 
 private:
-    [[nodiscard]] QString path(const QString& name) const { return m_folder->filePath(name); }
     [[nodiscard]] QString containerPath() const { return path(u"t.tvlt"_qs); }
     [[nodiscard]] bool chooseCrafted();
     [[nodiscard]] bool run(const QString& action) {
@@ -75,21 +70,7 @@ private:
     [[nodiscard]] QString problems() const { return m_driver->dialogs.problems(); }
     [[nodiscard]] QString lastText() const { return m_driver->dialogs.lastText(); }
     [[nodiscard]] QString status() const { return m_driver->result(); }
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestVaultAccess::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestVaultAccess::cleanup() {
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
-}
 
 bool TestVaultAccess::chooseCrafted() {
     CraftedContainer crafted;

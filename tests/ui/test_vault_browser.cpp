@@ -3,7 +3,7 @@
 
 #include "support/CraftedContainer.h"
 #include "support/FakeDesktop.h"
-#include "support/WindowDriver.h"
+#include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 #include "ui/VaultIcons.h"
 
@@ -18,7 +18,6 @@
 #include <QPainter>
 #include <QStyle>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
 #include <QTimer>
@@ -26,7 +25,7 @@
 
 using Tessel::Tests::CraftedContainer;
 using Tessel::Tests::FakeDesktop;
-using Tessel::Tests::WindowDriver;
+using Tessel::Tests::WindowTest;
 using Tessel::UI::VaultIcons;
 using Tessel::UI::VaultTableItemKind;
 
@@ -75,7 +74,7 @@ QImage drawnBadge(const QString& text, const QColor& colour) {
 
 } // namespace
 
-class TestVaultBrowser : public QObject {
+class TestVaultBrowser : public WindowTest {
     Q_OBJECT
 
 public:
@@ -83,9 +82,6 @@ public:
     static void initMain() { qputenv("TZ", "BRT3"); }
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void lockedVaultShowsNothing();
     void rootShowsFoldersThenFiles();
     void folderRowCarriesItsData();
@@ -156,22 +152,7 @@ private:
     [[nodiscard]] QString summary() const {
         return m_driver->label(u"protectedFilesLabel"_qs)->text();
     }
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WindowDriver> m_driver;
 };
-
-void TestVaultBrowser::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_driver = std::make_unique<WindowDriver>();
-}
-
-void TestVaultBrowser::cleanup() {
-    // Leave no opened vault's temporary folder behind.
-    m_driver->window.close();
-    m_driver.reset();
-    m_folder.reset();
-}
 
 bool TestVaultBrowser::open(const CraftedContainer& crafted) {
     return crafted.writeTo(containerPath()) && m_driver->openVault(containerPath(), Password);
