@@ -82,10 +82,13 @@ def shown_below(element):
 
 def find(parent, role, name=None):
     """The element with this role and, if given, this name; waits until it is on the screen."""
+    def names():
+        return [element.name for element in shown_below(parent) if element.getRole() == role]
+
     def look():
         return next((element for element in shown_below(parent)
                      if element.getRole() == role and name in (None, element.name)), None)
-    return wait_until(f"{name!r}, {role}", look)
+    return wait_until(lambda: f"{name!r} as {role}; there are {names()}", look)
 
 
 def press_keys(*keys):

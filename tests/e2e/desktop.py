@@ -159,10 +159,26 @@ class Desktop:
             fifo.read()
 
 
-def take_picture(path, window="root"):
-    """Saves what the screen shows, or the window with this title and its frame."""
-    area = ["-window", window] if window == "root" else ["-frame", "-window", window]
-    subprocess.run(["import", "-silent", *area, "-strip", "-depth", "8", path], check=True)
+class Album:
+    """A folder of pictures of the screen, numbered as they are taken. Earlier ones are removed."""
+
+    def __init__(self, folder):
+        self._folder = folder
+        self._count = 0
+        for picture in folder.glob("*.png"):
+            picture.unlink()
+
+    def take_screen(self, name):
+        self._count += 1
+        self._take(f"{self._count:02}-{name.replace(' ', '-')}", ["-window", "root"])
+
+    def take_window(self, name, title):
+        """A picture of one window with its frame, without a number."""
+        self._take(name, ["-frame", "-window", title])
+
+    def _take(self, name, area):
+        subprocess.run(["import", "-silent", *area, "-strip", "-depth", "8",
+                        self._folder / f"{name}.png"], check=True)
 
 
 if __name__ == "__main__":

@@ -14,9 +14,11 @@ CONTEXT_COMMANDS = ("Nova pasta...", "Importar...", "Exportar...", "Abrir", "Mov
 
 
 class TesselWindow:
-    """The window and the dialogs of the running program."""
+    """The window and the dialogs of the running program. The album gets a picture of each dialog
+    before it is confirmed."""
 
-    def __init__(self):
+    def __init__(self, album):
+        self.album = album
         self._program = Program("Tessel")
 
     # --- Reading the window -----------------------------------------------------------------
@@ -35,6 +37,10 @@ class TesselWindow:
 
     def expect_status(self, text):
         find(self.main(), pyatspi.ROLE_STATUS_BAR, text)
+
+    def drive(self, text):
+        return find(find(self.main(), pyatspi.ROLE_LIST, "Dispositivos USB"),
+                    pyatspi.ROLE_LIST_ITEM, text)
 
     def padlock(self, name):
         return find(self.main(), pyatspi.ROLE_CHECK_BOX, name)
@@ -74,6 +80,7 @@ class TesselWindow:
 
     def answer(self, title, label, text, role=pyatspi.ROLE_TEXT):
         type_into(find(self.dialog(title), role, label), text)
+        self.album.take_screen(title)
         press_keys("Return")
 
     def answer_password(self, title, password):
@@ -100,4 +107,5 @@ class TesselWindow:
         """Reads a message box and presses one of its buttons."""
         box = self.box(title)
         find(box, pyatspi.ROLE_LABEL, text)
+        self.album.take_screen(title)
         click(find(box, pyatspi.ROLE_PUSH_BUTTON, button))

@@ -92,19 +92,25 @@ def start_program(screen, errors):
 class Story(TesselWindow):
     """A person's way through the program. The chapters stand in their order."""
 
-    def __init__(self, process, pictures):
-        super().__init__()
+    def __init__(self, process, album):
+        super().__init__(album)
         self._process = process
-        self._pictures = pictures
 
     def find_the_drive(self):
-        drive = find(find(self.main(), pyatspi.ROLE_LIST, "Dispositivos USB"),
-                     pyatspi.ROLE_LIST_ITEM, "VIAGEM (/media/ana/VIAGEM) | 14,0 GB livres")
+        drive = self.drive("VIAGEM (/media/ana/VIAGEM) | 14,0 GB livres")
         assert has_state(drive, pyatspi.STATE_SELECTED)
         self.expect_status("Pronto")
         self.expect_label("Nenhum cofre em uso (aberto)")
         assert not has_state(self.padlock("Selecione um container para desbloquear o cofre."),
                              pyatspi.STATE_ENABLED)
+
+    def read_the_guide(self):
+        self.choose("Sobre", "Ajuda")
+        dialog = self.dialog("Ajuda do Tessel")
+        guide = find(dialog, pyatspi.ROLE_LABEL, "Ajuda do Tessel").queryText()
+        assert "Primeiros passos" in guide.getText(0, -1)
+        self.album.take_screen("Ajuda do Tessel")
+        click(find(dialog, pyatspi.ROLE_PUSH_BUTTON, "Fechar"))
 
     def create_the_vault(self):
         self.choose("USB", "Container", "Criar novo cofre...")
@@ -114,7 +120,7 @@ class Story(TesselWindow):
         self.expect_status("Cofre criado com sucesso.")
         self.expect_label("Container: Tessel")
         assert CONTAINER.stat().st_size == EMPTY_CONTAINER_BYTES
-        self.picture("cofre-bloqueado")
+        self.album.take_window("cofre-bloqueado", "Tessel")
 
     def unlock_it(self):
         click(self.padlock("Desbloquear cofre"))
@@ -147,7 +153,7 @@ class Story(TesselWindow):
                          "chave do servidor.pem", "entrevista.mp3", "farol.jpg")
         self.expect_status("3 arquivos importados com sucesso.")
         self.select("diário.txt")
-        self.picture("cofre-aberto")
+        self.album.take_window("cofre-aberto", "Tessel")
 
     def open_one(self):
         click(self.cell("diário.txt"), times=2)
@@ -204,6 +210,7 @@ class Story(TesselWindow):
         dialog = self.dialog("Mover arquivo")
         find(dialog, pyatspi.ROLE_LABEL, "Mover orçamento da reforma.ods para:")
         find(dialog, pyatspi.ROLE_COMBO_BOX)
+        self.album.take_screen("Mover arquivo")
         click(find(dialog, pyatspi.ROLE_PUSH_BUTTON, "Mover"))
         self.expect_status("Arquivo movido.")
         click(self.cell("Documentos"), times=2)
@@ -223,9 +230,10 @@ class Story(TesselWindow):
         with listening("object:property-change:accessible-value", halt_in_the_middle):
             self.answer_file("Importar arquivos para o cofre", "festa.mp4")
             wait_until("progress", lambda: len(moves) >= FILM_KIBIBYTES // BLOCK_KIBIBYTES // 2)
-        self.picture("importando", "Importar arquivos")
+        self.album.take_window("importando", "Importar arquivos")
         self._process.send_signal(signal.SIGCONT)
         self.expect_status("Arquivo importado com sucesso.")
+        self.drive("VIAGEM (/media/ana/VIAGEM) | 13,8 GB livres")
 
     def delete_it(self):
         self.select("festa.mp4")
@@ -246,6 +254,7 @@ class Story(TesselWindow):
                      "Sim")
         self.confirm("Compactar cofre", "Cofre compactado com sucesso.", "OK")
         self.expect_label("Arquivos protegidos | Pasta: Raiz | 6 arquivos no cofre.")
+        self.drive("VIAGEM (/media/ana/VIAGEM) | 14,0 GB livres")
         assert CONTAINER.stat().st_size < EMPTY_CONTAINER_BYTES + FILM_KIBIBYTES * 1024
 
     def change_the_password(self):
@@ -257,6 +266,7 @@ class Story(TesselWindow):
                             ("Confirmar nova senha:", NEW_PASSWORD)):
             type_into(find(dialog, pyatspi.ROLE_PASSWORD_TEXT, label), text)
             press_keys("Tab")
+        self.album.take_screen("Alterar senha do cofre")
         click(find(dialog, pyatspi.ROLE_PUSH_BUTTON, "Alterar"))
         self.confirm("Tessel", "Senha alterada com sucesso.", "OK")
 
@@ -298,14 +308,10 @@ class Story(TesselWindow):
             copy.read_text(encoding="utf-8").endswith(ending)
             for copy in WORKSPACES.glob("*/diário.txt")))
 
-    def picture(self, name, window="Tessel"):
-        """A picture of a window for the help page and the README."""
-        desktop.take_picture(self._pictures / f"{name}.png", window)
-
 
 CHAPTERS = (
-    Story.find_the_drive, Story.create_the_vault, Story.unlock_it, Story.make_folders,
-    Story.import_three_files, Story.import_more, Story.open_one, Story.lock_it,
+    Story.find_the_drive, Story.read_the_guide, Story.create_the_vault, Story.unlock_it,
+    Story.make_folders, Story.import_three_files, Story.import_more, Story.open_one, Story.lock_it,
     Story.refuse_a_wrong_password, Story.unlock_it_again, Story.find_the_change,
     Story.export_unchanged, Story.rename_one, Story.move_it, Story.watch_an_import,
     Story.delete_it, Story.compact, Story.change_the_password, Story.back_up,
@@ -320,17 +326,17 @@ def check_silence(errors):
 def tell(results):
     errors = results / "stderr.txt"
     with desktop.Desktop() as screen:
-        story = Story(start_program(screen, errors), results)
+        story = Story(start_program(screen, errors), desktop.Album(results))
         try:
-            for number, chapter in enumerate(CHAPTERS, 1):
+            for chapter in CHAPTERS:
                 began = time.monotonic()
                 chapter(story)
                 check_silence(errors)
                 title = chapter.__name__.replace("_", " ")
-                print(f"{number:2}. {title}: ok, {time.monotonic() - began:.1f} s", flush=True)
-                desktop.take_picture(results / f"{number:02}-{title.replace(' ', '-')}.png")
+                print(f"{title}: ok, {time.monotonic() - began:.1f} s", flush=True)
+                story.album.take_screen(title)
         except BaseException:
-            desktop.take_picture(results / "failed.png")
+            story.album.take_screen("failed")
             check_silence(errors)
             raise
 
