@@ -7,14 +7,29 @@
 #include "ui/VaultNames.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+
+#include <filesystem>
+#include <system_error>
 
 namespace Tessel::UI {
 
 namespace {
 
+/// Whether all of the folder's contents can be seen. The toolkit lists what it cannot read as if
+/// it were empty, and files would stay behind unnoticed.
+bool canBeListed(const QString& folder) {
+    std::error_code error;
+    std::filesystem::directory_iterator item(QFile::encodeName(folder).toStdString(), error);
+    while (!error && item != std::filesystem::directory_iterator()) {
+        item.increment(error);
+    }
+    return !error;
+}
+
 void addFolder(ImportPlan* plan, const QFileInfo& folder, const QString& parent) {
-    if (!isValidVaultName(folder.fileName())) {
+    if (!isValidVaultName(folder.fileName()) || !canBeListed(folder.filePath())) {
         plan->unusable.append(folder.filePath());
         return;
     }
@@ -41,9 +56,12 @@ void addFolder(ImportPlan* plan, const QFileInfo& folder, const QString& parent)
 
 ImportPlan planImport(const QStringList& paths, const QString& directory) {
     ImportPlan plan;
+    plan.directory = directory;
     for (const QString& path : paths) {
         const QFileInfo info(QDir::cleanPath(path));
-        if (info.isDir()) {
+        if (info.isDir() && info.isSymLink()) {
+            plan.unusable.append(info.filePath());
+        } else if (info.isDir()) {
             addFolder(&plan, info, directory);
         } else {
             // What has gone in the meantime is refused by name with the others.

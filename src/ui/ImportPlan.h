@@ -18,11 +18,14 @@ struct ImportSource {
 
 /// What is to be imported, in order.
 struct ImportPlan {
+    /// The folder of the vault that all of it goes to; empty for the root.
+    QString directory;
     QList<ImportSource> files;
     /// Folders of the vault that no file would bring along, because nothing is in them.
     QStringList emptyDirectories;
-    /// What cannot be imported as a file: links to folders, which may lead round in a circle,
-    /// links that lead nowhere, devices, and folders whose name cannot be one in the vault.
+    /// What cannot be imported as a file or looked into: links to folders, which may lead round in
+    /// a circle, links that lead nowhere, devices, folders that may not be read or whose name
+    /// cannot be one in the vault.
     QStringList unusable;
 };
 

@@ -344,8 +344,13 @@ void MainWindow::requestClose() {
     // The command ends first: what it still asks is answered with no, what it writes is written.
     m_closeRequested = true;
     qApp->installEventFilter(this);
-    if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
-        dialog->reject();
+    // One may stand on another: a question on the file dialog that asks it.
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget* window : windows) {
+        auto* dialog = qobject_cast<QDialog*>(window);
+        if (dialog != nullptr && dialog->isVisible() && dialog->isModal()) {
+            dialog->reject();
+        }
     }
 }
 

@@ -218,7 +218,8 @@ private:
     [[nodiscard]] bool confirmDeleteVaultFile(const QString& vaultPath);
     [[nodiscard]] bool confirmCompactVault();
     [[nodiscard]] bool importOneFile(const ImportSource& source, ModalProgress& progress);
-    void makeEmptyDirectories(const QStringList& directories);
+    /// @return how many it made.
+    [[nodiscard]] qsizetype makeEmptyDirectories(const ImportPlan& plan);
     void warnImportFailed(const QString& path);
     [[nodiscard]] bool vaultHolds(const QString& vaultPath) const;
     /// The current row's folder; empty for the row that leads to the parent.

@@ -287,6 +287,9 @@ void MainWindow::showVaultMenu(const QPoint& position) {
 }
 
 void MainWindow::popUpVaultMenu(const QPoint& position) {
+    if (m_commandRunning) {
+        return;
+    }
     updateActions();
 
     QMenu menu(this);

@@ -55,15 +55,24 @@ QString speedNote() {
                           "Dispositivos USB 3 ou superiores tendem a ser mais rápidos.");
 }
 
-/// Whether a file of the vault bears the path of @p directory or of a folder above it. A folder
-/// from outside must not come to lie beside a file of the same name.
-bool pathRunsThroughFile(const SecureFileIndex& index, const QString& directory) {
-    for (QString path = directory; !path.isEmpty(); path = parentVaultPath(path)) {
+/// Whether a file of the vault bears the path of @p directory or of a folder between it and
+/// @p above. A folder from outside must not come to lie beside a file of the same name.
+bool pathRunsThroughFile(const SecureFileIndex& index, const QString& directory,
+                         const QString& above) {
+    for (QString path = directory; !path.isEmpty() && !sameVaultPath(path, above);
+         path = parentVaultPath(path)) {
         if (Core::indexContainsFilePath(index, path)) {
             return true;
         }
     }
     return false;
+}
+
+/// Whether the file can stand in the vault where the plan wants it. A name of blanks alone would
+/// leave the folder's own path as the target.
+bool hasAPlace(const ImportSource& file, const ImportPlan& plan, const SecureFileIndex& index) {
+    return !QFileInfo(file.sourcePath).fileName().trimmed().isEmpty() &&
+           !pathRunsThroughFile(index, file.directory, plan.directory);
 }
 
 /// Asks for a name. @return it without blanks around it; empty when the user gave none.
@@ -184,6 +193,7 @@ void MainWindow::importFiles() {
         return;
     }
     ImportPlan plan;
+    plan.directory = m_currentDirectory;
     for (const QString& file : files) {
         plan.files.append({file, m_currentDirectory});
     }
@@ -198,19 +208,22 @@ void MainWindow::importDropped(const QStringList& paths) {
 }
 
 void MainWindow::importPlanned(const ImportPlan& plan) {
-    if (!confirmImportFitsStorage(plan.files)) {
+    if (!plan.files.isEmpty() && !confirmImportFitsStorage(plan.files)) {
         return;
     }
     qsizetype imported = 0;
+    qsizetype foldersMade = 0;
     {
         ModalProgress progress(this, tr("Importar arquivos"),
                                tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote()));
         for (const ImportSource& file : plan.files) {
-            if (importOneFile(file, progress)) {
+            if (!hasAPlace(file, plan, m_vault.fileIndex())) {
+                warnImportFailed(file.sourcePath);
+            } else if (importOneFile(file, progress)) {
                 ++imported;
             }
         }
-        makeEmptyDirectories(plan.emptyDirectories);
+        foldersMade = makeEmptyDirectories(plan);
         for (const QString& path : plan.unusable) {
             warnImportFailed(path);
         }
@@ -218,20 +231,29 @@ void MainWindow::importPlanned(const ImportPlan& plan) {
     }
     refreshVaultFiles();
     refreshDevices();
-    showResult(imported == 1 ? tr("Arquivo importado com sucesso.")
-                             : tr("%1 arquivos importados com sucesso.").arg(imported));
+    QString message = tr("%1 arquivos importados com sucesso.").arg(imported);
+    if (imported == 1) {
+        message = tr("Arquivo importado com sucesso.");
+    } else if (plan.files.isEmpty() && foldersMade > 0) {
+        message = tr("Pasta criada.");
+    }
+    showResult(message);
 }
 
-void MainWindow::makeEmptyDirectories(const QStringList& directories) {
-    for (const QString& directory : directories) {
+qsizetype MainWindow::makeEmptyDirectories(const ImportPlan& plan) {
+    qsizetype made = 0;
+    for (const QString& directory : plan.emptyDirectories) {
         if (Core::indexContainsDirectoryPath(m_vault.fileIndex(), directory)) {
             continue;
         }
-        if (pathRunsThroughFile(m_vault.fileIndex(), directory) ||
-            !m_vault.createDirectory(directory)) {
+        if (!pathRunsThroughFile(m_vault.fileIndex(), directory, plan.directory) &&
+            m_vault.createDirectory(directory)) {
+            ++made;
+        } else {
             warnImportFailed(directory);
         }
     }
+    return made;
 }
 
 void MainWindow::warnImportFailed(const QString& path) {
@@ -252,10 +274,7 @@ bool MainWindow::importOneFile(const ImportSource& source, ModalProgress& progre
                         tr("Importando %1...\n%2 de %3\n\n%4")
                             .arg(name, formatFileSize(done), formatFileSize(total), speedNote()));
     };
-    // A name of blanks alone would leave the folder's own path as the target.
-    if (sourceName.trimmed().isEmpty() ||
-        pathRunsThroughFile(m_vault.fileIndex(), source.directory) ||
-        !m_vault.importFile(source.sourcePath, target, report)) {
+    if (!m_vault.importFile(source.sourcePath, target, report)) {
         warnImportFailed(source.sourcePath);
         return false;
     }

@@ -15,13 +15,16 @@ namespace Tessel::UI {
 
 namespace {
 
+/// Empty also when only some of what is dragged lies on this computer: the rest would be left
+/// behind without a word.
 QStringList localPaths(const QMimeData& data) {
     QStringList paths;
     const QList<QUrl> urls = data.urls();
     for (const QUrl& url : urls) {
-        if (url.isLocalFile()) {
-            paths.append(url.toLocalFile());
+        if (!url.isLocalFile()) {
+            return {};
         }
+        paths.append(url.toLocalFile());
     }
     return paths;
 }

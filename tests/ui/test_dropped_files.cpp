@@ -5,6 +5,7 @@
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
 #include "support/WindowTest.h"
+#include "ui/ImportPlan.h"
 
 #include <QAction>
 #include <QDir>
@@ -16,6 +17,8 @@
 #include <QTableWidget>
 #include <QTest>
 #include <QUrl>
+
+#include <unistd.h>
 
 using namespace Tessel::Tests;
 
@@ -79,6 +82,9 @@ private Q_SLOTS:
     void linksToFoldersAndNowhereAreRefusedByName();
     void folderNamedAsAFileIsRefused();
     void folderWithoutAUsableNameIsRefused();
+    void folderThatCannotBeReadIsRefused();
+    void folderThatSharesAFilesNameStillTakesFiles();
+    void emptyFolderIsMade();
     void fileThatHasGoneRefusesAll();
     void lockedVaultTakesNothing();
     void onlyLocalFilesAreTaken();
@@ -184,14 +190,17 @@ void TestDroppedFiles::existingFileIsAskedAbout() {
 
 void TestDroppedFiles::linksToFoldersAndNowhereAreRefusedByName() {
     QVERIFY(openSample() && make(u"fotos/x.txt"_qs, "x") && make(u"outro.txt"_qs, "o"));
+    QVERIFY(QFile::link(path(u"fotos"_qs), path(u"atalho"_qs)));
     QVERIFY(QFile::link(path(u"fotos"_qs), path(u"fotos/circulo"_qs)));
     QVERIFY(QFile::link(path(u"nada"_qs), path(u"fotos/solto"_qs)));
     QVERIFY(QFile::link(path(u"outro.txt"_qs), path(u"fotos/vale.txt"_qs)));
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    drop({u"fotos"_qs});
+    for (int i = 0; i < 3; ++i) {
+        m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    }
+    drop({u"atalho"_qs, u"fotos"_qs});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     const QList<DialogDriver::Seen> seen = m_driver->dialogs.seen();
+    QCOMPARE(seen.at(seen.size() - 3).text, u"Não foi possível importar atalho."_qs);
     QCOMPARE(seen.at(seen.size() - 2).text, u"Não foi possível importar circulo."_qs);
     QCOMPARE(seen.last().text, u"Não foi possível importar solto."_qs);
     QVERIFY(m_driver->activateRow(u"fotos"_qs));
@@ -226,6 +235,42 @@ void TestDroppedFiles::folderWithoutAUsableNameIsRefused() {
     QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"y.txt"_qs}));
 }
 
+void TestDroppedFiles::folderThatCannotBeReadIsRefused() {
+    QVERIFY(make(u"f/aberto.txt"_qs, "a") && make(u"f/fechado/x.txt"_qs, "x"));
+    QVERIFY(QFile::setPermissions(m_folder->path(), QFile::permissions(u"/usr"_qs)));
+    QVERIFY(QFile::setPermissions(path(u"f/fechado"_qs), QFile::WriteOwner));
+    // Root reads everything: somebody else looks.
+    const uid_t before = geteuid();
+    QVERIFY(before != 0 || seteuid(65534) == 0);
+    const Tessel::UI::ImportPlan plan = Tessel::UI::planImport({path(u"f"_qs)}, QString());
+    QCOMPARE(seteuid(before), 0);
+    QVERIFY(QFile::setPermissions(path(u"f/fechado"_qs),
+                                  QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner));
+    QCOMPARE(plan.unusable, QStringList(path(u"f/fechado"_qs)));
+    QCOMPARE(plan.emptyDirectories, QStringList());
+    QCOMPARE(plan.files.size(), 1);
+    QCOMPARE(plan.files.first().sourcePath, path(u"f/aberto.txt"_qs));
+}
+
+void TestDroppedFiles::folderThatSharesAFilesNameStillTakesFiles() {
+    // An import may put a file beside a folder of its path; the folder is no worse for that.
+    QVERIFY(openSample() && make(u"docs"_qs, "a file") && make(u"n.txt"_qs, "n"));
+    drop({u"docs"_qs});
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs, u"docs"_qs}));
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {path(u"n.txt"_qs)});
+    m_driver->action(u"Importar..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"b.txt"_qs, u"n.txt"_qs}));
+}
+
+void TestDroppedFiles::emptyFolderIsMade() {
+    QVERIFY(openSample() && QDir().mkpath(path(u"vazia"_qs)));
+    drop({u"vazia"_qs});
+    QCOMPARE(m_driver->statusMessage(), u"Pasta criada."_qs);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"vazia"_qs, u"a.txt"_qs}));
+}
+
 void TestDroppedFiles::fileThatHasGoneRefusesAll() {
     QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
     m_driver->dialogs.press(u"Importar arquivos"_qs, u"OK"_qs);
@@ -249,6 +294,11 @@ void TestDroppedFiles::onlyLocalFilesAreTaken() {
     page.data.setUrls({QUrl(u"https://example.org/a.txt"_qs)});
     page.dropOn(m_driver->table());
     QCOMPARE(page.taken, Qt::IgnoreAction);
+    QVERIFY(make(u"um.txt"_qs, "1"));
+    Drag mixture({path(u"um.txt"_qs)});
+    mixture.data.setUrls(mixture.data.urls() << page.data.urls());
+    mixture.dropOn(m_driver->table());
+    QCOMPARE(mixture.taken, Qt::IgnoreAction);
     Drag text({});
     text.data.setText(u"/etc/hostname"_qs);
     text.dropOn(m_driver->table());

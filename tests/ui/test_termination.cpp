@@ -12,6 +12,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QDialog>
+#include <QLineEdit>
 #include <QProcess>
 #include <QSessionManager>
 #include <QSignalSpy>
@@ -52,6 +53,8 @@ private Q_SLOTS:
     void aRequestLocksTheVaultAndClosesTheWindow();
     void aRequestWithdrawsTheDialogThatIsOpen();
     void aRequestWithdrawsEveryDialogOfAFlow();
+    void aRequestWithdrawsADialogThatStandsOnAnother_data();
+    void aRequestWithdrawsADialogThatStandsOnAnother();
     void aRequestDuringAnImportWaitsForItsEnd();
     void aSecondRequestChangesNothing();
     void theWindowStaysWhenTheVaultCannotBeLocked();
@@ -151,6 +154,45 @@ void TestTermination::aRequestWithdrawsEveryDialogOfAFlow() {
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
     QVERIFY(!QFile::exists(path));
+}
+
+void TestTermination::aRequestWithdrawsADialogThatStandsOnAnother_data() {
+    QTest::addColumn<bool>("exports");
+    QTest::newRow("warning on the password dialog") << false;
+    QTest::newRow("question on the save dialog") << true;
+}
+
+void TestTermination::aRequestWithdrawsADialogThatStandsOnAnother() {
+    QFETCH(const bool, exports);
+    WindowDriver driver;
+    const auto request = [&](QDialog*) {
+        driver.window.requestClose();
+    };
+    if (exports) {
+        const QString existing = m_folder.filePath(u"existe.txt"_qs);
+        QVERIFY(writeFile(existing, "o que já estava"));
+        QVERIFY(driver.openVault(m_container, Password) && driver.selectRow(u"a.txt"_qs));
+        driver.dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+        driver.dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+            // The toolkit asks, on the file dialog, whether to replace the file.
+            driver.dialogs.handle(u"Exportar arquivo"_qs, request);
+            dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(existing);
+            QMetaObject::invokeMethod(dialog, "accept");
+        });
+        driver.action(u"Exportar..."_qs)->trigger();
+        QCOMPARE(readFile(existing), QByteArray("o que já estava"));
+        QVERIFY(QFile::remove(existing));
+    } else {
+        QVERIFY(driver.chooseContainer(m_container));
+        driver.dialogs.handle(u"Alterar senha do cofre"_qs, [&](QDialog* dialog) {
+            driver.dialogs.handle(u"Alterar senha"_qs, request);
+            QVERIFY(pressButton(dialog, u"Alterar"_qs));
+        });
+        driver.action(u"Alterar senha..."_qs)->trigger();
+    }
+    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+    QVERIFY(!driver.window.isVisible());
+    QCOMPARE(workspaces().size(), 0);
 }
 
 void TestTermination::aRequestDuringAnImportWaitsForItsEnd() {
