@@ -41,6 +41,8 @@ bool VaultManager::createVault(const QString& path, const QByteArray& password) 
     m_containerFilePath = path;
     m_index.clear();
     m_masterKey = m_cryptoManager.generateSalt(MasterKeyBytes);
+    // No container is wrapped with this key yet: should the creation fail, none takes a change.
+    m_wrapping.clear();
     document.crypto.encryptedMasterKey = encryptMasterKey(document, password, m_masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty()) {
         return false;
@@ -69,7 +71,7 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
         static_cast<void>(m_containerManager.repairHeader(path));
     }
     m_containerFilePath = path;
-    m_wrappedMasterKey = document.crypto.encryptedMasterKey;
+    m_wrapping = wrappingOf(document);
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();
 }
@@ -96,8 +98,10 @@ bool VaultManager::openRedoRecord(const QString& path, const QByteArray& passwor
 bool VaultManager::headerOpens() const {
     ContainerDocument document;
     SecureFileIndex index;
+    // A password change leaves the index as it was. One that was torn would otherwise pass for
+    // whole, and nothing but the record holds the wrapping that a password opens.
     return m_containerManager.readDocument(m_containerFilePath, &document) &&
-           decryptIndex(document, &index);
+           wrappingOf(document) == m_wrapping && decryptIndex(document, &index);
 }
 
 bool VaultManager::settleRedoRecord() const {
@@ -123,8 +127,11 @@ bool VaultManager::isOfThisSession(const ContainerDocument& document) const {
     // Drives of one name are mounted at one place. A vault found there in the place of the open one
     // would lose its index for good if that were sealed under this session's key.
     SecureFileIndex index;
-    return document.crypto.encryptedMasterKey == m_wrappedMasterKey ||
-           decryptIndex(document, &index);
+    return wrappingOf(document) == m_wrapping || decryptIndex(document, &index);
+}
+
+QByteArray VaultManager::wrappingOf(const ContainerDocument& document) const {
+    return associatedData(document, MasterKeyPurpose) + document.crypto.encryptedMasterKey;
 }
 
 bool VaultManager::changePassword(const QString& path, const QByteArray& oldPassword,

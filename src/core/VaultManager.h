@@ -141,6 +141,8 @@ private:
     /// Leaves no redo record: it is put into its header's place when that does not open, and cut
     /// off when it does.
     [[nodiscard]] bool settleRedoRecord() const;
+    /// Everything that the password opens the master key with, and the sealed key itself.
+    [[nodiscard]] QByteArray wrappingOf(const ContainerDocument& document) const;
     /// Whether this is the vault that was opened: its master key is wrapped as it was then, or its
     /// index opens with the session's key.
     [[nodiscard]] bool isOfThisSession(const ContainerDocument& document) const;
@@ -193,8 +195,8 @@ private:
     VaultState m_state = VaultState::Locked;
     QString m_containerFilePath;
     QByteArray m_masterKey;
-    /// The master key as the unlocked container holds it, sealed.
-    QByteArray m_wrappedMasterKey;
+    /// How the unlocked container holds its master key.
+    QByteArray m_wrapping;
     SecureFileIndex m_index;
     ContainerManager m_containerManager;
     CryptoManager m_cryptoManager;

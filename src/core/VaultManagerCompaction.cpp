@@ -17,13 +17,17 @@ namespace {
 
 constexpr qint64 CopyBytes = qint64{8} * 1024 * 1024;
 
+// Sizes of a damaged index may add up to anything. They only feed the progress: one that makes a
+// sum that no number holds is left out.
+qint64 addedSize(qint64 sum, qint64 size) {
+    qint64 result = 0;
+    return qAddOverflow(sum, size, &result) ? sum : result;
+}
+
 qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
-    // Sizes of a damaged index may add up to anything; the total only feeds the progress.
-    return std::accumulate(entries.cbegin(), entries.cend(), qint64(0),
-                           [](qint64 sum, const VaultFileEntry& entry) {
-                               qint64 result = 0;
-                               return qAddOverflow(sum, entry.sizeBytes, &result) ? sum : result;
-                           });
+    return std::accumulate(
+        entries.cbegin(), entries.cend(), qint64(0),
+        [](qint64 sum, const VaultFileEntry& entry) { return addedSize(sum, entry.sizeBytes); });
 }
 
 // Copies the rebuilt container over the one on the drive.
@@ -148,8 +152,7 @@ bool VaultManager::copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIn
                 return false;
             }
             moved.blocks.append(block);
-            // The index may claim any size; this is the true one, and no sum of it overflows.
-            done += sealed.size() - CryptoManager::TagBytes;
+            done = addedSize(done, block.plainSize);
             if (progress) {
                 progress(done, total, entry.vaultPath);
             }

@@ -113,7 +113,7 @@ std::optional<QString> askMoveDestination(QWidget* parent, const QString& fileNa
     auto* label = new QLabel(MainWindow::tr("Mover %1 para:").arg(fileName));
     label->setTextFormat(Qt::PlainText);
     auto* combo = new QComboBox;
-    label->setBuddy(combo);
+    combo->setAccessibleName(label->text());
     for (const MoveDestination& destination : destinations) {
         combo->addItem(destination.label, destination.path);
     }

@@ -9,6 +9,9 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QWindow>
+#include <QtNumeric>
+
+#include <algorithm>
 
 namespace Tessel::UI {
 
@@ -74,7 +77,12 @@ int progressValue(qint64 done, qint64 total, int whenEmpty) {
     if (total <= 0) {
         return whenEmpty;
     }
-    return static_cast<int>(done * ProgressMaximum / total);
+    // The sizes that an index claims need not add up.
+    qint64 scaled = 0;
+    if (qMulOverflow(done, qint64{ProgressMaximum}, &scaled)) {
+        return done < 0 ? 0 : ProgressMaximum;
+    }
+    return static_cast<int>(std::clamp<qint64>(scaled / total, 0, ProgressMaximum));
 }
 
 } // namespace Tessel::UI

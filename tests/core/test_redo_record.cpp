@@ -214,6 +214,7 @@ private Q_SLOTS:
     void failedSyncOfTheRecordIsNotBelieved();
     void oldPasswordOpensUntilTheHeaderIsTorn();
     void newPasswordRepairsATornPasswordChange();
+    void tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten();
     void passwordChangeOfATornContainerKeepsTheNewIndex();
     void undisturbedContainersEndAtTheirLastBlock();
     void newContainerEndsAtItsHeaderRegion();
@@ -640,6 +641,25 @@ void TestRedoRecord::newPasswordRepairsATornPasswordChange() {
         QVERIFY(readFile(fixture.container()) == change.after.bytes());
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(!fixture.unlock());
+    }
+}
+
+void TestRedoRecord::tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten() {
+    // The index opens under either wrapping: only the record holds the one that a password opens.
+    const Change change = Change::ofPassword();
+    for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), header + recordOf(change.after)));
+        {
+            const FailingHeader failing(fixture.container(), 0, 1);
+            QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
+            QVERIFY(FailingHeader::struck(1));
+        }
+        QVERIFY(fixture.vault.createDirectory(u"depois"_qs));
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+        QVERIFY(fixture.vault.fileIndex().containsDirectory(u"depois"_qs));
     }
 }
 

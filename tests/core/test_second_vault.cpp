@@ -294,6 +294,23 @@ private Q_SLOTS:
         QVERIFY(readFile(otherPath(fixture)) == other);
     }
 
+    void creatingOverTheOpenVaultWithoutTheMemoryLeavesIt() {
+        // The container is still wrapped as it was, the session's key is not: a change sealed with
+        // that would make the vault unreadable, a compaction empty.
+        VaultFixture fixture(openContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray container = readFile(fixture.container());
+        {
+            const MemoryLimit limit(100 * MiB);
+            QVERIFY(!fixture.vault.createVault(fixture.container(), OtherPassword));
+        }
+        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        compareNothingCanBeDone(fixture);
+        QVERIFY(readFile(fixture.container()) == container);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
+    }
+
 private:
     /// Each of these would succeed in the open vault.
     static void compareNothingCanBeDone(VaultFixture& fixture) {
