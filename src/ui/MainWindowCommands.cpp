@@ -113,7 +113,8 @@ std::optional<QString> askMoveDestination(QWidget* parent, const QString& fileNa
     auto* label = new QLabel(MainWindow::tr("Mover %1 para:").arg(fileName));
     label->setTextFormat(Qt::PlainText);
     auto* combo = new QComboBox;
-    combo->setAccessibleName(label->text());
+    // On X11 the toolkit calls it by its value, whatever name it is given.
+    combo->setAccessibleDescription(label->text());
     for (const MoveDestination& destination : destinations) {
         combo->addItem(destination.label, destination.path);
     }

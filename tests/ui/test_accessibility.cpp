@@ -9,6 +9,7 @@
 
 #include <QAccessible>
 #include <QAction>
+#include <QComboBox>
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QLabel>
@@ -82,6 +83,10 @@ QString accessibleName(QObject* object) {
     return QAccessible::queryAccessibleInterface(object)->text(QAccessible::Name);
 }
 
+QString accessibleDescription(QObject* object) {
+    return QAccessible::queryAccessibleInterface(object)->text(QAccessible::Description);
+}
+
 } // namespace
 
 /// The window as a screen reader sees it.
@@ -99,6 +104,7 @@ private Q_SLOTS:
     void elidedContainerNameIsReadWhole();
     void everyControlOfTheDialogsHasAName_data();
     void everyControlOfTheDialogsHasAName();
+    void listOfDestinationsIsDescribedByItsQuestion();
     void progressBarHasTheOperationsName();
 
 private:
@@ -148,13 +154,10 @@ void TestAccessibility::padlockIsNamedByWhatItDoes() {
 }
 
 void TestAccessibility::tableIsDescribedByItsSummary() {
-    const auto description = [this] {
-        return QAccessible::queryAccessibleInterface(m_driver->table())
-            ->text(QAccessible::Description);
-    };
-    QCOMPARE(description(), u"Nenhum cofre em uso (aberto)"_qs);
+    QCOMPARE(accessibleDescription(m_driver->table()), u"Nenhum cofre em uso (aberto)"_qs);
     QVERIFY(openSample());
-    QCOMPARE(description(), u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_qs);
+    QCOMPARE(accessibleDescription(m_driver->table()),
+             u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_qs);
 }
 
 void TestAccessibility::elidedContainerNameIsReadWhole() {
@@ -197,6 +200,17 @@ void TestAccessibility::everyControlOfTheDialogsHasAName() {
     m_driver->action(command)->trigger();
     QCOMPARE(nameless, QString());
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+}
+
+void TestAccessibility::listOfDestinationsIsDescribedByItsQuestion() {
+    QVERIFY(openSample() && m_driver->selectRow(u"a.txt"_qs));
+    QString description;
+    m_driver->dialogs.handle(u"Mover arquivo"_qs, [&description](QDialog* dialog) {
+        description = accessibleDescription(dialog->findChild<QComboBox*>());
+        dialog->reject();
+    });
+    m_driver->action(u"Mover para pasta..."_qs)->trigger();
+    QCOMPARE(description, u"Mover a.txt para:"_qs);
 }
 
 void TestAccessibility::progressBarHasTheOperationsName() {
