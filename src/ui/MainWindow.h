@@ -151,6 +151,12 @@ private Q_SLOTS:
 private:
     using Handler = void (MainWindow::*)();
     struct ActionSpec;
+    /// What is asked about a new name, and what is said of one that cannot be used.
+    struct NameQuestion {
+        QString title;
+        QString label;
+        QString badName;
+    };
 
     // --- Menus and enabling rules (MainWindowMenus.cpp)
     [[nodiscard]] static std::span<const ActionSpec> actionSpecs();
@@ -222,6 +228,11 @@ private:
     [[nodiscard]] qsizetype makeEmptyDirectories(const ImportPlan& plan);
     void warnImportFailed(const QString& path);
     [[nodiscard]] bool vaultHolds(const QString& vaultPath) const;
+    /// Asks for the name of an item of @p directory; @p presentName is proposed, and none for a new
+    /// item. @return its path; empty when the name stays or cannot be taken, of which the user has
+    /// been told.
+    [[nodiscard]] QString askFreePath(const NameQuestion& question, const QString& directory,
+                                      const QString& presentName);
     /// The current row's folder; empty for the row that leads to the parent.
     [[nodiscard]] QString selectedRealDirectory() const;
     /// The common end of every command that changed the index.

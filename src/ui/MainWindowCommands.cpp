@@ -50,6 +50,11 @@ QString productTitle() {
     return QStringLiteral("Tessel");
 }
 
+QString badFolderName() {
+    return MainWindow::tr(
+        "Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.");
+}
+
 QString speedNote() {
     return MainWindow::tr("A velocidade depende da taxa de leitura e escrita da unidade USB.\n"
                           "Dispositivos USB 3 ou superiores tendem a ser mais rápidos.");
@@ -148,6 +153,24 @@ bool MainWindow::vaultHolds(const QString& vaultPath) const {
     const SecureFileIndex index = m_vault.fileIndex();
     return Core::indexContainsFilePath(index, vaultPath) ||
            Core::indexContainsDirectoryPath(index, vaultPath);
+}
+
+QString MainWindow::askFreePath(const NameQuestion& question, const QString& directory,
+                                const QString& presentName) {
+    const QString name = askName(this, question.title, question.label, presentName);
+    if (name.isEmpty() || name == presentName) {
+        return {};
+    }
+    if (!isValidVaultName(name)) {
+        showWarning(this, question.title, question.badName);
+        return {};
+    }
+    const QString path = joinVaultPath(directory, name);
+    if (vaultHolds(path)) {
+        showWarning(this, question.title, tr("Já existe um item com esse nome nesta pasta."));
+        return {};
+    }
+    return path;
 }
 
 QString MainWindow::selectedRealDirectory() const {
@@ -367,19 +390,12 @@ void MainWindow::renameSelectedFile() {
         return;
     }
     const QString title = tr("Renomear arquivo");
-    const QString name = askName(this, title, tr("Novo nome:"), vaultBaseName(path));
-    if (name.isEmpty() || name == vaultBaseName(path)) {
-        return;
-    }
-    if (!isValidVaultName(name)) {
-        showWarning(this, title,
-                    tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho "
-                       "relativo."));
-        return;
-    }
-    const QString target = joinVaultPath(parentVaultPath(path), name);
-    if (vaultHolds(target)) {
-        showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+    const QString target =
+        askFreePath({title, tr("Novo nome:"),
+                     tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho "
+                        "relativo.")},
+                    parentVaultPath(path), vaultBaseName(path));
+    if (target.isEmpty()) {
         return;
     }
     if (!m_vault.renameFile(path, target)) {
@@ -439,19 +455,9 @@ void MainWindow::moveSelectedFile() {
 
 void MainWindow::createDirectory() {
     const QString title = tr("Nova pasta");
-    const QString name = askName(this, title, tr("Nome da pasta:"), QString());
-    if (name.isEmpty()) {
-        return;
-    }
-    if (!isValidVaultName(name)) {
-        showWarning(this, title,
-                    tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
-                       "relativo."));
-        return;
-    }
-    const QString target = joinVaultPath(m_currentDirectory, name);
-    if (vaultHolds(target)) {
-        showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+    const QString target =
+        askFreePath({title, tr("Nome da pasta:"), badFolderName()}, m_currentDirectory, QString());
+    if (target.isEmpty()) {
         return;
     }
     if (!m_vault.createDirectory(target)) {
@@ -467,19 +473,9 @@ void MainWindow::renameSelectedDirectory() {
         return;
     }
     const QString title = tr("Renomear pasta");
-    const QString name = askName(this, title, tr("Novo nome:"), vaultBaseName(path));
-    if (name.isEmpty() || name == vaultBaseName(path)) {
-        return;
-    }
-    if (!isValidVaultName(name)) {
-        showWarning(this, title,
-                    tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
-                       "relativo."));
-        return;
-    }
-    const QString target = joinVaultPath(parentVaultPath(path), name);
-    if (vaultHolds(target)) {
-        showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+    const QString target = askFreePath({title, tr("Novo nome:"), badFolderName()},
+                                       parentVaultPath(path), vaultBaseName(path));
+    if (target.isEmpty()) {
         return;
     }
     if (!m_vault.renameDirectory(path, target)) {
