@@ -217,6 +217,25 @@ private Q_SLOTS:
         QVERIFY(isSaved(fixture));
     }
 
+    void anUnusableTargetIsTheRoot_data() {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("a slash") << QStringLiteral("/");
+        QTest::newRow("blanks") << QStringLiteral("  ");
+        QTest::newRow("the folder above") << QStringLiteral("a/..");
+        QTest::newRow("the folder itself") << QStringLiteral("./a");
+        QTest::newRow("a blank name") << QStringLiteral("a/ /sub");
+    }
+    void anUnusableTargetIsTheRoot() {
+        QFETCH(const QString, target);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.moveFile(QStringLiteral("a/x.txt"), target));
+        QCOMPARE(fixture.filePaths().at(1), QStringLiteral("x.txt"));
+        QCOMPARE(fixture.folderPaths(), UsedFolders);
+        QCOMPARE(fixture.stored(QStringLiteral("x.txt")), QByteArray("x in a"));
+        QVERIFY(isSaved(fixture));
+    }
+
     void aMovedFileTakesTheSpellingOfTheCall() {
         // Letter case does not matter for finding the file and its folder; the new path is spelled
         // as the call spells it, and what did not move keeps its spelling.
@@ -304,6 +323,21 @@ private Q_SLOTS:
         QCOMPARE(after.id, before.id);
         QCOMPARE(after.lastModifiedUtc, before.lastModifiedUtc);
         QCOMPARE(fixture.stored(QStringLiteral("new/b.txt")), QByteArray("at the root"));
+        QVERIFY(isSaved(fixture));
+    }
+
+    void thePathOfARenamedItemMayHaveAnyForm() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.renameFile(QStringLiteral("\\a//x.txt "), QStringLiteral("a/z.txt")));
+        QCOMPARE(fixture.filePaths().at(1), QStringLiteral("a/z.txt"));
+        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("/a/"), QStringLiteral("c")));
+        QCOMPARE(fixture.folderPaths(),
+                 QStringList({QStringLiteral("c"), QStringLiteral("c/sub"), QStringLiteral("B")}));
+        QVERIFY(fixture.vault.renameDirectory(QStringLiteral(" c\\\\sub "), QStringLiteral("d")));
+        QCOMPARE(fixture.filePaths(),
+                 QStringList({QStringLiteral("root.txt"), QStringLiteral("c/z.txt"),
+                              QStringLiteral("d/deep.txt"), QStringLiteral("B/y.txt")}));
         QVERIFY(isSaved(fixture));
     }
 
@@ -535,6 +569,32 @@ private Q_SLOTS:
         QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("new/SUB/File.txt")));
     }
 
+    void ofTwoFilesThatGetOnePathTheLaterStays_data() {
+        QTest::addColumn<QStringList>("files");
+        QTest::newRow("the moved one")
+            << QStringList{QStringLiteral("new/b.txt"), QStringLiteral("a/b.txt")};
+        QTest::newRow("the other one")
+            << QStringList{QStringLiteral("a/b.txt"), QStringLiteral("new/b.txt")};
+    }
+    void ofTwoFilesThatGetOnePathTheLaterStays() {
+        // A file may lie where no folder has an entry; a folder may then be given that path, and
+        // the index keeps one file for each path.
+        QFETCH(const QStringList, files);
+        CraftedContainer crafted;
+        crafted.addFolder(QStringLiteral("a"));
+        for (const QString& path : files) {
+            crafted.addFile(path, "was " + path.toUtf8());
+        }
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("a"), QStringLiteral("new")));
+        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("new/b.txt")));
+        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("new")));
+        QCOMPARE(fixture.stored(QStringLiteral("new/b.txt")),
+                 QByteArray("was " + files.last().toUtf8()));
+        QVERIFY(isSaved(fixture));
+    }
+
     void folderRenamesThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
         addRefusal("no folder", [](VaultManager& vault) {
@@ -659,6 +719,23 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.unlock());
         QVERIFY(attempt.value<Attempt>()(fixture.vault));
+    }
+
+    void aFolderIsNotRenamedWhileAFileOfItsPathIsOpen() {
+        CraftedContainer crafted;
+        crafted.addFolder(QStringLiteral("docs")).addFile(QStringLiteral("Docs"), "a file");
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QString copy;
+        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("Docs"), &copy));
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("x")));
+        COMPARE_UNCHANGED(before);
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("x")));
+        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("x")));
+        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("Docs")));
     }
 
     void otherFilesAreMovedWhileOneIsOpen() {
