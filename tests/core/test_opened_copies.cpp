@@ -11,6 +11,8 @@
 #include <QProcess>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
 
@@ -51,6 +53,11 @@ bool runEditor(const QString& shellCommand, const QString& copy) {
     return shell.waitForFinished() && shell.exitCode() == 0;
 }
 
+/// The copy still exists and is later, and no import can read it.
+bool replaceByLaterFolder(const QString& copy) {
+    return runEditor(QStringLiteral("rm \"$1\"; mkdir \"$1\"; touch -d '1 hour' \"$1\""), copy);
+}
+
 QStringList vaultPathsOf(const QList<TrackedTempFile>& files) {
     QStringList paths;
     for (const TrackedTempFile& file : files) {
@@ -58,6 +65,24 @@ QStringList vaultPathsOf(const QList<TrackedTempFile>& files) {
     }
     paths.sort();
     return paths;
+}
+
+/// The system's mask for the modes of new files, for as long as the object lives.
+class FileModeMask {
+public:
+    explicit FileModeMask(mode_t mask) : m_before(::umask(mask)) {}
+    ~FileModeMask() { ::umask(m_before); }
+    Q_DISABLE_COPY_MOVE(FileModeMask)
+
+private:
+    mode_t m_before;
+};
+
+/// The permission bits of a file; all bits when there is none.
+mode_t modeOf(const QString& path) {
+    struct stat status {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U
+                                                                     : ~mode_t{0};
 }
 
 /// Opens a file of the vault; empty when that fails.
@@ -200,6 +225,26 @@ private Q_SLOTS:
                  workspaceOf(fixture) + QStringLiteral("/c.bin"));
         QCOMPARE(readFile(workspaceOf(fixture) + QStringLiteral("/c.bin")), noise(3000));
         COMPARE_UNCHANGED(before);
+    }
+
+    void aCopyHasTheModeOfAnyNewFile_data() {
+        QTest::addColumn<mode_t>("mask");
+        QTest::addColumn<mode_t>("ofFile");
+        QTest::addColumn<mode_t>("ofFolder");
+        QTest::newRow("all may write") << mode_t{0} << mode_t{0666} << mode_t{0777};
+        QTest::newRow("all may read") << mode_t{0022} << mode_t{0644} << mode_t{0755};
+        QTest::newRow("nobody else") << mode_t{0077} << mode_t{0600} << mode_t{0700};
+    }
+    void aCopyHasTheModeOfAnyNewFile() {
+        QFETCH(const mode_t, mask);
+        QFETCH(const mode_t, ofFile);
+        QFETCH(const mode_t, ofFolder);
+        VaultFixture fixture(usedContainer());
+        const FileModeMask fileModeMask(mask);
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QCOMPARE(modeOf(copy), ofFile);
+        QCOMPARE(modeOf(QFileInfo(copy).path()), ofFolder);
     }
 
     void anEmptyFileIsOpened() {
@@ -444,6 +489,43 @@ private Q_SLOTS:
         QCOMPARE(fixture.filePaths().size(), 3);
     }
 
+    void takingBackStopsAtTheFirstCopyThatFails_data() {
+        QTest::addColumn<qsizetype>("failing");
+        QTest::newRow("the first") << qsizetype(0);
+        QTest::newRow("in the middle") << qsizetype(2);
+        QTest::newRow("the last") << qsizetype(4);
+    }
+    void takingBackStopsAtTheFirstCopyThatFails() {
+        QFETCH(const qsizetype, failing);
+        CraftedContainer crafted;
+        for (int i = 0; i < 5; ++i) {
+            crafted.addFile(QString::number(i), "as stored");
+        }
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        for (const QString& path : fixture.filePaths()) {
+            QVERIFY(!fixture.openAndEdit(path, "edited").isEmpty());
+        }
+        // They are taken back in the order in which they are listed, which is any.
+        const QList<TrackedTempFile> changed = fixture.vault.modifiedOpenFiles();
+        QCOMPARE(changed.size(), 5);
+        QVERIFY(replaceByLaterFolder(changed.at(failing).tempPath));
+        QStringList idsBefore;
+        for (const TrackedTempFile& file : changed) {
+            idsBefore.append(fixture.entry(file.vaultPath).id);
+        }
+        QVERIFY(!fixture.vault.syncModifiedTempFiles());
+        for (qsizetype i = 0; i < changed.size(); ++i) {
+            const QString path = changed.at(i).vaultPath;
+            QCOMPARE(fixture.entry(path).id != idsBefore.at(i), i < failing);
+            QCOMPARE(fixture.stored(path), QByteArray(i < failing ? "edited" : "as stored"));
+        }
+        // What was taken back is saved.
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), vaultPathsOf(changed));
+    }
+
     void aFileDeletedFromTheVaultComesBackWithItsEdits() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
@@ -535,8 +617,7 @@ private Q_SLOTS:
         const QString copyOfB = opened(fixture, B);
         QVERIFY(writeFile(copyOfA, "edited a") && makeLater(copyOfA));
         // An editor that makes a folder of it: it exists, and is later.
-        QVERIFY(QFile::remove(copyOfB) && QDir().mkdir(copyOfB));
-        QVERIFY(runEditor(QStringLiteral("touch -d '1 hour' \"$1\""), copyOfB));
+        QVERIFY(replaceByLaterFolder(copyOfB));
         QVERIFY(!fixture.vault.lockVault());
         QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
         QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
@@ -567,6 +648,22 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(copy));
         QVERIFY(fixture.unlock());
         QCOMPARE(fixture.stored(A), QByteArray("edited"));
+    }
+
+    void anAbandonedSessionLeavesTheCopyAndTheContainer() {
+        // Only locking takes copies back and removes them: a program that just ends loses no edit.
+        VaultFixture fixture(usedContainer());
+        const QByteArray before = readFile(fixture.container());
+        QString copy;
+        {
+            VaultManager session;
+            QVERIFY(session.unlockVault(fixture.container(), TestPassword));
+            QVERIFY(session.prepareFileForEditing(A, &copy));
+            QVERIFY(writeFile(copy, "edited") && makeLater(copy));
+            QCOMPARE(vaultPathsOf(session.modifiedOpenFiles()), QStringList(A));
+        }
+        QCOMPARE(readFile(copy), QByteArray("edited"));
+        QVERIFY(readFile(fixture.container()) == before);
     }
 
     void aFullFlowWithARealKeyKeepsTheEdits() {

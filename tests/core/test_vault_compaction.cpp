@@ -6,6 +6,7 @@
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/PeakMemory.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -213,6 +214,23 @@ private Q_SLOTS:
         QCOMPARE(fixture.stored(QStringLiteral("c.bin")), noise(700, 2));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
+    }
+
+    void aLargeFileIsMovedThroughLittleMemory() {
+        constexpr qint64 Size = 96 * MiB;
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), {});
+        QVERIFY(QFile::resize(source, Size));
+        QVERIFY(fixture.store(QStringLiteral("dead"), noise(1000)));
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big")));
+        QVERIFY(fixture.vault.deleteFile(QStringLiteral("dead")));
+        const PeakMemory memory;
+        QVERIFY(memory.canMeasure());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        // A block and a piece of the copy, and more than as much again.
+        QVERIFY2(memory.growth() < 64 * MiB, qPrintable(QString::number(memory.growth())));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + Size + 6 * 16);
     }
 
     void aVaultWithoutFilesShrinksToItsHeader() {

@@ -28,6 +28,18 @@ ContainerDocument documentAt(const QString& path) {
     return ContainerManager().readDocument(path, &document) ? document : ContainerDocument();
 }
 
+/// The master key, opened by hand with the associated data written out; empty when it does not
+/// open.
+QByteArray masterKeyIn(const ContainerCryptoMetadata& crypto, const QByteArray& password) {
+    CraftedContainer hand;
+    hand.keys.kdf = "Argon2id";
+    hand.keys.password = password;
+    hand.keys.salt = crypto.salt;
+    return CraftedContainer::open(
+        crypto.encryptedMasterKey, hand.passwordKey().left(32), crypto.nonce,
+        "TESSEL|master-key|3|XChaCha20-Poly1305|Argon2id|0|" + crypto.salt + "|" + crypto.nonce);
+}
+
 /// A crafted vault with a folder and a file, as if it had been in use.
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
@@ -138,19 +150,37 @@ private Q_SLOTS:
         QCOMPARE(crypto.payloadNonce.size(), 24);
         QVERIFY(crypto.authTag.isEmpty());
 
-        // Opened by hand, with the associated data written out.
-        CraftedContainer hand;
-        hand.keys.kdf = "Argon2id";
-        hand.keys.salt = crypto.salt;
-        const QByteArray masterKey = CraftedContainer::open(
-            crypto.encryptedMasterKey, hand.passwordKey().left(32), crypto.nonce,
-            "TESSEL|master-key|3|XChaCha20-Poly1305|Argon2id|0|" + crypto.salt + "|" +
-                crypto.nonce);
+        const QByteArray masterKey = masterKeyIn(crypto, TestPassword);
         QCOMPARE(masterKey.size(), 64);
         QCOMPARE(CraftedContainer::open(document.encryptedIndex, masterKey.left(32),
                                         crypto.payloadNonce,
                                         "TESSEL|index|3|XChaCha20-Poly1305|" + crypto.payloadNonce),
                  QByteArray("{\"directories\":[],\"files\":[],\"formatVersion\":1}"));
+    }
+
+    void twoVaultsOfOnePasswordShareNothing() {
+        VaultFixture fixture;
+        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
+        const ContainerCryptoMetadata first = documentAt(fixture.container()).crypto;
+        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
+        const ContainerCryptoMetadata second = documentAt(fixture.container()).crypto;
+        for (const ContainerCryptoMetadata& crypto : {first, second}) {
+            QCOMPARE(crypto.salt.size(), 16);
+            QCOMPARE(crypto.nonce.size(), 24);
+            QCOMPARE(crypto.payloadNonce.size(), 24);
+            QVERIFY(crypto.nonce != crypto.payloadNonce);
+        }
+        QVERIFY(first.salt != second.salt);
+        QVERIFY(first.nonce != second.nonce);
+        QVERIFY(first.payloadNonce != second.payloadNonce);
+
+        const QByteArray firstKey = masterKeyIn(first, TestPassword);
+        const QByteArray secondKey = masterKeyIn(second, TestPassword);
+        QCOMPARE(firstKey.size(), 64);
+        QCOMPARE(secondKey.size(), 64);
+        // The first half seals the files; the other one was drawn as well.
+        QVERIFY(firstKey.left(32) != secondKey.left(32));
+        QVERIFY(firstKey.right(32) != secondKey.right(32));
     }
 
     void aCreatedVaultOpensEmpty() {
@@ -610,15 +640,7 @@ private Q_SLOTS:
         QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
 
         // The master key is the one of before, only wrapped anew.
-        CraftedContainer hand;
-        hand.keys.kdf = "Argon2id";
-        hand.keys.password = "nova senha";
-        hand.keys.salt = now.crypto.salt;
-        QCOMPARE(CraftedContainer::open(now.crypto.encryptedMasterKey, hand.passwordKey().left(32),
-                                        now.crypto.nonce,
-                                        "TESSEL|master-key|3|XChaCha20-Poly1305|Argon2id|0|" +
-                                            now.crypto.salt + "|" + now.crypto.nonce),
-                 crafted.keys.masterKey);
+        QCOMPARE(masterKeyIn(now.crypto, "nova senha"), crafted.keys.masterKey);
     }
 
     void aChangedPasswordCanBeChangedBack() {

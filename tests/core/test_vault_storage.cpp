@@ -5,6 +5,7 @@
 #include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/PeakMemory.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>
@@ -217,6 +218,22 @@ private Q_SLOTS:
         QCOMPARE(sizes, (QList<qint64>{PayloadOffset + Chunk + 16, PayloadOffset + Chunk + 33}));
         // The file is part of the vault only when all of it is stored.
         QCOMPARE(listed, (QList<bool>{false, false}));
+    }
+
+    void aLargeFilePassesThroughLittleMemory() {
+        VaultFixture fixture;
+        QVERIFY(fixture.unlock());
+        const QString source = fixture.write(QStringLiteral("source"), {});
+        QVERIFY(QFile::resize(source, 6 * Chunk));
+        const QString target = fixture.file(QStringLiteral("target"));
+        const PeakMemory memory;
+        QVERIFY(memory.canMeasure());
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big")));
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("big"), target));
+        // A chunk and its sealed form, and as much again.
+        QVERIFY2(memory.growth() < 4 * Chunk, qPrintable(QString::number(memory.growth())));
+        QCOMPARE(QFileInfo(target).size(), 6 * Chunk);
+        QCOMPARE(sha256OfFile(target), sha256OfFile(source));
     }
 
     void pathsAreBroughtToTheirCanonicalForm() {
@@ -669,8 +686,15 @@ private Q_SLOTS:
     void whatIsNotInTheVaultIsNotExported() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("missing"),
-                                          fixture.file(QStringLiteral("target"))));
+        // The destination is made, or emptied, before the vault is asked.
+        const QString fresh = fixture.file(QStringLiteral("fresh"));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("missing"), fresh));
+        QVERIFY(QFileInfo(fresh).isFile());
+        QCOMPARE(QFileInfo(fresh).size(), 0);
+        const QString target = fixture.write(QStringLiteral("target"), "what was there before");
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("missing"), target));
+        QVERIFY(QFileInfo(target).isFile());
+        QCOMPARE(QFileInfo(target).size(), 0);
         // A folder is no file.
         QCOMPARE(fixture.stored(QStringLiteral("Docs")), QByteArray("(refused)"));
         QVERIFY(!fixture.vault.writeVaultFileToDevice(QStringLiteral("other"), nullptr));
