@@ -14,12 +14,35 @@
 
 #include <array>
 #include <memory>
+#include <type_traits>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+
+// No key, no state: every call stands by itself.
+static_assert(std::is_empty_v<ContainerManager>);
+static_assert(requires {
+    ContainerCryptoMetadata{.kdf = {},
+                            .cipher = {},
+                            .kdfIterations = {},
+                            .salt = {},
+                            .nonce = {},
+                            .payloadNonce = {},
+                            .authTag = {},
+                            .encryptedMasterKey = {}};
+});
+static_assert(requires {
+    ContainerDocument{.formatVersion = {},
+                      .crypto = {},
+                      .fileIndex = {},
+                      .encryptedIndex = {},
+                      .encryptedPayload = {},
+                      .filePayloads = {},
+                      .payloadOffset = {}};
+});
 
 namespace {
 

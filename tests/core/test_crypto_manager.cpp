@@ -11,9 +11,16 @@
 #include <QTest>
 
 #include <array>
+#include <type_traits>
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+
+// No key, no state: every call stands by itself.
+static_assert(std::is_empty_v<CryptoManager>);
+static_assert(requires {
+    KeyDerivationParams{.algorithm = {}, .salt = {}, .iterations = {}, .keyLength = {}};
+});
 
 namespace {
 

@@ -13,6 +13,20 @@
 
 using namespace Tessel::Core;
 
+// Records are written down member by member, in this order.
+static_assert(requires {
+    VaultFileBlock{.offset = {}, .plainSize = {}, .encryptedSize = {}, .nonce = {}};
+});
+static_assert(requires {
+    VaultFileEntry{.id = {},
+                   .vaultPath = {},
+                   .sizeBytes = {},
+                   .lastModifiedUtc = {},
+                   .sha256 = {},
+                   .blocks = {}};
+});
+static_assert(requires { VaultDirectoryEntry{.path = {}, .createdUtc = {}, .modifiedUtc = {}}; });
+
 namespace {
 
 QDateTime utc(int year, int month, int day, int hour, int minute, int second, int ms) {

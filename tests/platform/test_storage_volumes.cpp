@@ -13,6 +13,41 @@ using Tessel::Platform::DeviceManager;
 using Tessel::Platform::UsbDevice;
 using Tessel::Platform::Linux::LinuxDeviceManager;
 
+// What a device answers comes from the kernel's files at every call; nothing is kept.
+static_assert(sizeof(LinuxDeviceManager) == sizeof(DeviceManager));
+static_assert(requires {
+    UsbDevice{.id = {},
+              .devicePath = {},
+              .displayName = {},
+              .rootPath = {},
+              .fileSystemType = {},
+              .removable = {},
+              .mounted = {}};
+});
+
+namespace {
+
+/// Three block devices on the USB that sysfs keeps outside of any disk. The storage API finds the
+/// first, the mount table the second, and the scan of block devices the third.
+class DevicesWithoutADisk : public FakeUsb {
+public:
+    DevicesWithoutADisk() {
+        for (const QString& name : {u"sdx"_qs, u"sdy"_qs, u"sdz"_qs}) {
+            addBlockDeviceAt(u"/sys/devices/pci0/usb2/2-1/"_qs + name);
+        }
+        mountVolume(u"sdx"_qs, u"/media/ana/PEN"_qs);
+        mountSizeless(u"sdy"_qs, u"/media/ana/SIZELESS"_qs);
+    }
+
+    void setAttributeOfAll(const QString& attribute, const QByteArray& value) {
+        for (const QString& name : {u"sdx"_qs, u"sdy"_qs, u"sdz"_qs}) {
+            setAttribute(name, attribute, value);
+        }
+    }
+};
+
+} // namespace
+
 class TestStorageVolumes : public QObject {
     Q_OBJECT
 
@@ -36,6 +71,8 @@ private Q_SLOTS:
     void scsiTypeTellsOpticalDrives_data();
     void scsiTypeTellsOpticalDrives();
     void opticalDiskHidesItsPartition();
+    void deviceWithoutADiskAnswersForItself();
+    void opticalDeviceWithoutADiskIsIgnored();
     void removableFlag_data();
     void removableFlag();
     void eachCallLooksAfresh();
@@ -227,6 +264,36 @@ void TestStorageVolumes::opticalDiskHidesItsPartition() {
     usb.addPartition(u"srz"_qs, u"srz1"_qs);
     usb.addPartition(u"srz"_qs, u"srz2"_qs);
     usb.mountVolume(u"srz1"_qs, u"/media/ana/CD"_qs);
+    QCOMPARE(detectedIds(), QStringList());
+}
+
+void TestStorageVolumes::deviceWithoutADiskAnswersForItself() {
+    DevicesWithoutADisk usb;
+    // It is no disk, so what lies beneath it does not stand for it.
+    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
+    usb.setAttribute(u"sdz1"_qs, u"removable"_qs, "1");
+    usb.addBlockDeviceAt(u"/sys/devices/pci0/ata1/sdw"_qs);
+    QStringList ids = detectedIds();
+    ids.sort();
+    QCOMPARE(ids, (QStringList{u"/dev/sdx:/media/ana/PEN"_qs, u"/dev/sdy:/media/ana/SIZELESS"_qs,
+                               u"/dev/sdz"_qs, u"/dev/sdz1"_qs}));
+    for (const UsbDevice& device : detect()) {
+        QCOMPARE(device.removable, device.id == u"/dev/sdz1");
+    }
+    usb.setAttributeOfAll(u"removable"_qs, "1");
+    for (const UsbDevice& device : detect()) {
+        QVERIFY(device.removable);
+    }
+}
+
+void TestStorageVolumes::opticalDeviceWithoutADiskIsIgnored() {
+    DevicesWithoutADisk usb;
+    for (const QString& name : {u"sdx"_qs, u"sdy"_qs, u"sdz"_qs}) {
+        usb.makeDirectory(u"/sys/class/block/%1/device"_qs.arg(name));
+    }
+    usb.setAttributeOfAll(u"device/type"_qs, "0");
+    QCOMPARE(detect().size(), 3);
+    usb.setAttributeOfAll(u"device/type"_qs, "5");
     QCOMPARE(detectedIds(), QStringList());
 }
 
