@@ -14,15 +14,18 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QInputDialog>
+#include <QLabel>
 #include <QLineEdit>
 #include <QSet>
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
 #include <QUrl>
+#include <QVBoxLayout>
 
 #include <limits>
 
@@ -67,11 +70,13 @@ private Q_SLOTS:
     void importRefusesWhatIsNoFile_data();
     void importRefusesWhatIsNoFile();
     void importGoesIntoTheFolderShown();
+    void importTakesTheBlanksOffAName();
     void importReplacesRefusesAndFailsInOneGo();
     void refusingAllReportsNone();
     void replacingIsAskedWithTheWholePath();
 
     void exportWritesACopy();
+    void cancelledExportIsSilent();
     void exportFailureIsTold();
     void openHandsTheCopyToTheDesktop();
     void openFailuresAreTold();
@@ -349,6 +354,22 @@ void TestFileCommands::importGoesIntoTheFolderShown() {
     QCOMPARE(m_driver->rowNamed(u"novo.txt"_qs), -1);
 }
 
+void TestFileCommands::importTakesTheBlanksOffAName() {
+    QVERIFY(open(CraftedContainer()));
+    const QString source = filePath(u" x.txt"_qs);
+    QVERIFY(writeFile(source, "x"));
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList(u"x.txt"_qs));
+
+    // It is found again under the name that it bears in the vault.
+    m_driver->dialogs.answerFiles(OpenTitle, {source});
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"x.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs);
+}
+
 void TestFileCommands::importReplacesRefusesAndFailsInOneGo() {
     QVERIFY(openSample());
     const QStringList names{u"A.TXT"_qs, u"b.txt"_qs, u"lost.bin"_qs, u"z.bin"_qs};
@@ -430,6 +451,15 @@ void TestFileCommands::exportWritesACopy() {
     QCOMPARE(readFile(destination), QByteArray("c"));
     QCOMPARE(status(), u"Arquivo exportado com sucesso."_qs);
     QVERIFY(m_driver->table()->currentRow() >= 0);
+}
+
+void TestFileCommands::cancelledExportIsSilent() {
+    QVERIFY(openSample());
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.reject(u"Exportar arquivo"_qs);
+    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.last().className, u"QFileDialog"_qs);
+    QCOMPARE(status(), QString());
 }
 
 void TestFileCommands::exportFailureIsTold() {
@@ -716,6 +746,8 @@ void TestFileCommands::moveOffersFoldersInOrder() {
     QStringList paths;
     int icons = 0;
     bool modal = false;
+    QList<const QWidget*> expectedColumn;
+    QList<const QWidget*> column;
     m_driver->dialogs.handle(u"Mover arquivo"_qs, [&](QDialog* dialog) {
         const auto* combo = dialog->findChild<QComboBox*>();
         for (int i = 0; i < combo->count(); ++i) {
@@ -724,9 +756,16 @@ void TestFileCommands::moveOffersFoldersInOrder() {
             icons += combo->itemIcon(i).isNull() ? 0 : 1;
         }
         modal = dialog->isModal();
+        expectedColumn = {dialog->findChild<QLabel*>(), combo,
+                          dialog->findChild<QDialogButtonBox*>()};
+        const auto* layout = qobject_cast<QVBoxLayout*>(dialog->layout());
+        for (int i = 0; layout != nullptr && i < layout->count(); ++i) {
+            column.append(layout->itemAt(i)->widget());
+        }
         dialog->reject();
     });
     QVERIFY2(run(u"Mover para pasta..."_qs, file), qPrintable(problems()));
+    QCOMPARE(column, expectedColumn);
     QCOMPARE(offered, labels);
     QCOMPARE(icons, 0);
     QVERIFY(modal);
@@ -946,7 +985,8 @@ void TestFileCommands::compactionFreesTheSpace() {
     const qint64 before = QFileInfo(containerPath()).size();
     m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
     m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
-    QVERIFY2(run(u"Compactar cofre..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Compactar cofre..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->table()->currentRow(), -1);
     QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_qs);
     QCOMPARE(m_driver->dialogs.last().status, u"Cofre compactado com sucesso."_qs);
     QCOMPARE(status(), u"Cofre compactado com sucesso."_qs);

@@ -26,6 +26,7 @@
 #include <QProgressDialog>
 #include <QScopeGuard>
 #include <QScreen>
+#include <QSignalSpy>
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
@@ -113,6 +114,7 @@ private Q_SLOTS:
     void tableIsSetUp();
     void tableColumnsAreSetUp();
     void statusBarHoldsFourWidgets();
+    void messagesLeaveTheStatusBarsWidgetsInSight();
 
     void menuBarHoldsTheMenusInOrder();
     void menusHoldActionsInOrder_data();
@@ -127,6 +129,7 @@ private Q_SLOTS:
     void padlockAsksForThePasswordAndLocks();
     void cancelledPadlockStaysClosed();
     void disabledPadlockDoesNothing();
+    void padlockTurnsOverWithoutASignal();
 
     void devicesAreCountedAndNamed();
     void deviceOfTheContainerStaysSelected();
@@ -263,8 +266,10 @@ void TestMainWindowFrame::deviceRowIsAsHighAsThreeLines() {
     const QLayout* row = m_driver->window.centralWidget()->layout()->itemAt(1)->layout();
     const auto* icon = qobject_cast<QLabel*>(row->itemAt(0)->widget());
     QCOMPARE(icon->size(), QSize(side, side));
-    QCOMPARE(icon->pixmap().size(), QSize(side, side));
-    QVERIFY(icon->pixmap().toImage().pixelColor(side / 2, side / 2).alpha() > 0);
+    const QImage picture = QIcon(u":/icons/Tessel.ico"_qs).pixmap(side, side).toImage();
+    QVERIFY(!picture.isNull());
+    QCOMPARE(icon->pixmap().toImage(),
+             picture.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation));
 }
 
 void TestMainWindowFrame::padlockButtonIsSetUp() {
@@ -358,6 +363,20 @@ void TestMainWindowFrame::statusBarHoldsFourWidgets() {
     QVERIFY(version->x() < date->x());
     QVERIFY(date->x() < state->x());
     QCOMPARE(state->parentWidget(), m_driver->window.statusBar());
+}
+
+void TestMainWindowFrame::messagesLeaveTheStatusBarsWidgetsInSight() {
+    QCOMPARE(m_driver->statusMessage(), u"Pronto"_qs);
+    // The first message came before the window did; one that comes later takes more away.
+    for (const QString& message : {u"Pronto"_qs, u"Container selecionado."_qs}) {
+        m_driver->window.setStatusMessage(message, 0);
+        for (const QString& name :
+             {u"containerLabel"_qs, u"versionLabel"_qs, u"dateLabel"_qs, u"vaultStateLabel"_qs}) {
+            const QLabel* label = m_driver->label(name);
+            QVERIFY2(label->isVisible(), qPrintable(name));
+            QVERIFY2(!label->visibleRegion().isEmpty(), qPrintable(name));
+        }
+    }
 }
 
 // --- Menus and enabling ----------------------------------------------------------------------
@@ -553,6 +572,15 @@ void TestMainWindowFrame::disabledPadlockDoesNothing() {
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(m_driver->dialogs.seen().isEmpty());
     QVERIFY(!m_driver->padlock()->isChecked());
+}
+
+void TestMainWindowFrame::padlockTurnsOverWithoutASignal() {
+    const QSignalSpy toggled(m_driver->padlock(), &QToolButton::toggled);
+    QVERIFY(openSample());
+    QVERIFY(m_driver->padlock()->isChecked());
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(!m_driver->padlock()->isChecked());
+    QCOMPARE(toggled.count(), 0);
 }
 
 // --- Device list -----------------------------------------------------------------------------

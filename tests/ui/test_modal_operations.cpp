@@ -6,6 +6,7 @@
 #include "support/ProgressProbe.h"
 #include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
+#include "ui/ModalProgress.h"
 
 #include <QAction>
 #include <QFileInfo>
@@ -61,6 +62,8 @@ private Q_SLOTS:
 
     void nothingElseStartsMeanwhile_data();
     void nothingElseStartsMeanwhile();
+    void progressIsReckonedInThousandths_data();
+    void progressIsReckonedInThousandths();
     void progressMovesInThousandths_data();
     void progressMovesInThousandths();
     void backupCountsItsChunks();
@@ -208,6 +211,28 @@ void TestModalOperations::nothingElseStartsMeanwhile() {
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->result(), result);
     QVERIFY(m_driver->window.isVisible());
+}
+
+void TestModalOperations::progressIsReckonedInThousandths_data() {
+    QTest::addColumn<qint64>("done");
+    QTest::addColumn<qint64>("total");
+    QTest::addColumn<int>("whenEmpty");
+    QTest::addColumn<int>("value");
+    QTest::newRow("part of nothing") << qint64{5} << qint64{0} << 0 << 0;
+    QTest::newRow("less than nothing") << qint64{0} << qint64{-1} << 0 << 0;
+    QTest::newRow("nothing, which is complete") << qint64{0} << qint64{0} << 1000 << 1000;
+    QTest::newRow("a third, rounded down") << qint64{1} << qint64{3} << 0 << 333;
+    QTest::newRow("two thirds, rounded down") << qint64{2} << qint64{3} << 0 << 666;
+    QTest::newRow("begun") << qint64{0} << qint64{3} << 1000 << 0;
+    QTest::newRow("complete") << qint64{3} << qint64{3} << 0 << 1000;
+    QTest::newRow("a drive's worth") << 2000 * 1024 * MiB << 4000 * 1024 * MiB << 0 << 500;
+}
+
+void TestModalOperations::progressIsReckonedInThousandths() {
+    QFETCH(const qint64, done);
+    QFETCH(const qint64, total);
+    QFETCH(const int, whenEmpty);
+    QTEST(Tessel::UI::progressValue(done, total, whenEmpty), "value");
 }
 
 void TestModalOperations::progressMovesInThousandths_data() {

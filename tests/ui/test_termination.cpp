@@ -63,8 +63,16 @@ private Q_SLOTS:
     void logOutIsCancelledWhileACommandRuns();
     void theProgramEndsOnASignal_data();
     void theProgramEndsOnASignal();
+    void theProgramHasNoOptions_data();
+    void theProgramHasNoOptions();
 
 private:
+    /// Starts the program. @return whether the signal would reach it in the end.
+    [[nodiscard]] static bool startProgram(QProcess* program, const QStringList& arguments,
+                                           int signal);
+    /// Sends the signal and waits until the program has ended in order.
+    static void endProgram(QProcess* program, int signal);
+
     QTemporaryDir m_folder;
     QString m_container;
 };
@@ -315,15 +323,21 @@ void TestTermination::theProgramEndsOnASignal_data() {
     signalsArriveInTheEventLoop_data();
 }
 
-void TestTermination::theProgramEndsOnASignal() {
-    QFETCH(int, signal);
-    QProcess program;
-    program.start(QStringLiteral(TESSEL_PROGRAM), {u"-platform"_qs, u"offscreen"_qs});
-    QVERIFY(program.waitForStarted());
-    // The watcher is there once the handler shows in the process's table of caught signals.
-    const auto catches = [&program, signal] {
+bool TestTermination::startProgram(QProcess* program, const QStringList& arguments, int signal) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    // Where a session has no such folder, the toolkit says so.
+    environment.insert(u"XDG_RUNTIME_DIR"_qs, QDir::tempPath());
+    program->setProcessEnvironment(environment);
+    program->start(QStringLiteral(TESSEL_PROGRAM),
+                   arguments + QStringList{u"-platform"_qs, u"offscreen"_qs});
+    if (!program->waitForStarted()) {
+        return false;
+    }
+    // The watcher is there once the handler shows in the process's table of caught signals; it
+    // follows the window.
+    const auto catches = [program, signal] {
         const QList<QByteArray> lines =
-            readFile(u"/proc/%1/status"_qs.arg(program.processId())).split('\n');
+            readFile(u"/proc/%1/status"_qs.arg(program->processId())).split('\n');
         for (const QByteArray& line : lines) {
             if (line.startsWith("SigCgt:")) {
                 return (line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1) & 1) == 1;
@@ -331,11 +345,39 @@ void TestTermination::theProgramEndsOnASignal() {
         }
         return false;
     };
-    QTRY_VERIFY_WITH_TIMEOUT(catches(), 30000);
-    QCOMPARE(::kill(static_cast<pid_t>(program.processId()), signal), 0);
-    QVERIFY(program.waitForFinished(30000));
-    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(program.exitCode(), 0);
+    return QTest::qWaitFor(catches, 30000);
+}
+
+void TestTermination::endProgram(QProcess* program, int signal) {
+    QCOMPARE(::kill(static_cast<pid_t>(program->processId()), signal), 0);
+    QVERIFY(program->waitForFinished(30000));
+    QCOMPARE(program->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(program->exitCode(), 0);
+}
+
+void TestTermination::theProgramEndsOnASignal() {
+    QFETCH(int, signal);
+    QProcess program;
+    QVERIFY(startProgram(&program, {}, signal));
+    endProgram(&program, signal);
+}
+
+void TestTermination::theProgramHasNoOptions_data() {
+    QTest::addColumn<QString>("argument");
+    QTest::newRow("--version") << u"--version"_qs;
+    QTest::newRow("--help") << u"--help"_qs;
+    QTest::newRow("a container") << m_container;
+}
+
+/// Whatever it is started with, it shows its window and says nothing: a program without a window
+/// would not end when its window is closed.
+void TestTermination::theProgramHasNoOptions() {
+    QFETCH(const QString, argument);
+    QProcess program;
+    QVERIFY(startProgram(&program, {argument}, SIGTERM));
+    endProgram(&program, SIGTERM);
+    QCOMPARE(program.readAllStandardOutput(), QByteArray());
+    QCOMPARE(program.readAllStandardError(), QByteArray());
 }
 
 QTEST_MAIN(TestTermination)

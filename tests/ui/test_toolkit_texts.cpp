@@ -10,14 +10,19 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
+#include <QHash>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTest>
 #include <QTextEdit>
+#include <QTranslator>
 #include <QTreeView>
+
+#include <utility>
 
 using namespace Tessel::Tests;
 
@@ -52,6 +57,31 @@ void collectFieldMenus(const QWidget* dialog, QStringList* texts) {
         }
     }
 }
+
+/// Translates nothing, and notes what it was asked for.
+class NotingTranslator : public QTranslator {
+public:
+    NotingTranslator() { QCoreApplication::installTranslator(this); }
+    ~NotingTranslator() override { QCoreApplication::removeTranslator(this); }
+    Q_DISABLE_COPY_MOVE(NotingTranslator)
+
+    [[nodiscard]] QString translate(const char* context, const char* sourceText,
+                                    const char* /*disambiguation*/, int /*n*/) const override {
+        m_contexts[QString::fromUtf8(sourceText)].insert(QString::fromUtf8(context));
+        return {};
+    }
+    [[nodiscard]] bool isEmpty() const override { return false; }
+
+    /// The contexts in which this text was asked for, in alphabetical order.
+    [[nodiscard]] QStringList contextsOf(const QString& text) const {
+        QStringList contexts = m_contexts.value(text).values();
+        contexts.sort();
+        return contexts;
+    }
+
+private:
+    mutable QHash<QString, QSet<QString>> m_contexts;
+};
 
 /// All that a person can read in a dialog, without the program's own documents.
 QStringList textsOf(QDialog* dialog) {
@@ -113,6 +143,7 @@ private Q_SLOTS:
     void noDialogShowsAnEnglishWord();
     void buttonsOfTheToolkitArePortuguese();
     void numbersStayTheSystems();
+    void theWindowsOwnTextsCanBeTranslated();
 
 private:
     [[nodiscard]] QStringList textsOfDialog(const QString& command, const QString& title);
@@ -183,6 +214,47 @@ void TestToolkitTexts::buttonsOfTheToolkitArePortuguese() {
 void TestToolkitTexts::numbersStayTheSystems() {
     QCOMPARE(QLocale().language(), QLocale::system().language());
     QVERIFY(QLocale() == QLocale::system());
+}
+
+void TestToolkitTexts::theWindowsOwnTextsCanBeTranslated() {
+    const NotingTranslator translator;
+    m_driver = std::make_unique<WindowDriver>();
+    CraftedContainer crafted;
+    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    QVERIFY(crafted.addFile(u"a.txt"_qs, "a").writeTo(path) && m_driver->chooseContainer(path));
+    m_driver->dialogs.answerText(u"Senha do cofre"_qs, u"senha errada"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    m_driver->action(u"Desbloquear"_qs)->trigger();
+    QStringList texts{m_driver->dialogs.lastText(),
+                      m_driver->label(u"protectedFilesLabel"_qs)->text()};
+    QVERIFY(m_driver->unlock(Password) && m_driver->selectRow(u"a.txt"_qs));
+    texts.append(m_driver->statusMessage());
+    m_driver->dialogs.reject(u"Excluir arquivo"_qs);
+    m_driver->action(u"Excluir..."_qs)->trigger();
+    texts.append(m_driver->dialogs.last().buttons);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    const QList<DialogDriver::Seen> dialogs = m_driver->dialogs.seen();
+    for (const DialogDriver::Seen& dialog : dialogs) {
+        // The product is called the same in every language.
+        if (dialog.title != u"Tessel") {
+            texts.append(dialog.title);
+        }
+    }
+    const QList<QAction*> actions = m_driver->window.findChildren<QAction*>();
+    for (const QAction* action : actions) {
+        if (!action->text().isEmpty()) {
+            texts.append(action->text());
+        }
+    }
+    // As they are before names and numbers are put in.
+    texts.append({u"Arquivos protegidos | Pasta: %1 | %2"_qs, u"Raiz"_qs, u"1 arquivo no cofre."_qs,
+                  u"Container: %1"_qs, u"Versão %1"_qs,
+                  u"Excluir %1 removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
+                  u"liberados do container após executar Compactar cofre."_qs});
+    for (const QString& text : std::as_const(texts)) {
+        QVERIFY2(translator.contextsOf(text) == QStringList(u"Tessel::UI::MainWindow"_qs),
+                 qPrintable(u"%1: %2"_qs.arg(text, translator.contextsOf(text).join(u' '))));
+    }
 }
 
 QTEST_MAIN(TestToolkitTexts)

@@ -14,10 +14,14 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QLabel>
 #include <QLineEdit>
 #include <QRegularExpression>
 #include <QStatusBar>
 #include <QTest>
+#include <QToolButton>
+
+#include <unistd.h>
 
 using namespace Tessel::Tests;
 
@@ -29,6 +33,32 @@ const QString FirstTitle = QStringLiteral("Definir senha do cofre");
 const QString SecondTitle = QStringLiteral("Confirmar senha do cofre");
 const QString BackupTitle = QStringLiteral("Fazer backup");
 const QString BackupFileTitle = QStringLiteral("Fazer backup do container");
+
+/// Keeps the open vault's temporary folder from being removed while it lives; removes it then.
+class StubbornWorkspace {
+public:
+    StubbornWorkspace() {
+        const QFileInfoList workspaces =
+            QDir(QDir::tempPath() + u"/Tessel"_qs).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+        if (workspaces.size() == 1) {
+            m_path = workspaces.first().filePath();
+            m_mount = std::make_unique<ReadOnlyMount>(m_path);
+        }
+    }
+    ~StubbornWorkspace() {
+        m_mount.reset();
+        if (m_path.isEmpty() || !QDir(m_path).removeRecursively()) {
+            qWarning("the temporary folder stays");
+        }
+    }
+    Q_DISABLE_COPY_MOVE(StubbornWorkspace)
+
+    [[nodiscard]] bool isHeld() const { return m_mount != nullptr && m_mount->isMounted(); }
+
+private:
+    QString m_path;
+    std::unique_ptr<ReadOnlyMount> m_mount;
+};
 
 } // namespace
 
@@ -47,6 +77,8 @@ private Q_SLOTS:
     void emptyPasswordIsSilent();
     void unlockAndLockSaySo();
     void aStubbornWorkspaceIsToldAndLockedAllTheSame();
+    void aStubbornWorkspaceKeepsTheWindowButLocksTheVault();
+    void aLockThatFailsGoesOnAllTheSame();
     void fileDialogsProposeANameAndFilter_data();
     void fileDialogsProposeANameAndFilter();
     void commandsOutOfPlaceAreTold_data();
@@ -56,6 +88,7 @@ private Q_SLOTS:
     void backupOfNothingIsComplete();
     void backupRefusesTheContainerItself();
     void backupOntoALinkKeepsTheVault();
+    void backupOntoASecondNameIsRefused();
     void backupFailuresAreTold_data();
     void backupFailuresAreTold();
     void fullDestinationLeavesNoPartialCopy();
@@ -244,17 +277,58 @@ void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
     NEEDS_PRIVATE_MOUNTS();
     QVERIFY(chooseCrafted());
     QVERIFY(m_driver->unlock(Password));
-    const QFileInfoList workspaces =
-        QDir(QDir::tempPath() + u"/Tessel"_qs).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
-    QCOMPARE(workspaces.size(), 1);
-    const ReadOnlyMount held(workspaces.first().filePath());
-    QVERIFY(held.isMounted());
+    const StubbornWorkspace workspace;
+    QVERIFY(workspace.isHeld());
     m_driver->dialogs.acceptWarning(u"Tessel"_qs);
     QVERIFY2(run(u"Bloquear"_qs), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
     QCOMPARE(m_driver->dialogs.last().status, u"Cofre desbloqueado."_qs);
     QCOMPARE(status(), u"Cofre bloqueado."_qs);
     QVERIFY(!m_driver->vaultIsOpen());
+}
+
+void TestVaultAccess::aStubbornWorkspaceKeepsTheWindowButLocksTheVault() {
+    NEEDS_PRIVATE_MOUNTS();
+    QVERIFY(chooseCrafted());
+    QVERIFY(m_driver->unlock(Password));
+    const StubbornWorkspace workspace;
+    QVERIFY(workspace.isHeld());
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY(!m_driver->window.close());
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QVERIFY(m_driver->window.isVisible());
+    // The window shows what the vault is.
+    QVERIFY(m_driver->rowNames().isEmpty());
+    QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->text(),
+             u"Nenhum cofre em uso (aberto)"_qs);
+    QVERIFY(!m_driver->padlock()->isChecked());
+    for (const QString& command : {u"Bloquear"_qs, u"Nova pasta..."_qs, u"Importar..."_qs,
+                                   u"Exportar..."_qs, u"Compactar cofre..."_qs}) {
+        QVERIFY2(!m_driver->action(command)->isEnabled(), qPrintable(command));
+    }
+    for (const QString& command : {u"Desbloquear"_qs, u"Escolher container..."_qs,
+                                   u"Fazer backup..."_qs, u"Alterar senha..."_qs}) {
+        QVERIFY2(m_driver->action(command)->isEnabled(), qPrintable(command));
+    }
+}
+
+void TestVaultAccess::aLockThatFailsGoesOnAllTheSame() {
+    CraftedContainer crafted;
+    QVERIFY(crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "aaa").writeTo(containerPath()));
+    QVERIFY(m_driver->openWithoutWayBack(containerPath(), Password, u"a.txt"_qs));
+    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    const QLabel* summary = m_driver->label(u"protectedFilesLabel"_qs);
+    QCOMPARE(summary->text(), u"Arquivos protegidos | Pasta: docs | 1 arquivo no cofre."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY2(run(u"Bloquear"_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
+    QCOMPARE(status(), u"Cofre bloqueado."_qs);
+    // It is still open, with the change that could not be taken back, and shown from the root.
+    QVERIFY(m_driver->vaultIsOpen());
+    QCOMPARE(summary->text(), u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_qs);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs}));
+    QVERIFY(WindowDriver::bringBack(containerPath()));
 }
 
 // --- Out of place -----------------------------------------------------------------------------
@@ -275,6 +349,7 @@ void TestVaultAccess::fileDialogsProposeANameAndFilter() {
     QFETCH(const QString, title);
     QFETCH(const QString, namePattern);
     QVERIFY(chooseCrafted());
+    const QString container = m_driver->label(u"containerLabel"_qs)->text();
     QStringList filters;
     QString name;
     QString folder;
@@ -293,6 +368,9 @@ void TestVaultAccess::fileDialogsProposeANameAndFilter() {
     if (title == BackupFileTitle) {
         QCOMPARE(folder, QDir::home().absolutePath());
     }
+    // Cancelled, they change nothing.
+    QCOMPARE(status(), QString());
+    QCOMPARE(m_driver->label(u"containerLabel"_qs)->text(), container);
 }
 
 void TestVaultAccess::commandsOutOfPlaceAreTold_data() {
@@ -394,6 +472,21 @@ void TestVaultAccess::backupOntoALinkKeepsTheVault() {
     QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
     QCOMPARE(sha256OfFile(containerPath()), before);
     QVERIFY(m_driver->unlock(Password));
+}
+
+void TestVaultAccess::backupOntoASecondNameIsRefused() {
+    QVERIFY(chooseCrafted());
+    const QByteArray before = sha256OfFile(containerPath());
+    const QString name = path(u"name.tvlt"_qs);
+    QCOMPARE(::link(qPrintable(containerPath()), qPrintable(name)), 0);
+    m_driver->dialogs.answerFiles(BackupFileTitle, {name});
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.acceptWarning(BackupTitle);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível criar o arquivo de backup."_qs);
+    QCOMPARE(status(), QString());
+    QCOMPARE(sha256OfFile(containerPath()), before);
+    QVERIFY(QFileInfo::exists(name));
 }
 
 void TestVaultAccess::backupFailuresAreTold_data() {

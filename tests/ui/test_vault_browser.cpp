@@ -104,6 +104,7 @@ private Q_SLOTS:
 
     void doubleClicksNavigate();
     void parentOfTheRootIsTheRoot();
+    void withoutAFolderSelectedNoneIsEntered();
     void lockingReturnsToTheRoot();
     void doubleClickOpensAFile();
     void folderThatIsGoneShowsOnlyTheWayUp();
@@ -291,22 +292,30 @@ void TestVaultBrowser::nothingIsSelectedAfterARefresh() {
 }
 
 void TestVaultBrowser::selectionSpeaksForTheCurrentRow_data() {
+    QTest::addColumn<QStringList>("way");
     QTest::addColumn<QString>("row");
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("folder");
     QTest::addColumn<bool>("isFolder");
     QTest::addColumn<bool>("isParent");
-    QTest::newRow("nothing") << QString() << QString() << QString() << false << false;
-    QTest::newRow("file") << u"dentro.pdf"_qs << u"Alfa/dentro.pdf"_qs << QString() << false
+    const QStringList alfa{u"Alfa"_qs};
+    const QStringList beta{u"Alfa"_qs, u"beta"_qs};
+    QTest::newRow("nothing") << alfa << QString() << QString() << QString() << false << false;
+    QTest::newRow("file") << alfa << u"dentro.pdf"_qs << u"Alfa/dentro.pdf"_qs << QString() << false
                           << false;
-    QTest::newRow("folder") << u"beta"_qs << QString() << u"Alfa/beta"_qs << true << false;
-    QTest::newRow("parent row") << u".."_qs << QString() << QString() << false << true;
+    QTest::newRow("folder") << alfa << u"beta"_qs << QString() << u"Alfa/beta"_qs << true << false;
+    QTest::newRow("row to the root") << alfa << u".."_qs << QString() << QString() << false << true;
+    QTest::newRow("row to a folder")
+        << beta << u".."_qs << QString() << u"Alfa"_qs << false << true;
 }
 
 void TestVaultBrowser::selectionSpeaksForTheCurrentRow() {
+    QFETCH(QStringList, way);
     QFETCH(QString, row);
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    for (const QString& folder : way) {
+        QVERIFY(m_driver->activateRow(folder));
+    }
     if (!row.isEmpty()) {
         QVERIFY(m_driver->selectRow(row));
     }
@@ -468,6 +477,19 @@ void TestVaultBrowser::parentOfTheRootIsTheRoot() {
     QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "navigateToParentDirectory"));
     QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
     QCOMPARE(m_driver->table()->rowCount(), 6);
+}
+
+void TestVaultBrowser::withoutAFolderSelectedNoneIsEntered() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    const QString before = summary();
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "enterSelectedDirectory"));
+    QCOMPARE(summary(), before);
+    QVERIFY(m_driver->selectRow(u"dentro.pdf"_qs));
+    QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "enterSelectedDirectory"));
+    QCOMPARE(summary(), before);
+    QCOMPARE(m_driver->window.selectedVaultPath(), u"Alfa/dentro.pdf"_qs);
 }
 
 void TestVaultBrowser::lockingReturnsToTheRoot() {
