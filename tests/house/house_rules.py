@@ -25,6 +25,12 @@ SYSTEM_HEADER = re.compile(r"(sys|linux)/[a-z_]+\.h|(unistd|fcntl|errno|signal|p
 CRYPTO_HEADER = re.compile(r"(sodium|openssl)(/[a-z_0-9]+)?\.h")
 LINK = re.compile(r"target_link_libraries\(\s*(\w+)([^)]*)\)")
 TRANSLATED_TEXT = re.compile(r"\b(tr|translate|QT_TR_NOOP|QT_TRANSLATE_NOOP)\s*\(")
+NETWORK_HEADER = re.compile(
+    r"Qt(Network|WebSockets|WebEngine).*"
+    r"|Q(Network|Host|Dns|Ssl|Tcp|Udp|Sctp|LocalSo|LocalSe|AbstractSocket|WebSocket)\w*(\.h)?"
+    r"|(sys/(socket|un)|netdb|ifaddrs|resolv)\.h|(net|netinet|arpa)/.*", re.IGNORECASE)
+NETWORK_CALL = re.compile(r"\b(socket|socketpair|getaddrinfo|gethostbyname|setSocketDescriptor)"
+                          r"\s*\(")
 # In two pieces, or this line would be found itself.
 LEFT_UNDONE = re.compile(r"\b(TO" r"DO|FIX" r"ME)\b")
 
@@ -145,6 +151,26 @@ def wording_faults(top):
         for number, line in enumerate(lines, 1):
             if TRANSLATED_TEXT.search(line.split("//")[0]):
                 yield f"{path}:{number}: words a text for the user"
+
+
+def network_faults(top):
+    """What is in a vault leaves it through the hands of its person alone."""
+    for path, lines in sources(top, ("src",)):
+        for number, line in enumerate(lines, 1):
+            include = INCLUDE.match(line)
+            header = include and (include[1] or include[2])
+            if header and NETWORK_HEADER.fullmatch(header):
+                yield f"{path}:{number}: <{header}> leads to the network"
+            elif NETWORK_CALL.search(line.split("//")[0]):
+                yield f"{path}:{number}: opens a socket"
+
+
+def background_faults(top):
+    """The background pictures are in the bundle for others to use; the window shows none."""
+    for path, lines in sources(top, ("src",)):
+        for number, line in enumerate(lines, 1):
+            if "Fundo0" in line:
+                yield f"{path}:{number}: shows a background picture"
 
 
 def licence_faults(top):

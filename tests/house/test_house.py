@@ -35,6 +35,12 @@ class Sources(unittest.TestCase):
     def test_only_the_window_words_texts(self):
         self.assert_none(house_rules.wording_faults(TOP))
 
+    def test_nothing_speaks_to_the_network(self):
+        self.assert_none(house_rules.network_faults(TOP))
+
+    def test_nothing_shows_a_background_picture(self):
+        self.assert_none(house_rules.background_faults(TOP))
+
     def test_every_source_names_its_licence(self):
         self.assert_none(house_rules.licence_faults(TOP))
 
@@ -145,6 +151,34 @@ class Rules(unittest.TestCase):
         self.write("src/core/Vault.cpp", f'{HEAD}auto a = Vault::tr("Senha:");\n')
         self.assertEqual(["src/core/Vault.cpp:3: words a text for the user"],
                          list(house_rules.wording_faults(self.top)))
+
+    def test_the_network(self):
+        for line, fault in (
+                ("#include <QSocketNotifier>", None), ("#include <QLocale>", None),
+                ("#include <QUrl>", None), ("#include <QDesktopServices>", None),
+                ("#include <sys/stat.h>", None), ("// socket(1)", None),
+                ("connect(a, &A::b, this, &C::d);", None), ("websocket.open();", None),
+                ("#include <QNetworkReply>", "<QNetworkReply> leads to the network"),
+                ("#include <QtNetwork/QHostInfo>", "<QtNetwork/QHostInfo> leads to the network"),
+                ("#include <QTcpSocket>", "<QTcpSocket> leads to the network"),
+                ("#include <qudpsocket.h>", "<qudpsocket.h> leads to the network"),
+                ("#include <QLocalServer>", "<QLocalServer> leads to the network"),
+                ("#include <sys/socket.h>", "<sys/socket.h> leads to the network"),
+                ("#include <netinet/in.h>", "<netinet/in.h> leads to the network"),
+                ("int s = ::socket(AF_INET, 1, 0);", "opens a socket"),
+                ("getaddrinfo (name, 0, 0, &list);", "opens a socket")):
+            with self.subTest(line=line):
+                with self.planted("src/ui/Source.cpp", f"{HEAD}{line}\n"):
+                    faults = list(house_rules.network_faults(self.top))
+                expected = [] if fault is None else [f"src/ui/Source.cpp:3: {fault}"]
+                self.assertEqual(expected, faults)
+
+    def test_background_pictures(self):
+        self.write("src/ui/Window.cpp", f'{HEAD}auto a = ":/icons/Tessel.ico";\n')
+        self.assertEqual([], list(house_rules.background_faults(self.top)))
+        self.write("src/ui/Window.cpp", f'{HEAD}auto a = ":/backgrounds/Fundo01.png";\n')
+        self.assertEqual(["src/ui/Window.cpp:3: shows a background picture"],
+                         list(house_rules.background_faults(self.top)))
 
     def test_licence_lines(self):
         for path, text, fault in (
