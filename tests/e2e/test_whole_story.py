@@ -301,6 +301,14 @@ class Story(TesselWindow):
         assert code == 0, f"the program ended with {code}"
         assert not list(WORKSPACES.iterdir()), "decrypted copies were left behind"
         assert not filecmp.cmp(CONTAINER, BACKUP, shallow=False), "the edit was not taken back"
+        assert not self.kept_settings(), f"kept for the next run: {self.kept_settings()}"
+
+    @staticmethod
+    def kept_settings():
+        """What the program has put where programs keep settings. The file dialog is the toolkit's
+        and remembers its own size there, under the toolkit's name."""
+        return [path for place in ("config", "data", "state", "cache")
+                for path in (HOME / place).rglob("*") if "tessel" in path.name.lower()]
 
     @staticmethod
     def wait_for_the_editor(ending):
