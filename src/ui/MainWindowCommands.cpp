@@ -165,7 +165,7 @@ QString MainWindow::askFreePath(const NameQuestion& question, const QString& dir
         showWarning(this, question.title, question.badName);
         return {};
     }
-    const QString path = joinVaultPath(directory, name);
+    QString path = joinVaultPath(directory, name);
     if (vaultHolds(path)) {
         showWarning(this, question.title, tr("Já existe um item com esse nome nesta pasta."));
         return {};
