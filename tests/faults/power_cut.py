@@ -84,6 +84,7 @@ def cut_after(drive, process, delay):
     if delay is None:
         process.wait()
     else:
+        # The moment of the cut is what is tried; there is nothing to wait for.
         time.sleep(delay)
     drive.cut()
     said, _ = process.communicate()

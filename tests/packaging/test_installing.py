@@ -141,6 +141,7 @@ def wait_for(condition):
     """Until it holds, or patience ends."""
     end = time.monotonic() + PATIENCE
     while not condition() and time.monotonic() < end:
+        # What another process shows or leaves behind has to be asked for again and again.
         time.sleep(0.05)
 
 
