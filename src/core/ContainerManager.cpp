@@ -154,11 +154,11 @@ bool headerRegionWouldReachPayload(QFile& file) {
 
 // Puts the record behind the payload that lets a torn rewrite be finished. A drive without room for
 // it must still be able to forget a file, so the rewrite then goes without.
-bool protectRewrite(QFile& file, const QByteArray& headerImage) {
+bool protectRewrite(QFile& file, const QByteArray& recordedImage) {
     if (file.size() < PayloadOffset) {
         return true;
     }
-    switch (appendRedoRecord(file, headerImage)) {
+    switch (appendRedoRecord(file, recordedImage)) {
     case RedoRecordResult::Written:
         return true;
     case RedoRecordResult::NoRoom:
@@ -211,6 +211,13 @@ bool rewriteHeader(QFile& file, const QByteArray& image, const RewriteEnds& ends
     const qint64 imageEnd = LengthLineOffset + image.size();
     const qint64 end = endOfNonZeroBytes(file, imageEnd).value_or(PayloadOffset);
     return overwriteHeader(file, image + QByteArray(end - imageEnd, '\0'), ends);
+}
+
+// The length line and the header, unless the region has no room for that.
+std::optional<QByteArray> imageOf(const QByteArray& header) {
+    return header.size() > HeaderRegionBytes
+               ? std::nullopt
+               : std::optional<QByteArray>(lengthLineFor(header.size()) + header);
 }
 
 struct ParsedHeader {
@@ -317,14 +324,14 @@ bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* ou
     return true;
 }
 
-bool ContainerManager::repairHeader(const QString& path) const {
+bool ContainerManager::repairHeader(const QString& path, const ContainerDocument& document) const {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file)) {
+        !readMagic(file) || !findRedoRecord(file)) {
         return false;
     }
-    const std::optional<RedoRecord> record = findRedoRecord(file);
-    return record && rewriteHeader(file, record->headerImage, {endOfPayload(file), file.size()});
+    const std::optional<QByteArray> image = imageOf(buildHeader(document));
+    return image && rewriteHeader(file, *image, {endOfPayload(file), file.size()});
 }
 
 bool ContainerManager::dropRedoRecord(const QString& path) const {
@@ -371,18 +378,23 @@ bool ContainerManager::writeDocument(const QString& path, const ContainerDocumen
 
 bool ContainerManager::updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const {
+    return updateDocumentHeader(path, document, document);
+}
+
+bool ContainerManager::updateDocumentHeader(const QString& path, const ContainerDocument& document,
+                                            const ContainerDocument& record) const {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
         !readMagic(file) || headerRegionWouldReachPayload(file)) {
         return false;
     }
-    const QByteArray header = buildHeader(document);
-    if (header.size() > HeaderRegionBytes) {
+    const std::optional<QByteArray> image = imageOf(buildHeader(document));
+    const std::optional<QByteArray> recorded = imageOf(buildHeader(record));
+    if (!image || !recorded) {
         return false;
     }
-    const QByteArray image = lengthLineFor(header.size()) + header;
     const RewriteEnds ends{endOfPayload(file), file.size()};
-    return protectRewrite(file, image) && rewriteHeader(file, image, ends);
+    return protectRewrite(file, *recorded) && rewriteHeader(file, *image, ends);
 }
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {

@@ -42,17 +42,21 @@ public:
     /// under the protection of a redo record behind the payload, which is gone when this returns
     /// true. When it returns true, the header and everything written to the container before it is
     /// on the drive. On failure the old header is put back; where even that fails, the record
-    /// stays, and holds the new header.
+    /// stays, and holds the document.
     [[nodiscard]] bool updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const;
+    /// The same with another document in the redo record, one that says as much in fewer bytes.
+    [[nodiscard]] bool updateDocumentHeader(const QString& path, const ContainerDocument& document,
+                                            const ContainerDocument& record) const;
 
     /// Reads the document that a redo record at the container's end holds.
     /// @return false, with @p out untouched, when there is no whole record.
     [[nodiscard]] bool readRedoRecord(const QString& path, ContainerDocument* out) const;
-    /// Writes the header of the redo record at the container's end into its place, and cuts the
-    /// record off. To be called only when the container's own header does not open and the
-    /// record's does.
-    [[nodiscard]] bool repairHeader(const QString& path) const;
+    /// Writes @p document, which the redo record at the container's end holds, into the header's
+    /// place, and cuts the record off. To be called only when the container's own header does not
+    /// open and the record's does.
+    /// @return false, with nothing changed, also when there is no record.
+    [[nodiscard]] bool repairHeader(const QString& path, const ContainerDocument& document) const;
     /// Cuts off the redo record at the container's end. The header is written once more before: one
     /// that was put back after a failure may stand in the system's cache and not on the drive. To
     /// be called only when the container's own header opens.

@@ -11,13 +11,13 @@ class QFile;
 
 namespace Tessel::Core {
 
-/// A copy of the length line and header that are about to be written in place, kept behind the
-/// payload until they are. A drive pulled out in the middle of the rewrite leaves a header that is
-/// half old and half new; the copy then puts it right.
+/// A header that says what the one says that is about to be written in place, kept behind the
+/// payload until that is. A drive pulled out in the middle of the rewrite leaves a header that is
+/// half old and half new; the record then puts it right.
 struct RedoRecord {
     /// Where the record begins in the file; the payload ends there.
     qint64 begin = 0;
-    /// The length line and the header.
+    /// A length line and the header.
     QByteArray headerImage;
 };
 

@@ -18,6 +18,7 @@ namespace {
 
 constexpr int IndexFormatVersion = 1;
 constexpr qsizetype TypicalEntryBytes = 400;
+constexpr qsizetype TypicalRowBytes = 250;
 
 // Writes @p number over the digits that end at @p end.
 void putDigits(QByteArray* text, qsizetype end, qsizetype digits, int number) {
@@ -141,6 +142,67 @@ void appendDirectory(QByteArray* json, const VaultDirectoryEntry& directory) {
     *json += '}';
 }
 
+// Milliseconds since 1970 in UTC; null when the time is not known.
+void appendTime(QByteArray* json, const QDateTime& dateTime) {
+    *json += dateTime.isValid() ? QByteArray::number(dateTime.toMSecsSinceEpoch())
+                                : QByteArrayLiteral("null");
+}
+
+QDateTime timeFromJson(const QJsonValue& value) {
+    return value.isDouble() ? QDateTime::fromMSecsSinceEpoch(toInt64(value), Qt::UTC) : QDateTime();
+}
+
+void appendBlockRow(QByteArray* json, const VaultFileBlock& block) {
+    *json += '[' + QByteArray::number(block.offset) + ',' + QByteArray::number(block.plainSize) +
+             ',' + QByteArray::number(block.encryptedSize) + ",\"" + block.nonce.toBase64() + "\"]";
+}
+
+VaultFileBlock blockFromRow(const QJsonArray& row) {
+    return {toInt64(row.at(0)), toInt64(row.at(1)), toInt64(row.at(2)),
+            decodeBase64(row.at(3).toString().toLatin1())};
+}
+
+void appendEntryRow(QByteArray* json, const VaultFileEntry& entry) {
+    *json += '[';
+    appendText(json, entry.id);
+    *json += ',';
+    appendText(json, entry.vaultPath);
+    *json += ',' + QByteArray::number(entry.sizeBytes) + ',';
+    appendTime(json, entry.lastModifiedUtc);
+    *json += ",\"" + entry.sha256.toBase64() + "\",[";
+    appendJoined(json, entry.blocks, appendBlockRow);
+    *json += "]]";
+}
+
+VaultFileEntry entryFromRow(const QJsonArray& row) {
+    VaultFileEntry entry;
+    entry.id = row.at(0).toString();
+    entry.vaultPath = row.at(1).toString();
+    entry.sizeBytes = toInt64(row.at(2));
+    entry.lastModifiedUtc = timeFromJson(row.at(3));
+    entry.sha256 = decodeBase64(row.at(4).toString().toLatin1());
+    const QJsonArray blocks = row.at(5).toArray();
+    entry.blocks.reserve(blocks.size());
+    for (const auto& block : blocks) {
+        entry.blocks.append(blockFromRow(block.toArray()));
+    }
+    return entry;
+}
+
+void appendDirectoryRow(QByteArray* json, const VaultDirectoryEntry& directory) {
+    *json += '[';
+    appendText(json, directory.path);
+    *json += ',';
+    appendTime(json, directory.createdUtc);
+    *json += ',';
+    appendTime(json, directory.modifiedUtc);
+    *json += ']';
+}
+
+VaultDirectoryEntry directoryFromRow(const QJsonArray& row) {
+    return {row.at(0).toString(), timeFromJson(row.at(1)), timeFromJson(row.at(2))};
+}
+
 // Both lists work alike: a list in insertion order and a hash from key to position.
 template <typename Entry>
 bool putEntry(QList<Entry>* list, QHash<QString, qsizetype>* positions, const QString& key,
@@ -234,6 +296,33 @@ SecureFileIndex SecureFileIndex::fromJson(const QByteArray& json) {
     for (const auto& folder : folders) {
         const VaultDirectoryEntry directory = directoryFromJson(folder.toObject());
         putEntry(&index.m_directories, &index.m_directoryPositions, directory.path, directory);
+    }
+    return index;
+}
+
+QByteArray SecureFileIndex::toRows() const {
+    QByteArray rows;
+    rows.reserve(m_entries.size() * TypicalRowBytes + m_directories.size() * TypicalRowBytes);
+    rows += "[[";
+    appendJoined(&rows, m_directories, appendDirectoryRow);
+    rows += "],[";
+    appendJoined(&rows, m_entries, appendEntryRow);
+    rows += "]]";
+    return rows;
+}
+
+SecureFileIndex SecureFileIndex::fromRows(const QByteArray& rows) {
+    SecureFileIndex index;
+    const QJsonArray lists = QJsonDocument::fromJson(rows).array();
+    const QJsonArray folders = lists.at(0).toArray();
+    for (const auto& row : folders) {
+        const VaultDirectoryEntry directory = directoryFromRow(row.toArray());
+        putEntry(&index.m_directories, &index.m_directoryPositions, directory.path, directory);
+    }
+    const QJsonArray files = lists.at(1).toArray();
+    for (const auto& row : files) {
+        const VaultFileEntry entry = entryFromRow(row.toArray());
+        putEntry(&index.m_entries, &index.m_entryPositions, entry.vaultPath, entry);
     }
     return index;
 }

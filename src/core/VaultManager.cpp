@@ -14,6 +14,7 @@ constexpr qint32 Argon2idIterations = 0;
 
 const QByteArray MasterKeyPurpose = QByteArrayLiteral("master-key");
 const QByteArray IndexPurpose = QByteArrayLiteral("index");
+const QByteArray IndexRowsPurpose = QByteArrayLiteral("index-rows");
 const QByteArray FileBlockPurpose = QByteArrayLiteral("file-block");
 
 // New vaults and new passwords: the algorithms by name, a fresh salt and a fresh nonce.
@@ -35,8 +36,7 @@ bool VaultManager::createVault(const QString& path, const QByteArray& password) 
     }
     ContainerDocument document;
     setFreshKeyWrapping(&document.crypto, m_cryptoManager);
-    document.crypto.payloadNonce =
-        m_cryptoManager.generateNonce(static_cast<int>(document.crypto.nonce.size()));
+    renewPayloadNonce(&document);
 
     m_containerFilePath = path;
     m_index.clear();
@@ -68,7 +68,7 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
             return false;
         }
         // On a drive that takes no writes the vault can still be read.
-        static_cast<void>(m_containerManager.repairHeader(path));
+        static_cast<void>(m_containerManager.repairHeader(path, document));
     }
     m_containerFilePath = path;
     m_wrapping = wrappingOf(document);
@@ -91,8 +91,42 @@ bool VaultManager::openDocument(const ContainerDocument& document, const QByteAr
 
 bool VaultManager::openRedoRecord(const QString& path, const QByteArray& password,
                                   ContainerDocument* document, SecureFileIndex* index) {
-    return m_containerManager.readRedoRecord(path, document) &&
-           openDocument(*document, password, index);
+    if (!m_containerManager.readRedoRecord(path, document)) {
+        return false;
+    }
+    m_masterKey = decryptMasterKey(*document, password);
+    if (!m_masterKey.isEmpty() && openRecordedIndex(document, index)) {
+        return true;
+    }
+    m_masterKey.clear();
+    return false;
+}
+
+ContainerDocument VaultManager::documentForRecord(const ContainerDocument& document,
+                                                  const SecureFileIndex& index) const {
+    ContainerDocument record = document;
+    renewPayloadNonce(&record);
+    record.encryptedIndex =
+        m_cryptoManager.encrypt(index.toRows(), workingKey(), record.crypto.payloadNonce,
+                                associatedData(record, IndexRowsPurpose));
+    return record;
+}
+
+bool VaultManager::openRecordedIndex(ContainerDocument* document, SecureFileIndex* index) const {
+    // A password change records its header as it is.
+    if (decryptIndex(*document, index)) {
+        return true;
+    }
+    const QByteArray rows = m_cryptoManager.decrypt(document->encryptedIndex, workingKey(),
+                                                    document->crypto.payloadNonce,
+                                                    associatedData(*document, IndexRowsPurpose));
+    if (rows.isEmpty()) {
+        return false;
+    }
+    *index = SecureFileIndex::fromRows(rows);
+    renewPayloadNonce(document);
+    document->encryptedIndex = encryptIndex(*document, *index);
+    return !document->encryptedIndex.isEmpty();
 }
 
 bool VaultManager::headerOpens() const {
@@ -115,7 +149,8 @@ bool VaultManager::settleRedoRecord() const {
         return m_containerManager.dropRedoRecord(m_containerFilePath);
     }
     SecureFileIndex index;
-    return !decryptIndex(recorded, &index) || m_containerManager.repairHeader(m_containerFilePath);
+    return !openRecordedIndex(&recorded, &index) ||
+           m_containerManager.repairHeader(m_containerFilePath, recorded);
 }
 
 bool VaultManager::readSessionDocument(ContainerDocument* document) const {
@@ -166,8 +201,8 @@ QByteArray VaultManager::masterKeyForRekeying(const QString& path, const QByteAr
             return m_containerManager.dropRedoRecord(path) ? m_masterKey : QByteArray();
         }
     }
-    const bool repaired =
-        openRedoRecord(path, password, document, &index) && m_containerManager.repairHeader(path);
+    const bool repaired = openRedoRecord(path, password, document, &index) &&
+                          m_containerManager.repairHeader(path, *document);
     return repaired ? m_masterKey : QByteArray();
 }
 
@@ -253,20 +288,25 @@ QByteArray VaultManager::blockAssociatedData(const ContainerDocument& document) 
     return associatedData(document, FileBlockPurpose);
 }
 
+void VaultManager::renewPayloadNonce(ContainerDocument* document) const {
+    document->crypto.payloadNonce =
+        m_cryptoManager.generateNonce(static_cast<int>(document->crypto.nonce.size()));
+}
+
 void VaultManager::prepareForIndexSave(ContainerDocument* document) const {
     document->filePayloads.clear();
     document->encryptedPayload.clear();
     document->crypto.authTag.clear();
-    document->crypto.payloadNonce =
-        m_cryptoManager.generateNonce(static_cast<int>(document->crypto.nonce.size()));
+    renewPayloadNonce(document);
 }
 
 bool VaultManager::sealIndexIntoHeader(ContainerDocument* document,
                                        const SecureFileIndex& index) const {
     document->fileIndex = index;
     document->encryptedIndex = encryptIndex(*document, document->fileIndex);
-    return !document->encryptedIndex.isEmpty() &&
-           m_containerManager.updateDocumentHeader(m_containerFilePath, *document);
+    const ContainerDocument record = documentForRecord(*document, document->fileIndex);
+    return !document->encryptedIndex.isEmpty() && !record.encryptedIndex.isEmpty() &&
+           m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record);
 }
 
 } // namespace Tessel::Core

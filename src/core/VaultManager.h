@@ -130,10 +130,17 @@ private:
                                           const SecureFileIndex& index) const;
     [[nodiscard]] bool decryptIndex(const ContainerDocument& document, SecureFileIndex* out) const;
 
+    /// The document whose header protects the rewrite with @p index: the same wrapping, and the
+    /// index in rows, sealed under a nonce of its own. Its index is empty when that fails.
+    [[nodiscard]] ContainerDocument documentForRecord(const ContainerDocument& document,
+                                                      const SecureFileIndex& index) const;
+    /// Takes the index from a document that a redo record holds, and makes it one that a header
+    /// can hold.
+    [[nodiscard]] bool openRecordedIndex(ContainerDocument* document, SecureFileIndex* index) const;
     /// Takes the master key and the index from the document; no key is kept on failure.
     [[nodiscard]] bool openDocument(const ContainerDocument& document, const QByteArray& password,
                                     SecureFileIndex* index);
-    /// The same from the container's redo record.
+    /// The same from the container's redo record; the document is then one for a header.
     [[nodiscard]] bool openRedoRecord(const QString& path, const QByteArray& password,
                                       ContainerDocument* document, SecureFileIndex* index);
     /// Whether the container's header opens with the session's key.
@@ -159,6 +166,8 @@ private:
     }
     [[nodiscard]] bool isUnlocked() const { return m_state == VaultState::Unlocked; }
 
+    /// Draws a fresh nonce for the index.
+    void renewPayloadNonce(ContainerDocument* document) const;
     /// Empties what only older layouts carry and draws a fresh nonce for the index.
     void prepareForIndexSave(ContainerDocument* document) const;
     /// Seals the index under the document's nonce and rewrites the container's header.

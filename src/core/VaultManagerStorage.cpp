@@ -93,8 +93,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     }
     SecureFileIndex working = indexWithout(path);
     VaultFileEntry entry = newEntryFor(sourceInfo, path);
-    document.crypto.payloadNonce =
-        m_cryptoManager.generateNonce(static_cast<int>(document.crypto.nonce.size()));
+    renewPayloadNonce(&document);
 
     QFile container(m_containerFilePath);
     if (!container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {

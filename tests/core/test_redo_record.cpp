@@ -7,8 +7,8 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 
-#include <QCryptographicHash>
 #include <QFileInfo>
+#include <QSet>
 #include <QTest>
 
 #include <algorithm>
@@ -95,10 +95,14 @@ struct Change {
     CraftedContainer before = base();
     CraftedContainer after = base();
 
+    /// The record that protects it.
+    QByteArray record = after.redoRecord();
+
     /// A new folder.
     Change() {
         after.addFolder(u"nova"_qs);
         after.keys.payloadNonce = noise(24, 77);
+        record = after.withIndexInRows().redoRecord();
     }
 
     static CraftedContainer base() {
@@ -117,6 +121,7 @@ struct Change {
         change.after.keys.password = NewPassword;
         change.after.keys.salt = noise(16, 78);
         change.after.keys.nonce = noise(24, 79);
+        change.record = change.after.redoRecord();
         return change;
     }
 
@@ -139,12 +144,6 @@ struct Change {
     }
 };
 
-QByteArray recordOf(const CraftedContainer& vault) {
-    const QByteArray image = vault.lengthLine() + vault.headerJson();
-    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
-           QByteArray::number(image.size()).rightJustified(20, '0') + RecordMark;
-}
-
 QStringList foldersOf(const VaultManager& vault) {
     QStringList paths;
     const QList<VaultDirectoryEntry> folders = vault.fileIndex().directories();
@@ -156,6 +155,22 @@ QStringList foldersOf(const VaultManager& vault) {
 
 bool isAfterState(const VaultManager& vault) {
     return foldersOf(vault).contains(u"nova"_qs);
+}
+
+// The length line, the header and all that is behind it in its region.
+bool isZeroBehindTheHeader(const QByteArray& container) {
+    const qint64 header = container.mid(LengthLineAt, 20).toLongLong();
+    const QByteArray rest = container.mid(LengthLineAt + 21 + header);
+    const qint64 restBytes = PayloadOffset - LengthLineAt - 21 - header;
+    return header > 0 && restBytes >= 0 && rest.left(restBytes) == QByteArray(restBytes, '\0');
+}
+
+/// Whether the container is what the change would have left, but for the nonce of the index: a
+/// second sealing never uses it again.
+bool isFinished(const QString& container, const Change& change) {
+    const QByteArray bytes = readFile(container);
+    return isZeroBehindTheHeader(bytes) && bytes.mid(PayloadOffset) == change.after.payload() &&
+           indexAsOpenedAnew(container, change.after.keys.password) == change.after.indexJson();
 }
 
 struct FileTimes {
@@ -190,6 +205,10 @@ class TestRedoRecord : public QObject {
 private Q_SLOTS:
     void repairsAHeaderTornAtAnyByte_data();
     void repairsAHeaderTornAtAnyByte();
+    void repairsFromARecordOfTheHeaderAsItIs();
+    void recordIsSealedUnderANonceOfItsOwn();
+    void repairSealsTheIndexUnderAFreshNonce();
+    void headerWithItsIndexInRowsIsRefused();
     void ignoresARecordCutShort();
     void ignoresARecordWithAByteAltered();
     void ignoresARecordOfAnotherVault();
@@ -247,9 +266,8 @@ void TestRedoRecord::repairsAHeaderTornAtAnyByte() {
     QFETCH(const qint64, to);
     const Change change;
     const QByteArray torn = change.torn(from, std::max(from, to));
-    const QByteArray record = recordOf(change.after);
     VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), torn + record));
+    QVERIFY(writeFile(fixture.container(), torn + change.record));
 
     QVERIFY(fixture.unlock());
     QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
@@ -259,18 +277,75 @@ void TestRedoRecord::repairsAHeaderTornAtAnyByte() {
     const bool isNew = change.hasWholeHeader(torn, change.after);
     if (isOld || isNew) {
         QCOMPARE(isAfterState(fixture.vault), isNew);
-        QVERIFY2(found == torn + record, "a container that opens was written to");
+        QVERIFY2(found == torn + change.record, "a container that opens was written to");
     } else {
         QVERIFY(isAfterState(fixture.vault));
         QCOMPARE(found.size(), change.after.fileSize());
-        QVERIFY2(found == change.after.bytes(), "the repaired container is not the finished one");
+        QVERIFY2(isFinished(fixture.container(), change),
+                 "the repaired container is not the finished one");
     }
+}
+
+void TestRedoRecord::repairsFromARecordOfTheHeaderAsItIs() {
+    // As a password change leaves it, which does not know the index.
+    const Change change;
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.after.redoRecord()));
+    QVERIFY(fixture.unlock());
+    QVERIFY(isAfterState(fixture.vault));
+    QVERIFY(readFile(fixture.container()) == change.after.bytes());
+}
+
+void TestRedoRecord::recordIsSealedUnderANonceOfItsOwn() {
+    NEEDS_TRACING();
+    // Two texts under one nonce would show what they have in common, to anybody.
+    const Change change;
+    const VaultFixture fixture(change.before);
+    const DriverRun run =
+        runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs},
+                  fixture.container(), {u"ftruncate:error=EIO"_qs});
+    QVERIFY(run.ended());
+    ContainerDocument header;
+    ContainerDocument record;
+    const ContainerManager manager;
+    QVERIFY(manager.readDocument(fixture.container(), &header));
+    QVERIFY2(manager.readRedoRecord(fixture.container(), &record), "the record was to stay");
+    const QSet<QByteArray> nonces{change.before.keys.payloadNonce, header.crypto.payloadNonce,
+                                  record.crypto.payloadNonce};
+    QCOMPARE(nonces.size(), 3);
+    QVERIFY(record.encryptedIndex.size() < header.encryptedIndex.size());
+    record.crypto.payloadNonce = header.crypto.payloadNonce;
+    QCOMPARE(manager.cryptoMetadataToJson(record.crypto),
+             manager.cryptoMetadataToJson(header.crypto));
+}
+
+void TestRedoRecord::repairSealsTheIndexUnderAFreshNonce() {
+    const Change change;
+    const QByteArray torn = change.tornInTheMiddle() + change.record;
+    QSet<QByteArray> nonces{change.before.keys.payloadNonce, change.after.keys.payloadNonce,
+                            change.after.withIndexInRows().keys.payloadNonce};
+    const qsizetype known = nonces.size();
+    for (int times = 1; times <= 2; ++times) {
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), torn));
+        QVERIFY(fixture.unlock());
+        ContainerDocument document;
+        QVERIFY(ContainerManager().readDocument(fixture.container(), &document));
+        nonces.insert(document.crypto.payloadNonce);
+        QCOMPARE(nonces.size(), known + times);
+    }
+}
+
+void TestRedoRecord::headerWithItsIndexInRowsIsRefused() {
+    const Change change;
+    VaultFixture fixture(change.after.withIndexInRows());
+    QVERIFY(!fixture.unlock());
 }
 
 void TestRedoRecord::ignoresARecordCutShort() {
     const Change change;
     const QByteArray torn = change.tornInTheMiddle();
-    const QByteArray record = recordOf(change.after);
+    const QByteArray record = change.record;
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), torn + record));
     QFile file(fixture.container());
@@ -287,7 +362,7 @@ void TestRedoRecord::ignoresARecordCutShort() {
 void TestRedoRecord::ignoresARecordWithAByteAltered() {
     const Change change;
     const QByteArray torn = change.tornInTheMiddle();
-    const QByteArray record = recordOf(change.after);
+    const QByteArray record = change.record;
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), torn + record));
     for (qsizetype at = 0; at < record.size(); at += at < record.size() - 80 ? 13 : 1) {
@@ -304,7 +379,7 @@ void TestRedoRecord::ignoresARecordOfAnotherVault() {
     const Change change;
     CraftedContainer other(6);
     other.keys.password = QByteArrayLiteral("senha de outro cofre");
-    const QByteArray bytes = change.tornInTheMiddle() + recordOf(other);
+    const QByteArray bytes = change.tornInTheMiddle() + other.redoRecord();
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), bytes));
     QVERIFY(!fixture.unlock());
@@ -316,7 +391,7 @@ void TestRedoRecord::ignoresARecordWhoseLengthLineIsWrong() {
     CraftedContainer liar = change.after;
     liar.setLengthLine(QByteArray::number(liar.headerJson().size() - 1).rightJustified(20, '0') +
                        '\n');
-    const QByteArray bytes = change.tornInTheMiddle() + recordOf(liar);
+    const QByteArray bytes = change.tornInTheMiddle() + liar.redoRecord();
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), bytes));
     QVERIFY(!fixture.unlock());
@@ -325,7 +400,7 @@ void TestRedoRecord::ignoresARecordWhoseLengthLineIsWrong() {
 
 void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone() {
     const Change change;
-    const QByteArray bytes = change.before.bytes() + recordOf(change.after);
+    const QByteArray bytes = change.before.bytes() + change.record;
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), bytes));
     const FileTimes times = timesOf(fixture.container());
@@ -402,7 +477,7 @@ void TestRedoRecord::nextChangeRemovesTheRecord() {
     QFETCH(const Operation, operation);
     const Change change;
     VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), change.before.bytes() + recordOf(change.after)));
+    QVERIFY(writeFile(fixture.container(), change.before.bytes() + change.record));
     QVERIFY(fixture.unlock());
     QVERIFY(operation(fixture));
     QVERIFY(!readFile(fixture.container()).contains(RecordMark));
@@ -418,7 +493,7 @@ void TestRedoRecord::nextChangeRemovesStackedRecords() {
     const Change change;
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(),
-                      change.before.bytes() + recordOf(change.before) + recordOf(change.after)));
+                      change.before.bytes() + change.before.redoRecord() + change.record));
     QVERIFY(fixture.unlock());
     QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
     QCOMPARE(QFileInfo(fixture.container()).size(), change.before.fileSize());
@@ -435,7 +510,7 @@ void TestRedoRecord::changeRepairsAHeaderTornMeanwhile() {
     const Change change;
     VaultFixture fixture(change.before);
     QVERIFY(fixture.unlock());
-    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + recordOf(change.after)));
+    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.record));
     QVERIFY(operation(fixture));
     QVERIFY(!readFile(fixture.container()).contains(RecordMark));
     const bool passwordChanged = QTest::currentDataTag() == QByteArrayLiteral("password");
@@ -447,18 +522,18 @@ void TestRedoRecord::changeRepairsAHeaderTornMeanwhile() {
 void TestRedoRecord::backupOfATornContainerIsRepaired() {
     const Change change;
     VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + recordOf(change.after)));
+    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.record));
     const QString backup = fixture.file(u"tessel_backup.tvlt"_qs);
     QVERIFY(QFile::copy(fixture.container(), backup));
     QVERIFY(fixture.vault.unlockVault(backup, TestPassword));
     QVERIFY(isAfterState(fixture.vault));
-    QVERIFY(readFile(backup) == change.after.bytes());
+    QVERIFY(isFinished(backup, change));
 }
 
 void TestRedoRecord::readOnlyTornContainerIsReadable() {
     NEEDS_PRIVATE_MOUNTS();
     const Change change;
-    const QByteArray bytes = change.tornInTheMiddle() + recordOf(change.after);
+    const QByteArray bytes = change.tornInTheMiddle() + change.record;
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), bytes));
     const ReadOnlyMount readOnly(fixture.driveFolder());
@@ -486,7 +561,7 @@ void TestRedoRecord::fullDriveStillDeletes() {
     VaultFixture fixture;
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
     // What is left of the container's last page takes no record of this size.
-    QVERIFY(recordOf(change.before).size() > 4096 - change.before.fileSize() % 4096);
+    QVERIFY(change.before.redoRecord().size() > 4096 - change.before.fileSize() % 4096);
 
     QVERIFY(!fixture.store(u"c.txt"_qs, noise(100000)));
     QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
@@ -503,7 +578,7 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     const SmallDisk disk(12 * MiB);
     QVERIFY(disk.isMounted());
     const QString path = disk.filePath(u"tessel.tvlt"_qs);
-    QVERIFY(writeFile(path, change.before.bytes() + recordOf(change.after)));
+    QVERIFY(writeFile(path, change.before.bytes() + change.record));
     QVERIFY(disk.fillUpTo(0));
     // The first write settles the header that stands there.
     const DriverRun run =
@@ -619,13 +694,13 @@ void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
 void TestRedoRecord::oldPasswordOpensUntilTheHeaderIsTorn() {
     const Change change = Change::ofPassword();
     VaultFixture fixture;
-    const QByteArray untouched = change.before.bytes() + recordOf(change.after);
+    const QByteArray untouched = change.before.bytes() + change.record;
     QVERIFY(writeFile(fixture.container(), untouched));
     QVERIFY(fixture.unlock());
     QVERIFY(fixture.vault.lockVault());
     QVERIFY(readFile(fixture.container()) == untouched);
 
-    const QByteArray torn = change.tornInTheFirstSector() + recordOf(change.after);
+    const QByteArray torn = change.tornInTheFirstSector() + change.record;
     QVERIFY(writeFile(fixture.container(), torn));
     QVERIFY(!fixture.unlock());
     QVERIFY(readFile(fixture.container()) == torn);
@@ -635,7 +710,7 @@ void TestRedoRecord::newPasswordRepairsATornPasswordChange() {
     const Change change = Change::ofPassword();
     for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
         VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), header + recordOf(change.after)));
+        QVERIFY(writeFile(fixture.container(), header + change.record));
         QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
         QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
         QVERIFY(readFile(fixture.container()) == change.after.bytes());
@@ -649,7 +724,7 @@ void TestRedoRecord::tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten(
     const Change change = Change::ofPassword();
     for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
         VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), header + recordOf(change.after)));
+        QVERIFY(writeFile(fixture.container(), header + change.record));
         {
             const FailingHeader failing(fixture.container(), 0, 1);
             QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
@@ -667,8 +742,7 @@ void TestRedoRecord::passwordChangeOfATornContainerKeepsTheNewIndex() {
     const Change change;
     VaultFixture fixture;
     // The first sector is new, the index behind it is half old.
-    QVERIFY(
-        writeFile(fixture.container(), change.torn(LengthLineAt, 512) + recordOf(change.after)));
+    QVERIFY(writeFile(fixture.container(), change.torn(LengthLineAt, 512) + change.record));
     QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
     QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
     QVERIFY(isAfterState(fixture.vault));

@@ -110,6 +110,15 @@ QByteArray fullJson() {
         "\"formatVersion\":1}");
 }
 
+QByteArray fullRows() {
+    return QByteArrayLiteral(
+        "[[[\"docs\",1740837909120,1756684799999]],"
+        "[[\"0f8fad5b-d9cb-469f-a165-70867728950e\",\"docs/a\xc3\xa7\xc3\xa3o \\\"x\\\".txt\","
+        "16777217,1740837909120,\"ungWv48Bz+pBQUDeXa4iI7ADYaOWF3qctBD/YfIAFa0=\","
+        "[[8388636,16777216,16777232,\"+/v7+/v7+/v7+/v7+/v7+/v7+/v7+/v7\"],"
+        "[25165868,1,17,\"AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA\"]]]]]");
+}
+
 /// The JSON of an index with one file that has the given members beside its path "f".
 QByteArray jsonWithFile(const QByteArray& members) {
     return "{\"files\":[{\"vaultPath\":\"f\"" + members + "}]}";
@@ -643,6 +652,84 @@ private Q_SLOTS:
         QVERIFY(index.toJson().contains("\"sha256\":\"00ffab\""));
     }
 
+    // --- Rows ------------------------------------------------------------------------------
+
+    void rowsHoldWhatTheJsonHolds() {
+        const SecureFileIndex index = SecureFileIndex::fromJson(fullJson());
+        QCOMPARE(index.toRows(), fullRows());
+        QCOMPARE(SecureFileIndex().toRows(), QByteArray("[[],[]]"));
+    }
+
+    void rowsAreReadBackInFull() {
+        const SecureFileIndex index = SecureFileIndex::fromRows(fullRows());
+        QCOMPARE(index.toJson(), fullJson());
+        QCOMPARE(index.entries().constFirst().lastModifiedUtc.timeSpec(), Qt::UTC);
+        QVERIFY(index.contains(fullEntry().vaultPath));
+        QVERIFY(index.containsDirectory(QStringLiteral("docs")));
+    }
+
+    void unusualValuesLiveThroughRows() {
+        constexpr qint64 Largest = std::numeric_limits<qint64>::max();
+        SecureFileIndex index;
+        VaultFileEntry unknown = file(QStringLiteral("a"), Largest);
+        unknown.blocks = {{-Largest, 0, Largest - 1, {}}};
+        QVERIFY(index.addOrReplace(unknown));
+        VaultFileEntry early = file(QStringLiteral("\"\\\n\u0001\U0001f600 \u00e7"));
+        early.lastModifiedUtc = utc(1, 1, 1, 0, 0, 0, 1);
+        QVERIFY(index.addOrReplace(early));
+        VaultFileEntry late = file(QStringLiteral("c"));
+        late.lastModifiedUtc = utc(9999, 12, 31, 23, 59, 59, 999);
+        QVERIFY(index.addOrReplace(late));
+        QVERIFY(index.addDirectory({QStringLiteral("d"), {}, Spring}));
+        QVERIFY(index.addDirectory({QStringLiteral("e"), Summer, {}}));
+
+        const SecureFileIndex read = SecureFileIndex::fromRows(index.toRows());
+        QCOMPARE(read.toJson(), index.toJson());
+        QVERIFY(!read.entries().constFirst().lastModifiedUtc.isValid());
+        QCOMPARE(read.entries().constFirst().sizeBytes, Largest);
+    }
+
+    void textThatIsNoRowsGivesAnEmptyIndex_data() {
+        QTest::addColumn<QByteArray>("rows");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("object") << fullJson();
+        QTest::newRow("text") << QByteArray("not JSON at all");
+        QTest::newRow("cut short") << fullRows().chopped(1);
+        QTest::newRow("no lists") << QByteArray("[1,\"a\"]");
+        QTest::newRow("no rows") << QByteArray("[[1,{},null],[2,\"b\",false]]");
+        QTest::newRow("empty rows") << QByteArray("[[[]],[[]]]");
+        QTest::newRow("empty paths") << QByteArray("[[[\"\",0,0]],[[\"id\",\"\",1,0,\"\",[]]]]");
+    }
+    void textThatIsNoRowsGivesAnEmptyIndex() {
+        QFETCH(const QByteArray, rows);
+        const SecureFileIndex index = SecureFileIndex::fromRows(rows);
+        QVERIFY(index.entries().isEmpty());
+        QVERIFY(index.directories().isEmpty());
+    }
+
+    void rowsThatEndEarlyHaveDefaults() {
+        const SecureFileIndex index =
+            SecureFileIndex::fromRows("[[[\"d\"]],[[\"id\",\"f\"],[1,\"g\",{},\"x\",2,[[],3]]]]");
+        QCOMPARE(folderPaths(index), QStringList(QStringLiteral("d")));
+        QVERIFY(!index.directories().constFirst().createdUtc.isValid());
+        QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
+        const VaultFileEntry first = index.entries().constFirst();
+        QCOMPARE(first.id, QStringLiteral("id"));
+        QCOMPARE(first.sizeBytes, 0);
+        QVERIFY(first.sha256.isEmpty() && first.blocks.isEmpty());
+        const VaultFileEntry last = index.entries().constLast();
+        QVERIFY(last.id.isEmpty() && !last.lastModifiedUtc.isValid());
+        QCOMPARE(last.blocks.size(), 2);
+        QCOMPARE(last.blocks.constLast().plainSize, 0);
+    }
+
+    void rowsTakeTheLaterOfTwoWithOnePath() {
+        const SecureFileIndex index =
+            SecureFileIndex::fromRows("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
+        QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
+        QCOMPARE(index.entries().constFirst().id, QStringLiteral("3"));
+    }
+
     // --- Size ------------------------------------------------------------------------------
 
     void fifteenThousandEntriesSurviveAndAreFound() {
@@ -671,6 +758,7 @@ private Q_SLOTS:
             QCOMPARE(read.containsDirectory(QStringLiteral("folder %1").arg(i)), kept);
         }
         QCOMPARE(read.toJson(), index.toJson());
+        QCOMPARE(SecureFileIndex::fromRows(index.toRows()).toJson(), index.toJson());
     }
 };
 

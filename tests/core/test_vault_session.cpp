@@ -7,7 +7,6 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -59,17 +58,10 @@ QByteArray withByteChanged(QByteArray bytes, qsizetype at) {
     return bytes;
 }
 
-/// The record that protects a rewrite of this container's header, as it stands behind the payload.
-QByteArray redoRecordOf(const CraftedContainer& crafted) {
-    const QByteArray image = crafted.lengthLine() + crafted.headerJson();
-    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
-           QByteArray::number(image.size()).rightJustified(20, '0') + "TESSEL-REDO\n";
-}
-
 /// Leaves the container as a rewrite that was cut short does: half a header, and the record.
 bool tearHeader(const QString& path, const CraftedContainer& crafted) {
     return overwriteAt(path, 300, noise(200)) &&
-           overwriteAt(path, crafted.fileSize(), redoRecordOf(crafted));
+           overwriteAt(path, crafted.fileSize(), crafted.redoRecord());
 }
 
 /// An index whose JSON does not fit into the header region.
@@ -515,7 +507,7 @@ private Q_SLOTS:
         const QByteArray whole = readFile(fixture.container());
         CraftedContainer other(2);
         other.keys = crafted.keys;
-        QVERIFY(overwriteAt(fixture.container(), whole.size(), redoRecordOf(other)));
+        QVERIFY(overwriteAt(fixture.container(), whole.size(), other.redoRecord()));
         QVERIFY(fixture.unlock());
         QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/a.txt")));
         QVERIFY(fixture.store(QStringLiteral("b"), "contents of b"));

@@ -65,7 +65,8 @@ void checkPayload(const MemoryFile& memory) {
 
 void checkRepair(const MemoryFile& memory, const ContainerManager& manager,
                  const ContainerDocument& recorded) {
-    expect(manager.repairHeader(memory.path()), "a record that can be read can be put in place");
+    expect(manager.repairHeader(memory.path(), recorded),
+           "a record that can be read can be put in place");
     ContainerDocument repaired;
     expect(manager.readDocument(memory.path(), &repaired), "a repaired container can be read");
     expect(manager.buildHeader(repaired) == manager.buildHeader(recorded),

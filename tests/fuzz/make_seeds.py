@@ -104,6 +104,19 @@ def index_seeds():
                             b'{"nonce":"\xc3\xa7\xc3\xa7\xc3\xa7\xc3\xa7"}]}]}')
     yield "deep", b'{"files":' + b"[" * 600 + b"]" * 600 + b"}"
     yield "too-deep", b'{"files":' + b"[" * 1100 + b"]" * 1100 + b"}"
+    yield from rows_seeds()
+
+
+def rows_seeds():
+    blocks = [[HUNDRED["offset"], 100, 116, HUNDRED["nonce"]]]
+    row = ["0f8fad5b-d9cb-469f-a165-70867728950e", "docs/a.txt", 100, 1740837909120,
+           text64(bytes(32)), blocks]
+    yield "rows", compact([[["docs", 1740837909120, None]], [row, ["", "empty"], row]])
+    yield "rows-of-other-types", compact([[1, {}, ["d", "x", 1e300]],
+                                          [[{}, "f", "7", -1e300, 5, [[]]]]])
+    yield "rows-of-times", compact([[["a", -62135596800000, 253402300799999],
+                                     ["b", 9223372036854775807, -9223372036854775808],
+                                     ["c", 253402300800000, 0.5]], []])
 
 
 # --- The header ---------------------------------------------------------------------------------

@@ -101,22 +101,35 @@ def lenient_header(header):
 
 def torn(path):
     """A header that was half rewritten when the drive was pulled out, and the record behind it."""
+    tear(path, written_for_tearing(path, "torn"))
+
+
+def torn_rows(path):
+    """The same with the record that protects a change of the index: it holds that in rows."""
+    tear(path, written_for_tearing(path, "torn rows"), in_rows=True)
+
+
+def written_for_tearing(path, label):
     writer = fmt.Writer(path, PASSWORD.encode(), kdf="PBKDF2-HMAC-SHA256", kdf_iterations=1000,
-                        random_bytes=byte_stream("torn"))
+                        random_bytes=byte_stream(label))
     fill(writer)
     writer.finish()
+    return writer
+
+
+def tear(path, writer, in_rows=False):
     with open(path, "r+b") as file:
         file.seek(len(fmt.MAGIC))
         line, length = fmt.read_length_line(file)
-        image = line + file.read(length)
+        header = file.read(length)
         file.seek(0, os.SEEK_END)
-        file.write(image + hashlib.sha256(image).digest() + b"%020d" % len(image) +
-                   b"TESSEL-REDO\n")
-        file.seek(len(fmt.MAGIC) + len(image) // 2)
-        file.write(b"old header" * (len(image) // 20))
+        file.write(fmt.redo_record(writer.header_in_rows() if in_rows else header))
+        image_bytes = len(line) + length
+        file.seek(len(fmt.MAGIC) + image_bytes // 2)
+        file.write(b"old header" * (image_bytes // 20))
 
 
-MAKERS = {"argon2id": argon2id, "lenient": lenient, "torn": torn}
+MAKERS = {"argon2id": argon2id, "lenient": lenient, "torn": torn, "torn-rows": torn_rows}
 
 
 def describe(path):
@@ -139,13 +152,20 @@ def describe(path):
         "masterKeyAssociatedDataHex": fmt.master_key_data(crypto).hex(),
         "encryptedMasterKeyHex": crypto.encrypted_master_key.hex(),
         "masterKeyHex": container.master_key.hex(),
-        "indexAssociatedDataHex": fmt.index_data(crypto).hex(),
+        **describe_index(container),
         "encryptedIndexHex": container.encrypted_index.hex(),
         "indexJson": container.index_json.decode(),
         "blockAssociatedDataHex": fmt.block_data().hex(),
         "files": [describe_file(container, entry, whole) for entry in container.files],
         "folders": [{"path": folder.path, "createdUtc": folder.created,
                      "modifiedUtc": folder.modified} for folder in container.folders]}
+
+
+def describe_index(container):
+    if container.in_rows:
+        return {"indexRowsAssociatedDataHex": fmt.rows_data(container.crypto).hex(),
+                "indexRows": container.index_rows.decode()}
+    return {"indexAssociatedDataHex": fmt.index_data(container.crypto).hex()}
 
 
 def describe_file(container, entry, whole):

@@ -14,7 +14,7 @@ import json
 import os
 import re
 import uuid
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 
 import nacl.exceptions
 import nacl.pwhash
@@ -113,6 +113,11 @@ def master_key_data(crypto):
 
 def index_data(crypto):
     return b"|".join([b"TESSEL", b"index", b"3", crypto.cipher.encode(), crypto.payload_nonce])
+
+
+def rows_data(crypto):
+    return b"|".join([
+        b"TESSEL", b"index-rows", b"3", crypto.cipher.encode(), crypto.payload_nonce])
 
 
 def block_data():
@@ -261,6 +266,46 @@ def index_to_json(files, folders):
         "files": [entry.to_json() for entry in files], "formatVersion": 1})
 
 
+# --- The index in rows, in a redo record ------------------------------------------------------
+
+EPOCH = datetime.datetime(1970, 1, 1, tzinfo=datetime.timezone.utc)
+MILLISECOND = datetime.timedelta(milliseconds=1)
+
+
+def index_to_rows(files, folders):
+    return compact_json([
+        [[folder.path, _milliseconds(folder.created), _milliseconds(folder.modified)]
+         for folder in folders],
+        [[entry.id, entry.path, entry.size, _milliseconds(entry.modified), to_base64(entry.sha256),
+          [[block.offset, block.plain_size, block.encrypted_size, to_base64(block.nonce)]
+           for block in entry.blocks]] for entry in files]])
+
+
+def index_from_rows(data):
+    """The file and folder entries; only what a writer writes."""
+    try:
+        folders, files = json.loads(data.decode("utf-8"))
+        return [_file_from_row(*row) for row in files], [
+            FolderEntry(path, _date(created), _date(modified))
+            for path, created, modified in folders]
+    except (ValueError, TypeError, OverflowError) as error:
+        raise FormatError("index in rows") from error
+
+
+def _file_from_row(identifier, path, size, modified, sha256, blocks):
+    return FileEntry(identifier, path, size, _date(modified), base64.b64decode(sha256), [
+        Block(offset, plain_size, encrypted_size, base64.b64decode(nonce))
+        for offset, plain_size, encrypted_size, nonce in blocks])
+
+
+def _milliseconds(date):
+    return (datetime.datetime.fromisoformat(date) - EPOCH) // MILLISECOND if date else None
+
+
+def _date(milliseconds):
+    return "" if milliseconds is None else _iso_date(EPOCH + milliseconds * MILLISECOND)
+
+
 # --- Reading ----------------------------------------------------------------------------------
 
 def read_length_line(file):
@@ -302,6 +347,7 @@ class Container:
     def __init__(self, path, password):
         self.path = path
         self.from_redo_record = False
+        self.in_rows = False
         with open(path, "rb") as file:
             if file.read(len(MAGIC)) != MAGIC:
                 raise FormatError("magic")
@@ -326,9 +372,9 @@ class Container:
             raise fault from None
         line_bytes = LENGTH_DIGITS + 1
         header = image[line_bytes:]
+        self.from_redo_record = True
         self._open_header(image[:line_bytes], header, bytes(HEADER_REGION_BYTES - len(header)),
                           password)
-        self.from_redo_record = True
 
     def _open_header(self, line, header, padding, password):
         self.length_line, self.header_json, self.padding = line, header, padding
@@ -348,12 +394,27 @@ class Container:
             self.crypto.encrypted_master_key, self.password_key[:KEY_BYTES], self.crypto.nonce,
             master_key_data(self.crypto))
         self.working_key = self.master_key[:KEY_BYTES]
-        self.index_json = unseal(
-            self.encrypted_index, self.working_key, self.crypto.payload_nonce,
-            index_data(self.crypto))
-        if not self.index_json:
-            raise FormatError("empty index")
+        try:
+            self.index_json = self._open_index_sealed_with(index_data(self.crypto))
+        except FormatError:
+            if not self.from_redo_record:
+                raise
+            self._open_index_in_rows()
+            return
         self.files, self.folders = index_from_json(self.index_json)
+
+    def _open_index_in_rows(self):
+        self.index_rows = self._open_index_sealed_with(rows_data(self.crypto))
+        self.in_rows = True
+        self.files, self.folders = index_from_rows(self.index_rows)
+        self.index_json = index_to_json(self.files, self.folders)
+
+    def _open_index_sealed_with(self, associated_data):
+        index = unseal(self.encrypted_index, self.working_key, self.crypto.payload_nonce,
+                       associated_data)
+        if not index:
+            raise FormatError("empty index")
+        return index
 
     def entry(self, path):
         """The file with this path, letter case ignored."""
@@ -417,12 +478,17 @@ class Container:
             ("salt", len(self.crypto.salt) == SALT_BYTES),
             ("nonces", len(self.crypto.nonce) == len(self.crypto.payload_nonce) == NONCE_BYTES),
             ("master key", len(self.master_key) == MASTER_KEY_BYTES),
-            ("index JSON", self.index_json == index_to_json(self.files, self.folders)),
+            ("index", self._index_as_written()),
         ]
         faults += [name for name, good in checks if not good]
         for entry in self.files:
             faults += [f"{entry.path}: {fault}" for fault in _entry_faults(entry)]
         return faults + self._block_faults()
+
+    def _index_as_written(self):
+        if self.in_rows:
+            return self.index_rows == index_to_rows(self.files, self.folders)
+        return self.index_json == index_to_json(self.files, self.folders)
 
     def _block_faults(self):
         faults, end = [], self.payload_offset
@@ -464,8 +530,16 @@ def expected_block_sizes(size):
 # --- Writing ----------------------------------------------------------------------------------
 
 def date_text(seconds):
-    moment = datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc)
+    return _iso_date(datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc))
+
+
+def _iso_date(moment):
     return moment.strftime("%Y-%m-%dT%H:%M:%S.") + f"{moment.microsecond // 1000:03d}Z"
+
+
+def redo_record(header):
+    image = b"%020d\n" % len(header) + header
+    return image + hashlib.sha256(image).digest() + b"%020d" % len(image) + REDO_MARK
 
 
 class Writer:
@@ -521,10 +595,7 @@ class Writer:
     def finish(self, index_json=None, header_json=None):
         """The two texts may be given, to write what only readers have to know."""
         index_json = index_json or index_to_json(self.files, self.folders)
-        sealed_index = seal(index_json, self.master_key[:KEY_BYTES], self.crypto.payload_nonce,
-                            index_data(self.crypto))
-        header = {"crypto": self.crypto.to_json(), "encryptedIndex": to_base64(sealed_index),
-                  "formatVersion": FORMAT_VERSION, "magic": "TESSEL"}
+        header = self._header(self.crypto, index_json, index_data)
         header = header_json(header) if header_json else compact_json(header)
         if len(header) > HEADER_REGION_BYTES:
             raise FormatError("the index is too large for a header")
@@ -532,3 +603,15 @@ class Writer:
         self._file.seek(0)
         self._file.write(MAGIC + self._length_line % len(header) + header)
         self._file.close()
+
+    def header_in_rows(self):
+        """The header of a redo record, with the index in rows."""
+        crypto = replace(self.crypto, payload_nonce=self._random(NONCE_BYTES))
+        rows = index_to_rows(self.files, self.folders)
+        return compact_json(self._header(crypto, rows, rows_data))
+
+    def _header(self, crypto, index, associated_data):
+        sealed = seal(index, self.master_key[:KEY_BYTES], crypto.payload_nonce,
+                      associated_data(crypto))
+        return {"crypto": crypto.to_json(), "encryptedIndex": to_base64(sealed),
+                "formatVersion": FORMAT_VERSION, "magic": "TESSEL"}

@@ -6,6 +6,7 @@
 #include "support/Files.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -34,6 +35,42 @@ std::size_t sizeOf(const QByteArray& array) {
 
 QString base64(const QByteArray& bytes) {
     return QString::fromLatin1(bytes.toBase64());
+}
+
+QJsonValue milliseconds(const QJsonValue& date) {
+    const QDateTime time = QDateTime::fromString(date.toString(), Qt::ISODateWithMs);
+    return time.isValid() ? QJsonValue(time.toMSecsSinceEpoch()) : QJsonValue();
+}
+
+QJsonArray rowOfFile(const QJsonObject& file) {
+    QJsonArray blocks;
+    const QJsonArray list = file.value(u"blocks").toArray();
+    for (const auto& item : list) {
+        const QJsonObject block = item.toObject();
+        blocks.append(QJsonArray{block.value(u"offset"), block.value(u"plainSize"),
+                                 block.value(u"encryptedSize"), block.value(u"nonce")});
+    }
+    const QByteArray digest = QByteArray::fromHex(file.value(u"sha256").toString().toLatin1());
+    return {file.value(u"id"),        file.value(u"vaultPath"),
+            file.value(u"sizeBytes"), milliseconds(file.value(u"lastModifiedUtc")),
+            base64(digest),           blocks};
+}
+
+// An index in the form that redo records have it in.
+QByteArray rowsOf(const QJsonObject& index) {
+    QJsonArray folders;
+    const QJsonArray directories = index.value(u"directories").toArray();
+    for (const auto& item : directories) {
+        const QJsonObject folder = item.toObject();
+        folders.append(QJsonArray{folder.value(u"path"), milliseconds(folder.value(u"createdUtc")),
+                                  milliseconds(folder.value(u"modifiedUtc"))});
+    }
+    QJsonArray files;
+    const QJsonArray entries = index.value(u"files").toArray();
+    for (const auto& item : entries) {
+        files.append(rowOfFile(item.toObject()));
+    }
+    return QJsonDocument(QJsonArray{folders, files}).toJson(QJsonDocument::Compact);
 }
 
 QByteArray hmac(const QByteArray& key, const QByteArray& message) {
@@ -243,6 +280,21 @@ CraftedContainer& CraftedContainer::cutAt(qint64 size) {
     return *this;
 }
 
+CraftedContainer CraftedContainer::withIndexInRows() const {
+    CraftedContainer copy = *this;
+    copy.keys.payloadNonce = QByteArray(24, 'R');
+    copy.m_encryptedIndex =
+        seal(rowsOf(QJsonDocument::fromJson(indexJson()).object()), keys.masterKey.left(32),
+             copy.keys.payloadNonce, copy.rowsAssociatedData());
+    return copy;
+}
+
+QByteArray CraftedContainer::redoRecord() const {
+    const QByteArray image = lengthLine() + headerJson();
+    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
+           QByteArray::number(image.size()).rightJustified(20, '0') + "TESSEL-REDO\n";
+}
+
 bool CraftedContainer::writeTo(const QString& path) const {
     const QByteArray start = m_magic + lengthLine() + headerJson();
     const qint64 paddingBytes = payloadOffset() - start.size();
@@ -273,6 +325,10 @@ QByteArray CraftedContainer::masterKeyAssociatedData() const {
 
 QByteArray CraftedContainer::indexAssociatedData() const {
     return "TESSEL|index|3|" + keys.cipher + '|' + keys.payloadNonce;
+}
+
+QByteArray CraftedContainer::rowsAssociatedData() const {
+    return "TESSEL|index-rows|3|" + keys.cipher + '|' + keys.payloadNonce;
 }
 
 QByteArray CraftedContainer::blockAssociatedData() {

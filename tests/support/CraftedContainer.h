@@ -103,6 +103,11 @@ public:
     /// Ends the file at this size, wherever that is.
     CraftedContainer& cutAt(qint64 size);
 
+    /// The same vault with its index in rows under another nonce, as a redo record holds it.
+    [[nodiscard]] CraftedContainer withIndexInRows() const;
+    /// The redo record with this vault's length line and header.
+    [[nodiscard]] QByteArray redoRecord() const;
+
     // --- The result and everything on the way to it -------------------------------------------
 
     /// Writes the container; the empty part of the header region takes no space on the drive.
@@ -114,6 +119,7 @@ public:
     [[nodiscard]] QByteArray passwordKey() const;
     [[nodiscard]] QByteArray masterKeyAssociatedData() const;
     [[nodiscard]] QByteArray indexAssociatedData() const;
+    [[nodiscard]] QByteArray rowsAssociatedData() const;
     [[nodiscard]] static QByteArray blockAssociatedData();
     [[nodiscard]] QByteArray encryptedMasterKey() const;
     [[nodiscard]] QByteArray indexJson() const;
