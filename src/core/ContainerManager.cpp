@@ -146,8 +146,7 @@ std::optional<qint64> endOfNonZeroBytes(QFile& file, qint64 from) {
 
 // A shorter length line than ours puts the payload so early that our header region would reach
 // into it.
-bool headerRegionWouldReachPayload(QFile& file) {
-    const std::optional<LengthLine> line = readLengthLine(file);
+bool headerRegionWouldReachPayload(const QFile& file, const std::optional<LengthLine>& line) {
     return line && line->lineBytes < LengthLineBytes &&
            file.size() > LengthLineOffset + line->lineBytes + HeaderRegionBytes;
 }
@@ -206,11 +205,18 @@ bool overwriteHeader(QFile& file, const QByteArray& bytes, const RewriteEnds& en
 }
 
 // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
-// again; a region that is not whole is written to its end.
+// again.
+bool rewriteHeaderUpTo(QFile& file, const QByteArray& image, qint64 end, const RewriteEnds& ends) {
+    const qint64 imageEnd = LengthLineOffset + image.size();
+    return overwriteHeader(file, image + QByteArray(std::max(end - imageEnd, qint64(0)), '\0'),
+                           ends);
+}
+
+// A region that is not whole is written to its end.
 bool rewriteHeader(QFile& file, const QByteArray& image, const RewriteEnds& ends) {
     const qint64 imageEnd = LengthLineOffset + image.size();
     const qint64 end = endOfNonZeroBytes(file, imageEnd).value_or(PayloadOffset);
-    return overwriteHeader(file, image + QByteArray(end - imageEnd, '\0'), ends);
+    return rewriteHeaderUpTo(file, image, end, ends);
 }
 
 // The length line and the header, unless the region has no room for that.
@@ -337,12 +343,11 @@ bool ContainerManager::repairHeader(const QString& path, const ContainerDocument
 bool ContainerManager::dropRedoRecord(const QString& path) const {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file) || headerRegionWouldReachPayload(file)) {
+        !readMagic(file)) {
         return false;
     }
-    const std::optional<LengthLine> line =
-        file.seek(LengthLineOffset) ? readLengthLine(file) : std::nullopt;
-    if (!line || !file.seek(LengthLineOffset)) {
+    const std::optional<LengthLine> line = readLengthLine(file);
+    if (!line || headerRegionWouldReachPayload(file, line) || !file.seek(LengthLineOffset)) {
         return false;
     }
     const QByteArray image = file.read(line->lineBytes + line->headerBytes);
@@ -378,23 +383,31 @@ bool ContainerManager::writeDocument(const QString& path, const ContainerDocumen
 
 bool ContainerManager::updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const {
-    return updateDocumentHeader(path, document, document);
+    return updateDocumentHeader(path, document, document, RegionRest::Unknown);
 }
 
 bool ContainerManager::updateDocumentHeader(const QString& path, const ContainerDocument& document,
-                                            const ContainerDocument& record) const {
+                                            const ContainerDocument& record,
+                                            RegionRest rest) const {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file) || headerRegionWouldReachPayload(file)) {
+        !readMagic(file)) {
         return false;
     }
+    const std::optional<LengthLine> line = readLengthLine(file);
     const std::optional<QByteArray> image = imageOf(buildHeader(document));
     const std::optional<QByteArray> recorded = imageOf(buildHeader(record));
-    if (!image || !recorded) {
+    if (headerRegionWouldReachPayload(file, line) || !image || !recorded) {
         return false;
     }
     const RewriteEnds ends{endOfPayload(file), file.size()};
-    return protectRewrite(file, *recorded) && rewriteHeader(file, *image, ends);
+    if (!protectRewrite(file, *recorded)) {
+        return false;
+    }
+    if (rest == RegionRest::Zero && line && line->lineBytes == LengthLineBytes) {
+        return rewriteHeaderUpTo(file, *image, HeaderOffset + line->headerBytes, ends);
+    }
+    return rewriteHeader(file, *image, ends);
 }
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {

@@ -15,6 +15,14 @@ class QIODevice;
 
 namespace Tessel::Core {
 
+/// What is behind the header in its region.
+enum class RegionRest {
+    /// Anything; it has to be read before it can be left alone.
+    Unknown,
+    /// Zero bytes: this program wrote the header, and nothing went wrong.
+    Zero
+};
+
 /// Reads and writes container files; the only place that knows their layout
 /// (docs/container-format.md). It holds no state and no keys.
 class ContainerManager {
@@ -47,7 +55,7 @@ public:
                                             const ContainerDocument& document) const;
     /// The same with another document in the redo record, one that says as much in fewer bytes.
     [[nodiscard]] bool updateDocumentHeader(const QString& path, const ContainerDocument& document,
-                                            const ContainerDocument& record) const;
+                                            const ContainerDocument& record, RegionRest rest) const;
 
     /// Reads the document that a redo record at the container's end holds.
     /// @return false, with @p out untouched, when there is no whole record.

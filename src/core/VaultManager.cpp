@@ -72,6 +72,7 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
     }
     m_containerFilePath = path;
     m_wrapping = wrappingOf(document);
+    m_regionRest = RegionRest::Unknown;
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();
 }
@@ -300,13 +301,18 @@ void VaultManager::prepareForIndexSave(ContainerDocument* document) const {
     renewPayloadNonce(document);
 }
 
-bool VaultManager::sealIndexIntoHeader(ContainerDocument* document,
-                                       const SecureFileIndex& index) const {
+bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const SecureFileIndex& index) {
     document->fileIndex = index;
     document->encryptedIndex = encryptIndex(*document, document->fileIndex);
     const ContainerDocument record = documentForRecord(*document, document->fileIndex);
-    return !document->encryptedIndex.isEmpty() && !record.encryptedIndex.isEmpty() &&
-           m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record);
+    const RegionRest rest = m_regionRest;
+    m_regionRest = RegionRest::Unknown;
+    if (document->encryptedIndex.isEmpty() || record.encryptedIndex.isEmpty() ||
+        !m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record, rest)) {
+        return false;
+    }
+    m_regionRest = RegionRest::Zero;
+    return true;
 }
 
 } // namespace Tessel::Core

@@ -172,7 +172,7 @@ private:
     void prepareForIndexSave(ContainerDocument* document) const;
     /// Seals the index under the document's nonce and rewrites the container's header.
     [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
-                                           const SecureFileIndex& index) const;
+                                           const SecureFileIndex& index);
 
     /// The vault's index without the file of this path, but with the folders above it.
     [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;
@@ -206,6 +206,8 @@ private:
     QByteArray m_masterKey;
     /// How the unlocked container holds its master key.
     QByteArray m_wrapping;
+    /// Of the unlocked container, as far as this session has seen to it.
+    RegionRest m_regionRest = RegionRest::Unknown;
     SecureFileIndex m_index;
     ContainerManager m_containerManager;
     CryptoManager m_cryptoManager;

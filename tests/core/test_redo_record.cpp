@@ -209,6 +209,8 @@ private Q_SLOTS:
     void recordIsSealedUnderANonceOfItsOwn();
     void repairSealsTheIndexUnderAFreshNonce();
     void headerWithItsIndexInRowsIsRefused();
+    void everyChangeLeavesZerosBehindTheHeader();
+    void bytesBehindAHeaderGoWithTheFirstChangeOfEachSession();
     void ignoresARecordCutShort();
     void ignoresARecordWithAByteAltered();
     void ignoresARecordOfAnotherVault();
@@ -340,6 +342,34 @@ void TestRedoRecord::headerWithItsIndexInRowsIsRefused() {
     const Change change;
     VaultFixture fixture(change.after.withIndexInRows());
     QVERIFY(!fixture.unlock());
+}
+
+void TestRedoRecord::everyChangeLeavesZerosBehindTheHeader() {
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    const auto isZero = [&fixture] {
+        return isZeroBehindTheHeader(readFile(fixture.container()));
+    };
+    // Growing and shrinking headers; the first change looks at all of the region, later ones
+    // at what the header before them covered.
+    QVERIFY(fixture.vault.createDirectory(QString(5000, u'x')) && isZero());
+    QVERIFY(fixture.vault.deleteDirectory(QString(5000, u'x')) && isZero());
+    QVERIFY(fixture.store(QString(3000, u'y'), "y") && isZero());
+    QVERIFY(fixture.vault.renameFile(QString(3000, u'y'), u"y"_qs) && isZero());
+    QVERIFY(fixture.vault.compactVault({}, nullptr) && isZero());
+    QVERIFY(fixture.vault.deleteFile(u"docs/a.bin"_qs) && isZero());
+}
+
+void TestRedoRecord::bytesBehindAHeaderGoWithTheFirstChangeOfEachSession() {
+    VaultFixture fixture(Change().before);
+    QVERIFY(fixture.unlock());
+    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.lockVault());
+    QVERIFY(writeFile(fixture.container(), Change::base().setPadding('x').bytes()));
+    QVERIFY(fixture.unlock());
+    QVERIFY(!isZeroBehindTheHeader(readFile(fixture.container())));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
 }
 
 void TestRedoRecord::ignoresARecordCutShort() {
