@@ -2,8 +2,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 # shellcheck shell=bash disable=SC2034
 
-# What scripts/run, scripts/package and scripts/test install. Sourced, not run: the lists are for
-# those who do.
+# What the scripts install. Sourced, not run: the lists are for those who do.
 
 # Building and starting the program.
 build_packages=(
@@ -35,6 +34,13 @@ test_packages=(
 fuzz_packages=(
     "${build_packages[@]}"
     ccache clang libclang-rt-dev
+)
+
+# Measuring beside other programs, see benchmarks/compare.
+benchmark_packages=(
+    "${build_packages[@]}"
+    ccache libbenchmark-dev python3
+    age gocryptfs fuse3 7zip gnupg openssl
 )
 
 missing_packages() {
