@@ -347,6 +347,15 @@ private:
     QHash<QString, QByteArray> m_copies;
 };
 
+// An array is taken for rows, in a record behind a torn header, and everything else for an index.
+CraftedContainer containerWith(const QByteArray& text) {
+    CraftedContainer crafted = container();
+    if (text.startsWith('[')) {
+        return crafted.addPayload(container().withRows(text).redoRecord()).setHeaderJson("torn");
+    }
+    return crafted.setIndexJson(text);
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -354,9 +363,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     const std::uint8_t operations = input.takeByte();
     const std::uint8_t selector = input.takeByte();
-    CraftedContainer crafted = container();
-    crafted.setIndexJson(input.takeRest());
-    expect(crafted.writeTo(places().containerPath()), "the container is written");
+    expect(containerWith(input.takeRest()).writeTo(places().containerPath()),
+           "the container is written");
 
     Session session(selector);
     if (session.unlock()) {

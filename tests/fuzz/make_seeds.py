@@ -68,6 +68,15 @@ def index(files=(), folders=()):
     return {"directories": list(folders), "files": list(files), "formatVersion": 1}
 
 
+def rows(value):
+    """An index as a redo record has it; every date is the one of these seeds."""
+    return compact([
+        [[item["path"], 1740837909120, 1740837909120] for item in value["directories"]],
+        [[item["id"], item["vaultPath"], item["sizeBytes"], 1740837909120, text64(bytes(32)),
+          [[block["offset"], block["plainSize"], block["encryptedSize"], block["nonce"]]
+           for block in item["blocks"]]] for item in value["files"]]])
+
+
 GOOD_INDEX = index([file("docs/a.txt", HUNDRED), file("b.bin", ONE, THOUSANDS), file("empty")],
                    [folder("docs"), folder("docs/old")])
 
@@ -108,10 +117,9 @@ def index_seeds():
 
 
 def rows_seeds():
-    blocks = [[HUNDRED["offset"], 100, 116, HUNDRED["nonce"]]]
-    row = ["0f8fad5b-d9cb-469f-a165-70867728950e", "docs/a.txt", 100, 1740837909120,
-           text64(bytes(32)), blocks]
-    yield "rows", compact([[["docs", 1740837909120, None]], [row, ["", "empty"], row]])
+    yield "rows", rows(GOOD_INDEX)
+    yield "rows-repeated", compact([[["d", 0, None], ["d", 1, 2]],
+                                    [["1", "f"], ["2", ""], ["3", "f"]]])
     yield "rows-of-other-types", compact([[1, {}, ["d", "x", 1e300]],
                                           [[{}, "f", "7", -1e300, 5, [[]]]]])
     yield "rows-of-times", compact([[["a", -62135596800000, 253402300799999],
@@ -258,7 +266,15 @@ def vault_seeds():
     yield "good-copies-changed", seed(copies | change, GOOD_INDEX)
     yield "large-block", seed(export | copies | imports | compact_,
                               index([file("l", LARGE, HUNDRED, ONE)]))
-    yield "no-object", seed(everything, b"[]")
+    yield "rows", seed(everything, rows(GOOD_INDEX))
+    yield "rows-second", seed(everything & ~folders, rows(GOOD_INDEX), 1)
+    yield "rows-copies-changed", seed(copies | change, rows(GOOD_INDEX))
+    yield "rows-empty", seed(everything, b"[]")
+    yield "rows-paths-that-leave", seed(everything, rows(index(
+        [file(path, HUNDRED) for path in ("../a", "/etc/a", "..", "a/./b")], [folder("..")])))
+    yield "rows-hostile-numbers", seed(everything, rows(index([file("a", block(
+        offset=-2**63, plainSize=2**63 - 1, encryptedSize=2**63 - 1))])))
+    yield "no-object", seed(everything, b"7")
     yield "no-json", seed(everything, b"\x00\xff")
     yield "same-block-twice", seed(export | compact_, index([file("a", ONE, ONE), file("b", ONE)]))
     yield "paths-that-leave", seed(everything, index(

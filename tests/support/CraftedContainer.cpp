@@ -281,11 +281,14 @@ CraftedContainer& CraftedContainer::cutAt(qint64 size) {
 }
 
 CraftedContainer CraftedContainer::withIndexInRows() const {
+    return withRows(rowsOf(QJsonDocument::fromJson(indexJson()).object()));
+}
+
+CraftedContainer CraftedContainer::withRows(const QByteArray& rows) const {
     CraftedContainer copy = *this;
     copy.keys.payloadNonce = QByteArray(24, 'R');
     copy.m_encryptedIndex =
-        seal(rowsOf(QJsonDocument::fromJson(indexJson()).object()), keys.masterKey.left(32),
-             copy.keys.payloadNonce, copy.rowsAssociatedData());
+        seal(rows, keys.masterKey.left(32), copy.keys.payloadNonce, copy.rowsAssociatedData());
     return copy;
 }
 

@@ -105,6 +105,8 @@ public:
 
     /// The same vault with its index in rows under another nonce, as a redo record holds it.
     [[nodiscard]] CraftedContainer withIndexInRows() const;
+    /// The same with any bytes for the rows.
+    [[nodiscard]] CraftedContainer withRows(const QByteArray& rows) const;
     /// The redo record with this vault's length line and header.
     [[nodiscard]] QByteArray redoRecord() const;
 
