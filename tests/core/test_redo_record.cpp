@@ -144,6 +144,13 @@ struct Change {
     }
 };
 
+constexpr qint64 PageBytes = 4096;
+
+/// Bytes of no block that leave nothing of the file's last page when @p behind follow them.
+CraftedContainer withoutRoomInItsLastPage(CraftedContainer vault, qint64 behind = 0) {
+    return vault.leaveGap(PageBytes - (vault.fileSize() + behind) % PageBytes);
+}
+
 QStringList foldersOf(const VaultManager& vault) {
     QStringList paths;
     const QList<VaultDirectoryEntry> folders = vault.fileIndex().directories();
@@ -225,6 +232,7 @@ private Q_SLOTS:
     void readOnlyTornContainerIsReadable();
     void fullDriveStillDeletes();
     void fullDriveUsesTheRoomOfAnOldRecord();
+    void fullDriveClearsWhatAFailedChangeLeft();
     void failedRewritePutsTheOldHeaderBack_data();
     void failedRewritePutsTheOldHeaderBack();
     void rewriteThatCannotBeUndoneLeavesItsRecord_data();
@@ -582,20 +590,19 @@ void TestRedoRecord::readOnlyTornContainerIsReadable() {
 
 void TestRedoRecord::fullDriveStillDeletes() {
     NEEDS_PRIVATE_MOUNTS();
-    const Change change;
+    // No record, however small, may find room in what is left of a page.
+    const CraftedContainer before = withoutRoomInItsLastPage(Change::base());
     const SmallDisk disk(12 * MiB);
     QVERIFY(disk.isMounted());
     const QString path = disk.filePath(u"tessel.tvlt"_qs);
-    QVERIFY(writeFile(path, change.before.bytes()));
+    QVERIFY(writeFile(path, before.bytes()));
     QVERIFY(disk.fillUpTo(0));
     VaultFixture fixture;
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    // What is left of the container's last page takes no record of this size.
-    QVERIFY(change.before.redoRecord().size() > 4096 - change.before.fileSize() % 4096);
 
     QVERIFY(!fixture.store(u"c.txt"_qs, noise(100000)));
     QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
-    QCOMPARE(QFileInfo(path).size(), change.before.fileSize());
+    QCOMPARE(QFileInfo(path).size(), before.fileSize());
     QCOMPARE(indexAsOpenedAnew(path, TestPassword), fixture.vault.fileIndex().toJson());
     QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
 }
@@ -608,7 +615,8 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     const SmallDisk disk(12 * MiB);
     QVERIFY(disk.isMounted());
     const QString path = disk.filePath(u"tessel.tvlt"_qs);
-    QVERIFY(writeFile(path, change.before.bytes() + change.record));
+    const CraftedContainer before = withoutRoomInItsLastPage(change.before, change.record.size());
+    QVERIFY(writeFile(path, before.bytes() + change.record));
     QVERIFY(disk.fillUpTo(0));
     // The first write settles the header that stands there.
     const DriverRun run =
@@ -622,6 +630,32 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
     QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_qs});
     QVERIFY(!isAfterState(fixture.vault));
+}
+
+void TestRedoRecord::fullDriveClearsWhatAFailedChangeLeft() {
+    NEEDS_PRIVATE_MOUNTS();
+    // Without room for a record, a drive pulled out between a shorter header and the zeros behind
+    // it leaves one that opens, with the end of the longer one behind it.
+    const CraftedContainer before = withoutRoomInItsLastPage(Change::base());
+    const QString folder(5000, u'x');
+    const SmallDisk disk(12 * MiB);
+    QVERIFY(disk.isMounted());
+    const QString path = disk.filePath(u"tessel.tvlt"_qs);
+    QVERIFY(writeFile(path, before.bytes()));
+    VaultFixture fixture;
+    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
+    QVERIFY(fixture.vault.createDirectory(folder));
+    QVERIFY(disk.fillUpTo(0));
+    {
+        const qint64 headerEnd = before.headerOffset() + before.headerJson().size();
+        const FailingHeader failing(path, headerEnd + 1, FailingHeader::Always);
+        QVERIFY(!fixture.vault.deleteDirectory(folder));
+        QVERIFY(FailingHeader::struck(FailingHeader::Always));
+    }
+    QVERIFY(!readFile(path).contains(RecordMark));
+    QVERIFY(!isZeroBehindTheHeader(readFile(path)));
+    QVERIFY(fixture.vault.deleteDirectory(folder));
+    QVERIFY(isZeroBehindTheHeader(readFile(path)));
 }
 
 void TestRedoRecord::failedRewritePutsTheOldHeaderBack_data() {
