@@ -33,6 +33,8 @@ struct Session {
     QByteArray password;
     QStringList arguments;
     QString error;
+    /// Whether the operation is not the first change of the session.
+    bool isLater = false;
 
     QString argument(qsizetype at) const { return arguments.value(at); }
 };
@@ -60,18 +62,6 @@ const QMap<QString, Operation>& operations() {
         {QStringLiteral("export"),
          [](Session& s) {
              return s.vault.exportFile(s.argument(0), s.argument(1));
-         }},
-        {QStringLiteral("move"),
-         [](Session& s) {
-             return s.vault.moveFile(s.argument(0), s.argument(1));
-         }},
-        {QStringLiteral("rename-folder"),
-         [](Session& s) {
-             return s.vault.renameDirectory(s.argument(0), s.argument(1));
-         }},
-        {QStringLiteral("delete-folder"),
-         [](Session& s) {
-             return s.vault.deleteDirectory(s.argument(0));
          }},
         {QStringLiteral("delete"),
          [](Session& s) {
@@ -134,6 +124,9 @@ bool runUnlocked(Session& session, const QString& operation) {
     if (operation == QLatin1String("unlock")) {
         return true;
     }
+    if (session.isLater && !session.vault.saveIndex(session.vault.fileIndex())) {
+        return false;
+    }
     if (operation == QLatin1String("lock-edited") && !editCopy(session)) {
         return false;
     }
@@ -175,7 +168,10 @@ int main(int argc, char** argv) {
     Session session;
     session.container = arguments.takeFirst();
     session.password = arguments.takeFirst().toUtf8();
-    const QString operation = arguments.takeFirst();
+    QString operation = arguments.takeFirst();
+    const QString later = QStringLiteral("later-");
+    session.isLater = operation.startsWith(later);
+    operation.remove(0, session.isLater ? later.size() : 0);
     session.arguments = arguments;
 
     bool result = false;

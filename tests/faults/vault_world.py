@@ -44,6 +44,10 @@ OPERATIONS = (
     Operation("rename file", "rename", ("b.txt", "d.txt")),
     Operation("move file", "move", ("b.txt", "docs")),
     Operation("delete file", "delete", ("docs/a.bin",)),
+    # A session looks through the header region at its first change only.
+    Operation("import, later in a session", "later-import",
+              ("@files/novo.bin", "pasta nova/novo.bin")),
+    Operation("delete file, later in a session", "later-delete", ("docs/a.bin",)),
     Operation("rename folder", "rename-folder", ("docs", "x/papeis")),
     Operation("delete folder", "delete-folder", ("pasta 3",)),
     Operation("change password", "password", (NEW_PASSWORD,), slow=True,
