@@ -180,7 +180,7 @@ void cutTo(QFile& file, qint64 size) {
 
 // What a rewrite of the header leaves of the file.
 struct RewriteEnds {
-    /// Where the payload ends; nothing behind it is needed once the new header stands.
+    /// Nothing behind this is needed once the new header stands.
     qint64 payload = 0;
     /// The file's size before the rewrite. A record in there may be all that is left of a header
     /// torn earlier, so a rewrite that is undone must leave it.
@@ -195,13 +195,17 @@ bool overwriteHeader(QFile& file, const QByteArray& bytes, const RewriteEnds& en
     // Old bytes that cannot be read could not be put back either.
     const bool canUndo = before.size() == oldBytes;
     if (canUndo && writeAtLengthLine(file, bytes)) {
-        cutTo(file, std::max(ends.payload, PayloadOffset));
+        cutTo(file, ends.payload);
         return true;
     }
     if (!canUndo || writeAtLengthLine(file, before)) {
         cutTo(file, ends.formerSize);
     }
     return false;
+}
+
+RewriteEnds endsOf(QFile& file) {
+    return {std::max(endOfPayload(file), PayloadOffset), file.size()};
 }
 
 // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
@@ -217,6 +221,13 @@ bool rewriteHeader(QFile& file, const QByteArray& image, const RewriteEnds& ends
     const qint64 imageEnd = LengthLineOffset + image.size();
     const qint64 end = endOfNonZeroBytes(file, imageEnd).value_or(PayloadOffset);
     return rewriteHeaderUpTo(file, image, end, ends);
+}
+
+// Rewrites the header in front of a record that must not stay: a change that finds no room for its
+// own would otherwise be followed by it.
+bool settleHeader(QFile& file, const QByteArray& image) {
+    const RewriteEnds ends = endsOf(file);
+    return rewriteHeader(file, image, ends) && file.size() <= ends.payload;
 }
 
 // The length line and the header, unless the region has no room for that.
@@ -337,7 +348,7 @@ bool ContainerManager::repairHeader(const QString& path, const ContainerDocument
         return false;
     }
     const std::optional<QByteArray> image = imageOf(buildHeader(document));
-    return image && rewriteHeader(file, *image, {endOfPayload(file), file.size()});
+    return image && settleHeader(file, *image);
 }
 
 bool ContainerManager::dropRedoRecord(const QString& path) const {
@@ -351,8 +362,7 @@ bool ContainerManager::dropRedoRecord(const QString& path) const {
         return false;
     }
     const QByteArray image = file.read(line->lineBytes + line->headerBytes);
-    return image.size() == line->lineBytes + line->headerBytes &&
-           rewriteHeader(file, image, {endOfPayload(file), file.size()});
+    return image.size() == line->lineBytes + line->headerBytes && settleHeader(file, image);
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
@@ -400,7 +410,7 @@ bool ContainerManager::updateDocumentHeader(const QString& path, const Container
     if (headerRegionWouldReachPayload(file, line) || !image || !recorded) {
         return false;
     }
-    const RewriteEnds ends{endOfPayload(file), file.size()};
+    const RewriteEnds ends = endsOf(file);
     if (!protectRewrite(file, *recorded)) {
         return false;
     }

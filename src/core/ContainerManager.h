@@ -47,27 +47,30 @@ public:
     [[nodiscard]] bool writeDocument(const QString& path, const ContainerDocument& document) const;
 
     /// Rewrites the length line and the header region of an existing container where they stand,
-    /// under the protection of a redo record behind the payload, which is gone when this returns
-    /// true. When it returns true, the header and everything written to the container before it is
-    /// on the drive. On failure the old header is put back; where even that fails, the record
-    /// stays, and holds the document.
+    /// under the protection of a redo record behind the payload, which is cut off afterwards. When
+    /// it returns true, the header and everything written to the container before it is on the
+    /// drive. On failure the old header is put back; where even that fails, the record stays, and
+    /// holds the document.
     [[nodiscard]] bool updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const;
-    /// The same with another document in the redo record, one that says as much in fewer bytes.
+    /// The same with another document in the redo record: one that wraps the same master key and
+    /// says as much of the index in fewer bytes.
+    /// @param rest what lies behind the container's present header
     [[nodiscard]] bool updateDocumentHeader(const QString& path, const ContainerDocument& document,
                                             const ContainerDocument& record, RegionRest rest) const;
 
     /// Reads the document that a redo record at the container's end holds.
     /// @return false, with @p out untouched, when there is no whole record.
     [[nodiscard]] bool readRedoRecord(const QString& path, ContainerDocument* out) const;
-    /// Writes @p document, which the redo record at the container's end holds, into the header's
-    /// place, and cuts the record off. To be called only when the container's own header does not
-    /// open and the record's does.
-    /// @return false, with nothing changed, also when there is no record.
+    /// Writes @p document, which says what the one of the redo record at the container's end says,
+    /// into the header's place, and cuts the record off. To be called only when the container's own
+    /// header does not open and the record's does.
+    /// @return false also when there is no record, or when it could not be cut off.
     [[nodiscard]] bool repairHeader(const QString& path, const ContainerDocument& document) const;
     /// Cuts off the redo record at the container's end. The header is written once more before: one
     /// that was put back after a failure may stand in the system's cache and not on the drive. To
     /// be called only when the container's own header opens.
+    /// @return false also when the record could not be cut off.
     [[nodiscard]] bool dropRedoRecord(const QString& path) const;
 
     /// The header as compact JSON.

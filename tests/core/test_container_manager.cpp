@@ -625,14 +625,38 @@ private Q_SLOTS:
         QFETCH(const qint64, before);
         QFETCH(const qint64, after);
         const QByteArray payload = payloadOf(100000);
-        QVERIFY(
-            m_manager.writeDocument(path(), documentWithHeaderOf(before), [&](QIODevice* device) {
-                return device->write(payload) == payload.size();
-            }));
         const ContainerDocument document = documentWithHeaderOf(after);
-        QVERIFY(m_manager.updateDocumentHeader(path(), document));
-        // Exactly as if the new header had been written from the start: zeros behind it.
-        QVERIFY(readFile(path()) == containerWith(m_manager.buildHeader(document), payload));
+        for (const RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
+            QVERIFY(m_manager.writeDocument(
+                path(), documentWithHeaderOf(before),
+                [&](QIODevice* device) { return device->write(payload) == payload.size(); }));
+            QVERIFY(m_manager.updateDocumentHeader(path(), document, document, rest));
+            // Exactly as if the new header had been written from the start: zeros behind it.
+            QVERIFY(readFile(path()) == containerWith(m_manager.buildHeader(document), payload));
+        }
+    }
+
+    void aRegionUnderALineOfAnotherLengthIsLookedThrough() {
+        const QByteArray line = QByteArray(29, '0') + "2\n";
+        QByteArray bytes = QByteArray("TESSEL3" + line + "{}").leftJustified(PayloadAt + 10, '\0');
+        bytes[HeaderAt + 5000] = 'x';
+        QVERIFY(writeFile(path(), bytes));
+        const ContainerDocument document = sampleDocument();
+        QVERIFY(m_manager.updateDocumentHeader(path(), document, document, RegionRest::Zero));
+        QVERIFY(readFile(path()) == containerWith(sampleHeader(), QByteArray(10, '\0')));
+    }
+
+    void aRecordLargerThanTheRegionIsRefused() {
+        const QByteArray bytes = containerWith(SmallHeader, "payload");
+        QVERIFY(writeFile(path(), bytes));
+        for (const RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
+            QVERIFY(!m_manager.updateDocumentHeader(path(), sampleDocument(),
+                                                    documentWithHeaderOf(RegionBytes + 1), rest));
+            QVERIFY(readFile(path()) == bytes);
+        }
+        QVERIFY(m_manager.updateDocumentHeader(
+            path(), sampleDocument(), documentWithHeaderOf(RegionBytes), RegionRest::Zero));
+        QVERIFY(readFile(path()) == containerWith(sampleHeader(), "payload"));
     }
 
     void rewritingClearsWhateverWasInTheRegion() {

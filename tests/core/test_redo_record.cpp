@@ -96,7 +96,7 @@ struct Change {
     CraftedContainer after = base();
 
     /// The record that protects it.
-    QByteArray record = after.redoRecord();
+    QByteArray record;
 
     /// A new folder.
     Change() {
@@ -218,6 +218,7 @@ private Q_SLOTS:
     void headerWithItsIndexInRowsIsRefused();
     void everyChangeLeavesZerosBehindTheHeader();
     void bytesBehindAHeaderGoWithTheFirstChangeOfEachSession();
+    void laterChangesOfASessionReadTheHeaderAlone();
     void ignoresARecordCutShort();
     void ignoresARecordWithAByteAltered();
     void ignoresARecordOfAnotherVault();
@@ -232,6 +233,7 @@ private Q_SLOTS:
     void readOnlyTornContainerIsReadable();
     void fullDriveStillDeletes();
     void fullDriveUsesTheRoomOfAnOldRecord();
+    void fullDriveRefusesAChangeInFrontOfARecordThatStays();
     void fullDriveClearsWhatAFailedChangeLeft();
     void failedRewritePutsTheOldHeaderBack_data();
     void failedRewritePutsTheOldHeaderBack();
@@ -378,6 +380,28 @@ void TestRedoRecord::bytesBehindAHeaderGoWithTheFirstChangeOfEachSession() {
     QVERIFY(!isZeroBehindTheHeader(readFile(fixture.container())));
     QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
     QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
+}
+
+void TestRedoRecord::laterChangesOfASessionReadTheHeaderAlone() {
+    NEEDS_TRACING();
+    const auto bytesReadBy = [](const QString& operation) {
+        const VaultFixture fixture(Change().before);
+        const QStringList calls = callsOfDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), operation, u"x"_qs},
+            u"read,pread64,rmdir"_qs);
+        qint64 sum = 0;
+        bool begun = false;
+        for (const QString& call : calls) {
+            begun = begun || call.contains(u"/tessel-begin"_qs);
+            if (begun && call.contains(fixture.container())) {
+                sum += call.mid(call.lastIndexOf(u' ') + 1).toLongLong();
+            }
+        }
+        return sum;
+    };
+    QVERIFY(bytesReadBy(u"mkdir"_qs) > HeaderBytes - 100000);
+    const qint64 later = bytesReadBy(u"later-mkdir"_qs);
+    QVERIFY2(later > 1000 && later < 100000, qPrintable(QString::number(later)));
 }
 
 void TestRedoRecord::ignoresARecordCutShort() {
@@ -630,6 +654,30 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
     QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_qs});
     QVERIFY(!isAfterState(fixture.vault));
+}
+
+void TestRedoRecord::fullDriveRefusesAChangeInFrontOfARecordThatStays() {
+    NEEDS_PRIVATE_MOUNTS();
+    NEEDS_TRACING();
+    const Change change;
+    const SmallDisk disk(12 * MiB);
+    QVERIFY(disk.isMounted());
+    const QString path = disk.filePath(u"tessel.tvlt"_qs);
+    const CraftedContainer before = withoutRoomInItsLastPage(change.before, change.record.size());
+    QVERIFY(writeFile(path, before.bytes() + change.record));
+    QVERIFY(disk.fillUpTo(0));
+    const DriverRun run =
+        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
+                  {u"ftruncate:error=ENOSPC:when=1"_qs, u"write:signal=KILL:when=2"_qs});
+    if (run.ended()) {
+        QVERIFY(run.refused());
+        return;
+    }
+    // Killed before the header, which a pull would now have torn.
+    QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+    VaultFixture fixture;
+    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
+    QVERIFY2(!isAfterState(fixture.vault), "a change that was given up long ago has come back");
 }
 
 void TestRedoRecord::fullDriveClearsWhatAFailedChangeLeft() {
