@@ -20,6 +20,15 @@ constexpr int IndexFormatVersion = 1;
 constexpr qsizetype TypicalEntryBytes = 400;
 constexpr qsizetype TypicalRowBytes = 250;
 
+// Dates have four digits of a year; every other one counts as not known.
+bool isKnown(const QDateTime& dateTime) {
+    // 0001-01-01T00:00:00.000Z and 9999-12-31T23:59:59.999Z.
+    constexpr qint64 Earliest = -62135596800000;
+    constexpr qint64 Latest = 253402300799999;
+    const qint64 time = dateTime.isValid() ? dateTime.toMSecsSinceEpoch() : Latest + 1;
+    return Earliest <= time && time <= Latest;
+}
+
 // Writes @p number over the digits that end at @p end.
 void putDigits(QByteArray* text, qsizetype end, qsizetype digits, int number) {
     for (qsizetype i = 1; i <= digits; ++i, number /= 10) {
@@ -28,17 +37,14 @@ void putDigits(QByteArray* text, qsizetype end, qsizetype digits, int number) {
 }
 
 // The toolkit puts a date together from printf pieces, which cost more than a third of the whole
-// index's JSON. Years of other than four digits are left to it.
+// index's JSON.
 QByteArray dateToText(const QDateTime& dateTime) {
-    if (!dateTime.isValid()) {
+    if (!isKnown(dateTime)) {
         return {};
     }
     const QDateTime utc = dateTime.toUTC();
     const QDate date = utc.date();
     const QTime time = utc.time();
-    if (date.year() < 1 || date.year() > 9999) {
-        return utc.toString(Qt::ISODateWithMs).toLatin1();
-    }
     QByteArray text = QByteArrayLiteral("0000-00-00T00:00:00.000Z");
     putDigits(&text, 4, 4, date.year());
     putDigits(&text, 7, 2, date.month());
@@ -144,8 +150,8 @@ void appendDirectory(QByteArray* json, const VaultDirectoryEntry& directory) {
 
 // Milliseconds since 1970 in UTC; null when the time is not known.
 void appendTime(QByteArray* json, const QDateTime& dateTime) {
-    *json += dateTime.isValid() ? QByteArray::number(dateTime.toMSecsSinceEpoch())
-                                : QByteArrayLiteral("null");
+    *json += isKnown(dateTime) ? QByteArray::number(dateTime.toMSecsSinceEpoch())
+                               : QByteArrayLiteral("null");
 }
 
 QDateTime timeFromJson(const QJsonValue& value) {
@@ -320,6 +326,8 @@ SecureFileIndex SecureFileIndex::fromRows(const QByteArray& rows) {
         putEntry(&index.m_directories, &index.m_directoryPositions, directory.path, directory);
     }
     const QJsonArray files = lists.at(1).toArray();
+    index.m_entries.reserve(files.size());
+    index.m_entryPositions.reserve(files.size());
     for (const auto& row : files) {
         const VaultFileEntry entry = entryFromRow(row.toArray());
         putEntry(&index.m_entries, &index.m_entryPositions, entry.vaultPath, entry);

@@ -689,6 +689,21 @@ private Q_SLOTS:
         QCOMPARE(read.entries().constFirst().sizeBytes, Largest);
     }
 
+    void rowsKnowNoDateThatTheJsonDoesNot() {
+        // A file may be as old, or as far ahead, as its file system lets it be.
+        SecureFileIndex index;
+        for (const int year : {-1, 10000}) {
+            VaultFileEntry entry = file(QString::number(year));
+            entry.lastModifiedUtc = utc(year, 1, 1, 0, 0, 0, 0);
+            QVERIFY(entry.lastModifiedUtc.isValid() && index.addOrReplace(entry));
+        }
+        const QList<VaultFileEntry> fromJson = SecureFileIndex::fromJson(index.toJson()).entries();
+        const QList<VaultFileEntry> fromRows = SecureFileIndex::fromRows(index.toRows()).entries();
+        for (qsizetype i = 0; i < fromJson.size(); ++i) {
+            QCOMPARE(fromRows.at(i).lastModifiedUtc, fromJson.at(i).lastModifiedUtc);
+        }
+    }
+
     void textThatIsNoRowsGivesAnEmptyIndex_data() {
         QTest::addColumn<QByteArray>("rows");
         QTest::newRow("nothing") << QByteArray();
