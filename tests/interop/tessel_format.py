@@ -270,6 +270,9 @@ def index_to_json(files, folders):
 
 EPOCH = datetime.datetime(1970, 1, 1, tzinfo=datetime.timezone.utc)
 MILLISECOND = datetime.timedelta(milliseconds=1)
+FOLDER_ROW = ("path", "createdUtc", "modifiedUtc")
+FILE_ROW = ("id", "vaultPath", "sizeBytes", "lastModifiedUtc", "sha256", "blocks")
+BLOCK_ROW = ("offset", "plainSize", "encryptedSize", "nonce")
 
 
 def index_to_rows(files, folders):
@@ -282,20 +285,36 @@ def index_to_rows(files, folders):
 
 
 def index_from_rows(data):
-    """The file and folder entries; only what a writer writes."""
+    """The file and folder entries; a later row takes the place of one with the same path."""
     try:
-        folders, files = json.loads(data.decode("utf-8"))
-        return [_file_from_row(*row) for row in files], [
-            FolderEntry(path, _date(created), _date(modified))
-            for path, created, modified in folders]
-    except (ValueError, TypeError, OverflowError) as error:
-        raise FormatError("index in rows") from error
+        value = json.loads(data.decode("utf-8"), parse_constant=_no_constant)
+    except (ValueError, RecursionError):
+        value = []
+    lists = _members(value, ("folders", "files"))
+    files, folders = {}, {}
+    for row in array(lists, "files"):
+        entry = _file_from_row(_members(row, FILE_ROW))
+        if entry.path:
+            files[entry.path] = entry
+    for row in array(lists, "folders"):
+        item = _members(row, FOLDER_ROW)
+        if text(item, "path"):
+            folders[text(item, "path")] = FolderEntry(
+                text(item, "path"), _date(item.get("createdUtc")), _date(item.get("modifiedUtc")))
+    return list(files.values()), list(folders.values())
 
 
-def _file_from_row(identifier, path, size, modified, sha256, blocks):
-    return FileEntry(identifier, path, size, _date(modified), base64.b64decode(sha256), [
-        Block(offset, plain_size, encrypted_size, base64.b64decode(nonce))
-        for offset, plain_size, encrypted_size, nonce in blocks])
+def _members(row, names):
+    return dict(zip(names, row)) if isinstance(row, list) else {}
+
+
+def _file_from_row(item):
+    blocks = [
+        Block(int64(block.get("offset")), int64(block.get("plainSize")),
+              int64(block.get("encryptedSize")), base64_member(block, "nonce"))
+        for block in (_members(row, BLOCK_ROW) for row in array(item, "blocks"))]
+    return FileEntry(text(item, "id"), text(item, "vaultPath"), int64(item.get("sizeBytes")),
+                     _date(item.get("lastModifiedUtc")), base64_member(item, "sha256"), blocks)
 
 
 def _milliseconds(date):
@@ -303,7 +322,11 @@ def _milliseconds(date):
 
 
 def _date(milliseconds):
-    return "" if milliseconds is None else _iso_date(EPOCH + milliseconds * MILLISECOND)
+    try:
+        known = is_number(milliseconds)
+        return _iso_date(EPOCH + int64(milliseconds) * MILLISECOND) if known else ""
+    except OverflowError:
+        return ""
 
 
 # --- Reading ----------------------------------------------------------------------------------
@@ -330,6 +353,8 @@ def read_redo_record(file):
     digest, digits = trailer[:32], trailer[32:32 + LENGTH_DIGITS]
     if not trailer.endswith(REDO_MARK) or not digits.isdigit():
         raise FormatError("no redo record")
+    if int(digits) > LENGTH_DIGITS + 1 + HEADER_REGION_BYTES:
+        raise FormatError("size of the redo record")
     begin = size - REDO_TRAILER_BYTES - int(digits)
     if begin < PAYLOAD_OFFSET:
         raise FormatError("size of the redo record")
@@ -534,7 +559,9 @@ def date_text(seconds):
 
 
 def _iso_date(moment):
-    return moment.strftime("%Y-%m-%dT%H:%M:%S.") + f"{moment.microsecond // 1000:03d}Z"
+    # The C library gives years before 1000 fewer than four digits.
+    return (f"{moment.year:04d}" + moment.strftime("-%m-%dT%H:%M:%S.") +
+            f"{moment.microsecond // 1000:03d}Z")
 
 
 def redo_record(header):
