@@ -204,6 +204,20 @@ qint64 endOfLastBlock(const SecureFileIndex& index) {
     return end;
 }
 
+/// A drive that these bytes of a container fill, to the last one where they end with a page.
+class FullDrive {
+public:
+    explicit FullDrive(const QByteArray& container)
+        : m_full(m_disk.isMounted() && writeFile(path(), container) && m_disk.fillUpTo(0)) {}
+
+    [[nodiscard]] bool isFull() const { return m_full; }
+    [[nodiscard]] QString path() const { return m_disk.filePath(u"tessel.tvlt"_qs); }
+
+private:
+    SmallDisk m_disk{12 * MiB};
+    bool m_full;
+};
+
 } // namespace
 
 class TestRedoRecord : public QObject {
@@ -616,18 +630,15 @@ void TestRedoRecord::fullDriveStillDeletes() {
     NEEDS_PRIVATE_MOUNTS();
     // No record, however small, may find room in what is left of a page.
     const CraftedContainer before = withoutRoomInItsLastPage(Change::base());
-    const SmallDisk disk(12 * MiB);
-    QVERIFY(disk.isMounted());
-    const QString path = disk.filePath(u"tessel.tvlt"_qs);
-    QVERIFY(writeFile(path, before.bytes()));
-    QVERIFY(disk.fillUpTo(0));
+    const FullDrive drive(before.bytes());
+    QVERIFY(drive.isFull());
     VaultFixture fixture;
-    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
+    QVERIFY(fixture.vault.unlockVault(drive.path(), TestPassword));
 
     QVERIFY(!fixture.store(u"c.txt"_qs, noise(100000)));
     QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
-    QCOMPARE(QFileInfo(path).size(), before.fileSize());
-    QCOMPARE(indexAsOpenedAnew(path, TestPassword), fixture.vault.fileIndex().toJson());
+    QCOMPARE(QFileInfo(drive.path()).size(), before.fileSize());
+    QCOMPARE(indexAsOpenedAnew(drive.path(), TestPassword), fixture.vault.fileIndex().toJson());
     QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
 }
 
@@ -636,12 +647,10 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     // Otherwise a rewrite that finds no room would run in front of a record that is older than
     // the header, and a pull in the middle would go back to that.
     const Change change;
-    const SmallDisk disk(12 * MiB);
-    QVERIFY(disk.isMounted());
-    const QString path = disk.filePath(u"tessel.tvlt"_qs);
     const CraftedContainer before = withoutRoomInItsLastPage(change.before, change.record.size());
-    QVERIFY(writeFile(path, before.bytes() + change.record));
-    QVERIFY(disk.fillUpTo(0));
+    const FullDrive drive(before.bytes() + change.record);
+    QVERIFY(drive.isFull());
+    const QString path = drive.path();
     // The first write settles the header that stands there.
     const DriverRun run =
         runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
@@ -660,12 +669,10 @@ void TestRedoRecord::fullDriveRefusesAChangeInFrontOfARecordThatStays() {
     NEEDS_PRIVATE_MOUNTS();
     NEEDS_TRACING();
     const Change change;
-    const SmallDisk disk(12 * MiB);
-    QVERIFY(disk.isMounted());
-    const QString path = disk.filePath(u"tessel.tvlt"_qs);
     const CraftedContainer before = withoutRoomInItsLastPage(change.before, change.record.size());
-    QVERIFY(writeFile(path, before.bytes() + change.record));
-    QVERIFY(disk.fillUpTo(0));
+    const FullDrive drive(before.bytes() + change.record);
+    QVERIFY(drive.isFull());
+    const QString path = drive.path();
     const DriverRun run =
         runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
                   {u"ftruncate:error=ENOSPC:when=1"_qs, u"write:signal=KILL:when=2"_qs});
