@@ -104,13 +104,30 @@ bool isPlain(const QString& text) {
     });
 }
 
-void appendText(QByteArray* json, const QString& text) {
+// What stands between the quotes of a JSON text.
+QByteArray textInJson(const QString& text) {
     if (isPlain(text)) {
-        *json += '"' + text.toUtf8() + '"';
-        return;
+        return text.toUtf8();
     }
     const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    *json += QByteArrayView(array).sliced(1).chopped(1);
+    return array.sliced(2).chopped(2);
+}
+
+void appendText(QByteArray* json, const QString& text) {
+    // Qt's reader takes a byte order mark at the beginning for no part of the text, unless it is
+    // escaped.
+    const bool isMarked = text.startsWith(QChar::ByteOrderMark);
+    *json += isMarked ? "\"\\ufeff" : "\"";
+    *json += textInJson(isMarked ? text.sliced(1) : text);
+    *json += '"';
+}
+
+// JSON in which no text begins with a byte order mark as it is: earlier versions wrote it so, and
+// two names became one when they were read. The bytes can follow a quote within a text as well,
+// where the escape means the same.
+QByteArray withEscapedMarks(QByteArray json) {
+    constexpr QByteArrayView Mark("\"\xef\xbb\xbf");
+    return json.contains(Mark) ? json.replace(Mark, "\"\\ufeff") : json;
 }
 
 template <typename Item, typename Append>
@@ -290,7 +307,7 @@ QByteArray SecureFileIndex::toJson() const {
 
 SecureFileIndex SecureFileIndex::fromJson(const QByteArray& json) {
     SecureFileIndex index;
-    const QJsonObject object = QJsonDocument::fromJson(json).object();
+    const QJsonObject object = QJsonDocument::fromJson(withEscapedMarks(json)).object();
     const QJsonArray files = object.value(u"files").toArray();
     index.m_entries.reserve(files.size());
     index.m_entryPositions.reserve(files.size());
@@ -319,7 +336,7 @@ QByteArray SecureFileIndex::toRows() const {
 
 SecureFileIndex SecureFileIndex::fromRows(const QByteArray& rows) {
     SecureFileIndex index;
-    const QJsonArray lists = QJsonDocument::fromJson(rows).array();
+    const QJsonArray lists = QJsonDocument::fromJson(withEscapedMarks(rows)).array();
     const QJsonArray folders = lists.at(0).toArray();
     for (const auto& row : folders) {
         const VaultDirectoryEntry directory = directoryFromRow(row.toArray());

@@ -364,6 +364,15 @@ private Q_SLOTS:
         QTest::newRow("line separator") << QStringLiteral("\u2028") << QByteArray("\xe2\x80\xa8");
         QTest::newRow("beyond 16 bits")
             << QStringLiteral("\U0001f512") << QByteArray("\xf0\x9f\x94\x92");
+        QTest::newRow("byte order mark")
+            << QStringLiteral("\ufeffa\ufeff") << QByteArray("\\ufeffa\xef\xbb\xbf");
+        QTest::newRow("two byte order marks")
+            << QStringLiteral("\ufeff\ufeff") << QByteArray("\\ufeff\xef\xbb\xbf");
+        QTest::newRow("byte order mark and quotes")
+            << QStringLiteral("\ufeff\"\ufeff") << QByteArray("\\ufeff\\\"\xef\xbb\xbf");
+        QTest::newRow("byte order mark in the middle") << QStringLiteral("a\ufeffb")
+                                                       << QByteArray("a\xef\xbb\xbf"
+                                                                     "b");
     }
     void unusualNamesAreEscaped() {
         QFETCH(const QString, name);
@@ -381,6 +390,27 @@ private Q_SLOTS:
                            written + "\"}],\"formatVersion\":1}");
         QCOMPARE(filePaths(SecureFileIndex::fromJson(json)), QStringList(name));
         QCOMPARE(folderPaths(SecureFileIndex::fromJson(json)), QStringList(name));
+        const QByteArray rows = index.toRows();
+        QCOMPARE(rows, "[[[\"" + written + "\",null,null]],[[\"" + written + "\",\"" + written +
+                           "\",0,null,\"\",[]]]]");
+        QCOMPARE(filePaths(SecureFileIndex::fromRows(rows)), QStringList(name));
+        QCOMPARE(folderPaths(SecureFileIndex::fromRows(rows)), QStringList(name));
+    }
+
+    void aByteOrderMarkThatIsNotEscapedBelongsToTheName() {
+        // Earlier versions wrote it as it is, and one name became another.
+        const QStringList names{QStringLiteral("\ufeffa"), QStringLiteral("a"),
+                                QStringLiteral("\ufeff"), QStringLiteral("\"\ufeff")};
+        const SecureFileIndex index = indexOf(names, names);
+        for (const QByteArray& encoding : {index.toJson(), index.toRows()}) {
+            QByteArray raw = encoding;
+            raw.replace("\\ufeff", "\xef\xbb\xbf");
+            const bool isRows = raw.startsWith('[');
+            const SecureFileIndex read =
+                isRows ? SecureFileIndex::fromRows(raw) : SecureFileIndex::fromJson(raw);
+            QCOMPARE(filePaths(read), names);
+            QCOMPARE(folderPaths(read), names);
+        }
     }
 
     void halfASurrogatePairIsWrittenAsTheToolkitDoes() {

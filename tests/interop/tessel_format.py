@@ -141,7 +141,10 @@ def _no_constant(name):
 
 
 def compact_json(value):
-    return json.dumps(value, ensure_ascii=False, separators=(",", ":"), sort_keys=True).encode()
+    written = json.dumps(value, ensure_ascii=False, separators=(",", ":"), sort_keys=True)
+    # A byte order mark at the beginning of a text is escaped: a reader may take it for no part of
+    # the text. The quote is one that begins a text, not one within it.
+    return re.sub(r'(?<=[{,:\[])"\ufeff', r'"\\ufeff', written).encode()
 
 
 def text(value, key):

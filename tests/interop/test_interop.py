@@ -204,6 +204,21 @@ class PythonWrites(InteropCase):
         self.assertEqual([entry["modified"] for entry in index["files"]], [SOME_TIME])
         self.assertEqual([folder["path"] for folder in index["folders"]], ["Fotos"])
 
+    def test_names_that_begin_with_a_byte_order_mark_stay_apart(self):
+        self.write_container(kdf="PBKDF2-HMAC-SHA256", kdf_iterations=1)
+        names = ["\ufeffnota", "nota", "\ufeff\ufeffnota", '"\ufeffnota"']
+        imports = [["import", self.write("source", contents_of("nota")), name] for name in names]
+        self.engine(["unlock", self.container, PASSWORD], *imports, ["mkdir", "\ufeffpasta"],
+                    ["lock"], ["unlock", self.container, PASSWORD],
+                    ["index", self.path("index.json")], ["lock"])
+        container = fmt.Container(self.container, PASSWORD.encode())
+        # The cheap key derivation is the writer's of this test.
+        self.assertEqual(container.check_written_form() + container.check_contents(), ["kdf"])
+        self.assertEqual([entry.path for entry in container.files], [*self.FILES, *names])
+        self.assertIn("\ufeffpasta", [folder.path for folder in container.folders])
+        index = json.loads(self.read("index.json"))
+        self.assertEqual(len(index["files"]), len(self.FILES) + len(names))
+
     def test_engine_re_keys_another_derivation(self):
         self.write_container(kdf="PBKDF2-HMAC-SHA256", kdf_iterations=3)
         self.engine(["unlock", self.container, PASSWORD], ["lock"],
