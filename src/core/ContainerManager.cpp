@@ -384,7 +384,7 @@ bool ContainerManager::writeDocument(const QString& path, const ContainerDocumen
     }
     // The rest of the region is zero already.
     return file.seek(LengthLineOffset) && writeWhole(file, lengthLineFor(header.size()) + header) &&
-           syncToDrive(file) && file.commit() && syncFolderOf(path);
+           syncToDrive(file) && file.commit() && syncAfterRename(path);
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document) const {
@@ -462,7 +462,7 @@ QByteArray ContainerManager::readContainer(const QString& path) const {
 bool ContainerManager::writeContainer(const QString& path, const QByteArray& bytes) const {
     QSaveFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && writeWhole(file, bytes) &&
-           syncToDrive(file) && file.commit() && syncFolderOf(path);
+           syncToDrive(file) && file.commit() && syncAfterRename(path);
 }
 
 } // namespace Tessel::Core

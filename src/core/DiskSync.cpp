@@ -31,6 +31,18 @@ int retryInterrupted(Call call) {
     return result;
 }
 
+int openForSync(const QString& path, int flags) {
+    const QByteArray name = QFile::encodeName(path);
+    return retryInterrupted(
+        [&name, flags] { return ::open(name.constData(), O_RDONLY | O_CLOEXEC | flags); });
+}
+
+// All of the file or folder, what its folder's entry says of it included.
+bool syncAndClose(int descriptor) {
+    const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
+    return retryInterrupted([=] { return ::fsync(descriptor); }) == 0 || isUnsupported(errno);
+}
+
 } // namespace
 
 bool syncToDrive(QFileDevice& file) {
@@ -61,15 +73,17 @@ bool startWriteBack(QFileDevice& file, qint64 offset, qint64 size) {
 }
 
 bool syncFolderOf(const QString& path) {
-    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
-    const int descriptor = retryInterrupted(
-        [&folder] { return ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    const int descriptor = openForSync(QFileInfo(path).absolutePath(), O_DIRECTORY);
     if (descriptor < 0) {
         // A folder in which one may create files, but not look, can be synced by nobody like us.
         return errno == EACCES;
     }
-    const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
-    return retryInterrupted([=] { return ::fsync(descriptor); }) == 0 || isUnsupported(errno);
+    return syncAndClose(descriptor);
+}
+
+bool syncAfterRename(const QString& path) {
+    const int descriptor = openForSync(path, 0);
+    return descriptor >= 0 && syncAndClose(descriptor) && syncFolderOf(path);
 }
 
 } // namespace Tessel::Core

@@ -24,4 +24,10 @@ namespace Tessel::Core {
 /// created, replaced or removed. File systems that cannot sync a folder count as done.
 [[nodiscard]] bool syncFolderOf(const QString& path);
 
+/// Waits until the file that was just renamed to @p path is found there with all its bytes: first
+/// the file, then its folder. FAT keeps the size and the first cluster in the folder's entry; the
+/// entry that a rename makes has neither until the file itself is synced.
+/// @return false when the name may lead to nothing or to an empty file.
+[[nodiscard]] bool syncAfterRename(const QString& path);
+
 } // namespace Tessel::Core

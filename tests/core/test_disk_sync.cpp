@@ -90,6 +90,7 @@ void addSyncs() {
     addRow(QStringLiteral("import"), QStringLiteral("container"), QStringLiteral("fdatasync"));
     addRow(QStringLiteral("import"), QStringLiteral("container"),
            QStringLiteral("sync_file_range"));
+    addRow(QStringLiteral("create"), QStringLiteral("container"), QStringLiteral("fsync"));
     addRow(QStringLiteral("compact"), QStringLiteral("temporary folder"), QStringLiteral("fsync"));
     addRow(QStringLiteral("compact"), QStringLiteral("drive"), QStringLiteral("fsync"));
 }
@@ -135,6 +136,7 @@ private Q_SLOTS:
         row("delete", "container", "fdatasync:error=EIO:when=2");
         row("compact", "", "fdatasync:error=EIO:when=1");
         row("compact", "", "fsync:error=EIO:when=1");
+        row("compact", "", "fsync:error=EIO:when=2");
         row("compact", "temporary folder", "fsync:error=EIO");
         row("compact", "temporary folder", "openat:error=EMFILE");
     }
@@ -272,6 +274,38 @@ private Q_SLOTS:
             find(calls, QStringLiteral("fsync\\(\\d+<") + drive + QLatin1Char('>'), copied);
         const qsizetype tidied = find(calls, QStringLiteral("unlink\\(\"") + rebuilt, deletion);
         QVERIFY2(copied > deletion && found > copied && tidied > found,
+                 qPrintable(calls.join(QLatin1Char('\n'))));
+    }
+
+    void aRenamedFileIsSyncedUnderItsNewName_data() {
+        QTest::addColumn<QString>("operation");
+        QTest::addColumn<QString>("place");
+        QTest::newRow("new container") << QStringLiteral("create") << QStringLiteral("container");
+        QTest::newRow("rebuilt container")
+            << QStringLiteral("compact") << QStringLiteral("temporary folder");
+    }
+    void aRenamedFileIsSyncedUnderItsNewName() {
+        // FAT keeps a file's size and first cluster in its entry. A rename makes a new entry
+        // without them, and only a sync of the file fills it in.
+        QFETCH(const QString, operation);
+        QFETCH(const QString, place);
+        NEEDS_TRACING();
+        const Operation vault(operation);
+        const QString file = escaped(vault.path(place)) +
+                             (place == QLatin1String("container")
+                                  ? QString()
+                                  : QStringLiteral("/Tessel-compact-[^/]*/tessel.tvlt"));
+        const QStringList calls = vault.calls(QStringLiteral("fsync,rename,linkat"));
+        const qsizetype renamed = find(calls, QStringLiteral("(rename|linkat)\\(.*, \"") + file +
+                                                  QStringLiteral("\".* = 0"));
+        const qsizetype synced = find(
+            calls, QStringLiteral("fsync\\(\\d+<") + file + QStringLiteral(">.* = 0"), renamed);
+        const qsizetype folder =
+            find(calls,
+                 QStringLiteral("fsync\\(\\d+<") + file.left(file.lastIndexOf(QLatin1Char('/'))) +
+                     QStringLiteral(">.* = 0"),
+                 synced);
+        QVERIFY2(renamed >= 0 && synced > renamed && folder > synced,
                  qPrintable(calls.join(QLatin1Char('\n'))));
     }
 
