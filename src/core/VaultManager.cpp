@@ -43,6 +43,7 @@ bool VaultManager::createVault(const QString& path, const QByteArray& password) 
     m_masterKey = m_cryptoManager.generateSalt(MasterKeyBytes);
     // No container is wrapped with this key yet: should the creation fail, none takes a change.
     m_wrapping.clear();
+    m_indexNonces.clear();
     document.crypto.encryptedMasterKey = encryptMasterKey(document, password, m_masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty()) {
         return false;
@@ -71,8 +72,7 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
         static_cast<void>(m_containerManager.repairHeader(path, document));
     }
     m_containerFilePath = path;
-    m_wrapping = wrappingOf(document);
-    m_regionRest = RegionRest::Unknown;
+    setIndex(SecureFileIndex(m_index), document);
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();
 }
@@ -154,9 +154,8 @@ bool VaultManager::settleRedoRecord() const {
            m_containerManager.repairHeader(m_containerFilePath, recorded);
 }
 
-bool VaultManager::readSessionDocument(ContainerDocument* document) const {
-    return settleRedoRecord() && m_containerManager.readDocument(m_containerFilePath, document) &&
-           isOfThisSession(*document);
+bool VaultManager::readSettledDocument(ContainerDocument* document) const {
+    return settleRedoRecord() && m_containerManager.readDocument(m_containerFilePath, document);
 }
 
 bool VaultManager::isOfThisSession(const ContainerDocument& document) const {
@@ -164,6 +163,37 @@ bool VaultManager::isOfThisSession(const ContainerDocument& document) const {
     // would lose its index for good if that were sealed under this session's key.
     SecureFileIndex index;
     return wrappingOf(document) == m_wrapping || decryptIndex(document, &index);
+}
+
+bool VaultManager::holdsIndexInMemory(const ContainerDocument& document) const {
+    // Each save draws a fresh nonce, so a nonce stands for one state of the index.
+    return m_indexNonces.contains(document.crypto.payloadNonce);
+}
+
+bool VaultManager::refreshSession(ContainerDocument* document) {
+    if (!readSettledDocument(document)) {
+        return false;
+    }
+    const bool sameKeySlot = wrappingOf(*document) == m_wrapping;
+    if (sameKeySlot && holdsIndexInMemory(*document)) {
+        return true;
+    }
+    // Another session has changed the vault, or a copy of the container was put in its place. The
+    // blocks are where that header says.
+    SecureFileIndex index;
+    if (decryptIndex(*document, &index)) {
+        setIndex(index, *document);
+        return true;
+    }
+    // A header that is damaged opens for nobody. The index in memory is what can still save it.
+    return sameKeySlot;
+}
+
+void VaultManager::setIndex(const SecureFileIndex& index, const ContainerDocument& document) {
+    m_index = index;
+    m_wrapping = wrappingOf(document);
+    m_indexNonces = {document.crypto.payloadNonce};
+    m_regionRest = RegionRest::Unknown;
 }
 
 QByteArray VaultManager::wrappingOf(const ContainerDocument& document) const {
@@ -212,15 +242,13 @@ bool VaultManager::saveIndex(const SecureFileIndex& index) {
         return false;
     }
     ContainerDocument document;
-    if (!readSessionDocument(&document)) {
-        return false;
-    }
-    prepareForIndexSave(&document);
-    if (!sealIndexIntoHeader(&document, index)) {
-        return false;
-    }
-    m_index = index;
-    return true;
+    return readSettledDocument(&document) && isOfThisSession(document) &&
+           saveSessionIndex(&document, index);
+}
+
+bool VaultManager::saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index) {
+    prepareForIndexSave(document);
+    return sealIndexIntoHeader(document, index);
 }
 
 QByteArray VaultManager::associatedData(const ContainerDocument& document,
@@ -307,10 +335,16 @@ bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const Secure
     const ContainerDocument record = documentForRecord(*document, document->fileIndex);
     const RegionRest rest = m_regionRest;
     m_regionRest = RegionRest::Unknown;
-    if (document->encryptedIndex.isEmpty() || record.encryptedIndex.isEmpty() ||
-        !m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record, rest)) {
+    if (document->encryptedIndex.isEmpty() || record.encryptedIndex.isEmpty()) {
         return false;
     }
+    if (!m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record, rest)) {
+        // The drive may hold the new header although it reported a failure. That change was given
+        // up: the index in memory still counts.
+        m_indexNonces.append(document->crypto.payloadNonce);
+        return false;
+    }
+    setIndex(index, *document);
     m_regionRest = RegionRest::Zero;
     return true;
 }

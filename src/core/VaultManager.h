@@ -15,6 +15,7 @@
 #include <QString>
 
 #include <functional>
+#include <optional>
 
 class QFile;
 class QIODevice;
@@ -150,12 +151,20 @@ private:
     [[nodiscard]] bool settleRedoRecord() const;
     /// Everything that the password opens the master key with, and the sealed key itself.
     [[nodiscard]] QByteArray wrappingOf(const ContainerDocument& document) const;
+    /// Recovers the header where that is necessary, and reads it.
+    [[nodiscard]] bool readSettledDocument(ContainerDocument* document) const;
     /// Whether this is the vault that was opened: its master key is wrapped as it was then, or its
     /// index opens with the session's key.
     [[nodiscard]] bool isOfThisSession(const ContainerDocument& document) const;
-    /// The document of the unlocked container, which is about to be changed. False also when
-    /// another vault lies in its place.
-    [[nodiscard]] bool readSessionDocument(ContainerDocument* document) const;
+    /// Whether the header is one that holds the index in memory.
+    [[nodiscard]] bool holdsIndexInMemory(const ContainerDocument& document) const;
+    /// Reads the document of the unlocked container, which is about to be changed. When another
+    /// session has changed it, the index is read again: every change starts with this and works on
+    /// the index that it finds.
+    /// @return false also when another vault is in the container's place
+    [[nodiscard]] bool refreshSession(ContainerDocument* document);
+    /// Makes this the index in memory, as the header of @p document holds it.
+    void setIndex(const SecureFileIndex& index, const ContainerDocument& document);
     /// The document whose wrapping a password change renews, and its master key.
     [[nodiscard]] QByteArray masterKeyForRekeying(const QString& path, const QByteArray& password,
                                                   ContainerDocument* document);
@@ -170,9 +179,12 @@ private:
     void renewPayloadNonce(ContainerDocument* document) const;
     /// Empties what only older layouts carry and draws a fresh nonce for the index.
     void prepareForIndexSave(ContainerDocument* document) const;
-    /// Seals the index under the document's nonce and rewrites the container's header.
+    /// Seals the index under the document's nonce, rewrites the container's header and makes the
+    /// index the one in memory.
     [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
                                            const SecureFileIndex& index);
+    /// The same, with a document that is not prepared for it yet.
+    [[nodiscard]] bool saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index);
 
     /// The vault's index without the file of this path, but with the folders above it.
     [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;
@@ -181,14 +193,23 @@ private:
                                     const ContainerDocument& document, VaultFileEntry* entry,
                                     const Progress& progress) const;
     [[nodiscard]] QByteArray blockAssociatedData(const ContainerDocument& document) const;
-    /// The block as it stands in the container; false when it cannot be one of ours.
+    /// Reads the sealed bytes of a block. @return false when it cannot be one of ours.
     [[nodiscard]] static bool readSealedBlock(QFile& container, const VaultFileBlock& block,
                                               QByteArray* sealed);
+    /// How far the content of a file has come on its way out.
+    enum class Written { All, UnreadableBlock, DeviceFailed };
+    /// Writes the blocks from number @p *next on, and counts them there.
+    [[nodiscard]] Written writeBlocks(const VaultFileEntry& entry, QIODevice* device,
+                                      qsizetype* next) const;
+    /// The entry as the container holds it now. Nothing when the container has not changed since
+    /// the index was read, or has no such file.
+    [[nodiscard]] std::optional<VaultFileEntry> entryOnDrive(const QString& path) const;
 
     [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
     [[nodiscard]] bool hasOpenCopyIn(const QString& directory) const;
     /// Gives one file a new path and saves; the common end of moving and renaming.
-    [[nodiscard]] bool saveWithFileAt(const QString& oldPath, const QString& newPath);
+    [[nodiscard]] bool saveWithFileAt(ContainerDocument* document, const QString& oldPath,
+                                      const QString& newPath);
     [[nodiscard]] bool fillWithRenamedDirectory(SecureFileIndex* working,
                                                 const QString& oldDirectory,
                                                 const QString& newDirectory) const;
@@ -206,6 +227,9 @@ private:
     QByteArray m_masterKey;
     /// How the unlocked container holds its master key.
     QByteArray m_wrapping;
+    /// Nonces of the headers that hold the index in memory: the one last read or written, and
+    /// those of rewrites that failed since, whose headers may be on the drive all the same.
+    QList<QByteArray> m_indexNonces;
     /// Of the unlocked container, as far as this session has seen to it.
     RegionRest m_regionRest = RegionRest::Unknown;
     SecureFileIndex m_index;

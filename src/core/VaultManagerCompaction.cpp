@@ -81,8 +81,7 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     }
     ContainerDocument document;
     QFile source(m_containerFilePath);
-    if (!readSessionDocument(&document) ||
-        !source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!refreshSession(&document) || !source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return false;
     }
     QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/Tessel-compact-XXXXXX"));
@@ -113,7 +112,7 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
         }
         return false;
     }
-    m_index = index;
+    setIndex(index, document);
     return true;
 }
 

@@ -60,7 +60,8 @@ bool VaultManager::isOpenForEditing(const QString& vaultPath) const {
     });
 }
 
-bool VaultManager::saveWithFileAt(const QString& oldPath, const QString& newPath) {
+bool VaultManager::saveWithFileAt(ContainerDocument* document, const QString& oldPath,
+                                  const QString& newPath) {
     SecureFileIndex working;
     const QList<VaultDirectoryEntry> folders = m_index.directories();
     for (const VaultDirectoryEntry& folder : folders) {
@@ -81,13 +82,15 @@ bool VaultManager::saveWithFileAt(const QString& oldPath, const QString& newPath
             return false;
         }
     }
-    return saveIndex(working);
+    return saveSessionIndex(document, working);
 }
 
 bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirectory) {
     const QString path = normalizedVaultPath(vaultPath);
     const QString target = normalizedVaultPath(targetDirectory);
-    if (!isUnlocked() || path.isEmpty() || !indexContainsFilePath(m_index, path)) {
+    ContainerDocument document;
+    if (!isUnlocked() || path.isEmpty() || !refreshSession(&document) ||
+        !indexContainsFilePath(m_index, path)) {
         return false;
     }
     if (!target.isEmpty() && !indexContainsDirectoryPath(m_index, target)) {
@@ -99,7 +102,7 @@ bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirec
         isOpenForEditing(path)) {
         return false;
     }
-    return saveWithFileAt(path, newPath);
+    return saveWithFileAt(&document, path, newPath);
 }
 
 bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultPath) {
@@ -108,33 +111,36 @@ bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultP
     if (!isUnlocked() || path.isEmpty() || newPath.isEmpty() || sameVaultPath(path, newPath)) {
         return false;
     }
-    if (!indexContainsFilePath(m_index, path) || itemExists(m_index, newPath) ||
-        isOpenForEditing(path)) {
+    ContainerDocument document;
+    if (!refreshSession(&document) || !indexContainsFilePath(m_index, path) ||
+        itemExists(m_index, newPath) || isOpenForEditing(path)) {
         return false;
     }
-    return saveWithFileAt(path, newPath);
+    return saveWithFileAt(&document, path, newPath);
 }
 
 bool VaultManager::deleteFile(const QString& vaultPath) {
     const QString path = normalizedVaultPath(vaultPath);
-    if (!isUnlocked() || path.isEmpty()) {
+    ContainerDocument document;
+    if (!isUnlocked() || path.isEmpty() || !refreshSession(&document)) {
         return false;
     }
     const std::optional<QString> stored = storedFilePath(m_index, path);
     SecureFileIndex working = m_index;
-    return stored && working.remove(*stored) && saveIndex(working);
+    return stored && working.remove(*stored) && saveSessionIndex(&document, working);
 }
 
 bool VaultManager::createDirectory(const QString& path) {
     const QString newPath = normalizedVaultPath(path);
+    ContainerDocument document;
     if (!isUnlocked() || newPath.isEmpty() || !ancestorsFitIntoAnIndex(newPath) ||
-        itemExists(m_index, newPath)) {
+        !refreshSession(&document) || itemExists(m_index, newPath)) {
         return false;
     }
     SecureFileIndex working = m_index;
     ensureParentDirectories(&working, newPath);
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    return working.addDirectory({newPath, now, now}) && saveIndex(working);
+    return working.addDirectory({newPath, now, now}) && saveSessionIndex(&document, working);
 }
 
 bool VaultManager::renameDirectory(const QString& path, const QString& newPath) {
@@ -145,12 +151,15 @@ bool VaultManager::renameDirectory(const QString& path, const QString& newPath) 
         pathIsInsideDirectory(newDirectory, oldDirectory)) {
         return false;
     }
-    if (!indexContainsDirectoryPath(m_index, oldDirectory) || itemExists(m_index, newDirectory) ||
-        !ancestorsFitIntoAnIndex(newDirectory) || hasOpenCopyIn(oldDirectory)) {
+    ContainerDocument document;
+    if (!refreshSession(&document) || !indexContainsDirectoryPath(m_index, oldDirectory) ||
+        itemExists(m_index, newDirectory) || !ancestorsFitIntoAnIndex(newDirectory) ||
+        hasOpenCopyIn(oldDirectory)) {
         return false;
     }
     SecureFileIndex working;
-    return fillWithRenamedDirectory(&working, oldDirectory, newDirectory) && saveIndex(working);
+    return fillWithRenamedDirectory(&working, oldDirectory, newDirectory) &&
+           saveSessionIndex(&document, working);
 }
 
 bool VaultManager::hasOpenCopyIn(const QString& directory) const {
@@ -190,7 +199,8 @@ bool VaultManager::fillWithRenamedDirectory(SecureFileIndex* working, const QStr
 
 bool VaultManager::deleteDirectory(const QString& path) {
     const QString directory = normalizedVaultPath(path);
-    if (!isUnlocked() || directory.isEmpty()) {
+    ContainerDocument document;
+    if (!isUnlocked() || directory.isEmpty() || !refreshSession(&document)) {
         return false;
     }
     const std::optional<QString> stored = storedDirectoryPath(m_index, directory);
@@ -198,7 +208,7 @@ bool VaultManager::deleteDirectory(const QString& path) {
         return false;
     }
     SecureFileIndex working = m_index;
-    return working.removeDirectory(*stored) && saveIndex(working);
+    return working.removeDirectory(*stored) && saveSessionIndex(&document, working);
 }
 
 } // namespace Tessel::Core

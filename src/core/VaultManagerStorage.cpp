@@ -32,6 +32,15 @@ bool isSameFile(const QString& a, const QString& b) {
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+std::optional<VaultFileEntry> entryIn(const SecureFileIndex& index, const QString& path) {
+    const QList<VaultFileEntry> entries = index.entries();
+    const auto found =
+        std::find_if(entries.cbegin(), entries.cend(), [&path](const VaultFileEntry& entry) {
+            return sameVaultPath(entry.vaultPath, path);
+        });
+    return found == entries.cend() ? std::nullopt : std::optional<VaultFileEntry>(*found);
+}
+
 VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
     VaultFileEntry entry;
     entry.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
@@ -88,7 +97,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     ContainerDocument document;
-    if (!readSessionDocument(&document)) {
+    if (!refreshSession(&document)) {
         return false;
     }
     SecureFileIndex working = indexWithout(path);
@@ -112,7 +121,6 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     rollback.dismiss();
-    m_index = working;
     return true;
 }
 
@@ -171,25 +179,55 @@ bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* d
     if (!device || !isUnlocked()) {
         return false;
     }
-    const QList<VaultFileEntry> entries = m_index.entries();
-    const auto entry =
-        std::find_if(entries.cbegin(), entries.cend(), [&vaultPath](const VaultFileEntry& other) {
-            return sameVaultPath(other.vaultPath, vaultPath);
-        });
-    QFile container(m_containerFilePath);
-    if (entry == entries.cend() || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    const std::optional<VaultFileEntry> entry = entryIn(m_index, vaultPath);
+    if (!entry) {
         return false;
+    }
+    qsizetype next = 0;
+    Written result = writeBlocks(*entry, device, &next);
+    if (result == Written::UnreadableBlock) {
+        // Another session may have compacted the vault. What is already written can only be
+        // followed by blocks of the same stored copy.
+        const std::optional<VaultFileEntry> moved = entryOnDrive(vaultPath);
+        if (moved && (next == 0 || moved->id == entry->id)) {
+            result = writeBlocks(*moved, device, &next);
+        }
+    }
+    return result == Written::All;
+}
+
+VaultManager::Written VaultManager::writeBlocks(const VaultFileEntry& entry, QIODevice* device,
+                                                qsizetype* next) const {
+    QFile container(m_containerFilePath);
+    if (!container.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        return Written::UnreadableBlock;
     }
     const QByteArray key = workingKey();
     // A fresh document: a block is bound to the format, not to the container that holds it.
     const QByteArray blockData = blockAssociatedData(ContainerDocument());
     QByteArray buffer;
-    return std::all_of(
-        entry->blocks.cbegin(), entry->blocks.cend(), [&](const VaultFileBlock& block) {
-            return readSealedBlock(container, block, &buffer) &&
-                   m_cryptoManager.decryptInPlace(&buffer, key, block.nonce, blockData) &&
-                   buffer.size() == block.plainSize && device->write(buffer) == buffer.size();
-        });
+    for (; *next < entry.blocks.size(); ++*next) {
+        const VaultFileBlock& block = entry.blocks.at(*next);
+        if (!readSealedBlock(container, block, &buffer) ||
+            !m_cryptoManager.decryptInPlace(&buffer, key, block.nonce, blockData) ||
+            buffer.size() != block.plainSize) {
+            return Written::UnreadableBlock;
+        }
+        if (device->write(buffer) != buffer.size()) {
+            return Written::DeviceFailed;
+        }
+    }
+    return Written::All;
+}
+
+std::optional<VaultFileEntry> VaultManager::entryOnDrive(const QString& path) const {
+    ContainerDocument document;
+    SecureFileIndex index;
+    if (!m_containerManager.readDocument(m_containerFilePath, &document) ||
+        holdsIndexInMemory(document) || !decryptIndex(document, &index)) {
+        return std::nullopt;
+    }
+    return entryIn(index, path);
 }
 
 bool VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block,

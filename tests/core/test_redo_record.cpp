@@ -263,7 +263,6 @@ private Q_SLOTS:
     void passwordChangeOfATornContainerKeepsTheNewIndex();
     void undisturbedContainersEndAtTheirLastBlock();
     void newContainerEndsAtItsHeaderRegion();
-    void severalSessionsOnOneContainerStayUsable();
 };
 
 void TestRedoRecord::repairsAHeaderTornAtAnyByte_data() {
@@ -908,29 +907,6 @@ void TestRedoRecord::newContainerEndsAtItsHeaderRegion() {
     VaultFixture fixture;
     QVERIFY(fixture.vault.createVault(fixture.container(), NewPassword));
     QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
-}
-
-void TestRedoRecord::severalSessionsOnOneContainerStayUsable() {
-    VaultFixture fixture(Change().before);
-    VaultManager other;
-    QVERIFY(fixture.unlock());
-    QVERIFY(other.unlockVault(fixture.container(), TestPassword));
-
-    // Each writes the index it knows; blocks are appended to whatever is there.
-    QVERIFY(fixture.store(u"c.bin"_qs, noise(5000, 3)));
-    QVERIFY(other.importFile(fixture.write(u"d"_qs, noise(6000, 4)), u"d.bin"_qs));
-    QVERIFY(fixture.vault.createDirectory(u"minha"_qs));
-    QCOMPARE(fixture.stored(u"c.bin"_qs), noise(5000, 3));
-    QVERIFY(other.exportFile(u"d.bin"_qs, fixture.file(u"saida"_qs)));
-    QCOMPARE(readFile(fixture.file(u"saida"_qs)), noise(6000, 4));
-    QVERIFY(other.deleteFile(u"b.txt"_qs));
-    QVERIFY(other.lockVault());
-    QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
-    QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-             fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
-    QCOMPARE(fixture.stored(u"c.bin"_qs), noise(5000, 3));
-    QVERIFY(fixture.vault.lockVault());
 }
 
 int main(int argc, char** argv) {
