@@ -70,8 +70,8 @@ public:
 
     /// Stores the file at @p sourcePath as @p vaultPath, in place of a file of the same path;
     /// missing folders are created. @p progress counts plaintext bytes, is called after each block
-    /// with the normalized vault path, and may be empty. A failed import leaves the container at
-    /// its former length.
+    /// with the normalized vault path, and may be empty. A source that says it is empty is read to
+    /// its end; its total is 0. A failed import leaves the container at its former length.
     [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath,
                                   const Progress& progress);
     [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath);
@@ -79,7 +79,7 @@ public:
     /// authenticated before it is written. The path is taken as given, not normalized.
     [[nodiscard]] bool writeVaultFileToDevice(const QString& vaultPath, QIODevice* device) const;
     /// Writes the plaintext to @p destinationPath, created or truncated. What was written before a
-    /// failure stays there.
+    /// failure stays there. Pipes and devices are refused.
     [[nodiscard]] bool exportFile(const QString& vaultPath, const QString& destinationPath) const;
 
     // --- Folders and paths ------------------------------------------------------------------

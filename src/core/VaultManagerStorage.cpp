@@ -14,7 +14,9 @@
 
 #include <algorithm>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Tessel::Core {
 
@@ -51,20 +53,36 @@ VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
 }
 
 // Reads the next chunk of the source into the buffer, and digests it piece by piece while the bytes
-// are still in the processor's cache.
+// are still in the processor's cache. Only a read that gives nothing is the end: the size is what
+// the source says, and some say 0. The chunk is empty at the end.
 bool readChunk(QFile& source, QByteArray* chunk, FileDigest* digest) {
-    const qint64 wanted = std::min(source.size() - source.pos(), VaultManager::ChunkBytes);
-    chunk->resize(wanted);
-    for (qint64 begin = 0; begin < wanted;) {
-        const qint64 piece = std::min(wanted - begin, DigestBytes);
-        // A piece that ends early is a read that failed half way, or a file that is being cut.
-        if (source.read(chunk->data() + begin, piece) != piece ||
-            !digest->addData(QByteArrayView(chunk->constData() + begin, piece))) {
+    qint64 size = 0;
+    for (qint64 got = 1; got > 0 && size < VaultManager::ChunkBytes; size += got) {
+        const qint64 piece = std::min(VaultManager::ChunkBytes - size, DigestBytes);
+        chunk->resize(size + piece);
+        got = source.read(chunk->data() + size, piece);
+        if (got < 0 || !digest->addData(QByteArrayView(chunk->constData() + size, got))) {
             return false;
         }
-        begin += piece;
     }
-    return wanted > 0;
+    chunk->resize(size);
+    return true;
+}
+
+// Opens an ordinary file for writing, created or emptied, and nothing else: a pipe would keep the
+// caller waiting for a reader, and a device is no place for a file.
+bool openOrdinaryFile(const QString& path, QFile* file) {
+    const QByteArray name = QFile::encodeName(path);
+    const int descriptor =
+        ::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0666);
+    struct stat status {};
+    if (descriptor < 0 || ::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
+        !file->open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered,
+                    QFileDevice::AutoCloseHandle)) {
+        ::close(descriptor);
+        return false;
+    }
+    return true;
 }
 
 // Cuts the container back to its former length. A redo record at its end was left by a header that
@@ -148,14 +166,18 @@ bool VaultManager::appendBlocks(QFile& source, QFile& container, const Container
     const qint64 total = entry->sizeBytes;
     FileDigest digest;
     QByteArray buffer;
-    buffer.reserve(std::min(total, ChunkBytes) + CryptoManager::TagBytes);
+    buffer.reserve(std::min(total, ChunkBytes - DigestBytes) + DigestBytes +
+                   CryptoManager::TagBytes);
     qint64 done = 0;
-    while (!source.atEnd()) {
+    for (;;) {
         VaultFileBlock block;
         block.nonce = m_cryptoManager.generateNonce(nonceBytes);
         block.offset = container.pos();
         if (!readChunk(source, &buffer, &digest)) {
             return false;
+        }
+        if (buffer.isEmpty()) {
+            break;
         }
         block.plainSize = buffer.size();
         if (!m_cryptoManager.encryptInPlace(&buffer, key, block.nonce, blockData) ||
@@ -171,6 +193,8 @@ bool VaultManager::appendBlocks(QFile& source, QFile& container, const Container
         }
     }
     entry->sha256 = digest.result();
+    // A source that says it is empty has not told its size.
+    entry->sizeBytes = total > 0 ? total : done;
     // A file that became shorter than it was is not the file that was to be stored.
     return done >= total && !entry->sha256.isEmpty();
 }
@@ -245,11 +269,12 @@ bool VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block
 bool VaultManager::exportFile(const QString& vaultPath, const QString& destinationPath) const {
     const QString path = normalizedVaultPath(vaultPath);
     // Opening the container for writing would empty it.
-    if (!isUnlocked() || path.isEmpty() || isSameFile(destinationPath, m_containerFilePath)) {
+    if (!isUnlocked() || path.isEmpty() || destinationPath.contains(QChar::Null) ||
+        isSameFile(destinationPath, m_containerFilePath)) {
         return false;
     }
-    QFile destination(destinationPath);
-    return destination.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) &&
+    QFile destination;
+    return openOrdinaryFile(destinationPath, &destination) &&
            writeVaultFileToDevice(path, &destination) && syncToDrive(destination) &&
            syncFolderOf(destinationPath);
 }

@@ -14,12 +14,15 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSet>
 #include <QTest>
 
 #include <numeric>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
@@ -489,6 +492,25 @@ private Q_SLOTS:
                                       {Chunk + added.size(), Chunk, QStringLiteral("log")}}));
     }
 
+    void aSourceThatSaysItIsEmptyIsReadToItsEnd() {
+        // The kernel's own files say 0, and so do those of some network mounts.
+        const QString source = QStringLiteral("/proc/version");
+        const QByteArray bytes = readFile(source);
+        QCOMPARE(QFileInfo(source).size(), 0);
+        QVERIFY(!bytes.isEmpty());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QList<ProgressCall> calls;
+        QVERIFY(fixture.vault.importFile(source, QStringLiteral("f"), recordInto(&calls)));
+        QCOMPARE(fixture.stored(QStringLiteral("f")), bytes);
+        const VaultFileEntry entry = fixture.entry(QStringLiteral("f"));
+        QCOMPARE(entry.sizeBytes, bytes.size());
+        QCOMPARE(entry.sha256, sha256(bytes));
+        QCOMPARE(calls, (QList<ProgressCall>{{bytes.size(), 0, QStringLiteral("f")}}));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+    }
+
     // --- Drives that fail ------------------------------------------------------------------
 
     void aDriveWithoutRoomIsLeftAsItWas_data() {
@@ -714,6 +736,29 @@ private Q_SLOTS:
         QCOMPARE(readFile(target), QByteArray("kept"));
     }
 
+    void aDestinationThatIsNoFileIsRefused_data() {
+        QTest::addColumn<bool>("isRead");
+        QTest::newRow("a pipe that nobody reads") << false;
+        QTest::newRow("a pipe that is read") << true;
+    }
+    void aDestinationThatIsNoFileIsRefused() {
+        QFETCH(const bool, isRead);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString pipe = fixture.file(QStringLiteral("pipe"));
+        const QByteArray name = QFile::encodeName(pipe);
+        QCOMPARE(::mkfifo(name.constData(), 0600), 0);
+        const int reader = isRead ? ::open(name.constData(), O_RDONLY | O_NONBLOCK) : -1;
+        const auto closing = qScopeGuard([reader] { ::close(reader); });
+        QCOMPARE(reader >= 0, isRead);
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), pipe));
+        // Nothing was written either.
+        char byte = 0;
+        QVERIFY(!isRead || ::read(reader, &byte, 1) == 0);
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), QStringLiteral("/dev/null")));
+        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), fixture.driveFolder()));
+    }
+
     void aDestinationWithoutRoomIsAFailure() {
         NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(4 * MiB);
@@ -725,7 +770,6 @@ private Q_SLOTS:
         const VaultPicture before(fixture);
         const QString target = disk.filePath(QStringLiteral("target"));
         QVERIFY(!fixture.vault.exportFile(QStringLiteral("big"), target));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("small"), QStringLiteral("/dev/full")));
         COMPARE_UNCHANGED(before);
         QVERIFY(fixture.vault.exportFile(QStringLiteral("small"), target));
         QCOMPARE(readFile(target), QByteArray("fits"));
