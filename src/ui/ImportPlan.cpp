@@ -11,27 +11,41 @@
 #include <QFileInfo>
 
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 namespace Tessel::UI {
 
 namespace {
 
-/// Whether all of the folder's contents can be seen. The toolkit lists what it cannot read as if
-/// it were empty, and files would stay behind unnoticed.
-bool canBeListed(const QString& folder) {
+/// The names in a folder as its file system has them; nothing when not all of it can be seen. Qt
+/// lists what it cannot read as if it were empty, and files would stay behind unnoticed.
+std::optional<QList<QByteArray>> namesIn(const QString& folder) {
+    QList<QByteArray> names;
     std::error_code error;
     std::filesystem::directory_iterator item(QFile::encodeName(folder).toStdString(), error);
     while (!error && item != std::filesystem::directory_iterator()) {
+        names.append(QByteArray::fromStdString(item->path().filename().native()));
         item.increment(error);
     }
-    return !error;
+    return error ? std::nullopt : std::optional(names);
+}
+
+/// Whether the name is UTF-8. Qt leaves out every other one, and cannot open its file.
+bool isText(const QByteArray& name) {
+    return QFile::encodeName(QFile::decodeName(name)) == name;
 }
 
 void addFolder(ImportPlan* plan, const QFileInfo& folder, const QString& parent) {
-    if (!isValidVaultName(folder.fileName()) || !canBeListed(folder.filePath())) {
+    const std::optional<QList<QByteArray>> names = namesIn(folder.filePath());
+    if (!isValidVaultName(folder.fileName()) || !names) {
         plan->unusable.append(folder.filePath());
         return;
+    }
+    for (const QByteArray& name : *names) {
+        if (!isText(name)) {
+            plan->unusable.append(folder.filePath() + QLatin1Char('/') + QFile::decodeName(name));
+        }
     }
     const QString directory = Core::joinVaultPath(parent, folder.fileName());
     const QFileInfoList contents =

@@ -25,7 +25,7 @@ struct ImportPlan {
     QStringList emptyDirectories;
     /// What cannot be imported as a file or looked into: links to folders, which may lead round in
     /// a circle, links that lead nowhere, devices, folders that may not be read or whose name
-    /// cannot be one in the vault.
+    /// cannot be one in the vault, names that are no UTF-8.
     QStringList unusable;
 };
 

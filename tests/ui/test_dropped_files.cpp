@@ -14,10 +14,13 @@
 #include <QDropEvent>
 #include <QFileInfo>
 #include <QMimeData>
+#include <QScopeGuard>
 #include <QTableWidget>
 #include <QTest>
 #include <QUrl>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Tessel::Tests;
@@ -82,6 +85,7 @@ private Q_SLOTS:
     void linksToFoldersAndNowhereAreRefusedByName();
     void folderNamedAsAFileIsRefused();
     void folderWithoutAUsableNameIsRefused();
+    void namesThatAreNoTextAreRefusedByName();
     void folderThatCannotBeReadIsRefused();
     void folderThatSharesAFilesNameStillTakesFiles();
     void emptyFolderIsMade();
@@ -233,6 +237,36 @@ void TestDroppedFiles::folderWithoutAUsableNameIsRefused() {
     QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"f"_qs, u"a.txt"_qs}));
     QVERIFY(m_driver->activateRow(u"f"_qs));
     QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"y.txt"_qs}));
+}
+
+void TestDroppedFiles::namesThatAreNoTextAreRefusedByName() {
+    // From a drive that was written under another encoding.
+    QVERIFY(openSample() && make(u"f/y.txt"_qs, "y") && make(u"f/açaí.txt"_qs, "a"));
+    const QByteArray folder = QFile::encodeName(path(u"f"_qs));
+    const QByteArray fileName = folder + "/caf\xe9.txt";
+    const QByteArray folderName = folder + "/\xc1lbum";
+    const int file = ::open(fileName.constData(), O_CREAT | O_WRONLY, 0600);
+    QVERIFY(file >= 0 && ::close(file) == 0);
+    QCOMPARE(::mkdir(folderName.constData(), 0700), 0);
+    // Qt does not see them when it removes the test's folder.
+    const auto removing = qScopeGuard([&] {
+        ::unlink(fileName.constData());
+        ::rmdir(folderName.constData());
+    });
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    drop({u"f"_qs});
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QStringList refused;
+    for (const DialogDriver::Seen& seen : m_driver->dialogs.seen().last(2)) {
+        refused.append(seen.text);
+    }
+    refused.sort();
+    QCOMPARE(refused, QStringList({u"Não foi possível importar caf\ufffd.txt."_qs,
+                                   u"Não foi possível importar \ufffdlbum."_qs}));
+    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_qs);
+    QVERIFY(m_driver->activateRow(u"f"_qs));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"açaí.txt"_qs, u"y.txt"_qs}));
 }
 
 void TestDroppedFiles::folderThatCannotBeReadIsRefused() {
