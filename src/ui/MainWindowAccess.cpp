@@ -3,8 +3,8 @@
 
 #include "ui/MainWindow.h"
 
+#include "core/ContainerCopy.h"
 #include "core/ContainerManager.h"
-#include "core/DiskSync.h"
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
@@ -21,8 +21,6 @@
 #include <QSignalBlocker>
 #include <QStorageInfo>
 
-#include <filesystem>
-
 namespace Tessel::UI {
 
 namespace {
@@ -33,7 +31,6 @@ constexpr int RootPathRole = Qt::UserRole;
 constexpr int NameRole = Qt::UserRole + 1;
 
 constexpr qsizetype MinimumPasswordBytes = 10;
-constexpr qint64 BackupChunkBytes = qint64{8} * 1024 * 1024;
 
 QString productTitle() {
     return QStringLiteral("Tessel");
@@ -95,44 +92,6 @@ void markAssociation(QListWidgetItem* item) {
     item->setFont(font);
     item->setBackground(QColor(222, 237, 255));
     item->setToolTip(MainWindow::tr("Dispositivo associado ao container selecionado."));
-}
-
-bool isSameFile(const QString& a, const QString& b) {
-    std::error_code error;
-    return std::filesystem::equivalent(QFile::encodeName(a).toStdString(),
-                                       QFile::encodeName(b).toStdString(), error);
-}
-
-/// Opens a backup's destination, emptying what is there. A link that leads to the container is
-/// replaced by a file of its own, and any other second name of the container is refused: opening
-/// it would empty the very vault that is to be saved.
-bool openBackupDestination(QFile* destination, const QString& containerPath) {
-    if (isSameFile(destination->fileName(), containerPath)) {
-        const bool isLink = QFileInfo(destination->fileName()).isSymLink();
-        if (!isLink || !destination->remove()) {
-            return false;
-        }
-    }
-    return destination->open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered);
-}
-
-/// Copies the rest of @p source and waits until the drive has it. @return false when anything could
-/// not be read or written.
-bool copyInChunks(QFile* source, QFile* destination, ModalProgress* progress) {
-    const qint64 total = source->size();
-    qint64 copied = 0;
-    while (!source->atEnd()) {
-        const QByteArray chunk = source->read(BackupChunkBytes);
-        if (chunk.isEmpty() || destination->write(chunk) != chunk.size() ||
-            !Core::startWriteBack(*destination, copied, chunk.size())) {
-            return false;
-        }
-        copied += chunk.size();
-        progress->report(progressValue(copied, total, 1000),
-                         MainWindow::tr("Copiando backup criptografado...\n%1 de %2")
-                             .arg(formatFileSize(copied), formatFileSize(total)));
-    }
-    return Core::syncToDrive(*destination) && Core::syncFolderOf(destination->fileName());
 }
 
 } // namespace
@@ -447,17 +406,24 @@ void MainWindow::writeBackup(const QString& destinationPath) {
         showWarning(this, backupTitle(), tr("Não foi possível abrir o container para backup."));
         return;
     }
-    QFile destination(destinationPath);
-    if (!openBackupDestination(&destination, m_containerPath)) {
+    Core::ContainerBackup backup(destinationPath);
+    if (!backup.create(m_containerPath)) {
         showWarning(this, backupTitle(), tr("Não foi possível criar o arquivo de backup."));
         return;
     }
     ModalProgress progress(this, backupTitle(),
                            tr("Copiando backup criptografado...\n\nO backup permanece protegido "
                               "pela senha do cofre."));
-    const bool copied = copyInChunks(&source, &destination, &progress);
+    const auto report = [&progress](qint64 done, qint64 total) {
+        // Until the first piece is copied, the dialog says what a backup is.
+        if (done > 0) {
+            progress.report(progressValue(done, total, 1000),
+                            tr("Copiando backup criptografado...\n%1 de %2")
+                                .arg(formatFileSize(done), formatFileSize(total)));
+        }
+    };
+    const bool copied = backup.copyFrom(source, report);
     source.close();
-    destination.close();
     progress.finish();
 
     if (copied) {
@@ -468,8 +434,6 @@ void MainWindow::writeBackup(const QString& destinationPath) {
                            "cofre."));
         return;
     }
-    // Should the partial copy resist, the message is true all the same: there is no backup.
-    static_cast<void>(destination.remove());
     showWarning(this, backupTitle(), tr("Não foi possível concluir o backup."));
     showResult(tr("Falha ao fazer backup do container."));
 }

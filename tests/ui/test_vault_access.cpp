@@ -21,6 +21,7 @@
 #include <QTest>
 #include <QToolButton>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Tessel::Tests;
@@ -92,6 +93,12 @@ private Q_SLOTS:
     void backupFailuresAreTold_data();
     void backupFailuresAreTold();
     void fullDestinationLeavesNoPartialCopy();
+    void fullDestinationKeepsAnEarlierBackup();
+    void anEarlierBackupStaysUntilTheNewOneIsWhole();
+    void aContainerThatChangesItsSizeMeanwhileIsNoBackup_data();
+    void aContainerThatChangesItsSizeMeanwhileIsNoBackup();
+    void backupOntoSomethingThatIsNoFileIsRefused_data();
+    void backupOntoSomethingThatIsNoFileIsRefused();
 
 private:
     [[nodiscard]] QString containerPath() const { return path(u"t.tvlt"_qs); }
@@ -537,6 +544,82 @@ void TestVaultAccess::fullDestinationLeavesNoPartialCopy() {
     QCOMPARE(m_driver->dialogs.last().status, QString());
     QCOMPARE(status(), u"Falha ao fazer backup do container."_qs);
     QVERIFY(!QFileInfo::exists(copy));
+}
+
+void TestVaultAccess::fullDestinationKeepsAnEarlierBackup() {
+    NEEDS_PRIVATE_MOUNTS();
+    QVERIFY(chooseCrafted());
+    const SmallDisk disk(MiB);
+    QVERIFY(disk.isMounted());
+    const QString copy = disk.filePath(u"copy.tvlt"_qs);
+    QVERIFY(writeFile(copy, "an earlier backup"));
+    m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.acceptWarning(BackupTitle);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
+    QCOMPARE(readFile(copy), QByteArray("an earlier backup"));
+    QCOMPARE(QDir(disk.path()).entryList(QDir::Files | QDir::Hidden), {u"copy.tvlt"_qs});
+}
+
+void TestVaultAccess::anEarlierBackupStaysUntilTheNewOneIsWhole() {
+    QVERIFY(chooseCrafted());
+    const QString copy = path(u"copy.tvlt"_qs);
+    QVERIFY(writeFile(copy, "an earlier backup"));
+    QByteArrayList seen;
+    const ProgressProbe probe([&](const QProgressDialog*, int) {
+        // The bar is filled once more when everything is done.
+        seen.append(readFile(copy).left(100));
+    });
+    m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.acceptInformation(BackupTitle);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY(!seen.isEmpty());
+    QCOMPARE(seen.first(), QByteArray("an earlier backup"));
+    QCOMPARE(sha256OfFile(copy), sha256OfFile(containerPath()));
+}
+
+void TestVaultAccess::aContainerThatChangesItsSizeMeanwhileIsNoBackup_data() {
+    QTest::addColumn<int>("change");
+    QTest::newRow("shorter") << -1;
+    QTest::newRow("longer") << 1;
+}
+
+void TestVaultAccess::aContainerThatChangesItsSizeMeanwhileIsNoBackup() {
+    QFETCH(const int, change);
+    QVERIFY(chooseCrafted());
+    const qint64 size = QFileInfo(containerPath()).size();
+    bool changed = false;
+    const ProgressProbe probe([&](const QProgressDialog*, int) {
+        changed = changed || QFile::resize(containerPath(), size + change);
+    });
+    m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
+    m_driver->dialogs.acceptWarning(BackupTitle);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY(changed);
+    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
+    QVERIFY(!QFileInfo::exists(path(u"copy.tvlt"_qs)));
+}
+
+void TestVaultAccess::backupOntoSomethingThatIsNoFileIsRefused_data() {
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("pipe") << u"pipe"_qs;
+    QTest::newRow("link to a device") << u"link"_qs;
+}
+
+void TestVaultAccess::backupOntoSomethingThatIsNoFileIsRefused() {
+    QFETCH(const QString, kind);
+    QVERIFY(chooseCrafted());
+    const QString name = path(u"name.tvlt"_qs);
+    QVERIFY(kind == u"pipe" ? ::mkfifo(qPrintable(name), 0600) == 0
+                            : QFile::link(u"/dev/null"_qs, name));
+    m_driver->dialogs.answerFiles(BackupFileTitle, {name});
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.acceptWarning(BackupTitle);
+    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível criar o arquivo de backup."_qs);
+    QCOMPARE(status(), QString());
 }
 
 int main(int argc, char** argv) {
