@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/ContainerCopy.h"
 #include "core/DiskSync.h"
 #include "core/VaultManager.h"
 
@@ -15,8 +16,6 @@ namespace Tessel::Core {
 
 namespace {
 
-constexpr qint64 CopyBytes = qint64{8} * 1024 * 1024;
-
 // Sizes of a damaged index may add up to anything. They only feed the progress: one that makes a
 // sum that no number holds is left out.
 qint64 addedSize(qint64 sum, qint64 size) {
@@ -30,27 +29,14 @@ qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
         [](qint64 sum, const VaultFileEntry& entry) { return addedSize(sum, entry.sizeBytes); });
 }
 
-// Copies the rebuilt container over the one on the drive.
+// Copies the rebuilt container to the drive.
 bool copyBack(QFile& rebuilt, QFile& target, const VaultManager::Progress& progress) {
     const QString label = QStringLiteral("Substituindo container no USB");
-    const qint64 total = rebuilt.size();
-    QByteArray buffer(CopyBytes, Qt::Uninitialized);
-    qint64 copied = 0;
-    if (progress) {
-        progress(0, total, label);
-    }
-    while (!rebuilt.atEnd()) {
-        const qint64 size = rebuilt.read(buffer.data(), buffer.size());
-        if (size < 1 || target.write(buffer.constData(), size) != size ||
-            !startWriteBack(target, copied, size)) {
-            return false;
-        }
-        copied += size;
+    return copyContainer(rebuilt, target, [&progress, &label](qint64 done, qint64 total) {
         if (progress) {
-            progress(copied, total, label);
+            progress(done, total, label);
         }
-    }
-    return copied == total && syncToDrive(target);
+    });
 }
 
 // Puts the rebuilt container where the deleted one was. A copy that fails is removed again.

@@ -687,6 +687,42 @@ private Q_SLOTS:
         compareRebuiltContainerIsKept(fixture, index, error);
     }
 
+    void aCopyThatIsNotCompleteIsNoContainer() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        int looks = 0;
+        const auto look = [&](qint64, qint64, const QString& name) {
+            ContainerDocument document;
+            if (name == CopyLabel) {
+                ++looks;
+                QVERIFY(!ContainerManager().readDocument(fixture.container(), &document));
+            }
+        };
+        QVERIFY(fixture.vault.compactVault(look, nullptr));
+        QCOMPARE(looks, 3);
+        QVERIFY(hasUsedContents(fixture));
+    }
+
+    void aRebuiltContainerThatGrowsIsNotTakenForWhole() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray index = fixture.vault.fileIndex().toJson();
+        QString error;
+        qint64 size = 0;
+        QVERIFY(!fixture.vault.compactVault(
+            [&](qint64 done, qint64 total, const QString& name) {
+                if (name == CopyLabel && done == CopyChunk) {
+                    size = total;
+                    QVERIFY(QFile::resize(rebuildFolder(fixture).value_or(QString()) +
+                                              QStringLiteral("/tessel.tvlt"),
+                                          total + 1));
+                }
+            },
+            &error));
+        QVERIFY(QFile::resize(error, size));
+        compareRebuiltContainerIsKept(fixture, index, error);
+    }
+
     void theErrorMayBeUnwanted() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
