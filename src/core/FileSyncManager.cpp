@@ -16,6 +16,13 @@ bool FileSyncManager::track(const QString& vaultPath, const QString& tempPath) {
     return true;
 }
 
+void FileSyncManager::setLastKnownModified(const QString& vaultPath, const QDateTime& modifiedUtc) {
+    const auto record = m_tracked.find(vaultPath);
+    if (record != m_tracked.end()) {
+        record->lastKnownModifiedUtc = modifiedUtc;
+    }
+}
+
 void FileSyncManager::untrack(const QString& vaultPath) {
     m_tracked.remove(vaultPath);
 }

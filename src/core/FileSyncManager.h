@@ -26,6 +26,9 @@ public:
     /// Records the copy under @p vaultPath, in place of an earlier record.
     /// @return false when @p tempPath is not an existing regular file.
     [[nodiscard]] bool track(const QString& vaultPath, const QString& tempPath);
+    /// Lets the copy count as changed when its time is later than @p modifiedUtc; nothing for a
+    /// path that is not tracked.
+    void setLastKnownModified(const QString& vaultPath, const QDateTime& modifiedUtc);
     void untrack(const QString& vaultPath);
     void clear();
 

@@ -11,6 +11,8 @@
 #include "core/TempWorkspaceManager.h"
 
 #include <QByteArray>
+#include <QDateTime>
+#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -114,8 +116,15 @@ public:
     /// Writes a decrypted copy into the workspace and watches it.
     /// @param tempPath receives the copy's path; untouched on failure.
     [[nodiscard]] bool prepareFileForEditing(const QString& vaultPath, QString* tempPath);
-    /// Imports every changed copy; stops at the first that fails.
+    /// Imports every changed copy; stops at the first that fails. They go on counting as changed.
     [[nodiscard]] bool syncModifiedTempFiles();
+    /// Imports the copy of this one file if it changed; it then counts as unchanged until it is
+    /// saved again. True when there is nothing to take back. After a failure it is as it was.
+    [[nodiscard]] bool syncModifiedTempFile(const QString& vaultPath);
+    /// Writes the copy of this file, if it is open, again from the vault: for a file that was
+    /// replaced. Only what is saved in it from now on counts as a change, even when it cannot be
+    /// written and the result is false.
+    [[nodiscard]] bool refreshTempFile(const QString& vaultPath);
 
 private:
     [[nodiscard]] QByteArray associatedData(const ContainerDocument& document,
@@ -205,6 +214,19 @@ private:
     /// the index was read, or has no such file.
     [[nodiscard]] std::optional<VaultFileEntry> entryOnDrive(const QString& path) const;
 
+    /// A copy as it was taken back by a lock that then failed.
+    struct TakenBack {
+        QDateTime modifiedUtc;
+        qint64 size = -1;
+        /// Of the file that came of it.
+        QString fileId;
+
+        bool operator==(const TakenBack&) const = default;
+    };
+
+    [[nodiscard]] TakenBack presentState(const TrackedTempFile& copy) const;
+    /// Imports every changed copy but those that an earlier try of this lock has taken back.
+    [[nodiscard]] bool syncForLock();
     [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
     [[nodiscard]] bool hasOpenCopyIn(const QString& directory) const;
     /// Gives one file a new path and saves; the common end of moving and renaming.
@@ -237,6 +259,8 @@ private:
     CryptoManager m_cryptoManager;
     TempWorkspaceManager m_workspace;
     FileSyncManager m_fileSync;
+    /// By vault path as tracked.
+    QHash<QString, TakenBack> m_takenBack;
 };
 
 } // namespace Tessel::Core

@@ -539,7 +539,138 @@ private Q_SLOTS:
         QVERIFY(!fixture.filePaths().contains(B));
     }
 
+    // --- One file at a time ----------------------------------------------------------------
+
+    void oneChangedCopyIsTakenBackAndCountsAsUnchanged() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "edited a");
+        QVERIFY(!copy.isEmpty() && !fixture.openAndEdit(B, "edited b").isEmpty());
+        QVERIFY(fixture.vault.syncModifiedTempFile(QStringLiteral("/DOCS/a.TXT")));
+        QCOMPARE(fixture.stored(A), QByteArray("edited a"));
+        QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(B));
+        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+                 fixture.vault.fileIndex().toJson());
+        // The next save counts.
+        QVERIFY(writeFile(copy, "edited again") && makeLater(copy, 3600000));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("edited again"));
+        QCOMPARE(fixture.stored(B), QByteArray("edited b"));
+    }
+
+    void aFileWithoutAChangedCopyIsLeftAlone() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(!opened(fixture, A).isEmpty());
+        const VaultPicture before(fixture);
+        QVERIFY(fixture.vault.syncModifiedTempFile(A));
+        QVERIFY(fixture.vault.syncModifiedTempFile(B));
+        QVERIFY(fixture.vault.syncModifiedTempFile(QString()));
+        QVERIFY(fixture.vault.refreshTempFile(B));
+        QVERIFY(fixture.vault.refreshTempFile(QString()));
+        COMPARE_UNCHANGED(before);
+    }
+
+    void oneCopyThatCannotBeTakenBackStaysAsItIs() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "edited");
+        const QDateTime time = modifiedTime(copy);
+        // The drive is out for a moment.
+        const QString unplugged = fixture.file(QStringLiteral("unplugged"));
+        QVERIFY(QFile::rename(fixture.container(), unplugged));
+        QVERIFY(!fixture.vault.syncModifiedTempFile(A));
+        QVERIFY(QFile::rename(unplugged, fixture.container()));
+        QCOMPARE(readFile(copy), QByteArray("edited"));
+        QCOMPARE(modifiedTime(copy), time);
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+    }
+
+    void anImportOverAnOpenedFileOutlivesTheEditBeforeIt() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "the older edit");
+        QVERIFY(fixture.store(QStringLiteral("docs/A.TXT"), "imported"));
+        QVERIFY(fixture.vault.refreshTempFile(QStringLiteral("docs/A.TXT")));
+        QCOMPARE(readFile(copy), QByteArray("imported"));
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("imported"));
+    }
+
+    void whatIsSavedAfterAnImportStillCounts() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "the older edit");
+        QVERIFY(fixture.store(A, "imported"));
+        QVERIFY(fixture.vault.refreshTempFile(A));
+        QVERIFY(runEditor(QStringLiteral("echo ' and more' >> \"$1\""), copy) && makeLater(copy));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("imported and more\n"));
+    }
+
+    void aCopyThatCannotBeRefreshedIsNotTakenForANewerEdit() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = fixture.openAndEdit(A, "the older edit");
+        QVERIFY(fixture.store(A, "imported"));
+        {
+            // The local disk is full.
+            const FileSizeLimit limit(0);
+            QVERIFY(!fixture.vault.refreshTempFile(A));
+        }
+        QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
+        // Its editor may still save it.
+        QVERIFY(writeFile(copy, "saved later") && makeLater(copy));
+        QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("saved later"));
+    }
+
     // --- Locking ---------------------------------------------------------------------------
+
+    void aLockThatFailsAgainTakesNothingInTwice() {
+        CraftedContainer crafted;
+        for (int i = 0; i < 5; ++i) {
+            crafted.addFile(QString::number(i), "as stored");
+        }
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        for (const QString& path : fixture.filePaths()) {
+            QVERIFY(!fixture.openAndEdit(path, "edited").isEmpty());
+        }
+        const QList<TrackedTempFile> changed = fixture.vault.modifiedOpenFiles();
+        const TrackedTempFile& first = changed.constFirst();
+        const TrackedTempFile& deleted = changed.at(1);
+        const TrackedTempFile& last = changed.constLast();
+        QVERIFY(replaceByLaterFolder(last.tempPath));
+        QVERIFY(!fixture.vault.lockVault());
+        const VaultPicture before(fixture);
+        const QString idOfSecond = fixture.entry(changed.at(2).vaultPath).id;
+        QVERIFY(!fixture.vault.lockVault());
+        COMPARE_UNCHANGED(before);
+        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 5);
+
+        // What was saved again, and what the vault no longer has as it was taken in, is taken in.
+        QVERIFY(writeFile(first.tempPath, "edited again") && makeLater(first.tempPath, 3600000));
+        QVERIFY(fixture.vault.deleteFile(deleted.vaultPath));
+        QVERIFY(!fixture.vault.lockVault());
+        QCOMPARE(fixture.stored(first.vaultPath), QByteArray("edited again"));
+        QCOMPARE(fixture.stored(deleted.vaultPath), QByteArray("edited"));
+        QCOMPARE(fixture.entry(changed.at(2).vaultPath).id, idOfSecond);
+
+        QVERIFY(QDir().rmdir(last.tempPath));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(first.vaultPath), QByteArray("edited again"));
+        QCOMPARE(fixture.entry(changed.at(2).vaultPath).id, idOfSecond);
+        // The next session starts afresh.
+        QVERIFY(!fixture.openAndEdit(first.vaultPath, "in the next session").isEmpty());
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(first.vaultPath), QByteArray("in the next session"));
+    }
 
     void lockingRemovesTheWorkspaceAndForgetsTheCopies() {
         VaultFixture fixture(usedContainer());
