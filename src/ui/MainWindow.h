@@ -208,6 +208,8 @@ private:
     void popUpVaultMenu(const QPoint& position);
     [[nodiscard]] const QTableWidgetItem* selectedNameItem() const;
     [[nodiscard]] bool selectedItemIs(VaultTableItemKind kind) const;
+    /// Makes the file's row the current one; without such a row nothing changes.
+    void selectFile(const QString& vaultPath);
 
     // --- Keyboard (MainWindowKeyboard.cpp)
     [[nodiscard]] bool handleKey(const QKeyEvent& event);
@@ -227,6 +229,9 @@ private:
     /// @return how many it made.
     [[nodiscard]] qsizetype makeEmptyDirectories(const ImportPlan& plan);
     void warnImportFailed(const QString& path);
+    /// Takes what was saved in the file's opened copy into the vault, for a command that works on
+    /// the file's contents. True also when there is nothing to take.
+    [[nodiscard]] bool takeBackEdit(const QString& vaultPath);
     [[nodiscard]] bool vaultHolds(const QString& vaultPath) const;
     /// Asks for the name of an item of @p directory; @p presentName is proposed, and none for a new
     /// item. @return its path; empty when the name stays or cannot be taken, of which the user has

@@ -318,6 +318,17 @@ const QTableWidgetItem* MainWindow::selectedNameItem() const {
     return m_vaultTable->item(m_vaultTable->currentRow(), VaultColumn::Name);
 }
 
+void MainWindow::selectFile(const QString& vaultPath) {
+    for (int row = 0; row < m_vaultTable->rowCount(); ++row) {
+        const QTableWidgetItem* item = m_vaultTable->item(row, VaultColumn::Name);
+        if (item->data(KindRole).toInt() == static_cast<int>(VaultTableItemKind::File) &&
+            sameVaultPath(item->data(VaultPathRole).toString(), vaultPath)) {
+            m_vaultTable->setCurrentCell(row, VaultColumn::Name);
+            return;
+        }
+    }
+}
+
 bool MainWindow::selectedItemIs(VaultTableItemKind kind) const {
     const QTableWidgetItem* item = selectedNameItem();
     return item != nullptr && item->data(KindRole).toInt() == static_cast<int>(kind);

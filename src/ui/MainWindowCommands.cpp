@@ -302,6 +302,8 @@ bool MainWindow::importOneFile(const ImportSource& source, ModalProgress& progre
         warnImportFailed(source.sourcePath);
         return false;
     }
+    // A copy that cannot be written again counts as unchanged all the same.
+    static_cast<void>(m_vault.refreshTempFile(target));
     return true;
 }
 
@@ -348,6 +350,22 @@ bool MainWindow::confirmImportFitsStorage(const QList<ImportSource>& files) {
 
 // --- Files -----------------------------------------------------------------------------------
 
+bool MainWindow::takeBackEdit(const QString& vaultPath) {
+    const QList<Core::TrackedTempFile> modified = m_vault.modifiedOpenFiles();
+    const bool isModified =
+        std::any_of(modified.cbegin(), modified.cend(), [&](const Core::TrackedTempFile& copy) {
+            return sameVaultPath(copy.vaultPath, vaultPath);
+        });
+    if (!isModified) {
+        return true;
+    }
+    const bool takenBack = m_vault.syncModifiedTempFile(vaultPath);
+    refreshVaultFiles();
+    selectFile(vaultPath);
+    updateActions();
+    return takenBack;
+}
+
 void MainWindow::exportSelectedFile() {
     const QString path = selectedVaultPath();
     if (path.isEmpty() || !confirmExportOutsideVault(path)) {
@@ -358,7 +376,7 @@ void MainWindow::exportSelectedFile() {
     if (destination.isEmpty()) {
         return;
     }
-    if (m_vault.exportFile(path, destination)) {
+    if (takeBackEdit(path) && m_vault.exportFile(path, destination)) {
         showResult(tr("Arquivo exportado com sucesso."));
         return;
     }
@@ -372,7 +390,8 @@ void MainWindow::openSelectedFile() {
         return;
     }
     QString copyPath;
-    if (!m_vault.prepareFileForEditing(path, &copyPath)) {
+    // The copy is written again: what was saved in it must be in the vault first.
+    if (!takeBackEdit(path) || !m_vault.prepareFileForEditing(path, &copyPath)) {
         showWarning(this, productTitle(), tr("Não foi possível preparar o arquivo para edição."));
         return;
     }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "support/CraftedContainer.h"
+#include "support/FakeDesktop.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
 #include "support/WindowTest.h"
@@ -82,6 +83,7 @@ private Q_SLOTS:
     void sourceIsToldToKeepItsFiles();
     void folderBringsItsFilesAndFolders();
     void existingFileIsAskedAbout();
+    void fileDroppedOverAnOpenedOneCountsMoreThanItsEdit();
     void linksToFoldersAndNowhereAreRefusedByName();
     void folderNamedAsAFileIsRefused();
     void folderWithoutAUsableNameIsRefused();
@@ -190,6 +192,23 @@ void TestDroppedFiles::existingFileIsAskedAbout() {
     QCOMPARE(exported(u"a.txt"_qs), "old");
     QVERIFY(m_driver->activateRow(u"docs"_qs));
     QCOMPARE(exported(u"b.txt"_qs), "new");
+}
+
+void TestDroppedFiles::fileDroppedOverAnOpenedOneCountsMoreThanItsEdit() {
+    QVERIFY(openSample() && make(u"a.txt"_qs, "dropped"));
+    const FakeDesktop desktop(u"file"_qs);
+    QVERIFY(m_driver->activateRow(u"a.txt"_qs) && desktop.opened.size() == 1);
+    QFile copy(desktop.opened.first().toLocalFile());
+    QVERIFY(copy.open(QIODevice::Append) && copy.write("er edit") == 7 && copy.flush());
+    QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                             QFileDevice::FileModificationTime));
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
+    drop({u"a.txt"_qs});
+    QCOMPARE(readFile(copy.fileName()), "dropped");
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(m_driver->unlock(Password));
+    QCOMPARE(exported(u"a.txt"_qs), "dropped");
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
 }
 
 void TestDroppedFiles::linksToFoldersAndNowhereAreRefusedByName() {

@@ -9,14 +9,17 @@
 #include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 #include "ui/StorageCheck.h"
+#include "ui/VaultColumns.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QComboBox>
+#include <QDateTime>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -34,6 +37,7 @@ using Tessel::UI::addByteCounts;
 using Tessel::UI::forecastImport;
 using Tessel::UI::formatFileSize;
 using Tessel::UI::ImportFit;
+namespace VaultColumn = Tessel::UI::VaultColumn;
 
 namespace {
 
@@ -47,6 +51,16 @@ const QString NameTaken = QStringLiteral("Já existe um item com esse nome nesta
 
 /// How a person says no to a question.
 enum class No { Button, Escape, Close, Return };
+
+/// Writes the whole file and gives it a time a minute later: file systems differ in how fine their
+/// clock is.
+bool save(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    const QDateTime later = QFileInfo(path).lastModified().addSecs(60);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(bytes) == bytes.size() && file.flush() &&
+           file.setFileTime(later, QFileDevice::FileModificationTime);
+}
 
 } // namespace
 
@@ -80,6 +94,13 @@ private Q_SLOTS:
     void exportFailureIsTold();
     void openHandsTheCopyToTheDesktop();
     void openFailuresAreTold();
+    void openingAgainKeepsTheSavedEdit();
+    void openingAgainWithoutTheDriveLeavesTheCopy();
+    void exportingASavedEditTakesItBackFirst();
+    void exportWithoutTheDriveWritesNothing();
+    void importOverAnOpenedFileCountsMoreThanTheEditBeforeIt_data();
+    void importOverAnOpenedFileCountsMoreThanTheEditBeforeIt();
+    void refusedImportLeavesTheEdit();
 
     void questionsDefaultToNo_data();
     void questionsDefaultToNo();
@@ -131,6 +152,12 @@ private:
     /// That the dialog was a question whose answer is "Não" unless another one is given.
     static void compareWithYesNoQuestion(const DialogDriver::Seen& seen);
     void takeContainerAway();
+    void bringContainerBack();
+    /// Opens the file and saves @p bytes in its copy, as an editor does a minute later. The copy's
+    /// path; empty when that fails.
+    [[nodiscard]] QString openAndEdit(const QString& row, const QByteArray& bytes);
+    /// Locks and unlocks.
+    [[nodiscard]] bool reopen();
 
     qsizetype m_dialogsBefore = 0;
 };
@@ -190,6 +217,24 @@ void TestFileCommands::compareWithYesNoQuestion(const DialogDriver::Seen& seen) 
 
 void TestFileCommands::takeContainerAway() {
     QVERIFY(QDir(m_folder->path()).rename(u"drive"_qs, u"elsewhere"_qs));
+}
+
+void TestFileCommands::bringContainerBack() {
+    QVERIFY(QDir(m_folder->path()).rename(u"elsewhere"_qs, u"drive"_qs));
+}
+
+QString TestFileCommands::openAndEdit(const QString& row, const QByteArray& bytes) {
+    const FakeDesktop desktop(u"file"_qs);
+    if (!run(u"Abrir"_qs, row) || desktop.opened.size() != 1) {
+        return {};
+    }
+    const QString path = desktop.opened.first().toLocalFile();
+    return save(path, bytes) ? path : QString();
+}
+
+bool TestFileCommands::reopen() {
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    return m_driver->dialogs.finished() && !m_driver->vaultIsOpen() && m_driver->unlock(Password);
 }
 
 // --- Room on the drive -----------------------------------------------------------------------
@@ -508,6 +553,121 @@ void TestFileCommands::openFailuresAreTold() {
     QVERIFY2(run(u"Abrir"_qs, u"b.txt"_qs), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
     QCOMPARE(status(), QString());
+}
+
+// --- Files whose copies were saved -----------------------------------------------------------
+
+void TestFileCommands::openingAgainKeepsTheSavedEdit() {
+    QVERIFY(openSample());
+    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    QVERIFY(!copy.isEmpty());
+    const FakeDesktop desktop(u"file"_qs);
+    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(desktop.opened, QList<QUrl>{QUrl::fromLocalFile(copy)});
+    QCOMPARE(readFile(copy), QByteArray("edited"));
+    QCOMPARE(dialogTexts(), QStringList());
+    QCOMPARE(status(), u"Arquivo aberto para edição."_qs);
+    // The row shows the new size, and stays the chosen one.
+    QCOMPARE(m_driver->table()->currentRow(), m_driver->rowNamed(u"a.txt"_qs));
+    QCOMPARE(m_driver->table()->item(m_driver->rowNamed(u"a.txt"_qs), VaultColumn::Size)->text(),
+             formatFileSize(6));
+    QVERIFY(reopen());
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+}
+
+void TestFileCommands::openingAgainWithoutTheDriveLeavesTheCopy() {
+    QVERIFY(openSample());
+    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    QVERIFY(!copy.isEmpty());
+    m_driver->window.statusBar()->clearMessage();
+    const QDateTime time = QFileInfo(copy).lastModified();
+    const FakeDesktop desktop(u"file"_qs);
+    takeContainerAway();
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
+    QCOMPARE(status(), QString());
+    QVERIFY(desktop.opened.isEmpty());
+    QCOMPARE(readFile(copy), QByteArray("edited"));
+    QCOMPARE(QFileInfo(copy).lastModified(), time);
+    bringContainerBack();
+    QVERIFY(reopen());
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+}
+
+void TestFileCommands::exportingASavedEditTakesItBackFirst() {
+    QVERIFY(openSample());
+    QVERIFY(!openAndEdit(u"a.txt"_qs, "edited").isEmpty());
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QCOMPARE(status(), u"Arquivo exportado com sucesso."_qs);
+    QCOMPARE(m_driver->table()->currentRow(), m_driver->rowNamed(u"a.txt"_qs));
+    // Taken back once: another export and the lock have nothing to take.
+    const qint64 size = QFileInfo(containerPath()).size();
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QVERIFY(reopen());
+    QCOMPARE(QFileInfo(containerPath()).size(), size);
+}
+
+void TestFileCommands::exportWithoutTheDriveWritesNothing() {
+    QVERIFY(openSample());
+    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    QVERIFY(!copy.isEmpty());
+    m_driver->window.statusBar()->clearMessage();
+    const QString destination = filePath(u"out.txt"_qs);
+    QVERIFY(writeFile(destination, "what was there before"));
+    takeContainerAway();
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+        // Its question whether to replace the file is not the subject here.
+        qobject_cast<QFileDialog*>(dialog)->setOption(QFileDialog::DontConfirmOverwrite);
+        dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(destination);
+        QMetaObject::invokeMethod(dialog, "accept");
+    });
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    QCOMPARE(m_driver->dialogs.last().status, QString());
+    QCOMPARE(status(), u"Falha ao exportar o arquivo."_qs);
+    QCOMPARE(readFile(destination), QByteArray("what was there before"));
+    QCOMPARE(readFile(copy), QByteArray("edited"));
+    bringContainerBack();
+}
+
+void TestFileCommands::importOverAnOpenedFileCountsMoreThanTheEditBeforeIt_data() {
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("savedLater");
+    QTest::newRow("as it is") << u"a.txt"_qs << false;
+    QTest::newRow("other letter case") << u"A.TXT"_qs << false;
+    QTest::newRow("and saved again") << u"a.txt"_qs << true;
+}
+
+void TestFileCommands::importOverAnOpenedFileCountsMoreThanTheEditBeforeIt() {
+    QFETCH(const QString, name);
+    QFETCH(const bool, savedLater);
+    QVERIFY(openSample());
+    const QString copy = openAndEdit(u"a.txt"_qs, "the older edit");
+    QVERIFY(!copy.isEmpty() && writeFile(filePath(name), "imported"));
+    m_driver->dialogs.answerFiles(OpenTitle, {filePath(name)});
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"Arquivo importado com sucesso."_qs);
+    QCOMPARE(readFile(copy), QByteArray("imported"));
+    QVERIFY(!savedLater || save(copy, "saved later"));
+    QVERIFY(reopen());
+    QCOMPARE(exported(savedLater ? u"a.txt"_qs : name),
+             QByteArray(savedLater ? "saved later" : "imported"));
+}
+
+void TestFileCommands::refusedImportLeavesTheEdit() {
+    QVERIFY(openSample());
+    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    QVERIFY(!copy.isEmpty() && writeFile(filePath(u"a.txt"_qs), "imported"));
+    m_driver->dialogs.answerFiles(OpenTitle, {filePath(u"a.txt"_qs)});
+    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(readFile(copy), QByteArray("edited"));
+    QVERIFY(reopen());
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
 }
 
 // --- Questions -------------------------------------------------------------------------------
