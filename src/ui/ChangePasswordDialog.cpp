@@ -3,6 +3,7 @@
 
 #include "ui/ChangePasswordDialog.h"
 
+#include "ui/PasswordField.h"
 #include "ui/Questions.h"
 
 #include <QDialogButtonBox>
@@ -32,7 +33,7 @@ void ChangePasswordDialog::buildUi() {
     auto* form = new QFormLayout;
     const auto addPasswordRow = [this, form](const QString& label) {
         auto* edit = new QLineEdit(this);
-        edit->setEchoMode(QLineEdit::Password);
+        makePasswordField(edit);
         form->addRow(label, edit);
         return edit;
     };

@@ -9,6 +9,7 @@
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
 #include "ui/ModalProgress.h"
+#include "ui/PasswordField.h"
 #include "ui/Questions.h"
 
 #include <QDateTime>
@@ -271,10 +272,12 @@ void MainWindow::createVault() {
 // --- Opening and closing the vault -----------------------------------------------------------
 
 QByteArray MainWindow::requestPassword(const QString& title) const {
-    bool accepted = false;
-    const QString password = QInputDialog::getText(nullptr, title, tr("Senha:"),
-                                                   QLineEdit::Password, QString(), &accepted);
-    return accepted ? password.toUtf8() : QByteArray();
+    QInputDialog dialog;
+    dialog.setWindowTitle(title);
+    dialog.setLabelText(tr("Senha:"));
+    dialog.setTextEchoMode(QLineEdit::Password);
+    makePasswordField(dialog.findChild<QLineEdit*>());
+    return dialog.exec() == QDialog::Accepted ? dialog.textValue().toUtf8() : QByteArray();
 }
 
 QByteArray MainWindow::requestNewVaultPassword() const {

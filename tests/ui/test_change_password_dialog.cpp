@@ -7,8 +7,11 @@
 #include "ui/ChangePasswordDialog.h"
 
 #include <QAction>
+#include <QClipboard>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QGuiApplication>
+#include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -99,6 +102,10 @@ private Q_SLOTS:
     void staysOpenAndKeepsWhatWasTypedAfterARefusal();
     void accepts_data();
     void accepts();
+    void aPasteLosesOneLineBreakAtItsEnd_data();
+    void aPasteLosesOneLineBreakAtItsEnd();
+    void aPasteIntoWhatWasTypedLosesItsLineBreak();
+    void lineBreaksThatWerePastedAreDeletedAsAnyCharacter();
     void cancelRejectsWithoutAnyCheck();
     void escapeRejects();
     void returnKeyPressesAlterar();
@@ -227,6 +234,85 @@ void TestChangePasswordDialog::accepts() {
     QVERIFY(!fields.dialog.isVisible());
     QCOMPARE(fields.dialog.currentPassword(), current.toUtf8());
     QCOMPARE(fields.dialog.newPassword(), fresh.toUtf8());
+}
+
+void TestChangePasswordDialog::aPasteLosesOneLineBreakAtItsEnd_data() {
+    QTest::addColumn<QString>("pasted");
+    QTest::addColumn<QString>("password");
+
+    QTest::newRow("none") << u"dez letras"_qs << u"dez letras"_qs;
+    QTest::newRow("line feed") << u"dez letras\n"_qs << u"dez letras"_qs;
+    QTest::newRow("carriage return") << u"dez letras\r"_qs << u"dez letras"_qs;
+    QTest::newRow("both") << u"dez letras\r\n"_qs << u"dez letras"_qs;
+    QTest::newRow("two line feeds") << u"dez letras\n\n"_qs << u"dez letras\n"_qs;
+    QTest::newRow("both, twice") << u"dez letras\r\n\r\n"_qs << u"dez letras\r\n"_qs;
+    QTest::newRow("in the middle") << u"dez\nletras"_qs << u"dez\nletras"_qs;
+    QTest::newRow("at the beginning") << u"\ndez letras"_qs << u"\ndez letras"_qs;
+    QTest::newRow("blanks before it") << u" dez letras \t\n"_qs << u" dez letras \t"_qs;
+    QTest::newRow("blanks behind it") << u"dez letras\n "_qs << u"dez letras\n "_qs;
+    QTest::newRow("accents") << u"açúcar à moda\n"_qs << u"açúcar à moda"_qs;
+}
+
+void TestChangePasswordDialog::aPasteLosesOneLineBreakAtItsEnd() {
+    QFETCH(const QString, pasted);
+    QFETCH(const QString, password);
+
+    const Fields fields;
+    QGuiApplication::clipboard()->setText(pasted);
+    // By key, and as the context menu does it.
+    QTest::keySequence(fields.edits.at(0), QKeySequence::Paste);
+    fields.edits.at(1)->paste();
+    fields.edits.at(2)->paste();
+    const DialogDriver warnings;
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
+    QCOMPARE(fields.dialog.currentPassword(), password.toUtf8());
+    QCOMPARE(fields.dialog.newPassword(), password.toUtf8());
+}
+
+void TestChangePasswordDialog::aPasteIntoWhatWasTypedLosesItsLineBreak() {
+    const Fields fields;
+    QLineEdit* edit = fields.edits.at(0);
+    QGuiApplication::clipboard()->setText(u"meio\n"_qs);
+    typeText(edit, u"antesdepois"_qs);
+    edit->setCursorPosition(5);
+    edit->paste();
+    QCOMPARE(edit->text(), u"antesmeiodepois"_qs);
+    // What is typed next stands behind the paste.
+    QCOMPARE(edit->cursorPosition(), 9);
+
+    // In the place of a selection, longer and shorter than the paste, and with a break of its own.
+    edit->selectAll();
+    edit->paste();
+    QCOMPARE(edit->text(), u"meio"_qs);
+    edit->setSelection(1, 2);
+    edit->paste();
+    QCOMPARE(edit->text(), u"mmeioo"_qs);
+    QGuiApplication::clipboard()->setText(u"um\n\n"_qs);
+    edit->selectAll();
+    edit->paste();
+    QCOMPARE(edit->text(), u"um\n"_qs);
+    edit->selectAll();
+    edit->paste();
+    QCOMPARE(edit->text(), u"um\n"_qs);
+}
+
+void TestChangePasswordDialog::lineBreaksThatWerePastedAreDeletedAsAnyCharacter() {
+    const Fields fields;
+    QLineEdit* edit = fields.edits.at(0);
+    QGuiApplication::clipboard()->setText(u"a\nb\nc"_qs);
+    edit->paste();
+    QCOMPARE(edit->text(), u"a\nb\nc"_qs);
+    // The cursor comes to stand behind a line break, and that one stays.
+    edit->backspace();
+    QCOMPARE(edit->text(), u"a\nb\n"_qs);
+    edit->setSelection(2, 1);
+    edit->del();
+    QCOMPARE(edit->text(), u"a\n\n"_qs);
+    edit->backspace();
+    QCOMPARE(edit->text(), u"a\n"_qs);
+    typeText(edit, u"d"_qs);
+    QCOMPARE(edit->text(), u"ad\n"_qs);
 }
 
 void TestChangePasswordDialog::cancelRejectsWithoutAnyCheck() {

@@ -9,11 +9,13 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QDialog>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
 #include <QRegularExpression>
@@ -75,6 +77,7 @@ private Q_SLOTS:
     void unlockRefuses_data();
     void unlockRefuses();
     void passwordsAreAskedForOutOfSight();
+    void pastedPasswordsLoseTheirLineBreak();
     void emptyPasswordIsSilent();
     void unlockAndLockSaySo();
     void aStubbornWorkspaceIsToldAndLockedAllTheSame();
@@ -258,6 +261,22 @@ void TestVaultAccess::passwordsAreAskedForOutOfSight() {
         QCOMPARE(dialog.text, u"Senha:"_qs);
         QVERIFY2(!dialog.hasParent, qPrintable(dialog.title));
     }
+}
+
+void TestVaultAccess::pastedPasswordsLoseTheirLineBreak() {
+    QGuiApplication::clipboard()->setText(Password + u'\n');
+    const auto paste = [](QDialog* dialog) {
+        QTest::keySequence(dialog->findChild<QLineEdit*>(), QKeySequence::Paste);
+        dialog->accept();
+    };
+    m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
+    m_driver->dialogs.handle(FirstTitle, paste);
+    m_driver->dialogs.answerText(SecondTitle, Password);
+    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
+    QCOMPARE(status(), u"Cofre criado com sucesso."_qs);
+    m_driver->dialogs.handle(u"Senha do cofre"_qs, paste);
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY(m_driver->vaultIsOpen());
 }
 
 void TestVaultAccess::emptyPasswordIsSilent() {

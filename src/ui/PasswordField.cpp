@@ -1,0 +1,74 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "ui/PasswordField.h"
+
+#include <QLineEdit>
+#include <QObject>
+#include <QStringView>
+
+#include <algorithm>
+#include <utility>
+
+namespace Tessel::UI {
+
+namespace {
+
+/// Of the line break that the text ends with; 0 when it ends with none.
+qsizetype lengthOfLastLineBreak(QStringView text) {
+    if (text.endsWith(u"\r\n")) {
+        return 2;
+    }
+    return text.endsWith(u'\n') || text.endsWith(u'\r') ? 1 : 0;
+}
+
+/// Takes the line break off each paste. The keyboard, the menu, the mouse and a drop paste in
+/// different ways, and each is announced as an edit when it is done. To tell one from a deletion
+/// takes no more than the lengths before it; the password itself is not kept.
+class LineBreakRemover : public QObject {
+public:
+    explicit LineBreakRemover(QLineEdit* edit) : QObject(edit), m_edit(edit) {
+        // Announced before the change of the text, and only for edits of the user.
+        connect(edit, &QLineEdit::textEdited, this, [this] { m_isEdit = true; });
+        connect(edit, &QLineEdit::textChanged, this, &LineBreakRemover::textChanged);
+        // Announced after the change that removes the selection.
+        connect(edit, &QLineEdit::selectionChanged, this, &LineBreakRemover::noteLengths);
+        noteLengths();
+    }
+
+private:
+    void textChanged(const QString& text) {
+        const qsizetype inserted = text.size() - (m_length - m_selected);
+        noteLengths();
+        if (!std::exchange(m_isEdit, false) || inserted <= 0) {
+            return;
+        }
+        const int end = m_edit->cursorPosition();
+        const qsizetype lineBreak = lengthOfLastLineBreak(QStringView(text).first(end));
+        // The paste may be a half of the line break that it completes.
+        const int superfluous = static_cast<int>(std::min(lineBreak, inserted));
+        if (superfluous > 0) {
+            m_edit->setSelection(end - superfluous, superfluous);
+            m_edit->del();
+        }
+    }
+
+    void noteLengths() {
+        m_length = m_edit->text().size();
+        m_selected = m_edit->selectionLength();
+    }
+
+    QLineEdit* m_edit;
+    bool m_isEdit = false;
+    qsizetype m_length = 0;
+    qsizetype m_selected = 0;
+};
+
+} // namespace
+
+void makePasswordField(QLineEdit* edit) {
+    edit->setEchoMode(QLineEdit::Password);
+    new LineBreakRemover(edit);
+}
+
+} // namespace Tessel::UI
