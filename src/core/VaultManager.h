@@ -227,6 +227,13 @@ private:
     [[nodiscard]] TakenBack presentState(const TrackedTempFile& copy) const;
     /// Imports every changed copy but those that an earlier try of this lock has taken back.
     [[nodiscard]] bool syncForLock();
+    using CopyTest = std::function<bool(const TrackedTempFile& copy)>;
+    /// Calls @p takeBackOne for every changed copy that is @p concerned, up to the first for which
+    /// it returns false. @return false also when the workspace's path leads somewhere else.
+    [[nodiscard]] bool takeBackChanged(const CopyTest& concerned,
+                                       const CopyTest& takeBackOne) const;
+    /// Imports the copy, which may not be reached through a link.
+    [[nodiscard]] bool takeBack(const TrackedTempFile& copy);
     [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
     [[nodiscard]] bool hasOpenCopyIn(const QString& directory) const;
     /// Gives one file a new path and saves; the common end of moving and renaming.

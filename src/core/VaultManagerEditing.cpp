@@ -1,14 +1,17 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/FolderAccess.h"
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 
 #include <algorithm>
+
+#include <sys/stat.h>
 
 namespace Tessel::Core {
 
@@ -19,6 +22,10 @@ namespace {
 // each would take over the other's content.
 bool isNameOnDisk(const QString& path) {
     return !path.contains(QChar::Null) && QFile::decodeName(QFile::encodeName(path)) == path;
+}
+
+bool anyCopy(const TrackedTempFile& /*copy*/) {
+    return true;
 }
 
 } // namespace
@@ -32,43 +39,72 @@ bool VaultManager::prepareFileForEditing(const QString& vaultPath, QString* temp
     if (!isUnlocked() || !tempPath || path.isEmpty() || !isNameOnDisk(path)) {
         return false;
     }
-    const QString copyPath = m_workspace.pathForVaultFile(path);
-    QFile copy(copyPath);
-    if (!QDir().mkpath(QFileInfo(copyPath).absolutePath()) ||
-        !copy.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
+    QFile copy;
+    if (!m_workspace.openForWriting(path, &copy)) {
         return false;
     }
-    if (!writeVaultFileToDevice(path, &copy)) {
-        // The copy may have been watched already. What is left of it must not be taken for an edit
-        // and stored in the place of the file.
-        m_fileSync.untrack(path);
+    // The copy may have been watched already. What is left of it after a failure must not be taken
+    // for an edit and stored in the place of the file.
+    auto forget = qScopeGuard([this, &path] { m_fileSync.untrack(path); });
+    const QString copyPath = m_workspace.pathForVaultFile(path);
+    // Even what a failure leaves of the copy came from the vault.
+    const bool written = writeVaultFileToDevice(path, &copy);
+    struct stat status {};
+    if (!statusOf(copy.handle(), &status) || !m_workspace.noteStored(path, status) || !written) {
         return false;
     }
     copy.close();
-    if (!m_fileSync.track(path, copyPath)) {
+    // The other program is given a path: it must lead to the folder that the copy is in.
+    if (m_workspace.place() != TempWorkspaceManager::Place::Here ||
+        !m_fileSync.track(path, copyPath)) {
         return false;
     }
+    forget.dismiss();
     *tempPath = copyPath;
     return true;
 }
 
-bool VaultManager::syncModifiedTempFiles() {
-    const QList<TrackedTempFile> modified = m_fileSync.modifiedFiles();
-    return std::all_of(modified.cbegin(), modified.cend(), [this](const TrackedTempFile& copy) {
-        return importFile(copy.tempPath, copy.vaultPath);
+bool VaultManager::takeBackChanged(const CopyTest& concerned, const CopyTest& takeBackOne) const {
+    const QList<TrackedTempFile> tracked = m_fileSync.trackedFiles();
+    const TempWorkspaceManager::Place place = m_workspace.place();
+    // The paths no longer tell what was done to the copies.
+    if (place == TempWorkspaceManager::Place::Elsewhere) {
+        return std::none_of(tracked.cbegin(), tracked.cend(), concerned);
+    }
+    const QList<TrackedTempFile> changed = m_fileSync.modifiedFiles();
+    return std::all_of(changed.cbegin(), changed.cend(), [&](const TrackedTempFile& copy) {
+        // A copy that was removed has not changed; what came in its place is not ours.
+        return !concerned(copy) ||
+               (place == TempWorkspaceManager::Place::Here && takeBackOne(copy));
     });
+}
+
+bool VaultManager::takeBack(const TrackedTempFile& copy) {
+    QFile file;
+    struct stat status {};
+    // Read by way of the descriptor: what takes the copy's name meanwhile is not what is stored.
+    if (!m_workspace.openForReading(copy.vaultPath, &file) || !statusOf(file.handle(), &status) ||
+        !importFile(QStringLiteral("/proc/self/fd/%1").arg(file.handle()), copy.vaultPath)) {
+        return false;
+    }
+    // Without the note a later run keeps a copy that it could remove.
+    static_cast<void>(m_workspace.noteStored(copy.vaultPath, status));
+    return true;
+}
+
+bool VaultManager::syncModifiedTempFiles() {
+    return takeBackChanged(anyCopy, [this](const TrackedTempFile& copy) { return takeBack(copy); });
 }
 
 bool VaultManager::syncModifiedTempFile(const QString& vaultPath) {
     const QString path = normalizedVaultPath(vaultPath);
-    const QList<TrackedTempFile> modified = m_fileSync.modifiedFiles();
-    return std::all_of(modified.cbegin(), modified.cend(), [&](const TrackedTempFile& copy) {
-        if (!sameVaultPath(copy.vaultPath, path)) {
-            return true;
-        }
+    const auto concerned = [&path](const TrackedTempFile& copy) {
+        return sameVaultPath(copy.vaultPath, path);
+    };
+    return takeBackChanged(concerned, [this](const TrackedTempFile& copy) {
         // Looked at before the copy is read: what is saved meanwhile counts as a change.
         const QDateTime savedUtc = QFileInfo(copy.tempPath).lastModified().toUTC();
-        if (!importFile(copy.tempPath, copy.vaultPath)) {
+        if (!takeBack(copy)) {
             return false;
         }
         m_fileSync.setLastKnownModified(copy.vaultPath, savedUtc);
@@ -107,13 +143,12 @@ VaultManager::TakenBack VaultManager::presentState(const TrackedTempFile& copy) 
 }
 
 bool VaultManager::syncForLock() {
-    const QList<TrackedTempFile> modified = m_fileSync.modifiedFiles();
-    return std::all_of(modified.cbegin(), modified.cend(), [this](const TrackedTempFile& copy) {
+    return takeBackChanged(anyCopy, [this](const TrackedTempFile& copy) {
         TakenBack state = presentState(copy);
         if (m_takenBack.value(copy.vaultPath) == state) {
             return true;
         }
-        if (!importFile(copy.tempPath, copy.vaultPath)) {
+        if (!takeBack(copy)) {
             return false;
         }
         state.fileId = presentState(copy).fileId;

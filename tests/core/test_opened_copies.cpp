@@ -3,6 +3,7 @@
 
 #include "VaultFixture.h"
 #include "support/Faults.h"
+#include "support/FileModes.h"
 #include "support/Files.h"
 
 #include <QDir>
@@ -12,6 +13,7 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
@@ -65,24 +67,6 @@ QStringList vaultPathsOf(const QList<TrackedTempFile>& files) {
     }
     paths.sort();
     return paths;
-}
-
-/// The system's mask for the modes of new files, for as long as the object lives.
-class FileModeMask {
-public:
-    explicit FileModeMask(mode_t mask) : m_before(::umask(mask)) {}
-    ~FileModeMask() { ::umask(m_before); }
-    Q_DISABLE_COPY_MOVE(FileModeMask)
-
-private:
-    mode_t m_before;
-};
-
-/// The permission bits of a file; all bits when there is none.
-mode_t modeOf(const QString& path) {
-    struct stat status {};
-    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U
-                                                                     : ~mode_t{0};
 }
 
 /// Opens a file of the vault; empty when that fails.
@@ -227,24 +211,106 @@ private Q_SLOTS:
         COMPARE_UNCHANGED(before);
     }
 
-    void aCopyHasTheModeOfAnyNewFile_data() {
+    void aCopyIsForItsUserAlone_data() {
         QTest::addColumn<mode_t>("mask");
-        QTest::addColumn<mode_t>("ofFile");
-        QTest::addColumn<mode_t>("ofFolder");
-        QTest::newRow("all may write") << mode_t{0} << mode_t{0666} << mode_t{0777};
-        QTest::newRow("all may read") << mode_t{0022} << mode_t{0644} << mode_t{0755};
-        QTest::newRow("nobody else") << mode_t{0077} << mode_t{0600} << mode_t{0700};
+        QTest::newRow("no mask") << mode_t{0};
+        QTest::newRow("the usual mask") << mode_t{0022};
     }
-    void aCopyHasTheModeOfAnyNewFile() {
+    void aCopyIsForItsUserAlone() {
         QFETCH(const mode_t, mask);
-        QFETCH(const mode_t, ofFile);
-        QFETCH(const mode_t, ofFolder);
         VaultFixture fixture(usedContainer());
         const FileModeMask fileModeMask(mask);
         QVERIFY(fixture.unlock());
         const QString copy = opened(fixture, A);
-        QCOMPARE(modeOf(copy), ofFile);
-        QCOMPARE(modeOf(QFileInfo(copy).path()), ofFolder);
+        QCOMPARE(modeOf(copy), mode_t{0600});
+        QCOMPARE(modeOf(QFileInfo(copy).path()), mode_t{0700});
+        QCOMPARE(modeOf(workspaceOf(fixture)), mode_t{0700});
+    }
+
+    void whatIsInACopysPlaceIsReplacedAndNotWrittenTo_data() {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("a link to a file") << QStringLiteral("ln -s \"$2\" \"$1\"");
+        QTest::newRow("a second name of a file") << QStringLiteral("ln \"$2\" \"$1\"");
+        QTest::newRow("a link to nothing") << QStringLiteral("ln -s \"$2-missing\" \"$1\"");
+        QTest::newRow("a pipe") << QStringLiteral("mkfifo \"$1\"");
+    }
+    void whatIsInACopysPlaceIsReplacedAndNotWrittenTo() {
+        QFETCH(const QString, command);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        const QString other = fixture.write(QStringLiteral("other"), "not the vault's");
+        QVERIFY(QFile::remove(copy));
+        QCOMPARE(QProcess::execute(QStringLiteral("sh"), {QStringLiteral("-ec"), command,
+                                                          QStringLiteral("sh"), copy, other}),
+                 0);
+        QCOMPARE(opened(fixture, A), copy);
+        QVERIFY(QFileInfo(copy).isFile() && !QFileInfo(copy).isSymLink());
+        QCOMPARE(readFile(copy), QByteArray("line of a\n"));
+        QCOMPARE(readFile(other), QByteArray("not the vault's"));
+        QVERIFY(!QFileInfo::exists(other + QStringLiteral("-missing")));
+        QVERIFY(fixture.vault.lockVault());
+        QCOMPARE(readFile(other), QByteArray("not the vault's"));
+    }
+
+    void aLinkAmongTheFoldersOfACopyIsNotFollowed() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString outside = fixture.file(QStringLiteral("outside"));
+        QVERIFY(QDir().mkdir(outside));
+        QVERIFY(QFile::link(outside, workspaceOf(fixture) + QStringLiteral("/docs")));
+        QVERIFY(opened(fixture, A).isEmpty());
+        QVERIFY(QDir(outside).isEmpty());
+        QVERIFY(fixture.vault.lockVault());
+        QVERIFY(QFileInfo(outside).isDir());
+    }
+
+    void aWorkspaceThatWasRemovedIsMadeAgain() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copyOfA = opened(fixture, A);
+        // A service that clears the temporary folder.
+        QVERIFY(QDir(fixture.temporaryFolder() + QStringLiteral("/Tessel")).removeRecursively());
+        const QString copyOfB = opened(fixture, B);
+        QCOMPARE(readFile(copyOfB), QByteArray("line of b\n"));
+        QVERIFY(writeFile(copyOfB, "edited") && makeLater(copyOfB));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\n"));
+        QCOMPARE(fixture.stored(B), QByteArray("edited"));
+    }
+
+    void aWorkspaceThatWasExchangedIsNotUsed_data() {
+        QTest::addColumn<bool>("isLink");
+        QTest::newRow("for a folder") << false;
+        QTest::newRow("for a link") << true;
+    }
+    void aWorkspaceThatWasExchangedIsNotUsed() {
+        QFETCH(const bool, isLink);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString workspace = workspaceOf(fixture);
+        const QString copy = opened(fixture, A);
+        QVERIFY(writeFile(copy, "edited") && makeLater(copy));
+        // Somebody who may rename folders in "Tessel" puts another in the workspace's place.
+        const QString moved = fixture.temporaryFolder() + QStringLiteral("/moved");
+        const QString planted = isLink ? fixture.file(QStringLiteral("planted")) : workspace;
+        QVERIFY(QDir().rename(workspace, moved));
+        QVERIFY(QDir().mkpath(planted + QStringLiteral("/docs")));
+        QVERIFY(!isLink || QFile::link(planted, workspace));
+        QVERIFY(writeFile(copy, "planted") && makeLater(copy, 3600000));
+        const VaultPicture before(fixture);
+        QVERIFY(opened(fixture, B).isEmpty());
+        QVERIFY(!QFileInfo::exists(planted + QLatin1Char('/') + B));
+        QVERIFY(!fixture.vault.syncModifiedTempFiles());
+        QVERIFY(!fixture.vault.lockVault());
+        COMPARE_UNCHANGED(before);
+        QCOMPARE(readFile(planted + QLatin1Char('/') + A), QByteArray("planted"));
+        QCOMPARE(readFile(moved + QLatin1Char('/') + A), QByteArray("edited"));
+        // Put right, it locks, and takes the edit back.
+        QVERIFY(isLink ? QFile::remove(workspace) : QDir(workspace).removeRecursively());
+        QVERIFY(QDir().rename(moved, workspace));
+        QVERIFY(lockAndUnlock(fixture));
+        QCOMPARE(fixture.stored(A), QByteArray("edited"));
     }
 
     void anEmptyFileIsOpened() {
@@ -759,6 +825,33 @@ private Q_SLOTS:
         QVERIFY(lockAndUnlock(fixture));
         QCOMPARE(fixture.stored(A), QByteArray("edited a"));
         QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
+    }
+
+    void aLinkInACopysPlaceIsNotTakenBack_data() {
+        QTest::addColumn<QString>("link");
+        QTest::newRow("the copy") << A;
+        QTest::newRow("its folder") << QStringLiteral("docs");
+    }
+    void aLinkInACopysPlaceIsNotTakenBack() {
+        QFETCH(const QString, link);
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QString copy = opened(fixture, A);
+        QVERIFY(!copy.isEmpty());
+        const QString linkPath = workspaceOf(fixture) + QLatin1Char('/') + link;
+        const QString outside = fixture.file(QStringLiteral("outside"));
+        QVERIFY(QDir().rename(linkPath, outside) && QFile::link(outside, linkPath));
+        QVERIFY(writeFile(copy, "not the vault's") && makeLater(copy));
+        const VaultPicture before(fixture);
+        QVERIFY(!fixture.vault.lockVault());
+        COMPARE_UNCHANGED(before);
+        // Without the link it locks; what the link led to is as it was.
+        QVERIFY(QFile::remove(linkPath));
+        QVERIFY(fixture.vault.lockVault());
+        const QString file = link == A ? outside : outside + QStringLiteral("/a.txt");
+        QCOMPARE(readFile(file), QByteArray("not the vault's"));
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(A), QByteArray("line of a\n"));
     }
 
     void aWorkspaceThatCannotBeRemovedIsReportedAndTheVaultLocked() {

@@ -3,11 +3,13 @@
 
 #include "core/TempWorkspaceManager.h"
 #include "support/Faults.h"
+#include "support/FileModes.h"
 #include "support/Files.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -29,6 +31,23 @@ bool plantFile(const QString& path, const QByteArray& bytes) {
 bool isThere(const QString& path) {
     return QFileInfo::exists(path) || QFileInfo(path).isSymLink();
 }
+
+/// Lets this process have no more than so many files open.
+class DescriptorLimit {
+public:
+    explicit DescriptorLimit(rlim_t most) {
+        if (::getrlimit(RLIMIT_NOFILE, &m_before) != 0) {
+            qFatal("getrlimit failed");
+        }
+        const struct rlimit limit { most, m_before.rlim_max };
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
+    Q_DISABLE_COPY_MOVE(DescriptorLimit)
+
+private:
+    struct rlimit m_before {};
+};
 
 } // namespace
 
@@ -140,6 +159,54 @@ private Q_SLOTS:
         QVERIFY(QDir(m_temp->path()).isEmpty());
     }
 
+    void theFolderIsForItsUserAlone_data() {
+        QTest::addColumn<mode_t>("mask");
+        QTest::newRow("no mask") << mode_t{0};
+        QTest::newRow("the usual mask") << mode_t{0022};
+    }
+    void theFolderIsForItsUserAlone() {
+        QFETCH(const mode_t, mask);
+        const FileModeMask fileModeMask(mask);
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QCOMPARE(modeOf(workspace.workspacePath()), mode_t{0700});
+        QVERIFY(workspace.cleanup());
+    }
+
+    void theParentIsForAllAccounts_data() {
+        QTest::addColumn<bool>("isThere");
+        QTest::newRow("made by this run") << false;
+        QTest::newRow("made by an earlier version, for its user alone") << true;
+    }
+    void theParentIsForAllAccounts() {
+        QFETCH(const bool, isThere);
+        const QString parent = inTemp(QStringLiteral("Tessel"));
+        const FileModeMask nobodyElse(0077);
+        QVERIFY(!isThere || QDir().mkdir(parent));
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QCOMPARE(modeOf(parent), mode_t{01777});
+        QVERIFY(workspace.cleanup());
+    }
+
+    void aParentThatIsALinkIsNotUsed() {
+        QVERIFY(QFile::link(m_outside->path(), inTemp(QStringLiteral("Tessel"))));
+        TempWorkspaceManager workspace;
+        QVERIFY(!workspace.prepare());
+        QVERIFY(QDir(m_outside->path()).isEmpty());
+    }
+
+    void startedProgramsInheritNoDescriptor() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QProcess list;
+        list.start(QStringLiteral("ls"), {QStringLiteral("-l"), QStringLiteral("/proc/self/fd")});
+        QVERIFY(list.waitForFinished() && list.exitCode() == 0);
+        const QByteArray descriptors = list.readAllStandardOutput();
+        QVERIFY2(!descriptors.contains("/Tessel"), descriptors.constData());
+        QVERIFY(workspace.cleanup());
+    }
+
     // --- Removing --------------------------------------------------------------------------
 
     void removingNothingSucceeds() {
@@ -227,6 +294,50 @@ private Q_SLOTS:
         QVERIFY(workspace.cleanup());
         QVERIFY(!isThere(workspace.workspacePath()));
         QCOMPARE(readFile(outside(QStringLiteral("folder/file"))), QByteArray("not the vault's"));
+    }
+
+    void aFolderInItsPlaceIsLeftAlone_data() {
+        QTest::addColumn<bool>("isLink");
+        QTest::newRow("a folder") << false;
+        QTest::newRow("a link to one") << true;
+    }
+    void aFolderInItsPlaceIsLeftAlone() {
+        QFETCH(const bool, isLink);
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QVERIFY(plantFile(workspace.pathForVaultFile(QStringLiteral("docs/a")), "a copy"));
+        // Moved away by somebody who may; something else takes the name.
+        const QString moved = inTemp(QStringLiteral("moved"));
+        QVERIFY(QDir().rename(workspace.workspacePath(), moved));
+        const QString other =
+            isLink ? outside(QStringLiteral("folder")) : workspace.workspacePath();
+        QVERIFY(plantFile(other + QStringLiteral("/docs/a"), "not the vault's"));
+        QVERIFY(!isLink || QFile::link(other, workspace.workspacePath()));
+        QVERIFY(!workspace.cleanup());
+        QCOMPARE(readFile(other + QStringLiteral("/docs/a")), QByteArray("not the vault's"));
+        // The copies are removed where they are.
+        QVERIFY(QDir(moved).isEmpty());
+    }
+
+    void foldersWithinFoldersAreRemovedHoweverDeep() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        // Deeper than a process may have files open.
+        const DescriptorLimit few(64);
+        const QString deepest =
+            workspace.pathForVaultFile(QStringLiteral("a/").repeated(200) + QStringLiteral("x"));
+        QVERIFY(plantFile(deepest, "x"));
+        QVERIFY(workspace.cleanup());
+        QVERIFY(!isThere(workspace.workspacePath()));
+    }
+
+    void theParentHoldsNothingAfterwards() {
+        TempWorkspaceManager workspace;
+        QVERIFY(workspace.prepare());
+        QVERIFY(workspace.cleanup());
+        QCOMPARE(QDir(inTemp(QStringLiteral("Tessel")))
+                     .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList());
     }
 
     void whatCannotBeRemovedIsReported() {

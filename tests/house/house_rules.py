@@ -21,7 +21,7 @@ COMMENT_MARKS = {".cpp": "//", ".h": "//", ".py": "#", ".sh": "#", ".cmake": "#"
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
 # The C++ library has no dots in its names; beside it the engine uses these of the system.
 CXX_HEADER = re.compile(r"[a-z_0-9]+")
-SYSTEM_HEADER = re.compile(r"(sys|linux)/[a-z_]+\.h|(unistd|fcntl|errno|signal|poll)\.h")
+SYSTEM_HEADER = re.compile(r"(sys|linux)/[a-z_]+\.h|(dirent|unistd|fcntl|errno|signal|poll)\.h")
 CRYPTO_HEADER = re.compile(r"(sodium|openssl)(/[a-z_0-9]+)?\.h")
 LINK = re.compile(r"target_link_libraries\(\s*(\w+)([^)]*)\)")
 TRANSLATED_TEXT = re.compile(r"\b(tr|translate|QT_TR_NOOP|QT_TRANSLATE_NOOP)\s*\(")
