@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "VaultFixture.h"
+#include "core/WorkspaceLeftovers.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
+#include "support/KilledRun.h"
 #include "support/MustRun.h"
 
 #include <QCoreApplication>
@@ -103,6 +105,32 @@ private Q_SLOTS:
         QVERIFY(plantParent(owner, mode));
         QCOMPARE(asAccount(Beto, [this] { return opensAFile(*m_fixture); }), used);
         QVERIFY(QDir(parent()).isEmpty());
+    }
+
+    void whatAnotherAccountsRunLeftIsNotTouched() {
+        KilledRun run([this] {
+            QString copy;
+            return ::setresgid(Ana, Ana, Ana) == 0 && ::setresuid(Ana, Ana, Ana) == 0 &&
+                   m_fixture->unlock() &&
+                   m_fixture->vault.prepareFileForEditing(QStringLiteral("a.txt"), &copy);
+        });
+        QVERIFY(run.isReady());
+        run.kill();
+        const auto left = [this] {
+            return QDir(parent()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        };
+        const auto start = [] {
+            WorkspaceLeftovers leftovers;
+            leftovers.clear();
+            return leftovers.untoldFolders().isEmpty();
+        };
+        QCOMPARE(left().size(), 2);
+        // The superuser could, and Beto could not.
+        QVERIFY(start());
+        QVERIFY(asAccount(Beto, start));
+        QCOMPARE(left().size(), 2);
+        QVERIFY(asAccount(Ana, start));
+        QCOMPARE(left(), QStringList());
     }
 
     void theOwnerOfTheParentGetsNothingByMovingTheWorkspace() {
