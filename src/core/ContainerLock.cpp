@@ -3,28 +3,77 @@
 
 #include "core/ContainerLock.h"
 
+#include "core/RegularFile.h"
+
+#include <QFile>
+
 #include <cerrno>
 
 #include <sys/file.h>
+#include <sys/stat.h>
 
 namespace Tessel::Core {
 
+namespace {
+
+bool pathLeadsTo(const QString& path, const QFile& file) {
+    struct stat named {};
+    struct stat open {};
+    return ::stat(QFile::encodeName(path).constData(), &named) == 0 &&
+           ::fstat(file.handle(), &open) == 0 && named.st_dev == open.st_dev &&
+           named.st_ino == open.st_ino;
+}
+
+// The locked file at the path; null when there is none.
+std::unique_ptr<QFile> lockedFileAt(const QString& path) {
+    // Between the open and the lock another window may put a new file in the place of this one,
+    // whose lock then protects nothing.
+    constexpr int Tries = 3;
+    for (int i = 0; i < Tries; ++i) {
+        auto file = std::make_unique<QFile>(path);
+        if (!openRegularFile(*file, QIODevice::ReadOnly)) {
+            return nullptr;
+        }
+        // flock and not fcntl: closing another descriptor of the container must not give it up.
+        if (::flock(file->handle(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            return nullptr;
+        }
+        if (pathLeadsTo(path, *file)) {
+            return file;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+ContainerLock::ContainerLock() = default;
+ContainerLock::~ContainerLock() = default;
+
 bool ContainerLock::acquire(const QString& path) {
     release();
-    m_file.setFileName(path);
-    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    m_path = path;
+    m_file = lockedFileAt(path);
+    return m_file != nullptr;
+}
+
+bool ContainerLock::follow() {
+    if (!m_file) {
         return false;
     }
-    // flock and not fcntl: closing another descriptor of the container must not give it up.
-    if (::flock(m_file.handle(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        release();
+    if (!QFile::exists(m_path) || pathLeadsTo(m_path, *m_file)) {
+        return true;
+    }
+    std::unique_ptr<QFile> successor = lockedFileAt(m_path);
+    if (!successor) {
         return false;
     }
+    m_file = std::move(successor);
     return true;
 }
 
 void ContainerLock::release() {
-    m_file.close();
+    m_file.reset();
 }
 
 } // namespace Tessel::Core

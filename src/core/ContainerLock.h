@@ -3,28 +3,38 @@
 
 #pragma once
 
-#include <QFile>
 #include <QString>
+
+#include <memory>
+
+class QFile;
 
 namespace Tessel::Core {
 
-/// An advisory lock on a container, held for as long as a window has its vault unlocked.
+/// An advisory lock on a container (flock), held for as long as a window has its vault unlocked.
 ///
 /// It keeps a second window from working on the same container, and its open descriptor makes the
 /// desktop's "safely remove" say that the drive is in use. The engine itself does not ask for it.
 class ContainerLock {
 public:
-    ContainerLock() = default;
+    ContainerLock();
+    ~ContainerLock();
     Q_DISABLE_COPY_MOVE(ContainerLock)
 
     /// Takes the lock on the file at @p path, giving up the one held before.
-    /// @return false when another window holds it or the file cannot be opened; true also on file
-    ///         systems that know no locks.
+    /// @return false when another window holds it, or when there is no regular file that can be
+    ///         opened; true also on file systems that know no locks.
     [[nodiscard]] bool acquire(const QString& path);
+    /// Takes the lock on the file that is at the path now, when it is not the one held: compaction
+    /// and a backup put back replace it. The old file stays locked until the new one is.
+    /// @return false when another window holds the new file, or without a lock that was acquired;
+    ///         true when there is nothing at the path
+    [[nodiscard]] bool follow();
     void release();
 
 private:
-    QFile m_file;
+    QString m_path;
+    std::unique_ptr<QFile> m_file;
 };
 
 } // namespace Tessel::Core

@@ -7,10 +7,10 @@
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
 #include "core/RedoRecord.h"
+#include "core/RegularFile.h"
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QSaveFile>
 
@@ -294,12 +294,8 @@ bool ContainerManager::containerExists(const QString& directory) const {
 }
 
 bool ContainerManager::readDocument(const QString& path, ContainerDocument* out) const {
-    // A pipe under the container's name would block the open for ever.
-    if (!out || !QFileInfo(path).isFile()) {
-        return false;
-    }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !readMagic(file)) {
+    if (!out || !openRegularFile(file, QIODevice::ReadOnly) || !readMagic(file)) {
         return false;
     }
     const std::optional<LengthLine> line = readLengthLine(file);
@@ -323,11 +319,8 @@ bool ContainerManager::readDocument(const QString& path, ContainerDocument* out)
 }
 
 bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* out) const {
-    if (!out || !QFileInfo(path).isFile()) {
-        return false;
-    }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !readMagic(file)) {
+    if (!out || !openRegularFile(file, QIODevice::ReadOnly) || !readMagic(file)) {
         return false;
     }
     const std::optional<RedoRecord> record = findRedoRecord(file);
@@ -343,8 +336,7 @@ bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* ou
 
 bool ContainerManager::repairHeader(const QString& path, const ContainerDocument& document) const {
     QFile file(path);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file) || !findRedoRecord(file)) {
+    if (!openRegularFile(file, QIODevice::ReadWrite) || !readMagic(file) || !findRedoRecord(file)) {
         return false;
     }
     const std::optional<QByteArray> image = imageOf(buildHeader(document));
@@ -353,8 +345,7 @@ bool ContainerManager::repairHeader(const QString& path, const ContainerDocument
 
 bool ContainerManager::dropRedoRecord(const QString& path) const {
     QFile file(path);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file)) {
+    if (!openRegularFile(file, QIODevice::ReadWrite) || !readMagic(file)) {
         return false;
     }
     const std::optional<LengthLine> line = readLengthLine(file);
@@ -400,8 +391,7 @@ bool ContainerManager::updateDocumentHeader(const QString& path, const Container
                                             const ContainerDocument& record,
                                             RegionRest rest) const {
     QFile file(path);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file)) {
+    if (!openRegularFile(file, QIODevice::ReadWrite) || !readMagic(file)) {
         return false;
     }
     const std::optional<LengthLine> line = readLengthLine(file);
@@ -456,7 +446,7 @@ ContainerCryptoMetadata ContainerManager::cryptoMetadataFromJson(const QJsonObje
 
 QByteArray ContainerManager::readContainer(const QString& path) const {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return openRegularFile(file, QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 bool ContainerManager::writeContainer(const QString& path, const QByteArray& bytes) const {

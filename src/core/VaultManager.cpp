@@ -3,6 +3,7 @@
 
 #include "core/VaultManager.h"
 
+#include <QFileInfo>
 #include <QScopeGuard>
 
 namespace Tessel::Core {
@@ -71,7 +72,8 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
         // On a drive that takes no writes the vault can still be read.
         static_cast<void>(m_containerManager.repairHeader(path, document));
     }
-    m_containerFilePath = path;
+    // A link would be replaced by the compacted container, and the drive would keep the old one.
+    m_containerFilePath = QFileInfo(path).canonicalFilePath();
     setIndex(SecureFileIndex(m_index), document);
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();

@@ -3,6 +3,7 @@
 
 #include "core/ContainerCopy.h"
 #include "core/DiskSync.h"
+#include "core/RegularFile.h"
 #include "core/VaultManager.h"
 
 #include <QDir>
@@ -67,7 +68,7 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     }
     ContainerDocument document;
     QFile source(m_containerFilePath);
-    if (!refreshSession(&document) || !source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!refreshSession(&document) || !openRegularFile(source, QIODevice::ReadOnly)) {
         return false;
     }
     QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/Tessel-compact-XXXXXX"));

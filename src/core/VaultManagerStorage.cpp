@@ -4,6 +4,7 @@
 #include "core/DiskSync.h"
 #include "core/FileDigest.h"
 #include "core/RedoRecord.h"
+#include "core/RegularFile.h"
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
 
@@ -123,7 +124,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     renewPayloadNonce(&document);
 
     QFile container(m_containerFilePath);
-    if (!container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+    if (!openRegularFile(container, QIODevice::ReadWrite)) {
         return false;
     }
     const qint64 formerSize = container.size();
@@ -223,7 +224,7 @@ bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* d
 VaultManager::Written VaultManager::writeBlocks(const VaultFileEntry& entry, QIODevice* device,
                                                 qsizetype* next) const {
     QFile container(m_containerFilePath);
-    if (!container.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!openRegularFile(container, QIODevice::ReadOnly)) {
         return Written::UnreadableBlock;
     }
     const QByteArray key = workingKey();

@@ -324,7 +324,9 @@ void MainWindow::runCommand(const std::function<void()>& command) {
     }
     {
         const QScopedValueRollback running(m_commandRunning, true);
-        command();
+        if (keepHold()) {
+            command();
+        }
     }
     if (m_closeRequested) {
         m_closeRequested = false;

@@ -178,6 +178,10 @@ private:
     void runCommand(const std::function<void()>& command);
     void toggleVault();
     [[nodiscard]] bool vaultIsUnlocked() const;
+    /// Keeps the hold on the container of the open vault when its file has been replaced. When
+    /// another window has taken that file, the vault is locked.
+    /// @return whether the command that is about to run may go on
+    [[nodiscard]] bool keepHold();
     /// Locks the vault and, when it is locked in the end, gives up the hold on its container.
     [[nodiscard]] bool closeVault();
     /// What a new message box or dialog belongs to: the dialog in front, else the window.

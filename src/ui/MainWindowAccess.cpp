@@ -5,6 +5,7 @@
 
 #include "core/ContainerCopy.h"
 #include "core/ContainerManager.h"
+#include "core/RegularFile.h"
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
@@ -93,6 +94,12 @@ void markAssociation(QListWidgetItem* item) {
     item->setFont(font);
     item->setBackground(QColor(222, 237, 255));
     item->setToolTip(MainWindow::tr("Dispositivo associado ao container selecionado."));
+}
+
+/// Takes the lock on what is about to be replaced. @return false when another window has that
+/// vault open; true also when there is nothing to replace.
+bool acquireIfThere(Core::ContainerLock* lock, const QString& path) {
+    return !QFileInfo::exists(path) || lock->acquire(path);
 }
 
 } // namespace
@@ -258,7 +265,8 @@ void MainWindow::createVault() {
     if (password.isEmpty()) {
         return;
     }
-    if (!m_vault.createVault(path, password)) {
+    Core::ContainerLock lock;
+    if (!acquireIfThere(&lock, path) || !m_vault.createVault(path, password)) {
         showWarning(this, productTitle(), tr("Não foi possível criar o cofre."));
         return;
     }
@@ -323,6 +331,14 @@ void MainWindow::unlockVault() {
     }
 }
 
+bool MainWindow::keepHold() {
+    if (!vaultIsUnlocked() || m_containerLock.follow()) {
+        return true;
+    }
+    lockVault();
+    return false;
+}
+
 bool MainWindow::closeVault() {
     const bool closed = m_vault.lockVault();
     if (!vaultIsUnlocked()) {
@@ -361,7 +377,9 @@ void MainWindow::changeVaultPassword() {
     if (dialog.exec() != QDialog::Accepted) {
         return;
     }
-    if (m_vault.changePassword(m_containerPath, dialog.currentPassword(), dialog.newPassword())) {
+    Core::ContainerLock lock;
+    if (lock.acquire(m_containerPath) &&
+        m_vault.changePassword(m_containerPath, dialog.currentPassword(), dialog.newPassword())) {
         showResult(tr("Senha alterada com sucesso."));
         showInformation(this, productTitle(), tr("Senha alterada com sucesso."));
         return;
@@ -404,13 +422,15 @@ QString MainWindow::requestBackupDestination() {
 }
 
 void MainWindow::writeBackup(const QString& destinationPath) {
+    Core::ContainerLock lock;
     QFile source(m_containerPath);
-    if (!source.open(QIODevice::ReadOnly)) {
+    if (!lock.acquire(m_containerPath) || !Core::openRegularFile(source, QIODevice::ReadOnly)) {
         showWarning(this, backupTitle(), tr("Não foi possível abrir o container para backup."));
         return;
     }
+    Core::ContainerLock destinationLock;
     Core::ContainerBackup backup(destinationPath);
-    if (!backup.create(m_containerPath)) {
+    if (!backup.create(m_containerPath) || !acquireIfThere(&destinationLock, destinationPath)) {
         showWarning(this, backupTitle(), tr("Não foi possível criar o arquivo de backup."));
         return;
     }

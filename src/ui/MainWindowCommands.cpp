@@ -538,18 +538,16 @@ void MainWindow::compactVault() {
         ModalProgress progress(this, title,
                                tr("Compactando o cofre...\n\nSerá criado temporariamente um "
                                   "container criptografado no disco local."));
-        const auto report = [&progress](qint64 done, qint64 total, const QString& name) {
+        const auto report = [&](qint64 done, qint64 total, const QString& name) {
+            // The new container is locked as soon as it is there, while it is still empty: no
+            // other window can open it. Holding on to the old one would keep its space occupied,
+            // which the new one may need. What fails here is tried again below.
+            static_cast<void>(m_containerLock.follow());
             progress.report(
                 progressValue(done, total, 0),
                 tr("%1...\n%2 de %3").arg(name, formatFileSize(done), formatFileSize(total)));
         };
-        // Compaction puts a new file in the container's place. To hold on to the old one would
-        // keep its space occupied, which the new one may need.
-        m_containerLock.release();
         compacted = m_vault.compactVault(report, &preservedPath);
-        // Should the container be gone, or another window have been quicker, the vault is open
-        // here all the same.
-        static_cast<void>(m_containerLock.acquire(m_containerPath));
         progress.finish();
     }
     if (compacted) {
@@ -558,6 +556,7 @@ void MainWindow::compactVault() {
         updateActions();
         showResult(tr("Cofre compactado com sucesso."));
         showInformation(this, title, tr("Cofre compactado com sucesso."));
+        static_cast<void>(keepHold());
         return;
     }
     showWarning(this, title,
@@ -567,6 +566,7 @@ void MainWindow::compactVault() {
                          "compactado criptografado foi preservado em:\n%1")
                           .arg(preservedPath));
     showResult(tr("Falha ao compactar o cofre."));
+    static_cast<void>(keepHold());
 }
 
 } // namespace Tessel::UI

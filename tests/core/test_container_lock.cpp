@@ -2,12 +2,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "core/ContainerLock.h"
+#include "support/Files.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using Tessel::Core::ContainerLock;
+using Tessel::Tests::writeFile;
 
 class TestContainerLock : public QObject {
     Q_OBJECT
@@ -21,16 +25,28 @@ private Q_SLOTS:
     void survivesAnotherDescriptorBeingClosed();
     void acquiringElsewhereGivesTheFormerUp();
     void refusesAMissingFile();
+    void refusesAPipeAtOnce();
+    void followsAReplacedFile();
+    void followsNothingAnotherWindowHolds();
+    void keepsTheOldFileWhileThereIsNoNewOne();
+    void followsNothingWithoutALock();
 
 private:
+    /// Puts another file at the path.
+    [[nodiscard]] bool replaceFile() const;
+
     QTemporaryDir m_folder;
     QString m_path;
 };
 
 void TestContainerLock::init() {
     m_path = m_folder.filePath(QStringLiteral("tessel.tvlt"));
-    QFile file(m_path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(writeFile(m_path, {}));
+}
+
+bool TestContainerLock::replaceFile() const {
+    const QString next = m_folder.filePath(QStringLiteral("next"));
+    return writeFile(next, {}) && QFile::remove(m_path) && QFile::rename(next, m_path);
 }
 
 void TestContainerLock::refusesASecondHolder() {
@@ -90,6 +106,54 @@ void TestContainerLock::acquiringElsewhereGivesTheFormerUp() {
 void TestContainerLock::refusesAMissingFile() {
     ContainerLock lock;
     QVERIFY(!lock.acquire(m_folder.filePath(QStringLiteral("missing"))));
+}
+
+void TestContainerLock::refusesAPipeAtOnce() {
+    const QString pipe = m_folder.filePath(QStringLiteral("pipe"));
+    QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    ContainerLock lock;
+    QVERIFY(!lock.acquire(pipe));
+}
+
+void TestContainerLock::followsAReplacedFile() {
+    ContainerLock first;
+    QVERIFY(first.acquire(m_path));
+    QVERIFY(replaceFile());
+    QVERIFY(first.follow());
+    ContainerLock second;
+    QVERIFY(!second.acquire(m_path));
+    first.release();
+    QVERIFY(second.acquire(m_path));
+}
+
+void TestContainerLock::followsNothingAnotherWindowHolds() {
+    ContainerLock first;
+    ContainerLock second;
+    QVERIFY(first.acquire(m_path));
+    QVERIFY(replaceFile());
+    QVERIFY(second.acquire(m_path));
+    QVERIFY(!first.follow());
+    second.release();
+    QVERIFY(first.follow());
+}
+
+void TestContainerLock::keepsTheOldFileWhileThereIsNoNewOne() {
+    const QString elsewhere = m_folder.filePath(QStringLiteral("elsewhere"));
+    ContainerLock first;
+    QVERIFY(first.acquire(m_path));
+    QVERIFY(QFile::remove(elsewhere) || !QFile::exists(elsewhere));
+    QVERIFY(QFile::rename(m_path, elsewhere));
+    QVERIFY(first.follow());
+    ContainerLock second;
+    QVERIFY(!second.acquire(elsewhere));
+}
+
+void TestContainerLock::followsNothingWithoutALock() {
+    ContainerLock lock;
+    QVERIFY(!lock.follow());
+    QVERIFY(lock.acquire(m_path));
+    lock.release();
+    QVERIFY(!lock.follow());
 }
 
 QTEST_GUILESS_MAIN(TestContainerLock)

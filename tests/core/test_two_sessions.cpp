@@ -8,6 +8,7 @@
 #include "support/Files.h"
 
 #include <QBuffer>
+#include <QFileInfo>
 #include <QTest>
 
 #include <functional>
@@ -251,6 +252,18 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.saveIndex(given));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword), given.toJson());
         QCOMPARE(fixture.vault.fileIndex().toJson(), given.toJson());
+    }
+
+    void aContainerBehindALinkIsCompactedWhereItIs() {
+        VaultFixture fixture(withAGap());
+        const QString link = fixture.file(QStringLiteral("link.tvlt"));
+        QVERIFY(QFile::link(fixture.container(), link));
+        QVERIFY(fixture.vault.unlockVault(link, TestPassword));
+        const qint64 before = QFileInfo(fixture.container()).size();
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(QFileInfo(link).isSymLink());
+        QVERIFY(QFileInfo(fixture.container()).size() < before);
+        QVERIFY(bothAreKept(fixture.container()));
     }
 
     void aPasswordChangedElsewhereStaysChanged() {

@@ -34,6 +34,8 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include <sys/stat.h>
+
 using Tessel::Tests::CraftedContainer;
 using Tessel::Tests::FakeDesktop;
 using Tessel::Tests::ProgressProbe;
@@ -146,6 +148,14 @@ private Q_SLOTS:
     void vaultThatAnotherWindowHoldsStaysClosed();
     void openVaultIsHeldUntilItIsLocked();
     void compactionKeepsTheHoldOnTheContainer();
+    void compactionNeverLetsGoOfTheContainer();
+    void containerThatAnotherWindowTookLocksTheVault();
+    void containerPutBackIsHeldWithTheNextCommand();
+    void vaultThatAnotherWindowHoldsIsNotReplaced();
+    void passwordOfAVaultThatAnotherWindowHoldsIsNotChanged();
+    void backupOfAVaultThatAnotherWindowHoldsIsRefused();
+    void backupOverAVaultThatAnotherWindowHoldsIsRefused();
+    void pipeInTheContainersPlaceIsRefused();
     void missingWorkspaceLeavesTheVaultOpen();
 
     void closesWhileLocked();
@@ -769,6 +779,129 @@ void TestMainWindowFrame::compactionKeepsTheHoldOnTheContainer() {
         QVERIFY2(!descriptor.symLinkTarget().contains(u"tessel.tvlt (deleted)"),
                  qPrintable(descriptor.symLinkTarget()));
     }
+}
+
+void TestMainWindowFrame::compactionNeverLetsGoOfTheContainer() {
+    QVERIFY(openSample());
+    int looks = 0;
+    bool wasFree = false;
+    const ProgressProbe probe([&](QProgressDialog*, int) {
+        Tessel::Core::ContainerLock otherWindow;
+        wasFree = otherWindow.acquire(containerPath()) || wasFree;
+        ++looks;
+    });
+    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
+    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(looks > 0);
+    QVERIFY(!wasFree);
+}
+
+void TestMainWindowFrame::containerThatAnotherWindowTookLocksTheVault() {
+    QVERIFY(openSample());
+    const QByteArray bytes = Tessel::Tests::readFile(containerPath());
+    QVERIFY(QFile::remove(containerPath()));
+    QVERIFY(Tessel::Tests::writeFile(containerPath(), bytes));
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(otherWindow.acquire(containerPath()));
+    m_driver->action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(!m_driver->vaultIsOpen());
+    QCOMPARE(m_driver->result(), u"Cofre bloqueado."_qs);
+    QVERIFY(Tessel::Tests::readFile(containerPath()) == bytes);
+}
+
+void TestMainWindowFrame::containerPutBackIsHeldWithTheNextCommand() {
+    QVERIFY(openSample());
+    const QByteArray bytes = Tessel::Tests::readFile(containerPath());
+    QVERIFY(QFile::remove(containerPath()));
+    QVERIFY(Tessel::Tests::writeFile(containerPath(), bytes));
+    m_driver->dialogs.reject(u"Nova pasta"_qs);
+    m_driver->action(u"Nova pasta..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->vaultIsOpen());
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(!otherWindow.acquire(containerPath()));
+}
+
+void TestMainWindowFrame::vaultThatAnotherWindowHoldsIsNotReplaced() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    const QByteArray bytes = Tessel::Tests::readFile(containerPath());
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(otherWindow.acquire(containerPath()));
+    m_driver->dialogs.answerFiles(u"Criar container Tessel"_qs, {containerPath()});
+    m_driver->dialogs.press(u"Criar container Tessel"_qs, u"Yes"_qs);
+    m_driver->dialogs.answerText(u"Definir senha do cofre"_qs, Password);
+    m_driver->dialogs.answerText(u"Confirmar senha do cofre"_qs, Password);
+    m_driver->dialogs.acceptWarning(Title);
+    m_driver->action(u"Criar novo cofre..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível criar o cofre."_qs);
+    QVERIFY(Tessel::Tests::readFile(containerPath()) == bytes);
+}
+
+void TestMainWindowFrame::passwordOfAVaultThatAnotherWindowHoldsIsNotChanged() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    const QByteArray bytes = Tessel::Tests::readFile(containerPath());
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(otherWindow.acquire(containerPath()));
+    m_driver->dialogs.handle(u"Alterar senha do cofre"_qs, [](QDialog* dialog) {
+        const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
+        for (QLineEdit* field : fields) {
+            field->setText(Password);
+        }
+        QVERIFY(Tessel::Tests::pressButton(dialog, u"Alterar"_qs));
+    });
+    m_driver->dialogs.acceptWarning(Title);
+    m_driver->action(u"Alterar senha..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_qs);
+    QCOMPARE(m_driver->result(), u"Falha ao alterar a senha."_qs);
+    QVERIFY(Tessel::Tests::readFile(containerPath()) == bytes);
+}
+
+void TestMainWindowFrame::backupOfAVaultThatAnotherWindowHoldsIsRefused() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(otherWindow.acquire(containerPath()));
+    const QString copy = m_folder->filePath(u"copia.tvlt"_qs);
+    m_driver->dialogs.answerFiles(u"Fazer backup do container"_qs, {copy});
+    m_driver->dialogs.acceptWarning(u"Fazer backup"_qs);
+    m_driver->action(u"Fazer backup..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível abrir o container para backup."_qs);
+    QVERIFY(!QFileInfo::exists(copy));
+}
+
+void TestMainWindowFrame::backupOverAVaultThatAnotherWindowHoldsIsRefused() {
+    QVERIFY(CraftedContainer().writeTo(containerPath()));
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    const QString other = m_folder->filePath(u"outro.tvlt"_qs);
+    QVERIFY(CraftedContainer(2).writeTo(other));
+    const QByteArray bytes = Tessel::Tests::readFile(other);
+    Tessel::Core::ContainerLock otherWindow;
+    QVERIFY(otherWindow.acquire(other));
+    m_driver->dialogs.answerFiles(u"Fazer backup do container"_qs, {other});
+    m_driver->dialogs.press(u"Fazer backup do container"_qs, u"Yes"_qs);
+    m_driver->dialogs.acceptWarning(u"Fazer backup"_qs);
+    m_driver->action(u"Fazer backup..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível criar o arquivo de backup."_qs);
+    QVERIFY(Tessel::Tests::readFile(other) == bytes);
+}
+
+void TestMainWindowFrame::pipeInTheContainersPlaceIsRefused() {
+    QCOMPARE(::mkfifo(QFile::encodeName(containerPath()).constData(), 0600), 0);
+    QVERIFY(m_driver->chooseContainer(containerPath()));
+    m_driver->dialogs.answerText(PasswordTitle, Password);
+    m_driver->dialogs.acceptWarning(Title);
+    m_driver->action(u"Desbloquear"_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
 }
 
 void TestMainWindowFrame::missingWorkspaceLeavesTheVaultOpen() {
