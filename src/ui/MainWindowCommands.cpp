@@ -356,13 +356,12 @@ bool MainWindow::takeBackEdit(const QString& vaultPath) {
         std::any_of(modified.cbegin(), modified.cend(), [&](const Core::TrackedTempFile& copy) {
             return sameVaultPath(copy.vaultPath, vaultPath);
         });
-    if (!isModified) {
-        return true;
-    }
     const bool takenBack = m_vault.syncModifiedTempFile(vaultPath);
-    refreshVaultFiles();
-    selectFile(vaultPath);
-    updateActions();
+    if (isModified) {
+        refreshVaultFiles();
+        selectFile(vaultPath);
+        updateActions();
+    }
     return takenBack;
 }
 

@@ -96,6 +96,7 @@ private Q_SLOTS:
     void openFailuresAreTold();
     void openingAgainKeepsTheSavedEdit();
     void openingAgainWithoutTheDriveLeavesTheCopy();
+    void aMovedWorkspaceLetsNoEditBeLeftOut();
     void exportingASavedEditTakesItBackFirst();
     void exportWithoutTheDriveWritesNothing();
     void importOverAnOpenedFileCountsMoreThanTheEditBeforeIt_data();
@@ -591,6 +592,32 @@ void TestFileCommands::openingAgainWithoutTheDriveLeavesTheCopy() {
     QCOMPARE(readFile(copy), QByteArray("edited"));
     QCOMPARE(QFileInfo(copy).lastModified(), time);
     bringContainerBack();
+    QVERIFY(reopen());
+    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+}
+
+void TestFileCommands::aMovedWorkspaceLetsNoEditBeLeftOut() {
+    QVERIFY(openSample());
+    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    QVERIFY(!copy.isEmpty());
+    // With another folder in its place, the path no longer tells whether the copy changed.
+    const QString workspace = QFileInfo(copy).path();
+    const QString moved = workspace + u".away"_qs;
+    QVERIFY(QDir().rename(workspace, moved) && QDir().mkdir(workspace));
+    const FakeDesktop desktop(u"file"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
+    QVERIFY(desktop.opened.isEmpty());
+    QCOMPARE(readFile(moved + u"/a.txt"_qs), QByteArray("edited"));
+    const QString destination = filePath(u"out.txt"_qs);
+    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
+    m_driver->dialogs.answerFiles(u"Exportar arquivo"_qs, {destination});
+    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    QVERIFY(!QFile::exists(destination));
+    QVERIFY(QDir().rmdir(workspace) && QDir().rename(moved, workspace));
     QVERIFY(reopen());
     QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
 }
