@@ -25,13 +25,13 @@ namespace {
 
 using namespace ContainerLayout;
 
-constexpr qint64 ScanBytes = qint64{256} * 1024;
-
 struct LengthLine {
     /// The number the line holds.
     qint64 headerBytes = 0;
     /// Bytes of the line in the file, its line feed included.
     qint64 lineBytes = 0;
+
+    qint64 headerEnd() const { return LengthLineOffset + lineBytes + headerBytes; }
 };
 
 bool isSpace(char c) {
@@ -118,116 +118,11 @@ QString bytesToBase64(const QByteArray& bytes) {
     return QString::fromLatin1(bytes.toBase64());
 }
 
-bool isAllZero(QByteArrayView bytes) {
-    // Each byte equal to its neighbour and the first one zero: one pass at memory speed.
-    return bytes.isEmpty() ||
-           (bytes.front() == 0 && bytes.first(bytes.size() - 1) == bytes.sliced(1));
-}
-
-// The end of the last byte in [from, PayloadOffset) that is not zero; `from` when all are, nothing
-// when the region cannot be read to its end.
-std::optional<qint64> endOfNonZeroBytes(QFile& file, qint64 from) {
-    QByteArray piece(ScanBytes, Qt::Uninitialized);
-    for (qint64 end = PayloadOffset; end > from;) {
-        const qint64 begin = std::max(from, end - ScanBytes);
-        if (!file.seek(begin) || file.read(piece.data(), end - begin) != end - begin) {
-            return std::nullopt;
-        }
-        const QByteArrayView read(piece.constData(), end - begin);
-        if (!isAllZero(read)) {
-            const auto last =
-                std::find_if(read.crbegin(), read.crend(), [](char c) { return c != 0; });
-            return end - (last - read.crbegin());
-        }
-        end = begin;
-    }
-    return from;
-}
-
 // A shorter length line than ours puts the payload so early that our header region would reach
 // into it.
 bool headerRegionWouldReachPayload(const QFile& file, const std::optional<LengthLine>& line) {
     return line && line->lineBytes < LengthLineBytes &&
            file.size() > LengthLineOffset + line->lineBytes + HeaderRegionBytes;
-}
-
-// Puts the record behind the payload that lets a torn rewrite be finished. A drive without room for
-// it must still be able to forget a file, so the rewrite then goes without.
-bool protectRewrite(QFile& file, const QByteArray& recordedImage) {
-    if (file.size() < PayloadOffset) {
-        return true;
-    }
-    switch (appendRedoRecord(file, recordedImage)) {
-    case RedoRecordResult::Written:
-        return true;
-    case RedoRecordResult::NoRoom:
-        // The blocks that the new header names must be on the drive before it.
-        return syncToDrive(file);
-    case RedoRecordResult::Failed:
-        break;
-    }
-    return false;
-}
-
-bool writeAtLengthLine(QFile& file, const QByteArray& bytes) {
-    return file.seek(LengthLineOffset) && writeWhole(file, bytes) && syncToDrive(file);
-}
-
-void cutTo(QFile& file, qint64 size) {
-    // What is left behind a good header is ignored and goes with the next change.
-    static_cast<void>(file.size() <= size || file.resize(size));
-}
-
-// What a rewrite of the header leaves of the file.
-struct RewriteEnds {
-    /// Nothing behind this is needed once the new header stands.
-    qint64 payload = 0;
-    /// The file's size before the rewrite. A record in there may be all that is left of a header
-    /// torn earlier, so a rewrite that is undone must leave it.
-    qint64 formerSize = 0;
-};
-
-// Writes at the file's header. A rewrite that fails half way is undone; where even that fails, the
-// new record behind the payload stays, because it is needed.
-bool overwriteHeader(QFile& file, const QByteArray& bytes, const RewriteEnds& ends) {
-    const qint64 oldBytes = std::min<qint64>(bytes.size(), file.size() - LengthLineOffset);
-    const QByteArray before = file.seek(LengthLineOffset) ? file.read(oldBytes) : QByteArray();
-    // Old bytes that cannot be read could not be put back either.
-    const bool canUndo = before.size() == oldBytes;
-    if (canUndo && writeAtLengthLine(file, bytes)) {
-        cutTo(file, ends.payload);
-        return true;
-    }
-    if (!canUndo || writeAtLengthLine(file, before)) {
-        cutTo(file, ends.formerSize);
-    }
-    return false;
-}
-
-RewriteEnds endsOf(QFile& file) {
-    return {std::max(endOfPayload(file), PayloadOffset), file.size()};
-}
-
-// Everything behind the header must be zero. Most of it is, and need not be sent to the drive
-// again.
-bool rewriteHeaderUpTo(QFile& file, const QByteArray& image, qint64 end, const RewriteEnds& ends) {
-    const qint64 imageEnd = LengthLineOffset + image.size();
-    return overwriteHeader(file, image + QByteArray(std::max(end - imageEnd, qint64(0)), '\0'),
-                           ends);
-}
-
-// A region that is not whole is written to its end.
-bool rewriteHeader(QFile& file, const QByteArray& image, const RewriteEnds& ends) {
-    const qint64 imageEnd = LengthLineOffset + image.size();
-    const qint64 end = endOfNonZeroBytes(file, imageEnd).value_or(PayloadOffset);
-    return rewriteHeaderUpTo(file, image, end, ends);
-}
-
-// Rewrites the header in front of a record that must not stay: a change that finds no room for its
-// own would otherwise be followed by it.
-bool settleHeader(QFile& file, const QByteArray& image) {
-    const RewriteEnds ends = endsOf(file);
-    return rewriteHeader(file, image, ends) && file.size() <= ends.payload;
 }
 
 // The length line and the header, unless the region has no room for that.
@@ -340,7 +235,7 @@ bool ContainerManager::repairHeader(const QString& path, const ContainerDocument
         return false;
     }
     const std::optional<QByteArray> image = imageOf(buildHeader(document));
-    return image && settleHeader(file, *image);
+    return image && rewriteHeaderAndDropRecords(file, *image);
 }
 
 bool ContainerManager::dropRedoRecord(const QString& path) const {
@@ -353,7 +248,8 @@ bool ContainerManager::dropRedoRecord(const QString& path) const {
         return false;
     }
     const QByteArray image = file.read(line->lineBytes + line->headerBytes);
-    return image.size() == line->lineBytes + line->headerBytes && settleHeader(file, image);
+    return image.size() == line->lineBytes + line->headerBytes &&
+           rewriteHeaderAndDropRecords(file, image);
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
@@ -384,12 +280,16 @@ bool ContainerManager::writeDocument(const QString& path, const ContainerDocumen
 
 bool ContainerManager::updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const {
-    return updateDocumentHeader(path, document, document, RegionRest::Unknown);
+    return updateDocumentHeader(path, document, document, WithoutRecord::Rewrite, nullptr);
 }
 
 bool ContainerManager::updateDocumentHeader(const QString& path, const ContainerDocument& document,
                                             const ContainerDocument& record,
-                                            RegionRest rest) const {
+                                            WithoutRecord withoutRecord, RegionRest* rest) const {
+    const RegionRest presentRest = rest ? *rest : RegionRest::Unknown;
+    if (rest) {
+        *rest = RegionRest::Unknown;
+    }
     QFile file(path);
     if (!openRegularFile(file, QIODevice::ReadWrite) || !readMagic(file)) {
         return false;
@@ -400,14 +300,16 @@ bool ContainerManager::updateDocumentHeader(const QString& path, const Container
     if (headerRegionWouldReachPayload(file, line) || !image || !recorded) {
         return false;
     }
-    const RewriteEnds ends = endsOf(file);
-    if (!protectRewrite(file, *recorded)) {
-        return false;
+    HeaderRewrite rewrite{*image, *recorded, {}, RegionRest::Unknown, withoutRecord};
+    if (line) {
+        rewrite.presentEnd = line->headerEnd();
+        rewrite.rest = line->lineBytes == LengthLineBytes ? presentRest : RegionRest::Unknown;
     }
-    if (rest == RegionRest::Zero && line && line->lineBytes == LengthLineBytes) {
-        return rewriteHeaderUpTo(file, *image, HeaderOffset + line->headerBytes, ends);
+    const std::optional<RegionRest> newRest = rewriteHeader(file, rewrite);
+    if (rest) {
+        *rest = newRest.value_or(RegionRest::Unknown);
     }
-    return rewriteHeader(file, *image, ends);
+    return newRest.has_value();
 }
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "core/ContainerDocument.h"
+#include "core/HeaderWriter.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -14,14 +15,6 @@
 class QIODevice;
 
 namespace Tessel::Core {
-
-/// What is behind the header in its region.
-enum class RegionRest {
-    /// Anything; it has to be read before it can be left alone.
-    Unknown,
-    /// Zero bytes: this program wrote the header, and nothing went wrong.
-    Zero
-};
 
 /// Reads and writes container files; the only place that knows their layout
 /// (docs/container-format.md). It holds no state and no keys.
@@ -46,31 +39,33 @@ public:
                                      const PayloadWriter& payloadWriter) const;
     [[nodiscard]] bool writeDocument(const QString& path, const ContainerDocument& document) const;
 
-    /// Rewrites the length line and the header region of an existing container where they stand,
-    /// under the protection of a redo record behind the payload, which is cut off afterwards. When
-    /// it returns true, the header and everything written to the container before it is on the
-    /// drive. On failure the old header is put back; where even that fails, the record stays, and
-    /// holds the document.
+    /// Rewrites the length line and the header region of an existing container in place, under the
+    /// protection of a redo record, which is removed afterwards. When it returns true, the header
+    /// and everything written to the container before it is on the drive. On failure the old header
+    /// is put back; where even that fails, the record stays, and holds the document. Where a record
+    /// fits nowhere, the header is written without one.
     [[nodiscard]] bool updateDocumentHeader(const QString& path,
                                             const ContainerDocument& document) const;
     /// The same with another document in the redo record: one that wraps the same master key and
-    /// says as much of the index in fewer bytes.
-    /// @param rest what lies behind the container's present header
+    /// holds the same index in fewer bytes.
+    /// @param rest may be null. What is behind the container's present header; receives what is
+    ///        behind the new one.
     [[nodiscard]] bool updateDocumentHeader(const QString& path, const ContainerDocument& document,
-                                            const ContainerDocument& record, RegionRest rest) const;
+                                            const ContainerDocument& record,
+                                            WithoutRecord withoutRecord, RegionRest* rest) const;
 
-    /// Reads the document that a redo record at the container's end holds.
+    /// Reads the document that the container's redo record holds.
     /// @return false, with @p out untouched, when there is no whole record.
     [[nodiscard]] bool readRedoRecord(const QString& path, ContainerDocument* out) const;
-    /// Writes @p document, which says what the one of the redo record at the container's end says,
-    /// into the header's place, and cuts the record off. To be called only when the container's own
-    /// header does not open and the record's does.
-    /// @return false also when there is no record, or when it could not be cut off.
+    /// Writes @p document, which holds what the one of the redo record does, into the header's
+    /// place, and removes the record. To be called only when the container's own header does not
+    /// open and the record's does.
+    /// @return false also when there is no record, or when it could not be removed.
     [[nodiscard]] bool repairHeader(const QString& path, const ContainerDocument& document) const;
-    /// Cuts off the redo record at the container's end. The header is written once more before: one
-    /// that was put back after a failure may stand in the system's cache and not on the drive. To
-    /// be called only when the container's own header opens.
-    /// @return false also when the record could not be cut off.
+    /// Removes the redo record. The header is written once more before: one that was put back after
+    /// a failure may be in the system's cache and not on the drive. To be called only when the
+    /// container's own header opens.
+    /// @return false also when the record could not be removed.
     [[nodiscard]] bool dropRedoRecord(const QString& path) const;
 
     /// The header as compact JSON.

@@ -19,8 +19,8 @@ namespace {
 
 using namespace ContainerLayout;
 
-// The trailer: digest of the image, its size in twenty digits, and a mark. It stands at the end so
-// that a record is found from there, and is whole only when all of the record is.
+// The trailer: digest of the image, its size in twenty digits, and a mark. It is at the end so that
+// a record is found from there, and is whole only when all of the record is.
 constexpr QByteArrayView RecordMark("TESSEL-REDO\n");
 constexpr qint64 DigestBytes = 32;
 constexpr qint64 TrailerBytes = DigestBytes + LengthDigits + RecordMark.size();
@@ -35,8 +35,9 @@ QByteArray readAt(QFile& file, qint64 offset, qint64 size) {
     return file.seek(offset) ? file.read(size) : QByteArray();
 }
 
-std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end) {
-    if (end < PayloadOffset + TrailerBytes) {
+// The record that ends there and begins no earlier than @p from.
+std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end, qint64 from) {
+    if (end < from + TrailerBytes) {
         return std::nullopt;
     }
     const QByteArray trailer = readAt(file, end - TrailerBytes, TrailerBytes);
@@ -46,7 +47,7 @@ std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end) {
     bool isNumber = false;
     const qint64 imageBytes = trailer.mid(DigestBytes, LengthDigits).toLongLong(&isNumber);
     if (!isNumber || imageBytes <= LengthLineBytes || imageBytes > LargestImage ||
-        imageBytes > end - TrailerBytes - PayloadOffset) {
+        imageBytes > end - TrailerBytes - from) {
         return std::nullopt;
     }
     const qint64 begin = end - TrailerBytes - imageBytes;
@@ -80,27 +81,22 @@ bool isOutOfRoom(int error) {
     return error == ENOSPC || error == EDQUOT || error == EFBIG;
 }
 
-} // namespace
-
-std::optional<RedoRecord> findRedoRecord(QFile& file) {
-    return findRecordEndingAt(file, file.size());
-}
-
-qint64 endOfPayload(QFile& file) {
-    qint64 end = file.size();
-    while (const std::optional<RedoRecord> record = findRecordEndingAt(file, end)) {
-        end = record->begin;
-    }
-    return end;
-}
-
-RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage) {
+QByteArray trailerOf(const QByteArray& headerImage) {
     const QByteArray digest = digestOf(headerImage);
-    if (digest.size() != DigestBytes) {
+    return digest.size() == DigestBytes
+               ? digest + paddedNumber(headerImage.size()) + RecordMark.toByteArray()
+               : QByteArray();
+}
+
+// Writes a record at @p begin and waits for the drive. Whatever fails, @p undo takes the record
+// back.
+template <typename Undo>
+RedoRecordResult writeRecordAt(QFile& file, qint64 begin, const QByteArray& headerImage,
+                               Undo undo) {
+    const QByteArray trailer = trailerOf(headerImage);
+    if (trailer.isEmpty()) {
         return RedoRecordResult::Failed;
     }
-    const qint64 begin = file.size();
-    const QByteArray trailer = digest + paddedNumber(headerImage.size()) + RecordMark.toByteArray();
     const bool written = writeAt(file.handle(), headerImage, begin) &&
                          writeAt(file.handle(), trailer, begin + headerImage.size());
     const bool outOfRoom = !written && isOutOfRoom(errno);
@@ -109,8 +105,58 @@ RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage) {
     if (written && syncToDrive(file)) {
         return RedoRecordResult::Written;
     }
-    const bool restored = file.resize(begin);
-    return outOfRoom && restored ? RedoRecordResult::NoRoom : RedoRecordResult::Failed;
+    const bool undone = undo();
+    return outOfRoom && undone ? RedoRecordResult::NoRoom : RedoRecordResult::Failed;
+}
+
+std::optional<RedoRecord> findRecordBehindPayload(QFile& file, qint64 end) {
+    return findRecordEndingAt(file, end, PayloadOffset);
+}
+
+} // namespace
+
+bool RedoRecord::isInHeaderRegion() const {
+    return begin < PayloadOffset;
+}
+
+std::optional<RedoRecord> findRedoRecord(QFile& file) {
+    const std::optional<RedoRecord> record = findRecordBehindPayload(file, file.size());
+    return record ? record : findRecordEndingAt(file, PayloadOffset, HeaderOffset);
+}
+
+qint64 endOfPayload(QFile& file) {
+    qint64 end = file.size();
+    while (const std::optional<RedoRecord> record = findRecordBehindPayload(file, end)) {
+        end = record->begin;
+    }
+    return end;
+}
+
+RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage) {
+    const qint64 begin = file.size();
+    return writeRecordAt(file, begin, headerImage, [&] { return file.resize(begin); });
+}
+
+qint64 regionRecordBegin(const QByteArray& headerImage) {
+    return PayloadOffset - TrailerBytes - headerImage.size();
+}
+
+RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& headerImage) {
+    const qint64 begin = regionRecordBegin(headerImage);
+    return writeRecordAt(file, begin, headerImage, [&] { return eraseRegionFrom(file, begin); });
+}
+
+bool eraseRegionFrom(QFile& file, qint64 begin) {
+    return writeAt(file.handle(), QByteArray(PayloadOffset - begin, '\0'), begin) &&
+           syncToDrive(file);
+}
+
+bool eraseLostRegionRecord(QFile& file, qint64 headerEnd) {
+    const qint64 begin = PayloadOffset - TrailerBytes;
+    const QByteArray zeros(TrailerBytes, '\0');
+    // Anything else there is seen, and goes with the rewrite of the header.
+    return headerEnd > begin || readAt(file, begin, TrailerBytes) != zeros ||
+           writeAt(file.handle(), zeros, begin) || isOutOfRoom(errno);
 }
 
 } // namespace Tessel::Core

@@ -11,20 +11,27 @@ class QFile;
 
 namespace Tessel::Core {
 
-/// A header that says what the one says that is about to be written in place, kept behind the
-/// payload until that is. A drive pulled out in the middle of the rewrite leaves a header that is
-/// half old and half new; the record then puts it right.
+/// A copy of the header about to be written, kept elsewhere in the container while the header is
+/// rewritten in place. If the drive is unplugged during the rewrite, this copy restores it.
+///
+/// It is appended behind the payload. On a full drive it goes to the end of the header region,
+/// which is allocated already and mostly zeros.
 struct RedoRecord {
-    /// Where the record begins in the file; the payload ends there.
+    /// Where the record begins in the file.
     qint64 begin = 0;
     /// A length line and the header.
     QByteArray headerImage;
+
+    [[nodiscard]] bool isInHeaderRegion() const;
 };
 
-/// The record that ends the file, if there is one and it is whole.
+/// The container's record, if it is whole: the one that ends the file, else the one that ends the
+/// header region. A writer removes one before it writes another, and the removal is on the drive no
+/// later than the new record, before any byte of the header changes: when both are whole, the one
+/// in the region is the older one.
 [[nodiscard]] std::optional<RedoRecord> findRedoRecord(QFile& file);
 
-/// Where the payload ends: the file's size, less the records that stand behind it.
+/// Where the payload ends: the file's size, less the records that are behind it.
 [[nodiscard]] qint64 endOfPayload(QFile& file);
 
 enum class RedoRecordResult {
@@ -38,5 +45,16 @@ enum class RedoRecordResult {
 
 /// Appends a record for @p headerImage and waits until the drive has it.
 [[nodiscard]] RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage);
+
+/// Where a record for @p headerImage begins in the header region; negative when it is too long.
+[[nodiscard]] qint64 regionRecordBegin(const QByteArray& headerImage);
+/// Puts a record for @p headerImage at the end of the header region, whose bytes from
+/// regionRecordBegin() on are zero, and waits until the drive has it.
+[[nodiscard]] RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& headerImage);
+/// Writes zeros from @p begin to the end of the header region and waits until the drive has them.
+[[nodiscard]] bool eraseRegionFrom(QFile& file, qint64 begin);
+/// Writes zeros over the zeros where a record's last bytes would be, without waiting: should the
+/// drive hold a record there whose removal it lost, the next sync removes it.
+[[nodiscard]] bool eraseLostRegionRecord(QFile& file, qint64 headerEnd);
 
 } // namespace Tessel::Core

@@ -215,7 +215,8 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
     setFreshKeyWrapping(&document.crypto, m_cryptoManager);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, masterKey);
     return !document.crypto.encryptedMasterKey.isEmpty() &&
-           m_containerManager.updateDocumentHeader(path, document);
+           m_containerManager.updateDocumentHeader(path, document, document, WithoutRecord::Refuse,
+                                                   nullptr);
 }
 
 QByteArray VaultManager::masterKeyForRekeying(const QString& path, const QByteArray& password,
@@ -248,9 +249,10 @@ bool VaultManager::saveIndex(const SecureFileIndex& index) {
            saveSessionIndex(&document, index);
 }
 
-bool VaultManager::saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index) {
+bool VaultManager::saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index,
+                                    WithoutRecord withoutRecord) {
     prepareForIndexSave(document);
-    return sealIndexIntoHeader(document, index);
+    return sealIndexIntoHeader(document, index, withoutRecord);
 }
 
 QByteArray VaultManager::associatedData(const ContainerDocument& document,
@@ -331,23 +333,25 @@ void VaultManager::prepareForIndexSave(ContainerDocument* document) const {
     renewPayloadNonce(document);
 }
 
-bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const SecureFileIndex& index) {
+bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const SecureFileIndex& index,
+                                       WithoutRecord withoutRecord) {
     document->fileIndex = index;
     document->encryptedIndex = encryptIndex(*document, document->fileIndex);
     const ContainerDocument record = documentForRecord(*document, document->fileIndex);
-    const RegionRest rest = m_regionRest;
+    RegionRest rest = m_regionRest;
     m_regionRest = RegionRest::Unknown;
     if (document->encryptedIndex.isEmpty() || record.encryptedIndex.isEmpty()) {
         return false;
     }
-    if (!m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record, rest)) {
+    if (!m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record,
+                                                 withoutRecord, &rest)) {
         // The drive may hold the new header although it reported a failure. That change was given
         // up: the index in memory still counts.
         m_indexNonces.append(document->crypto.payloadNonce);
         return false;
     }
     setIndex(index, *document);
-    m_regionRest = RegionRest::Zero;
+    m_regionRest = rest;
     return true;
 }
 

@@ -191,9 +191,11 @@ private:
     /// Seals the index under the document's nonce, rewrites the container's header and makes the
     /// index the one in memory.
     [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
-                                           const SecureFileIndex& index);
+                                           const SecureFileIndex& index,
+                                           WithoutRecord withoutRecord = WithoutRecord::Refuse);
     /// The same, with a document that is not prepared for it yet.
-    [[nodiscard]] bool saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index);
+    [[nodiscard]] bool saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index,
+                                        WithoutRecord withoutRecord = WithoutRecord::Refuse);
 
     /// The vault's index without the file of this path, but with the folders above it.
     [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;

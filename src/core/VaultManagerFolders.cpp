@@ -127,7 +127,8 @@ bool VaultManager::deleteFile(const QString& vaultPath) {
     }
     const std::optional<QString> stored = storedFilePath(m_index, path);
     SecureFileIndex working = m_index;
-    return stored && working.remove(*stored) && saveSessionIndex(&document, working);
+    return stored && working.remove(*stored) &&
+           saveSessionIndex(&document, working, WithoutRecord::Rewrite);
 }
 
 bool VaultManager::createDirectory(const QString& path) {
@@ -208,7 +209,8 @@ bool VaultManager::deleteDirectory(const QString& path) {
         return false;
     }
     SecureFileIndex working = m_index;
-    return working.removeDirectory(*stored) && saveSessionIndex(&document, working);
+    return working.removeDirectory(*stored) &&
+           saveSessionIndex(&document, working, WithoutRecord::Rewrite);
 }
 
 } // namespace Tessel::Core

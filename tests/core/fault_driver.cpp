@@ -8,7 +8,8 @@
 //
 // It prints what the operation returned and whether the index in memory is what it was. With
 // TESSEL_TRY_AGAIN in the environment, an operation that failed is followed by a new folder
-// "depois", and it prints what that returned.
+// "depois", and it prints what that returned. TESSEL_FILE_LIMIT is the size beyond which no file
+// can be written, as on a drive that is full.
 
 #include "core/VaultManager.h"
 
@@ -18,8 +19,10 @@
 #include <QMap>
 #include <QTextStream>
 
+#include <csignal>
 #include <functional>
 
+#include <sys/resource.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -135,6 +138,15 @@ bool runUnlocked(Session& session, const QString& operation) {
                                                      : operations().value(operation)(session);
 }
 
+bool limitFileSize() {
+    bool isLimited = false;
+    const int bytes = qEnvironmentVariableIntValue("TESSEL_FILE_LIMIT", &isLimited);
+    const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+    // Without this the first write beyond the limit ends the process.
+    std::signal(SIGXFSZ, SIG_IGN);
+    return !isLimited || ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
 /// These two work on a locked vault.
 bool runLocked(Session& session, const QString& operation, bool* result) {
     if (operation == QLatin1String("create")) {
@@ -162,7 +174,7 @@ int main(int argc, char** argv) {
         const struct iovec piece { said.data(), static_cast<std::size_t>(said.size()) };
         return ::writev(STDOUT_FILENO, &piece, 1) == said.size();
     };
-    if (arguments.size() < 3) {
+    if (arguments.size() < 3 || !limitFileSize()) {
         return 2;
     }
     Session session;

@@ -626,11 +626,13 @@ private Q_SLOTS:
         QFETCH(const qint64, after);
         const QByteArray payload = payloadOf(100000);
         const ContainerDocument document = documentWithHeaderOf(after);
-        for (const RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
+        for (RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
             QVERIFY(m_manager.writeDocument(
                 path(), documentWithHeaderOf(before),
                 [&](QIODevice* device) { return device->write(payload) == payload.size(); }));
-            QVERIFY(m_manager.updateDocumentHeader(path(), document, document, rest));
+            QVERIFY(m_manager.updateDocumentHeader(path(), document, document,
+                                                   WithoutRecord::Refuse, &rest));
+            QVERIFY(rest == RegionRest::Zero);
             // Exactly as if the new header had been written from the start: zeros behind it.
             QVERIFY(readFile(path()) == containerWith(m_manager.buildHeader(document), payload));
         }
@@ -642,20 +644,25 @@ private Q_SLOTS:
         bytes[HeaderAt + 5000] = 'x';
         QVERIFY(writeFile(path(), bytes));
         const ContainerDocument document = sampleDocument();
-        QVERIFY(m_manager.updateDocumentHeader(path(), document, document, RegionRest::Zero));
+        RegionRest rest = RegionRest::Zero;
+        QVERIFY(m_manager.updateDocumentHeader(path(), document, document, WithoutRecord::Refuse,
+                                               &rest));
         QVERIFY(readFile(path()) == containerWith(sampleHeader(), QByteArray(10, '\0')));
     }
 
     void aRecordLargerThanTheRegionIsRefused() {
         const QByteArray bytes = containerWith(SmallHeader, "payload");
         QVERIFY(writeFile(path(), bytes));
-        for (const RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
+        for (RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
             QVERIFY(!m_manager.updateDocumentHeader(path(), sampleDocument(),
-                                                    documentWithHeaderOf(RegionBytes + 1), rest));
+                                                    documentWithHeaderOf(RegionBytes + 1),
+                                                    WithoutRecord::Refuse, &rest));
+            QVERIFY(rest == RegionRest::Unknown);
             QVERIFY(readFile(path()) == bytes);
         }
-        QVERIFY(m_manager.updateDocumentHeader(
-            path(), sampleDocument(), documentWithHeaderOf(RegionBytes), RegionRest::Zero));
+        QVERIFY(m_manager.updateDocumentHeader(path(), sampleDocument(),
+                                               documentWithHeaderOf(RegionBytes),
+                                               WithoutRecord::Refuse, nullptr));
         QVERIFY(readFile(path()) == containerWith(sampleHeader(), "payload"));
     }
 

@@ -144,6 +144,21 @@ struct Change {
     }
 };
 
+/// The container with its record at the end of the header region, as on a full drive.
+QByteArray withRecordInRegion(QByteArray container, const QByteArray& record) {
+    return container.replace(PayloadOffset - record.size(), record.size(), record);
+}
+
+/// The container with its record in either place.
+QList<QByteArray> withRecord(const QByteArray& container, const QByteArray& record) {
+    return {container + record, withRecordInRegion(container, record)};
+}
+
+/// A vault whose header leaves no room for a record in its region.
+CraftedContainer withALargeHeader() {
+    return Change::base().addFolder(QString(3300000, u'x'));
+}
+
 constexpr qint64 PageBytes = 4096;
 
 /// Bytes of no block that leave nothing of the file's last page when @p behind follow them.
@@ -237,6 +252,7 @@ private Q_SLOTS:
     void ignoresARecordWithAByteAltered();
     void ignoresARecordOfAnotherVault();
     void ignoresARecordWhoseLengthLineIsWrong();
+    void readingLeavesARecordBehindAWholeHeaderAlone_data();
     void readingLeavesARecordBehindAWholeHeaderAlone();
     void nextChangeRemovesTheRecord_data();
     void nextChangeRemovesTheRecord();
@@ -245,6 +261,21 @@ private Q_SLOTS:
     void changeRepairsAHeaderTornMeanwhile();
     void backupOfATornContainerIsRepaired();
     void readOnlyTornContainerIsReadable();
+    void repairsFromARecordInTheHeaderRegion();
+    void recordInTheHeaderRegionMustBeWhole();
+    void recordThatTheHeaderWouldOverwriteIsLeft();
+    void newerRecordIsTheOneBehindThePayload();
+    void fullDriveTakesEveryChangeThatFits_data();
+    void fullDriveTakesEveryChangeThatFits();
+    void fullDriveProtectsItsRewrite_data();
+    void fullDriveProtectsItsRewrite();
+    void fullDriveUsesARegionWithTheRestOfARecord();
+    void fullDriveUndoesARewriteThatFails();
+    void fullDriveKeepsTheBlocksOfARecordThatIsNeeded();
+    void fullDriveReportsAChangeWhoseRecordStays();
+    void recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne();
+    void whatFitsNowhereIsRefusedUnlessItDeletes();
+    void plainRewriteGoesOnWithoutARecord();
     void fullDriveStillDeletes();
     void fullDriveUsesTheRoomOfAnOldRecord();
     void fullDriveRefusesAChangeInFrontOfARecordThatStays();
@@ -473,9 +504,16 @@ void TestRedoRecord::ignoresARecordWhoseLengthLineIsWrong() {
     QVERIFY(readFile(fixture.container()) == bytes);
 }
 
+void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone_data() {
+    QTest::addColumn<bool>("inRegion");
+    QTest::newRow("behind the payload") << false;
+    QTest::newRow("in the header region") << true;
+}
+
 void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone() {
+    QFETCH(const bool, inRegion);
     const Change change;
-    const QByteArray bytes = change.before.bytes() + change.record;
+    const QByteArray bytes = withRecord(change.before.bytes(), change.record).at(inRegion ? 1 : 0);
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), bytes));
     const FileTimes times = timesOf(fixture.container());
@@ -551,17 +589,20 @@ void TestRedoRecord::nextChangeRemovesTheRecord_data() {
 void TestRedoRecord::nextChangeRemovesTheRecord() {
     QFETCH(const Operation, operation);
     const Change change;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), change.before.bytes() + change.record));
-    QVERIFY(fixture.unlock());
-    QVERIFY(operation(fixture));
-    QVERIFY(!readFile(fixture.container()).contains(RecordMark));
-    QVERIFY(!isAfterState(fixture.vault));
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
-    const qint64 end = change.before.fileSize();
-    const qint64 lastBlock = endOfLastBlock(fixture.vault.fileIndex());
-    QVERIFY(QFileInfo(fixture.container()).size() == std::max(end, lastBlock) ||
-            QFileInfo(fixture.container()).size() == lastBlock);
+    for (const QByteArray& bytes : withRecord(change.before.bytes(), change.record)) {
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), bytes));
+        QVERIFY(fixture.unlock());
+        QVERIFY(operation(fixture));
+        QVERIFY(!readFile(fixture.container()).contains(RecordMark));
+        QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
+        QVERIFY(!isAfterState(fixture.vault));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+        const qint64 end = change.before.fileSize();
+        const qint64 lastBlock = endOfLastBlock(fixture.vault.fileIndex());
+        QVERIFY(QFileInfo(fixture.container()).size() == std::max(end, lastBlock) ||
+                QFileInfo(fixture.container()).size() == lastBlock);
+    }
 }
 
 void TestRedoRecord::nextChangeRemovesStackedRecords() {
@@ -583,15 +624,18 @@ void TestRedoRecord::changeRepairsAHeaderTornMeanwhile_data() {
 void TestRedoRecord::changeRepairsAHeaderTornMeanwhile() {
     QFETCH(const Operation, operation);
     const Change change;
-    VaultFixture fixture(change.before);
-    QVERIFY(fixture.unlock());
-    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.record));
-    QVERIFY(operation(fixture));
-    QVERIFY(!readFile(fixture.container()).contains(RecordMark));
-    const bool passwordChanged = QTest::currentDataTag() == QByteArrayLiteral("password");
-    QCOMPARE(indexAsOpenedAnew(fixture.container(), passwordChanged ? NewPassword : TestPassword),
-             fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    for (const QByteArray& bytes : withRecord(change.tornInTheMiddle(), change.record)) {
+        VaultFixture fixture(change.before);
+        QVERIFY(fixture.unlock());
+        QVERIFY(writeFile(fixture.container(), bytes));
+        QVERIFY(operation(fixture));
+        QVERIFY(!readFile(fixture.container()).contains(RecordMark));
+        const bool passwordChanged = QTest::currentDataTag() == QByteArrayLiteral("password");
+        QCOMPARE(
+            indexAsOpenedAnew(fixture.container(), passwordChanged ? NewPassword : TestPassword),
+            fixture.vault.fileIndex().toJson());
+        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    }
 }
 
 void TestRedoRecord::backupOfATornContainerIsRepaired() {
@@ -623,6 +667,241 @@ void TestRedoRecord::readOnlyTornContainerIsReadable() {
     QVERIFY(fixture.vault.lockVault());
     QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
     QVERIFY(readFile(fixture.container()) == bytes);
+}
+
+void TestRedoRecord::repairsFromARecordInTheHeaderRegion() {
+    const Change change;
+    for (const bool payload : {true, false}) {
+        VaultFixture fixture;
+        QByteArray torn = withRecordInRegion(change.tornInTheMiddle(), change.record);
+        torn.resize(payload ? torn.size() : PayloadOffset);
+        QVERIFY(writeFile(fixture.container(), torn));
+        QVERIFY(fixture.unlock());
+        QVERIFY(isAfterState(fixture.vault));
+        QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
+        QVERIFY(!payload || isFinished(fixture.container(), change));
+    }
+}
+
+void TestRedoRecord::recordInTheHeaderRegionMustBeWhole() {
+    const Change change;
+    const QByteArray torn = withRecordInRegion(change.tornInTheMiddle(), change.record);
+    const qint64 begin = PayloadOffset - change.record.size();
+    for (const qint64 at : {begin, begin + 300, PayloadOffset - 64, PayloadOffset - 1}) {
+        QByteArray altered = torn;
+        altered[at] = static_cast<char>(altered.at(at) ^ 1);
+        VaultFixture fixture;
+        QVERIFY(writeFile(fixture.container(), altered));
+        QVERIFY(!fixture.unlock());
+        QVERIFY(readFile(fixture.container()) == altered);
+    }
+}
+
+void TestRedoRecord::recordThatTheHeaderWouldOverwriteIsLeft() {
+    // No writer makes one: the record needs more of the region than its header leaves.
+    const CraftedContainer large = withALargeHeader();
+    const QByteArray torn = withRecordInRegion(Change().tornInTheMiddle(), large.redoRecord());
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), torn));
+    QVERIFY(fixture.unlock());
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(readFile(fixture.container()) == torn);
+}
+
+void TestRedoRecord::newerRecordIsTheOneBehindThePayload() {
+    const Change change;
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(),
+                      withRecordInRegion(change.tornInTheMiddle(), change.before.redoRecord()) +
+                          change.record));
+    QVERIFY(fixture.unlock());
+    QVERIFY(isFinished(fixture.container(), change));
+}
+
+void TestRedoRecord::fullDriveTakesEveryChangeThatFits_data() {
+    addOperations();
+}
+
+void TestRedoRecord::fullDriveTakesEveryChangeThatFits() {
+    QFETCH(const Operation, operation);
+    const QByteArray name = QTest::currentDataTag();
+    const Change change;
+    VaultFixture fixture(change.before);
+    QVERIFY(fixture.unlock());
+    const qint64 blocks = name == "import" ? 4 + 16 : 0;
+    const qint64 size = change.before.fileSize() + blocks;
+    {
+        const FileSizeLimit full(size);
+        QVERIFY(operation(fixture));
+    }
+    const QByteArray found = readFile(fixture.container());
+    QVERIFY(isZeroBehindTheHeader(found));
+    QVERIFY(name == "compaction" || found.size() == size);
+    QVERIFY(name == "compaction" || found.mid(PayloadOffset).startsWith(change.before.payload()));
+    QCOMPARE(
+        indexAsOpenedAnew(fixture.container(), name == "password" ? NewPassword : TestPassword),
+        fixture.vault.fileIndex().toJson());
+}
+
+void TestRedoRecord::fullDriveProtectsItsRewrite_data() {
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("new folder") << QStringList{u"mkdir"_qs, u"nova"_qs};
+    QTest::newRow("delete") << QStringList{u"delete"_qs, u"b.txt"_qs};
+    QTest::newRow("later in a session") << QStringList{u"later-delete"_qs, u"b.txt"_qs};
+}
+
+void TestRedoRecord::fullDriveProtectsItsRewrite() {
+    NEEDS_PRIVATE_MOUNTS();
+    NEEDS_TRACING();
+    QFETCH(const QStringList, arguments);
+    const FullDrive drive(withoutRoomInItsLastPage(Change::base()).bytes());
+    QVERIFY(drive.isFull());
+    const QString path = drive.path();
+    // Killed before the header, which a pull would now have torn.
+    const bool isLater = arguments.first().startsWith(u"later-");
+    const DriverRun run = runDriver(QStringList{path, QString::fromUtf8(TestPassword)} + arguments,
+                                    path, {u"write:signal=KILL:when=%1"_qs.arg(isLater ? 2 : 1)});
+    QVERIFY(!run.ended());
+    QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+    VaultFixture fixture;
+    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
+    const bool deleted = !fixture.filePaths().contains(u"b.txt"_qs);
+    QVERIFY(deleted || isAfterState(fixture.vault));
+    QVERIFY(isZeroBehindTheHeader(readFile(path)));
+}
+
+void TestRedoRecord::fullDriveUsesARegionWithTheRestOfARecord() {
+    const Change change;
+    QByteArray rest = change.before.redoRecord();
+    rest[rest.size() / 2] = static_cast<char>(rest.at(rest.size() / 2) ^ 1);
+    VaultFixture fixture;
+    QVERIFY(writeFile(fixture.container(), withRecordInRegion(change.before.bytes(), rest)));
+    QVERIFY(fixture.unlock());
+    const FileSizeLimit full(change.before.fileSize());
+    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
+}
+
+void TestRedoRecord::fullDriveUndoesARewriteThatFails() {
+    const Change change;
+    VaultFixture fixture(change.before);
+    QVERIFY(fixture.unlock());
+    const VaultPicture picture(fixture);
+    const FileSizeLimit full(change.before.fileSize());
+    {
+        const FailingHeader failing(fixture.container(), 1024, 1);
+        QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(FailingHeader::struck(1));
+    }
+    COMPARE_UNCHANGED(picture);
+    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+}
+
+void TestRedoRecord::fullDriveKeepsTheBlocksOfARecordThatIsNeeded() {
+    const Change change;
+    const QByteArray contents = noise(5000, 3);
+    VaultFixture fixture(change.before);
+    QVERIFY(fixture.unlock());
+    const FileSizeLimit full(change.before.fileSize() + contents.size() + 16);
+    {
+        const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
+        QVERIFY(!fixture.store(u"c.bin"_qs, contents));
+        QVERIFY(FailingHeader::struck(FailingHeader::Always));
+    }
+    VaultFixture other;
+    QVERIFY(other.vault.unlockVault(fixture.container(), TestPassword));
+    QCOMPARE(other.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(other.stored(u"c.bin"_qs), contents);
+    QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
+}
+
+void TestRedoRecord::fullDriveReportsAChangeWhoseRecordStays() {
+    NEEDS_PRIVATE_MOUNTS();
+    NEEDS_TRACING();
+    const FullDrive drive(withoutRoomInItsLastPage(Change::base()).bytes());
+    QVERIFY(drive.isFull());
+    const QStringList arguments{drive.path(), QString::fromUtf8(TestPassword), u"rename"_qs,
+                                u"b.txt"_qs, u"d.txt"_qs};
+    const QByteArray before = readFile(drive.path());
+    const auto count = [&](const QString& name) {
+        const qsizetype calls =
+            callsOfDriver(arguments, name).filter(drive.path()).filter(name).size();
+        return overwriteAt(drive.path(), 0, before) ? calls : -1;
+    };
+    const qsizetype syncs = count(u"fdatasync"_qs);
+    const qsizetype writes = count(u"pwrite64"_qs);
+    for (const QString& fault : {u"fdatasync:error=EIO:when=%1"_qs.arg(syncs),
+                                 u"pwrite64:error=EIO:when=%1"_qs.arg(writes)}) {
+        QVERIFY(overwriteAt(drive.path(), 0, before));
+        // The header is on the drive; what is left goes with the next change.
+        const DriverRun run = runDriver(arguments, drive.path(), {fault});
+        QVERIFY2(run.succeeded(), qPrintable(fault));
+        QCOMPARE(readFile(drive.path()).contains(RecordMark), fault.startsWith(u"pwrite64"));
+        VaultFixture fixture;
+        QVERIFY(fixture.vault.unlockVault(drive.path(), TestPassword));
+        QVERIFY(fixture.filePaths().contains(u"d.txt"_qs));
+        QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(isZeroBehindTheHeader(readFile(drive.path())));
+    }
+}
+
+void TestRedoRecord::recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne() {
+    // The cache has zeros where the drive still has a record: the zeros are written once more, and
+    // reach the drive no later than the record of this change.
+    NEEDS_TRACING();
+    const VaultFixture fixture(Change().before);
+    const QStringList calls =
+        callsOfDriver({fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_qs, u"x"_qs},
+                      u"pwrite64,fdatasync"_qs);
+    const QString zeros = u", 64, %1) = 64"_qs.arg(PayloadOffset - 64);
+    const auto erased = std::find_if(calls.cbegin(), calls.cend(),
+                                     [&](const QString& call) { return call.endsWith(zeros); });
+    const auto appended = std::find_if(calls.cbegin(), calls.cend(), [](const QString& call) {
+        return call.contains(u"pwrite64("_qs) && call.contains(u"\"0000000000"_qs);
+    });
+    QVERIFY2(erased < appended && appended != calls.cend(), qPrintable(calls.join(u'\n')));
+    QVERIFY(std::none_of(erased, appended,
+                         [](const QString& call) { return call.contains(u"fdatasync"_qs); }));
+}
+
+void TestRedoRecord::whatFitsNowhereIsRefusedUnlessItDeletes() {
+    const CraftedContainer before = withALargeHeader();
+    VaultFixture fixture(before);
+    const QString source = fixture.write(u"vazio"_qs, {});
+    QVERIFY(fixture.unlock());
+    const VaultPicture picture(fixture);
+    const FileSizeLimit full(before.fileSize());
+    QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(!fixture.vault.renameFile(u"b.txt"_qs, u"d.txt"_qs));
+    QVERIFY(!fixture.vault.moveFile(u"b.txt"_qs, u"pasta 1"_qs));
+    QVERIFY(!fixture.vault.renameDirectory(u"pasta 1"_qs, u"x"_qs));
+    QVERIFY(!fixture.vault.importFile(source, u"vazio"_qs));
+    QVERIFY(!fixture.vault.saveIndex(fixture.vault.fileIndex()));
+    COMPARE_UNCHANGED(picture);
+    VaultManager locked;
+    QVERIFY(!locked.changePassword(fixture.container(), TestPassword, NewPassword));
+    COMPARE_UNCHANGED(picture);
+
+    QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
+    QVERIFY(fixture.vault.deleteDirectory(u"pasta 1"_qs));
+    QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
+             fixture.vault.fileIndex().toJson());
+    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+}
+
+void TestRedoRecord::plainRewriteGoesOnWithoutARecord() {
+    // Anyone who rewrites a header without saying what for is taken at their word.
+    const CraftedContainer before = withALargeHeader();
+    const VaultFixture fixture(before);
+    const FileSizeLimit full(before.fileSize());
+    ContainerDocument document;
+    QVERIFY(ContainerManager().readDocument(fixture.container(), &document));
+    QVERIFY(ContainerManager().updateDocumentHeader(fixture.container(), document));
+    // But not in front of a record of an earlier time.
+    QVERIFY(
+        overwriteAt(fixture.container(), PayloadOffset - Change().record.size(), Change().record));
+    QVERIFY(!ContainerManager().updateDocumentHeader(fixture.container(), document));
 }
 
 void TestRedoRecord::fullDriveStillDeletes() {
@@ -690,9 +969,9 @@ void TestRedoRecord::fullDriveClearsWhatAFailedChangeLeft() {
     NEEDS_PRIVATE_MOUNTS();
     // Without room for a record, a drive pulled out between a shorter header and the zeros behind
     // it leaves one that opens, with the end of the longer one behind it.
-    const CraftedContainer before = withoutRoomInItsLastPage(Change::base());
+    const CraftedContainer before = withoutRoomInItsLastPage(withALargeHeader());
     const QString folder(5000, u'x');
-    const SmallDisk disk(12 * MiB);
+    const SmallDisk disk(16 * MiB);
     QVERIFY(disk.isMounted());
     const QString path = disk.filePath(u"tessel.tvlt"_qs);
     QVERIFY(writeFile(path, before.bytes()));
@@ -826,9 +1105,10 @@ void TestRedoRecord::oldPasswordOpensUntilTheHeaderIsTorn() {
 
 void TestRedoRecord::newPasswordRepairsATornPasswordChange() {
     const Change change = Change::ofPassword();
-    for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
+    for (const QByteArray& bytes : withRecord(change.before.bytes(), change.record) +
+                                       withRecord(change.tornInTheFirstSector(), change.record)) {
         VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), header + change.record));
+        QVERIFY(writeFile(fixture.container(), bytes));
         QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
         QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
         QVERIFY(readFile(fixture.container()) == change.after.bytes());

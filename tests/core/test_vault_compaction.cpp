@@ -578,12 +578,12 @@ private Q_SLOTS:
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt_data() {
         QTest::addColumn<QString>("injection");
         // Unlocking reads the container three times, and so does reading the document anew.
-        QTest::newRow("document") << QStringLiteral("read:error=EIO:when=6");
+        QTest::newRow("document") << QStringLiteral("read:error=EIO:when=7");
         QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=4");
-        QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=9");
-        QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=14");
+        QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=10");
+        QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=15");
         // Each opening asks for the position once.
-        QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=8");
+        QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=9");
         QTest::newRow("deletion") << QStringLiteral("unlink:error=EROFS:when=1");
     }
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {

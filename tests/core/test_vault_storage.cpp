@@ -588,9 +588,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("injection");
         // The container is opened to unlock it, to look for a redo record, to read the document, to
         // append the blocks and to rewrite the header; its document takes three reads.
-        QTest::newRow("magic of the document") << QStringLiteral("read:error=EIO:when=5");
-        QTest::newRow("length of the document") << QStringLiteral("read:error=EIO:when=6");
-        QTest::newRow("header of the document") << QStringLiteral("read:error=EIO:when=7");
+        QTest::newRow("magic of the document") << QStringLiteral("read:error=EIO:when=6");
+        QTest::newRow("length of the document") << QStringLiteral("read:error=EIO:when=7");
+        QTest::newRow("header of the document") << QStringLiteral("read:error=EIO:when=8");
         QTest::newRow("opening to append") << QStringLiteral("openat:error=EROFS:when=4");
         QTest::newRow("opening for the header") << QStringLiteral("openat:error=EROFS:when=5");
         QTest::newRow("first block") << QStringLiteral("write:error=EIO:when=1");

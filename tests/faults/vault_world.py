@@ -32,7 +32,12 @@ class Operation:
     # Argon2id, which takes most of a second each time.
     slow: bool = False
     passwords: tuple = (PASSWORD,)
+    # How many bytes the container may grow by, as on a full drive.
+    room: int = None
 
+
+# One block and its tag: no redo record fits behind it.
+ROOM_FOR_THE_IMPORT = len(NEW_CONTENTS) + 16
 
 OPERATIONS = (
     Operation("create", "create", slow=True, passwords=(NEW_PASSWORD, PASSWORD)),
@@ -52,6 +57,14 @@ OPERATIONS = (
     Operation("delete folder", "delete-folder", ("pasta 3",)),
     Operation("change password", "password", (NEW_PASSWORD,), slow=True,
               passwords=(PASSWORD, NEW_PASSWORD)),
+    Operation("delete file, full drive", "delete", ("docs/a.bin",), room=0),
+    Operation("new folder, full drive", "mkdir", ("nova/funda",), room=0),
+    Operation("import, full drive", "import", ("@files/novo.bin", "pasta nova/novo.bin"),
+              room=ROOM_FOR_THE_IMPORT),
+    Operation("rename file, full drive, later in a session", "later-rename", ("b.txt", "d.txt"),
+              room=0),
+    Operation("change password, full drive", "password", (NEW_PASSWORD,), slow=True,
+              passwords=(PASSWORD, NEW_PASSWORD), room=0),
     Operation("compact", "compact"),
     Operation("lock, taking an edited copy back", "lock-edited", ("b.txt", "editado")),
 )
@@ -167,6 +180,9 @@ class World:
                 *arguments]
 
     def environment(self, **more):
+        if self.operation.room is not None:
+            limit = self.base.stat().st_size + self.operation.room
+            more["TESSEL_FILE_LIMIT"] = str(limit)
         return {**os.environ, "TMPDIR": str(self.root / "tmp"), "LC_ALL": "C.UTF-8",
                 "ASAN_OPTIONS": "detect_leaks=0", **more}
 

@@ -183,7 +183,7 @@ def trailer(image, size):
 
 
 def redo_record_seeds():
-    sealed, own_line, two, rewrite = 1, 2, 4, 8
+    sealed, own_line, two, rewrite, in_region = 1, 2, 4, 8, 16
     good = header()
     image = length_line(len(good)) + good
 
@@ -197,6 +197,13 @@ def redo_record_seeds():
     yield "rewrite-twice", seed(sealed | own_line | two | rewrite, torn, good)
     yield "rewrite-without-record", seed(rewrite, torn, b"more payload")
     yield "rewrite-short-line", seed(rewrite, b"5\n{}", b"more payload")
+    yield "region", seed(sealed | own_line | in_region, torn, good)
+    yield "region-rewrite", seed(sealed | own_line | in_region | rewrite, torn, good)
+    yield "region-rewrite-whole", seed(sealed | own_line | in_region | rewrite, b"", good)
+    yield "region-twice", seed(sealed | own_line | two | in_region, torn, good)
+    yield "region-cut-short", seed(in_region, torn, (
+        image + trailer(image, b"%020d" % len(image)))[:-1])
+    yield "region-size", seed(in_region, torn, image + trailer(image, b"%020d" % 8388629))
     yield "no-header-in-it", seed(sealed, torn, length_line(1) + b"{")
     yield "line-too-small", seed(sealed, torn, length_line(5) + good)
     yield "line-too-large", seed(sealed, torn, length_line(len(good) + 1) + good)

@@ -23,7 +23,8 @@ from nacl import bindings
 MAGIC = b"TESSEL3"
 LENGTH_DIGITS = 20
 HEADER_REGION_BYTES = 8388608
-PAYLOAD_OFFSET = len(MAGIC) + LENGTH_DIGITS + 1 + HEADER_REGION_BYTES
+HEADER_OFFSET = len(MAGIC) + LENGTH_DIGITS + 1
+PAYLOAD_OFFSET = HEADER_OFFSET + HEADER_REGION_BYTES
 FORMAT_VERSION = 3
 CHUNK_BYTES = 16777216
 TAG_BYTES = 16
@@ -347,19 +348,27 @@ def read_length_line(file):
 
 
 def read_redo_record(file):
-    """The length line and header of a record that ends the file."""
-    size = file.seek(0, os.SEEK_END)
-    if size < PAYLOAD_OFFSET + REDO_TRAILER_BYTES:
+    """The length line and header of the record that ends the file, else of the one that ends the
+    header region."""
+    try:
+        return read_redo_record_at(file, PAYLOAD_OFFSET, file.seek(0, os.SEEK_END))
+    except FormatError:
+        return read_redo_record_at(file, HEADER_OFFSET, PAYLOAD_OFFSET)
+
+
+def read_redo_record_at(file, first, end):
+    """The length line and header of the record that ends there and begins at `first` or later."""
+    if end < first + REDO_TRAILER_BYTES:
         raise FormatError("no room for a redo record")
-    file.seek(size - REDO_TRAILER_BYTES)
+    file.seek(end - REDO_TRAILER_BYTES)
     trailer = file.read(REDO_TRAILER_BYTES)
     digest, digits = trailer[:32], trailer[32:32 + LENGTH_DIGITS]
     if not trailer.endswith(REDO_MARK) or not digits.isdigit():
         raise FormatError("no redo record")
     if int(digits) > LENGTH_DIGITS + 1 + HEADER_REGION_BYTES:
         raise FormatError("size of the redo record")
-    begin = size - REDO_TRAILER_BYTES - int(digits)
-    if begin < PAYLOAD_OFFSET:
+    begin = end - REDO_TRAILER_BYTES - int(digits)
+    if begin < first:
         raise FormatError("size of the redo record")
     file.seek(begin)
     image = file.read(int(digits))

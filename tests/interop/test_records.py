@@ -21,7 +21,7 @@ def image_of(header):
 
 
 class Records(InteropCase):
-    """One empty vault whose header is torn, and the records that may stand behind it."""
+    """One empty vault whose header is torn, and the records that may be behind it."""
 
     def setUp(self):
         super().setUp()
@@ -37,9 +37,9 @@ class Records(InteropCase):
             "crypto": crypto.to_json(), "encryptedIndex": fmt.to_base64(sealed),
             "formatVersion": fmt.FORMAT_VERSION, "magic": "TESSEL"})
 
-    def open_torn(self, behind):
-        torn = self.whole[:100] + b"torn" + self.whole[104:]
-        self.write("tessel.tvlt", torn + behind)
+    def open_torn(self, behind, in_region=b""):
+        torn = self.whole[:100] + b"torn" + self.whole[104:fmt.PAYLOAD_OFFSET - len(in_region)]
+        self.write("tessel.tvlt", torn + in_region + behind)
         return fmt.Container(self.container, PASSWORD)
 
     def refuses(self, behind):
@@ -61,6 +61,28 @@ class Records(InteropCase):
     def test_header_that_opens_goes_before_a_record(self):
         record = record_of(image_of(self.header_in_rows(b'[[["d",0,0]],[]]')))
         self.write("tessel.tvlt", self.whole + record)
+        container = fmt.Container(self.container, PASSWORD)
+        self.assertFalse(container.from_redo_record)
+        self.assertEqual(container.folders, [])
+
+    def test_record_may_end_the_header_region(self):
+        record = record_of(image_of(self.header_in_rows(b'[[["d",0,0]],[]]')))
+        for payload in (b"", b"payload", record[1:]):
+            container = self.open_torn(payload, in_region=record)
+            self.assertEqual([folder.path for folder in container.folders], ["d"])
+        for damaged in (record[:-1] + b"x", record[:9] + b"x" + record[10:], record + b"\0"):
+            with self.assertRaises(fmt.FormatError):
+                self.open_torn(b"", in_region=damaged)
+
+    def test_record_behind_the_payload_goes_before_one_in_the_region(self):
+        newer, older = (record_of(image_of(self.header_in_rows(rows)))
+                        for rows in (b'[[["d",0,0]],[]]', b"[[],[]]"))
+        container = self.open_torn(newer, in_region=older)
+        self.assertEqual([folder.path for folder in container.folders], ["d"])
+
+    def test_header_that_opens_ignores_the_region_behind_it(self):
+        record = record_of(image_of(self.header_in_rows(b'[[["d",0,0]],[]]')))
+        self.write("tessel.tvlt", self.whole[:-len(record)] + record)
         container = fmt.Container(self.container, PASSWORD)
         self.assertFalse(container.from_redo_record)
         self.assertEqual(container.folders, [])

@@ -1,0 +1,178 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/HeaderWriter.h"
+
+#include "core/ContainerLayout.h"
+#include "core/DiskSync.h"
+#include "core/RedoRecord.h"
+
+#include <QFile>
+
+#include <algorithm>
+
+namespace Tessel::Core {
+
+namespace {
+
+using namespace ContainerLayout;
+
+constexpr qint64 ScanBytes = qint64{256} * 1024;
+
+// What a rewrite of the header leaves of the file.
+struct Extents {
+    // Nothing behind this is needed once the new header is on the drive.
+    qint64 payload = PayloadOffset;
+    // The file's size before the rewrite. A record in there may be all that is left of a header
+    // torn earlier, so a rewrite that is undone must leave it.
+    qint64 formerSize = 0;
+    // The region up to here belongs to the header; behind it is a redo record, if anything.
+    qint64 headerLimit = PayloadOffset;
+};
+
+bool isAllZero(QByteArrayView bytes) {
+    // Each byte equal to its neighbour and the first one zero: one pass at memory speed.
+    return bytes.isEmpty() ||
+           (bytes.front() == 0 && bytes.first(bytes.size() - 1) == bytes.sliced(1));
+}
+
+// The end of the last byte in [from, to) that is not zero; `from` when all are, nothing when that
+// part of the file cannot be read.
+std::optional<qint64> endOfNonZeroBytes(QFile& file, qint64 from, qint64 to) {
+    QByteArray piece(ScanBytes, Qt::Uninitialized);
+    for (qint64 end = to; end > from;) {
+        const qint64 begin = std::max(from, end - ScanBytes);
+        if (!file.seek(begin) || file.read(piece.data(), end - begin) != end - begin) {
+            return std::nullopt;
+        }
+        const QByteArrayView read(piece.constData(), end - begin);
+        if (!isAllZero(read)) {
+            const auto last =
+                std::find_if(read.crbegin(), read.crend(), [](char c) { return c != 0; });
+            return end - (last - read.crbegin());
+        }
+        end = begin;
+    }
+    return from;
+}
+
+bool writeAtLengthLine(QFile& file, const QByteArray& bytes) {
+    return file.seek(LengthLineOffset) && file.write(bytes) == bytes.size() && syncToDrive(file);
+}
+
+// What is left behind a good header is ignored and goes with the next change.
+bool removeRecords(QFile& file, const Extents& extents, qint64 size) {
+    const bool cut = file.size() <= size || file.resize(size);
+    return (extents.headerLimit == PayloadOffset || eraseRegionFrom(file, extents.headerLimit)) &&
+           cut;
+}
+
+// Writes at the file's header. A rewrite that fails half way is undone; where even that fails, the
+// new record stays, because it is needed.
+std::optional<RegionRest> overwriteHeader(QFile& file, const QByteArray& bytes,
+                                          const Extents& extents) {
+    const qint64 oldBytes = std::min<qint64>(bytes.size(), file.size() - LengthLineOffset);
+    const QByteArray before = file.seek(LengthLineOffset) ? file.read(oldBytes) : QByteArray();
+    // Old bytes that cannot be read could not be put back either.
+    const bool canUndo = before.size() == oldBytes;
+    if (canUndo && writeAtLengthLine(file, bytes)) {
+        return removeRecords(file, extents, extents.payload) ? RegionRest::Zero
+                                                             : RegionRest::Unknown;
+    }
+    if (!canUndo || writeAtLengthLine(file, before)) {
+        static_cast<void>(removeRecords(file, extents, extents.formerSize));
+    }
+    return std::nullopt;
+}
+
+Extents extentsOf(QFile& file) {
+    return {std::max(endOfPayload(file), PayloadOffset), file.size(), PayloadOffset};
+}
+
+// Everything behind the header must be zero. Most of it is, and need not be sent to the drive
+// again. A region that is not whole is written to its end.
+std::optional<RegionRest> writeHeader(QFile& file, const QByteArray& image, const Extents& extents,
+                                      std::optional<qint64> zeroFrom) {
+    const qint64 imageEnd = LengthLineOffset + image.size();
+    if (!zeroFrom) {
+        zeroFrom =
+            endOfNonZeroBytes(file, imageEnd, extents.headerLimit).value_or(extents.headerLimit);
+    }
+    return overwriteHeader(
+        file, image + QByteArray(std::max(*zeroFrom - imageEnd, qint64(0)), '\0'), extents);
+}
+
+// Puts the record behind both headers in their region, where only zeros may be: what is found there
+// and is no record was left by a change that was interrupted.
+RedoRecordResult putRecordIntoRegion(QFile& file, const HeaderRewrite& rewrite) {
+    const qint64 begin = regionRecordBegin(rewrite.recordedImage);
+    const qint64 newEnd = LengthLineOffset + rewrite.image.size();
+    if (!rewrite.presentEnd || begin < std::max(*rewrite.presentEnd, newEnd)) {
+        return RedoRecordResult::NoRoom;
+    }
+    const std::optional<qint64> used = endOfNonZeroBytes(file, begin, PayloadOffset);
+    if (!used || (*used > begin && !eraseRegionFrom(file, begin))) {
+        return RedoRecordResult::Failed;
+    }
+    return writeRegionRecord(file, rewrite.recordedImage);
+}
+
+// Puts the record where it fits, and notes in @p extents where it is. A record of an earlier time
+// would pass for this rewrite's if that had none, or had one in another place.
+RedoRecordResult putRecord(QFile& file, const HeaderRewrite& rewrite, Extents* extents) {
+    const bool hasEarlier = findRedoRecord(file).has_value();
+    if (!hasEarlier && rewrite.rest == RegionRest::Unknown && rewrite.presentEnd &&
+        !eraseLostRegionRecord(file, *rewrite.presentEnd)) {
+        return RedoRecordResult::Failed;
+    }
+    const RedoRecordResult appended = appendRedoRecord(file, rewrite.recordedImage);
+    if (appended != RedoRecordResult::NoRoom || hasEarlier) {
+        return appended == RedoRecordResult::NoRoom ? RedoRecordResult::Failed : appended;
+    }
+    const RedoRecordResult put = putRecordIntoRegion(file, rewrite);
+    if (put == RedoRecordResult::Written) {
+        extents->headerLimit = regionRecordBegin(rewrite.recordedImage);
+    }
+    return put;
+}
+
+bool protectRewrite(QFile& file, const HeaderRewrite& rewrite, Extents* extents) {
+    if (file.size() < PayloadOffset) {
+        return true;
+    }
+    switch (putRecord(file, rewrite, extents)) {
+    case RedoRecordResult::Written:
+        return true;
+    case RedoRecordResult::NoRoom:
+        // The blocks that the new header names must be on the drive before it.
+        return rewrite.withoutRecord == WithoutRecord::Rewrite && syncToDrive(file);
+    case RedoRecordResult::Failed:
+        break;
+    }
+    return false;
+}
+
+} // namespace
+
+std::optional<RegionRest> rewriteHeader(QFile& file, const HeaderRewrite& rewrite) {
+    Extents extents = extentsOf(file);
+    if (!protectRewrite(file, rewrite, &extents)) {
+        return std::nullopt;
+    }
+    const bool isZeroBehind = rewrite.rest == RegionRest::Zero && rewrite.presentEnd;
+    return writeHeader(file, rewrite.image, extents,
+                       isZeroBehind ? rewrite.presentEnd : std::nullopt);
+}
+
+bool rewriteHeaderAndDropRecords(QFile& file, const QByteArray& image) {
+    Extents extents = extentsOf(file);
+    const std::optional<RedoRecord> record = findRedoRecord(file);
+    if (record && record->isInHeaderRegion()) {
+        extents.headerLimit = record->begin;
+    }
+    // Both would be lost if the header were torn over its own record.
+    return LengthLineOffset + image.size() <= extents.headerLimit &&
+           writeHeader(file, image, extents, std::nullopt) == RegionRest::Zero;
+}
+
+} // namespace Tessel::Core
