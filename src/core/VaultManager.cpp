@@ -62,18 +62,19 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
     if (password.isEmpty()) {
         return false;
     }
+    const QString place = recoverSetAside(path, password);
     ContainerDocument document;
-    const bool opened = m_containerManager.readDocument(path, &document) &&
+    const bool opened = m_containerManager.readDocument(place, &document) &&
                         openDocument(document, password, &m_index);
     if (!opened) {
-        if (!openRedoRecord(path, password, &document, &m_index)) {
+        if (!openRedoRecord(place, password, &document, &m_index)) {
             return false;
         }
         // On a drive that takes no writes the vault can still be read.
-        static_cast<void>(m_containerManager.repairHeader(path, document));
+        static_cast<void>(m_containerManager.repairHeader(place, document));
     }
     // A link would be replaced by the compacted container, and the drive would keep the old one.
-    m_containerFilePath = QFileInfo(path).canonicalFilePath();
+    m_containerFilePath = QFileInfo(place).canonicalFilePath();
     setIndex(SecureFileIndex(m_index), document);
     m_state = VaultState::Unlocked;
     return m_workspace.prepare();
@@ -207,15 +208,16 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
     if (m_state != VaultState::Locked || oldPassword.isEmpty() || newPassword.isEmpty()) {
         return false;
     }
+    const QString place = recoverSetAside(path, oldPassword);
     ContainerDocument document;
-    const QByteArray masterKey = masterKeyForRekeying(path, oldPassword, &document);
+    const QByteArray masterKey = masterKeyForRekeying(place, oldPassword, &document);
     if (masterKey.isEmpty()) {
         return false;
     }
     setFreshKeyWrapping(&document.crypto, m_cryptoManager);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, masterKey);
     return !document.crypto.encryptedMasterKey.isEmpty() &&
-           m_containerManager.updateDocumentHeader(path, document, document, WithoutRecord::Refuse,
+           m_containerManager.updateDocumentHeader(place, document, document, WithoutRecord::Refuse,
                                                    nullptr);
 }
 

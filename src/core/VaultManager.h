@@ -245,6 +245,18 @@ private:
                                                 const QString& oldDirectory,
                                                 const QString& newDirectory) const;
 
+    /// Finishes or takes back what a compaction that was cut left at @p path: the old container
+    /// that is set aside goes back in place when the one there does not open and it does, and is
+    /// removed when the one there does. That of another vault is never touched.
+    /// @return the path of the container to open
+    [[nodiscard]] QString recoverSetAside(const QString& path, const QByteArray& password);
+    /// Removes the container that is set aside beside the one at @p path, which has that document
+    /// and index, if it is of the same vault.
+    void removeOrphan(const QString& path, const ContainerDocument& document,
+                      const SecureFileIndex& index) const;
+    /// Removes what compactions of this vault left behind. Only where its document is the one that
+    /// the container's header holds, and opens, is nothing of that needed any more.
+    void removeLeftovers(const ContainerDocument& document) const;
     [[nodiscard]] bool writeRebuiltContainer(const QString& rebuiltPath, QFile& source,
                                              ContainerDocument* document, SecureFileIndex* index,
                                              const Progress& progress) const;

@@ -1,15 +1,15 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "core/ContainerCopy.h"
+#include "core/CompactionFolder.h"
+#include "core/ContainerReplacement.h"
 #include "core/DiskSync.h"
 #include "core/RegularFile.h"
+#include "core/SetAsideContainer.h"
 #include "core/VaultManager.h"
 
 #include <QDir>
 #include <QFile>
-#include <QScopeGuard>
-#include <QTemporaryDir>
 
 #include <numeric>
 
@@ -30,31 +30,12 @@ qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
         [](qint64 sum, const VaultFileEntry& entry) { return addedSize(sum, entry.sizeBytes); });
 }
 
-// Copies the rebuilt container to the drive.
-bool copyBack(QFile& rebuilt, QFile& target, const VaultManager::Progress& progress) {
-    const QString label = QStringLiteral("Substituindo container no USB");
-    return copyContainer(rebuilt, target, [&progress, &label](qint64 done, qint64 total) {
+CopyProgress copyBackProgress(const VaultManager::Progress& progress) {
+    return [&progress](qint64 done, qint64 total) {
         if (progress) {
-            progress(done, total, label);
+            progress(done, total, QStringLiteral("Substituindo container no USB"));
         }
-    });
-}
-
-// Puts the rebuilt container where the deleted one was. A copy that fails is removed again.
-bool replaceContainer(const QString& rebuiltPath, const QString& containerPath,
-                      const VaultManager::Progress& progress) {
-    QFile rebuilt(rebuiltPath);
-    QFile target(containerPath);
-    if (!rebuilt.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ||
-        !target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
-        return false;
-    }
-    if (copyBack(rebuilt, target, progress) && syncFolderOf(containerPath)) {
-        return true;
-    }
-    target.close();
-    target.remove();
-    return false;
+    };
 }
 
 } // namespace
@@ -67,40 +48,53 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
         return false;
     }
     ContainerDocument document;
-    QFile source(m_containerFilePath);
+    const QString path = withoutLinks(m_containerFilePath);
+    QFile source(path);
     if (!refreshSession(&document) || !openRegularFile(source, QIODevice::ReadOnly)) {
         return false;
     }
-    QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/Tessel-compact-XXXXXX"));
+    removeLeftovers(document);
+    CompactionFolder folder;
     if (!folder.isValid()) {
         return false;
     }
-    folder.setAutoRemove(false);
-    auto removeFolder = qScopeGuard([&folder] { folder.remove(); });
-    const QString rebuiltPath = folder.filePath(QStringLiteral("tessel.tvlt"));
     prepareForIndexSave(&document);
-
     SecureFileIndex index;
-    if (!writeRebuiltContainer(rebuiltPath, source, &document, &index, progress)) {
-        return false;
-    }
-    source.close();
     // The rebuilt container must be found again after a power cut: it, its folder's entry for it,
     // and the entry of that folder.
-    if (!isRebuiltContainerWhole(rebuiltPath, index) || !syncFolderOf(folder.path()) ||
-        !QFile::remove(m_containerFilePath)) {
+    const QString rebuiltPath = folder.containerPath();
+    if (!writeRebuiltContainer(rebuiltPath, source, &document, &index, progress) ||
+        !isRebuiltContainerWhole(rebuiltPath, index) || !syncFolderOf(folder.path())) {
         return false;
     }
-    // From here on the rebuilt container is the vault, until its copy is on the drive.
-    if (!replaceContainer(rebuiltPath, m_containerFilePath, progress)) {
-        removeFolder.dismiss();
-        if (error) {
-            *error = QDir(rebuiltPath).absolutePath();
-        }
+    switch (replaceContainer(rebuiltPath, path, source, copyBackProgress(progress))) {
+    case ReplacementResult::Done:
+        setIndex(index, document);
+        return true;
+    case ReplacementResult::NothingDone:
         return false;
+    case ReplacementResult::NoneLeft:
+    case ReplacementResult::Unfinished:
+        break;
     }
-    setIndex(index, document);
-    return true;
+    folder.keep();
+    if (error) {
+        *error = QDir(rebuiltPath).absolutePath();
+    }
+    return false;
+}
+
+void VaultManager::removeLeftovers(const ContainerDocument& document) const {
+    SecureFileIndex index;
+    if (!decryptIndex(document, &index)) {
+        return;
+    }
+    removeOrphan(m_containerFilePath, document, index);
+    CompactionFolder::removeLeftovers([this, &document](const QString& path) {
+        ContainerDocument leftover;
+        return m_containerManager.readDocument(path, &leftover) &&
+               wrappingOf(leftover) == wrappingOf(document);
+    });
 }
 
 bool VaultManager::writeRebuiltContainer(const QString& rebuiltPath, QFile& source,

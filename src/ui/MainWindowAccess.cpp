@@ -6,6 +6,7 @@
 #include "core/ContainerCopy.h"
 #include "core/ContainerManager.h"
 #include "core/RegularFile.h"
+#include "core/SetAsideContainer.h"
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
@@ -227,7 +228,7 @@ void MainWindow::openContainerOfDevice(const QListWidgetItem* item) {
         return;
     }
     const QString path = Core::ContainerManager().containerPath(root);
-    if (!QFileInfo(path).isFile()) {
+    if (!QFileInfo(path).isFile() && !Core::hasSetAsideContainer(path)) {
         showInformation(this, productTitle(),
                         tr("Nenhum tessel.tvlt foi encontrado em %1. Use Criar cofre para criar "
                            "um novo container.")
@@ -311,6 +312,8 @@ void MainWindow::unlockVault() {
     if (password.isEmpty()) {
         return;
     }
+    // The lock is taken on the file that stays.
+    Core::recoverContainer(m_containerPath);
     const bool opened =
         m_containerLock.acquire(m_containerPath) && m_vault.unlockVault(m_containerPath, password);
     if (!opened) {
@@ -318,6 +321,8 @@ void MainWindow::unlockVault() {
                     tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container "
                        "foi alterado."));
     }
+    // Unlocking may have put the container back that a compaction had set aside.
+    static_cast<void>(m_containerLock.follow());
     // The vault is open even after a failure when only its temporary folder could not be made.
     if (vaultIsUnlocked()) {
         m_currentDirectory.clear();
@@ -377,6 +382,7 @@ void MainWindow::changeVaultPassword() {
     if (dialog.exec() != QDialog::Accepted) {
         return;
     }
+    Core::recoverContainer(m_containerPath);
     Core::ContainerLock lock;
     if (lock.acquire(m_containerPath) &&
         m_vault.changePassword(m_containerPath, dialog.currentPassword(), dialog.newPassword())) {
@@ -395,6 +401,7 @@ void MainWindow::backupContainer() {
     if (!containerIsAtRest(tr("Bloqueie o cofre antes de fazer o backup."))) {
         return;
     }
+    Core::recoverContainer(m_containerPath);
     if (!QFileInfo(m_containerPath).isFile()) {
         showWarning(this, backupTitle(), tr("O arquivo do container não foi encontrado."));
         return;

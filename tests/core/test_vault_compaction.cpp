@@ -11,12 +11,18 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSet>
 #include <QTest>
 
 #include <limits>
 #include <memory>
 #include <optional>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
@@ -81,8 +87,8 @@ QStringList compaction(const VaultFixture& fixture) {
 int callsUntil(const QString& name, const QString& last) {
     const QRegularExpression end(last);
     const VaultFixture rehearsal(usedContainer());
-    const QStringList calls =
-        callsOfDriver(compaction(rehearsal), name + QStringLiteral(",unlink,linkat,rename"));
+    const QStringList calls = callsOfDriver(
+        compaction(rehearsal), name + QStringLiteral(",unlink,linkat,rename,renameat2"));
     int count = 0;
     for (const QString& call : calls) {
         if (end.match(call).hasMatch()) {
@@ -91,6 +97,30 @@ int callsUntil(const QString& name, const QString& last) {
         count += call.contains(name + QLatin1Char('(')) ? 1 : 0;
     }
     return 0;
+}
+
+/// Puts a container where a compaction that was killed leaves it; its path.
+QString leaveRebuiltContainer(const VaultFixture& fixture, const CraftedContainer& container) {
+    const QString folder = fixture.temporaryFolder() + QStringLiteral("/Tessel-compact-killed");
+    const QString path = folder + QStringLiteral("/tessel.tvlt");
+    if (::mkdir(QFile::encodeName(folder).constData(), 0700) != 0 || !container.writeTo(path)) {
+        qFatal("cannot write the container");
+    }
+    return path;
+}
+
+/// What is on the drive beside the container.
+QStringList besideContainer(const VaultFixture& fixture) {
+    const QFileInfo container(fixture.container());
+    QStringList names = container.dir().entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                                  QDir::NoDotAndDotDot);
+    names.removeAll(container.fileName());
+    return names;
+}
+
+/// A drive on which a used container fits @p times.
+qint64 roomFor(int times) {
+    return times * (PayloadOffset + 2 * MiB);
 }
 
 /// Runs @p action once, when copying back to the drive begins.
@@ -121,6 +151,7 @@ private:
     static void compareRebuiltContainerIsKept(VaultFixture& fixture, const QByteArray& indexBefore,
                                               const QString& error) {
         QVERIFY(!QFileInfo::exists(fixture.container()));
+        QCOMPARE(besideContainer(fixture), QStringList());
         const std::optional<QString> folder = rebuildFolder(fixture);
         QVERIFY(folder);
         QCOMPARE(error, *folder + QStringLiteral("/tessel.tvlt"));
@@ -191,6 +222,139 @@ private Q_SLOTS:
         QCOMPARE(now.crypto.payloadNonce.size(), 24);
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
+    }
+
+    // --- The old container ------------------------------------------------------------------
+
+    void theOldContainerStaysUntilTheNewOneIsWhole() {
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.unlock());
+        const QByteArray before = readFile(fixture.container());
+        int looks = 0;
+        const auto look = [&](qint64, qint64, const QString& name) {
+            if (name != CopyLabel) {
+                QCOMPARE(besideContainer(fixture), QStringList());
+                return;
+            }
+            ++looks;
+            const QStringList beside = besideContainer(fixture);
+            QCOMPARE(beside.size(), 1);
+            QVERIFY(!beside.first().endsWith(QLatin1String(".tvlt")));
+            QVERIFY(readFile(fixture.driveFolder() + QLatin1Char('/') + beside.first()) == before);
+            QVERIFY(QFileInfo::exists(fixture.container()));
+        };
+        QVERIFY(fixture.vault.compactVault(look, nullptr));
+        QCOMPARE(looks, 3);
+        QCOMPARE(besideContainer(fixture), QStringList());
+        QVERIFY(hasUsedContents(fixture));
+    }
+
+    void withoutRoomForBothTheOldContainerGoesFirst() {
+        NEEDS_PRIVATE_MOUNTS();
+        const SmallDisk disk(roomFor(1));
+        QVERIFY(disk.isMounted());
+        VaultFixture fixture(usedContainer());
+        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.unlock());
+        qint64 size = -1;
+        QVERIFY(fixture.vault.compactVault(whenCopyingBackBegins([&] {
+                                               size = QFileInfo(fixture.container()).size();
+                                               QCOMPARE(besideContainer(fixture), QStringList());
+                                           }),
+                                           nullptr));
+        QCOMPARE(size, 0);
+        QVERIFY(hasUsedContents(fixture));
+    }
+
+    void anOldContainerThatCannotBeRenamedGoesFirst_data() {
+        QTest::addColumn<QString>("error");
+        for (const char* error : {"EPERM", "EINVAL", "EBUSY", "ENAMETOOLONG", "ENOSPC"}) {
+            QTest::newRow(error) << QString::fromLatin1(error);
+        }
+    }
+    void anOldContainerThatCannotBeRenamedGoesFirst() {
+        QFETCH(const QString, error);
+        NEEDS_TRACING();
+        VaultFixture fixture(usedContainer());
+        const DriverRun run = runDriver(
+            compaction(fixture), fixture.container(),
+            {QStringLiteral("renameat2:error=") + error, QStringLiteral("rename:error=") + error});
+        QVERIFY(run.succeeded());
+        QCOMPARE(besideContainer(fixture), QStringList());
+        QVERIFY(fixture.unlock());
+        QVERIFY(hasUsedContents(fixture));
+    }
+
+    void permissionsAreKept_data() {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("group") << 0640;
+        QTest::newRow("all") << 0666;
+        QTest::newRow("owner") << 0600;
+    }
+    void permissionsAreKept() {
+        QFETCH(const int, mode);
+        VaultFixture fixture(usedContainer());
+        const QByteArray path = QFile::encodeName(fixture.container());
+        QCOMPARE(::chmod(path.constData(), static_cast<mode_t>(mode)), 0);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        struct stat info {};
+        QCOMPARE(::stat(path.constData(), &info), 0);
+        QCOMPARE(static_cast<int>(info.st_mode & 07777), mode);
+    }
+
+    // --- What a compaction that was killed leaves -------------------------------------------
+
+    void aRebuiltContainerThatNobodyNeedsIsRemoved() {
+        VaultFixture fixture(usedContainer());
+        const QString left = leaveRebuiltContainer(fixture, usedContainer());
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(!QFileInfo::exists(left));
+        QVERIFY(!rebuildFolder(fixture));
+    }
+
+    void otherRebuiltContainersStay_data() {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind : {"another vault", "in use", "no container", "link", "writable"}) {
+            QTest::newRow(kind) << QString::fromLatin1(kind);
+        }
+    }
+    void otherRebuiltContainersStay() {
+        QFETCH(const QString, kind);
+        VaultFixture fixture(usedContainer());
+        CraftedContainer another(9);
+        const QString left = leaveRebuiltContainer(
+            fixture, kind == QLatin1String("another vault") ? another : usedContainer());
+        const QString folder = QFileInfo(left).path();
+        const QByteArray name = QFile::encodeName(folder);
+        const int descriptor = ::open(name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
+        if (kind == QLatin1String("in use")) {
+            QCOMPARE(::flock(descriptor, LOCK_EX | LOCK_NB), 0);
+        } else if (kind == QLatin1String("no container")) {
+            QVERIFY(writeFile(left, "notes"));
+        } else if (kind == QLatin1String("writable")) {
+            QCOMPARE(::fchmod(descriptor, 0777), 0);
+        } else if (kind == QLatin1String("link")) {
+            const QString elsewhere = fixture.file(QStringLiteral("elsewhere"));
+            QVERIFY(QDir().rename(folder, elsewhere));
+            QVERIFY(QFile::link(elsewhere, folder));
+        }
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(QFileInfo::exists(left));
+        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + UsedSealedBytes);
+    }
+
+    void aRebuiltContainerStaysWhileTheVaultIsNotWhole() {
+        VaultFixture fixture(usedContainer());
+        const QString left = leaveRebuiltContainer(fixture, usedContainer());
+        QVERIFY(fixture.unlock());
+        // The sealed index, not its nonce.
+        QVERIFY(overwriteAt(fixture.container(), 700, "AAAAAAAA"));
+        static_cast<void>(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(QFileInfo::exists(left));
     }
 
     void aSecondCompactionChangesNothingButTheIndexNonce() {
@@ -584,7 +748,10 @@ private Q_SLOTS:
         QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=15");
         // Each opening asks for the position once.
         QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=9");
-        QTest::newRow("deletion") << QStringLiteral("unlink:error=EROFS:when=1");
+        QTest::newRow("renaming") << QStringLiteral("renameat2:error=EROFS rename:error=EROFS");
+        QTest::newRow("renaming and deletion")
+            << QStringLiteral("renameat2:error=EPERM rename:error=EPERM unlink:error=EROFS");
+        QTest::newRow("sync") << QStringLiteral("fdatasync:error=EIO:when=1");
     }
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
         QFETCH(const QString, injection);
@@ -593,11 +760,38 @@ private Q_SLOTS:
         const VaultPicture before(fixture);
         const DriverRun run = runDriver(
             {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
-            fixture.container(), {injection});
+            fixture.container(), injection.split(QLatin1Char(' ')));
         QVERIFY(run.refused());
         QVERIFY(!rebuildFolder(fixture));
         QCOMPARE(run.text(), QString());
+        QCOMPARE(besideContainer(fixture), QStringList());
         COMPARE_UNCHANGED(before);
+    }
+
+    void aDriveThatStillHasAnErrorToTellKeepsTheOldContainer_data() {
+        QTest::addColumn<QString>("place");
+        QTest::addColumn<int>("when");
+        QTest::newRow("folder") << QString() << 1;
+        QTest::newRow("container set aside") << QStringLiteral("/tessel.tvlt.anterior") << 1;
+        QTest::newRow("folder, container set aside") << QString() << 2;
+    }
+    void aDriveThatStillHasAnErrorToTellKeepsTheOldContainer() {
+        QFETCH(const QString, place);
+        QFETCH(const int, when);
+        NEEDS_TRACING();
+        VaultFixture fixture(usedContainer());
+        const VaultPicture before(fixture);
+        const DriverRun run = runDriver(compaction(fixture), fixture.driveFolder() + place,
+                                        {QStringLiteral("fsync:error=EIO:when=%1").arg(when)});
+        QVERIFY(run.refused());
+        QVERIFY(!rebuildFolder(fixture));
+        QCOMPARE(run.text(), QString());
+        QCOMPARE(besideContainer(fixture), QStringList());
+        COMPARE_UNCHANGED(before);
+        // The drive is well again.
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(hasUsedContents(fixture));
     }
 
     void aRebuiltContainerThatCannotBeReadBackIsAFailure() {
@@ -637,14 +831,18 @@ private Q_SLOTS:
 
     void aDriveThatFillsUpKeepsTheRebuiltContainer_data() {
         QTest::addColumn<qint64>("room");
-        QTest::newRow("nothing") << qint64(0);
-        QTest::newRow("part of the first piece") << qint64(1 * MiB);
-        QTest::newRow("the first piece alone") << CopyChunk;
+        QTest::addColumn<int>("containers");
+        for (const int containers : {1, 2}) {
+            QTest::addRow("nothing, %d", containers) << qint64(0) << containers;
+            QTest::addRow("part of the first piece, %d", containers) << 1 * MiB << containers;
+            QTest::addRow("the first piece alone, %d", containers) << CopyChunk << containers;
+        }
     }
     void aDriveThatFillsUpKeepsTheRebuiltContainer() {
         QFETCH(const qint64, room);
+        QFETCH(const int, containers);
         NEEDS_PRIVATE_MOUNTS();
-        const SmallDisk disk(16 * MiB);
+        const SmallDisk disk(roomFor(containers));
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
@@ -744,7 +942,10 @@ private Q_SLOTS:
         QTest::newRow("first write") << QStringLiteral("write:error=EIO:when=1");
         QTest::newRow("second write") << QStringLiteral("write:error=EIO:when=2");
         QTest::newRow("write-back") << QStringLiteral("sync_file_range:error=EIO:when=1");
-        QTest::newRow("flush") << QStringLiteral("fdatasync:error=EIO:when=1");
+        QTest::newRow("magic") << QStringLiteral("write:error=EIO:when=3");
+        // The first one is for the old container.
+        QTest::newRow("flush") << QStringLiteral("fdatasync:error=EIO:when=2");
+        QTest::newRow("flush of the magic") << QStringLiteral("fdatasync:error=EIO:when=3");
     }
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer() {
         QFETCH(const QString, injection);
@@ -761,9 +962,10 @@ private Q_SLOTS:
 
     void aRebuiltContainerThatCannotBeOpenedIsKept() {
         NEEDS_TRACING();
-        const int before =
-            callsUntil(QStringLiteral("openat"), QStringLiteral("unlink.*/drive/tessel.tvlt"));
-        QVERIFY(before > 0);
+        // Setting the old container aside opens it and its folder for a sync.
+        const int before = 2 + callsUntil(QStringLiteral("openat"),
+                                          QStringLiteral("renameat2.*/drive/tessel.tvlt.anterior"));
+        QVERIFY(before > 2);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();

@@ -29,7 +29,7 @@ from pathlib import Path
 import vault_world as vw
 
 HEAD = struct.Struct("=IIQqQ")
-CREATE, TRUNCATE, WRITE, SYNC, SYNC_FOLDER, RENAME, REMOVE, MAKE_FOLDER, MARK = range(1, 10)
+CREATE, TRUNCATE, WRITE, SYNC, SYNC_FOLDER, RENAME, REMOVE, MAKE_FOLDER, MARK, EXCHANGE = range(1, 11)
 SECTOR = 512
 
 
@@ -97,12 +97,15 @@ class Image:
         elif event.kind == SYNC_FOLDER:
             for pending in self.pending_names.pop(event.path, ()):
                 rename(self.names, pending)
-        elif event.kind in (CREATE, RENAME, REMOVE, MAKE_FOLDER):
+        elif event.kind in (CREATE, RENAME, EXCHANGE, REMOVE, MAKE_FOLDER):
             if event.kind == MAKE_FOLDER:
                 self.folders |= {event.path}
-            elif event.kind == RENAME:
+            elif event.kind in (RENAME, EXCHANGE):
                 path = event.data.decode()
-                self.renamed[self.inode_of(event.path)] = (path, self.inode_of(path))
+                moved, replaced = self.inode_of(event.path), self.inode_of(path)
+                self.renamed[moved] = (path, replaced)
+                if event.kind == EXCHANGE:
+                    self.renamed[replaced] = (event.path, moved)
             self.pending_names.setdefault(os.path.dirname(event.path), []).append(event)
 
 
@@ -126,6 +129,10 @@ def rename(names, event):
         names[event.path] = event.inode
     elif event.kind == REMOVE:
         names.pop(event.path, None)
+    elif event.kind == EXCHANGE:
+        other = event.data.decode()
+        if event.path in names and other in names:
+            names[event.path], names[other] = names[other], names[event.path]
     elif event.path in names:
         names[event.data.decode()] = names.pop(event.path)
 

@@ -130,7 +130,7 @@ def problem_with(world, fault, expected, run, checker):
     if fault.kind != "KILL" and not ended:
         return f"the program ended with {run.returncode}"
     succeeded = has_succeeded(world, said)
-    state = world.state(checker)
+    state = world.state(checker, said.get("text", ""))
     if state is None:
         return "the vault does not open"
     if not state.is_whole():

@@ -35,7 +35,8 @@ enum class Event : std::uint32_t {
     Rename = 6,
     Remove = 7,
     MakeFolder = 8,
-    Mark = 9
+    Mark = 9,
+    Exchange = 10
 };
 
 struct Head {
@@ -164,9 +165,9 @@ int recordPath(Event event, const char* path, int result) {
     return result;
 }
 
-int recordRename(const char* from, const char* to, int result) {
+int recordRename(Event event, const char* from, const char* to, int result) {
     if (result == 0 && isWatched(to)) {
-        record(Event::Rename, from, 0, 0, to, std::strlen(to));
+        record(event, from, 0, 0, to, std::strlen(to));
     }
     return result;
 }
@@ -231,14 +232,14 @@ int ftruncate64(int descriptor, off_t size) noexcept {
 }
 
 int rename(const char* from, const char* to) noexcept {
-    return recordRename(from, to,
+    return recordRename(Event::Rename, from, to,
                         static_cast<int>(::syscall(SYS_renameat, AT_FDCWD, from, AT_FDCWD, to)));
 }
 
 int renameat2(int fromFolder, const char* from, int toFolder, const char* to,
               unsigned flags) noexcept {
     return recordRename(
-        from, to,
+        (flags & RENAME_EXCHANGE) != 0 ? Event::Exchange : Event::Rename, from, to,
         static_cast<int>(::syscall(SYS_renameat2, fromFolder, from, toFolder, to, flags)));
 }
 

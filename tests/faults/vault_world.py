@@ -34,6 +34,11 @@ class Operation:
     passwords: tuple = (PASSWORD,)
     # How many bytes the container may grow by, as on a full drive.
     room: int = None
+    # The drive has no room for a second container: for a time the only one is in the temporary
+    # folder.
+    leaves_drive_empty: bool = False
+    # What is on the drive when the operation begins, of a compaction that was cut.
+    cut: str = ""
 
 
 # One block and its tag: no redo record fits behind it.
@@ -78,6 +83,11 @@ def tool(name):
     raise FileNotFoundError(name)
 
 
+def set_aside(container):
+    """Where a compaction keeps the old container while it writes the new one."""
+    return Path(f"{container}.anterior")
+
+
 class Disagreement(ValueError):
     """The engine and the second reader do not find the same in a container."""
 
@@ -114,10 +124,12 @@ class Checker:
         return found if changed.get("changed") else None
 
     def second_look(self, path, operation):
-        """What the second reader finds; nothing at all, not even None, where it does not look."""
+        """What the second reader finds; nothing at all, not even None, where it does not look. It
+        finds what a compaction has set aside as the guide tells a user to: by renaming it."""
         if operation.slow and not self.thorough:
             return ()
-        return State.of(second_reader.contents(path, operation.passwords))
+        found = second_reader.contents(path, operation.passwords)
+        return State.of(found or second_reader.contents(set_aside(path), operation.passwords))
 
     @staticmethod
     def compare(path, found, read):
@@ -195,12 +207,13 @@ class World:
         path = self.root / "files" / "saida.bin"
         return hashlib.sha256(path.read_bytes()).hexdigest() if path.exists() else None
 
-    def state(self, checker):
-        """The vault's state; that of a preserved container where the drive has none."""
+    def state(self, checker, reported=""):
+        """The vault's state. That of a preserved container counts only where the drive has no room
+        for two, or where the operation reported its path."""
         self.vault = self.container
         found = checker.look(self.vault, self.operation)
         whole = found is not None and found.is_whole()
-        if not whole and self.operation.command == "compact" and self.preserved():
+        if not whole and self.preserved() and (self.operation.leaves_drive_empty or reported):
             self.vault = self.preserved()
             found = checker.look(self.vault, self.operation)
         return found

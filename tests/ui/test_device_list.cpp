@@ -105,6 +105,7 @@ private Q_SLOTS:
     void doubleClickChangesTheContainer();
     void doubleClickOnADriveWithoutContainerSaysSo_data();
     void doubleClickOnADriveWithoutContainerSaysSo();
+    void doubleClickFindsAVaultWhoseCompactionWasCut();
     void doubleClickOnAnUnmountedDriveDoesNothing();
     void doubleClickDoesNotChangeTheContainerOfAnOpenVault();
 
@@ -711,6 +712,19 @@ void TestDeviceList::doubleClickChangesTheContainer() {
     QCOMPARE(containerText(), u"Container: Tessel"_qs);
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
+}
+
+void TestDeviceList::doubleClickFindsAVaultWhoseCompactionWasCut() {
+    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    const QString container = u"/media/ana/PEN/tessel.tvlt"_qs;
+    CraftedContainer crafted;
+    QVERIFY(crafted.addFile(u"a.txt"_qs, "aaa").writeTo(container + u".anterior"_qs));
+    openWindow();
+    doubleClick(0);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->unlock(u"senha de teste"_qs));
+    QVERIFY(QFileInfo(container).isFile());
+    QVERIFY(!QFileInfo::exists(container + u".anterior"_qs));
 }
 
 void TestDeviceList::doubleClickOnADriveWithoutContainerSaysSo_data() {

@@ -100,6 +100,8 @@ private Q_SLOTS:
     void anEarlierBackupStaysUntilTheNewOneIsWhole();
     void aContainerThatChangesItsSizeMeanwhileIsNoBackup_data();
     void aContainerThatChangesItsSizeMeanwhileIsNoBackup();
+    void aVaultWhoseCompactionWasCutIsUnlockedAndSaved_data();
+    void aVaultWhoseCompactionWasCutIsUnlockedAndSaved();
     void backupOntoSomethingThatIsNoFileIsRefused_data();
     void backupOntoSomethingThatIsNoFileIsRefused();
 
@@ -619,6 +621,47 @@ void TestVaultAccess::aContainerThatChangesItsSizeMeanwhileIsNoBackup() {
     QVERIFY(changed);
     QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
     QVERIFY(!QFileInfo::exists(path(u"copy.tvlt"_qs)));
+}
+
+void TestVaultAccess::aVaultWhoseCompactionWasCutIsUnlockedAndSaved_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("copyBegun");
+    for (const bool begun : {false, true}) {
+        QTest::addRow("unlock, copy begun: %d", begun) << u"Desbloquear"_qs << begun;
+        QTest::addRow("password, copy begun: %d", begun) << u"Alterar senha..."_qs << begun;
+        QTest::addRow("backup, copy begun: %d", begun) << u"Fazer backup..."_qs << begun;
+    }
+}
+
+void TestVaultAccess::aVaultWhoseCompactionWasCutIsUnlockedAndSaved() {
+    QFETCH(const QString, command);
+    QFETCH(const bool, copyBegun);
+    QVERIFY(chooseCrafted());
+    const QByteArray whole = readFile(containerPath());
+    QVERIFY(QFile::rename(containerPath(), containerPath() + u".anterior"_qs));
+    QVERIFY(!copyBegun || writeFile(containerPath(), QByteArray(7, '\0') + whole.mid(7, 5000)));
+    if (command == u"Desbloquear") {
+        QVERIFY(m_driver->unlock(Password));
+    } else if (command == u"Fazer backup...") {
+        m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
+        m_driver->dialogs.acceptInformation(BackupTitle);
+        QVERIFY2(run(command), qPrintable(problems()));
+        QVERIFY(readFile(path(u"copy.tvlt"_qs)) == whole);
+    } else {
+        m_driver->dialogs.handle(u"Alterar senha do cofre"_qs, [&](QDialog* dialog) {
+            const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
+            QCOMPARE(fields.size(), 3);
+            fields.at(0)->setText(Password);
+            fields.at(1)->setText(u"outra senha longa"_qs);
+            fields.at(2)->setText(u"outra senha longa"_qs);
+            dialog->accept();
+        });
+        m_driver->dialogs.acceptInformation(u"Tessel"_qs);
+        QVERIFY2(run(command), qPrintable(problems()));
+        QCOMPARE(lastText(), u"Senha alterada com sucesso."_qs);
+    }
+    QVERIFY(command == u"Alterar senha..." || readFile(containerPath()) == whole);
+    QVERIFY(!QFileInfo::exists(containerPath() + u".anterior"_qs));
 }
 
 void TestVaultAccess::backupOntoSomethingThatIsNoFileIsRefused_data() {

@@ -1,0 +1,79 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/CompactionFolder.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QScopeGuard>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Tessel::Core {
+
+namespace {
+
+const QString FolderPrefix = QStringLiteral("Tessel-compact-");
+const QString ContainerName = QStringLiteral("tessel.tvlt");
+
+int openFolder(const QString& path) {
+    return ::open(QFile::encodeName(path).constData(),
+                  O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+// The lock goes with the descriptor, so the folder of a program that was killed is free.
+bool lockFolder(int descriptor) {
+    return ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+}
+
+// Nobody else may put something into it or take it away.
+bool isOurs(int descriptor) {
+    struct stat info {};
+    return ::fstat(descriptor, &info) == 0 && info.st_uid == ::geteuid() &&
+           (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+} // namespace
+
+CompactionFolder::CompactionFolder()
+    : m_folder(QDir::tempPath() + QLatin1Char('/') + FolderPrefix + QStringLiteral("XXXXXX")) {
+    m_folder.setAutoRemove(false);
+    m_lock = m_folder.isValid() ? openFolder(m_folder.path()) : -1;
+    if (m_lock >= 0) {
+        static_cast<void>(lockFolder(m_lock));
+    }
+}
+
+CompactionFolder::~CompactionFolder() {
+    if (!m_isKept && m_folder.isValid()) {
+        m_folder.remove();
+    }
+    if (m_lock >= 0) {
+        ::close(m_lock);
+    }
+}
+
+QString CompactionFolder::containerPath() const {
+    return m_folder.filePath(ContainerName);
+}
+
+void CompactionFolder::removeLeftovers(const std::function<bool(const QString& path)>& isUnneeded) {
+    const QFileInfoList folders =
+        QDir(QDir::tempPath())
+            .entryInfoList({FolderPrefix + QLatin1Char('*')},
+                           QDir::Dirs | QDir::NoSymLinks | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QFileInfo& folder : folders) {
+        const int descriptor = openFolder(folder.filePath());
+        const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
+        const QString path = folder.filePath() + QLatin1Char('/') + ContainerName;
+        if (descriptor >= 0 && isOurs(descriptor) && lockFolder(descriptor) &&
+            !QFileInfo(path).isSymLink() && isUnneeded(path) && QFile::remove(path)) {
+            static_cast<void>(QDir().rmdir(folder.filePath()));
+        }
+    }
+}
+
+} // namespace Tessel::Core

@@ -1,0 +1,220 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/SetAsideContainer.h"
+
+#include "core/ContainerLayout.h"
+#include "core/ContainerManager.h"
+#include "core/DiskSync.h"
+#include "core/RegularFile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Tessel::Core {
+
+namespace {
+
+enum class Found { Nothing, CutCopy, Container, Unknown };
+
+bool existsHere(const QString& path) {
+    struct stat info {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+bool isMissing(const QString& path) {
+    return !existsHere(path) && errno == ENOENT;
+}
+
+bool renameFile(const QString& from, const QString& to) {
+    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+bool createEmpty(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered);
+}
+
+// FAT keeps a file's size and first cluster in its entry, and a rename makes an entry without them:
+// until the file is synced, a drive that is pulled has the container under neither name. Where two
+// names change places, each keeps its entry until then, and one of them leads to the container.
+bool exchange(const QString& a, const QString& b) {
+    return ::renameat2(AT_FDCWD, QFile::encodeName(a).constData(), AT_FDCWD,
+                       QFile::encodeName(b).constData(), RENAME_EXCHANGE) == 0;
+}
+
+bool exchangeWithEmpty(const QString& path, const QString& empty) {
+    if (!createEmpty(empty)) {
+        return false;
+    }
+    if (exchange(path, empty)) {
+        return true;
+    }
+    static_cast<void>(QFile::remove(empty));
+    return false;
+}
+
+// Of the whole file, and of the open file: unlike a lock of the process it is also seen by another
+// descriptor in the same one. The window's own lock is of another kind and does not get in its way.
+struct flock wholeFile(short type) {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
+void markInUse(QFile& container) {
+    struct flock lock = wholeFile(F_RDLCK);
+    // A file system without locks does without.
+    static_cast<void>(::fcntl(container.handle(), F_OFD_SETLK, &lock));
+}
+
+bool isInUse(const QString& path) {
+    QFile file(path);
+    struct flock lock = wholeFile(F_WRLCK);
+    return openRegularFile(file, QIODevice::ReadOnly) &&
+           ::fcntl(file.handle(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+Found whatIsAt(const QString& path) {
+    if (isMissing(path)) {
+        return Found::Nothing;
+    }
+    QFile file(path);
+    if (!openRegularFile(file, QIODevice::ReadOnly)) {
+        return Found::Unknown;
+    }
+    const QByteArray magic = file.read(ContainerLayout::FileMagic.size());
+    if (file.error() != QFileDevice::NoError) {
+        return Found::Unknown;
+    }
+    return magic == ContainerLayout::FileMagic ? Found::Container : Found::CutCopy;
+}
+
+// A copy gets its magic last; until then there are zero bytes in its place, or none.
+bool isWithoutMagicYet(const QString& path) {
+    QFile file(path);
+    if (!openRegularFile(file, QIODevice::ReadOnly)) {
+        return false;
+    }
+    const QByteArray begin = file.read(ContainerLayout::FileMagic.size());
+    return file.error() == QFileDevice::NoError && begin == QByteArray(begin.size(), '\0');
+}
+
+// A drive that fails must not be told to delete its only container instead.
+bool isRefusal(int error) {
+    return error != EIO && error != EROFS && error != ENODEV && error != ENXIO && error != ENOENT;
+}
+
+} // namespace
+
+QString withoutLinks(const QString& path) {
+    constexpr int Patience = 40;
+    QString target = path;
+    for (int i = 0; i < Patience && QFileInfo(target).isSymLink(); ++i) {
+        target = QFileInfo(target).symLinkTarget();
+    }
+    return target;
+}
+
+QString setAsidePath(const QString& containerPath) {
+    return withoutLinks(containerPath) + QStringLiteral(".anterior");
+}
+
+bool hasSetAsideContainer(const QString& containerPath) {
+    const QString path = setAsidePath(containerPath);
+    ContainerDocument document;
+    return existsHere(path) && !QFileInfo(path).isSymLink() &&
+           ContainerManager().readDocument(path, &document) && !isInUse(path);
+}
+
+bool recoverContainer(const QString& containerPath) {
+    removeUnfinished(containerPath);
+    if (!hasSetAsideContainer(containerPath)) {
+        return false;
+    }
+    const Found found = whatIsAt(withoutLinks(containerPath));
+    return (found == Found::Nothing || found == Found::CutCopy) && putBack(containerPath);
+}
+
+SetAsideResult setAside(const QString& path, QFile& container) {
+    const QString aside = setAsidePath(path);
+    removeUnfinished(path);
+    if (existsHere(aside)) {
+        return SetAsideResult::Refused;
+    }
+    markInUse(container);
+    if (!exchangeWithEmpty(path, aside) && !renameFile(path, aside)) {
+        return isRefusal(errno) ? SetAsideResult::Refused : SetAsideResult::Failed;
+    }
+    if (syncAfterRename(aside)) {
+        return SetAsideResult::Done;
+    }
+    putBack(path);
+    return SetAsideResult::Failed;
+}
+
+bool putBack(const QString& containerPath) {
+    const QString path = withoutLinks(containerPath);
+    const QString aside = setAsidePath(path);
+    const bool exchanged = isMissing(path) ? exchangeWithEmpty(aside, path) : exchange(aside, path);
+    if (!exchanged && !renameFile(aside, path)) {
+        return false;
+    }
+    // Should the drive lose the name again, the next recovery finds what this one found.
+    if (syncAfterRename(path) && exchanged) {
+        removeSetAside(path);
+    }
+    return true;
+}
+
+void removeUnfinished(const QString& containerPath) {
+    const QString aside = setAsidePath(containerPath);
+    ContainerDocument document;
+    if (existsHere(aside) && !QFileInfo(aside).isSymLink() && isWithoutMagicYet(aside) &&
+        ContainerManager().readDocument(containerPath, &document)) {
+        removeSetAside(containerPath);
+    }
+}
+
+void removeSetAside(const QString& containerPath) {
+    const QString path = withoutLinks(containerPath);
+    if (QFile::remove(setAsidePath(path))) {
+        // One that comes back after a power cut is removed by the next recovery.
+        static_cast<void>(syncFolderOf(path));
+    }
+}
+
+bool isMissingOrReadable(const QString& path) {
+    const Found found = whatIsAt(withoutLinks(path));
+    if (found != Found::Container) {
+        return found != Found::Unknown;
+    }
+    constexpr qint64 Piece = qint64{256} * 1024;
+    // As much at the end as a redo record may take.
+    constexpr qint64 TailBytes = ContainerLayout::PayloadOffset + Piece;
+    QFile file(path);
+    if (!openRegularFile(file, QIODevice::ReadOnly)) {
+        return false;
+    }
+    const qint64 size = file.size();
+    const qint64 tail = std::max(ContainerLayout::PayloadOffset, size - TailBytes);
+    for (qint64 at = 0; at < size; at = file.pos()) {
+        const bool between = at >= ContainerLayout::PayloadOffset && at < tail;
+        if ((between && !file.seek(tail)) || file.read(Piece).isEmpty()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace Tessel::Core

@@ -1,0 +1,71 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "core/DiskSync.h"
+#include "core/SetAsideContainer.h"
+#include "core/VaultManager.h"
+
+#include <QFileInfo>
+#include <QScopeGuard>
+
+#include <algorithm>
+
+namespace Tessel::Core {
+
+namespace {
+
+bool endsWithin(const VaultFileBlock& block, qint64 size) {
+    qint64 end = 0;
+    return !qAddOverflow(block.offset, block.encryptedSize, &end) && end <= size;
+}
+
+bool hasEveryBlock(const SecureFileIndex& index, qint64 size) {
+    const QList<VaultFileEntry> entries = index.entries();
+    return std::all_of(entries.cbegin(), entries.cend(), [size](const VaultFileEntry& entry) {
+        return std::all_of(entry.blocks.cbegin(), entry.blocks.cend(),
+                           [size](const VaultFileBlock& block) { return endsWithin(block, size); });
+    });
+}
+
+} // namespace
+
+QString VaultManager::recoverSetAside(const QString& path, const QByteArray& password) {
+    removeUnfinished(path);
+    if (!hasSetAsideContainer(path)) {
+        return path;
+    }
+    const auto dropKey = qScopeGuard([this] { m_masterKey.clear(); });
+    ContainerDocument document;
+    ContainerDocument setAside;
+    SecureFileIndex index;
+    const bool hasHeader = m_containerManager.readDocument(path, &document);
+    if (hasHeader && openDocument(document, password, &index)) {
+        removeOrphan(path, document, index);
+        return path;
+    }
+    ContainerDocument recorded;
+    if (openRedoRecord(path, password, &recorded, &index) || !isMissingOrReadable(path) ||
+        !m_containerManager.readDocument(setAsidePath(path), &setAside)) {
+        return path;
+    }
+    const bool isAnotherVault = hasHeader && wrappingOf(document) != wrappingOf(setAside);
+    if (isAnotherVault || !openDocument(setAside, password, &index)) {
+        return path;
+    }
+    // On a drive that takes no writes the vault can still be read.
+    return putBack(path) ? path : setAsidePath(path);
+}
+
+void VaultManager::removeOrphan(const QString& path, const ContainerDocument& document,
+                                const SecureFileIndex& index) const {
+    ContainerDocument setAside;
+    // What is read here may be in the system's cache only, after a compaction that was killed.
+    if (hasSetAsideContainer(path) &&
+        m_containerManager.readDocument(setAsidePath(path), &setAside) &&
+        wrappingOf(setAside) == wrappingOf(document) &&
+        hasEveryBlock(index, QFileInfo(path).size()) && syncAfterRename(withoutLinks(path))) {
+        removeSetAside(path);
+    }
+}
+
+} // namespace Tessel::Core

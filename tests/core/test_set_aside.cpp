@@ -1,0 +1,333 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// A compaction that is cut while it writes the new container leaves the old one beside it. Whoever
+// opens the vault next finds it whole.
+
+#include "DriverRun.h"
+#include "VaultFixture.h"
+#include "core/ContainerManager.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTest>
+
+using namespace Tessel::Core;
+using namespace Tessel::Tests;
+
+namespace {
+
+const QByteArray OtherPassword = QByteArrayLiteral("outra senha longa");
+
+CraftedContainer someContainer(quint64 seed = 1, const QByteArray& contents = "contents of a") {
+    CraftedContainer crafted(seed);
+    crafted.addFile(QStringLiteral("a"), contents);
+    return crafted;
+}
+
+/// The same vault after a change of its index.
+CraftedContainer laterContainer() {
+    CraftedContainer crafted = someContainer(1, "later contents");
+    crafted.keys.payloadNonce = noise(24, 77);
+    return crafted;
+}
+
+/// A vault on whose drive a compaction was cut.
+struct CutCompaction {
+    explicit CutCompaction(const CraftedContainer& setAside = someContainer())
+        : fixture(someContainer()), container(fixture.container()),
+          aside(container + QStringLiteral(".anterior")) {
+        if (!QFile::remove(container) || !setAside.writeTo(aside)) {
+            qFatal("cannot set up the drive");
+        }
+        bytes = readFile(aside);
+    }
+    /// A part of the new container, as a copy leaves it.
+    void addCutCopy(qint64 size) const {
+        QByteArray copy = bytes.first(size);
+        copy.replace(0, qMin<qint64>(7, size), QByteArray(qMin<qint64>(7, size), '\0'));
+        put(copy);
+    }
+    void put(const QByteArray& copy) const {
+        if (!writeFile(container, copy)) {
+            qFatal("cannot write the container");
+        }
+    }
+    [[nodiscard]] bool unlock(const QByteArray& password = TestPassword) {
+        return fixture.vault.unlockVault(container, password);
+    }
+    [[nodiscard]] QStringList drive() const {
+        return QDir(fixture.driveFolder()).entryList(QDir::Files | QDir::Hidden);
+    }
+    /// What is set aside is as it was, and so is what is at the container's path.
+    [[nodiscard]] bool isUntouched(const QByteArray& atContainer) const {
+        return readFile(aside) == bytes && readFile(container) == atContainer &&
+               QFileInfo::exists(container) == !atContainer.isNull();
+    }
+
+    VaultFixture fixture;
+    QString container;
+    QString aside;
+    QByteArray bytes;
+};
+
+/// The bytes of a container whose sealed index a power cut has torn.
+QByteArray torn(QByteArray container) {
+    const qsizetype index = container.indexOf("encryptedIndex\":\"") + 40;
+    return container.replace(index, 8, "AAAAAAAA");
+}
+
+QByteArray withoutHeader(QByteArray container) {
+    return container.replace(7, 4000, QByteArray(4000, '\0'));
+}
+
+} // namespace
+
+class TestSetAside : public QObject {
+    Q_OBJECT
+
+private:
+    static void compareOnlyContainerIs(CutCompaction& cut, const QByteArray& expected) {
+        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QVERIFY(readFile(cut.container) == expected);
+    }
+
+private Q_SLOTS:
+    // --- Put back ---------------------------------------------------------------------------
+
+    void aVaultThatWasCutIsUnlocked_data() {
+        QTest::addColumn<qint64>("copied");
+        QTest::newRow("no copy") << qint64{-1};
+        for (const qint64 copied : {qint64{0}, qint64{1}, qint64{7}, qint64{5000},
+                                    PayloadOffset - 1, PayloadOffset + 5}) {
+            QTest::addRow("%lld bytes", copied) << copied;
+        }
+    }
+    void aVaultThatWasCutIsUnlocked() {
+        QFETCH(const qint64, copied);
+        CutCompaction cut;
+        if (copied >= 0) {
+            cut.addCutCopy(copied);
+        }
+        QVERIFY(cut.unlock());
+        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        compareOnlyContainerIs(cut, cut.bytes);
+        QVERIFY(cut.fixture.store(QStringLiteral("b"), "stored afterwards"));
+    }
+
+    void aContainerThatDoesNotOpenGivesWay_data() {
+        QTest::addColumn<QByteArray>("container");
+        const QByteArray later = laterContainer().bytes();
+        QTest::newRow("torn index") << torn(later);
+        QTest::newRow("no header") << withoutHeader(later);
+        QTest::newRow("header region cut") << later.first(PayloadOffset - 1);
+    }
+    void aContainerThatDoesNotOpenGivesWay() {
+        QFETCH(const QByteArray, container);
+        CutCompaction cut;
+        cut.put(container);
+        QVERIFY(cut.unlock());
+        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        compareOnlyContainerIs(cut, cut.bytes);
+    }
+
+    void thePasswordOfAVaultThatWasCutIsChanged() {
+        CutCompaction cut;
+        cut.addCutCopy(5000);
+        QVERIFY(cut.fixture.vault.changePassword(cut.container, TestPassword, OtherPassword));
+        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QVERIFY(cut.unlock(OtherPassword));
+        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+    }
+
+    void aVaultBehindALinkIsPutBackWhereItWas() {
+        CutCompaction cut;
+        const QString link = cut.fixture.file(QStringLiteral("link.tvlt"));
+        QVERIFY(QFile::link(cut.container, link));
+        QVERIFY(cut.fixture.vault.unlockVault(link, TestPassword));
+        QVERIFY(QFileInfo(link).isSymLink());
+        compareOnlyContainerIs(cut, cut.bytes);
+    }
+
+    void aDriveThatTakesNoWritesCanBeRead() {
+        NEEDS_PRIVATE_MOUNTS();
+        CutCompaction cut;
+        cut.addCutCopy(5000);
+        const QByteArray copy = readFile(cut.container);
+        {
+            const ReadOnlyMount readOnly(cut.fixture.driveFolder());
+            QVERIFY(readOnly.isMounted());
+            QVERIFY(cut.unlock());
+            QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+            QVERIFY(!cut.fixture.store(QStringLiteral("b"), "cannot be stored"));
+            QVERIFY(cut.fixture.vault.lockVault());
+        }
+        QVERIFY(cut.isUntouched(copy));
+        QVERIFY(cut.unlock());
+        compareOnlyContainerIs(cut, cut.bytes);
+    }
+
+    // --- Removed ----------------------------------------------------------------------------
+
+    void whatAFinishedCompactionLeftIsRemoved() {
+        CutCompaction cut;
+        const QByteArray later = laterContainer().bytes();
+        cut.put(later);
+        QVERIFY(cut.unlock());
+        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("later contents"));
+        compareOnlyContainerIs(cut, later);
+    }
+
+    void whatAFinishedCompactionLeftIsRemovedBeforeThePasswordChanges() {
+        CutCompaction cut;
+        cut.put(laterContainer().bytes());
+        QVERIFY(cut.fixture.vault.changePassword(cut.container, TestPassword, OtherPassword));
+        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QVERIFY(cut.unlock(OtherPassword));
+    }
+
+    void theOldContainerIsRemovedOnlyWhenTheNewOneIsOnTheDrive() {
+        NEEDS_TRACING();
+        CutCompaction cut;
+        cut.put(laterContainer().bytes());
+        const QByteArray container = readFile(cut.container);
+        // A compaction that was killed may have left the new one in the system's cache only.
+        const DriverRun run =
+            runDriver({cut.container, QString::fromUtf8(TestPassword), QStringLiteral("unlock")},
+                      cut.container, {QStringLiteral("fsync:error=EIO")});
+        QVERIFY(run.succeeded());
+        QVERIFY(cut.isUntouched(container));
+    }
+
+    void aRecordIsUsedBeforeWhatIsSetAside() {
+        CutCompaction cut;
+        const CraftedContainer later = laterContainer();
+        cut.put(torn(later.bytes()) + later.withIndexInRows().redoRecord());
+        QVERIFY(cut.unlock());
+        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("later contents"));
+        QVERIFY(cut.fixture.vault.lockVault());
+        QVERIFY(cut.unlock());
+        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+    }
+
+    // --- Left alone -------------------------------------------------------------------------
+
+    void aWrongPasswordChangesNothing_data() {
+        QTest::addColumn<QByteArray>("container");
+        const QByteArray bytes = someContainer().bytes();
+        QTest::newRow("none") << QByteArray();
+        QTest::newRow("cut copy") << QByteArray(7, '\0') + bytes.mid(7, 5000);
+        QTest::newRow("whole") << laterContainer().bytes();
+        QTest::newRow("torn index") << torn(laterContainer().bytes());
+        QTest::newRow("no header") << withoutHeader(bytes);
+    }
+    void aWrongPasswordChangesNothing() {
+        QFETCH(const QByteArray, container);
+        CutCompaction cut;
+        if (!container.isNull()) {
+            cut.put(container);
+        }
+        QVERIFY(!cut.unlock("a wrong password"));
+        QVERIFY(cut.isUntouched(container));
+        QVERIFY(
+            !cut.fixture.vault.changePassword(cut.container, "a wrong password", OtherPassword));
+        QVERIFY(cut.isUntouched(container));
+    }
+
+    void anotherVaultIsLeftAlone_data() {
+        QTest::addColumn<QByteArray>("container");
+        QTest::addColumn<bool>("opens");
+        QTest::newRow("beside a whole one") << someContainer(5).bytes() << true;
+        QTest::newRow("beside a torn one") << torn(someContainer(5).bytes()) << false;
+    }
+    void anotherVaultIsLeftAlone() {
+        QFETCH(const QByteArray, container);
+        QFETCH(const bool, opens);
+        // The same password, but another master key.
+        CutCompaction cut;
+        cut.put(container);
+        QCOMPARE(cut.unlock(), opens);
+        QVERIFY(cut.isUntouched(container));
+    }
+
+    void theVaultAsItWasBeforeAChangeOfItsPasswordIsLeftAlone() {
+        CraftedContainer before = someContainer();
+        before.keys.password = OtherPassword;
+        CutCompaction cut(before);
+        const QByteArray container = someContainer().bytes();
+        cut.put(container);
+        QVERIFY(!cut.unlock(OtherPassword));
+        QVERIFY(cut.unlock());
+        QVERIFY(cut.isUntouched(container));
+    }
+
+    void whatIsNoContainerIsLeftAlone() {
+        CutCompaction cut;
+        QVERIFY(writeFile(cut.aside, "notes"));
+        cut.bytes = "notes";
+        QVERIFY(!cut.unlock());
+        QVERIFY(cut.isUntouched({}));
+        const QByteArray container = someContainer().bytes();
+        cut.put(container);
+        QVERIFY(cut.unlock());
+        QVERIFY(cut.isUntouched(container));
+        QVERIFY(cut.fixture.vault.compactVault({}, nullptr));
+        QCOMPARE(readFile(cut.aside), QByteArray("notes"));
+        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+    }
+
+    void aContainerThatTheDriveFailsToReadIsNoDamagedOne_data() {
+        QTest::addColumn<QString>("injection");
+        QTest::newRow("open") << QStringLiteral("openat:error=EIO");
+        QTest::newRow("every read") << QStringLiteral("read:error=EIO");
+        QTest::newRow("all but the first read") << QStringLiteral("read:error=EIO:when=2+");
+        QTest::newRow("no more memory for files") << QStringLiteral("openat:error=EMFILE");
+    }
+    void aContainerThatTheDriveFailsToReadIsNoDamagedOne() {
+        QFETCH(const QString, injection);
+        NEEDS_TRACING();
+        CutCompaction cut;
+        const QByteArray container = laterContainer().bytes();
+        cut.put(container);
+        const DriverRun run =
+            runDriver({cut.container, QString::fromUtf8(TestPassword), QStringLiteral("unlock")},
+                      cut.container, {injection});
+        QVERIFY(!run.succeeded());
+        QVERIFY(cut.isUntouched(container));
+    }
+
+    void aContainerThatIsTooShortForItsFilesDoesNotCountAsTheNewOne() {
+        CutCompaction cut;
+        const QByteArray container = laterContainer().bytes();
+        cut.put(container.first(container.size() - 1));
+        QVERIFY(cut.unlock());
+        QVERIFY(cut.isUntouched(container.first(container.size() - 1)));
+    }
+
+    void aCompactionAtWorkIsLeftAlone() {
+        VaultFixture fixture(someContainer());
+        QVERIFY(fixture.unlock());
+        const QString aside = fixture.container() + QStringLiteral(".anterior");
+        int looks = 0;
+        const auto other = [&](qint64 done, qint64, const QString& name) {
+            if (name != QLatin1String("a")) {
+                VaultManager second;
+                QVERIFY2(!second.unlockVault(fixture.container(), TestPassword),
+                         qPrintable(QString::number(done)));
+                QVERIFY(QFileInfo::exists(aside));
+                ++looks;
+            }
+        };
+        QVERIFY(fixture.vault.compactVault(other, nullptr));
+        QCOMPARE(looks, 3);
+        QVERIFY(!QFileInfo::exists(aside));
+        QCOMPARE(fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+    }
+};
+
+int main(int argc, char** argv) {
+    return runWithFaults<TestSetAside>(argc, argv);
+}
+#include "test_set_aside.moc"
