@@ -277,7 +277,7 @@ class Replay:
         checker = self.checker()
         world = vw.World(self.folder / f"state-{self.local.number}", recorded.operation, self.base)
         world.reset()
-        world.container.unlink()
+        world.clear_drive()
         for path, content in files.items():
             place = world.root / Path(path).relative_to(recorded.root)
             place.parent.mkdir(parents=True, exist_ok=True)

@@ -95,9 +95,10 @@ def problem_with(drive, world, expected, checker, delay):
     drive.mount()
     world.reset()
     # What the operation starts from is on the drive.
-    descriptor = os.open(world.container, os.O_RDWR)
-    os.fsync(descriptor)
-    os.close(descriptor)
+    for path in world.container.parent.iterdir():
+        descriptor = os.open(path, os.O_RDWR)
+        os.fsync(descriptor)
+        os.close(descriptor)
     process = subprocess.Popen(world.command(), env=world.environment(), text=True,
                                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     said = cut_after(drive, process, delay)

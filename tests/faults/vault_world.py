@@ -34,11 +34,12 @@ class Operation:
     passwords: tuple = (PASSWORD,)
     # How many bytes the container may grow by, as on a full drive.
     room: int = None
-    # The drive has no room for a second container: for a time the only one is in the temporary
-    # folder.
-    leaves_drive_empty: bool = False
-    # What is on the drive when the operation begins, of a compaction that was cut.
-    cut: str = ""
+    # Whether the drive has no room for a second container: for a time the only one is then in the
+    # temporary folder.
+    fits_once: bool = False
+    # What a compaction that was cut has left of the new container beside the old one: "nothing",
+    # "part" of it, or "all" of it. None where there was no compaction.
+    cut: str = None
 
 
 # One block and its tag: no redo record fits behind it.
@@ -71,6 +72,10 @@ OPERATIONS = (
     Operation("change password, full drive", "password", (NEW_PASSWORD,), slow=True,
               passwords=(PASSWORD, NEW_PASSWORD), room=0),
     Operation("compact", "compact"),
+    Operation("compact, full drive", "compact", fits_once=True),
+    Operation("unlock, compaction cut at its begin", "unlock", cut="nothing"),
+    Operation("unlock, compaction cut in its middle", "unlock", cut="part"),
+    Operation("unlock, compaction cut at its end", "unlock", cut="all"),
     Operation("lock, taking an edited copy back", "lock-edited", ("b.txt", "editado")),
 )
 
@@ -182,7 +187,21 @@ class World:
         for name in ("drive", "files", "tmp"):
             (self.root / name).mkdir(parents=True)
         shutil.copyfile(self.base, self.container)
+        if self.operation.cut is not None:
+            self.cut_compaction()
         (self.root / "files" / "novo.bin").write_bytes(NEW_CONTENTS)
+
+    def cut_compaction(self):
+        whole = self.container.read_bytes()
+        self.container.rename(set_aside(self.container))
+        if self.operation.cut == "part":
+            self.container.write_bytes(bytes(7) + whole[7:len(whole) * 2 // 3])
+        elif self.operation.cut == "all":
+            self.container.write_bytes(whole)
+
+    def clear_drive(self):
+        for path in self.container.parent.iterdir():
+            path.unlink()
 
     def command(self):
         password = NEW_PASSWORD if self.operation.command == "create" else PASSWORD
@@ -195,6 +214,9 @@ class World:
         if self.operation.room is not None:
             limit = self.base.stat().st_size + self.operation.room
             more["TESSEL_FILE_LIMIT"] = str(limit)
+        if self.operation.fits_once:
+            libraries = [more["LD_PRELOAD"]] if "LD_PRELOAD" in more else []
+            more["LD_PRELOAD"] = ":".join([*libraries, tool("libno_room.so")])
         return {**os.environ, "TMPDIR": str(self.root / "tmp"), "LC_ALL": "C.UTF-8",
                 "ASAN_OPTIONS": "detect_leaks=0", **more}
 
@@ -213,7 +235,7 @@ class World:
         self.vault = self.container
         found = checker.look(self.vault, self.operation)
         whole = found is not None and found.is_whole()
-        if not whole and self.preserved() and (self.operation.leaves_drive_empty or reported):
+        if not whole and self.preserved() and (self.operation.fits_once or reported):
             self.vault = self.preserved()
             found = checker.look(self.vault, self.operation)
         return found
