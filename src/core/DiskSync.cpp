@@ -31,6 +31,10 @@ int retryInterrupted(Call call) {
     return result;
 }
 
+bool syncDescriptor(int descriptor) {
+    return retryInterrupted([=] { return ::fdatasync(descriptor); }) == 0 || isUnsupported(errno);
+}
+
 int openForSync(const QString& path, int flags) {
     const QByteArray name = QFile::encodeName(path);
     return retryInterrupted(
@@ -50,8 +54,7 @@ bool syncToDrive(QFileDevice& file) {
         return false;
     }
     const int descriptor = file.handle();
-    return descriptor >= 0 &&
-           (retryInterrupted([=] { return ::fdatasync(descriptor); }) == 0 || isUnsupported(errno));
+    return descriptor >= 0 && syncDescriptor(descriptor);
 }
 
 bool startWriteBack(QFileDevice& file, qint64 offset, qint64 size) {
@@ -70,6 +73,21 @@ bool startWriteBack(QFileDevice& file, qint64 offset, qint64 size) {
     const qint64 earlier = offset - 2 * size;
     return earlier < 0 || range(earlier, SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE |
                                              SYNC_FILE_RANGE_WAIT_AFTER);
+}
+
+bool syncPastEarlierErrors(const QString& path) {
+    constexpr int Attempts = 3;
+    // A pipe under the container's name would block the open for ever.
+    const int descriptor = openForSync(path, O_NONBLOCK);
+    if (descriptor < 0) {
+        return false;
+    }
+    const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
+    bool synced = false;
+    for (int attempt = 1; attempt <= Attempts && !synced; ++attempt) {
+        synced = syncDescriptor(descriptor);
+    }
+    return synced;
 }
 
 bool syncFolderOf(const QString& path) {

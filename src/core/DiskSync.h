@@ -15,6 +15,15 @@ namespace Tessel::Core {
 ///         sync must fail the operation: a second, successful one would prove nothing.
 [[nodiscard]] bool syncToDrive(QFileDevice& file);
 
+/// Waits until the drive has the file at @p path, whatever it failed at before. The kernel tells of
+/// a lost write at the next sync, of what is lost of the file and of its place on the drive one
+/// after the other: a drive that failed once and is well again may fail two syncs. This asks for
+/// both, so that they do not fail a change that has nothing to do with them.
+///
+/// To be called before a change writes anything. It proves nothing about what was written earlier.
+/// @return false when the file cannot be opened or the drive goes on failing.
+[[nodiscard]] bool syncPastEarlierErrors(const QString& path);
+
 /// Asks the kernel to start writing these bytes now, and waits for those that end two windows
 /// earlier. Progress then tells what the drive has taken, and little is left for the last sync.
 /// @return false when an earlier write failed on its way to the drive.

@@ -3,6 +3,8 @@
 
 #include "core/VaultManager.h"
 
+#include "core/DiskSync.h"
+
 #include <QFileInfo>
 #include <QScopeGuard>
 
@@ -157,7 +159,11 @@ bool VaultManager::settleRedoRecord() const {
            m_containerManager.repairHeader(m_containerFilePath, recorded);
 }
 
-bool VaultManager::readSettledDocument(ContainerDocument* document) const {
+bool VaultManager::readSettledDocument(ContainerDocument* document) {
+    if (!m_lastChangeIsOnDrive && !syncPastEarlierErrors(m_containerFilePath)) {
+        return false;
+    }
+    m_lastChangeIsOnDrive = false;
     return settleRedoRecord() && m_containerManager.readDocument(m_containerFilePath, document);
 }
 
@@ -197,6 +203,7 @@ void VaultManager::setIndex(const SecureFileIndex& index, const ContainerDocumen
     m_wrapping = wrappingOf(document);
     m_indexNonces = {document.crypto.payloadNonce};
     m_regionRest = RegionRest::Unknown;
+    m_lastChangeIsOnDrive = false;
 }
 
 QByteArray VaultManager::wrappingOf(const ContainerDocument& document) const {
@@ -209,6 +216,9 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
         return false;
     }
     const QString place = recoverSetAside(path, oldPassword);
+    if (!syncPastEarlierErrors(place)) {
+        return false;
+    }
     ContainerDocument document;
     const QByteArray masterKey = masterKeyForRekeying(place, oldPassword, &document);
     if (masterKey.isEmpty()) {
@@ -354,6 +364,7 @@ bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const Secure
     }
     setIndex(index, *document);
     m_regionRest = rest;
+    m_lastChangeIsOnDrive = true;
     return true;
 }
 

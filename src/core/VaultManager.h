@@ -160,8 +160,8 @@ private:
     [[nodiscard]] bool settleRedoRecord() const;
     /// Everything that the password opens the master key with, and the sealed key itself.
     [[nodiscard]] QByteArray wrappingOf(const ContainerDocument& document) const;
-    /// Recovers the header where that is necessary, and reads it.
-    [[nodiscard]] bool readSettledDocument(ContainerDocument* document) const;
+    /// Recovers the header where that is necessary, and reads it. A change begins here.
+    [[nodiscard]] bool readSettledDocument(ContainerDocument* document);
     /// Whether this is the vault that was opened: its master key is wrapped as it was then, or its
     /// index opens with the session's key.
     [[nodiscard]] bool isOfThisSession(const ContainerDocument& document) const;
@@ -275,6 +275,9 @@ private:
     QList<QByteArray> m_indexNonces;
     /// Of the unlocked container, as far as this session has seen to it.
     RegionRest m_regionRest = RegionRest::Unknown;
+    /// Whether the change before the next one was the session's and is on the drive. Until then the
+    /// drive may still tell of an error of an earlier time.
+    bool m_lastChangeIsOnDrive = false;
     SecureFileIndex m_index;
     ContainerManager m_containerManager;
     CryptoManager m_cryptoManager;

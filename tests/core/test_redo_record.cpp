@@ -1083,7 +1083,7 @@ void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
     const QString source = fixture.write(u"c"_qs, "de c");
     const DriverRun run = runDriver(
         {fixture.container(), QString::fromUtf8(TestPassword), u"import"_qs, source, u"c.txt"_qs},
-        fixture.container(), {u"fdatasync:error=%1:when=1"_qs.arg(error)});
+        fixture.container(), {u"fdatasync:error=%1:when=2"_qs.arg(error)});
     QVERIFY(run.refused());
     COMPARE_UNCHANGED(picture);
 }

@@ -743,7 +743,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("injection");
         // Unlocking reads the container three times, and so does reading the document anew.
         QTest::newRow("document") << QStringLiteral("read:error=EIO:when=7");
-        QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=4");
+        QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=5");
         QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=10");
         QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=15");
         // Each opening asks for the position once.
@@ -751,7 +751,7 @@ private Q_SLOTS:
         QTest::newRow("renaming") << QStringLiteral("renameat2:error=EROFS rename:error=EROFS");
         QTest::newRow("renaming and deletion")
             << QStringLiteral("renameat2:error=EPERM rename:error=EPERM unlink:error=EROFS");
-        QTest::newRow("sync") << QStringLiteral("fdatasync:error=EIO:when=1");
+        QTest::newRow("sync") << QStringLiteral("fdatasync:error=EIO:when=2");
     }
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
         QFETCH(const QString, injection);
@@ -820,7 +820,7 @@ private Q_SLOTS:
         const VaultPicture before(fixture);
         const DriverRun run = runDriver(
             {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
-            QString(), {QStringLiteral("fdatasync:error=EIO:when=1")});
+            QString(), {QStringLiteral("fdatasync:error=EIO:when=2")});
         QVERIFY(run.refused());
         QVERIFY(!rebuildFolder(fixture));
         QCOMPARE(run.text(), QString());
@@ -935,17 +935,17 @@ private Q_SLOTS:
 
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer_data() {
         QTest::addColumn<QString>("injection");
-        // The container is opened to unlock it, to read the document, to read the blocks, and then
-        // as a new file.
+        // The container is opened to unlock it, to sync it, to look for a redo record, to read the
+        // document, to read the blocks, and then as a new file.
         QTest::newRow("new container cannot be made")
-            << QStringLiteral("openat:error=EROFS:when=5");
+            << QStringLiteral("openat:error=EROFS:when=6");
         QTest::newRow("first write") << QStringLiteral("write:error=EIO:when=1");
         QTest::newRow("second write") << QStringLiteral("write:error=EIO:when=2");
         QTest::newRow("write-back") << QStringLiteral("sync_file_range:error=EIO:when=1");
         QTest::newRow("magic") << QStringLiteral("write:error=EIO:when=3");
-        // The first one is for the old container.
-        QTest::newRow("flush") << QStringLiteral("fdatasync:error=EIO:when=2");
-        QTest::newRow("flush of the magic") << QStringLiteral("fdatasync:error=EIO:when=3");
+        // The first ones are for the old container.
+        QTest::newRow("flush") << QStringLiteral("fdatasync:error=EIO:when=3");
+        QTest::newRow("flush of the magic") << QStringLiteral("fdatasync:error=EIO:when=4");
     }
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer() {
         QFETCH(const QString, injection);

@@ -476,7 +476,7 @@ private Q_SLOTS:
         QTest::newRow("unreadable")
             << QStringLiteral("unlock") << QStringLiteral("read:error=EIO:when=10+");
         QTest::newRow("read-only")
-            << QStringLiteral("unlock") << QStringLiteral("openat:error=EROFS:when=4");
+            << QStringLiteral("unlock") << QStringLiteral("openat:error=EROFS:when=5");
         // Every other write fails: each rewrite, but never the way back from it.
         QTest::newRow("and a change after it")
             << QStringLiteral("save") << QStringLiteral("write:error=EIO:when=1+2");
@@ -836,11 +836,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("injection");
         QTest::newRow("write refused") << QStringLiteral("write:error=EIO:when=1");
         QTest::newRow("no room") << QStringLiteral("write:error=ENOSPC:when=1");
-        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=1");
-        QTest::newRow("header cannot be read") << QStringLiteral("read:error=EIO:when=6");
-        QTest::newRow("cannot be opened") << QStringLiteral("openat:error=EACCES:when=3");
+        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=2");
+        QTest::newRow("header cannot be read") << QStringLiteral("read:error=EIO:when=8");
+        QTest::newRow("cannot be opened") << QStringLiteral("openat:error=EACCES:when=4");
         QTest::newRow("cannot be opened for writing")
-            << QStringLiteral("openat:error=EROFS:when=4");
+            << QStringLiteral("openat:error=EROFS:when=5");
     }
     void aDriveThatFailsWhileSavingLeavesTheHeader() {
         QFETCH(const QString, injection);
@@ -857,7 +857,7 @@ private Q_SLOTS:
     void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader_data() {
         QTest::addColumn<QString>("injection");
         QTest::newRow("write refused") << QStringLiteral("write:error=EIO:when=1");
-        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=1");
+        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=2");
     }
     void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader() {
         QFETCH(const QString, injection);

@@ -586,13 +586,13 @@ private Q_SLOTS:
 
     void aDriveThatFailsDuringAnImportIsLeftAsItWas_data() {
         QTest::addColumn<QString>("injection");
-        // The container is opened to unlock it, to look for a redo record, to read the document, to
+        // The container is opened to unlock it, to sync it, to look for a redo record, to read the document, to
         // append the blocks and to rewrite the header; its document takes three reads.
         QTest::newRow("magic of the document") << QStringLiteral("read:error=EIO:when=6");
         QTest::newRow("length of the document") << QStringLiteral("read:error=EIO:when=7");
         QTest::newRow("header of the document") << QStringLiteral("read:error=EIO:when=8");
-        QTest::newRow("opening to append") << QStringLiteral("openat:error=EROFS:when=4");
-        QTest::newRow("opening for the header") << QStringLiteral("openat:error=EROFS:when=5");
+        QTest::newRow("opening to append") << QStringLiteral("openat:error=EROFS:when=5");
+        QTest::newRow("opening for the header") << QStringLiteral("openat:error=EROFS:when=6");
         QTest::newRow("first block") << QStringLiteral("write:error=EIO:when=1");
         QTest::newRow("second block") << QStringLiteral("write:error=EIO:when=2");
         QTest::newRow("second block, no room") << QStringLiteral("write:error=ENOSPC:when=2");
@@ -603,8 +603,8 @@ private Q_SLOTS:
             << QStringLiteral("sync_file_range:error=EIO:when=2");
         QTest::newRow("redo record") << QStringLiteral("pwrite64:error=EIO:when=1");
         QTest::newRow("end of the redo record") << QStringLiteral("pwrite64:error=EIO:when=2");
-        QTest::newRow("first flush") << QStringLiteral("fdatasync:error=EIO:when=1");
-        QTest::newRow("second flush") << QStringLiteral("fdatasync:error=EIO:when=2");
+        QTest::newRow("first flush") << QStringLiteral("fdatasync:error=EIO:when=2");
+        QTest::newRow("second flush") << QStringLiteral("fdatasync:error=EIO:when=3");
     }
     void aDriveThatFailsDuringAnImportIsLeftAsItWas() {
         QFETCH(const QString, injection);

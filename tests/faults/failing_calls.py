@@ -5,7 +5,8 @@
 
 Every operation runs once under strace, undisturbed, to learn its calls. It then runs once for each
 of them and each way to disturb it: killed there, failing there, failing from there on (with every
-other call that changes something). Without --long only a sample of the calls is tried.
+other call that changes something). A sync also fails twice: an error of the file and one of its
+place on the drive are told one after the other by a drive that is well again. Without --long only a sample of the calls is tried.
 """
 
 import argparse
@@ -36,8 +37,9 @@ class Call:
     # How often each changing call had been made before this one.
     before: tuple
     text: str
-    # Whether the change is on the drive already, and only its redo record is being removed.
-    tidies: bool = False
+    # Whether the change may succeed although this call fails: nothing of it has been written yet,
+    # or it is on the drive and only its redo record is being removed.
+    spared: bool = False
 
 
 @dataclass(frozen=True)
@@ -48,6 +50,9 @@ class Fault:
     def injections(self):
         if self.kind == "KILL":
             return [f"{self.call.name}:signal=KILL:when={self.call.number}"]
+        if self.kind == "EIO twice":
+            number = self.call.number
+            return [f"{self.call.name}:error=EIO:when={number}..{number + 1}"]
         if not self.kind.endswith("+"):
             return [f"{self.call.name}:error={self.kind}:when={self.call.number}"]
         counts = dict(self.call.before)
@@ -83,16 +88,20 @@ def learn_calls(world):
         if inside and str(world.root) in text and "/tessel-" not in text[:12]:
             calls.append(Call(name, counts[name], before, text[:160]))
     log.unlink()
-    return mark_tidying(world, calls)
+    return mark_spared(world, calls)
 
 
-def mark_tidying(world, calls):
-    """On a full drive the record is overwritten with zeros once the header is on the drive."""
-    if world.operation.room is None:
-        return calls
-    last = {call.name: call for call in calls if str(world.container) in call.text}
-    tidying = [last[name] for name in ("pwrite64", "fdatasync")]
-    return [replace(call, tidies=True) if call in tidying else call for call in calls]
+def mark_spared(world, calls):
+    """A change that does not follow another begins with a sync, for errors of an earlier time. On a
+    full drive it ends with zeros over its redo record."""
+    own = [call for call in calls if str(world.container) in call.text]
+    spared = []
+    if not world.operation.command.startswith("later-"):
+        spared += [call for call in own if call.name == "fdatasync"][:1]
+    if world.operation.room is not None:
+        spared += [call for call in own if call.name == "fdatasync"][-1:]
+        spared += [call for call in own if call.name == "pwrite64"][-1:]
+    return [replace(call, spared=call in spared) for call in calls]
 
 
 def faults_of(operation, calls, thorough):
@@ -107,12 +116,16 @@ def faults_of(operation, calls, thorough):
         kinds = ("KILL", "EIO", "EIO+", "ENOSPC", "ENOSPC+")
         if call.name == "openat":
             kinds = ("KILL", "EIO", "EROFS+")
+        if call.name == "fdatasync":
+            kinds += ("EIO twice",)
         faults += [Fault(call, kind) for kind in kinds]
     if thorough:
         return faults
     # A fixed sample. Each step is prime, so that it meets all kinds of fault.
     step = 29 if operation.slow else 7
-    return faults[len(operation.name) % step::step]
+    sample = faults[len(operation.name) % step::step]
+    told_twice = [] if operation.slow else [fault for fault in faults if fault.kind == "EIO twice"]
+    return sample + [fault for fault in told_twice if fault not in sample]
 
 
 def has_succeeded(world, said):
@@ -153,7 +166,7 @@ def problem_with(world, fault, expected, run, checker):
 def problem_with_result(world, fault, expected, said, checker):
     succeeded = has_succeeded(world, said)
     on_container = str(world.container) in fault.call.text
-    if succeeded and on_container and fault.kind != "KILL" and not fault.call.tidies and (
+    if succeeded and on_container and fault.kind != "KILL" and not fault.call.spared and (
             fault.call.name in MUST_FAIL or
             (fault.call.name == "pwrite64" and fault.kind.startswith("EIO"))):
         return "a failed call passed for success"
