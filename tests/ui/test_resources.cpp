@@ -70,6 +70,7 @@ private Q_SLOTS:
     void everyPictureSaysInWordsWhatItShows();
     void thePicturesAreSharpAtTheSizeOfThePage();
     void everyLinkInsideThePageHasItsPlace();
+    void theHelpPageSaysWhatToDoWithADriveThatTurnedReadOnly();
     void theHelpPageNamesEveryCommand_data();
     void theHelpPageNamesEveryCommand();
     void backgroundsArePictures_data();
@@ -182,6 +183,16 @@ void TestResources::everyLinkInsideThePageHasItsPlace() {
         QVERIFY2(link.startsWith(u'#'), qPrintable(link));
         QVERIFY2(targets.contains(link.mid(1)), qPrintable(link));
     }
+}
+
+void TestResources::theHelpPageSaysWhatToDoWithADriveThatTurnedReadOnly() {
+    const QString page = helpPage().simplified();
+    const qsizetype chapter = page.indexOf(u"<a name=\"unidade\">"_qs);
+    const qsizetype readOnly = page.indexOf(u"somente leitura"_qs, chapter);
+    const qsizetype check =
+        page.indexOf(u"conecte-a de novo e deixe o sistema verificá-la"_qs, readOnly);
+    QVERIFY(chapter > 0 && readOnly > chapter && check > readOnly);
+    QVERIFY(check < page.indexOf(u"<h2>"_qs, readOnly));
 }
 
 void TestResources::theHelpPageNamesEveryCommand_data() {
