@@ -137,6 +137,15 @@ bool hasSetAsideContainer(const QString& containerPath) {
            ContainerManager().readDocument(path, &document) && !isInUse(path);
 }
 
+bool readSetAside(const QString& containerPath, ContainerDocument* out) {
+    const QString path = setAsidePath(containerPath);
+    QFile file(path);
+    // What the drive has, which may have changed under the other name.
+    static_cast<void>(openRegularFile(file, QIODevice::ReadOnly) &&
+                      ::posix_fadvise(file.handle(), 0, 0, POSIX_FADV_DONTNEED) == 0);
+    return hasSetAsideContainer(containerPath) && ContainerManager().readDocument(path, out);
+}
+
 bool recoverContainer(const QString& containerPath) {
     removeUnfinished(containerPath);
     if (!hasSetAsideContainer(containerPath)) {
@@ -156,7 +165,8 @@ SetAsideResult setAside(const QString& path, QFile& container) {
     if (!exchangeWithEmpty(path, aside) && !renameFile(path, aside)) {
         return isRefusal(errno) ? SetAsideResult::Refused : SetAsideResult::Failed;
     }
-    if (syncAfterRename(aside)) {
+    // In this order: until the second one, FAT leads to the old container under both names.
+    if (syncAfterRename(aside) && (!existsHere(path) || syncAfterRename(path))) {
         return SetAsideResult::Done;
     }
     putBack(path);

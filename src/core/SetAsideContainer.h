@@ -9,6 +9,8 @@ class QFile;
 
 namespace Tessel::Core {
 
+struct ContainerDocument;
+
 // A compaction renames the old container to a name beside it while it writes the new one. Where the
 // compaction is cut there, the old one is put back in place.
 
@@ -20,6 +22,9 @@ namespace Tessel::Core {
 
 /// Whether a container is set aside there that no compaction at work needs.
 [[nodiscard]] bool hasSetAsideContainer(const QString& containerPath);
+
+/// Reads the document of the container that is set aside there, if no compaction at work needs it.
+[[nodiscard]] bool readSetAside(const QString& containerPath, ContainerDocument* out);
 
 /// Puts the container back that is set aside there, when at @p containerPath there is nothing or a
 /// copy that was cut. It needs no password; where one is at hand, unlocking does the same and more.

@@ -250,6 +250,10 @@ private:
     /// removed when the one there does. That of another vault is never touched.
     /// @return the path of the container to open
     [[nodiscard]] QString recoverSetAside(const QString& path, const QByteArray& password);
+    /// Whether what is set aside beside the container at @p path is that container itself. Nothing
+    /// on the drive may then be removed.
+    [[nodiscard]] bool isUnderBothNames(const QString& path,
+                                        const ContainerDocument& document) const;
     /// Removes the container that is set aside beside the one at @p path, which has that document
     /// and index, if it is of the same vault.
     void removeOrphan(const QString& path, const ContainerDocument& document,

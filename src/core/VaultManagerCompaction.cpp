@@ -53,6 +53,9 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     if (!refreshSession(&document) || !openRegularFile(source, QIODevice::ReadOnly)) {
         return false;
     }
+    if (isUnderBothNames(path, document)) {
+        return false;
+    }
     removeLeftovers(document);
     CompactionFolder folder;
     if (!folder.isValid()) {

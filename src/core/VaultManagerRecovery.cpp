@@ -27,7 +27,20 @@ bool hasEveryBlock(const SecureFileIndex& index, qint64 size) {
     });
 }
 
+// A compaction draws a fresh nonce. Where there is the same one under both names, a drive that was
+// pulled at the wrong moment may lead to the same bytes under both, as FAT does: to remove one of
+// them would free what the other one needs.
+bool isSameState(const ContainerDocument& a, const ContainerDocument& b) {
+    return a.crypto.payloadNonce == b.crypto.payloadNonce;
+}
+
 } // namespace
+
+bool VaultManager::isUnderBothNames(const QString& path, const ContainerDocument& document) const {
+    ContainerDocument setAside;
+    return readSetAside(path, &setAside) && wrappingOf(setAside) == wrappingOf(document) &&
+           isSameState(setAside, document);
+}
 
 QString VaultManager::recoverSetAside(const QString& path, const QByteArray& password) {
     removeUnfinished(path);
@@ -45,7 +58,7 @@ QString VaultManager::recoverSetAside(const QString& path, const QByteArray& pas
     }
     ContainerDocument recorded;
     if (openRedoRecord(path, password, &recorded, &index) || !isMissingOrReadable(path) ||
-        !m_containerManager.readDocument(setAsidePath(path), &setAside)) {
+        !readSetAside(path, &setAside)) {
         return path;
     }
     const bool isAnotherVault = hasHeader && wrappingOf(document) != wrappingOf(setAside);
@@ -60,10 +73,9 @@ void VaultManager::removeOrphan(const QString& path, const ContainerDocument& do
                                 const SecureFileIndex& index) const {
     ContainerDocument setAside;
     // What is read here may be in the system's cache only, after a compaction that was killed.
-    if (hasSetAsideContainer(path) &&
-        m_containerManager.readDocument(setAsidePath(path), &setAside) &&
-        wrappingOf(setAside) == wrappingOf(document) &&
-        hasEveryBlock(index, QFileInfo(path).size()) && syncAfterRename(withoutLinks(path))) {
+    if (readSetAside(path, &setAside) && wrappingOf(setAside) == wrappingOf(document) &&
+        !isSameState(setAside, document) && hasEveryBlock(index, QFileInfo(path).size()) &&
+        syncAfterRename(withoutLinks(path))) {
         removeSetAside(path);
     }
 }

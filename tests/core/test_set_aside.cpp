@@ -298,6 +298,20 @@ private Q_SLOTS:
         QVERIFY(cut.isUntouched(container));
     }
 
+    void theSameContainerUnderBothNamesStaysUnderBoth() {
+        // On FAT both names may lead to the same bytes on the drive: to remove one of them would
+        // free what the other one needs.
+        CutCompaction cut;
+        const QByteArray container = cut.bytes;
+        cut.put(container);
+        QVERIFY(cut.unlock());
+        QVERIFY(cut.isUntouched(container));
+        QVERIFY(!cut.fixture.vault.compactVault({}, nullptr));
+        QVERIFY(cut.isUntouched(container));
+        QVERIFY(cut.fixture.store(QStringLiteral("b"), "stored afterwards"));
+        QVERIFY(readFile(cut.aside) == container);
+    }
+
     void aContainerThatIsTooShortForItsFilesDoesNotCountAsTheNewOne() {
         CutCompaction cut;
         const QByteArray container = laterContainer().bytes();

@@ -936,9 +936,9 @@ private Q_SLOTS:
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer_data() {
         QTest::addColumn<QString>("injection");
         // The container is opened to unlock it, to sync it, to look for a redo record, to read the
-        // document, to read the blocks, and then as a new file.
+        // document, to read the blocks, and then as a new file, to be synced and to be written.
         QTest::newRow("new container cannot be made")
-            << QStringLiteral("openat:error=EROFS:when=6");
+            << QStringLiteral("openat:error=EROFS:when=7");
         QTest::newRow("first write") << QStringLiteral("write:error=EIO:when=1");
         QTest::newRow("second write") << QStringLiteral("write:error=EIO:when=2");
         QTest::newRow("write-back") << QStringLiteral("sync_file_range:error=EIO:when=1");
@@ -962,10 +962,10 @@ private Q_SLOTS:
 
     void aRebuiltContainerThatCannotBeOpenedIsKept() {
         NEEDS_TRACING();
-        // Setting the old container aside opens it and its folder for a sync.
-        const int before = 2 + callsUntil(QStringLiteral("openat"),
+        // Setting the old container aside opens it, the new one and their folder for syncs.
+        const int before = 4 + callsUntil(QStringLiteral("openat"),
                                           QStringLiteral("renameat2.*/drive/tessel.tvlt.anterior"));
-        QVERIFY(before > 2);
+        QVERIFY(before > 4);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();

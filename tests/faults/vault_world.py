@@ -197,7 +197,7 @@ class World:
         if self.operation.cut == "part":
             self.container.write_bytes(bytes(7) + whole[7:len(whole) * 2 // 3])
         elif self.operation.cut == "all":
-            self.container.write_bytes(whole)
+            shutil.copyfile(compacted(self.base), self.container)
 
     def clear_drive(self):
         for path in self.container.parent.iterdir():
@@ -270,7 +270,23 @@ def make_base(checker, folder):
     base = Path(folder, "base.tvlt")
     if not checker.ask("make", base).get("made"):
         raise OSError("cannot write the vault to start from")
+    compact_copy(base)
     return base
+
+
+def compacted(base):
+    """The same vault after a compaction, in another file."""
+    return Path(f"{base}.compacted")
+
+
+def compact_copy(base):
+    with tempfile.TemporaryDirectory() as folder:
+        copy = Path(folder, "tessel.tvlt")
+        shutil.copyfile(base, copy)
+        subprocess.run([tool("fault_driver"), str(copy), PASSWORD, "compact"],
+                       env={**os.environ, "TMPDIR": folder}, check=True,
+                       stdout=subprocess.DEVNULL)
+        shutil.copyfile(copy, compacted(base))
 
 
 def fast_folder():
