@@ -5,6 +5,7 @@
 
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
+#include "core/PrivateFile.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -72,7 +73,7 @@ bool ContainerBackup::create(const QString& containerPath) {
         }
     }
     m_file.setFileName(m_destination);
-    return m_file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    return openPrivately(m_file);
 }
 
 bool ContainerBackup::copyFrom(QFile& source, const CopyProgress& progress) {

@@ -6,6 +6,7 @@
 #include "core/Base64.h"
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
+#include "core/PrivateFile.h"
 #include "core/RedoRecord.h"
 #include "core/RegularFile.h"
 
@@ -255,7 +256,7 @@ bool ContainerManager::dropRedoRecord(const QString& path) const {
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,
                                      const PayloadWriter& payloadWriter) const {
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+    if (!openPrivately(file)) {
         return false;
     }
     if (!writeWhole(file, FileMagic.toByteArray() + lengthLineFor(0)) ||
@@ -353,8 +354,8 @@ QByteArray ContainerManager::readContainer(const QString& path) const {
 
 bool ContainerManager::writeContainer(const QString& path, const QByteArray& bytes) const {
     QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && writeWhole(file, bytes) &&
-           syncToDrive(file) && file.commit() && syncAfterRename(path);
+    return openPrivately(file) && writeWhole(file, bytes) && syncToDrive(file) && file.commit() &&
+           syncAfterRename(path);
 }
 
 } // namespace Tessel::Core

@@ -6,18 +6,15 @@
 #include <csignal>
 
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 
 namespace Tessel::UI {
 
 void makeProcessPrivate() {
-    ::umask(S_IRWXG | S_IRWXO);
-    const rlimit noCore{0, 0};
-    // Each is a precaution of its own; where the system refuses one, the other still stands.
-    static_cast<void>(::setrlimit(RLIMIT_CORE, &noCore));
+    // Not a core limit, which a started program could not raise again: a process that may not be
+    // dumped leaves no core whatever the limit.
     static_cast<void>(::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0));
-    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    // Not ignored, which started programs would inherit; a handler ends with this program.
+    static_cast<void>(std::signal(SIGXFSZ, [](int /*signal*/) {}));
 }
 
 } // namespace Tessel::UI

@@ -5,9 +5,9 @@
 
 namespace Tessel::UI {
 
-/// Makes the process keep what it knows to itself, before it knows anything: what it creates is
-/// for its user alone, and neither a core dump nor another process of the user can read its memory,
-/// where keys are. A file size limit makes a write fail instead of ending the program.
+/// Makes the process keep what it knows to itself, before it knows anything: neither a core dump
+/// nor another process of the user can read its memory, where keys are. A file size limit makes a
+/// write fail instead of ending the program. Programs that it starts inherit none of this.
 void makeProcessPrivate();
 
 } // namespace Tessel::UI

@@ -5,6 +5,7 @@
 #include "core/ContainerManager.h"
 #include "support/CraftedContainer.h"
 #include "support/Faults.h"
+#include "support/FileModes.h"
 #include "support/Files.h"
 
 #include <QDir>
@@ -129,6 +130,16 @@ private Q_SLOTS:
             QCOMPARE(readFile(destination), QByteArray("an earlier backup"));
         }));
         QVERIFY(readFile(destination) == someContainer());
+    }
+
+    void aBackupIsForItsUserAlone() {
+        Copy copy(someContainer());
+        const FileModeMask usual(0022);
+        const QString destination = copy.folder.filePath(QStringLiteral("backup"));
+        ContainerBackup backup(destination);
+        QVERIFY(backup.create(copy.source.fileName()));
+        QVERIFY(backup.copyFrom(copy.source, NoProgress));
+        QCOMPARE(modeOf(destination), mode_t{0600});
     }
 
     void aBackupThroughALinkReplacesWhatItLeadsTo() {

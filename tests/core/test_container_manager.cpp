@@ -3,6 +3,7 @@
 
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
+#include "support/FileModes.h"
 #include "support/Files.h"
 
 #include <QDir>
@@ -734,6 +735,25 @@ private Q_SLOTS:
             QVERIFY(m_manager.updateDocumentHeader(path(), sampleDocument()));
             QVERIFY(readFile(path()).left(PayloadAt) == containerWith(sampleHeader()));
         }
+    }
+
+    void aNewContainerIsForItsUserAloneAndAReplacedOneKeepsItsMode_data() {
+        QTest::addColumn<bool>("isRaw");
+        QTest::newRow("document") << false;
+        QTest::newRow("raw bytes") << true;
+    }
+    void aNewContainerIsForItsUserAloneAndAReplacedOneKeepsItsMode() {
+        QFETCH(const bool, isRaw);
+        const FileModeMask usual(0022);
+        const auto write = [&] {
+            return isRaw ? m_manager.writeContainer(path(), "bytes")
+                         : m_manager.writeDocument(path(), ContainerDocument());
+        };
+        QVERIFY(write());
+        QCOMPARE(modeOf(path()), mode_t{0600});
+        QCOMPARE(::chmod(QFile::encodeName(path()).constData(), 0640), 0);
+        QVERIFY(write());
+        QCOMPARE(modeOf(path()), mode_t{0640});
     }
 
     // --- Raw helpers -----------------------------------------------------------------------

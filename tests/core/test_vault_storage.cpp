@@ -4,6 +4,7 @@
 #include "DriverRun.h"
 #include "VaultFixture.h"
 #include "support/Faults.h"
+#include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
 
@@ -682,6 +683,18 @@ private Q_SLOTS:
         QVERIFY(writeFile(target, noise(5000)));
         QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
         QCOMPARE(readFile(target), QByteArray("contents of other"));
+    }
+
+    void anExportIsForItsUserAloneAndAReplacedFileKeepsItsMode() {
+        VaultFixture fixture(usedContainer());
+        const FileModeMask usual(0022);
+        QVERIFY(fixture.unlock());
+        const QString target = fixture.file(QStringLiteral("target"));
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
+        QCOMPARE(modeOf(target), mode_t{0600});
+        QCOMPARE(::chmod(QFile::encodeName(target).constData(), 0644), 0);
+        QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
+        QCOMPARE(modeOf(target), mode_t{0644});
     }
 
     void exportedPathsAreNormalizedAndWrittenPathsAreNot() {

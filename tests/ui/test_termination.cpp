@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "support/CraftedContainer.h"
+#include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
 #include "support/WindowDriver.h"
@@ -21,10 +22,12 @@
 #include <QUrl>
 
 #include <csignal>
+#include <cstdlib>
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace Tessel::Tests;
 using namespace Qt::StringLiterals;
@@ -38,6 +41,14 @@ QStringList workspaces() {
     return QDir(QDir::tempPath() + u"/Tessel"_qs).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
 }
 
+/// As far as the system lets this process.
+void raiseCoreLimit() {
+    rlimit core{};
+    static_cast<void>(::getrlimit(RLIMIT_CORE, &core));
+    core.rlim_cur = core.rlim_max;
+    static_cast<void>(::setrlimit(RLIMIT_CORE, &core));
+}
+
 } // namespace
 
 class TestTermination : public QObject {
@@ -45,8 +56,9 @@ class TestTermination : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
-    void filesAreForTheirUserAlone();
+    void startedProgramsInheritNothing();
     void noCoreDumpHoldsKeys();
+    void noOtherProcessOfTheUserReadsTheMemory();
     void aSizeLimitMakesAWriteFail();
     void signalsArriveInTheEventLoop_data();
     void signalsArriveInTheEventLoop();
@@ -85,23 +97,38 @@ void TestTermination::initTestCase() {
     QVERIFY(crafted.writeTo(m_container));
 }
 
-void TestTermination::filesAreForTheirUserAlone() {
-    const mode_t before = ::umask(0);
+void TestTermination::startedProgramsInheritNothing() {
+    // What an editor goes by when it saves, or when it crashes.
+    const auto surroundings = [] {
+        QProcess shell;
+        shell.start(u"sh"_qs, {u"-c"_qs, u"umask; ulimit -S -c; ulimit -H -c; "
+                                         "grep -E 'SigIgn|SigBlk' /proc/self/status"_qs});
+        return shell.waitForFinished() ? shell.readAllStandardOutput() : QByteArray();
+    };
+    const FileModeMask usual(0022);
+    raiseCoreLimit();
+    const QByteArray before = surroundings();
     Tessel::UI::makeProcessPrivate();
-    QVERIFY(writeFile(m_folder.filePath(u"private"_qs), "x"));
-    QVERIFY(QDir(m_folder.path()).mkdir(u"folder"_qs));
-    ::umask(before);
-    const auto open = QFile::ReadOther | QFile::WriteOther | QFile::ExeOther | QFile::ReadGroup |
-                      QFile::WriteGroup | QFile::ExeGroup;
-    QVERIFY(!(QFile::permissions(m_folder.filePath(u"private"_qs)) & open));
-    QVERIFY(!(QFile::permissions(m_folder.filePath(u"folder"_qs)) & open));
+    QCOMPARE(surroundings(), before);
+    QVERIFY2(before.startsWith("0022") && before.contains("SigIgn"), before.constData());
 }
 
 void TestTermination::noCoreDumpHoldsKeys() {
-    rlimit core{};
-    QCOMPARE(::getrlimit(RLIMIT_CORE, &core), 0);
-    QCOMPARE(core.rlim_cur, rlim_t(0));
-    QCOMPARE(core.rlim_max, rlim_t(0));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        raiseCoreLimit();
+        Tessel::UI::makeProcessPrivate();
+        static_cast<void>(std::signal(SIGABRT, SIG_DFL));
+        std::abort();
+    }
+    int status = 0;
+    QCOMPARE(::waitpid(child, &status, 0), child);
+    QVERIFY(WIFSIGNALED(status));
+    QVERIFY(!WCOREDUMP(status));
+}
+
+void TestTermination::noOtherProcessOfTheUserReadsTheMemory() {
+    Tessel::UI::makeProcessPrivate();
     QCOMPARE(::prctl(PR_GET_DUMPABLE, 0, 0, 0, 0), 0);
 }
 
@@ -109,6 +136,7 @@ void TestTermination::aSizeLimitMakesAWriteFail() {
     rlimit before{};
     QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
     const rlimit tight{100, before.rlim_max};
+    Tessel::UI::makeProcessPrivate();
     QCOMPARE(::setrlimit(RLIMIT_FSIZE, &tight), 0);
     const bool written = writeFile(m_folder.filePath(u"limited"_qs), QByteArray(1000, 'x'));
     QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
