@@ -3,6 +3,7 @@
 
 #include "ui/MainWindow.h"
 
+#include "core/WorkspaceLeftovers.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "ui/AboutDialog.h"
 #include "ui/DeviceListWidget.h"
@@ -369,6 +370,30 @@ bool MainWindow::vaultIsUnlocked() const {
 QWidget* MainWindow::dialogParent() {
     QWidget* front = QApplication::activeModalWidget();
     return front == nullptr ? this : front;
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    if (!m_shownBefore) {
+        m_shownBefore = true;
+        // Once the window is there: a message needs something to belong to.
+        QMetaObject::invokeMethod(this, &MainWindow::clearLeftoverCopies, Qt::QueuedConnection);
+    }
+}
+
+void MainWindow::clearLeftoverCopies() {
+    Core::WorkspaceLeftovers leftovers;
+    leftovers.clear();
+    const QStringList folders = leftovers.untoldFolders();
+    if (folders.isEmpty()) {
+        return;
+    }
+    leaveInformation(this, QStringLiteral("Tessel"),
+                     tr("O Tessel foi encerrado sem bloquear o cofre. As cópias de arquivos "
+                        "abertos que foram alteradas continuam em:\n\n%1\n\nImporte para o cofre "
+                        "o que quiser guardar e depois apague o que restar ali.")
+                         .arg(folders.join(u'\n')));
+    leftovers.markTold();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -110,6 +110,7 @@ public:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 protected:
+    void showEvent(QShowEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
@@ -176,6 +177,9 @@ private:
     void updateStatusBar();
     /// Runs a command, unless one is running already.
     void runCommand(const std::function<void()>& command);
+    /// Removes what runs that were killed have left of opened copies, and tells where changed ones
+    /// are.
+    void clearLeftoverCopies();
     void toggleVault();
     [[nodiscard]] bool vaultIsUnlocked() const;
     /// Keeps the hold on the container of the open vault when its file has been replaced. When
@@ -258,6 +262,7 @@ private:
     bool m_commandRunning = false;
     bool m_closeRequested = false;
     bool m_closing = false;
+    bool m_shownBefore = false;
     VaultIcons m_icons;
 
     // Owned by the window through Qt's parents.

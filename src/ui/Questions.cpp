@@ -55,6 +55,16 @@ bool questionYesNo(QWidget* parent, const QString& title, const QString& text) {
     return ask(parent, title, text, tr("Sim"), tr("Não"));
 }
 
+void leaveInformation(QWidget* parent, const QString& title, const QString& text) {
+    auto* box = new QMessageBox(QMessageBox::Information, title, text, QMessageBox::Ok, parent);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setModal(false);
+    box->setTextFormat(Qt::PlainText);
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    nameIcon(box);
+    box->show();
+}
+
 void showWarning(QWidget* parent, const QString& title, const QString& text) {
     show(parent, QMessageBox::Warning, title, text);
 }

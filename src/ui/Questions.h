@@ -22,5 +22,8 @@ namespace Tessel::UI {
 void showWarning(QWidget* parent, const QString& title, const QString& text);
 /// Returns when the user has acknowledged the message.
 void showInformation(QWidget* parent, const QString& title, const QString& text);
+/// Returns at once: the message stays beside the window, which goes on working, until the user has
+/// acknowledged it or the window is gone. Its text can be selected.
+void leaveInformation(QWidget* parent, const QString& title, const QString& text);
 
 } // namespace Tessel::UI
