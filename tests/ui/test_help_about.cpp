@@ -122,6 +122,7 @@ private Q_SLOTS:
     void helpShowsTheGuideOfTheProgram();
     void helpShowsThePicturesAtTheirWidthOnThePage();
     void helpFollowsLinksInsideTheGuide();
+    void theGuideKeepsTheOnlyCopyOfAnEdit();
     void helpHasOnlyTheCloseButton();
     void helpSaysWhenTheGuideIsMissing();
 
@@ -209,6 +210,20 @@ void TestHelpAbout::helpFollowsLinksInsideTheGuide() {
     viewer->setSource(QUrl(u"#senha"_qs));
     QVERIFY(viewer->verticalScrollBar()->value() > 0);
     QCOMPARE(viewer->toPlainText(), before);
+}
+
+/// The message is the same whether the vault is open or locked, and the right answer is not.
+void TestHelpAbout::theGuideKeepsTheOnlyCopyOfAnEdit() {
+    const HelpDialog dialog(nullptr);
+    const QString guide = dialog.findChild<QTextBrowser*>()->toPlainText();
+    const qsizetype message = guide.indexOf(u"Não foi possível limpar a área temporária."_qs);
+    const qsizetype green = guide.indexOf(u"Verde:"_qs, message);
+    const qsizetype red = guide.indexOf(u"Vermelho:"_qs, green);
+    const qsizetype end = guide.indexOf(u"O Tessel foi encerrado sem bloquear o cofre."_qs, red);
+    QVERIFY(message >= 0 && message < green && green < red && red < end);
+    QVERIFY(!guide.mid(message, green - message).contains(u"apague"_qs));
+    QVERIFY(guide.mid(green, red - green).contains(u"não a apague"_qs));
+    QVERIFY(guide.mid(red, end - red).contains(u"apague"_qs));
 }
 
 void TestHelpAbout::helpHasOnlyTheCloseButton() {
