@@ -5,6 +5,7 @@
 
 #include "fuzz/FuzzTarget.h"
 
+#include <climits>
 #include <cstdarg>
 #include <cstring>
 
@@ -36,6 +37,22 @@ void checkWritten(const char* path) {
     }
 }
 
+// The same for a name in an open folder.
+void checkWrittenAt(int folder, const char* path) {
+    if (guardedFolder().isEmpty() || folder == AT_FDCWD || path[0] == '/') {
+        checkWritten(path);
+        return;
+    }
+    char name[PATH_MAX] = {};
+    const QByteArray link = "/proc/self/fd/" + QByteArray::number(folder);
+    const ssize_t size = ::readlink(link.constData(), name, sizeof(name) - 1);
+    // A folder that is not open takes nothing.
+    if (size >= 0) {
+        const QByteArray whole = QByteArray(name, size) + '/' + path;
+        checkWritten(whole.constData());
+    }
+}
+
 } // namespace
 
 WriteGuard::WriteGuard(const QByteArray& folder) : m_before(guardedFolder()) {
@@ -48,7 +65,8 @@ WriteGuard::~WriteGuard() {
 
 } // namespace Tessel::Fuzz
 
-// The toolkit's calls end here, because the program's own symbols come before the C library's.
+// All calls end here, the toolkit's too, because the program's own symbols come before the C
+// library's.
 extern "C" {
 
 int open64(const char* path, int flags, ...) {
@@ -61,6 +79,23 @@ int open64(const char* path, int flags, ...) {
         Tessel::Fuzz::checkWritten(path);
     }
     return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+int openat(int folder, const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const bool makesFile = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    const mode_t mode = makesFile ? va_arg(arguments, mode_t) : mode_t(0);
+    va_end(arguments);
+    if (makesFile || (flags & O_ACCMODE) != O_RDONLY) {
+        Tessel::Fuzz::checkWrittenAt(folder, path);
+    }
+    return static_cast<int>(::syscall(SYS_openat, folder, path, flags, mode));
+}
+
+int mkdirat(int folder, const char* path, mode_t mode) noexcept {
+    Tessel::Fuzz::checkWrittenAt(folder, path);
+    return static_cast<int>(::syscall(SYS_mkdirat, folder, path, mode));
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {

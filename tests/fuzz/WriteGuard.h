@@ -7,7 +7,7 @@
 
 namespace Tessel::Fuzz {
 
-/// While one exists, the program ends when the toolkit creates, opens for writing, renames to or
+/// While one exists, the program ends when it creates, opens for writing, renames to or
 /// links a path that is not beneath the folder, or leaves it by "..". It stands in for the C
 /// library's functions, so a path counts as the kernel would be given it.
 class WriteGuard {
