@@ -3,6 +3,8 @@
 
 #include "core/AuthManager.h"
 
+#include "core/SecretBytes.h"
+
 #include <QCryptographicHash>
 
 namespace Tessel::Core {
@@ -11,11 +13,11 @@ AuthManager::AuthManager(CryptoManager cryptoManager) : m_cryptoManager(cryptoMa
 
 bool AuthManager::authenticate(const QByteArray& password, const QByteArray& expectedVerifier,
                                const KeyDerivationParams& params) const {
-    const QByteArray key = m_cryptoManager.deriveKey(password, params);
+    const SecretBytes key(m_cryptoManager.deriveKey(password, params));
     if (key.isEmpty() || expectedVerifier.isEmpty()) {
         return false;
     }
-    return QCryptographicHash::hash(key, QCryptographicHash::Sha256) == expectedVerifier;
+    return QCryptographicHash::hash(key.all(), QCryptographicHash::Sha256) == expectedVerifier;
 }
 
 } // namespace Tessel::Core

@@ -3,6 +3,8 @@
 
 #include "core/CryptoManager.h"
 
+#include "core/SecretBytes.h"
+
 #include <QMessageAuthenticationCode>
 #include <QtEndian>
 
@@ -16,6 +18,9 @@ namespace {
 // libsodium must not be able to move them.
 constexpr unsigned long long Argon2Passes = 3;
 constexpr std::size_t Argon2MemoryBytes = 268435456;
+
+// More than what libsodium's calls leave on the stack.
+constexpr std::size_t UsedStackBytes = std::size_t{64} * 1024;
 
 static_assert(CryptoManager::KeyBytes == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
 static_assert(CryptoManager::NonceBytes == crypto_aead_xchacha20poly1305_ietf_NPUBBYTES);
@@ -60,6 +65,8 @@ QByteArray argon2id(const QByteArray& password, const KeyDerivationParams& param
     const int result = crypto_pwhash(bytesOf(key), sizeOf(key), password.constData(),
                                      sizeOf(password), bytesOf(params.salt), Argon2Passes,
                                      Argon2MemoryBytes, crypto_pwhash_ALG_ARGON2ID13);
+    // The key was put together there.
+    sodium_stackzero(UsedStackBytes);
     return result == 0 ? key : QByteArray();
 }
 
@@ -75,6 +82,8 @@ QByteArray pbkdf2HmacSha256(const QByteArray& password, const KeyDerivationParam
     };
 
     QByteArray output;
+    // A key that grows would leave its beginning behind.
+    output.reserve(params.keyLength + CryptoManager::HmacBytes);
     for (quint32 counter = 1; output.size() < params.keyLength; ++counter) {
         QByteArray counterBytes(sizeof(quint32), Qt::Uninitialized);
         qToBigEndian(counter, counterBytes.data());
@@ -87,6 +96,8 @@ QByteArray pbkdf2HmacSha256(const QByteArray& password, const KeyDerivationParam
             }
         }
         output += t;
+        wipe(&u);
+        wipe(&t);
     }
     output.truncate(params.keyLength);
     return output;

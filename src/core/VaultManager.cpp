@@ -43,7 +43,7 @@ bool VaultManager::createVault(const QString& path, const QByteArray& password) 
 
     m_containerFilePath = path;
     m_index.clear();
-    m_masterKey = m_cryptoManager.generateSalt(MasterKeyBytes);
+    m_masterKey = SecretBytes(m_cryptoManager.generateSalt(MasterKeyBytes));
     // No container is wrapped with this key yet: should the creation fail, none takes a change.
     m_wrapping.clear();
     m_indexNonces.clear();
@@ -220,7 +220,7 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
         return false;
     }
     ContainerDocument document;
-    const QByteArray masterKey = masterKeyForRekeying(place, oldPassword, &document);
+    const SecretBytes masterKey = masterKeyForRekeying(place, oldPassword, &document);
     if (masterKey.isEmpty()) {
         return false;
     }
@@ -231,8 +231,8 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
                                                    nullptr);
 }
 
-QByteArray VaultManager::masterKeyForRekeying(const QString& path, const QByteArray& password,
-                                              ContainerDocument* document) {
+SecretBytes VaultManager::masterKeyForRekeying(const QString& path, const QByteArray& password,
+                                               ContainerDocument* document) {
     const auto dropKey = qScopeGuard([this] { m_masterKey.clear(); });
     SecureFileIndex index;
     ContainerDocument recorded;
@@ -244,12 +244,12 @@ QByteArray VaultManager::masterKeyForRekeying(const QString& path, const QByteAr
         // A torn header may still give the master key, beside half an index: re-keying that one
         // would lose the record that holds the whole.
         if (openDocument(*document, password, &index)) {
-            return m_containerManager.dropRedoRecord(path) ? m_masterKey : QByteArray();
+            return m_containerManager.dropRedoRecord(path) ? m_masterKey : SecretBytes();
         }
     }
     const bool repaired = openRedoRecord(path, password, document, &index) &&
                           m_containerManager.repairHeader(path, *document);
-    return repaired ? m_masterKey : QByteArray();
+    return repaired ? m_masterKey : SecretBytes();
 }
 
 bool VaultManager::saveIndex(const SecureFileIndex& index) {
@@ -281,32 +281,33 @@ QByteArray VaultManager::associatedData(const ContainerDocument& document,
     return parts.join('|');
 }
 
-QByteArray VaultManager::deriveSessionKey(const QByteArray& password,
-                                          const ContainerCryptoMetadata& crypto) const {
-    return m_cryptoManager.deriveKey(password, {crypto.kdf, crypto.salt, crypto.kdfIterations, 64});
+SecretBytes VaultManager::deriveSessionKey(const QByteArray& password,
+                                           const ContainerCryptoMetadata& crypto) const {
+    return SecretBytes(
+        m_cryptoManager.deriveKey(password, {crypto.kdf, crypto.salt, crypto.kdfIterations, 64}));
 }
 
 QByteArray VaultManager::encryptMasterKey(const ContainerDocument& document,
                                           const QByteArray& password,
-                                          const QByteArray& masterKey) const {
-    const QByteArray passwordKey = deriveSessionKey(password, document.crypto);
+                                          const SecretBytes& masterKey) const {
+    const SecretBytes passwordKey = deriveSessionKey(password, document.crypto);
     if (passwordKey.isEmpty() || masterKey.isEmpty()) {
         return {};
     }
-    return m_cryptoManager.encrypt(masterKey, passwordKey.left(CryptoManager::KeyBytes),
+    return m_cryptoManager.encrypt(masterKey.all(), passwordKey.first(CryptoManager::KeyBytes),
                                    document.crypto.nonce,
                                    associatedData(document, MasterKeyPurpose));
 }
 
-QByteArray VaultManager::decryptMasterKey(const ContainerDocument& document,
-                                          const QByteArray& password) const {
-    const QByteArray passwordKey = deriveSessionKey(password, document.crypto);
+SecretBytes VaultManager::decryptMasterKey(const ContainerDocument& document,
+                                           const QByteArray& password) const {
+    const SecretBytes passwordKey = deriveSessionKey(password, document.crypto);
     if (passwordKey.isEmpty() || document.crypto.encryptedMasterKey.isEmpty()) {
         return {};
     }
-    return m_cryptoManager.decrypt(document.crypto.encryptedMasterKey,
-                                   passwordKey.left(CryptoManager::KeyBytes), document.crypto.nonce,
-                                   associatedData(document, MasterKeyPurpose));
+    return SecretBytes(m_cryptoManager.decrypt(
+        document.crypto.encryptedMasterKey, passwordKey.first(CryptoManager::KeyBytes),
+        document.crypto.nonce, associatedData(document, MasterKeyPurpose)));
 }
 
 QByteArray VaultManager::encryptIndex(const ContainerDocument& document,

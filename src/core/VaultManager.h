@@ -7,6 +7,7 @@
 #include "core/ContainerManager.h"
 #include "core/CryptoManager.h"
 #include "core/FileSyncManager.h"
+#include "core/SecretBytes.h"
 #include "core/SecureFileIndex.h"
 #include "core/TempWorkspaceManager.h"
 
@@ -129,13 +130,13 @@ public:
 private:
     [[nodiscard]] QByteArray associatedData(const ContainerDocument& document,
                                             const QByteArray& purpose) const;
-    [[nodiscard]] QByteArray deriveSessionKey(const QByteArray& password,
-                                              const ContainerCryptoMetadata& crypto) const;
+    [[nodiscard]] SecretBytes deriveSessionKey(const QByteArray& password,
+                                               const ContainerCryptoMetadata& crypto) const;
     [[nodiscard]] QByteArray encryptMasterKey(const ContainerDocument& document,
                                               const QByteArray& password,
-                                              const QByteArray& masterKey) const;
-    [[nodiscard]] QByteArray decryptMasterKey(const ContainerDocument& document,
-                                              const QByteArray& password) const;
+                                              const SecretBytes& masterKey) const;
+    [[nodiscard]] SecretBytes decryptMasterKey(const ContainerDocument& document,
+                                               const QByteArray& password) const;
     [[nodiscard]] QByteArray encryptIndex(const ContainerDocument& document,
                                           const SecureFileIndex& index) const;
     [[nodiscard]] bool decryptIndex(const ContainerDocument& document, SecureFileIndex* out) const;
@@ -175,12 +176,12 @@ private:
     /// Makes this the index in memory, as the header of @p document holds it.
     void setIndex(const SecureFileIndex& index, const ContainerDocument& document);
     /// The document whose wrapping a password change renews, and its master key.
-    [[nodiscard]] QByteArray masterKeyForRekeying(const QString& path, const QByteArray& password,
-                                                  ContainerDocument* document);
+    [[nodiscard]] SecretBytes masterKeyForRekeying(const QString& path, const QByteArray& password,
+                                                   ContainerDocument* document);
 
-    /// The part of the master key that seals the index and the blocks.
+    /// The part of the master key that seals the index and the blocks, where it is.
     [[nodiscard]] QByteArray workingKey() const {
-        return m_masterKey.left(CryptoManager::KeyBytes);
+        return m_masterKey.first(CryptoManager::KeyBytes);
     }
     [[nodiscard]] bool isUnlocked() const { return m_state == VaultState::Unlocked; }
 
@@ -271,7 +272,7 @@ private:
 
     VaultState m_state = VaultState::Locked;
     QString m_containerFilePath;
-    QByteArray m_masterKey;
+    SecretBytes m_masterKey;
     /// How the unlocked container holds its master key.
     QByteArray m_wrapping;
     /// Nonces of the headers that hold the index in memory: the one last read or written, and

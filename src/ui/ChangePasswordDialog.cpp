@@ -18,12 +18,18 @@ ChangePasswordDialog::ChangePasswordDialog(QWidget* parent) : QDialog(parent) {
     buildUi();
 }
 
+ChangePasswordDialog::~ChangePasswordDialog() {
+    for (QLineEdit* edit : {m_currentPassword, m_newPassword, m_confirmation}) {
+        wipePassword(edit);
+    }
+}
+
 QByteArray ChangePasswordDialog::currentPassword() const {
-    return m_currentPassword->text().toUtf8();
+    return passwordIn(*m_currentPassword);
 }
 
 QByteArray ChangePasswordDialog::newPassword() const {
-    return m_newPassword->text().toUtf8();
+    return passwordIn(*m_newPassword);
 }
 
 void ChangePasswordDialog::buildUi() {

@@ -23,6 +23,8 @@ public:
     static constexpr qsizetype MinimumPasswordLength = 10;
 
     explicit ChangePasswordDialog(QWidget* parent);
+    /// Overwrites what was typed.
+    ~ChangePasswordDialog() override;
 
     /// As UTF-8, like the next one.
     [[nodiscard]] QByteArray currentPassword() const;

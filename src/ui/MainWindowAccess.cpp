@@ -6,6 +6,7 @@
 #include "core/ContainerCopy.h"
 #include "core/ContainerManager.h"
 #include "core/RegularFile.h"
+#include "core/SecretBytes.h"
 #include "core/SetAsideContainer.h"
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
@@ -20,7 +21,9 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QLineEdit>
 #include <QListWidget>
+#include <QScopeGuard>
 #include <QSignalBlocker>
 #include <QStorageInfo>
 
@@ -262,12 +265,14 @@ void MainWindow::createVault() {
     if (path.isEmpty()) {
         return;
     }
-    const QByteArray password = requestNewVaultPassword();
+    QByteArray password = requestNewVaultPassword();
     if (password.isEmpty()) {
         return;
     }
     Core::ContainerLock lock;
-    if (!acquireIfThere(&lock, path) || !m_vault.createVault(path, password)) {
+    const bool created = acquireIfThere(&lock, path) && m_vault.createVault(path, password);
+    Core::wipe(&password);
+    if (!created) {
         showWarning(this, productTitle(), tr("Não foi possível criar o cofre."));
         return;
     }
@@ -285,8 +290,14 @@ QByteArray MainWindow::requestPassword(const QString& title) const {
     dialog.setWindowTitle(title);
     dialog.setLabelText(tr("Senha:"));
     dialog.setTextEchoMode(QLineEdit::Password);
-    makePasswordField(dialog.findChild<QLineEdit*>());
-    return dialog.exec() == QDialog::Accepted ? dialog.textValue().toUtf8() : QByteArray();
+    auto* field = dialog.findChild<QLineEdit*>();
+    makePasswordField(field);
+    QByteArray password;
+    if (dialog.exec() == QDialog::Accepted) {
+        password = passwordIn(*field);
+    }
+    wipePassword(field);
+    return password;
 }
 
 QByteArray MainWindow::requestNewVaultPassword() const {
@@ -294,7 +305,9 @@ QByteArray MainWindow::requestNewVaultPassword() const {
     if (first.isEmpty()) {
         return {};
     }
-    const QByteArray second = requestPassword(tr("Confirmar senha do cofre"));
+    QByteArray second = requestPassword(tr("Confirmar senha do cofre"));
+    auto wipeFirst = qScopeGuard([&first] { Core::wipe(&first); });
+    const auto wipeSecond = qScopeGuard([&second] { Core::wipe(&second); });
     if (first != second) {
         showWarning(nullptr, productTitle(), tr("As senhas informadas não coincidem."));
         return {};
@@ -304,11 +317,12 @@ QByteArray MainWindow::requestNewVaultPassword() const {
                     tr("Use uma senha com pelo menos 10 caracteres para criar o cofre."));
         return {};
     }
+    wipeFirst.dismiss();
     return first;
 }
 
 void MainWindow::unlockVault() {
-    const QByteArray password = requestPassword(tr("Senha do cofre"));
+    QByteArray password = requestPassword(tr("Senha do cofre"));
     if (password.isEmpty()) {
         return;
     }
@@ -316,6 +330,7 @@ void MainWindow::unlockVault() {
     Core::recoverContainer(m_containerPath);
     const bool opened =
         m_containerLock.acquire(m_containerPath) && m_vault.unlockVault(m_containerPath, password);
+    Core::wipe(&password);
     if (!opened) {
         showWarning(this, productTitle(),
                     tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container "
@@ -382,10 +397,15 @@ void MainWindow::changeVaultPassword() {
     if (dialog.exec() != QDialog::Accepted) {
         return;
     }
+    QByteArray oldPassword = dialog.currentPassword();
+    QByteArray newPassword = dialog.newPassword();
     Core::recoverContainer(m_containerPath);
     Core::ContainerLock lock;
-    if (lock.acquire(m_containerPath) &&
-        m_vault.changePassword(m_containerPath, dialog.currentPassword(), dialog.newPassword())) {
+    const bool changed = lock.acquire(m_containerPath) &&
+                         m_vault.changePassword(m_containerPath, oldPassword, newPassword);
+    Core::wipe(&oldPassword);
+    Core::wipe(&newPassword);
+    if (changed) {
         showResult(tr("Senha alterada com sucesso."));
         showInformation(this, productTitle(), tr("Senha alterada com sucesso."));
         return;

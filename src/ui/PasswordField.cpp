@@ -71,4 +71,16 @@ void makePasswordField(QLineEdit* edit) {
     new LineBreakRemover(edit);
 }
 
+QByteArray passwordIn(const QLineEdit& edit) {
+    return edit.text().toUtf8();
+}
+
+void wipePassword(QLineEdit* edit) {
+    // As many other letters take the place of the text in its own memory.
+    const QString others(edit->text().size(), u'*');
+    edit->selectAll();
+    edit->insert(others);
+    edit->clear();
+}
+
 } // namespace Tessel::UI

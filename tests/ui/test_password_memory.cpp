@@ -1,0 +1,93 @@
+// SPDX-FileCopyrightText: 2026 The Tessel developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// What remains of a password in the memory of the program once the vault is locked.
+
+#include "core/SecretBytes.h"
+#include "support/ProcessMemory.h"
+#include "support/WindowTest.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QDialog>
+#include <QLineEdit>
+#include <QTest>
+
+using namespace Tessel::Tests;
+
+namespace {
+
+// As UTF-16 only: a text in UTF-8 is what the test looks for.
+const QString OldPassword = QStringLiteral("primeira senha que se reconhece");
+const QString NewPassword = QStringLiteral("segunda senha que se reconhece");
+
+/// How often the text's UTF-8 form, which is ASCII here, is in this program's memory. It is
+/// compared character by character, so that looking leaves no copy.
+qsizetype occurrencesOf(const QString& text) {
+    qsizetype count = 0;
+    const bool read =
+        forEachMemoryRegion(QCoreApplication::applicationPid(), [&](const QByteArray& region) {
+            for (qsizetype at = 0; at + text.size() <= region.size(); ++at) {
+                qsizetype same = 0;
+                while (same < text.size() && text.at(same) == QLatin1Char(region.at(at + same))) {
+                    ++same;
+                }
+                count += same == text.size() ? 1 : 0;
+            }
+        });
+    return read ? count : -1;
+}
+
+} // namespace
+
+class TestPasswordMemory : public WindowTest {
+    Q_OBJECT
+
+private:
+    [[nodiscard]] bool run(const QString& command) {
+        m_driver->action(command)->trigger();
+        return m_driver->dialogs.finished();
+    }
+
+private Q_SLOTS:
+    void noPasswordRemainsInTheWindow() {
+        const QString container = path(u"t.tvlt"_qs);
+        m_driver->dialogs.answerFiles(u"Criar container Tessel"_qs, {container});
+        m_driver->dialogs.answerText(u"Definir senha do cofre"_qs, OldPassword);
+        m_driver->dialogs.answerText(u"Confirmar senha do cofre"_qs, OldPassword);
+        QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(m_driver->dialogs.problems()));
+        QCOMPARE(occurrencesOf(OldPassword), 0);
+
+        m_driver->dialogs.handle(u"Alterar senha do cofre"_qs, [](QDialog* dialog) {
+            const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
+            typeText(fields.at(0), OldPassword);
+            typeText(fields.at(1), NewPassword);
+            typeText(fields.at(2), NewPassword);
+            QVERIFY(pressButton(dialog, u"Alterar"_qs));
+        });
+        // The box may be left open for hours.
+        qsizetype whileTold = 0;
+        m_driver->dialogs.handle(u"Tessel"_qs, [&whileTold](QDialog* dialog) {
+            whileTold = occurrencesOf(OldPassword) + occurrencesOf(NewPassword);
+            dialog->accept();
+        });
+        QVERIFY2(run(u"Alterar senha..."_qs), qPrintable(m_driver->dialogs.problems()));
+        QCOMPARE(whileTold, 0);
+
+        QVERIFY(m_driver->unlock(NewPassword));
+        QCOMPARE(occurrencesOf(NewPassword), 0);
+        QVERIFY2(run(u"Bloquear"_qs), qPrintable(m_driver->dialogs.problems()));
+        QCOMPARE(occurrencesOf(OldPassword), 0);
+        QCOMPARE(occurrencesOf(NewPassword), 0);
+    }
+
+    void aPasswordThatIsKeptIsFound() {
+        QByteArray kept = NewPassword.toUtf8();
+        QVERIFY(occurrencesOf(NewPassword) > 0);
+        Tessel::Core::wipe(&kept);
+        QCOMPARE(occurrencesOf(NewPassword), 0);
+    }
+};
+
+QTEST_MAIN(TestPasswordMemory)
+#include "test_password_memory.moc"
