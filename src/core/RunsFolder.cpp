@@ -20,7 +20,8 @@ constexpr mode_t ForAllAccounts = S_ISVTX | ACCESSPERMS;
 // Links on the way to the temporary folder are the system's or the user's own.
 Descriptor openTemporaryFolder(const QString& runsFolder) {
     const QByteArray path = QFile::encodeName(QFileInfo(runsFolder).path());
-    return Descriptor(::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // It may be one that can be entered and not listed.
+    return Descriptor(::open(path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
 QByteArray nameOf(const QString& path) {

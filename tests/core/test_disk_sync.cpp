@@ -141,7 +141,8 @@ private Q_SLOTS:
         row("compact", "", "fsync:error=EIO:when=1");
         row("compact", "", "fsync:error=EIO:when=2");
         row("compact", "temporary folder", "fsync:error=EIO");
-        row("compact", "temporary folder", "openat:error=EMFILE");
+        // Unlocking opens it, and so does the look for what an earlier compaction left.
+        row("compact", "temporary folder", "openat:error=EMFILE:when=5");
         row("compact", "container", "fdatasync:error=EIO:when=2");
         row("compact", "drive", "fsync:error=EIO:when=1");
         row("compact", "drive", "fsync:error=EIO:when=2");
