@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -87,6 +88,19 @@ private Q_SLOTS:
         QVERIFY(asAccount(Ana, [this] { return opensAFile(*m_fixture); }));
         QVERIFY(asAccount(Beto, [this] { return opensAFile(*m_fixture); }));
         QVERIFY(asAccount(Ana, [this] { return opensAFile(*m_fixture); }));
+    }
+
+    void anAccountTakesItsEditsBack() {
+        QCOMPARE(::chown(QFile::encodeName(m_fixture->container()).constData(), Ana, Ana), 0);
+        QVERIFY(asAccount(Ana, [this] {
+            // As the program does: its own process files then belong to the superuser.
+            return ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && m_fixture->unlock() &&
+                   !m_fixture->openAndEdit(QStringLiteral("a.txt"), "edited").isEmpty() &&
+                   m_fixture->vault.lockVault();
+        }));
+        QVERIFY(m_fixture->unlock());
+        QCOMPARE(m_fixture->stored(QStringLiteral("a.txt")), QByteArray("edited"));
+        QVERIFY(m_fixture->vault.lockVault());
     }
 
     void aParentOfAnotherAccountIsUsedOnlyWhenItIsSticky_data() {
