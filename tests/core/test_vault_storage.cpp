@@ -587,8 +587,8 @@ private Q_SLOTS:
 
     void aDriveThatFailsDuringAnImportIsLeftAsItWas_data() {
         QTest::addColumn<QString>("injection");
-        // The container is opened to unlock it, to sync it, to look for a redo record, to read the document, to
-        // append the blocks and to rewrite the header; its document takes three reads.
+        // The container is opened to unlock it, to sync it, to look for a redo record, to read the
+        // document, to append the blocks and to rewrite the header; its document takes three reads.
         QTest::newRow("magic of the document") << QStringLiteral("read:error=EIO:when=6");
         QTest::newRow("length of the document") << QStringLiteral("read:error=EIO:when=7");
         QTest::newRow("header of the document") << QStringLiteral("read:error=EIO:when=8");

@@ -11,7 +11,8 @@ from toolbox import TOP, conclude
 # Where each file names it, newest first.
 PLACES = {
     "src/ui/ProductInfo.h": r'DefaultVersion\[\] = "([^"]+)"',
-    "CHANGELOG.md": r"^## (\S+)$",
+    # What is not released yet comes before it.
+    "CHANGELOG.md": r"^## (\d\S*)$",
     "packaging/changelog": r"^tessel \(([^)]+)\)",
     "packaging/example.tessel.Tessel.metainfo.xml": r'<release version="([^"]+)"',
     "packaging/man/tessel.1": r'^\.TH .*"Tessel ([^"]+)"',
