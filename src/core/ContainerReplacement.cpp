@@ -33,7 +33,7 @@ bool hasRoomFor(qint64 bytes, const QString& path) {
 
 // A file system without owners or permissions has nothing to keep.
 void takeOver(const struct stat& owner, QFile& file) {
-    static_cast<void>(::fchown(file.handle(), owner.st_uid, owner.st_gid));
+    [[maybe_unused]] const int result = ::fchown(file.handle(), owner.st_uid, owner.st_gid);
     static_cast<void>(::fchmod(file.handle(), owner.st_mode & 07777));
 }
 

@@ -154,7 +154,7 @@ bool WorkspaceNote::add(const QByteArray& line) {
         return true;
     }
     // A line cut short would take the next one with it.
-    static_cast<void>(::ftruncate(m_file.get(), before.st_size));
+    [[maybe_unused]] const int result = ::ftruncate(m_file.get(), before.st_size);
     return false;
 }
 
