@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A compaction that is cut while it writes the new container leaves the old one beside it. Whoever
-// opens the vault next finds it whole.
+// A compaction that is cut while it writes the new container leaves the old one beside it. The
+// next unlock finds the vault whole.
 
 #include "DriverRun.h"
 #include "VaultFixture.h"

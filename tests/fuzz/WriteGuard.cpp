@@ -65,7 +65,7 @@ WriteGuard::~WriteGuard() {
 
 } // namespace Tessel::Fuzz
 
-// All calls end here, the toolkit's too, because the program's own symbols come before the C
+// All calls end here, Qt's too, because the program's own symbols come before the C
 // library's.
 extern "C" {
 
