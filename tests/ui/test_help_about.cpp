@@ -39,6 +39,8 @@ using Tessel::Tests::WindowDriver;
 using Tessel::UI::AboutDialog;
 using Tessel::UI::HelpDialog;
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 const QString CompilerName = QStringLiteral("Microsoft Visual C++ Runtime");
@@ -123,6 +125,7 @@ private Q_SLOTS:
     void helpShowsThePicturesAtTheirWidthOnThePage();
     void helpFollowsLinksInsideTheGuide();
     void theGuideKeepsTheOnlyCopyOfAnEdit();
+    void theGuideSaysThatALostPasswordCannotBeRecovered();
     void helpHasOnlyTheCloseButton();
     void helpSaysWhenTheGuideIsMissing();
 
@@ -224,6 +227,21 @@ void TestHelpAbout::theGuideKeepsTheOnlyCopyOfAnEdit() {
     QVERIFY(!guide.mid(message, green - message).contains(u"apague"_qs));
     QVERIFY(guide.mid(green, red - green).contains(u"não a apague"_qs));
     QVERIFY(guide.mid(red, end - red).contains(u"apague"_qs));
+}
+
+/// Where a password is chosen, and in the chapter about it.
+void TestHelpAbout::theGuideSaysThatALostPasswordCannotBeRecovered() {
+    const HelpDialog dialog(nullptr);
+    const QString guide = dialog.findChild<QTextBrowser*>()->toPlainText().toLower();
+    const QString warning = u"uma senha perdida não pode ser recuperada"_s;
+    const qsizetype creating = guide.indexOf(u"crie o cofre."_s);
+    const qsizetype unlocking = guide.indexOf(u"desbloqueie."_s, creating);
+    QVERIFY(creating >= 0 && unlocking > creating);
+    QVERIFY(guide.mid(creating, unlocking - creating).contains(warning));
+    const qsizetype chapter = guide.indexOf(u"a senha, e o que fazer se ela se perder"_s);
+    const qsizetype nextChapter = guide.indexOf(u"\nretirar a unidade\n"_s, chapter);
+    QVERIFY(chapter >= 0 && nextChapter > chapter);
+    QVERIFY(guide.mid(chapter, nextChapter - chapter).contains(warning));
 }
 
 void TestHelpAbout::helpHasOnlyTheCloseButton() {
