@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-# What `cmake --install` puts where, and the Debian package made of it.
+# What `cmake --install` installs, and the Debian package made from it.
 set(tessel_id example.tessel.Tessel)
-# The package bears the lower-case name; its documents lie under it.
+# The package has a lower-case name, and its documents are installed under that name.
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/tessel)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 
@@ -50,7 +50,7 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "Tessel keeps files encrypted inside one container file on a USB drive. A
 person unlocks the vault with a password, imports, organises, opens and
 exports files, and locks it again: what is on the drive stays encrypted,
-whoever reads it. The interface is in Brazilian Portuguese.")
+no matter who reads it. The interface is in Brazilian Portuguese.")
 set(CPACK_PACKAGE_HOMEPAGE_URL ${TESSEL_HOMEPAGE})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
@@ -58,7 +58,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The texts of the toolkit's own dialogs, in Portuguese.
+# The Portuguese texts of Qt's own dialogs.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS qt6-translations-l10n)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 include(CPack)
