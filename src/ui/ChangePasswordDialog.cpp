@@ -3,8 +3,8 @@
 
 #include "ui/ChangePasswordDialog.h"
 
+#include "ui/MessageBoxes.h"
 #include "ui/PasswordField.h"
-#include "ui/Questions.h"
 
 #include <QDialogButtonBox>
 #include <QFormLayout>

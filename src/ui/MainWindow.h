@@ -199,7 +199,7 @@ private:
     void deviceRowChanged();
     void openContainerOfDevice(const QListWidgetItem* item);
     void useContainer(const QString& containerPath);
-    [[nodiscard]] bool containerIsAtRest(const QString& messageWhenUnlocked);
+    [[nodiscard]] bool requireLockedContainer(const QString& messageWhenUnlocked);
     [[nodiscard]] QByteArray requestPassword(const QString& title) const;
     [[nodiscard]] QByteArray requestNewVaultPassword() const;
     [[nodiscard]] QString requestBackupDestination();

@@ -11,9 +11,9 @@
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DisplayFormats.h"
+#include "ui/MessageBoxes.h"
 #include "ui/ModalProgress.h"
 #include "ui/PasswordField.h"
-#include "ui/Questions.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -377,7 +377,7 @@ void MainWindow::lockVault() {
     showResult(tr("Cofre bloqueado."));
 }
 
-bool MainWindow::containerIsAtRest(const QString& messageWhenUnlocked) {
+bool MainWindow::requireLockedContainer(const QString& messageWhenUnlocked) {
     if (m_containerPath.isEmpty()) {
         showInformation(this, productTitle(), tr("Selecione um container primeiro."));
         return false;
@@ -390,7 +390,7 @@ bool MainWindow::containerIsAtRest(const QString& messageWhenUnlocked) {
 }
 
 void MainWindow::changeVaultPassword() {
-    if (!containerIsAtRest(tr("Bloqueie o cofre antes de alterar a senha."))) {
+    if (!requireLockedContainer(tr("Bloqueie o cofre antes de alterar a senha."))) {
         return;
     }
     ChangePasswordDialog dialog(this);
@@ -418,7 +418,7 @@ void MainWindow::changeVaultPassword() {
 // --- Backup ----------------------------------------------------------------------------------
 
 void MainWindow::backupContainer() {
-    if (!containerIsAtRest(tr("Bloqueie o cofre antes de fazer o backup."))) {
+    if (!requireLockedContainer(tr("Bloqueie o cofre antes de fazer o backup."))) {
         return;
     }
     Core::recoverContainer(m_containerPath);

@@ -6,10 +6,10 @@
 #include "core/SecureFileIndex.h"
 #include "core/VaultPath.h"
 #include "ui/DisplayFormats.h"
+#include "ui/ImportForecast.h"
 #include "ui/ImportPlan.h"
+#include "ui/MessageBoxes.h"
 #include "ui/ModalProgress.h"
-#include "ui/Questions.h"
-#include "ui/StorageCheck.h"
 #include "ui/VaultNames.h"
 
 #include <QComboBox>

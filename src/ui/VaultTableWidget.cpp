@@ -37,7 +37,7 @@ VaultTableWidget::VaultTableWidget(int columns, std::function<bool()> takesDrops
     viewport()->setAcceptDrops(true);
 }
 
-bool VaultTableWidget::welcome(QDropEvent* event) const {
+bool VaultTableWidget::acceptsDrop(QDropEvent* event) const {
     const bool copyable = event->possibleActions().testFlag(Qt::CopyAction);
     if (!copyable || localPaths(*event->mimeData()).isEmpty() || !m_takesDrops()) {
         event->ignore();
@@ -50,15 +50,15 @@ bool VaultTableWidget::welcome(QDropEvent* event) const {
 }
 
 void VaultTableWidget::dragEnterEvent(QDragEnterEvent* event) {
-    static_cast<void>(welcome(event));
+    static_cast<void>(acceptsDrop(event));
 }
 
 void VaultTableWidget::dragMoveEvent(QDragMoveEvent* event) {
-    static_cast<void>(welcome(event));
+    static_cast<void>(acceptsDrop(event));
 }
 
 void VaultTableWidget::dropEvent(QDropEvent* event) {
-    if (welcome(event)) {
+    if (acceptsDrop(event)) {
         Q_EMIT pathsDropped(localPaths(*event->mimeData()));
     }
 }

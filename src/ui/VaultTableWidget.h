@@ -30,7 +30,7 @@ protected:
 
 private:
     /// Answers the drag; the source is told whether it may drop here.
-    [[nodiscard]] bool welcome(QDropEvent* event) const;
+    [[nodiscard]] bool acceptsDrop(QDropEvent* event) const;
 
     std::function<bool()> m_takesDrops;
 };

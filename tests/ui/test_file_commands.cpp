@@ -8,7 +8,7 @@
 #include "support/ProgressProbe.h"
 #include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
-#include "ui/StorageCheck.h"
+#include "ui/ImportForecast.h"
 #include "ui/VaultColumns.h"
 
 #include <QAction>

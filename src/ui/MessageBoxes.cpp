@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "ui/Questions.h"
+#include "ui/MessageBoxes.h"
 
 #include <QCoreApplication>
 #include <QLabel>

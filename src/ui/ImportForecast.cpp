@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "ui/StorageCheck.h"
+#include "ui/ImportForecast.h"
 
 #include <QtNumeric>
 
@@ -16,7 +16,7 @@ constexpr qint64 ReserveBytes = 16 * MebiByte;
 /// Leaving less than this is worth a question.
 constexpr qint64 ComfortableBytes = 128 * MebiByte;
 
-ImportFit judge(qint64 remainingBytes) {
+ImportFit classify(qint64 remainingBytes) {
     if (remainingBytes < 0) {
         return ImportFit::TooLarge;
     }
@@ -35,7 +35,7 @@ ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes) {
     const qint64 withMargin = addByteCounts(selectedBytes, selectedBytes / 20);
     const qint64 required = addByteCounts(withMargin, ReserveBytes);
     const qint64 remaining = availableBytes - required;
-    return {required, remaining, judge(remaining)};
+    return {required, remaining, classify(remaining)};
 }
 
 } // namespace Tessel::UI
