@@ -24,6 +24,8 @@
 
 #include <sodium.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 namespace {
@@ -69,7 +71,7 @@ void liftFromDarkGround(QLabel* label) {
 
 QString applicationVersion() {
     const QString version = QCoreApplication::applicationVersion();
-    return version.isEmpty() ? QLatin1String(ProductInfo::DefaultVersion) : version;
+    return version.isEmpty() ? QLatin1StringView(ProductInfo::DefaultVersion) : version;
 }
 
 } // namespace
@@ -112,12 +114,12 @@ void AboutDialog::buildUi() {
 }
 
 QLayout* AboutDialog::buildHeader() {
-    auto* title = new QLabel(QStringLiteral("Tessel"), this);
+    auto* title = new QLabel(u"Tessel"_s, this);
     QFont titleFont = font();
     titleFont.setPointSize(titleFont.pointSize() + TitleEnlargementPoints);
     titleFont.setWeight(QFont::DemiBold);
     title->setFont(titleFont);
-    title->setStyleSheet(QStringLiteral("color: #0B4F8A;"));
+    title->setStyleSheet(u"color: #0B4F8A;"_s);
     liftFromDarkGround(title);
 
     const int side = QFontMetrics(titleFont).height();
@@ -168,7 +170,7 @@ QListWidget* AboutDialog::buildComponentList() {
     list->setSpacing(0);
     list->setUniformItemSizes(false);
     list->setItemDelegate(new CompactListItemDelegate(list));
-    list->setStyleSheet(QStringLiteral("QListWidget::item { padding: 0px; margin: 0px; }"));
+    list->setStyleSheet(u"QListWidget::item { padding: 0px; margin: 0px; }"_s);
     return list;
 }
 
@@ -177,7 +179,7 @@ QTextEdit* AboutDialog::buildDetailsView() {
     view->setReadOnly(true);
     view->setMinimumHeight(DetailsMinimumHeight);
     view->document()->setDocumentMargin(DetailsMargin);
-    view->setStyleSheet(QStringLiteral("QTextEdit { padding: 0px; }"));
+    view->setStyleSheet(u"QTextEdit { padding: 0px; }"_s);
     return view;
 }
 

@@ -12,19 +12,20 @@
 #include <QTranslator>
 #include <QWidget>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 void setUpApplication(QApplication& application) {
-    QApplication::setApplicationName(QStringLiteral("Tessel"));
+    QApplication::setApplicationName(u"Tessel"_s);
     QApplication::setApplicationVersion(QLatin1StringView(ProductInfo::DefaultVersion));
-    QApplication::setOrganizationName(QStringLiteral("Tessel"));
-    QApplication::setDesktopFileName(QStringLiteral("example.tessel.Tessel"));
+    QApplication::setOrganizationName(u"Tessel"_s);
+    QApplication::setDesktopFileName(u"example.tessel.Tessel"_s);
     QApplication::setWindowIcon(QIcon(ProductInfo::iconResource()));
 
     // Without the toolkit's catalogue its own texts stay English; ours are Portuguese anyway.
     auto* translator = new QTranslator(&application);
-    if (translator->load(QStringLiteral("qtbase_pt_BR"),
-                         QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+    if (translator->load(u"qtbase_pt_BR"_s, QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
         QApplication::installTranslator(translator);
     }
 }

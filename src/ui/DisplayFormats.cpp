@@ -7,6 +7,8 @@
 #include <QFileInfo>
 #include <QLocale>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 QString formatFileSize(qint64 bytes) {
@@ -17,7 +19,7 @@ QString formatFileDate(const QDateTime& dateTime) {
     if (!dateTime.isValid()) {
         return {};
     }
-    return QLocale().toString(dateTime.toLocalTime(), QStringLiteral("dd/MM/yyyy HH:mm"));
+    return QLocale().toString(dateTime.toLocalTime(), u"dd/MM/yyyy HH:mm"_s);
 }
 
 QString fileTypeLabel(const QString& path) {

@@ -16,6 +16,8 @@
 
 #include <cmath>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 namespace {
@@ -23,12 +25,12 @@ namespace {
 constexpr QSize InitialSize(760, 560);
 
 QString helpFolder() {
-    return QStringLiteral(":/help/pt_BR");
+    return u":/help/pt_BR"_s;
 }
 
 /// The guide's bytes; null when it cannot be read.
 QByteArray readHelpPage() {
-    QFile page(helpFolder() + QStringLiteral("/index.html"));
+    QFile page(helpFolder() + u"/index.html"_s);
     return page.open(QIODevice::ReadOnly | QIODevice::Text) ? page.readAll() : QByteArray();
 }
 

@@ -14,6 +14,8 @@
 #include <optional>
 #include <system_error>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 namespace {
@@ -44,7 +46,7 @@ void addFolder(ImportPlan* plan, const QFileInfo& folder, const QString& parent)
     }
     for (const QByteArray& name : *names) {
         if (!isText(name)) {
-            plan->unusable.append(folder.filePath() + QLatin1Char('/') + QFile::decodeName(name));
+            plan->unusable.append(folder.filePath() + u'/' + QFile::decodeName(name));
         }
     }
     const QString directory = Core::joinVaultPath(parent, folder.fileName());

@@ -35,6 +35,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 namespace {
@@ -56,7 +58,7 @@ QLabel* buildApplicationIcon(int side) {
     pixmap.setDevicePixelRatio(ratio);
     label->setPixmap(pixmap);
     label->setFixedSize(size);
-    label->setAccessibleName(QStringLiteral("Tessel"));
+    label->setAccessibleName(u"Tessel"_s);
     return label;
 }
 
@@ -70,23 +72,23 @@ QLabel* buildStatusLabel(const QString& text, int width, const QString& objectNa
 }
 
 QString paddedStatusStyle() {
-    return QStringLiteral("QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }");
+    return u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_s;
 }
 
 QString vaultStateStyle(bool unlocked) {
-    return unlocked ? QStringLiteral("QLabel { background-color: #7bd88f; color: #000000; "
-                                     "font-size: 11px; font-weight: 600; padding-left: 4px; "
-                                     "padding-right: 4px; }")
-                    : QStringLiteral("QLabel { background-color: #f06a6a; color: #000000; "
-                                     "font-size: 11px; font-weight: 600; padding-left: 4px; "
-                                     "padding-right: 4px; }");
+    return unlocked ? u"QLabel { background-color: #7bd88f; color: #000000; "
+                      "font-size: 11px; font-weight: 600; padding-left: 4px; "
+                      "padding-right: 4px; }"_s
+                    : u"QLabel { background-color: #f06a6a; color: #000000; "
+                      "font-size: 11px; font-weight: 600; padding-left: 4px; "
+                      "padding-right: 4px; }"_s;
 }
 
 /// A container of the usual name bears the product's name, any other one its own.
 QString containerDisplayName(const QString& containerPath) {
     const QString fileName = QFileInfo(containerPath).fileName();
     const bool usual = fileName.compare(u"tessel.tvlt", Qt::CaseInsensitive) == 0;
-    return usual ? QStringLiteral("Tessel") : fileName;
+    return usual ? u"Tessel"_s : fileName;
 }
 
 } // namespace
@@ -110,10 +112,10 @@ void MainWindow::buildUi() {
     auto* central = new QWidget;
     central->setFixedSize(centralSize());
     setCentralWidget(central);
-    setWindowTitle(QStringLiteral("Tessel"));
+    setWindowTitle(u"Tessel"_s);
 
     m_protectedFilesLabel = new QLabel;
-    m_protectedFilesLabel->setObjectName(QStringLiteral("protectedFilesLabel"));
+    m_protectedFilesLabel->setObjectName(u"protectedFilesLabel"_s);
     m_protectedFilesLabel->setTextFormat(Qt::PlainText);
 
     auto* layout = new QVBoxLayout(central);
@@ -126,7 +128,7 @@ void MainWindow::buildUi() {
 
 QLayout* MainWindow::buildDeviceRow() {
     m_deviceList = new DeviceListWidget;
-    m_deviceList->setObjectName(QStringLiteral("deviceList"));
+    m_deviceList->setObjectName(u"deviceList"_s);
     m_deviceList->setAccessibleName(tr("Dispositivos USB"));
     m_deviceList->installEventFilter(this);
     constexpr int TextLines = 3;
@@ -148,24 +150,24 @@ QLayout* MainWindow::buildDeviceRow() {
 
 QToolButton* MainWindow::buildVaultToggleButton(int side) {
     m_vaultToggleButton = new QToolButton;
-    m_vaultToggleButton->setObjectName(QStringLiteral("vaultToggleButton"));
+    m_vaultToggleButton->setObjectName(u"vaultToggleButton"_s);
     m_vaultToggleButton->setCheckable(true);
     m_vaultToggleButton->setAutoRaise(false);
     m_vaultToggleButton->setFocusPolicy(Qt::NoFocus);
     m_vaultToggleButton->setIconSize({48, 48});
     m_vaultToggleButton->setFixedSize(side, side);
-    m_vaultToggleButton->setStyleSheet(QStringLiteral(
-        "QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
+    m_vaultToggleButton->setStyleSheet(
+        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
         "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
         "QToolButton:pressed:enabled { background: #e2e2e2; }"
-        "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"));
+        "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
     return m_vaultToggleButton;
 }
 
 QWidget* MainWindow::buildVaultTable() {
     m_vaultTable = new VaultTableWidget(VaultColumn::Count,
                                         [this] { return vaultIsUnlocked() && !m_commandRunning; });
-    m_vaultTable->setObjectName(QStringLiteral("vaultTable"));
+    m_vaultTable->setObjectName(u"vaultTable"_s);
     m_vaultTable->setAccessibleName(tr("Arquivos protegidos"));
     m_vaultTable->setMinimumHeight(220);
     m_vaultTable->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -179,10 +181,10 @@ QWidget* MainWindow::buildVaultTable() {
     m_vaultTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_vaultTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_vaultTable->setStyleSheet(
-        QStringLiteral("QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
-                       "QTableWidget::item:focus { outline: none; }"
-                       "QTableWidget::item:selected { background-color: palette(highlight); color: "
-                       "palette(highlighted-text); }"));
+        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+        "QTableWidget::item:focus { outline: none; }"
+        "QTableWidget::item:selected { background-color: palette(highlight); color: "
+        "palette(highlighted-text); }"_s);
     buildVaultTableHeader();
     return m_vaultTable;
 }
@@ -218,12 +220,12 @@ void MainWindow::buildVaultTableHeader() {
 void MainWindow::buildStatusBar() {
     m_versionLabel =
         buildStatusLabel(tr("Versão %1").arg(QLatin1StringView(ProductInfo::DefaultVersion)), 180,
-                         QStringLiteral("versionLabel"));
+                         u"versionLabel"_s);
     m_versionLabel->setStyleSheet(paddedStatusStyle());
-    m_dateLabel = buildStatusLabel(QDate::currentDate().toString(QStringLiteral("dd/MM/yyyy")), 78,
-                                   QStringLiteral("dateLabel"));
-    m_dateLabel->setStyleSheet(QStringLiteral("QLabel { font-size: 11px; }"));
-    m_vaultStateLabel = buildStatusLabel(tr("COFRE"), 50, QStringLiteral("vaultStateLabel"));
+    m_dateLabel =
+        buildStatusLabel(QDate::currentDate().toString(u"dd/MM/yyyy"_s), 78, u"dateLabel"_s);
+    m_dateLabel->setStyleSheet(u"QLabel { font-size: 11px; }"_s);
+    m_vaultStateLabel = buildStatusLabel(tr("COFRE"), 50, u"vaultStateLabel"_s);
 
     statusBar()->setSizeGripEnabled(false);
     statusBar()->addPermanentWidget(buildContainerBox());
@@ -237,10 +239,10 @@ QWidget* MainWindow::buildContainerBox() {
     constexpr int LineWidth = 1;
     auto* line = new QFrame;
     line->setFixedWidth(LineWidth);
-    line->setStyleSheet(QStringLiteral("QFrame { background-color: #c8c8c8; }"));
+    line->setStyleSheet(u"QFrame { background-color: #c8c8c8; }"_s);
     // A fixed width, so that the text is cut to it even before the window is first laid out.
-    m_containerLabel = buildStatusLabel(tr("Container: nenhum"), BoxWidth - LineWidth,
-                                        QStringLiteral("containerLabel"));
+    m_containerLabel =
+        buildStatusLabel(tr("Container: nenhum"), BoxWidth - LineWidth, u"containerLabel"_s);
     m_containerLabel->setStyleSheet(paddedStatusStyle());
 
     auto* box = new QWidget;
@@ -388,7 +390,7 @@ void MainWindow::clearLeftoverCopies() {
     if (folders.isEmpty()) {
         return;
     }
-    leaveInformation(this, QStringLiteral("Tessel"),
+    leaveInformation(this, u"Tessel"_s,
                      tr("O Tessel foi encerrado sem bloquear o cofre. As cópias de arquivos "
                         "abertos que foram alteradas continuam em:\n\n%1\n\nImporte para o cofre "
                         "o que quiser guardar e depois apague o que restar ali.")
@@ -408,7 +410,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         return;
     }
     event->ignore();
-    showWarning(this, QStringLiteral("Tessel"), tr("Não foi possível bloquear o cofre."));
+    showWarning(this, u"Tessel"_s, tr("Não foi possível bloquear o cofre."));
     // The vault is locked all the same when only its temporary folder could not be removed.
     if (!vaultIsUnlocked()) {
         refreshVaultFiles();

@@ -27,6 +27,8 @@
 #include <QSignalBlocker>
 #include <QStorageInfo>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 namespace {
@@ -39,7 +41,7 @@ constexpr int NameRole = Qt::UserRole + 1;
 constexpr qsizetype MinimumPasswordBytes = 10;
 
 QString productTitle() {
-    return QStringLiteral("Tessel");
+    return u"Tessel"_s;
 }
 
 QString containerFilter() {
@@ -81,7 +83,7 @@ QString deviceRemark(const Platform::UsbDevice& device) {
         return {};
     }
     const QString free = MainWindow::tr("%1 livres").arg(formatFileSize(storage.bytesFree()));
-    return QStringLiteral(" | %1").arg(free);
+    return u" | %1"_s.arg(free);
 }
 
 void clearAssociation(QListWidgetItem* item) {
@@ -143,8 +145,8 @@ void MainWindow::refreshDevices() {
 void MainWindow::addDeviceRow(const Platform::UsbDevice& device) {
     const QString location = deviceLocation(device);
     const QString name = device.displayName.isEmpty() ? location : device.displayName;
-    auto* item = new QListWidgetItem(
-        QStringLiteral("%1 (%2)").arg(name, location) + deviceRemark(device), m_deviceList);
+    auto* item =
+        new QListWidgetItem(u"%1 (%2)"_s.arg(name, location) + deviceRemark(device), m_deviceList);
     item->setData(RootPathRole, device.mounted ? device.rootPath : QString());
     item->setData(NameRole, name);
     if (!device.mounted) {
@@ -260,8 +262,8 @@ void MainWindow::chooseContainer() {
 }
 
 void MainWindow::createVault() {
-    const QString path = QFileDialog::getSaveFileName(
-        this, tr("Criar container Tessel"), QStringLiteral("tessel.tvlt"), containerFilter());
+    const QString path = QFileDialog::getSaveFileName(this, tr("Criar container Tessel"),
+                                                      u"tessel.tvlt"_s, containerFilter());
     if (path.isEmpty()) {
         return;
     }
@@ -433,9 +435,8 @@ void MainWindow::backupContainer() {
 }
 
 QString MainWindow::requestBackupDestination() {
-    const QString now = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HHmm"));
-    const QString proposal =
-        QDir::home().filePath(QStringLiteral("tessel_backup_%1.tvlt").arg(now));
+    const QString now = QDateTime::currentDateTime().toString(u"yyyy-MM-dd_HHmm"_s);
+    const QString proposal = QDir::home().filePath(u"tessel_backup_%1.tvlt"_s.arg(now));
     QString path = QFileDialog::getSaveFileName(this, tr("Fazer backup do container"), proposal,
                                                 containerFilter());
     if (path.isEmpty()) {

@@ -17,6 +17,8 @@
 
 #include <algorithm>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 using Core::parentVaultPath;
@@ -120,7 +122,7 @@ QList<VaultRow> fileRows(const SecureFileIndex& index, const QString& directory)
 VaultRow parentRow(const QString& directory) {
     return {VaultTableItemKind::ParentDirectory,
             parentVaultPath(directory),
-            QStringLiteral(".."),
+            u".."_s,
             folderTypeLabel(),
             0,
             QDateTime()};

@@ -29,6 +29,8 @@
 #include <algorithm>
 #include <optional>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 using Core::joinVaultPath;
@@ -47,7 +49,7 @@ struct MoveDestination {
 };
 
 QString productTitle() {
-    return QStringLiteral("Tessel");
+    return u"Tessel"_s;
 }
 
 QString badFolderName() {

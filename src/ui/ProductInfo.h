@@ -15,17 +15,18 @@ inline constexpr char DefaultVersion[] = "1.0.0";
 
 /// The official page, opened from the "Sobre" menu and from the About dialog.
 [[nodiscard]] inline QUrl homepage() {
-    return QUrl(QStringLiteral(TESSEL_HOMEPAGE_URL));
+    return QUrl(QString::fromUtf8(TESSEL_HOMEPAGE_URL));
 }
 
 /// Whom the About dialog names as owner.
 [[nodiscard]] inline QString ownerName() {
-    return QStringLiteral(TESSEL_OWNER_NAME);
+    return QString::fromUtf8(TESSEL_OWNER_NAME);
 }
 
 /// The multi-size icon of the program.
 [[nodiscard]] inline QString iconResource() {
-    return QStringLiteral(":/icons/Tessel.ico");
+    using namespace Qt::Literals::StringLiterals;
+    return u":/icons/Tessel.ico"_s;
 }
 
 } // namespace Tessel::UI::ProductInfo

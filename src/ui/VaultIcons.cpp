@@ -13,6 +13,8 @@
 #include <functional>
 #include <iterator>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::UI {
 
 namespace {
@@ -139,8 +141,7 @@ QIcon VaultIcons::makeFileIcon(const QString& suffix) const {
     }
     if (!suffix.isEmpty()) {
         // The provider goes by the name alone: no such file has to exist.
-        QIcon icon =
-            m_provider.icon(QFileInfo(QStringLiteral("tessel-placeholder.%1").arg(suffix)));
+        QIcon icon = m_provider.icon(QFileInfo(u"tessel-placeholder.%1"_s.arg(suffix)));
         if (!icon.isNull()) {
             return icon;
         }

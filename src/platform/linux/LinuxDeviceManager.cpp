@@ -13,6 +13,8 @@
 
 #include <utility>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Platform::Linux {
 
 namespace {
@@ -29,10 +31,10 @@ bool isDeviceNode(const QString& path) {
 
 // The backslash comes last: an escaped backslash followed by digits must not become an escape.
 QString decodeMountInfoToken(QString token) {
-    token.replace(u"\\040"_qs, u" "_qs);
-    token.replace(u"\\011"_qs, u"\t"_qs);
-    token.replace(u"\\012"_qs, u"\n"_qs);
-    token.replace(u"\\134"_qs, u"\\"_qs);
+    token.replace(u"\\040"_s, u" "_s);
+    token.replace(u"\\011"_s, u"\t"_s);
+    token.replace(u"\\012"_s, u"\n"_s);
+    token.replace(u"\\134"_s, u"\\"_s);
     return token;
 }
 
@@ -45,11 +47,11 @@ QString readFirstLine(const QString& path) {
 }
 
 QString blockDeviceSysfsPath(const QString& name) {
-    return QFileInfo(u"/sys/class/block/%1"_qs.arg(name)).canonicalFilePath();
+    return QFileInfo(u"/sys/class/block/%1"_s.arg(name)).canonicalFilePath();
 }
 
 QString parentDiskName(const QString& name) {
-    const QString marker = u"/block/"_qs;
+    const QString marker = u"/block/"_s;
     const QString path = blockDeviceSysfsPath(name);
     const qsizetype at = path.indexOf(marker);
     if (at < 0) {
@@ -59,7 +61,7 @@ QString parentDiskName(const QString& name) {
 }
 
 bool isUsbBlockDevice(const QString& name) {
-    const QString marker = u"/usb"_qs;
+    const QString marker = u"/usb"_s;
     if (blockDeviceSysfsPath(name).contains(marker)) {
         return true;
     }
@@ -68,7 +70,7 @@ bool isUsbBlockDevice(const QString& name) {
 }
 
 bool hasRemovableFlag(const QString& name) {
-    return readFirstLine(u"/sys/class/block/%1/removable"_qs.arg(name)) == u"1";
+    return readFirstLine(u"/sys/class/block/%1/removable"_s.arg(name)) == u"1";
 }
 
 // Partitions carry no flag of their own: their disk answers for them.
@@ -81,11 +83,10 @@ bool isRemovableBlockDevice(const QString& name) {
 }
 
 bool isOpticalBlockDevice(const QString& name) {
-    const QString scsiTypeOfOpticalDrives = u"5"_qs;
+    const QString scsiTypeOfOpticalDrives = u"5"_s;
     const QString parent = parentDiskName(name);
     const QString disk = parent.isEmpty() ? name : parent;
-    return readFirstLine(u"/sys/class/block/%1/device/type"_qs.arg(disk)) ==
-           scsiTypeOfOpticalDrives;
+    return readFirstLine(u"/sys/class/block/%1/device/type"_s.arg(disk)) == scsiTypeOfOpticalDrives;
 }
 
 bool isUsbDisk(const QString& name) {
@@ -99,7 +100,7 @@ QString fallbackDisplayName(const QString& devicePath, const QString& rootPath) 
 }
 
 QString mountedVolumeId(const QString& devicePath, const QString& rootPath) {
-    return u"%1:%2"_qs.arg(devicePath, rootPath);
+    return u"%1:%2"_s.arg(devicePath, rootPath);
 }
 
 QString displayNameOf(const QStorageInfo& storage, const QString& devicePath,
@@ -115,7 +116,7 @@ QString displayNameOf(const QStorageInfo& storage, const QString& devicePath,
 
 QMap<QString, QString> blockLabelMap() {
     QMap<QString, QString> labels;
-    const QDir directory(u"/dev/disk/by-label"_qs);
+    const QDir directory(u"/dev/disk/by-label"_s);
     const QStringList names =
         directory.entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString& label : names) {
@@ -144,12 +145,12 @@ QString mountedRootForLabel(const QString& label) {
     }
     const QStringList users = probableUsers();
     QStringList candidates;
-    for (const QString& pattern : {u"/media/%1/%2"_qs, u"/run/media/%1/%2"_qs}) {
+    for (const QString& pattern : {u"/media/%1/%2"_s, u"/run/media/%1/%2"_s}) {
         for (const QString& user : users) {
             candidates.append(pattern.arg(user, label));
         }
     }
-    candidates.append(u"/mnt/%1"_qs.arg(label));
+    candidates.append(u"/mnt/%1"_s.arg(label));
     for (const QString& candidate : std::as_const(candidates)) {
         if (QFileInfo(candidate).isDir()) {
             return candidate;
@@ -167,7 +168,7 @@ bool isDiskWithPartitions(const QString& name) {
     if (parentDiskName(name) != name) {
         return false;
     }
-    const QStringList children = subdirectories(u"/sys/class/block/%1"_qs.arg(name));
+    const QStringList children = subdirectories(u"/sys/class/block/%1"_s.arg(name));
     for (const QString& child : children) {
         if (child.startsWith(name) && child != name) {
             return true;
@@ -221,7 +222,7 @@ struct MountTableEntry {
 // Layout of a line: proc(5), /proc/pid/mountinfo. A variable number of optional fields stands
 // before the separator. Returns false for a line that is too short.
 bool parseMountTableLine(const QString& line, MountTableEntry* entry) {
-    const QString separator = u" - "_qs;
+    const QString separator = u" - "_s;
     const qsizetype at = line.indexOf(separator);
     if (at < 0) {
         return false;
@@ -270,7 +271,7 @@ void addStorageVolumes(Findings* findings) {
 // The kernel gives this file the size 0, so QFile::atEnd() is true before the first line: only a
 // read tells where the table ends. Returns false when the table cannot be opened.
 bool addMountTable(Findings* findings) {
-    QFile table(u"/proc/self/mountinfo"_qs);
+    QFile table(u"/proc/self/mountinfo"_s);
     if (!table.open(QIODevice::ReadOnly | QIODevice::Text)) {
         return false;
     }
@@ -288,7 +289,7 @@ bool addMountTable(Findings* findings) {
 
 void addBlockDevices(Findings* findings) {
     const QMap<QString, QString> labels = blockLabelMap();
-    const QStringList names = subdirectories(u"/sys/class/block"_qs);
+    const QStringList names = subdirectories(u"/sys/class/block"_s);
     for (const QString& name : names) {
         if (findings->seenDeviceNames.contains(name) || !isUsbDisk(name) ||
             isDiskWithPartitions(name)) {
@@ -296,7 +297,7 @@ void addBlockDevices(Findings* findings) {
         }
         const QString label = labels.value(name);
         UsbDevice device;
-        device.devicePath = u"/dev/%1"_qs.arg(name);
+        device.devicePath = u"/dev/%1"_s.arg(name);
         device.id = device.devicePath;
         device.displayName = label.isEmpty() ? name : label;
         device.rootPath = mountedRootForLabel(device.displayName);
