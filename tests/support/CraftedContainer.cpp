@@ -56,7 +56,7 @@ QJsonArray rowOfFile(const QJsonObject& file) {
             base64(digest),           blocks};
 }
 
-// An index in the form that redo records have it in.
+// The index in the form that redo records have.
 QByteArray rowsOf(const QJsonObject& index) {
     QJsonArray folders;
     const QJsonArray directories = index.value(u"directories").toArray();
@@ -112,7 +112,7 @@ void setMember(QJsonObject& object, const QString& key, const QJsonValue& value)
     }
 }
 
-// Changes the n-th object of the array that stands under a key.
+// Changes the n-th object of the array with this key.
 void editElement(QJsonObject& object, const QString& key, qsizetype position,
                  const std::function<void(QJsonObject&)>& edit) {
     QJsonArray array = object.value(key).toArray();

@@ -16,7 +16,7 @@
 namespace Tessel::Tests {
 
 /// What the keys of a crafted container are made from. Change a field before anything is read
-/// from the container: what is sealed follows.
+/// from the container: everything sealed is computed from them.
 struct CraftedKeys {
     QByteArray password = QByteArrayLiteral("senha de teste");
     /// "Argon2id" costs 0.8 s and 256 MiB for each derivation; every other name selects PBKDF2.
@@ -41,8 +41,8 @@ struct CraftedBlock {
     QByteArray nonce;
 };
 
-/// A container made byte by byte from the format's description, without the engine, so that the
-/// engine can be tested with what it would never write itself.
+/// A container made byte by byte as docs/container-format.md describes it, without the engine, so
+/// that the engine can be tested with containers that it would never write.
 ///
 ///     CraftedContainer crafted;
 ///     crafted.addFolder(u"docs"_qs).addFile(u"docs/a.txt"_qs, "abc");
@@ -61,9 +61,9 @@ public:
 
     CraftedKeys keys;
 
-    // --- Contents, in the order in which they lie in the payload region ----------------------
+    // --- Contents, in their order in the payload region --------------------------------------
 
-    /// Adds a file whose blocks hold @p blockBytes of plaintext each, the last one the rest.
+    /// Adds a file whose blocks hold @p blockBytes of plaintext each; the last one holds the rest.
     CraftedContainer& addFile(const QString& path, const QByteArray& contents,
                               qint64 blockBytes = ChunkBytes);
     CraftedContainer& addFolder(const QString& path);
@@ -82,9 +82,9 @@ public:
     CraftedContainer& setFolderMember(qsizetype folder, const QString& key,
                                       const QJsonValue& value);
     CraftedContainer& setIndexMember(const QString& key, const QJsonValue& value);
-    /// Replaces text in the finished index JSON: for numbers and keys that no JSON writer writes.
+    /// Replaces text in the finished index JSON, for numbers and keys that no JSON writer writes.
     CraftedContainer& replaceInIndex(const QByteArray& before, const QByteArray& after);
-    /// Takes these bytes for the index, whatever they are.
+    /// Uses these bytes as the index JSON, whatever they are.
     CraftedContainer& setIndexJson(const QByteArray& json);
     /// Seals nothing: "encryptedIndex" holds exactly these bytes.
     CraftedContainer& setEncryptedIndex(const QByteArray& bytes);
@@ -98,9 +98,9 @@ public:
     CraftedContainer& setMagic(const QByteArray& magic);
     /// The whole line with its line feed. A line that is not 21 bytes long moves the payload.
     CraftedContainer& setLengthLine(const QByteArray& line);
-    /// What fills the header region behind the header.
+    /// The byte that fills the header region after the header.
     CraftedContainer& setPadding(char byte);
-    /// Ends the file at this size, wherever that is.
+    /// Truncates the file to this size.
     CraftedContainer& cutAt(qint64 size);
 
     /// The same vault with its index in rows under another nonce, as a redo record holds it.
@@ -110,7 +110,7 @@ public:
     /// The redo record with this vault's length line and header.
     [[nodiscard]] QByteArray redoRecord() const;
 
-    // --- The result and everything on the way to it -------------------------------------------
+    // --- The result and every intermediate value -----------------------------------------------
 
     /// Writes the container; the empty part of the header region takes no space on the drive.
     [[nodiscard]] bool writeTo(const QString& path) const;

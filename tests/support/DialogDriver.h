@@ -14,9 +14,9 @@
 
 namespace Tessel::Tests {
 
-/// Answers the modal dialogs that a command opens, one after the other in the order in which the
-/// answers were queued. A dialog that nobody expected is noted as a failure and rejected, so that
-/// a test ends instead of hanging. Progress dialogs are left alone.
+/// Answers the modal dialogs that a command opens, in the order in which the answers were queued.
+/// An unexpected dialog is recorded as a failure and rejected, so that the test ends instead of
+/// hanging. Progress dialogs are left alone.
 ///
 ///     DialogDriver dialogs;
 ///     dialogs.answerText("Senha do cofre", "dez caracteres");
@@ -44,15 +44,15 @@ public:
     ~DialogDriver() override;
     Q_DISABLE_COPY_MOVE(DialogDriver)
 
-    /// Types into an input dialog, whatever the letters, and accepts it.
+    /// Types into an input dialog, any characters, and accepts it.
     void answerText(const QString& title, const QString& text);
     /// Chooses files in a file dialog and accepts it.
     void answerFiles(const QString& title, const QStringList& paths);
     /// Presses the button with this text in a message box or dialog.
     void press(const QString& title, const QString& button);
-    /// Acknowledges a warning: a box with that icon, whose one button is "OK".
+    /// Acknowledges a warning box, whose only button is "OK".
     void acceptWarning(const QString& title) { acknowledge(QMessageBox::Warning, title); }
-    /// Acknowledges an information box, whose one button is "OK".
+    /// Acknowledges an information box, whose only button is "OK".
     void acceptInformation(const QString& title) { acknowledge(QMessageBox::Information, title); }
     /// Rejects the dialog, as Escape and the close button do.
     void reject(const QString& title);
@@ -61,12 +61,12 @@ public:
 
     /// Every dialog seen so far.
     [[nodiscard]] QList<Seen> seen() const { return m_seen; }
-    /// The last dialog; an empty one before the first.
+    /// The last dialog; an empty value before the first one.
     [[nodiscard]] Seen last() const { return m_seen.isEmpty() ? Seen() : m_seen.last(); }
     [[nodiscard]] QString lastText() const { return last().text; }
-    /// Whether every answer was used and no dialog came unexpected.
+    /// Whether every answer was used and no unexpected dialog was shown.
     [[nodiscard]] bool finished() const { return m_answers.isEmpty() && m_problems.isEmpty(); }
-    /// In words, for the test's message.
+    /// What went wrong, for the test's message.
     [[nodiscard]] QString problems() const;
 
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -86,8 +86,8 @@ private:
     QList<QPointer<QDialog>> m_handled;
 };
 
-/// Types @p text into the widget with the focus-independent key events a keyboard would send;
-/// works with accents, which the toolkit's own test keys do not.
+/// Sends the widget the key events of a keyboard for @p text, whether it has the focus or not.
+/// Accents work, unlike with QTest::keyClicks.
 void typeText(QWidget* widget, const QString& text);
 
 /// Presses the button whose text is @p text, without its mnemonic mark; false when there is none.

@@ -10,7 +10,7 @@
 
 namespace Tessel::Tests {
 
-/// Stands in for the desktop while it lives: takes what the program wants opened, and opens none.
+/// Replaces the desktop while it exists: records what the program wants to open and opens nothing.
 class FakeDesktop : public QObject {
     Q_OBJECT
 
@@ -20,7 +20,7 @@ public:
     ~FakeDesktop() override;
     Q_DISABLE_COPY_MOVE(FakeDesktop)
 
-    /// In the order in which they came.
+    /// In order of arrival.
     QList<QUrl> opened;
 
 public Q_SLOTS:

@@ -53,7 +53,7 @@ bool bindOnItself(const QByteArray& path) {
     return ::mount(path.constData(), path.constData(), nullptr, MS_BIND, nullptr) == 0;
 }
 
-// In a namespace of a user's own a remount must keep what the mount already forbids.
+// In a user namespace, a remount must keep the restrictions of the mount.
 unsigned long inheritedFlags(const QByteArray& path) {
     struct statvfs about {};
     if (::statvfs(path.constData(), &about) != 0) {
@@ -65,7 +65,7 @@ unsigned long inheritedFlags(const QByteArray& path) {
     return flags;
 }
 
-// Returns the limit as it was.
+// Returns the former limit.
 struct rlimit lowerLimit(__rlimit_resource resource, qint64 value) {
     struct rlimit before {};
     if (::getrlimit(resource, &before) != 0) {
@@ -185,7 +185,7 @@ PinnedFile::~PinnedFile() {
 }
 
 FileSizeLimit::FileSizeLimit(qint64 bytes) {
-    // Without this the first write beyond the limit ends the process.
+    // Otherwise the first write beyond the limit ends the process.
     std::signal(SIGXFSZ, SIG_IGN);
     m_before = lowerLimit(RLIMIT_FSIZE, bytes);
 }

@@ -12,15 +12,15 @@
 
 #include <sys/resource.h>
 
-/// Real faults for tests: full disks, size limits, read-only folders. Each lasts as long as its
-/// object.
+/// Real faults for tests: full disks, size limits, read-only folders. Each fault lasts as long as
+/// its object.
 namespace Tessel::Tests {
 
 constexpr qint64 MiB = 1048576;
 
-/// Gives this process mounts of its own, which end with it. Call it first in main(), while there
-/// is one thread.
-/// @return false where the system refuses; tests that need a mount begin with NEEDS_PRIVATE_MOUNTS.
+/// Gives this process private mounts, which end with it. Call it first in main(), while there is
+/// only one thread.
+/// @return false if the system refuses; tests that need a mount begin with NEEDS_PRIVATE_MOUNTS.
 [[nodiscard]] bool enterPrivateMounts();
 /// Whether enterPrivateMounts() succeeded in this process.
 [[nodiscard]] bool hasPrivateMounts();
@@ -37,7 +37,7 @@ public:
     [[nodiscard]] QString path() const { return m_path; }
     [[nodiscard]] QString filePath(const QString& name) const;
     [[nodiscard]] qint64 bytesFree() const;
-    /// Takes up all but @p bytes of the space that is left.
+    /// Fills all but @p bytes of the free space.
     [[nodiscard]] bool fillUpTo(qint64 bytes) const;
 
 private:
@@ -45,8 +45,8 @@ private:
     bool m_mounted = false;
 };
 
-/// Puts the system's temporary folder into memory, so that tests which flush on purpose do not wait
-/// for a disk that others keep busy. Without private mounts it changes nothing.
+/// Puts the system's temporary folder into memory, so that tests that sync on purpose do not wait
+/// for a busy disk. Without private mounts it changes nothing.
 class TemporaryFolderInMemory {
 public:
     TemporaryFolderInMemory();
@@ -58,8 +58,8 @@ private:
     QByteArray m_tmpdirBefore;
 };
 
-/// Makes a file or folder read-only, and a mount point, whatever rights this process has: it can
-/// be neither written nor deleted. Needs private mounts.
+/// Makes a file or folder a read-only mount point: whatever rights this process has, it can be
+/// neither written nor deleted. Needs private mounts.
 class ReadOnlyMount {
 public:
     explicit ReadOnlyMount(const QString& path);
@@ -87,8 +87,8 @@ private:
     bool m_mounted = false;
 };
 
-/// Lets this process write no file beyond the given number of bytes: what would pass it is cut
-/// short, then fails with EFBIG.
+/// Limits the size of every file that this process writes: a write across the limit is short, and
+/// the next one fails with EFBIG.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(qint64 bytes);
@@ -99,7 +99,7 @@ private:
     struct rlimit m_before {};
 };
 
-/// Lets this process take no more than the given number of bytes of memory beside what it has.
+/// Limits the memory that this process can allocate in addition to what it has.
 class MemoryLimit {
 public:
     explicit MemoryLimit(qint64 bytes);
@@ -110,7 +110,7 @@ private:
     struct rlimit m_before {};
 };
 
-/// Takes away the right to pass over permission bits, which a superuser otherwise has.
+/// Takes away the superuser's right to ignore permission bits.
 class ObeyPermissions {
 public:
     ObeyPermissions();

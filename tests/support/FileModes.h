@@ -10,7 +10,7 @@
 
 namespace Tessel::Tests {
 
-/// The system's mask for the modes of new files, for as long as the object lives.
+/// Sets the umask for as long as the object exists.
 class FileModeMask {
 public:
     explicit FileModeMask(mode_t mask) : m_before(::umask(mask)) {}
@@ -21,7 +21,7 @@ private:
     mode_t m_before;
 };
 
-/// The permission bits of a file; all bits when there is none.
+/// The permission bits of a file; all bits if there is no file.
 [[nodiscard]] inline mode_t modeOf(const QString& path) {
     struct stat status {};
     return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U

@@ -13,27 +13,27 @@
 
 namespace Tessel::Tests {
 
-/// Writes @p bytes as the whole file. @return false when not all of them were written.
+/// Writes @p bytes as the whole file. @return false if not all of them were written.
 [[nodiscard]] inline bool writeFile(const QString& path, const QByteArray& bytes) {
     QFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) &&
            file.write(bytes) == bytes.size();
 }
 
-/// The whole file; empty when it cannot be opened.
+/// The whole file; empty if it cannot be opened.
 [[nodiscard]] inline QByteArray readFile(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// Writes @p bytes over what stands at @p offset of an existing file, which may grow.
+/// Overwrites an existing file at @p offset with @p bytes; the file may grow.
 [[nodiscard]] inline bool overwriteAt(const QString& path, qint64 offset, const QByteArray& bytes) {
     QFile file(path);
     return file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) &&
            file.seek(offset) && file.write(bytes) == bytes.size();
 }
 
-/// Bytes that look random and are the same in every run (SplitMix64); another @p seed gives others.
+/// Bytes that look random and are the same in every run (SplitMix64) with the same @p seed.
 [[nodiscard]] inline QByteArray noise(qsizetype size, quint64 seed = 1) {
     QByteArray bytes(size, Qt::Uninitialized);
     quint64 state = seed * 0x9e3779b97f4a7c15U;
@@ -56,8 +56,8 @@ namespace Tessel::Tests {
     return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
 }
 
-/// Puts temporary files into memory where there is room: for tests that need a thousand containers
-/// and no drive.
+/// Puts temporary files into memory if possible: for tests that need a thousand containers and no
+/// drive.
 inline void keepTemporaryFilesInMemory() {
     const QStorageInfo memory(QStringLiteral("/dev/shm"));
     constexpr qint64 Needed = 536870912;

@@ -14,11 +14,11 @@
 
 namespace Tessel::Tests {
 
-/// A process of its own that does something and then waits to be killed, without a chance to clean
-/// up. Qt's event loop does not run in it.
+/// A child process that runs a function and then waits to be killed, without a chance to clean up.
+/// Qt's event loop does not run in it.
 class KilledRun {
 public:
-    /// Returns when @p action has returned in the other process.
+    /// Returns when @p action has returned in the child process.
     explicit KilledRun(const std::function<bool()>& action) {
         int ends[2] = {-1, -1};
         if (::pipe(ends) != 0) {
@@ -43,7 +43,7 @@ public:
 
     /// Whether @p action succeeded.
     [[nodiscard]] bool isReady() const { return m_ready; }
-    /// Kills the process and waits until it is gone.
+    /// Kills the child process and waits until it has ended.
     void kill() {
         if (m_child > 0) {
             ::kill(m_child, SIGKILL);

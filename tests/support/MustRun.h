@@ -9,14 +9,14 @@
 
 namespace Tessel::Tests {
 
-/// Whether a test that this machine cannot run has failed: continuous integration sets CI, and
-/// there every test has to run. tests/support/must_run.py is the same rule for Python.
+/// Whether a test that this machine cannot run counts as failed: continuous integration sets CI,
+/// and every test must run there. tests/support/must_run.py is the same rule for Python.
 [[nodiscard]] inline bool everyTestMustRun() {
     return !qEnvironmentVariableIsEmpty("CI");
 }
 
-/// Says why nothing of a program can be tested here. @return what its main() returns: skipped, or
-/// failed where every test must run.
+/// Prints why nothing in this program can be tested here. @return the exit code for main():
+/// skipped, or failed where every test must run.
 [[nodiscard]] inline int refused(const char* reason) {
     std::fprintf(stderr, "%s: %s\n", everyTestMustRun() ? "FAIL" : "SKIP", reason);
     return everyTestMustRun() ? 1 : 77;
@@ -24,8 +24,8 @@ namespace Tessel::Tests {
 
 } // namespace Tessel::Tests
 
-/// Ends a test function, or init(), that this machine cannot run unless @p condition holds:
-/// skipped, or failed where every test must run. The reason is a literal and is printed.
+/// Ends a test function, or init(), unless @p condition holds: skipped, or failed where every test
+/// must run. The reason is a literal and is printed.
 #define SKIP_UNLESS(condition, reason)                                                             \
     do {                                                                                           \
         if (!(condition)) {                                                                        \

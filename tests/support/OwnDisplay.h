@@ -19,9 +19,9 @@ namespace Tessel::Tests {
     return qEnvironmentVariableIsSet("TESSEL_TEST_ON_OWN_DISPLAY");
 }
 
-/// Starts this program once more on a virtual X display: for what the offscreen platform does not
-/// do. To be called first in main(). Returns only when there is no such display.
-/// @param launcher a command that starts the one behind it, such as a session's.
+/// Starts this program again on a virtual X display, for what the offscreen platform cannot do.
+/// Call it first in main(). Returns only if there is no such display.
+/// @param launcher a command that runs the command in its arguments, such as a session's.
 [[nodiscard]] inline int startOnOwnDisplay(int argc, char** argv,
                                            const QList<QByteArray>& launcher = {}) {
     qputenv("TESSEL_TEST_ON_OWN_DISPLAY", "1");

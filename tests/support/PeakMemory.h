@@ -9,7 +9,7 @@
 
 namespace Tessel::Tests {
 
-/// How much this process's resident memory has grown, at its highest, since the object was made.
+/// By how much the peak of this process's resident memory has grown since the object was created.
 class PeakMemory {
 public:
     PeakMemory() {
@@ -18,10 +18,10 @@ public:
         m_before = kilobytes();
     }
 
-    /// Whether the system tells the peak; growth() means nothing where it does not.
+    /// Whether the system reports the peak; growth() has no meaning where it does not.
     [[nodiscard]] bool canMeasure() const { return m_canMeasure && m_before > 0; }
-    /// In bytes. 0 under the address sanitizer, which keeps freed memory aside to catch its use and
-    /// so grows by all that was ever freed: the plain build is the one that measures.
+    /// In bytes. 0 under the address sanitizer, which keeps freed memory to catch its use and so
+    /// grows by everything ever freed: only the plain build measures.
     [[nodiscard]] qint64 growth() const {
         return FreedMemoryStays ? 0 : (kilobytes() - m_before) * 1024;
     }

@@ -13,7 +13,7 @@
 
 namespace Tessel::Tests {
 
-/// Runs a function whenever a progress dialog moves: from within the operation that it shows.
+/// Runs a function whenever a progress dialog moves, inside the operation that it shows.
 class ProgressProbe : public QObject {
 public:
     using Moved = std::function<void(QProgressDialog* dialog, int value)>;

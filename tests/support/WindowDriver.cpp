@@ -78,7 +78,7 @@ QString WindowDriver::statusMessage() const {
 QString WindowDriver::result() const {
     constexpr int ResultTimeMs = 5000;
     const QString message = statusMessage();
-    // The status bar has a timer while its message is one that goes by itself.
+    // The status bar has a timer while its message disappears by itself.
     const auto* timer = window.statusBar()->findChild<QTimer*>();
     const int timeMs = timer != nullptr && timer->isActive() ? timer->interval() : 0;
     return message.isEmpty() || timeMs == ResultTimeMs

@@ -17,7 +17,7 @@ class QToolButton;
 
 namespace Tessel::Tests {
 
-/// The real window, shown, and the hands of the person before it.
+/// Drives the real window as a person does.
 ///
 ///     WindowDriver driver;
 ///     QVERIFY(driver.openVault(path, u"senha de teste"_qs));
@@ -32,20 +32,20 @@ public:
     DialogDriver dialogs;
     UI::MainWindow window;
 
-    /// Makes the window the active one, as a click on it does: keys go there. Dialogs that were
-    /// answered leave no window active. @return whether it has become active.
+    /// Activates the window, as a click on it does, so that it gets the keys. After a dialog was
+    /// answered no window is active. @return whether it became active.
     [[nodiscard]] bool activate();
 
-    /// The action with this text, of the menus or of the window; ends the test program when there
-    /// is none.
+    /// The action with this text, of the menus or of the window; ends the test program if there is
+    /// none.
     [[nodiscard]] QAction* action(const QString& text) const;
     [[nodiscard]] QToolButton* padlock() const;
     [[nodiscard]] QListWidget* deviceList() const;
     [[nodiscard]] QTableWidget* table() const;
     [[nodiscard]] QLabel* label(const QString& objectName) const;
     [[nodiscard]] QString statusMessage() const;
-    /// The message of the status bar, followed by its time when that is not the five seconds that
-    /// the result of a command has: "Pronto (0 ms)". Empty without a message.
+    /// The message of the status bar, followed by its time unless that is the five seconds of a
+    /// command's result: "Pronto (0 ms)". Empty without a message.
     [[nodiscard]] QString result() const;
     [[nodiscard]] bool vaultIsOpen() const;
 
@@ -55,9 +55,9 @@ public:
     [[nodiscard]] bool unlock(const QString& password);
     /// Both, one after the other.
     [[nodiscard]] bool openVault(const QString& path, const QString& password);
-    /// Opens the vault and a copy of one of its files at the root, and changes the copy; then it
-    /// takes the container away. The vault cannot be locked until bringBack(). @return whether all
-    /// of that worked.
+    /// Opens the vault and a copy of one of its files at the root, changes the copy, and then moves
+    /// the container away. The vault cannot be locked until bringBack(). @return whether all of
+    /// that worked.
     [[nodiscard]] bool openWithoutWayBack(const QString& path, const QString& password,
                                           const QString& fileName);
     [[nodiscard]] static bool bringBack(const QString& path);

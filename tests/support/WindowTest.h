@@ -12,7 +12,7 @@
 
 namespace Tessel::Tests {
 
-/// A test program whose every function gets a window and a folder of its own.
+/// A test class in which each test function gets its own window and folder.
 class WindowTest : public QObject {
     Q_OBJECT
 
@@ -24,9 +24,9 @@ protected:
     std::unique_ptr<WindowDriver> m_driver;
 
 protected Q_SLOTS:
-    // Qt Test calls these two whatever their access, and takes private ones of a base for tests.
+    // Qt Test calls these two whatever their access, and would run private ones of a base as tests.
     void init();
-    /// Closes the window, so that no opened vault leaves its temporary folder behind.
+    /// Closes the window, so that no open vault leaves its temporary folder behind.
     void cleanup();
 };
 

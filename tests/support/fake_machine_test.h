@@ -9,8 +9,8 @@
 
 namespace Tessel::Tests {
 
-/// The main() of a test that needs FakeUsb. The application object comes after the namespace, for
-/// it may start threads.
+/// The main() of a test that needs FakeUsb. The application object is created after the
+/// namespace is entered, because it may start threads.
 template <typename Application, typename Test>
 int runOnFakeMachine(int argc, char** argv) {
     if (const int code = enterFakeMachine(); code != 0) {

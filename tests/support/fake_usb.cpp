@@ -70,7 +70,7 @@ void link(const QString& target, const QString& path) {
     }
 }
 
-// Both kinds of disk end in /block/NAME; only the way there tells the bus.
+// The paths of both kinds of disk end in /block/NAME; only what is before it tells the bus.
 QString controllerPath(FakeUsb::Bus bus, const QString& disk) {
     const QString pattern = bus == FakeUsb::Bus::Usb
                                 ? u"/sys/devices/pci0000:00/0000:00:14.0/usb2/%1"_qs
@@ -78,8 +78,8 @@ QString controllerPath(FakeUsb::Bus bus, const QString& disk) {
     return pattern.arg(disk);
 }
 
-// A special file that anybody may make: it passes for a device node where only its place counts,
-// and not even root can open it.
+// A special file that every user may create. It passes for a device node where only its path
+// counts, and not even root can open it.
 void makeSocket(const QString& path) {
     if (::mknod(QFile::encodeName(path).constData(), S_IFSOCK | 0600, 0) != 0) {
         giveUp("make", path);
@@ -101,7 +101,7 @@ int enterFakeMachine() {
     if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
         return refuse("unshare");
     }
-    // Without this the kernel lets nobody but the administrator map a group.
+    // Otherwise the kernel lets only the administrator map a group.
     if (!writeExisting("/proc/self/setgroups", "deny") ||
         !writeExisting("/proc/self/uid_map", uidMap) ||
         !writeExisting("/proc/self/gid_map", gidMap)) {
@@ -187,7 +187,7 @@ void FakeUsb::mountOther(const QString& source, const QString& directory) {
 }
 
 void FakeUsb::unmount(const QString& directory) {
-    // Detached, so that no open file holds it back.
+    // Detached, so that an open file does not block it.
     if (::umount2(QFile::encodeName(directory).constData(), MNT_DETACH) != 0) {
         giveUp("unmount", directory);
     }
@@ -222,8 +222,8 @@ void FakeUsb::coverWithEmptyDirectory(const QString& directory) {
 }
 
 void FakeUsb::replaceDev() {
-    // Nobody but the administrator may make a device node, so the real ones are held open while
-    // they are covered and then bound to where they were.
+    // Only the administrator may create a device node, so the real ones are held open while they
+    // are covered and then bind-mounted where they were.
     const std::array<const char*, 6> names{"null", "zero", "full", "random", "urandom", "tty"};
     std::array<int, names.size()> nodes{};
     for (size_t i = 0; i < names.size(); ++i) {

@@ -9,19 +9,19 @@
 
 namespace Tessel::Tests {
 
-/// Makes this process root of a user and a mount namespace of its own: it may then mount what it
-/// likes, nothing of it is seen outside, and all is gone when the process ends. Call it first in
+/// Makes this process root of its own user and mount namespaces: it can then mount anything,
+/// nothing of it is visible outside, and everything is gone when the process ends. Call it first in
 /// main(), because the kernel refuses it to a process that has threads.
 ///
-/// Returns 0 when it is done. Otherwise it prints the reason and returns what main() has to
-/// return: 77 ("cannot run here"), or 1 where the environment variable CI is set, because there
-/// the tests have to run.
+/// @return 0 on success. Otherwise it prints the reason and returns the exit code for main(): 77
+///         ("cannot run here"), or 1 where the environment variable CI is set, because the tests
+///         must run there.
 [[nodiscard]] int enterFakeMachine();
 
-/// USB drives without hardware: an empty sysfs, /media and /mnt, to be filled with made-up disks,
-/// and mounts whose source is such a disk. The kernel's mount table and QStorageInfo show them as
-/// they show real ones. Needs enterFakeMachine(). What cannot be set up ends the process with the
-/// reason. The destructor takes everything away again, so that each test starts afresh.
+/// USB drives without hardware: an empty sysfs, /media and /mnt, in which a test creates fake
+/// disks, and mounts whose source is such a disk. The kernel's mount table and QStorageInfo show
+/// them like real ones. Needs enterFakeMachine(). If something cannot be set up, the process ends
+/// with the reason. The destructor removes everything, so that each test starts clean.
 class FakeUsb {
 public:
     enum class Bus { Usb, Sata };
@@ -38,26 +38,26 @@ public:
     void addBlockDeviceAt(const QString& directory);
     /// Writes a file below the device's sysfs directory, such as "removable" or "device/type".
     void setAttribute(const QString& device, const QString& attribute, const QByteArray& value);
-    /// A link in /dev/disk/by-label. The label stands as udev would write it. The first call
-    /// replaces /dev by one that holds the usual character devices only.
+    /// A link in /dev/disk/by-label. The label is written as udev writes it. The first call
+    /// replaces /dev by one with only the usual character devices.
     void addLabel(const QString& label, const QString& device);
     /// A link in /dev/disk/by-label to any path.
     void addLabelLink(const QString& label, const QString& target);
 
-    /// Makes a directory and those above it. /run is replaced by an empty one when it is asked for.
+    /// Creates a directory and those above it. A path in /run first replaces /run by an empty one.
     void makeDirectory(const QString& directory);
-    /// Mounts /dev/DEVICE, with as many bytes as given, at a directory, which is made.
+    /// Mounts /dev/DEVICE, of the given size, at a directory, which is created.
     void mountVolume(const QString& device, const QString& directory, qint64 bytes = 8 << 20);
-    /// The same as a file system that tells no size: the storage API does not list it, so that
-    /// only the mount table shows it.
+    /// The same with a file system that reports no size: QStorageInfo does not list it, only the
+    /// mount table does.
     void mountSizeless(const QString& device, const QString& directory);
-    /// Mounts anything else, for example something that hides what lies beneath it.
+    /// Mounts anything else, for example something that hides the mount below it.
     void mountOther(const QString& source, const QString& directory);
     void unmount(const QString& directory);
 
-    /// Puts a made-up text in the place of this process's mount table.
+    /// Replaces this process's mount table by @p table.
     void replaceMountTable(const QByteArray& table);
-    /// Makes the mount table impossible to open.
+    /// Makes opening the mount table fail.
     void breakMountTable();
 
 private:

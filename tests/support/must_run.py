@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""What a test does that this machine cannot run; MustRun.h is the same rule for C++."""
+"""The rule for a test that this machine cannot run; MustRun.h is the same rule for C++."""
 
 import os
 import sys
@@ -11,8 +11,8 @@ FAILED = 1
 
 
 def refused(reason):
-    """Says why nothing can be tested here and gives the program's exit status: skipped, or failed
-    where continuous integration (the environment variable CI) has every test run."""
+    """Prints why nothing can be tested here and returns the exit status: skipped, or failed where
+    continuous integration (the environment variable CI) must run every test."""
     must_run = bool(os.environ.get("CI"))
     print(f"{'FAIL' if must_run else 'SKIP'}: {reason}", file=sys.stderr, flush=True)
     return FAILED if must_run else SKIPPED

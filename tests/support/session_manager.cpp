@@ -3,11 +3,11 @@
 
 // session_manager LOG COMMAND [ARGUMENT...]
 //
-// A desktop session of one command, whose exit code is this program's. On SIGUSR1 it asks all that
-// take part in the session whether it may end, and writes what they answer to LOG, one line each
-// with the number of the program in the order in which they came:
+// A desktop session of one command, whose exit code is this program's. On SIGUSR1 it asks all
+// clients of the session whether it may end, and writes their answers to LOG, one line each, with
+// the number of the client in the order in which they joined:
 //   1 takes part, 1 has ended, 1 agrees, 1 cannot, 1 cancels
-// It tells nobody to end: a program that does so ended by itself.
+// It tells no client to end: one that ends does so by itself.
 
 #include <array>
 #include <cerrno>
@@ -147,7 +147,7 @@ Bool acceptAnybody(char* /*host*/) {
     return True;
 }
 
-/// Connections that have not said yet what they want, and those of the clients.
+/// Connections that have not yet joined the session, and those of the clients.
 std::vector<IceConn> connections;
 
 void watchConnection(IceConn connection, IcePointer /*data*/, Bool opening, IcePointer* /*watch*/) {
@@ -159,7 +159,7 @@ void watchConnection(IceConn connection, IcePointer /*data*/, Bool opening, IceP
 }
 
 void connectionBroke(IceConn connection) {
-    // A program that crashed says no good-bye.
+    // A program that crashed does not say that it leaves.
     std::erase(connections, connection);
     std::erase_if(clients, [=](const Client& client) { return client.ice == connection; });
 }
@@ -202,7 +202,7 @@ void acceptFrom(IceListenObj listener) {
     }
 }
 
-/// Whatever came from programs that take part, or want to.
+/// Handles the messages of clients and of programs that want to become one.
 void answer(const std::vector<IceListenObj>& listeners, const sigset_t* whileWaiting) {
     const std::vector<IceConn> open = connections;
     std::vector<pollfd> descriptors;
@@ -234,7 +234,7 @@ int main(int argc, char** argv) {
     if (argc < 3 || (log = std::fopen(argv[1], "w")) == nullptr) {
         fail("usage: session_manager LOG COMMAND [ARGUMENT...]");
     }
-    // Signals come in only while it waits.
+    // Signals are delivered only while it waits.
     sigset_t blocked;
     sigset_t before;
     sigemptyset(&blocked);

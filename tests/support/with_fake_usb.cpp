@@ -1,13 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Runs a command on a machine with made-up USB drives, for tests that drive the program from
-// outside:
+// Runs a command on a machine with fake USB drives, for tests that drive the program from outside:
 //
 //   with_fake_usb --mounted sdz1=/media/ana/PEN:64 --label sdz1=PEN --unmounted sdy1 -- COMMAND...
 //
 // The size is in MiB and may be left out (8). An unmounted drive has no label unless it is given as
-// sdy1=LABEL. Exits like the command, or with 77 where the machine does not allow it.
+// sdy1=LABEL. Exits like the command, or with 77 if the machine does not allow it.
 
 #include "support/fake_usb.h"
 
@@ -58,7 +57,7 @@ void addUnmounted(FakeUsb* machine, const QString& drive) {
     }
 }
 
-// Returns only when the command cannot be started.
+// Returns only if the command cannot be started.
 int become(const QStringList& command) {
     QList<QByteArray> words;
     for (const QString& word : command) {
@@ -93,7 +92,7 @@ int main(int argc, char** argv) {
     if (parser.positionalArguments().isEmpty()) {
         parser.showHelp(exitNotStarted);
     }
-    // The command takes this process over, and the machine with it.
+    // The command replaces this process and keeps its namespaces.
     FakeUsb machine;
     for (const QString& drive : parser.values(u"mounted"_qs)) {
         addMounted(&machine, drive);
