@@ -1,17 +1,17 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""Cuts the power: makes the states that a drive may be in and opens the vault in each of them.
+"""Simulates power cuts: creates the states that a drive may be in, and opens the vault in each.
 
-Every operation runs once with record_calls preloaded, which writes down what reaches the kernel.
-From the record follows what a power cut after any event may leave: of the writes and truncations of
-a file that no sync of it has followed, each may be there, or not, or in some of its 512-byte
-sectors only; of the changes of a folder that no sync of it has followed, any number, in their
-order. A name that leads to a renamed file which has not been synced since may lead to an empty one
-or to what it led to before, as on FAT. Of these states a fixed sample is made and opened; --long takes a larger one.
+Every operation runs once with record_calls preloaded, which logs its system calls. From the log
+follow the states that a power cut after any event may leave. Each write and truncation of a file
+that was not synced since is there, is not, or is there in some of its 512-byte sectors. Of the
+changes of a folder that was not synced since, any number is there, in their order. The new name of
+a renamed file that was not synced since may lead to an empty file or to its former target, as on
+FAT. A fixed sample of these states is created and opened; --long takes a larger one.
 
-Before the operation has reported success, the vault must hold what it held before or after; once it
-has, what it holds after.
+Until the operation has reported success, the vault must have its contents from before or after the
+operation; from then on, those from after it.
 """
 
 import argparse
@@ -58,14 +58,14 @@ def read_log(path):
 
 @dataclass
 class Image:
-    """What is on the drive for certain, and what may or may not be."""
+    """What is certainly on the drive, and what may be."""
     names: dict = field(default_factory=dict)
     contents: dict = field(default_factory=dict)
     pending_writes: dict = field(default_factory=dict)
     pending_names: dict = field(default_factory=dict)
     folders: frozenset = frozenset()
-    # Of each file that has not been synced since it was renamed: its new name, and what the name
-    # led to before.
+    # For each file that was not synced since it was renamed: its new name, and the former target
+    # of that name.
     renamed: dict = field(default_factory=dict)
 
     def copy(self):
@@ -110,7 +110,7 @@ class Image:
 
 
 def change(content, event, sectors=None):
-    """Applies a write or truncation; of a write only the given sectors, where given."""
+    """Applies a write or truncation; of a write only the given sectors, if any are given."""
     if event.kind == TRUNCATE:
         del content[event.offset:]
         content.extend(bytes(event.offset - len(content)))
@@ -156,8 +156,8 @@ def some_sectors(event, chance):
 
 
 def choices_at(image, chance, extra):
-    """Ways in which what is pending may have come out: one fate for each pending event, the number
-    of changes of each folder, and whether renamed files have their size yet."""
+    """The possible outcomes of the pending events: one fate for each of them, the number of changes
+    of each folder, and whether renamed files have their size."""
     writes = [event for events in image.pending_writes.values() for event in events]
     folders = list(image.pending_names)
     full = {folder: len(image.pending_names[folder]) for folder in folders}
@@ -210,11 +210,11 @@ def fingerprint(files):
 
 
 class Recording:
-    """One undisturbed run of an operation, and all states a power cut may make of it."""
+    """One undisturbed run of an operation, and all states that a power cut may leave."""
 
     def __init__(self, world, thorough):
         self.world = world
-        # Opening a vault whose key is derived anew takes long.
+        # Opening a vault with the real key derivation is slow.
         self.extra = (20 if world.operation.slow else 200) if thorough else 8
         world.reset()
         self.start = Image()
@@ -232,7 +232,7 @@ class Recording:
         log.unlink()
 
     def states(self):
-        """Pairs of the files and whether the operation had reported success; no state twice."""
+        """Pairs of files and whether the operation had reported success, each state once."""
         chance = random.Random(self.world.operation.name)
         image = self.start.copy()
         seen = set()
@@ -243,7 +243,7 @@ class Recording:
             done = done or (event.kind == MARK and event.path == "/tessel-end")
             if not begun or event.kind in (SYNC, SYNC_FOLDER):
                 continue
-            # A file that no name leads to yet is gone with the power, whatever it holds.
+            # A file that no name leads to yet is lost in a power cut, whatever it contains.
             if event.kind == WRITE and not image.names_lead_to(event.inode):
                 continue
             for fates, lengths, sized in choices_at(image, chance, self.extra):
@@ -273,7 +273,7 @@ class Replay:
         return self.local.checker
 
     def problem_with(self, recorded, files, done, expected):
-        """Puts the state on a drive of its own and looks; None when the vault is whole."""
+        """Creates the state on a drive of its own and checks it; None if the vault is whole."""
         checker = self.checker()
         world = vw.World(self.folder / f"state-{self.local.number}", recorded.operation, self.base)
         world.reset()

@@ -1,12 +1,13 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""Kills the program at a system call, or makes the call fail, and looks at the vault.
+"""Kills the program at a system call, or makes the call fail, and checks the vault.
 
 Every operation runs once under strace, undisturbed, to learn its calls. It then runs once for each
-of them and each way to disturb it: killed there, failing there, failing from there on (with every
-other call that changes something). A sync also fails twice: an error of the file and one of its
-place on the drive are told one after the other by a drive that is well again. Without --long only a sample of the calls is tried.
+call and each fault: killed there, failing there, failing from there on (together with every other
+call that changes something). A sync also fails twice: a drive that works again may still report one
+error for the file's data and one for its metadata. Without --long only a sample of the calls is
+tried.
 """
 
 import argparse
@@ -25,7 +26,7 @@ import vault_world as vw
 CHANGING = ("openat", "write", "pwrite64", "fsync", "fdatasync", "sync_file_range", "ftruncate",
             "rename", "renameat2", "linkat", "unlink", "rmdir", "mkdir")
 READING = ("read", "pread64", "lseek", "statx", "close")
-# Calls whose failure on the container must not pass for success, whatever the reason given.
+# Calls whose failure on the container must fail the operation, whatever the error.
 MUST_FAIL = ("write", "fdatasync", "sync_file_range")
 LINE = re.compile(r"^\d+\s+(\w+)\((.*)$")
 
@@ -34,11 +35,11 @@ LINE = re.compile(r"^\d+\s+(\w+)\((.*)$")
 class Call:
     name: str
     number: int
-    # How often each changing call had been made before this one.
+    # How often each changing call was made before this one.
     before: tuple
     text: str
-    # Whether the change may succeed although this call fails: nothing of it has been written yet,
-    # or it is on the drive and only its redo record is being removed.
+    # Whether the change may succeed although this call fails: because nothing of the change has
+    # been written yet, or because it is on the drive and only its redo record is being removed.
     spared: bool = False
 
 
@@ -69,7 +70,7 @@ def strace(options, world, again):
 
 
 def learn_calls(world):
-    """The calls between the driver's two marks that touch our folders."""
+    """The calls on our folders between the driver's two marks."""
     world.reset()
     log = Path(f"{world.root}.strace")
     names = ",".join(CHANGING + READING)
@@ -92,8 +93,8 @@ def learn_calls(world):
 
 
 def mark_spared(world, calls):
-    """A change that does not follow another begins with a sync, for errors of an earlier time. On a
-    full drive it ends with zeros over its redo record."""
+    """A change that does not follow another one begins with a sync, for earlier errors. On a full
+    drive it ends by writing zeros over its redo record."""
     own = [call for call in calls if str(world.container) in call.text]
     spared = []
     if not world.operation.command.startswith("later-"):
@@ -108,7 +109,7 @@ def faults_of(operation, calls, thorough):
     faults = []
     for call in calls:
         if call.name in READING:
-            # Killed here, it leaves what it leaves at the next changing call.
+            # A kill here leaves the same as a kill at the next changing call.
             if (thorough and not operation.slow) or operation.command in ("unlock", "export"):
                 kinds = ("KILL", "EIO") if call.name in ("read", "lseek") else ("KILL",)
                 faults += [Fault(call, kind) for kind in kinds]
@@ -121,7 +122,7 @@ def faults_of(operation, calls, thorough):
         faults += [Fault(call, kind) for kind in kinds]
     if thorough:
         return faults
-    # A fixed sample. Each step is prime, so that it meets all kinds of fault.
+    # A fixed sample. Each step is a prime, so that the sample has all kinds of faults.
     step = 29 if operation.slow else 7
     sample = faults[len(operation.name) % step::step]
     told_twice = [] if operation.slow else [fault for fault in faults if fault.kind == "EIO twice"]
@@ -129,13 +130,13 @@ def faults_of(operation, calls, thorough):
 
 
 def has_succeeded(world, said):
-    # Locking also reports that the copies could not be removed; the vault has its file by then.
+    # Locking also fails if the copies could not be removed; the vault has the file by then.
     locked = world.operation.command == "lock-edited" and said.get("state") == "locked"
     return locked or said.get("result") == "true"
 
 
 def problem_with(world, fault, expected, run, checker):
-    """What is wrong after a fault, in words; None when the vault is whole."""
+    """What is wrong after a fault; None if the vault is whole."""
     said = vw.parse_said(run.stdout)
     ended = run.returncode in (0, 3) and bool(said)
     if fault.kind == "KILL" and ended:
@@ -150,7 +151,7 @@ def problem_with(world, fault, expected, run, checker):
         return "a file cannot be read"
     allowed = [expected.after] if succeeded else [expected.before, expected.after]
     if said.get("again") == "true":
-        # The folder made afterwards: what the program knew and what the drive holds are one.
+        # The folder created afterwards shows that the program and the drive had the same index.
         allowed = [expected.before.with_folder("depois")]
     elif fault.kind in ("EIO", "ENOSPC") and ended and not succeeded:
         allowed = [expected.before] + ([expected.after] if world.operation.slow else [])

@@ -1,12 +1,12 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""Fails late: a drive that takes every write and cannot keep it.
+"""Errors that are reported late: a drive that accepts every write and loses it.
 
-The drive is ext4 on a loop device whose file lies on a small file system without room. Writes end
-up in the kernel's cache and succeed; that they are lost is told by whoever asks for a sync, if
-anybody does. An operation that has to add something to the drive must fail, and once the drive
-works again the vault must hold what it held. Needs root and a loop device.
+The drive is ext4 on a loop device whose file is on a small, full file system. Writes succeed in the
+page cache; only a sync reports that they are lost. An operation that adds something to the drive
+must fail, and when the drive works again the vault must have its former contents. Needs root and a
+loop device.
 """
 
 import contextlib
@@ -19,15 +19,15 @@ from pathlib import Path
 import power_cut
 import vault_world as vw
 
-# With room for a vault, not for all of the drive.
+# Enough for a vault, not for the whole drive.
 SMALL_BYTES = 96 << 20
-# What these do is lost when nothing new gets onto the drive.
+# The result of these is lost if nothing new gets onto the drive.
 OPERATIONS = ("import", "import, replacing", "export", "new folder", "compact",
               "lock, taking an edited copy back")
 
 
 class LyingDrive(power_cut.Drive):
-    """A drive that can be robbed of what it would put new bytes into."""
+    """A drive whose free space can be taken away."""
 
     def __init__(self, folder):
         self.small = Path(folder, "small")
@@ -40,7 +40,7 @@ class LyingDrive(power_cut.Drive):
             raise
 
     def rob(self):
-        # What the file system has written must be where it belongs before nothing more fits.
+        # Everything written so far must be on the drive before its space is gone.
         power_cut.run("sync", "--file-system", self.place)
         with open(self.small / "filler", "wb") as filler:
             room = os.statvfs(self.small)

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A library to be preloaded. Every file system says that it is full, and takes what is written to
-// it: an operation that asks before it writes does without.
+// A library to preload. Every file system reports that it is full, but still accepts writes: an
+// operation that checks the free space first behaves as on a full drive.
 
 #include <dlfcn.h>
 #include <sys/statvfs.h>

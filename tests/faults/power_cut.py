@@ -1,11 +1,11 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""Cuts the power for real: ext4 on a loop device, shut down without writing anything more.
+"""Real power cuts: ext4 on a loop device, shut down without writing anything more.
 
-An operation runs on a vault on that file system. Either the file system is shut down after so many
-milliseconds, whatever the operation is doing, or as soon as the operation has reported success. It
-is then mounted again, which replays its journal, and the vault must hold what it held before or
+An operation runs on a vault on that file system. The file system is shut down either after a number
+of milliseconds, whatever the operation is doing, or as soon as the operation has reported success.
+It is then mounted again, which replays its journal. The vault must have its contents from before or
 after the operation; what was reported done must be there. Needs root and a loop device.
 """
 
@@ -24,7 +24,7 @@ from pathlib import Path
 
 import vault_world as vw
 
-# _IOR('X', 125, __u32), and the flag that not even the journal is written any more.
+# _IOR('X', 125, __u32), and the flag that the journal is not written either.
 SHUTDOWN = 0x8004587D
 WITHOUT_LOG = struct.pack("I", 2)
 IMAGE_BYTES = 192 << 20
@@ -52,7 +52,7 @@ class Drive:
         with open(self.image, "wb") as image:
             image.truncate(IMAGE_BYTES)
         run("mkfs.ext4", "-q", self.image)
-        # One device throughout: a second one on the same file would have a cache of its own.
+        # The same device throughout: a second one on the same file would have its own cache.
         self.device = run("losetup", "--find", "--show", self.image).strip()
         self.mounted = False
 
@@ -80,11 +80,11 @@ class Drive:
 
 
 def cut_after(drive, process, delay):
-    """Cuts the power after the delay, or once the process has ended where there is none."""
+    """Cuts the power after the delay or, without one, when the process has ended."""
     if delay is None:
         process.wait()
     else:
-        # The moment of the cut is what is tried; there is nothing to wait for.
+        # The moment of the cut is what the test varies; there is no event to wait for.
         time.sleep(delay)
     drive.cut()
     said, _ = process.communicate()
@@ -94,7 +94,7 @@ def cut_after(drive, process, delay):
 def problem_with(drive, world, expected, checker, delay):
     drive.mount()
     world.reset()
-    # What the operation starts from is on the drive.
+    # The state before the operation is on the drive.
     for path in world.container.parent.iterdir():
         descriptor = os.open(path, os.O_RDWR)
         os.fsync(descriptor)
@@ -149,8 +149,8 @@ def try_operation(drive, operation, base, checker, times):
 
 
 def enter_own_mounts():
-    """Starts this program again where no other process can see its mounts: one that did would keep
-    the file system alive when it is unmounted here."""
+    """Starts this program again with private mounts: a process that saw them would keep the file
+    system mounted when it is unmounted here."""
     if "TESSEL_OWN_MOUNTS" not in os.environ:
         os.environ["TESSEL_OWN_MOUNTS"] = "1"
         os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable,

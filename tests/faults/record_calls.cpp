@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A library to be preloaded. It writes down, in order, everything the process does to the files
-// below TESSEL_RECORD_ROOT, so that crash_states.py can work out what a power cut could leave.
+// A library to preload. It logs, in order, everything that the process does to the files below
+// TESSEL_RECORD_ROOT, so that crash_states.py can work out what a power cut may leave.
 //
-// The log at TESSEL_RECORD_LOG is a row of events: a head as below, then a path, then bytes. Every
-// event is written after its call has succeeded, with plain system calls, because this library
-// stands in front of the functions that would do it.
+// The log at TESSEL_RECORD_LOG is a sequence of events: a head as below, then a path, then bytes.
+// Every event is written after its call has succeeded, with direct system calls, because this
+// library replaces the functions that would do it.
 
 #include <array>
 #include <cerrno>
@@ -92,7 +92,7 @@ std::string pathOf(int descriptor) {
     return size > 0 ? std::string(path.data(), static_cast<std::size_t>(size)) : std::string();
 }
 
-// The file behind a descriptor; its path is empty when it is not to be watched.
+// The file of a descriptor; its path is empty if the file is not recorded.
 struct Watched {
     explicit Watched(int descriptor) : path(pathOf(descriptor)) {
         struct stat info {};
@@ -264,7 +264,7 @@ int mkdir(const char* path, mode_t mode) noexcept {
 }
 
 int rmdir(const char* path) noexcept {
-    // The driver marks where an operation begins and ends with folders that do not exist.
+    // The driver marks the begin and end of an operation with folders that do not exist.
     if (std::strncmp(path, "/tessel-", 8) == 0) {
         record(Event::Mark, path);
     }

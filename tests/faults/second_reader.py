@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""Reads a container without the engine: what a fault leaves must not be readable to the engine
-alone, nor look different to somebody who has only docs/container-format.md."""
+"""Reads a container without the engine: after a fault, a reader written from
+docs/container-format.md must find the same contents as the engine."""
 
 import sys
 from pathlib import Path
@@ -13,8 +13,8 @@ import tessel_format as fmt
 
 
 def contents(path, passwords):
-    """What vault_checker says of the container, with the first password that fits; empty when none
-    does. Nothing is written to it."""
+    """What vault_checker reports of the container, with the first password that opens it; empty if
+    none does. Writes nothing to it."""
     for number, password in enumerate(passwords):
         try:
             container = fmt.Container(path, password.encode())
@@ -26,7 +26,7 @@ def contents(path, passwords):
 
 
 def _digest(container, entry):
-    """Of the bytes that come out; None when not all come out, or other ones."""
+    """The digest of the file's bytes; None if they are incomplete or wrong."""
     try:
         digest, size = container.digest_and_size(entry)
     except fmt.FormatError:

@@ -46,7 +46,7 @@ struct Drive {
     [[nodiscard]] bool uncover() const {
         return ::umount2(QFile::encodeName(disk.path()).constData(), 0) == 0;
     }
-    /// Takes the drive away as an unplugged one goes: at once, whoever has files open on it.
+    /// Removes the drive as unplugging does: at once, even if files on it are open.
     [[nodiscard]] bool pull() const {
         return ::umount2(QFile::encodeName(disk.path()).constData(), MNT_DETACH) == 0;
     }
@@ -173,7 +173,7 @@ void TestVanishingDrive::pulledDriveRefusesEverything() {
     QVERIFY(!operation(drive.fixture));
     QCOMPARE(drive.fixture.vault.fileIndex().toJson(), index);
     QVERIFY(!QFileInfo::exists(drive.container));
-    // Nothing has changed that would have to be taken back, so the vault can be locked.
+    // No copy has changed and would have to be imported, so the vault can be locked.
     QVERIFY(drive.fixture.vault.lockVault());
 }
 
@@ -181,8 +181,8 @@ void TestVanishingDrive::driveThatTurnsReadOnlyDuringAnImportKeepsItsFiles() {
     Drive drive;
     const QByteArray before = drive.fixture.vault.fileIndex().toJson();
     const QString source = drive.fixture.write(QStringLiteral("c"), noise(100000, 2));
-    // An open file that may be written holds off a remount, as a failing drive would not be: what
-    // turns read-only here is all that is opened from then on.
+    // A file open for writing prevents a remount, which a failing drive does not wait for: here
+    // only files opened from now on are read-only.
     const QByteArray mountPoint = QFile::encodeName(drive.disk.path());
     bool turned = false;
     const auto turn = [&](qint64, qint64, const QString&) {

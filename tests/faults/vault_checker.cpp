@@ -1,13 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Says what a container holds, as often as it is asked. Each line of its input is a request, in
-// fields parted by tabs; each gets one line of JSON.
+// Reports the contents of containers. Each line of its input is a request, with fields separated
+// by tabs; each gets one line of JSON.
 //
 //     make   PATH                   writes the vault that the sweeps start from
-//     look   PATH PASSWORD...       opens it with the first password that fits: every folder, and
-//                                   every file with the SHA-256 of what the vault gives back, null
-//                                   when it gives nothing back
+//     look   PATH PASSWORD...       opens it with the first password that works: every folder, and
+//                                   every file with the SHA-256 of its exported bytes, or null if
+//                                   it cannot be exported
 //     change PATH PASSWORD...       creates the folder "tambem" there, and looks again
 
 #include "core/VaultManager.h"
@@ -29,7 +29,7 @@ using namespace Tessel::Tests;
 
 namespace {
 
-/// Swallows what is written to it and keeps its digest.
+/// Discards what is written to it and keeps its digest.
 class DigestDevice : public QIODevice {
 public:
     [[nodiscard]] QString hex() const { return QString::fromLatin1(m_hash.result().toHex()); }
@@ -45,7 +45,7 @@ private:
     QCryptographicHash m_hash{QCryptographicHash::Sha256};
 };
 
-// Enough folders that the header spans several sectors.
+// So many folders that the header spans several sectors.
 bool make(const QString& path) {
     constexpr int Folders = 16;
     CraftedContainer vault(11);

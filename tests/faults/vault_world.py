@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""The operations that the sweeps disturb, the places they work in, and what must hold after."""
+"""The operations that the sweeps disturb, the folders they work in, and what must be true after."""
 
 import glob
 import hashlib
@@ -29,20 +29,20 @@ class Operation:
     name: str
     command: str
     arguments: tuple = ()
-    # Argon2id, which takes most of a second each time.
+    # With Argon2id, which takes most of a second each time.
     slow: bool = False
     passwords: tuple = (PASSWORD,)
-    # How many bytes the container may grow by, as on a full drive.
+    # By how many bytes the container can grow, as on a full drive.
     room: int = None
-    # Whether the drive has no room for a second container: for a time the only one is then in the
+    # Whether the drive has no space for a second container: for a time the only one is then in the
     # temporary folder.
     fits_once: bool = False
-    # What a compaction that was cut has left of the new container beside the old one: "nothing",
-    # "part" of it, or "all" of it. None where there was no compaction.
+    # How much of the new container an interrupted compaction has left beside the old one:
+    # "nothing", "part" or "all". None without a compaction.
     cut: str = None
 
 
-# One block and its tag: no redo record fits behind it.
+# One block and its tag: no redo record fits after it.
 ROOM_FOR_THE_IMPORT = len(NEW_CONTENTS) + 16
 
 OPERATIONS = (
@@ -55,7 +55,7 @@ OPERATIONS = (
     Operation("rename file", "rename", ("b.txt", "d.txt")),
     Operation("move file", "move", ("b.txt", "docs")),
     Operation("delete file", "delete", ("docs/a.bin",)),
-    # A session looks through the header region at its first change only.
+    # A session reads through the header region at its first change only.
     Operation("import, later in a session", "later-import",
               ("@files/novo.bin", "pasta nova/novo.bin")),
     Operation("delete file, later in a session", "later-delete", ("docs/a.bin",)),
@@ -94,13 +94,13 @@ def set_aside(container):
 
 
 class Disagreement(ValueError):
-    """The engine and the second reader do not find the same in a container."""
+    """The engine and the second reader find different contents in a container."""
 
 
 class Checker:
-    """vault_checker, kept running, and a second reader that shares nothing with the engine.
+    """vault_checker, kept running, and a second reader that shares no code with the engine.
 
-    The second reader looks at everything, but without `thorough` not where that takes long."""
+    Without `thorough` the second reader skips the vaults that are slow to open."""
 
     def __init__(self, thorough):
         self.thorough = thorough
@@ -115,22 +115,22 @@ class Checker:
         return json.loads(self.process.stdout.readline())
 
     def look(self, path, operation):
-        """The state of the vault there. The engine comes second: it may repair the header."""
+        """The state of the vault there. The engine reads second: it may repair the header."""
         read = self.second_look(path, operation)
         found = State.of(self.ask("look", path, *operation.passwords))
         self.compare(path, found, read)
         return found
 
     def change(self, path, operation):
-        """The state of the vault after one more folder, "tambem"; None when it takes no change."""
+        """The state of the vault with one more folder, "tambem"; None if the change fails."""
         changed = self.ask("change", path, *operation.passwords)
         found = State.of(changed)
         self.compare(path, found, self.second_look(path, operation))
         return found if changed.get("changed") else None
 
     def second_look(self, path, operation):
-        """What the second reader finds; nothing at all, not even None, where it does not look. It
-        finds what a compaction has set aside as the guide tells a user to: by renaming it."""
+        """What the second reader finds; nothing at all, not even None, if it skips the vault. If the
+        container does not open, it reads the one that a compaction has set aside."""
         if operation.slow and not self.thorough:
             return ()
         found = second_reader.contents(path, operation.passwords)
@@ -149,7 +149,7 @@ class Checker:
 
 @dataclass(frozen=True)
 class State:
-    """What a container holds, as far as it must be the same before or after an operation."""
+    """The contents of a container that must be the same before or after an operation."""
     files: tuple
     folders: tuple
     password: str
@@ -217,12 +217,12 @@ class World:
         if self.operation.fits_once:
             libraries = [more["LD_PRELOAD"]] if "LD_PRELOAD" in more else []
             more["LD_PRELOAD"] = ":".join([*libraries, tool("libno_room.so")])
-        # A sanitizer's runtime refuses to come after a preloaded library, though it works there.
+        # A sanitizer's runtime refuses to be loaded after a preloaded library, although it works.
         return {**os.environ, "TMPDIR": str(self.root / "tmp"), "LC_ALL": "C.UTF-8",
                 "ASAN_OPTIONS": "detect_leaks=0:verify_asan_link_order=0", **more}
 
     def preserved(self):
-        """The rebuilt container of a compaction that was disturbed after the deletion."""
+        """The rebuilt container of a compaction that was disturbed after it deleted the old one."""
         found = glob.glob(str(self.root / "tmp" / "Tessel-compact-*" / "tessel.tvlt"))
         return Path(found[0]) if found else None
 
@@ -231,8 +231,8 @@ class World:
         return hashlib.sha256(path.read_bytes()).hexdigest() if path.exists() else None
 
     def state(self, checker, reported=""):
-        """The vault's state. That of a preserved container counts only where the drive has no room
-        for two, or where the operation reported its path."""
+        """The vault's state. That of a preserved container counts only if the drive has no space for
+        two, or if the operation reported its path."""
         self.vault = self.container
         found = checker.look(self.vault, self.operation)
         whole = found is not None and found.is_whole()
@@ -244,7 +244,7 @@ class World:
 
 @dataclass
 class Expected:
-    """The states before and after an operation that nothing disturbs."""
+    """The states before and after an undisturbed operation."""
     before: State
     after: State
 
@@ -291,6 +291,6 @@ def compact_copy(base):
 
 
 def fast_folder():
-    """A folder in memory where there is one: the sweeps write gigabytes."""
+    """A folder in memory if possible: the sweeps write gigabytes."""
     place = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     return tempfile.TemporaryDirectory(prefix="tessel-faults-", dir=place)
