@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-# What the product links, and nothing else. Each missing one names its Debian package.
+# Everything that the product links. The message for a missing library names its Debian package.
 function(tessel_missing what package)
     message(FATAL_ERROR
         "${what} was not found. On Debian: apt-get install ${package} "
@@ -28,7 +28,7 @@ if(NOT sodium_FOUND)
     tessel_missing("libsodium 1.0.18 or newer" libsodium-dev)
 endif()
 
-# libcrypto digests the files; nothing else of OpenSSL is used.
+# libcrypto computes the file digests; nothing else of OpenSSL is used.
 find_package(OpenSSL 3.0 QUIET COMPONENTS Crypto)
 if(NOT OPENSSL_FOUND)
     tessel_missing("OpenSSL 3 libcrypto" libssl-dev)

@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-# The one place for compiler and linker flags: every target of ours links tessel_flags.
+# All compiler and linker flags: each of our targets links tessel_flags.
 add_library(tessel_flags INTERFACE)
 target_include_directories(tessel_flags INTERFACE ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(tessel_flags INTERFACE
@@ -13,7 +13,7 @@ target_compile_options(tessel_flags INTERFACE
     $<$<AND:$<BOOL:${TESSEL_OPTIMISE_DEBUG}>,$<CONFIG:Debug>>:-O1>)
 
 if(TESSEL_BUILD_FUZZERS)
-    # Lets libFuzzer see which branches an input has reached.
+    # Lets libFuzzer see which branches an input reaches.
     target_compile_options(tessel_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(TESSEL_SANITIZE)
@@ -21,7 +21,7 @@ if(TESSEL_SANITIZE)
         -fsanitize=${TESSEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(tessel_flags INTERFACE -fsanitize=${TESSEL_SANITIZE})
 else()
-    # Hardening costs a vault nothing measurable, and a vault is worth attacking.
+    # Hardening has no measurable cost here.
     target_compile_options(tessel_flags INTERFACE
         -fstack-protector-strong -fstack-clash-protection
         $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 # shellcheck shell=bash disable=SC2034
 
-# What the scripts install. Sourced, not run: the lists are for those who do.
+# The packages that the scripts install. The scripts source this file.
 
 # Building and starting the program.
 build_packages=(
@@ -10,7 +10,7 @@ build_packages=(
     qt6-base-dev qt6-translations-l10n libgl1-mesa-dev libsodium-dev libssl-dev
 )
 
-# Making the Debian package.
+# Building the Debian package.
 package_packages=(
     "${build_packages[@]}"
     dpkg-dev file
@@ -36,7 +36,7 @@ fuzz_packages=(
     ccache clang libclang-rt-dev
 )
 
-# Measuring beside other programs, see benchmarks/compare.
+# Measuring and comparing with other programs, see benchmarks/compare.
 benchmark_packages=(
     "${build_packages[@]}"
     ccache libbenchmark-dev python3
@@ -51,8 +51,8 @@ missing_packages() {
     done
 }
 
-# install_packages PACKAGE... installs those that are missing, and stops with their names where it
-# cannot. With TESSEL_SKIP_PACKAGES set it trusts that all are there.
+# install_packages PACKAGE... installs those that are missing; without apt it prints their names and
+# fails. With TESSEL_SKIP_PACKAGES set it assumes that all are installed.
 install_packages() {
     [ -n "${TESSEL_SKIP_PACKAGES:-}" ] && return 0
     if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
@@ -72,14 +72,14 @@ install_packages() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# configure PRESET [ARGUMENT...] makes or refreshes build/PRESET.
+# configure PRESET [ARGUMENT...] configures build/PRESET.
 configure() {
     local preset=$1
     shift
     local launcher=()
     if command -v ccache >/dev/null; then
         launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-        # Two clones of the same sources share what was compiled.
+        # Clones of the same sources share the compiled objects.
         export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
     fi
     cmake --preset "$preset" "${launcher[@]}" "$@" >"build/configure-$preset.log" 2>&1 ||

@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace Tessel::Fuzz {
 
-/// Ends the program where a promise of the product does not hold; the fuzzer keeps the input.
+/// Aborts if a promise of the product is broken; the fuzzer then keeps the input.
 inline void expect(bool holds, const char* promise) {
     if (!holds) {
         std::fprintf(stderr, "This does not hold: %s\n", promise);
@@ -25,7 +25,7 @@ inline void expect(bool holds, const char* promise) {
     }
 }
 
-/// The hostile bytes, taken from the front. Beyond their end everything is zero or empty.
+/// The hostile bytes, taken from the front. After their end every value is zero or empty.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size)
@@ -47,8 +47,8 @@ private:
     qsizetype m_position = 0;
 };
 
-/// A file that exists in memory only, reachable by a path. What is not written is zero and takes
-/// no memory, so a header region of 8 MiB costs nothing.
+/// A file in memory, reachable by a path. Unwritten parts are zero and take no memory, so a header
+/// region of 8 MiB costs nothing.
 class MemoryFile {
 public:
     MemoryFile() : m_descriptor(::memfd_create("tessel-fuzz", MFD_CLOEXEC)) {
@@ -60,7 +60,7 @@ public:
     [[nodiscard]] QString path() const {
         return QStringLiteral("/proc/self/fd/%1").arg(m_descriptor);
     }
-    /// Makes the file @p size bytes of zeros.
+    /// Makes the file @p size zero bytes long.
     void reset(qint64 size) const {
         expect(::ftruncate(m_descriptor, 0) == 0 && ::ftruncate(m_descriptor, size) == 0,
                "the file in memory takes its size");

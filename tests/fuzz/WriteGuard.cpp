@@ -46,7 +46,7 @@ void checkWrittenAt(int folder, const char* path) {
     char name[PATH_MAX] = {};
     const QByteArray link = "/proc/self/fd/" + QByteArray::number(folder);
     const ssize_t size = ::readlink(link.constData(), name, sizeof(name) - 1);
-    // A folder that is not open takes nothing.
+    // Nothing can be written to a folder that is not open.
     if (size >= 0) {
         const QByteArray whole = QByteArray(name, size) + '/' + path;
         checkWritten(whole.constData());
@@ -65,7 +65,7 @@ WriteGuard::~WriteGuard() {
 
 } // namespace Tessel::Fuzz
 
-// All calls end here, Qt's too, because the program's own symbols come before the C
+// All calls come here, Qt's too, because the program's symbols take precedence over the C
 // library's.
 extern "C" {
 

@@ -7,12 +7,12 @@
 
 namespace Tessel::Fuzz {
 
-/// While one exists, the program ends when it creates, opens for writing, renames to or
-/// links a path that is not beneath the folder, or leaves it by "..". It stands in for the C
-/// library's functions, so a path counts as the kernel would be given it.
+/// While a guard exists, the program aborts when it creates, opens for writing, renames to or links
+/// a path that is not below the folder, or that leaves it by "..". It replaces the C library's
+/// functions, so it sees the paths that the kernel would get.
 class WriteGuard {
 public:
-    /// @param folder absolute; an earlier guard's folder comes back at the end of this one.
+    /// @param folder absolute. When this guard ends, the earlier guard's folder applies again.
     explicit WriteGuard(const QByteArray& folder);
     ~WriteGuard();
     Q_DISABLE_COPY_MOVE(WriteGuard)

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A hostile container header, read by the engine and by a plain second reader: both must take or
-// refuse it, and find the same in it.
+// A hostile container header, read by the engine and by a simple second reader: both must accept
+// or refuse it, and find the same in it.
 
 #include "core/ContainerManager.h"
 #include "fuzz/FuzzTarget.h"
@@ -28,7 +28,7 @@ struct HostileFile {
     [[nodiscard]] qint64 headerOffset() const { return start.indexOf('\n', Magic.size()) + 1; }
 };
 
-// The first byte says how the rest becomes a file: as it stands, or as the header behind a good
+// The first byte selects how the rest becomes a file: as it is, or as the header after a valid
 // magic and length line; and where the file ends.
 HostileFile fileFrom(Input input) {
     constexpr std::uint8_t HeaderOnly = 1;
@@ -45,7 +45,7 @@ HostileFile fileFrom(Input input) {
     return file;
 }
 
-// The header's object, if the file is a container.
+// The header's JSON object, if the file is a container.
 std::optional<QJsonObject> secondReading(const HostileFile& file) {
     const qint64 offset = file.headerOffset();
     if (!file.start.startsWith(Magic) || offset == 0 || file.size < offset + HeaderRegionBytes) {
@@ -54,7 +54,7 @@ std::optional<QJsonObject> secondReading(const HostileFile& file) {
     bool isNumber = false;
     const QByteArray line = file.start.mid(Magic.size(), offset - Magic.size());
     const qint64 length = line.trimmed().toLongLong(&isNumber);
-    // The toolkit takes a zero byte for the end of the number.
+    // Qt takes a zero byte for the end of the number.
     if (!isNumber || line.contains('\0') || length < 1 || length > HeaderRegionBytes) {
         return std::nullopt;
     }

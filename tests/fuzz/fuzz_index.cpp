@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A hostile index: reading it never fails, what is written reads back equal, and the engine's own
-// JSON writer gives what the toolkit's would.
+// A hostile index: reading it never fails, what is written reads back equal, and the engine's JSON
+// writer gives the same bytes as Qt's.
 
 #include "core/SecureFileIndex.h"
 #include "fuzz/FuzzTarget.h"
@@ -19,7 +19,7 @@ using namespace Tessel::Fuzz;
 
 namespace {
 
-// Years that ISO 8601 cannot write with four digits have no text.
+// Years that do not have four digits in ISO 8601 have no text.
 QString textOf(const QDateTime& dateTime) {
     return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs) : QString();
 }

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Hostile lines of the kernel's mount table: whoever may mount a drive chooses its label and the
-// folder it is mounted at. The parser is private to its source, so the source is taken in whole.
+// Hostile lines of the kernel's mount table: anyone who may mount a drive chooses its label and the
+// folder where it is mounted. The parser is private to its source, so the source is included.
 
 #include "platform/linux/LinuxDeviceManager.cpp" // NOLINT(bugprone-suspicious-include)
 
@@ -17,8 +17,8 @@ namespace Tessel::Platform::Linux {
 
 namespace {
 
-// Escapes neither overlap nor make new ones when the backslash is decoded last, so that one pass
-// from left to right must give the same.
+// Escapes do not overlap, and none appears by decoding if the backslash is decoded last, so one
+// pass from left to right must give the same result.
 QString decodedInOnePass(const QString& token) {
     static const std::array<std::pair<QString, QString>, 4> escapes{{{u"\\040"_qs, u" "_qs},
                                                                      {u"\\011"_qs, u"\t"_qs},

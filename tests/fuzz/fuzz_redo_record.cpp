@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Hostile bytes where a redo record may be, behind the payload or at the end of the header region,
-// and at the container's start.
+// Hostile bytes where a redo record may be, after the payload or at the end of the header region,
+// and at the start of the container.
 
 #include "core/ContainerLayout.h"
 #include "core/ContainerManager.h"
@@ -29,14 +29,14 @@ struct HostileFile {
     QByteArray tail;
 };
 
-// A whole record: nothing about its digest is secret.
+// A complete record: anyone can compute its digest.
 QByteArray recordOf(const QByteArray& image) {
     return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
            ContainerLayout::paddedNumber(image.size()) + "TESSEL-REDO\n";
 }
 
-// The first byte says what is made of the rest: bytes as they stand, or a record's header, with or
-// without its length line. The second byte is the size of what stands where the header belongs.
+// The first byte selects what the rest becomes: bytes as they are, or a record's header, with or
+// without its length line. The second byte is the size of what is in the header's place.
 HostileFile fileFrom(Input input) {
     HostileFile file;
     file.shape = input.takeByte();

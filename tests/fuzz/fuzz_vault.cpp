@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A whole container whose index decrypts and is hostile: whoever knows the password made it so that
-// opening it would hurt. Every operation is performed on it. What must hold: nothing is written
-// outside the vault's own places, a finished export holds the right bytes and no others, a refused
-// operation changes nothing, and what the session believes is what the container holds.
+// A container whose index opens and is hostile: somebody who knows the password made it so that
+// opening it does harm. Every operation is run on it. Nothing may be written outside the vault's
+// own files and folders, a finished export has the right bytes and no others, a refused operation
+// changes nothing, and the index in memory is the one in the container.
 
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
@@ -36,7 +36,7 @@ using Tessel::Tests::writeFile;
 
 namespace {
 
-// Which operations the first byte asks for, in this order.
+// The operations that the first byte selects, run in this order.
 enum Operation : std::uint8_t {
     Export = 1,
     OpenCopies = 2,
@@ -48,15 +48,15 @@ enum Operation : std::uint8_t {
     ChangeCopies = 128
 };
 
-// More would only repeat what the first ones show.
+// More files would only repeat what the first ones show.
 constexpr qsizetype MostFilesTried = 8;
-// Hostile blocks may overlap, so that a rebuilt container is larger than the first.
+// Hostile blocks may overlap, so that a rebuilt container is larger than the original.
 constexpr rlim_t LargestFile = rlim_t(48) << 20U;
 
 const QByteArray NewContents = QByteArrayLiteral("a tiny file");
 
-// What an index can rightly refer to: four sealed blocks, back to back, each under a nonce of one
-// repeated letter. Their places are known to the seeds and the dictionary.
+// The valid blocks that an index can refer to: four sealed blocks, one after the other, each under
+// a nonce of one repeated letter. The seeds and the dictionary know their offsets.
 struct SealedBlock {
     qint64 offset = 0;
     QByteArray plain;
@@ -88,12 +88,12 @@ const CraftedContainer& container() {
     return crafted;
 }
 
-// The folders of the run: the container and a file to import in one, the system's temporary
-// location in the other.
+// The folders of a run: one for the container and a file to import, the other for the system's
+// temporary folder.
 class Places {
 public:
     Places() : m_folder(QDir::tempPath() + QStringLiteral("/tessel-fuzz-XXXXXX")) {
-        // A full drive instead of a full machine.
+        // Makes a write fail before it fills the machine's disk.
         const rlimit limit{LargestFile, LargestFile};
         expect(m_folder.isValid() && QDir(m_folder.path()).mkdir(QStringLiteral("tmp")) &&
                    QDir(m_folder.path()).mkdir(QStringLiteral("drive")) &&
@@ -134,7 +134,7 @@ std::optional<VaultFileEntry> findFile(const SecureFileIndex& index, const QStri
     return found == entries.cend() ? std::nullopt : std::optional<VaultFileEntry>(*found);
 }
 
-// The file's bytes as far as its blocks are the sealed ones; nothing when one of them is not.
+// The file's bytes, if all of its blocks are valid ones; otherwise nothing.
 std::optional<QByteArray> rightBytes(const VaultFileEntry& entry) {
     QByteArray bytes;
     for (const VaultFileBlock& block : entry.blocks) {
@@ -153,7 +153,7 @@ std::optional<QByteArray> rightBytes(const VaultFileEntry& entry) {
     return bytes;
 }
 
-// One session on the hostile container.
+// A session on the hostile container.
 class Session {
 public:
     explicit Session(std::uint8_t selector) : m_selector(selector) {}
@@ -195,8 +195,8 @@ private:
         return folders.isEmpty() ? QString() : folders.at(m_selector % folders.size()).path;
     }
 
-    // Performs an operation on the index, which either fails and changes nothing or keeps as many
-    // files as there were.
+    // Runs an operation on the index, which either fails and changes nothing or keeps the number of
+    // files.
     template <typename Change>
     void change(qsizetype filesAdded, Change operation) {
         const QByteArray before = m_vault.fileIndex().toJson();
@@ -264,7 +264,7 @@ private:
     void changeFolders() {
         change(0, [this] { return m_vault.createDirectory(chosenPath() + QStringLiteral("/b")); });
         const QByteArray before = m_vault.fileIndex().toJson();
-        // Folders that differ in letter case alone become one, and so do their files.
+        // Folders that differ only in letter case become one, and so do their files.
         if (!m_vault.renameDirectory(chosenFolder(), QStringLiteral("nova/pasta"))) {
             expect(m_vault.fileIndex().toJson() == before, "a refused operation changes nothing");
         }
@@ -312,7 +312,7 @@ private:
         expect(exportedFiles() == before, "every file is as before compaction");
     }
 
-    // Another session finds what this one believes.
+    // Another session finds the index that this one has in memory.
     void checkContainer() const {
         VaultManager other;
         expect(other.unlockVault(places().containerPath(), container().keys.password),
@@ -347,7 +347,7 @@ private:
     QHash<QString, QByteArray> m_copies;
 };
 
-// An array is taken for rows, in a record behind a torn header, and everything else for an index.
+// A JSON array becomes the rows of a record after a torn header; everything else becomes an index.
 CraftedContainer containerWith(const QByteArray& text) {
     CraftedContainer crafted = container();
     if (text.startsWith('[')) {

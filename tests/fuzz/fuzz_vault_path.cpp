@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Hostile vault paths: the canonical form is checked against a second, literal implementation, and
-// the helpers that take paths apart against each other.
+// Hostile vault paths: the canonical form is compared with a second, literal implementation, and
+// the functions that split paths with each other.
 
 #include "core/SecureFileIndex.h"
 #include "core/VaultPath.h"
@@ -15,8 +15,8 @@ using namespace Tessel::Fuzz;
 
 namespace {
 
-// Plain 16-bit units let halves of surrogate pairs and every control character
-// through; UTF-8 is what files and dialogs give.
+// Plain 16-bit units include halves of surrogate pairs and every control character; UTF-8 is what
+// files and dialogs give.
 QString textFrom(Input input) {
     const bool isUtf8 = input.takeByte() % 2 == 0;
     const QByteArray bytes = input.takeRest();
@@ -105,7 +105,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const QString text = textFrom(Input(data, size));
     const QString path = normalizedVaultPath(text);
     expect(path == secondNormalization(text), "both implementations agree");
-    // These take paths of a hostile index as they stand.
+    // These take the paths of a hostile index unchanged.
     static_cast<void>(parentVaultPath(text));
     static_cast<void>(vaultBaseName(text));
     expect(sameVaultPath(text, text), "a path equals itself");

@@ -4,9 +4,9 @@
 
 """Makes the seeds of the fuzz targets: tests/fuzz/seeds/TARGET/NAME.
 
-Each is named for what is in it or for the fault it once showed. Usage:
+Each is named after its contents or the fault that it once showed. Usage:
     make_seeds.py            writes the seeds, and removes those it does not make
-    make_seeds.py --check    fails when the committed seeds are not what it would write
+    make_seeds.py --check    fails if the committed seeds are not what it would write
 """
 
 import base64
@@ -38,7 +38,7 @@ def text64(data):
 
 
 def sealed_blocks():
-    """The blocks that the vault target's container really holds."""
+    """The blocks that are in the vault target's container."""
     blocks = []
     offset = PAYLOAD_OFFSET
     for number, size in enumerate((1, 100, 5000, 70000)):
@@ -69,7 +69,7 @@ def index(files=(), folders=()):
 
 
 def rows(value):
-    """An index as a redo record has it; every date is the one of these seeds."""
+    """The index in the form of a redo record; every date is the same one."""
     return compact([
         [[item["path"], 1740837909120, 1740837909120] for item in value["directories"]],
         [[item["id"], item["vaultPath"], item["sizeBytes"], 1740837909120, text64(bytes(32)),
@@ -87,7 +87,7 @@ def index_seeds():
     yield "no-object", b'[{"files":[]}]'
     yield "escapes", (b'{"files":[{"vaultPath":"\\"\\\\\\/\\b\\f\\n\\r\\t\\u0000\\u001f\\u007f'
                       b'\\u2028\\ufffe\\ud83d\\ude00"}],"directories":[{"path":"\xc3\xa7"}]}')
-    # One kind of letter in each path: one that needs an escape must not hide behind another.
+    # One kind of character in each path, so that each that needs an escape is tested alone.
     yield "escapes-apart", compact(index([file(letter) for letter in (
         '"', "\\", "/", "\x00", "\x08", "\n", "\x1f", "\x7f", "\u00e7", "\u2028", "\uffff",
         "\U0001f600")]))

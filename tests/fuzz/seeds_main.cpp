@@ -9,8 +9,8 @@
 
 #include <vector>
 
-// Stands in for libFuzzer where there is none: hands the target every file of the given folders,
-// each in a buffer of exactly its size, so that a sanitizer sees a read beyond it.
+// Replaces libFuzzer where there is none: passes the target every file of the given folders, each
+// in a buffer of exactly its size, so that a sanitizer detects a read beyond it.
 int main(int argc, char** argv) {
     int count = 0;
     for (int i = 1; i < argc; ++i) {

@@ -30,7 +30,7 @@ class InteropCase(unittest.TestCase):
             return file.read()
 
     def engine(self, *commands):
-        """Runs the engine; a command with "!" before its name must be refused."""
+        """Runs the engine; a command with "!" before its name must fail."""
         script = self.write("script.json", json.dumps(commands).encode())
         driver = os.environ["TESSEL_VAULT_DRIVER"]
         done = subprocess.run([driver, script], capture_output=True, text=True, check=False,

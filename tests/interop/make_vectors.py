@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
-"""Writes the test vectors anew: vectors/NAME.tvlt.xz and vectors/NAME.json.
+"""Writes the test vectors again: vectors/NAME.tvlt.xz and vectors/NAME.json.
 
-Containers in the wild look like these: a change of the committed vectors is a change of the format.
+Users' containers look like these: a change of the committed vectors is a change of the format.
 """
 
 import base64
@@ -59,7 +59,7 @@ def argon2id(path):
 
 
 def lenient(path):
-    """What only readers have to know: every liberty that the format leaves to other writers."""
+    """Everything that readers must accept although our writer does not write it."""
     writer = fmt.Writer(path, PASSWORD.encode(), kdf="PBKDF2-HMAC-SHA256", kdf_iterations=1000,
                         chunk_bytes=100, length_line=b" \t+%024d \r\n",
                         random_bytes=byte_stream("lenient"))
@@ -73,7 +73,7 @@ def lenient(path):
 
 
 def lenient_index(writer):
-    """Indented, unsorted, with numbers as text, unknown members, and entries that do not count."""
+    """Indented, unsorted, with numbers as strings, unknown members, and entries that are dropped."""
     index = json.loads(fmt.index_to_json(writer.files, writer.folders))
     for entry in index["files"]:
         entry["sizeBytes"] = str(entry["sizeBytes"])
@@ -100,12 +100,12 @@ def lenient_header(header):
 
 
 def torn(path):
-    """A header that was half rewritten when the drive was pulled out, and the record behind it."""
+    """A header that was half rewritten when the drive was pulled out, and its redo record."""
     tear(path, written_for_tearing(path, "torn"))
 
 
 def torn_rows(path):
-    """The same with the record that protects a change of the index: it holds that in rows."""
+    """The same with the record of a change of the index, which holds the index in rows."""
     tear(path, written_for_tearing(path, "torn rows"), in_rows=True)
 
 

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 """A second implementation of the container format, written from docs/container-format.md.
 
-It shares nothing with the engine, so that the two can be tested against each other and against
+It shares no code with the engine, so that the two can be tested against each other and against
 the document. It needs PyNaCl (Debian: python3-nacl) and nothing else.
 """
 
@@ -41,7 +41,7 @@ CIPHER = "XChaCha20-Poly1305"
 
 
 class FormatError(Exception):
-    """The file is no container, or one that was damaged; or the password is wrong."""
+    """The file is not a container, or a damaged one; or the password is wrong."""
 
 
 def seal(plain, key, nonce, associated_data):
@@ -143,8 +143,8 @@ def _no_constant(name):
 
 def compact_json(value):
     written = json.dumps(value, ensure_ascii=False, separators=(",", ":"), sort_keys=True)
-    # A byte order mark at the beginning of a text is escaped: a reader may take it for no part of
-    # the text. The quote is one that begins a text, not one within it.
+    # A byte order mark at the beginning of a string is escaped, because some readers drop it. The
+    # quote matched here begins a string and is not inside one.
     return re.sub(r'(?<=[{,:\[])"\ufeff', r'"\\ufeff', written).encode()
 
 
@@ -158,7 +158,7 @@ def to_base64(data):
 
 
 def from_base64(value):
-    """Characters outside the alphabet are skipped, missing padding is no fault."""
+    """Characters outside the alphabet are skipped; padding may be missing."""
     digits = re.sub(r"[^A-Za-z0-9+/]", "", value)
     if len(digits) % 4 == 1:
         digits = digits[:-1]
@@ -180,7 +180,7 @@ def int32(value, default):
 
 
 def int64(value):
-    """A number, or a text that holds one; everything else counts as 0."""
+    """A number, or a string that contains one; everything else counts as 0."""
     if isinstance(value, str):
         return int(value) if re.fullmatch(r"[+-]?[0-9]{1,19}", value) else 0
     return round(value) if is_number(value) and abs(value) < 2**63 else 0
@@ -336,7 +336,7 @@ def _date(milliseconds):
 # --- Reading ----------------------------------------------------------------------------------
 
 def read_length_line(file):
-    """The line after the magic with its line feed; of bounded length, unlike the format's."""
+    """The line after the magic with its line feed; of limited length, unlike in the format."""
     line = file.readline(1 << 20)
     digits = line.strip(ASCII_SPACE)
     if not line.endswith(b"\n") or not re.fullmatch(rb"\+?[0-9]+", digits):
@@ -394,7 +394,7 @@ class Container:
                 self._open_redo_record(file, password, fault)
 
     def _read_region(self, file):
-        """The length line, the header and what fills its region."""
+        """The length line, the header and the rest of its region."""
         line, length = read_length_line(file)
         region = file.read(HEADER_REGION_BYTES)
         if len(region) != HEADER_REGION_BYTES:
@@ -402,7 +402,7 @@ class Container:
         return line, region[:length], region[length:]
 
     def _open_redo_record(self, file, password, fault):
-        """Opens the record instead of the header; without one, the header's fault counts."""
+        """Opens the record instead of the header; without one, raises the header's fault."""
         try:
             image = read_redo_record(file)
         except FormatError:
@@ -461,7 +461,7 @@ class Container:
         raise FormatError(f"no file {path}")
 
     def contents(self, entry):
-        """Yields the plaintext of each block; nothing of a block that is not authentic."""
+        """Yields the plaintext of each block; nothing of a block whose tag does not verify."""
         with open(self.path, "rb") as file:
             for block in entry.blocks:
                 yield self._open_block(file, block)
@@ -582,9 +582,9 @@ def redo_record(header):
 
 
 class Writer:
-    """Writes a container. Files go in one after the other; finish() puts the header before them.
+    """Writes a container. Files are added one after the other; finish() writes the header.
 
-    `random_bytes(n)` may be replaced to make the same container twice.
+    `random_bytes(n)` may be replaced to write the same container twice.
     """
 
     def __init__(self, path, password, kdf="Argon2id", kdf_iterations=0,
@@ -632,7 +632,7 @@ class Writer:
         return block
 
     def finish(self, index_json=None, header_json=None):
-        """The two texts may be given, to write what only readers have to know."""
+        """The two texts may be given, to write what our writer does not."""
         index_json = index_json or index_to_json(self.files, self.folders)
         header = self._header(self.crypto, index_json, index_data)
         header = header_json(header) if header_json else compact_json(header)

@@ -32,7 +32,7 @@ def list_contents(options, password):
 
 
 def destination(folder, vault_path):
-    """Where a file of the vault goes; nothing outside the folder, whatever the index says."""
+    """The path to which a file of the vault is written; never outside the folder."""
     parts = vault_path.replace("\\", "/").split("/")
     if any(part.strip() in ("", ".", "..") or "\0" in part for part in parts):
         raise fmt.FormatError(f"unusable path {vault_path!r}")

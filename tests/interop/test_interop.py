@@ -30,7 +30,7 @@ def contents_of(name):
 
 
 class EngineWrites(InteropCase):
-    """One vault with a history; every test looks at the container that came of it."""
+    """One vault with a history; every test checks the resulting container."""
 
     EXPECTED = {
         "vazio": "vazio", "um": "um", "Documentos/quase": "quase", "bloco": "bloco",
@@ -123,7 +123,7 @@ class EngineWrites(InteropCase):
                         bytes(8388608 - len(header)))
         self.assertEqual(container.payload_offset, 8388636)
         self.assertEqual(container.header_json[:11], b'{"crypto":{')
-        # What was replaced and deleted keeps its place: nine sealed texts, and two dead ones.
+        # Replaced and deleted blocks stay: nine sealed texts are in use, and two are not.
         stored = [contents_of(name) for name in self.EXPECTED.values()]
         stored += [contents_of("apagado"), contents_of("velho relatório")]
         expected = 8388636 + sum(
@@ -212,7 +212,7 @@ class PythonWrites(InteropCase):
                     ["lock"], ["unlock", self.container, PASSWORD],
                     ["index", self.path("index.json")], ["lock"])
         container = fmt.Container(self.container, PASSWORD.encode())
-        # The cheap key derivation is the writer's of this test.
+        # The cheap key derivation is only in this test's writer.
         self.assertEqual(container.check_written_form() + container.check_contents(), ["kdf"])
         self.assertEqual([entry.path for entry in container.files], [*self.FILES, *names])
         self.assertIn("\ufeffpasta", [folder.path for folder in container.folders])

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
-"""tessel_format.py takes a redo record for what the document says it is, and for nothing else."""
+"""tessel_format.py accepts exactly the redo records that the document defines."""
 
 import hashlib
 import unittest
@@ -21,7 +21,7 @@ def image_of(header):
 
 
 class Records(InteropCase):
-    """One empty vault whose header is torn, and the records that may be behind it."""
+    """One empty vault with a torn header, and the records that may follow it."""
 
     def setUp(self):
         super().setUp()
@@ -88,7 +88,7 @@ class Records(InteropCase):
         self.assertEqual(container.folders, [])
 
     def test_record_must_be_whole(self):
-        # White space at the end means nothing to JSON: that it changed is for the digest to tell.
+        # White space at the end has no meaning in JSON: only the digest shows that it changed.
         image = image_of(self.header_in_rows(b"[[],[]]") + b" ")
         record = record_of(image)
         self.assertEqual(self.open_torn(record).files, [])
@@ -102,7 +102,7 @@ class Records(InteropCase):
             self.refuses(record_of(b"%020d\n" % length + header))
 
     def test_record_must_begin_behind_the_header_region(self):
-        # All that it covers is as its digest says.
+        # Its digest is right for everything that it covers.
         image = image_of(self.header_in_rows(b"[[],[]]"))
         with open(self.container, "wb") as file:
             file.write(fmt.MAGIC)

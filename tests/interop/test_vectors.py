@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
-"""The committed containers open, now and always: through the engine, and through tessel_format.py.
+"""The committed containers open with the engine and with tessel_format.py, in every version.
 
-A test here that fails after a change of the program means that containers out there no longer open.
+If a test here fails after a change of the program, users' containers no longer open.
 """
 
 import glob
@@ -102,7 +102,7 @@ class Vectors(InteropCase):
                 container = fmt.Container(self.container, expected["password"].encode())
                 self.assertFalse(container.from_redo_record)
                 self.assertEqual(container.check_contents(), [])
-                # The vectors are wrapped by a key derivation that is quick to compute.
+                # The key derivation of these vectors is cheap.
                 self.assertEqual(container.check_written_form(), ["kdf"])
                 self.assertEqual(container.index_json.decode(), expected["indexJson"])
                 if name == "torn":

@@ -16,10 +16,10 @@
 
 using namespace Tessel::Core;
 
-// Runs the engine's operations from a script, so that a test in another language can use it.
-// The script is a JSON array of commands, each an array of an operation and its arguments; an
-// operation with a "!" before its name must fail. The program ends with 1 at the first command
-// that does not end as it should.
+// Runs the engine's operations from a script, so that tests in another language can use it. The
+// script is a JSON array of commands, each an array of an operation and its arguments; an operation
+// with a "!" before its name must fail. The program exits with 1 at the first command with an
+// unexpected result.
 
 namespace {
 
