@@ -127,7 +127,7 @@ bool headerRegionWouldReachPayload(const QFile& file, const std::optional<Length
 }
 
 // The length line and the header, unless the region has no room for that.
-std::optional<QByteArray> imageOf(const QByteArray& header) {
+std::optional<QByteArray> encodeHeader(const QByteArray& header) {
     return header.size() > HeaderRegionBytes
                ? std::nullopt
                : std::optional<QByteArray>(lengthLineFor(header.size()) + header);
@@ -235,7 +235,7 @@ bool ContainerManager::repairHeader(const QString& path, const ContainerDocument
     if (!openRegularFile(file, QIODevice::ReadWrite) || !readMagic(file) || !findRedoRecord(file)) {
         return false;
     }
-    const std::optional<QByteArray> image = imageOf(buildHeader(document));
+    const std::optional<QByteArray> image = encodeHeader(buildHeader(document));
     return image && rewriteHeaderAndDropRecords(file, *image);
 }
 
@@ -286,31 +286,33 @@ bool ContainerManager::updateDocumentHeader(const QString& path,
 
 bool ContainerManager::updateDocumentHeader(const QString& path, const ContainerDocument& document,
                                             const ContainerDocument& record,
-                                            WithoutRecord withoutRecord, RegionRest* rest) const {
-    const RegionRest presentRest = rest ? *rest : RegionRest::Unknown;
-    if (rest) {
-        *rest = RegionRest::Unknown;
+                                            WithoutRecord withoutRecord,
+                                            HeaderPadding* padding) const {
+    const HeaderPadding presentPadding = padding ? *padding : HeaderPadding::Unknown;
+    if (padding) {
+        *padding = HeaderPadding::Unknown;
     }
     QFile file(path);
     if (!openRegularFile(file, QIODevice::ReadWrite) || !readMagic(file)) {
         return false;
     }
     const std::optional<LengthLine> line = readLengthLine(file);
-    const std::optional<QByteArray> image = imageOf(buildHeader(document));
-    const std::optional<QByteArray> recorded = imageOf(buildHeader(record));
+    const std::optional<QByteArray> image = encodeHeader(buildHeader(document));
+    const std::optional<QByteArray> recorded = encodeHeader(buildHeader(record));
     if (headerRegionWouldReachPayload(file, line) || !image || !recorded) {
         return false;
     }
-    HeaderRewrite rewrite{*image, *recorded, {}, RegionRest::Unknown, withoutRecord};
+    HeaderRewrite rewrite{*image, *recorded, {}, HeaderPadding::Unknown, withoutRecord};
     if (line) {
         rewrite.presentEnd = line->headerEnd();
-        rewrite.rest = line->lineBytes == LengthLineBytes ? presentRest : RegionRest::Unknown;
+        rewrite.padding =
+            line->lineBytes == LengthLineBytes ? presentPadding : HeaderPadding::Unknown;
     }
-    const std::optional<RegionRest> newRest = rewriteHeader(file, rewrite);
-    if (rest) {
-        *rest = newRest.value_or(RegionRest::Unknown);
+    const std::optional<HeaderPadding> newPadding = rewriteHeader(file, rewrite);
+    if (padding) {
+        *padding = newPadding.value_or(HeaderPadding::Unknown);
     }
-    return newRest.has_value();
+    return newPadding.has_value();
 }
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument& document) const {

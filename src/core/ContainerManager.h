@@ -48,11 +48,12 @@ public:
                                             const ContainerDocument& document) const;
     /// The same with another document in the redo record: one that wraps the same master key and
     /// holds the same index in fewer bytes.
-    /// @param rest may be null. What is behind the container's present header; receives what is
+    /// @param padding may be null. What is behind the container's present header; receives what is
     ///        behind the new one.
     [[nodiscard]] bool updateDocumentHeader(const QString& path, const ContainerDocument& document,
                                             const ContainerDocument& record,
-                                            WithoutRecord withoutRecord, RegionRest* rest) const;
+                                            WithoutRecord withoutRecord,
+                                            HeaderPadding* padding) const;
 
     /// Reads the document that the container's redo record holds.
     /// @return false, with @p out untouched, when there is no whole record.

@@ -69,15 +69,15 @@ bool removeRecords(QFile& file, const Extents& extents, qint64 size) {
 
 // Writes at the file's header. A rewrite that fails half way is undone; where even that fails, the
 // new record stays, because it is needed.
-std::optional<RegionRest> overwriteHeader(QFile& file, const QByteArray& bytes,
-                                          const Extents& extents) {
+std::optional<HeaderPadding> overwriteHeader(QFile& file, const QByteArray& bytes,
+                                             const Extents& extents) {
     const qint64 oldBytes = std::min<qint64>(bytes.size(), file.size() - LengthLineOffset);
     const QByteArray before = file.seek(LengthLineOffset) ? file.read(oldBytes) : QByteArray();
     // Old bytes that cannot be read could not be put back either.
     const bool canUndo = before.size() == oldBytes;
     if (canUndo && writeAtLengthLine(file, bytes)) {
-        return removeRecords(file, extents, extents.payload) ? RegionRest::Zero
-                                                             : RegionRest::Unknown;
+        return removeRecords(file, extents, extents.payload) ? HeaderPadding::Zero
+                                                             : HeaderPadding::Unknown;
     }
     if (!canUndo || writeAtLengthLine(file, before)) {
         static_cast<void>(removeRecords(file, extents, extents.formerSize));
@@ -91,8 +91,8 @@ Extents extentsOf(QFile& file) {
 
 // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
 // again. A region that is not whole is written to its end.
-std::optional<RegionRest> writeHeader(QFile& file, const QByteArray& image, const Extents& extents,
-                                      std::optional<qint64> zeroFrom) {
+std::optional<HeaderPadding> writeHeader(QFile& file, const QByteArray& image,
+                                         const Extents& extents, std::optional<qint64> zeroFrom) {
     const qint64 imageEnd = LengthLineOffset + image.size();
     if (!zeroFrom) {
         zeroFrom =
@@ -121,7 +121,7 @@ RedoRecordResult putRecordIntoRegion(QFile& file, const HeaderRewrite& rewrite) 
 // would pass for this rewrite's if that had none, or had one in another place.
 RedoRecordResult putRecord(QFile& file, const HeaderRewrite& rewrite, Extents* extents) {
     const bool hasEarlier = findRedoRecord(file).has_value();
-    if (!hasEarlier && rewrite.rest == RegionRest::Unknown && rewrite.presentEnd &&
+    if (!hasEarlier && rewrite.padding == HeaderPadding::Unknown && rewrite.presentEnd &&
         !eraseLostRegionRecord(file, *rewrite.presentEnd)) {
         return RedoRecordResult::Failed;
     }
@@ -154,12 +154,12 @@ bool protectRewrite(QFile& file, const HeaderRewrite& rewrite, Extents* extents)
 
 } // namespace
 
-std::optional<RegionRest> rewriteHeader(QFile& file, const HeaderRewrite& rewrite) {
+std::optional<HeaderPadding> rewriteHeader(QFile& file, const HeaderRewrite& rewrite) {
     Extents extents = extentsOf(file);
     if (!protectRewrite(file, rewrite, &extents)) {
         return std::nullopt;
     }
-    const bool isZeroBehind = rewrite.rest == RegionRest::Zero && rewrite.presentEnd;
+    const bool isZeroBehind = rewrite.padding == HeaderPadding::Zero && rewrite.presentEnd;
     return writeHeader(file, rewrite.image, extents,
                        isZeroBehind ? rewrite.presentEnd : std::nullopt);
 }
@@ -172,7 +172,7 @@ bool rewriteHeaderAndDropRecords(QFile& file, const QByteArray& image) {
     }
     // Both would be lost if the header were torn over its own record.
     return LengthLineOffset + image.size() <= extents.headerLimit &&
-           writeHeader(file, image, extents, std::nullopt) == RegionRest::Zero;
+           writeHeader(file, image, extents, std::nullopt) == HeaderPadding::Zero;
 }
 
 } // namespace Tessel::Core

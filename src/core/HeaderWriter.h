@@ -12,7 +12,7 @@ class QFile;
 namespace Tessel::Core {
 
 /// What is behind the header in its region.
-enum class RegionRest {
+enum class HeaderPadding {
     /// Anything; it has to be read before it can be left alone.
     Unknown,
     /// Zero bytes: this program wrote the header, and nothing went wrong.
@@ -37,7 +37,7 @@ struct HeaderRewrite {
     /// Where the present header ends in the file; nothing when it has no length line.
     std::optional<qint64> presentEnd;
     /// What is behind the present header. Zero only where its length line is as long as ours.
-    RegionRest rest = RegionRest::Unknown;
+    HeaderPadding padding = HeaderPadding::Unknown;
     WithoutRecord withoutRecord = WithoutRecord::Refuse;
 };
 
@@ -45,7 +45,7 @@ struct HeaderRewrite {
 /// was written to the file before is on the drive when this succeeds.
 /// @return what is then behind the header; nothing when the rewrite failed. The old header is put
 ///         back then; where even that fails, the record stays.
-[[nodiscard]] std::optional<RegionRest> rewriteHeader(QFile& file, const HeaderRewrite& rewrite);
+[[nodiscard]] std::optional<HeaderPadding> rewriteHeader(QFile& file, const HeaderRewrite& rewrite);
 
 /// Rewrites the header from @p image, which holds what the file's redo record holds or what the
 /// header already does, and removes every record.

@@ -21,7 +21,7 @@ constexpr qsizetype TypicalEntryBytes = 400;
 constexpr qsizetype TypicalRowBytes = 250;
 
 // Dates have four digits of a year; every other one counts as not known.
-bool isKnown(const QDateTime& dateTime) {
+bool isRepresentable(const QDateTime& dateTime) {
     // 0001-01-01T00:00:00.000Z and 9999-12-31T23:59:59.999Z.
     constexpr qint64 Earliest = -62135596800000;
     constexpr qint64 Latest = 253402300799999;
@@ -39,7 +39,7 @@ void putDigits(QByteArray* text, qsizetype end, qsizetype digits, int number) {
 // The toolkit puts a date together from printf pieces, which cost more than a third of the whole
 // index's JSON.
 QByteArray dateToText(const QDateTime& dateTime) {
-    if (!isKnown(dateTime)) {
+    if (!isRepresentable(dateTime)) {
         return {};
     }
     const QDateTime utc = dateTime.toUTC();
@@ -167,8 +167,8 @@ void appendDirectory(QByteArray* json, const VaultDirectoryEntry& directory) {
 
 // Milliseconds since 1970 in UTC; null when the time is not known.
 void appendTime(QByteArray* json, const QDateTime& dateTime) {
-    *json += isKnown(dateTime) ? QByteArray::number(dateTime.toMSecsSinceEpoch())
-                               : QByteArrayLiteral("null");
+    *json += isRepresentable(dateTime) ? QByteArray::number(dateTime.toMSecsSinceEpoch())
+                                       : QByteArrayLiteral("null");
 }
 
 QDateTime timeFromJson(const QJsonValue& value) {
@@ -323,7 +323,7 @@ SecureFileIndex SecureFileIndex::fromJson(const QByteArray& json) {
     return index;
 }
 
-QByteArray SecureFileIndex::toRows() const {
+QByteArray SecureFileIndex::toCompact() const {
     QByteArray rows;
     rows.reserve(m_entries.size() * TypicalRowBytes + m_directories.size() * TypicalRowBytes);
     rows += "[[";
@@ -334,7 +334,7 @@ QByteArray SecureFileIndex::toRows() const {
     return rows;
 }
 
-SecureFileIndex SecureFileIndex::fromRows(const QByteArray& rows) {
+SecureFileIndex SecureFileIndex::fromCompact(const QByteArray& rows) {
     SecureFileIndex index;
     const QJsonArray lists = QJsonDocument::fromJson(withEscapedMarks(rows)).array();
     const QJsonArray folders = lists.at(0).toArray();

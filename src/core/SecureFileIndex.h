@@ -80,9 +80,9 @@ public:
 
     /// The same as rows of values without their names, in about three fifths of the bytes; for the
     /// redo record, which docs/container-format.md describes.
-    [[nodiscard]] QByteArray toRows() const;
-    /// Reads what toRows() wrote, as leniently as fromJson().
-    [[nodiscard]] static SecureFileIndex fromRows(const QByteArray& rows);
+    [[nodiscard]] QByteArray toCompact() const;
+    /// Reads what toCompact() wrote, as leniently as fromJson().
+    [[nodiscard]] static SecureFileIndex fromCompact(const QByteArray& rows);
 
 private:
     QList<VaultFileEntry> m_entries;

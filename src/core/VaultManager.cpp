@@ -21,7 +21,7 @@ const QByteArray IndexRowsPurpose = QByteArrayLiteral("index-rows");
 const QByteArray FileBlockPurpose = QByteArrayLiteral("file-block");
 
 // New vaults and new passwords: the algorithms by name, a fresh salt and a fresh nonce.
-void setFreshKeyWrapping(ContainerCryptoMetadata* crypto, const CryptoManager& cryptoManager) {
+void setFreshKeySlot(ContainerCryptoMetadata* crypto, const CryptoManager& cryptoManager) {
     crypto->kdf = QStringLiteral("Argon2id");
     crypto->kdfIterations = Argon2idIterations;
     crypto->cipher = QStringLiteral("XChaCha20-Poly1305");
@@ -38,14 +38,14 @@ bool VaultManager::createVault(const QString& path, const QByteArray& password) 
         return false;
     }
     ContainerDocument document;
-    setFreshKeyWrapping(&document.crypto, m_cryptoManager);
+    setFreshKeySlot(&document.crypto, m_cryptoManager);
     renewPayloadNonce(&document);
 
     m_containerFilePath = path;
     m_index.clear();
     m_masterKey = SecretBytes(m_cryptoManager.generateSalt(MasterKeyBytes));
     // No container is wrapped with this key yet: should the creation fail, none takes a change.
-    m_wrapping.clear();
+    m_keySlot.clear();
     m_indexNonces.clear();
     document.crypto.encryptedMasterKey = encryptMasterKey(document, password, m_masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty()) {
@@ -113,7 +113,7 @@ ContainerDocument VaultManager::documentForRecord(const ContainerDocument& docum
     ContainerDocument record = document;
     renewPayloadNonce(&record);
     record.encryptedIndex =
-        m_cryptoManager.encrypt(index.toRows(), workingKey(), record.crypto.payloadNonce,
+        m_cryptoManager.encrypt(index.toCompact(), workingKey(), record.crypto.payloadNonce,
                                 associatedData(record, IndexRowsPurpose));
     return record;
 }
@@ -129,7 +129,7 @@ bool VaultManager::openRecordedIndex(ContainerDocument* document, SecureFileInde
     if (rows.isEmpty()) {
         return false;
     }
-    *index = SecureFileIndex::fromRows(rows);
+    *index = SecureFileIndex::fromCompact(rows);
     renewPayloadNonce(document);
     document->encryptedIndex = encryptIndex(*document, *index);
     return !document->encryptedIndex.isEmpty();
@@ -141,7 +141,7 @@ bool VaultManager::headerOpens() const {
     // A password change leaves the index as it was. One that was torn would otherwise pass for
     // whole, and nothing but the record holds the wrapping that a password opens.
     return m_containerManager.readDocument(m_containerFilePath, &document) &&
-           wrappingOf(document) == m_wrapping && decryptIndex(document, &index);
+           keySlotOf(document) == m_keySlot && decryptIndex(document, &index);
 }
 
 bool VaultManager::settleRedoRecord() const {
@@ -171,7 +171,7 @@ bool VaultManager::isOfThisSession(const ContainerDocument& document) const {
     // Drives of one name are mounted at one place. A vault found there in the place of the open one
     // would lose its index for good if that were sealed under this session's key.
     SecureFileIndex index;
-    return wrappingOf(document) == m_wrapping || decryptIndex(document, &index);
+    return keySlotOf(document) == m_keySlot || decryptIndex(document, &index);
 }
 
 bool VaultManager::holdsIndexInMemory(const ContainerDocument& document) const {
@@ -183,7 +183,7 @@ bool VaultManager::refreshSession(ContainerDocument* document) {
     if (!readSettledDocument(document)) {
         return false;
     }
-    const bool sameKeySlot = wrappingOf(*document) == m_wrapping;
+    const bool sameKeySlot = keySlotOf(*document) == m_keySlot;
     if (sameKeySlot && holdsIndexInMemory(*document)) {
         return true;
     }
@@ -200,13 +200,13 @@ bool VaultManager::refreshSession(ContainerDocument* document) {
 
 void VaultManager::setIndex(const SecureFileIndex& index, const ContainerDocument& document) {
     m_index = index;
-    m_wrapping = wrappingOf(document);
+    m_keySlot = keySlotOf(document);
     m_indexNonces = {document.crypto.payloadNonce};
-    m_regionRest = RegionRest::Unknown;
+    m_headerPadding = HeaderPadding::Unknown;
     m_lastChangeIsOnDrive = false;
 }
 
-QByteArray VaultManager::wrappingOf(const ContainerDocument& document) const {
+QByteArray VaultManager::keySlotOf(const ContainerDocument& document) const {
     return associatedData(document, MasterKeyPurpose) + document.crypto.encryptedMasterKey;
 }
 
@@ -224,7 +224,7 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
     if (masterKey.isEmpty()) {
         return false;
     }
-    setFreshKeyWrapping(&document.crypto, m_cryptoManager);
+    setFreshKeySlot(&document.crypto, m_cryptoManager);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, masterKey);
     return !document.crypto.encryptedMasterKey.isEmpty() &&
            m_containerManager.updateDocumentHeader(place, document, document, WithoutRecord::Refuse,
@@ -351,20 +351,20 @@ bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const Secure
     document->fileIndex = index;
     document->encryptedIndex = encryptIndex(*document, document->fileIndex);
     const ContainerDocument record = documentForRecord(*document, document->fileIndex);
-    RegionRest rest = m_regionRest;
-    m_regionRest = RegionRest::Unknown;
+    HeaderPadding padding = m_headerPadding;
+    m_headerPadding = HeaderPadding::Unknown;
     if (document->encryptedIndex.isEmpty() || record.encryptedIndex.isEmpty()) {
         return false;
     }
     if (!m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record,
-                                                 withoutRecord, &rest)) {
+                                                 withoutRecord, &padding)) {
         // The drive may hold the new header although it reported a failure. That change was given
         // up: the index in memory still counts.
         m_indexNonces.append(document->crypto.payloadNonce);
         return false;
     }
     setIndex(index, *document);
-    m_regionRest = rest;
+    m_headerPadding = padding;
     m_lastChangeIsOnDrive = true;
     return true;
 }

@@ -160,7 +160,7 @@ private:
     /// off when it does.
     [[nodiscard]] bool settleRedoRecord() const;
     /// Everything that the password opens the master key with, and the sealed key itself.
-    [[nodiscard]] QByteArray wrappingOf(const ContainerDocument& document) const;
+    [[nodiscard]] QByteArray keySlotOf(const ContainerDocument& document) const;
     /// Recovers the header where that is necessary, and reads it. A change begins here.
     [[nodiscard]] bool readSettledDocument(ContainerDocument* document);
     /// Whether this is the vault that was opened: its master key is wrapped as it was then, or its
@@ -274,12 +274,12 @@ private:
     QString m_containerFilePath;
     SecretBytes m_masterKey;
     /// How the unlocked container holds its master key.
-    QByteArray m_wrapping;
+    QByteArray m_keySlot;
     /// Nonces of the headers that hold the index in memory: the one last read or written, and
     /// those of rewrites that failed since, whose headers may be on the drive all the same.
     QList<QByteArray> m_indexNonces;
     /// Of the unlocked container, as far as this session has seen to it.
-    RegionRest m_regionRest = RegionRest::Unknown;
+    HeaderPadding m_headerPadding = HeaderPadding::Unknown;
     /// Whether the change before the next one was the session's and is on the drive. Until then the
     /// drive may still tell of an error of an earlier time.
     bool m_lastChangeIsOnDrive = false;

@@ -96,7 +96,7 @@ void VaultManager::removeLeftovers(const ContainerDocument& document) const {
     CompactionFolder::removeLeftovers([this, &document](const QString& path) {
         ContainerDocument leftover;
         return m_containerManager.readDocument(path, &leftover) &&
-               wrappingOf(leftover) == wrappingOf(document);
+               keySlotOf(leftover) == keySlotOf(document);
     });
 }
 

@@ -38,7 +38,7 @@ bool isSameState(const ContainerDocument& a, const ContainerDocument& b) {
 
 bool VaultManager::isUnderBothNames(const QString& path, const ContainerDocument& document) const {
     ContainerDocument setAside;
-    return readSetAside(path, &setAside) && wrappingOf(setAside) == wrappingOf(document) &&
+    return readSetAside(path, &setAside) && keySlotOf(setAside) == keySlotOf(document) &&
            isSameState(setAside, document);
 }
 
@@ -61,7 +61,7 @@ QString VaultManager::recoverSetAside(const QString& path, const QByteArray& pas
         !readSetAside(path, &setAside)) {
         return path;
     }
-    const bool isAnotherVault = hasHeader && wrappingOf(document) != wrappingOf(setAside);
+    const bool isAnotherVault = hasHeader && keySlotOf(document) != keySlotOf(setAside);
     if (isAnotherVault || !openDocument(setAside, password, &index)) {
         return path;
     }
@@ -73,7 +73,7 @@ void VaultManager::removeOrphan(const QString& path, const ContainerDocument& do
                                 const SecureFileIndex& index) const {
     ContainerDocument setAside;
     // What is read here may be in the system's cache only, after a compaction that was killed.
-    if (readSetAside(path, &setAside) && wrappingOf(setAside) == wrappingOf(document) &&
+    if (readSetAside(path, &setAside) && keySlotOf(setAside) == keySlotOf(document) &&
         !isSameState(setAside, document) && hasEveryBlock(index, QFileInfo(path).size()) &&
         syncAfterRename(withoutLinks(path))) {
         removeSetAside(path);

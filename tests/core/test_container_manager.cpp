@@ -627,13 +627,13 @@ private Q_SLOTS:
         QFETCH(const qint64, after);
         const QByteArray payload = payloadOf(100000);
         const ContainerDocument document = documentWithHeaderOf(after);
-        for (RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
+        for (HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
             QVERIFY(m_manager.writeDocument(
                 path(), documentWithHeaderOf(before),
                 [&](QIODevice* device) { return device->write(payload) == payload.size(); }));
             QVERIFY(m_manager.updateDocumentHeader(path(), document, document,
-                                                   WithoutRecord::Refuse, &rest));
-            QVERIFY(rest == RegionRest::Zero);
+                                                   WithoutRecord::Refuse, &padding));
+            QVERIFY(padding == HeaderPadding::Zero);
             // Exactly as if the new header had been written from the start: zeros behind it.
             QVERIFY(readFile(path()) == containerWith(m_manager.buildHeader(document), payload));
         }
@@ -645,20 +645,20 @@ private Q_SLOTS:
         bytes[HeaderAt + 5000] = 'x';
         QVERIFY(writeFile(path(), bytes));
         const ContainerDocument document = sampleDocument();
-        RegionRest rest = RegionRest::Zero;
+        HeaderPadding padding = HeaderPadding::Zero;
         QVERIFY(m_manager.updateDocumentHeader(path(), document, document, WithoutRecord::Refuse,
-                                               &rest));
+                                               &padding));
         QVERIFY(readFile(path()) == containerWith(sampleHeader(), QByteArray(10, '\0')));
     }
 
     void aRecordLargerThanTheRegionIsRefused() {
         const QByteArray bytes = containerWith(SmallHeader, "payload");
         QVERIFY(writeFile(path(), bytes));
-        for (RegionRest rest : {RegionRest::Unknown, RegionRest::Zero}) {
+        for (HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
             QVERIFY(!m_manager.updateDocumentHeader(path(), sampleDocument(),
                                                     documentWithHeaderOf(RegionBytes + 1),
-                                                    WithoutRecord::Refuse, &rest));
-            QVERIFY(rest == RegionRest::Unknown);
+                                                    WithoutRecord::Refuse, &padding));
+            QVERIFY(padding == HeaderPadding::Unknown);
             QVERIFY(readFile(path()) == bytes);
         }
         QVERIFY(m_manager.updateDocumentHeader(path(), sampleDocument(),

@@ -390,11 +390,11 @@ private Q_SLOTS:
                            written + "\"}],\"formatVersion\":1}");
         QCOMPARE(filePaths(SecureFileIndex::fromJson(json)), QStringList(name));
         QCOMPARE(folderPaths(SecureFileIndex::fromJson(json)), QStringList(name));
-        const QByteArray rows = index.toRows();
+        const QByteArray rows = index.toCompact();
         QCOMPARE(rows, "[[[\"" + written + "\",null,null]],[[\"" + written + "\",\"" + written +
                            "\",0,null,\"\",[]]]]");
-        QCOMPARE(filePaths(SecureFileIndex::fromRows(rows)), QStringList(name));
-        QCOMPARE(folderPaths(SecureFileIndex::fromRows(rows)), QStringList(name));
+        QCOMPARE(filePaths(SecureFileIndex::fromCompact(rows)), QStringList(name));
+        QCOMPARE(folderPaths(SecureFileIndex::fromCompact(rows)), QStringList(name));
     }
 
     void aByteOrderMarkThatIsNotEscapedBelongsToTheName() {
@@ -402,12 +402,12 @@ private Q_SLOTS:
         const QStringList names{QStringLiteral("\ufeffa"), QStringLiteral("a"),
                                 QStringLiteral("\ufeff"), QStringLiteral("\"\ufeff")};
         const SecureFileIndex index = indexOf(names, names);
-        for (const QByteArray& encoding : {index.toJson(), index.toRows()}) {
+        for (const QByteArray& encoding : {index.toJson(), index.toCompact()}) {
             QByteArray raw = encoding;
             raw.replace("\\ufeff", "\xef\xbb\xbf");
             const bool isRows = raw.startsWith('[');
             const SecureFileIndex read =
-                isRows ? SecureFileIndex::fromRows(raw) : SecureFileIndex::fromJson(raw);
+                isRows ? SecureFileIndex::fromCompact(raw) : SecureFileIndex::fromJson(raw);
             QCOMPARE(filePaths(read), names);
             QCOMPARE(folderPaths(read), names);
         }
@@ -686,12 +686,12 @@ private Q_SLOTS:
 
     void rowsHoldWhatTheJsonHolds() {
         const SecureFileIndex index = SecureFileIndex::fromJson(fullJson());
-        QCOMPARE(index.toRows(), fullRows());
-        QCOMPARE(SecureFileIndex().toRows(), QByteArray("[[],[]]"));
+        QCOMPARE(index.toCompact(), fullRows());
+        QCOMPARE(SecureFileIndex().toCompact(), QByteArray("[[],[]]"));
     }
 
     void rowsAreReadBackInFull() {
-        const SecureFileIndex index = SecureFileIndex::fromRows(fullRows());
+        const SecureFileIndex index = SecureFileIndex::fromCompact(fullRows());
         QCOMPARE(index.toJson(), fullJson());
         QCOMPARE(index.entries().constFirst().lastModifiedUtc.timeSpec(), Qt::UTC);
         QVERIFY(index.contains(fullEntry().vaultPath));
@@ -713,7 +713,7 @@ private Q_SLOTS:
         QVERIFY(index.addDirectory({QStringLiteral("d"), {}, Spring}));
         QVERIFY(index.addDirectory({QStringLiteral("e"), Summer, {}}));
 
-        const SecureFileIndex read = SecureFileIndex::fromRows(index.toRows());
+        const SecureFileIndex read = SecureFileIndex::fromCompact(index.toCompact());
         QCOMPARE(read.toJson(), index.toJson());
         QVERIFY(!read.entries().constFirst().lastModifiedUtc.isValid());
         QCOMPARE(read.entries().constFirst().sizeBytes, Largest);
@@ -728,9 +728,10 @@ private Q_SLOTS:
             QVERIFY(entry.lastModifiedUtc.isValid() && index.addOrReplace(entry));
         }
         const QList<VaultFileEntry> fromJson = SecureFileIndex::fromJson(index.toJson()).entries();
-        const QList<VaultFileEntry> fromRows = SecureFileIndex::fromRows(index.toRows()).entries();
+        const QList<VaultFileEntry> fromCompact =
+            SecureFileIndex::fromCompact(index.toCompact()).entries();
         for (qsizetype i = 0; i < fromJson.size(); ++i) {
-            QCOMPARE(fromRows.at(i).lastModifiedUtc, fromJson.at(i).lastModifiedUtc);
+            QCOMPARE(fromCompact.at(i).lastModifiedUtc, fromJson.at(i).lastModifiedUtc);
         }
     }
 
@@ -747,14 +748,14 @@ private Q_SLOTS:
     }
     void textThatIsNoRowsGivesAnEmptyIndex() {
         QFETCH(const QByteArray, rows);
-        const SecureFileIndex index = SecureFileIndex::fromRows(rows);
+        const SecureFileIndex index = SecureFileIndex::fromCompact(rows);
         QVERIFY(index.entries().isEmpty());
         QVERIFY(index.directories().isEmpty());
     }
 
     void rowsThatEndEarlyHaveDefaults() {
-        const SecureFileIndex index =
-            SecureFileIndex::fromRows("[[[\"d\"]],[[\"id\",\"f\"],[1,\"g\",{},\"x\",2,[[],3]]]]");
+        const SecureFileIndex index = SecureFileIndex::fromCompact(
+            "[[[\"d\"]],[[\"id\",\"f\"],[1,\"g\",{},\"x\",2,[[],3]]]]");
         QCOMPARE(folderPaths(index), QStringList(QStringLiteral("d")));
         QVERIFY(!index.directories().constFirst().createdUtc.isValid());
         QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
@@ -770,7 +771,7 @@ private Q_SLOTS:
 
     void rowsTakeTheLaterOfTwoWithOnePath() {
         const SecureFileIndex index =
-            SecureFileIndex::fromRows("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
+            SecureFileIndex::fromCompact("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
         QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
         QCOMPARE(index.entries().constFirst().id, QStringLiteral("3"));
     }
@@ -803,7 +804,7 @@ private Q_SLOTS:
             QCOMPARE(read.containsDirectory(QStringLiteral("folder %1").arg(i)), kept);
         }
         QCOMPARE(read.toJson(), index.toJson());
-        QCOMPARE(SecureFileIndex::fromRows(index.toRows()).toJson(), index.toJson());
+        QCOMPARE(SecureFileIndex::fromCompact(index.toCompact()).toJson(), index.toJson());
     }
 };
 

@@ -125,17 +125,17 @@ void checkKeys(SecureFileIndex index) {
 
 // A record in rows must bring back what the header would have held.
 void checkRows(const SecureFileIndex& index) {
-    const QByteArray rows = index.toRows();
-    const SecureFileIndex again = SecureFileIndex::fromRows(rows);
+    const QByteArray rows = index.toCompact();
+    const SecureFileIndex again = SecureFileIndex::fromCompact(rows);
     expect(again.toJson() == index.toJson(), "rows bring back the same JSON");
-    expect(again.toRows() == rows, "writing rows again gives the same bytes");
+    expect(again.toCompact() == rows, "writing rows again gives the same bytes");
 }
 
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const QByteArray text = Input(data, size).takeRest();
-    checkRows(SecureFileIndex::fromRows(text));
+    checkRows(SecureFileIndex::fromCompact(text));
     const SecureFileIndex index = SecureFileIndex::fromJson(text);
     checkRows(index);
     const QByteArray json = index.toJson();
