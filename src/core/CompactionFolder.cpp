@@ -3,6 +3,8 @@
 
 #include "core/CompactionFolder.h"
 
+#include "core/ContainerLayout.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QScopeGuard>
@@ -17,7 +19,6 @@ namespace Tessel::Core {
 namespace {
 
 const QString FolderPrefix = QStringLiteral("Tessel-compact-");
-const QString ContainerName = QStringLiteral("tessel.tvlt");
 
 int openFolder(const QString& path) {
     return ::open(QFile::encodeName(path).constData(),
@@ -57,7 +58,7 @@ CompactionFolder::~CompactionFolder() {
 }
 
 QString CompactionFolder::containerPath() const {
-    return m_folder.filePath(ContainerName);
+    return m_folder.filePath(ContainerLayout::ContainerFileName);
 }
 
 void CompactionFolder::removeLeftovers(const std::function<bool(const QString& path)>& isUnneeded) {
@@ -68,7 +69,8 @@ void CompactionFolder::removeLeftovers(const std::function<bool(const QString& p
     for (const QFileInfo& folder : folders) {
         const int descriptor = openFolder(folder.filePath());
         const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
-        const QString path = folder.filePath() + QLatin1Char('/') + ContainerName;
+        const QString path =
+            folder.filePath() + QLatin1Char('/') + ContainerLayout::ContainerFileName;
         if (descriptor >= 0 && isOurs(descriptor) && lockFolder(descriptor) &&
             !QFileInfo(path).isSymLink() && isUnneeded(path) && QFile::remove(path)) {
             static_cast<void>(QDir().rmdir(folder.filePath()));

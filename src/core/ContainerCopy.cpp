@@ -6,24 +6,18 @@
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
 #include "core/PrivateFile.h"
+#include "core/SameFile.h"
 
 #include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
-#include <filesystem>
 
 namespace Tessel::Core {
 
 namespace {
 
 constexpr qint64 PieceBytes = qint64{8} * 1024 * 1024;
-
-bool isSameFile(const QString& a, const QString& b) {
-    std::error_code error;
-    return std::filesystem::equivalent(QFile::encodeName(a).toStdString(),
-                                       QFile::encodeName(b).toStdString(), error);
-}
 
 bool isSomethingElseThanAFile(const QString& path) {
     const QFileInfo info(path);

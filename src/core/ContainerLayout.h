@@ -5,10 +5,13 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QLatin1StringView>
 
 namespace Tessel::Core::ContainerLayout {
 
-// Where everything lies in a container; docs/container-format.md says what it means.
+// Where everything is in a container; docs/container-format.md says what it means.
+/// The name of a container, unless the user gives it another one.
+inline constexpr QLatin1StringView ContainerFileName("tessel.tvlt");
 inline constexpr QByteArrayView FileMagic("TESSEL3");
 inline constexpr qint64 LengthDigits = 20;
 inline constexpr qint64 LengthLineBytes = LengthDigits + 1;

@@ -4,25 +4,17 @@
 #include "core/ContainerLock.h"
 
 #include "core/RegularFile.h"
+#include "core/SameFile.h"
 
 #include <QFile>
 
 #include <cerrno>
 
 #include <sys/file.h>
-#include <sys/stat.h>
 
 namespace Tessel::Core {
 
 namespace {
-
-bool pathLeadsTo(const QString& path, const QFile& file) {
-    struct stat named {};
-    struct stat open {};
-    return ::stat(QFile::encodeName(path).constData(), &named) == 0 &&
-           ::fstat(file.handle(), &open) == 0 && named.st_dev == open.st_dev &&
-           named.st_ino == open.st_ino;
-}
 
 // The locked file at the path; null when there is none.
 std::unique_ptr<QFile> lockedFileAt(const QString& path) {
@@ -38,7 +30,7 @@ std::unique_ptr<QFile> lockedFileAt(const QString& path) {
         if (::flock(file->handle(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             return nullptr;
         }
-        if (pathLeadsTo(path, *file)) {
+        if (isSameFile(path, *file)) {
             return file;
         }
     }
@@ -61,7 +53,7 @@ bool ContainerLock::follow() {
     if (!m_file) {
         return false;
     }
-    if (!QFile::exists(m_path) || pathLeadsTo(m_path, *m_file)) {
+    if (!QFile::exists(m_path) || isSameFile(m_path, *m_file)) {
         return true;
     }
     std::unique_ptr<QFile> successor = lockedFileAt(m_path);

@@ -182,7 +182,7 @@ ContainerDocument documentFromHeader(const ContainerManager& manager, const Pars
 } // namespace
 
 QString ContainerManager::containerPath(const QString& directory) const {
-    return QDir(directory).filePath(QStringLiteral("tessel.tvlt"));
+    return QDir(directory).filePath(ContainerFileName);
 }
 
 bool ContainerManager::containerExists(const QString& directory) const {

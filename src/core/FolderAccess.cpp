@@ -3,6 +3,8 @@
 
 #include "core/FolderAccess.h"
 
+#include "core/SameFile.h"
+
 #include <cerrno>
 #include <memory>
 #include <vector>
@@ -100,7 +102,7 @@ private:
         Level& level = m_levels.back();
         Descriptor above = openFolder(m_current.get(), "..");
         struct stat status {};
-        if (!statusOf(above.get(), &status) || !isSame(status, level.self)) {
+        if (!statusOf(above.get(), &status) || !isSameFile(status, level.self)) {
             return false;
         }
         m_current = std::move(above);
@@ -143,14 +145,10 @@ bool statusAt(int folder, const QByteArray& name, struct stat* status) {
     return ::fstatat(folder, name.constData(), status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-bool isSame(const struct stat& a, const struct stat& b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 bool isAt(int folder, const QByteArray& name, int descriptor) {
     struct stat there {};
     struct stat open {};
-    return statusAt(folder, name, &there) && statusOf(descriptor, &open) && isSame(there, open);
+    return statusAt(folder, name, &there) && statusOf(descriptor, &open) && isSameFile(there, open);
 }
 
 Descriptor openFolder(int parent, const QByteArray& name) {

@@ -47,8 +47,6 @@ private:
 [[nodiscard]] bool statusOf(int descriptor, struct stat* status);
 /// Of @p name in the folder, itself and not what it leads to. False when there is none.
 [[nodiscard]] bool statusAt(int folder, const QByteArray& name, struct stat* status);
-/// Whether both are one file or folder.
-[[nodiscard]] bool isSame(const struct stat& a, const struct stat& b);
 /// Whether @p name in the folder is what the descriptor has open.
 [[nodiscard]] bool isAt(int folder, const QByteArray& name, int descriptor);
 

@@ -133,13 +133,8 @@ bool VaultManager::refreshTempFile(const QString& vaultPath) {
 
 VaultManager::TakenBack VaultManager::presentState(const TrackedTempFile& copy) const {
     const QFileInfo info(copy.tempPath);
-    const QList<VaultFileEntry> entries = m_index.entries();
-    const auto entry =
-        std::find_if(entries.cbegin(), entries.cend(), [&copy](const VaultFileEntry& other) {
-            return other.vaultPath == copy.vaultPath;
-        });
-    return {info.lastModified().toUTC(), info.size(),
-            entry == entries.cend() ? QString() : entry->id};
+    const std::optional<VaultFileEntry> entry = findFile(m_index, copy.vaultPath);
+    return {info.lastModified().toUTC(), info.size(), entry ? entry->id : QString()};
 }
 
 bool VaultManager::syncForLock() {

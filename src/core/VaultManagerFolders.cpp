@@ -15,25 +15,6 @@ bool itemExists(const SecureFileIndex& index, const QString& path) {
     return indexContainsFilePath(index, path) || indexContainsDirectoryPath(index, path);
 }
 
-// The path as the index spells it.
-std::optional<QString> storedFilePath(const SecureFileIndex& index, const QString& path) {
-    const QList<VaultFileEntry> entries = index.entries();
-    const auto found =
-        std::find_if(entries.cbegin(), entries.cend(), [&path](const VaultFileEntry& entry) {
-            return sameVaultPath(entry.vaultPath, path);
-        });
-    return found == entries.cend() ? std::nullopt : std::optional<QString>(found->vaultPath);
-}
-
-std::optional<QString> storedDirectoryPath(const SecureFileIndex& index, const QString& path) {
-    const QList<VaultDirectoryEntry> folders = index.directories();
-    const auto found =
-        std::find_if(folders.cbegin(), folders.cend(), [&path](const VaultDirectoryEntry& folder) {
-            return sameVaultPath(folder.path, path);
-        });
-    return found == folders.cend() ? std::nullopt : std::optional<QString>(found->path);
-}
-
 bool hasContents(const SecureFileIndex& index, const QString& directory) {
     const QList<VaultDirectoryEntry> folders = index.directories();
     const QList<VaultFileEntry> entries = index.entries();
@@ -125,9 +106,10 @@ bool VaultManager::deleteFile(const QString& vaultPath) {
     if (!isUnlocked() || path.isEmpty() || !refreshSession(&document)) {
         return false;
     }
-    const std::optional<QString> stored = storedFilePath(m_index, path);
+    // The entry may spell the path in other letter case.
+    const std::optional<VaultFileEntry> stored = findFile(m_index, path);
     SecureFileIndex working = m_index;
-    return stored && working.remove(*stored) &&
+    return stored && working.remove(stored->vaultPath) &&
            saveSessionIndex(&document, working, WithoutRecord::Rewrite);
 }
 
@@ -204,12 +186,12 @@ bool VaultManager::deleteDirectory(const QString& path) {
     if (!isUnlocked() || directory.isEmpty() || !refreshSession(&document)) {
         return false;
     }
-    const std::optional<QString> stored = storedDirectoryPath(m_index, directory);
+    const std::optional<VaultDirectoryEntry> stored = findDirectory(m_index, directory);
     if (!stored || hasContents(m_index, directory)) {
         return false;
     }
     SecureFileIndex working = m_index;
-    return working.removeDirectory(*stored) &&
+    return working.removeDirectory(stored->path) &&
            saveSessionIndex(&document, working, WithoutRecord::Rewrite);
 }
 

@@ -5,6 +5,7 @@
 #include "core/FileDigest.h"
 #include "core/RedoRecord.h"
 #include "core/RegularFile.h"
+#include "core/SameFile.h"
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
 
@@ -25,24 +26,6 @@ namespace {
 
 constexpr qint64 DigestBytes = qint64{256} * 1024;
 constexpr qint64 LargestSealedBlock = VaultManager::ChunkBytes + CryptoManager::TagBytes;
-
-// Whether two paths lead to one file, by whatever names and links.
-bool isSameFile(const QString& a, const QString& b) {
-    struct stat first {};
-    struct stat second {};
-    return ::stat(QFile::encodeName(a).constData(), &first) == 0 &&
-           ::stat(QFile::encodeName(b).constData(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
-std::optional<VaultFileEntry> entryIn(const SecureFileIndex& index, const QString& path) {
-    const QList<VaultFileEntry> entries = index.entries();
-    const auto found =
-        std::find_if(entries.cbegin(), entries.cend(), [&path](const VaultFileEntry& entry) {
-            return sameVaultPath(entry.vaultPath, path);
-        });
-    return found == entries.cend() ? std::nullopt : std::optional<VaultFileEntry>(*found);
-}
 
 VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
     VaultFileEntry entry;
@@ -204,7 +187,7 @@ bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* d
     if (!device || !isUnlocked()) {
         return false;
     }
-    const std::optional<VaultFileEntry> entry = entryIn(m_index, vaultPath);
+    const std::optional<VaultFileEntry> entry = findFile(m_index, vaultPath);
     if (!entry) {
         return false;
     }
@@ -252,7 +235,7 @@ std::optional<VaultFileEntry> VaultManager::entryOnDrive(const QString& path) co
         holdsIndexInMemory(document) || !decryptIndex(document, &index)) {
         return std::nullopt;
     }
-    return entryIn(index, path);
+    return findFile(index, path);
 }
 
 bool VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block,

@@ -4,7 +4,6 @@
 #include "core/VaultPath.h"
 
 #include "core/ContainerLayout.h"
-#include "core/SecureFileIndex.h"
 
 #include <QStringList>
 
@@ -12,9 +11,11 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
-constexpr QLatin1Char Separator('/');
+constexpr QChar Separator(u'/');
 
 // A slash in first place has nothing before it and does not count.
 qsizetype lastSeparator(const QString& path) {
@@ -22,20 +23,34 @@ qsizetype lastSeparator(const QString& path) {
     return slash >= 1 ? slash : -1;
 }
 
+template <typename Entry>
+std::optional<Entry> findByPath(const QList<Entry>& entries, const QString& path,
+                                QString Entry::*pathOf) {
+    const auto found = std::find_if(entries.cbegin(), entries.cend(), [&](const Entry& entry) {
+        return sameVaultPath(entry.*pathOf, path);
+    });
+    return found == entries.cend() ? std::nullopt : std::optional<Entry>(*found);
+}
+
 } // namespace
 
 QString normalizedVaultPath(QString path) {
     path = path.trimmed();
-    path.replace(QLatin1Char('\\'), Separator);
+    path.replace(u'\\', Separator);
     QStringList components = path.split(Separator, Qt::SkipEmptyParts);
     for (QString& component : components) {
         component = component.trimmed();
-        if (component.isEmpty() || component == QLatin1String(".") ||
-            component == QLatin1String("..")) {
+        if (!isValidVaultName(component)) {
             return {};
         }
     }
     return components.join(Separator);
+}
+
+bool isValidVaultName(const QString& name) {
+    const QString trimmed = name.trimmed();
+    return !trimmed.isEmpty() && !trimmed.contains(Separator) && !trimmed.contains(u'\\') &&
+           trimmed != "."_L1 && trimmed != ".."_L1;
 }
 
 QString joinVaultPath(const QString& directory, const QString& name) {
@@ -52,22 +67,25 @@ QString vaultBaseName(const QString& path) {
 }
 
 bool sameVaultPath(const QString& a, const QString& b) {
-    // Letters keep their size when case is ignored, and most paths differ in length.
+    // Folding the case keeps a text's length, and most paths differ in it.
     return a.size() == b.size() && a.compare(b, Qt::CaseInsensitive) == 0;
 }
 
+std::optional<VaultFileEntry> findFile(const SecureFileIndex& index, const QString& path) {
+    return findByPath(index.entries(), path, &VaultFileEntry::vaultPath);
+}
+
+std::optional<VaultDirectoryEntry> findDirectory(const SecureFileIndex& index,
+                                                 const QString& path) {
+    return findByPath(index.directories(), path, &VaultDirectoryEntry::path);
+}
+
 bool indexContainsFilePath(const SecureFileIndex& index, const QString& path) {
-    const QList<VaultFileEntry> entries = index.entries();
-    return std::any_of(entries.cbegin(), entries.cend(), [&path](const VaultFileEntry& entry) {
-        return sameVaultPath(entry.vaultPath, path);
-    });
+    return findFile(index, path).has_value();
 }
 
 bool indexContainsDirectoryPath(const SecureFileIndex& index, const QString& path) {
-    const QList<VaultDirectoryEntry> folders = index.directories();
-    return std::any_of(
-        folders.cbegin(), folders.cend(),
-        [&path](const VaultDirectoryEntry& folder) { return sameVaultPath(folder.path, path); });
+    return findDirectory(index, path).has_value();
 }
 
 bool ancestorsFitIntoAnIndex(const QString& path) {

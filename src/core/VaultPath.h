@@ -3,16 +3,21 @@
 
 #pragma once
 
+#include "core/SecureFileIndex.h"
+
 #include <QString>
 
-namespace Tessel::Core {
+#include <optional>
 
-class SecureFileIndex;
+namespace Tessel::Core {
 
 /// The canonical form of a vault path: components joined by single slashes, none at the ends,
 /// each trimmed. "\" counts as a separator. Empty when a component is blank, "." or "..", or when
 /// nothing is left. Letter case is kept.
 [[nodiscard]] QString normalizedVaultPath(QString path);
+
+/// Whether the name, without blanks around it, can be one component of a vault path.
+[[nodiscard]] bool isValidVaultName(const QString& name);
 
 /// The path of @p name in the folder @p directory, empty for the root. Empty when that cannot be
 /// the path of an item.
@@ -27,6 +32,13 @@ class SecureFileIndex;
 /// Whether two vault paths name the same item: equal without regard to letter case.
 [[nodiscard]] bool sameVaultPath(const QString& a, const QString& b);
 
+/// The first file or folder of the index with this path, ignoring letter case. Nothing when there
+/// is none.
+[[nodiscard]] std::optional<VaultFileEntry> findFile(const SecureFileIndex& index,
+                                                     const QString& path);
+[[nodiscard]] std::optional<VaultDirectoryEntry> findDirectory(const SecureFileIndex& index,
+                                                               const QString& path);
+
 /// Whether some file of the index has this path, ignoring letter case.
 [[nodiscard]] bool indexContainsFilePath(const SecureFileIndex& index, const QString& path);
 
@@ -40,7 +52,7 @@ class SecureFileIndex;
 /// Adds every missing ancestor folder of @p path to the index, all with the same current time.
 void ensureParentDirectories(SecureFileIndex* index, const QString& path);
 
-/// Whether @p path lies beneath @p directory, ignoring letter case; a folder is not inside itself.
+/// Whether @p path is beneath @p directory, ignoring letter case; a folder is not inside itself.
 [[nodiscard]] bool pathIsInsideDirectory(const QString& path, const QString& directory);
 
 } // namespace Tessel::Core

@@ -4,7 +4,6 @@
 #include "ui/ImportPlan.h"
 
 #include "core/VaultPath.h"
-#include "ui/VaultNames.h"
 
 #include <QDir>
 #include <QFile>
@@ -40,7 +39,7 @@ bool isText(const QByteArray& name) {
 
 void addFolder(ImportPlan* plan, const QFileInfo& folder, const QString& parent) {
     const std::optional<QList<QByteArray>> names = namesIn(folder.filePath());
-    if (!isValidVaultName(folder.fileName()) || !names) {
+    if (!Core::isValidVaultName(folder.fileName()) || !names) {
         plan->unusable.append(folder.filePath());
         return;
     }

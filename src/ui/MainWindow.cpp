@@ -3,6 +3,7 @@
 
 #include "ui/MainWindow.h"
 
+#include "core/ContainerLayout.h"
 #include "core/WorkspaceLeftovers.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "ui/AboutDialog.h"
@@ -87,7 +88,8 @@ QString vaultStateStyle(bool unlocked) {
 /// A container of the usual name bears the product's name, any other one its own.
 QString containerDisplayName(const QString& containerPath) {
     const QString fileName = QFileInfo(containerPath).fileName();
-    const bool usual = fileName.compare(u"tessel.tvlt", Qt::CaseInsensitive) == 0;
+    const bool usual =
+        fileName.compare(Core::ContainerLayout::ContainerFileName, Qt::CaseInsensitive) == 0;
     return usual ? u"Tessel"_s : fileName;
 }
 

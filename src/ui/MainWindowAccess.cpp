@@ -4,6 +4,7 @@
 #include "ui/MainWindow.h"
 
 #include "core/ContainerCopy.h"
+#include "core/ContainerLayout.h"
 #include "core/ContainerManager.h"
 #include "core/RegularFile.h"
 #include "core/SecretBytes.h"
@@ -262,8 +263,9 @@ void MainWindow::chooseContainer() {
 }
 
 void MainWindow::createVault() {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Criar container Tessel"),
-                                                      u"tessel.tvlt"_s, containerFilter());
+    const QString path =
+        QFileDialog::getSaveFileName(this, tr("Criar container Tessel"),
+                                     Core::ContainerLayout::ContainerFileName, containerFilter());
     if (path.isEmpty()) {
         return;
     }

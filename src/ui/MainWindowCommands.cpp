@@ -10,7 +10,6 @@
 #include "ui/ImportPlan.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ModalProgress.h"
-#include "ui/VaultNames.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -163,7 +162,7 @@ QString MainWindow::askFreePath(const NameQuestion& question, const QString& dir
     if (name.isEmpty() || name == presentName) {
         return {};
     }
-    if (!isValidVaultName(name)) {
+    if (!Core::isValidVaultName(name)) {
         showWarning(this, question.title, question.badName);
         return {};
     }
