@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/ByteCounts.h"
 #include "core/CompactionFolder.h"
 #include "core/ContainerReplacement.h"
 #include "core/DiskSync.h"
@@ -17,17 +18,11 @@ namespace Tessel::Core {
 
 namespace {
 
-// Sizes of a damaged index may add up to anything. They only feed the progress: one that makes a
-// sum that no number holds is left out.
-qint64 addedSize(qint64 sum, qint64 size) {
-    qint64 result = 0;
-    return qAddOverflow(sum, size, &result) ? sum : result;
-}
-
 qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
-    return std::accumulate(
-        entries.cbegin(), entries.cend(), qint64(0),
-        [](qint64 sum, const VaultFileEntry& entry) { return addedSize(sum, entry.sizeBytes); });
+    return std::accumulate(entries.cbegin(), entries.cend(), qint64(0),
+                           [](qint64 sum, const VaultFileEntry& entry) {
+                               return addByteCounts(sum, entry.sizeBytes);
+                           });
 }
 
 CopyProgress copyBackProgress(const VaultManager::Progress& progress) {
@@ -135,7 +130,7 @@ bool VaultManager::copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIn
                 return false;
             }
             moved.blocks.append(block);
-            done = addedSize(done, block.plainSize);
+            done = addByteCounts(done, block.plainSize);
             if (progress) {
                 progress(done, total, entry.vaultPath);
             }

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/ByteCounts.h"
 #include "core/DiskSync.h"
 #include "core/SetAsideContainer.h"
 #include "core/VaultManager.h"
@@ -15,8 +16,7 @@ namespace Tessel::Core {
 namespace {
 
 bool endsWithin(const VaultFileBlock& block, qint64 size) {
-    qint64 end = 0;
-    return !qAddOverflow(block.offset, block.encryptedSize, &end) && end <= size;
+    return block.offset >= 0 && addByteCounts(block.offset, block.encryptedSize) <= size;
 }
 
 bool hasEveryBlock(const SecureFileIndex& index, qint64 size) {

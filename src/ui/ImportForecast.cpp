@@ -3,10 +3,6 @@
 
 #include "ui/ImportForecast.h"
 
-#include <QtNumeric>
-
-#include <limits>
-
 namespace Tessel::UI {
 
 namespace {
@@ -24,11 +20,6 @@ ImportFit classify(qint64 remainingBytes) {
 }
 
 } // namespace
-
-qint64 addByteCounts(qint64 a, qint64 b) {
-    qint64 sum = 0;
-    return qAddOverflow(a, b, &sum) ? std::numeric_limits<qint64>::max() : sum;
-}
 
 ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes) {
     // A twentieth in whole bytes: 1.05 times the sum, cut off, without the rounding of a double.

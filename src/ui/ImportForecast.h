@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "core/ByteCounts.h"
+
 #include <QtGlobal>
 
 namespace Tessel::UI {
@@ -23,8 +25,7 @@ struct ImportForecast {
     ImportFit fit = ImportFit::TooLarge;
 };
 
-/// Adds two byte counts that are not negative; the largest number there is when the sum is larger.
-[[nodiscard]] qint64 addByteCounts(qint64 a, qint64 b);
+using Core::addByteCounts;
 
 /// Whether files of @p selectedBytes altogether can go where @p availableBytes are free.
 [[nodiscard]] ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes);
