@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
-"""Holds the sources to the rules of the house, and each rule to a source that breaks it."""
+"""Checks the sources with every rule, and every rule with a source that breaks it."""
 
 import contextlib
 import os
@@ -21,15 +21,15 @@ class Sources(unittest.TestCase):
     def assert_none(self, faults):
         self.assertEqual([], list(faults))
 
-    def test_the_rules_see_every_room(self):
-        seen = {path.parts[1] for path, _, _ in house_rules.rooms(TOP)}
+    def test_the_rules_see_every_module(self):
+        seen = {path.parts[1] for path, _, _ in house_rules.modules(TOP)}
         self.assertEqual({"core", "platform"}, seen & {"core", "platform"})
         self.assertTrue(QT_INCLUDE.joinpath("QtCore", "QString").is_file())
 
-    def test_rooms_include_only_whom_they_may_know(self):
+    def test_modules_include_only_what_they_may_use(self):
         self.assert_none(house_rules.include_faults(TOP, QT_INCLUDE))
 
-    def test_rooms_link_only_whom_they_may_know(self):
+    def test_modules_link_only_what_they_may_use(self):
         self.assert_none(house_rules.link_faults(TOP))
 
     def test_only_the_window_words_texts(self):
@@ -49,7 +49,7 @@ class Sources(unittest.TestCase):
 
 
 class Rules(unittest.TestCase):
-    """Each rule against a small house of its own."""
+    """Each rule against a small source tree."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -65,19 +65,19 @@ class Rules(unittest.TestCase):
 
     @contextlib.contextmanager
     def planted(self, path, text):
-        """A file that is there for a moment."""
+        """A file that exists inside the block only."""
         self.write(path, text)
         try:
             yield
         finally:
             self.top.joinpath(path).unlink()
 
-    def include_faults(self, room, header):
-        with self.planted(f"src/{room}/Source.cpp", f"{HEAD}#include {header}\n"):
+    def include_faults(self, module, header):
+        with self.planted(f"src/{module}/Source.cpp", f"{HEAD}#include {header}\n"):
             return list(house_rules.include_faults(self.top, QT_INCLUDE))
 
     def test_allowed_includes(self):
-        for room, header in (
+        for module, header in (
                 ("core", '"core/Vault.h"'), ("core", "<QString>"), ("core", "<QtGlobal>"),
                 ("core", "<QtCore/QString>"), ("core", "<qglobal.h>"), ("core", "<vector>"),
                 ("core", "<sys/stat.h>"), ("core", "<unistd.h>"), ("core", "<sodium.h>"),
@@ -86,11 +86,11 @@ class Rules(unittest.TestCase):
                 ("platform", '"platform/Drive.h"'), ("platform", "<QStorageInfo>"),
                 ("ui", '"core/Vault.h"'), ("ui", '"platform/Drive.h"'), ("ui", '"ui/Window.h"'),
                 ("ui", "<sodium.h>"), ("ui", "<QWidget>"), ("ui", "<QIcon>"), ("ui", "<QFile>")):
-            with self.subTest(room=room, header=header):
-                self.assertEqual([], self.include_faults(room, header))
+            with self.subTest(module=module, header=header):
+                self.assertEqual([], self.include_faults(module, header))
 
     def test_forbidden_includes(self):
-        for room, header, reason in (
+        for module, header, reason in (
                 ("core", '"platform/Drive.h"', "belongs to src/platform"),
                 ("core", '"ui/Window.h"', "belongs to src/ui"),
                 ("core", '"Vault.h"', "not written from src/"),
@@ -113,34 +113,34 @@ class Rules(unittest.TestCase):
                 ("ui", "<openssl/evp.h>", "belongs to the engine"),
                 ("ui", "<QTest>", "belongs to "),
                 ("ui", '"Window.h"', "not written from src/")):
-            with self.subTest(room=room, header=header):
-                faults = self.include_faults(room, header)
+            with self.subTest(module=module, header=header):
+                faults = self.include_faults(module, header)
                 self.assertEqual(1, len(faults), faults)
-                self.assertIn(f"src/{room}/Source.cpp:3: {header}", faults[0])
+                self.assertIn(f"src/{module}/Source.cpp:3: {header}", faults[0])
                 self.assertIn(reason, faults[0])
 
     def test_includes_may_be_spaced(self):
         self.write("src/core/Source.cpp", HEAD + '  #  include"ui/Window.h"\n')
         self.assertEqual(1, len(list(house_rules.include_faults(self.top, QT_INCLUDE))))
 
-    def test_a_new_room_needs_a_rule(self):
+    def test_a_new_module_needs_a_rule(self):
         faults = self.include_faults("net", "<QString>")
-        self.assertEqual(["src/net/Source.cpp: no rule says whom this room may know"], faults)
+        self.assertEqual(["src/net/Source.cpp: no rule says what this module may use"], faults)
 
     def test_forbidden_links(self):
-        for room, library, fault in (
+        for module, library, fault in (
                 ("core", "Qt6::Core", False), ("core", "PkgConfig::sodium", False),
                 ("core", "Qt6::Gui", True), ("core", "tessel_platform", True),
                 ("platform", "Qt6::Core", False), ("platform", "tessel_core", True),
                 ("platform", "Qt6::Widgets", True), ("platform", "OpenSSL::Crypto", True),
                 ("ui", "tessel_core", False), ("ui", "OpenSSL::Crypto", True),
                 ("ui", "Qt6::Network", True)):
-            with self.subTest(room=room, library=library):
-                text = (f"{HASH_HEAD}target_link_libraries(tessel_{room}\n"
+            with self.subTest(module=module, library=library):
+                text = (f"{HASH_HEAD}target_link_libraries(tessel_{module}\n"
                         f"    PUBLIC Qt6::Core # and\n    PRIVATE {library})\n")
-                with self.planted(f"src/{room}/CMakeLists.txt", text):
+                with self.planted(f"src/{module}/CMakeLists.txt", text):
                     faults = list(house_rules.link_faults(self.top))
-                expected = f"src/{room}/CMakeLists.txt: tessel_{room} must not link {library}"
+                expected = f"src/{module}/CMakeLists.txt: tessel_{module} must not link {library}"
                 self.assertEqual([expected] if fault else [], faults)
 
     def test_words_for_the_user(self):
