@@ -125,7 +125,7 @@ QStringList namesIn(const QString& folder) {
                                   QDir::NoDotAndDotDot);
 }
 
-std::optional<VaultFileEntry> findFile(const SecureFileIndex& index, const QString& path) {
+std::optional<VaultFileEntry> storedFile(const SecureFileIndex& index, const QString& path) {
     const QList<VaultFileEntry> entries = index.entries();
     const auto found =
         std::find_if(entries.cbegin(), entries.cend(), [&path](const VaultFileEntry& entry) {
@@ -212,7 +212,7 @@ private:
     void exportFiles() {
         for (const VaultFileEntry& entry : m_files) {
             const std::optional<VaultFileEntry> found =
-                findFile(m_vault.fileIndex(), entry.vaultPath);
+                storedFile(m_vault.fileIndex(), entry.vaultPath);
             const std::optional<QByteArray> expected = rightBytes(*found);
             QBuffer plain;
             expect(plain.open(QIODevice::WriteOnly), "a buffer opens");
@@ -225,7 +225,7 @@ private:
         const WriteGuard guard(QFile::encodeName(places().drive({}).chopped(1)));
         if (m_vault.exportFile(path, destination)) {
             const std::optional<VaultFileEntry> entry =
-                findFile(m_vault.fileIndex(), normalizedVaultPath(path));
+                storedFile(m_vault.fileIndex(), normalizedVaultPath(path));
             expect(entry && readFile(destination) == rightBytes(*entry).value(),
                    "an exported file holds the right bytes");
         }
@@ -236,7 +236,7 @@ private:
         const WriteGuard guard(QFile::encodeName(places().workspaces()));
         for (const VaultFileEntry& entry : m_files) {
             const std::optional<VaultFileEntry> found =
-                findFile(m_vault.fileIndex(), normalizedVaultPath(entry.vaultPath));
+                storedFile(m_vault.fileIndex(), normalizedVaultPath(entry.vaultPath));
             QString copy;
             if (!m_vault.prepareFileForEditing(entry.vaultPath, &copy)) {
                 expect(copy.isEmpty(), "a copy that was not made has no path");
