@@ -7,6 +7,7 @@
 #include "core/WorkspaceLeftovers.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "ui/AboutDialog.h"
+#include "ui/CommandActions.h"
 #include "ui/DeviceListWidget.h"
 #include "ui/HelpDialog.h"
 #include "ui/MessageBoxes.h"
@@ -35,6 +36,8 @@
 #include <QTextDocument>
 #include <QToolButton>
 #include <QVBoxLayout>
+
+#include <map>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -281,6 +284,60 @@ void MainWindow::connectSignals() {
         m_vaultTable, &VaultTableWidget::pathsDropped, this,
         [this](const QStringList& paths) { runCommand([&] { importDropped(paths); }); },
         Qt::QueuedConnection);
+}
+
+void MainWindow::buildMenus() {
+    m_actions = new CommandActions(this);
+    connect(m_actions, &CommandActions::triggered, this, &MainWindow::perform);
+}
+
+QAction* MainWindow::action(Command command) const {
+    return m_actions->action(command);
+}
+
+void MainWindow::perform(Command command) {
+    // Closing is no command: the window refuses to close while one is running.
+    if (command == Command::Quit) {
+        close();
+        return;
+    }
+    using W = MainWindow;
+    using Handler = void (MainWindow::*)();
+    static const std::map<Command, Handler> handlers = {
+        {Command::RefreshDevices, &W::refreshDevices},
+        {Command::ChooseContainer, &W::chooseContainer},
+        {Command::CreateVault, &W::createVault},
+        {Command::BackupContainer, &W::backupContainer},
+        {Command::ChangePassword, &W::changeVaultPassword},
+        {Command::Unlock, &W::unlockVault},
+        {Command::Lock, &W::lockVault},
+        {Command::CreateDirectory, &W::createDirectory},
+        {Command::ImportFiles, &W::importFiles},
+        {Command::ExportFile, &W::exportSelectedFile},
+        {Command::OpenFile, &W::openSelectedFile},
+        {Command::RenameDirectory, &W::renameSelectedDirectory},
+        {Command::DeleteDirectory, &W::deleteSelectedDirectory},
+        {Command::DeleteFile, &W::deleteSelectedFile},
+        {Command::CompactVault, &W::compactVault},
+        {Command::ShowHelp, &W::showHelp},
+        {Command::OpenHomepage, &W::openHomepage},
+        {Command::ShowAbout, &W::showAbout},
+        {Command::MoveFile, &W::moveSelectedFile},
+        {Command::RenameFile, &W::renameSelectedFile},
+    };
+    runCommand(std::bind_front(handlers.at(command), this));
+}
+
+CommandState MainWindow::commandState() const {
+    return {vaultIsUnlocked(), !m_containerPath.isEmpty(), !selectedVaultPath().isEmpty(),
+            selectedItemIsDirectory(), !m_vault.fileIndex().directories().isEmpty()};
+}
+
+void MainWindow::updateActions() {
+    m_actions->enable(commandState());
+    updateVaultToggleButton();
+    updateStatusBar();
+    updateProtectedFilesLabel();
 }
 
 void MainWindow::updateVaultToggleButton() {

@@ -13,11 +13,8 @@
 #include <QString>
 #include <QStringList>
 
-#include <array>
-#include <cstddef>
 #include <functional>
 #include <memory>
-#include <span>
 
 class QAction;
 class QLabel;
@@ -33,36 +30,13 @@ struct UsbDevice;
 
 namespace Tessel::UI {
 
+class CommandActions;
 class ModalProgress;
 class VaultTableWidget;
 struct ImportPlan;
 struct ImportSource;
-
-/// What the user can ask of the window; one action each.
-enum class Command {
-    Quit,
-    RefreshDevices,
-    ChooseContainer,
-    CreateVault,
-    BackupContainer,
-    ChangePassword,
-    Unlock,
-    Lock,
-    CreateDirectory,
-    ImportFiles,
-    ExportFile,
-    OpenFile,
-    RenameDirectory,
-    DeleteDirectory,
-    DeleteFile,
-    CompactVault,
-    ShowHelp,
-    OpenHomepage,
-    ShowAbout,
-    MoveFile,
-    RenameFile,
-};
-inline constexpr std::size_t CommandCount = static_cast<std::size_t>(Command::RenameFile) + 1;
+enum class Command;
+struct CommandState;
 
 /// The program's one window: the USB drives, the padlock, the vault's contents and every command.
 ///
@@ -150,8 +124,6 @@ private Q_SLOTS:
     void openHomepage();
 
 private:
-    using Handler = void (MainWindow::*)();
-    struct ActionSpec;
     /// What is asked about a new name, and what is said of one that cannot be used.
     struct NameQuestion {
         QString title;
@@ -159,13 +131,9 @@ private:
         QString badName;
     };
 
-    // --- Menus and enabling rules (MainWindowMenus.cpp)
-    [[nodiscard]] static std::span<const ActionSpec> actionSpecs();
-    void buildMenus();
-    [[nodiscard]] QAction* action(Command command) const;
-
     // --- Frame (MainWindow.cpp)
     void buildUi();
+    void buildMenus();
     [[nodiscard]] QLayout* buildDeviceRow();
     [[nodiscard]] QToolButton* buildVaultToggleButton(int side);
     [[nodiscard]] QWidget* buildVaultTable();
@@ -175,6 +143,10 @@ private:
     void connectSignals();
     void updateVaultToggleButton();
     void updateStatusBar();
+    [[nodiscard]] QAction* action(Command command) const;
+    [[nodiscard]] CommandState commandState() const;
+    /// Carries out what an action stands for.
+    void perform(Command command);
     /// Runs a command, unless one is running already.
     void runCommand(const std::function<void()>& command);
     /// Removes what runs that were killed have left of opened copies, and tells where changed ones
@@ -274,7 +246,7 @@ private:
     QLabel* m_versionLabel = nullptr;
     QLabel* m_dateLabel = nullptr;
     QLabel* m_vaultStateLabel = nullptr;
-    std::array<QAction*, CommandCount> m_actions{};
+    CommandActions* m_actions = nullptr;
 };
 
 } // namespace Tessel::UI

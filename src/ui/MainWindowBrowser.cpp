@@ -5,6 +5,7 @@
 
 #include "core/SecureFileIndex.h"
 #include "core/VaultPath.h"
+#include "ui/CommandActions.h"
 #include "ui/DisplayFormats.h"
 #include "ui/VaultColumns.h"
 #include "ui/VaultTableWidget.h"
@@ -295,22 +296,7 @@ void MainWindow::popUpVaultMenu(const QPoint& position) {
     updateActions();
 
     QMenu menu(this);
-    const auto add = [&](Command command) {
-        menu.addAction(action(command));
-    };
-    add(Command::CreateDirectory);
-    add(Command::RenameDirectory);
-    add(Command::DeleteDirectory);
-    menu.addSeparator();
-    add(Command::ImportFiles);
-    add(Command::ExportFile);
-    add(Command::OpenFile);
-    if (!selectedVaultPath().isEmpty()) {
-        add(Command::MoveFile);
-        add(Command::RenameFile);
-    }
-    menu.addSeparator();
-    add(Command::DeleteFile);
+    m_actions->fillVaultMenu(&menu, commandState());
     menu.exec(m_vaultTable->viewport()->mapToGlobal(position));
 }
 
