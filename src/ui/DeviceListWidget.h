@@ -3,22 +3,59 @@
 
 #pragma once
 
+#include <QList>
 #include <QListWidget>
+#include <QString>
+
+namespace Tessel::Platform {
+struct UsbDevice;
+}
 
 namespace Tessel::UI {
 
-/// A list whose current row is only ever what the user or the program made it. Qt's own makes the
-/// first row current as soon as the keyboard reaches the list, which would choose one of several
-/// drives for the user.
+/// The list of USB volumes: what each row says and carries, which row is current, and the mark on
+/// the volume that holds the chosen container.
+///
+/// A row carries the directory where its volume is mounted in Qt::UserRole, empty when there is
+/// none, and the volume's name in Qt::UserRole + 1.
 class DeviceListWidget : public QListWidget {
+    Q_OBJECT
+
+public:
+    DeviceListWidget();
+
+    /// Replaces the rows, in the order given. Follow it by one of the two select functions.
+    void showVolumes(const QList<Platform::UsbDevice>& volumes);
+    /// Replaces the rows by one that holds a message and no volume.
+    void showMessage(const QString& text);
+
+    /// Makes the only mounted volume current. With several the user must choose: none is current.
+    void selectOnlyMounted();
+    /// Marks the volume that holds the file and makes it current, the last one when several do.
+    /// Without such a volume, or with an empty path, none is marked or current. Emits nothing.
+    void selectForContainer(const QString& containerPath);
+
+    [[nodiscard]] int mountedCount() const;
+    /// Of the current row; empty without one and for an unmounted volume.
+    [[nodiscard]] QString currentRootPath() const;
+    /// Of the current row; empty without one.
+    [[nodiscard]] QString currentName() const;
+
+    /// Emits volumeActivated() for the current row. @return whether there is one.
+    bool activateCurrent();
+
+Q_SIGNALS:
+    /// The user asks for the container of a volume. @p rootPath is empty for an unmounted one.
+    void volumeActivated(const QString& rootPath);
+    /// The current row or the selection has changed.
+    void currentVolumeChanged();
+
 protected:
-    void focusInEvent(QFocusEvent* event) override {
-        const bool noneIsCurrent = currentItem() == nullptr;
-        QListWidget::focusInEvent(event);
-        if (noneIsCurrent) {
-            setCurrentItem(nullptr);
-        }
-    }
+    void focusInEvent(QFocusEvent* event) override;
+
+private:
+    void addVolume(const Platform::UsbDevice& volume);
+    void clearRows();
 };
 
 } // namespace Tessel::UI

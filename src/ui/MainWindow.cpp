@@ -28,7 +28,6 @@
 #include <QHeaderView>
 #include <QIcon>
 #include <QLabel>
-#include <QListWidget>
 #include <QScopedValueRollback>
 #include <QScreen>
 #include <QSignalBlocker>
@@ -133,17 +132,8 @@ void MainWindow::buildUi() {
 
 QLayout* MainWindow::buildDeviceRow() {
     m_deviceList = new DeviceListWidget;
-    m_deviceList->setObjectName(u"deviceList"_s);
-    m_deviceList->setAccessibleName(tr("Dispositivos USB"));
     m_deviceList->installEventFilter(this);
-    constexpr int TextLines = 3;
-    constexpr int Padding = 24;
-    const int side = TextLines * m_deviceList->fontMetrics().lineSpacing() + Padding +
-                     2 * m_deviceList->frameWidth();
-    m_deviceList->setFixedHeight(side);
-    m_deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    m_deviceList->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-
+    const int side = m_deviceList->minimumHeight();
     auto* row = new QHBoxLayout;
     row->setContentsMargins(0, 0, 0, 0);
     row->setSpacing(10);
@@ -262,14 +252,11 @@ QWidget* MainWindow::buildContainerBox() {
 
 void MainWindow::connectSignals() {
     connect(m_vaultToggleButton, &QToolButton::clicked, this, &MainWindow::toggleVault);
-    connect(m_deviceList, &QListWidget::currentItemChanged, this, &MainWindow::deviceRowChanged);
-    // A press of the mouse selects the row only after it has made it current: both have to be
-    // taken back.
-    connect(m_deviceList, &QListWidget::itemSelectionChanged, this, &MainWindow::deviceRowChanged);
-    connect(m_deviceList, &QListWidget::itemDoubleClicked, this,
-            [this](const QListWidgetItem* item) {
-                runCommand([this, item] { openContainerOfDevice(item); });
-            });
+    connect(m_deviceList, &DeviceListWidget::currentVolumeChanged, this,
+            &MainWindow::deviceRowChanged);
+    connect(
+        m_deviceList, &DeviceListWidget::volumeActivated, this,
+        [this](const QString& rootPath) { runCommand([&] { openContainerOfDevice(rootPath); }); });
     // The accessors read the current row, which Qt moves after the selection when it is set by
     // the keyboard or from code: both have to be followed.
     connect(m_vaultTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActions);

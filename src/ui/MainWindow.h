@@ -19,18 +19,13 @@
 class QAction;
 class QLabel;
 class QLayout;
-class QListWidget;
-class QListWidgetItem;
 class QTableWidgetItem;
 class QToolButton;
-
-namespace Tessel::Platform {
-struct UsbDevice;
-}
 
 namespace Tessel::UI {
 
 class CommandActions;
+class DeviceListWidget;
 class ModalProgress;
 class VaultTableWidget;
 struct ImportPlan;
@@ -165,11 +160,11 @@ private:
     void showResult(const QString& text);
 
     // --- Devices, containers, opening and closing the vault (MainWindowAccess.cpp)
-    void addDeviceRow(const Platform::UsbDevice& device);
     void selectDefaultUsbAfterRefresh();
     void selectDeviceForContainer(const QString& containerPath);
     void deviceRowChanged();
-    void openContainerOfDevice(const QListWidgetItem* item);
+    /// @param rootPath where the drive is mounted; empty does nothing.
+    void openContainerOfDevice(const QString& rootPath);
     void useContainer(const QString& containerPath);
     [[nodiscard]] bool requireLockedContainer(const QString& messageWhenUnlocked);
     [[nodiscard]] QByteArray requestPassword(const QString& title) const;
@@ -238,7 +233,7 @@ private:
     VaultIcons m_icons;
 
     // Owned by the window through Qt's parents.
-    QListWidget* m_deviceList = nullptr;
+    DeviceListWidget* m_deviceList = nullptr;
     QToolButton* m_vaultToggleButton = nullptr;
     QLabel* m_protectedFilesLabel = nullptr;
     VaultTableWidget* m_vaultTable = nullptr;

@@ -11,6 +11,7 @@
 #include "core/SetAsideContainer.h"
 #include "platform/UsbDevice.h"
 #include "ui/ChangePasswordDialog.h"
+#include "ui/DeviceListWidget.h"
 #include "ui/DisplayFormats.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ModalProgress.h"
@@ -23,21 +24,13 @@
 #include <QFileInfo>
 #include <QInputDialog>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QScopeGuard>
-#include <QSignalBlocker>
-#include <QStorageInfo>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::UI {
 
 namespace {
-
-/// Of a row's item: the mount directory, empty when there is none.
-constexpr int RootPathRole = Qt::UserRole;
-/// Of a row's item: the drive's name.
-constexpr int NameRole = Qt::UserRole + 1;
 
 constexpr qsizetype MinimumPasswordBytes = 10;
 
@@ -53,56 +46,6 @@ QString backupTitle() {
     return MainWindow::tr("Fazer backup");
 }
 
-/// A directory in the one form in which two of them can be compared: slashes, one at the end.
-QString normalizeDirectoryPath(const QString& path) {
-    // A path this short may be a root or a drive, whose slash belongs to it.
-    constexpr qsizetype ShortestTrimmed = 4;
-    QString normalized = QDir::fromNativeSeparators(path.trimmed());
-    while (normalized.endsWith(u'/') && normalized.size() >= ShortestTrimmed) {
-        normalized.chop(1);
-    }
-    if (!normalized.endsWith(u'/')) {
-        normalized.append(u'/');
-    }
-    return normalized;
-}
-
-QString deviceLocation(const Platform::UsbDevice& device) {
-    if (device.mounted) {
-        return device.rootPath;
-    }
-    return device.devicePath.isEmpty() ? MainWindow::tr("não montado") : device.devicePath;
-}
-
-/// What follows a drive's name and place: its free space, or that it is not mounted.
-QString deviceRemark(const Platform::UsbDevice& device) {
-    if (!device.mounted) {
-        return MainWindow::tr(" | não montado");
-    }
-    const QStorageInfo storage(device.rootPath);
-    if (!storage.isValid() || !storage.isReady()) {
-        return {};
-    }
-    const QString free = MainWindow::tr("%1 livres").arg(formatFileSize(storage.bytesFree()));
-    return u" | %1"_s.arg(free);
-}
-
-void clearAssociation(QListWidgetItem* item) {
-    item->setData(Qt::BackgroundRole, QVariant());
-    item->setToolTip(QString());
-    QFont font = item->font();
-    font.setWeight(QFont::Normal);
-    item->setFont(font);
-}
-
-void markAssociation(QListWidgetItem* item) {
-    QFont font = item->font();
-    font.setWeight(QFont::Bold);
-    item->setFont(font);
-    item->setBackground(QColor(222, 237, 255));
-    item->setToolTip(MainWindow::tr("Dispositivo associado ao container selecionado."));
-}
-
 /// Takes the lock on what is about to be replaced. @return false when another window has that
 /// vault open; true also when there is nothing to replace.
 bool acquireIfThere(Core::ContainerLock* lock, const QString& path) {
@@ -114,27 +57,20 @@ bool acquireIfThere(Core::ContainerLock* lock, const QString& path) {
 // --- Devices ---------------------------------------------------------------------------------
 
 void MainWindow::refreshDevices() {
-    {
-        // The rows are made current below, once all of them are there.
-        const QSignalBlocker blocker(m_deviceList);
-        m_deviceList->clear();
-    }
     if (m_deviceManager == nullptr) {
-        m_deviceList->addItem(tr("Detecção de USB ainda não disponível neste sistema."));
+        m_deviceList->showMessage(tr("Detecção de USB ainda não disponível neste sistema."));
         selectDeviceForContainer(m_containerPath);
         updateActions();
         return;
     }
     const QList<Platform::UsbDevice> devices = m_deviceManager->detectUsbDevices();
     if (devices.isEmpty()) {
-        m_deviceList->addItem(tr("Nenhum dispositivo USB detectado."));
+        m_deviceList->showMessage(tr("Nenhum dispositivo USB detectado."));
         selectDeviceForContainer(m_containerPath);
         updateActions();
         return;
     }
-    for (const Platform::UsbDevice& device : devices) {
-        addDeviceRow(device);
-    }
+    m_deviceList->showVolumes(devices);
     if (m_containerPath.isEmpty()) {
         selectDefaultUsbAfterRefresh();
     } else {
@@ -143,59 +79,12 @@ void MainWindow::refreshDevices() {
     updateActions();
 }
 
-void MainWindow::addDeviceRow(const Platform::UsbDevice& device) {
-    const QString location = deviceLocation(device);
-    const QString name = device.displayName.isEmpty() ? location : device.displayName;
-    auto* item =
-        new QListWidgetItem(u"%1 (%2)"_s.arg(name, location) + deviceRemark(device), m_deviceList);
-    item->setData(RootPathRole, device.mounted ? device.rootPath : QString());
-    item->setData(NameRole, name);
-    if (!device.mounted) {
-        item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
-        item->setForeground(QColor(110, 110, 110));
-        item->setToolTip(tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
-    }
-}
-
 void MainWindow::selectDefaultUsbAfterRefresh() {
-    QListWidgetItem* onlyMounted = nullptr;
-    if (mountedUsbDeviceCount() == 1) {
-        for (int row = 0; row < m_deviceList->count(); ++row) {
-            QListWidgetItem* item = m_deviceList->item(row);
-            if (!item->data(RootPathRole).toString().isEmpty()) {
-                onlyMounted = item;
-            }
-        }
-    } else {
-        m_deviceList->clearSelection();
-    }
-    m_deviceList->setCurrentItem(onlyMounted);
+    m_deviceList->selectOnlyMounted();
 }
 
 void MainWindow::selectDeviceForContainer(const QString& containerPath) {
-    // Making a row current must not lead back here.
-    const QSignalBlocker blocker(m_deviceList);
-    QString containerFolder;
-    if (!containerPath.isEmpty()) {
-        containerFolder = normalizeDirectoryPath(QFileInfo(containerPath).absolutePath());
-    }
-    QListWidgetItem* match = nullptr;
-    for (int row = 0; row < m_deviceList->count(); ++row) {
-        QListWidgetItem* item = m_deviceList->item(row);
-        clearAssociation(item);
-        const QString root = item->data(RootPathRole).toString();
-        if (!root.isEmpty() && containerFolder.startsWith(normalizeDirectoryPath(root))) {
-            match = item;
-        }
-    }
-    if (match == nullptr) {
-        m_deviceList->clearSelection();
-        m_deviceList->setCurrentItem(nullptr);
-        return;
-    }
-    markAssociation(match);
-    m_deviceList->setCurrentItem(match);
-    m_deviceList->scrollToItem(match);
+    m_deviceList->selectForContainer(containerPath);
 }
 
 void MainWindow::deviceRowChanged() {
@@ -206,39 +95,30 @@ void MainWindow::deviceRowChanged() {
 }
 
 int MainWindow::mountedUsbDeviceCount() const {
-    int count = 0;
-    for (int row = 0; row < m_deviceList->count(); ++row) {
-        if (!m_deviceList->item(row)->data(RootPathRole).toString().isEmpty()) {
-            ++count;
-        }
-    }
-    return count;
+    return m_deviceList->mountedCount();
 }
 
 QString MainWindow::selectedUsbRootPath() const {
-    const QListWidgetItem* item = m_deviceList->currentItem();
-    return item == nullptr ? QString() : item->data(RootPathRole).toString();
+    return m_deviceList->currentRootPath();
 }
 
 QString MainWindow::selectedUsbDisplayName() const {
-    const QListWidgetItem* item = m_deviceList->currentItem();
-    return item == nullptr ? QString() : item->data(NameRole).toString();
+    return m_deviceList->currentName();
 }
 
 // --- Containers ------------------------------------------------------------------------------
 
-void MainWindow::openContainerOfDevice(const QListWidgetItem* item) {
-    const QString root = item->data(RootPathRole).toString();
+void MainWindow::openContainerOfDevice(const QString& rootPath) {
     // The container must not change under an open vault.
-    if (root.isEmpty() || vaultIsUnlocked()) {
+    if (rootPath.isEmpty() || vaultIsUnlocked()) {
         return;
     }
-    const QString path = Core::ContainerManager().containerPath(root);
+    const QString path = Core::ContainerManager().containerPath(rootPath);
     if (!QFileInfo(path).isFile() && !Core::hasSetAsideContainer(path)) {
         showInformation(this, productTitle(),
                         tr("Nenhum tessel.tvlt foi encontrado em %1. Use Criar cofre para criar "
                            "um novo container.")
-                            .arg(root));
+                            .arg(rootPath));
         return;
     }
     useContainer(path);

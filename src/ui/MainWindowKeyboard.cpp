@@ -3,6 +3,7 @@
 
 #include "ui/MainWindow.h"
 
+#include "ui/DeviceListWidget.h"
 #include "ui/VaultColumns.h"
 #include "ui/VaultTableWidget.h"
 
@@ -11,7 +12,6 @@
 #include <QDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
-#include <QListWidget>
 #include <QMenuBar>
 #include <QTimer>
 
@@ -88,12 +88,7 @@ bool MainWindow::handleKey(const QKeyEvent& event) {
     if (vaultIsUnlocked()) {
         return handleVaultKey(event.key());
     }
-    const QListWidgetItem* device = m_deviceList->currentItem();
-    if (isEnter(event.key()) && device != nullptr) {
-        runCommand([this, device] { openContainerOfDevice(device); });
-        return true;
-    }
-    return false;
+    return isEnter(event.key()) && m_deviceList->activateCurrent();
 }
 
 bool MainWindow::handleVaultKey(int key) {
