@@ -12,7 +12,6 @@
 #include "ui/HelpDialog.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ProductInfo.h"
-#include "ui/VaultColumns.h"
 #include "ui/VaultTableWidget.h"
 #include "ui/WindowGeometry.h"
 
@@ -25,9 +24,9 @@
 #include <QFileInfo>
 #include <QFrame>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QIcon>
 #include <QLabel>
+#include <QScopeGuard>
 #include <QScopedValueRollback>
 #include <QScreen>
 #include <QSignalBlocker>
@@ -98,8 +97,8 @@ QString containerDisplayName(const QString& containerPath) {
 } // namespace
 
 MainWindow::MainWindow(QWidget* parent)
-    : QMainWindow(parent), m_deviceManager(std::make_unique<Platform::Linux::LinuxDeviceManager>()),
-      m_sortColumn(VaultColumn::Name) {
+    : QMainWindow(parent),
+      m_deviceManager(std::make_unique<Platform::Linux::LinuxDeviceManager>()) {
     buildUi();
     buildMenus();
     // Only now does the hint include the menu bar.
@@ -126,7 +125,8 @@ void MainWindow::buildUi() {
     layout->addWidget(new QLabel(tr("Dispositivos USB")));
     layout->addLayout(buildDeviceRow());
     layout->addWidget(m_protectedFilesLabel);
-    layout->addWidget(buildVaultTable());
+    m_vaultTable = new VaultTableWidget;
+    layout->addWidget(m_vaultTable);
     buildStatusBar();
 }
 
@@ -157,59 +157,6 @@ QToolButton* MainWindow::buildVaultToggleButton(int side) {
         "QToolButton:pressed:enabled { background: #e2e2e2; }"
         "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
     return m_vaultToggleButton;
-}
-
-QWidget* MainWindow::buildVaultTable() {
-    m_vaultTable = new VaultTableWidget(VaultColumn::Count,
-                                        [this] { return vaultIsUnlocked() && !m_commandRunning; });
-    m_vaultTable->setObjectName(u"vaultTable"_s);
-    m_vaultTable->setAccessibleName(tr("Arquivos protegidos"));
-    m_vaultTable->setMinimumHeight(220);
-    m_vaultTable->setContextMenuPolicy(Qt::CustomContextMenu);
-    m_vaultTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_vaultTable->setFocusPolicy(Qt::NoFocus);
-    m_vaultTable->setSelectionBehavior(QAbstractItemView::SelectRows);
-    m_vaultTable->setSelectionMode(QAbstractItemView::SingleSelection);
-    m_vaultTable->setAlternatingRowColors(true);
-    m_vaultTable->setShowGrid(false);
-    m_vaultTable->setIconSize({18, 18});
-    m_vaultTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    m_vaultTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    m_vaultTable->setStyleSheet(
-        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
-        "QTableWidget::item:focus { outline: none; }"
-        "QTableWidget::item:selected { background-color: palette(highlight); color: "
-        "palette(highlighted-text); }"_s);
-    buildVaultTableHeader();
-    return m_vaultTable;
-}
-
-void MainWindow::buildVaultTableHeader() {
-    m_vaultTable->setHorizontalHeaderLabels(
-        {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
-    // The icons say what the type column says; to a screen reader both have a name.
-    m_vaultTable->horizontalHeaderItem(VaultColumn::Icon)
-        ->setData(Qt::AccessibleTextRole, tr("Tipo"));
-    m_vaultTable->verticalHeader()->hide();
-
-    QHeaderView* header = m_vaultTable->horizontalHeader();
-    header->setStretchLastSection(false);
-    header->setSectionsClickable(true);
-    header->setSortIndicatorShown(true);
-    header->setSortIndicator(m_sortColumn, m_sortOrder);
-
-    constexpr struct {
-        int column;
-        int width;
-    } FixedColumns[] = {{VaultColumn::Icon, 28},
-                        {VaultColumn::Size, 110},
-                        {VaultColumn::Type, 70},
-                        {VaultColumn::Modified, 140}};
-    for (const auto& fixed : FixedColumns) {
-        header->setSectionResizeMode(fixed.column, QHeaderView::Fixed);
-        header->resizeSection(fixed.column, fixed.width);
-    }
-    header->setSectionResizeMode(VaultColumn::Name, QHeaderView::Stretch);
 }
 
 void MainWindow::buildStatusBar() {
@@ -261,11 +208,17 @@ void MainWindow::connectSignals() {
     // the keyboard or from code: both have to be followed.
     connect(m_vaultTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActions);
     connect(m_vaultTable, &QTableWidget::currentCellChanged, this, &MainWindow::updateActions);
-    connect(m_vaultTable, &QTableWidget::itemDoubleClicked, this, &MainWindow::activateItem);
-    connect(m_vaultTable, &QTableWidget::customContextMenuRequested, this,
-            &MainWindow::showVaultMenu);
-    connect(m_vaultTable->horizontalHeader(), &QHeaderView::sectionClicked, this,
-            &MainWindow::sortBySection);
+    connect(m_vaultTable, &VaultTableWidget::rowActivated, this, &MainWindow::activateRow);
+    connect(m_vaultTable, &VaultTableWidget::menuRequested, this, &MainWindow::showVaultMenu);
+    connect(m_vaultTable, &VaultTableWidget::orderChanged, this, [this] {
+        refreshVaultFiles();
+        updateActions();
+    });
+    connect(m_vaultTable, &VaultTableWidget::parentRequested, this, [this] {
+        if (!m_currentDirectory.isEmpty()) {
+            navigateToParentDirectory();
+        }
+    });
     // The program that the files come from waits until the drop has been taken.
     connect(
         m_vaultTable, &VaultTableWidget::pathsDropped, this,
@@ -367,16 +320,20 @@ void MainWindow::showResult(const QString& text) {
     setStatusMessage(text, ResultTimeoutMs);
 }
 
+void MainWindow::setCommandRunning(bool running) {
+    m_commandRunning = running;
+    m_vaultTable->setDropsAllowed(!running && vaultIsUnlocked());
+}
+
 void MainWindow::runCommand(const std::function<void()>& command) {
     if (m_commandRunning) {
         return;
     }
-    {
-        const QScopedValueRollback running(m_commandRunning, true);
-        if (keepHold()) {
-            command();
-        }
+    setCommandRunning(true);
+    if (keepHold()) {
+        command();
     }
+    setCommandRunning(false);
     if (m_closeRequested) {
         m_closeRequested = false;
         qApp->removeEventFilter(this);
@@ -449,7 +406,8 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         event->ignore();
         return;
     }
-    const QScopedValueRollback running(m_commandRunning, true);
+    setCommandRunning(true);
+    const auto ended = qScopeGuard([this] { setCommandRunning(false); });
     const QScopedValueRollback closing(m_closing, true);
     if (!vaultIsUnlocked() || closeVault()) {
         event->accept();

@@ -6,7 +6,6 @@
 #include "core/ContainerLock.h"
 #include "core/VaultManager.h"
 #include "platform/DeviceManager.h"
-#include "ui/VaultIcons.h"
 
 #include <QByteArray>
 #include <QMainWindow>
@@ -19,7 +18,6 @@
 class QAction;
 class QLabel;
 class QLayout;
-class QTableWidgetItem;
 class QToolButton;
 
 namespace Tessel::UI {
@@ -131,8 +129,6 @@ private:
     void buildMenus();
     [[nodiscard]] QLayout* buildDeviceRow();
     [[nodiscard]] QToolButton* buildVaultToggleButton(int side);
-    [[nodiscard]] QWidget* buildVaultTable();
-    void buildVaultTableHeader();
     void buildStatusBar();
     [[nodiscard]] QWidget* buildContainerBox();
     void connectSignals();
@@ -142,6 +138,7 @@ private:
     [[nodiscard]] CommandState commandState() const;
     /// Carries out what an action stands for.
     void perform(Command command);
+    void setCommandRunning(bool running);
     /// Runs a command, unless one is running already.
     void runCommand(const std::function<void()>& command);
     /// Removes what runs that were killed have left of opened copies, and tells where changed ones
@@ -173,25 +170,13 @@ private:
     void writeBackup(const QString& destinationPath);
 
     // --- Vault table (MainWindowBrowser.cpp)
-    void appendVaultRows();
-    void sortBySection(int section);
-    void sortVaultFiles(int column, Qt::SortOrder order);
     /// Above the table; the table's description as well.
     void showSummary(const QString& text);
-    void activateItem(const QTableWidgetItem* item);
+    void activateRow();
     void showVaultMenu(const QPoint& position);
-    void popUpVaultMenu(const QPoint& position);
-    [[nodiscard]] const QTableWidgetItem* selectedNameItem() const;
-    [[nodiscard]] bool selectedItemIs(VaultTableItemKind kind) const;
-    /// Makes the file's row the current one; without such a row nothing changes.
-    void selectFile(const QString& vaultPath);
 
     // --- Keyboard (MainWindowKeyboard.cpp)
     [[nodiscard]] bool handleKey(const QKeyEvent& event);
-    [[nodiscard]] bool handleVaultKey(int key);
-    void moveToVaultRow(int row);
-    void stepThroughSorting(int direction);
-    void popUpVaultMenuAtRow();
 
     // --- File commands (MainWindowCommands.cpp)
     void importPlanned(const ImportPlan& plan);
@@ -224,13 +209,10 @@ private:
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
     QString m_containerPath;
     QString m_currentDirectory;
-    qint32 m_sortColumn;
-    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
     bool m_commandRunning = false;
     bool m_closeRequested = false;
     bool m_closing = false;
     bool m_shownBefore = false;
-    VaultIcons m_icons;
 
     // Owned by the window through Qt's parents.
     DeviceListWidget* m_deviceList = nullptr;

@@ -10,6 +10,7 @@
 #include "ui/ImportPlan.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ModalProgress.h"
+#include "ui/VaultTableWidget.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -360,7 +361,7 @@ bool MainWindow::takeBackEdit(const QString& vaultPath) {
     const bool takenBack = m_vault.syncModifiedTempFile(vaultPath);
     if (isModified) {
         refreshVaultFiles();
-        selectFile(vaultPath);
+        m_vaultTable->selectFile(vaultPath);
         updateActions();
     }
     return takenBack;

@@ -3,20 +3,62 @@
 
 #include "ui/VaultTableWidget.h"
 
+#include "core/VaultPath.h"
+#include "ui/DisplayFormats.h"
+#include "ui/WindowText.h"
+
 #include <QDragEnterEvent>
 #include <QDragMoveEvent>
 #include <QDropEvent>
+#include <QHeaderView>
 #include <QMimeData>
+#include <QSignalBlocker>
 #include <QUrl>
 
-#include <utility>
+#include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::UI {
 
 namespace {
 
-/// Empty also when only some of what is dragged lies on this computer: the rest would be left
-/// behind without a word.
+/// Of a row's items: the vault path of what the row shows.
+constexpr int VaultPathRole = Qt::UserRole;
+/// Of a row's items: its VaultTableItemKind.
+constexpr int KindRole = Qt::UserRole + 1;
+
+VaultTableItemKind kindOf(const QTableWidgetItem* item) {
+    return static_cast<VaultTableItemKind>(item->data(KindRole).toInt());
+}
+
+QTableWidgetItem* addItem(QTableWidget* table, int position, int column, const QString& text) {
+    auto* item = new QTableWidgetItem(text);
+    table->setItem(position, column, item);
+    return item;
+}
+
+/// The three columns that describe a file or folder.
+void fillDetails(QTableWidget* table, int position, const VaultRow& row) {
+    const bool isFile = row.kind == VaultTableItemKind::File;
+    QTableWidgetItem* size = addItem(table, position, VaultColumn::Size,
+                                     isFile ? formatFileSize(row.sizeBytes) : QString());
+    QTableWidgetItem* type = addItem(table, position, VaultColumn::Type, row.type);
+    QTableWidgetItem* modified =
+        addItem(table, position, VaultColumn::Modified, formatFileDate(row.modifiedUtc));
+    type->setTextAlignment(Qt::AlignCenter);
+    modified->setTextAlignment(Qt::AlignCenter);
+    if (!isFile) {
+        return;
+    }
+    size->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    for (QTableWidgetItem* item : {size, type, modified}) {
+        item->setData(VaultPathRole, row.path);
+    }
+}
+
+/// Empty also when one of the URLs is not on this computer: the rest of the selection would be
+/// left behind without a word.
 QStringList localPaths(const QMimeData& data) {
     QStringList paths;
     const QList<QUrl> urls = data.urls();
@@ -31,19 +73,221 @@ QStringList localPaths(const QMimeData& data) {
 
 } // namespace
 
-VaultTableWidget::VaultTableWidget(int columns, std::function<bool()> takesDrops)
-    : QTableWidget(0, columns), m_takesDrops(std::move(takesDrops)) {
+VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
+    setObjectName(u"vaultTable"_s);
+    setAccessibleName(WindowText::tr("Arquivos protegidos"));
+    setMinimumHeight(220);
+    setContextMenuPolicy(Qt::CustomContextMenu);
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setFocusPolicy(Qt::NoFocus);
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    setAlternatingRowColors(true);
+    setShowGrid(false);
+    setIconSize({18, 18});
+    setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    setStyleSheet(u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+                  "QTableWidget::item:focus { outline: none; }"
+                  "QTableWidget::item:selected { background-color: palette(highlight); color: "
+                  "palette(highlighted-text); }"_s);
+    setUpHeader();
     setAcceptDrops(true);
     viewport()->setAcceptDrops(true);
+
+    connect(horizontalHeader(), &QHeaderView::sectionClicked, this,
+            [this](int section) { setOrder(orderAfterClick(m_order, section)); });
+    connect(this, &QTableWidget::itemDoubleClicked, this, &VaultTableWidget::rowActivated);
+    connect(this, &QWidget::customContextMenuRequested, this, &VaultTableWidget::requestMenuAt);
 }
+
+void VaultTableWidget::setUpHeader() {
+    setHorizontalHeaderLabels({QString(), WindowText::tr("Nome do arquivo"),
+                               WindowText::tr("Tamanho"), WindowText::tr("Tipo"),
+                               WindowText::tr("Modificado em")});
+    // The icons say what the type column says; to a screen reader both have a name.
+    horizontalHeaderItem(VaultColumn::Icon)
+        ->setData(Qt::AccessibleTextRole, WindowText::tr("Tipo"));
+    verticalHeader()->hide();
+
+    QHeaderView* header = horizontalHeader();
+    header->setStretchLastSection(false);
+    header->setSectionsClickable(true);
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(m_order.column, m_order.order);
+
+    constexpr struct {
+        int column;
+        int width;
+    } FixedColumns[] = {{VaultColumn::Icon, 28},
+                        {VaultColumn::Size, 110},
+                        {VaultColumn::Type, 70},
+                        {VaultColumn::Modified, 140}};
+    for (const auto& fixed : FixedColumns) {
+        header->setSectionResizeMode(fixed.column, QHeaderView::Fixed);
+        header->resizeSection(fixed.column, fixed.width);
+    }
+    header->setSectionResizeMode(VaultColumn::Name, QHeaderView::Stretch);
+}
+
+// --- Rows ------------------------------------------------------------------------------------
+
+void VaultTableWidget::showRows(const QList<VaultRow>& rows) {
+    const QSignalBlocker blocker(this);
+    const auto selectNothing = [this] {
+        clearSelection();
+        setCurrentCell(-1, -1);
+    };
+    setRowCount(0);
+    selectNothing();
+    setRowCount(static_cast<int>(rows.size()));
+    {
+        // The model would announce each of some ten thousand items by itself; the view has not
+        // painted these rows yet and has no use for that.
+        const QSignalBlocker modelBlocker(model());
+        for (int position = 0; position < rows.size(); ++position) {
+            fillRow(position, rows.at(position));
+        }
+    }
+    selectNothing();
+}
+
+void VaultTableWidget::fillRow(int position, const VaultRow& row) {
+    QTableWidgetItem* iconItem = addItem(this, position, VaultColumn::Icon, QString());
+    iconItem->setIcon(m_icons.itemIcon(row.kind, row.path));
+    iconItem->setData(Qt::AccessibleTextRole, row.type);
+    iconItem->setTextAlignment(Qt::AlignCenter);
+    QTableWidgetItem* nameItem = addItem(this, position, VaultColumn::Name, row.name);
+    for (QTableWidgetItem* item : {iconItem, nameItem}) {
+        item->setData(VaultPathRole, row.path);
+        item->setData(KindRole, static_cast<int>(row.kind));
+    }
+    fillDetails(this, position, row);
+}
+
+void VaultTableWidget::setOrder(VaultOrder order) {
+    const bool changes = order != m_order;
+    m_order = order;
+    // A click has moved the header's indicator, also one on the icons' column.
+    horizontalHeader()->setSortIndicator(m_order.column, m_order.order);
+    if (changes) {
+        Q_EMIT orderChanged();
+    }
+}
+
+const QTableWidgetItem* VaultTableWidget::currentNameItem() const {
+    return item(currentRow(), VaultColumn::Name);
+}
+
+std::optional<VaultTableItemKind> VaultTableWidget::currentKind() const {
+    const QTableWidgetItem* item = currentNameItem();
+    return item == nullptr ? std::nullopt : std::optional(kindOf(item));
+}
+
+QString VaultTableWidget::currentPath() const {
+    const QTableWidgetItem* item = currentNameItem();
+    return item == nullptr ? QString() : item->data(VaultPathRole).toString();
+}
+
+void VaultTableWidget::selectFile(const QString& vaultPath) {
+    for (int row = 0; row < rowCount(); ++row) {
+        const QTableWidgetItem* nameItem = item(row, VaultColumn::Name);
+        if (kindOf(nameItem) == VaultTableItemKind::File &&
+            Core::sameVaultPath(nameItem->data(VaultPathRole).toString(), vaultPath)) {
+            setCurrentCell(row, VaultColumn::Name);
+            return;
+        }
+    }
+}
+
+// --- Keyboard --------------------------------------------------------------------------------
+
+bool VaultTableWidget::handleKey(int key) {
+    const int row = currentRow();
+    const int last = rowCount() - 1;
+    switch (key) {
+    case Qt::Key_Up:
+        moveToRow(row < 0 ? last : row - 1);
+        return true;
+    case Qt::Key_Down:
+        moveToRow(row + 1);
+        return true;
+    case Qt::Key_PageUp:
+        moveToRow(row - rowsOfAPage());
+        return true;
+    case Qt::Key_PageDown:
+        moveToRow(row + rowsOfAPage());
+        return true;
+    case Qt::Key_Home:
+        moveToRow(0);
+        return true;
+    case Qt::Key_End:
+        moveToRow(last);
+        return true;
+    case Qt::Key_Left:
+        setOrder(orderAfterStep(m_order, -1));
+        return true;
+    case Qt::Key_Right:
+        setOrder(orderAfterStep(m_order, 1));
+        return true;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (currentNameItem() != nullptr) {
+            Q_EMIT rowActivated();
+        }
+        return true;
+    case Qt::Key_Backspace:
+        Q_EMIT parentRequested();
+        return true;
+    default:
+        return false;
+    }
+}
+
+int VaultTableWidget::rowsOfAPage() const {
+    const int rowHeight = verticalHeader()->defaultSectionSize();
+    return std::max(1, viewport()->height() / rowHeight - 1);
+}
+
+void VaultTableWidget::moveToRow(int row) {
+    if (rowCount() > 0) {
+        // Keys that follow at once on an unlock or a folder come before the rows are laid out, and
+        // the table could not scroll to one.
+        doItemsLayout();
+        setCurrentCell(std::clamp(row, 0, rowCount() - 1), VaultColumn::Name);
+    }
+}
+
+// --- Menu ------------------------------------------------------------------------------------
+
+void VaultTableWidget::requestMenuAt(const QPoint& position) {
+    const int row = rowAt(position.y());
+    if (row >= 0) {
+        setCurrentCell(row, VaultColumn::Name);
+    }
+    Q_EMIT menuRequested(position);
+}
+
+void VaultTableWidget::requestMenuAtCurrentRow() {
+    const QTableWidgetItem* item = currentNameItem();
+    QPoint position;
+    if (item != nullptr) {
+        scrollToItem(item);
+        position = visualItemRect(item).center();
+    }
+    Q_EMIT menuRequested(position);
+}
+
+// --- Drops -----------------------------------------------------------------------------------
 
 bool VaultTableWidget::acceptsDrop(QDropEvent* event) const {
     const bool copyable = event->possibleActions().testFlag(Qt::CopyAction);
-    if (!copyable || localPaths(*event->mimeData()).isEmpty() || !m_takesDrops()) {
+    if (!copyable || !m_dropsAllowed || localPaths(*event->mimeData()).isEmpty()) {
         event->ignore();
         return false;
     }
-    // Whatever the source proposes: moved files would be deleted before anyone has seen them safe.
+    // Always a copy, whatever the source proposes: it deletes files that it believes moved, before
+    // the user has seen them in the vault.
     event->setDropAction(Qt::CopyAction);
     event->accept();
     return true;

@@ -3,24 +3,60 @@
 
 #pragma once
 
+#include "ui/VaultIcons.h"
+#include "ui/VaultRows.h"
+
+#include <QPoint>
+#include <QString>
 #include <QStringList>
 #include <QTableWidget>
 
-#include <functional>
+#include <optional>
 
 namespace Tessel::UI {
 
-/// The table of the vault's contents. Files and folders of the computer can be dropped on it, which
-/// copies them and never takes them away from where they are.
+/// The table of the vault's contents: its columns and items, the order of its rows, the keys and
+/// the mouse, and the files dropped on it. It knows no vault and no window: it shows the rows that
+/// it is given and says by signals what the user wants.
+///
+/// It never has the keyboard's focus. The window passes it the keys that it does not use itself.
 class VaultTableWidget : public QTableWidget {
     Q_OBJECT
 
 public:
-    /// @param takesDrops is asked each time something is dragged over the table.
-    VaultTableWidget(int columns, std::function<bool()> takesDrops);
+    VaultTableWidget();
+
+    /// Replaces all rows; none is selected or current afterwards. Emits nothing.
+    void showRows(const QList<VaultRow>& rows);
+    /// The order that the user has chosen and the header shows.
+    [[nodiscard]] VaultOrder order() const { return m_order; }
+
+    /// Of the current row; nothing without one.
+    [[nodiscard]] std::optional<VaultTableItemKind> currentKind() const;
+    /// Vault path of the current row; empty without one, and for what leads to the root.
+    [[nodiscard]] QString currentPath() const;
+    /// Makes the file's row the current one; without such a row nothing changes.
+    void selectFile(const QString& vaultPath);
+
+    /// Does what a key without modifiers means in the table. @return whether it means anything.
+    [[nodiscard]] bool handleKey(int key);
+    /// Asks for the menu beside the current row, or at the table's top without one.
+    void requestMenuAtCurrentRow();
+
+    /// Whether files of the computer can be dropped on the table: not at first.
+    void setDropsAllowed(bool allowed) { m_dropsAllowed = allowed; }
 
 Q_SIGNALS:
-    /// Absolute paths, in the order in which they were selected.
+    /// The rows are to be shown again, in order().
+    void orderChanged();
+    /// The current row is to be opened.
+    void rowActivated();
+    /// The folder is to be left for the one above it.
+    void parentRequested();
+    /// @p position is in the viewport. The row there is the current one.
+    void menuRequested(const QPoint& position);
+    /// Absolute paths, in the order in which they were selected. They are to be copied, never
+    /// taken away from where they are.
     void pathsDropped(const QStringList& paths);
 
 protected:
@@ -29,10 +65,19 @@ protected:
     void dropEvent(QDropEvent* event) override;
 
 private:
+    void setUpHeader();
+    void fillRow(int position, const VaultRow& row);
+    void setOrder(VaultOrder order);
+    void moveToRow(int row);
+    void requestMenuAt(const QPoint& position);
+    [[nodiscard]] int rowsOfAPage() const;
+    [[nodiscard]] const QTableWidgetItem* currentNameItem() const;
     /// Answers the drag; the source is told whether it may drop here.
     [[nodiscard]] bool acceptsDrop(QDropEvent* event) const;
 
-    std::function<bool()> m_takesDrops;
+    VaultIcons m_icons;
+    VaultOrder m_order;
+    bool m_dropsAllowed = false;
 };
 
 } // namespace Tessel::UI
