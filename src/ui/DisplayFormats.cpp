@@ -3,7 +3,8 @@
 
 #include "ui/DisplayFormats.h"
 
-#include <QCoreApplication>
+#include "ui/WindowText.h"
+
 #include <QFileInfo>
 #include <QLocale>
 
@@ -25,7 +26,7 @@ QString formatFileDate(const QDateTime& dateTime) {
 QString fileTypeLabel(const QString& path) {
     const QString suffix = QFileInfo(path).suffix();
     if (suffix.isEmpty()) {
-        return QCoreApplication::translate("Tessel::UI::MainWindow", "Arquivo");
+        return WindowText::tr("Arquivo");
     }
     return suffix.toUpper();
 }

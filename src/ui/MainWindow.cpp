@@ -3,7 +3,6 @@
 
 #include "ui/MainWindow.h"
 
-#include "core/ContainerLayout.h"
 #include "core/WorkspaceLeftovers.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "ui/AboutDialog.h"
@@ -11,27 +10,28 @@
 #include "ui/DeviceListWidget.h"
 #include "ui/HelpDialog.h"
 #include "ui/MessageBoxes.h"
+#include "ui/PadlockButton.h"
 #include "ui/ProductInfo.h"
+#include "ui/StatusLabels.h"
 #include "ui/VaultTableWidget.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
-#include <QDate>
+#include <QContextMenuEvent>
 #include <QDesktopServices>
 #include <QDialog>
-#include <QFileInfo>
-#include <QFrame>
 #include <QHBoxLayout>
 #include <QIcon>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QMenuBar>
 #include <QScopeGuard>
 #include <QScopedValueRollback>
 #include <QScreen>
-#include <QSignalBlocker>
 #include <QStatusBar>
-#include <QTextDocument>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -54,44 +54,14 @@ QLabel* buildApplicationIcon(int side) {
     auto* label = new QLabel;
     const qreal ratio = label->devicePixelRatioF();
     const QSize size(side, side);
-    // An icon never enlarges its pictures; the label is to be filled whatever sizes it holds.
+    // Scaled, because QIcon never enlarges a picture and the label is to be filled.
     QPixmap pixmap = QIcon(ProductInfo::iconResource()).pixmap(size, ratio);
     pixmap = pixmap.scaled(size * ratio, Qt::KeepAspectRatio, Qt::SmoothTransformation);
     pixmap.setDevicePixelRatio(ratio);
     label->setPixmap(pixmap);
     label->setFixedSize(size);
-    label->setAccessibleName(u"Tessel"_s);
+    label->setAccessibleName(ProductInfo::name());
     return label;
-}
-
-QLabel* buildStatusLabel(const QString& text, int width, const QString& objectName) {
-    auto* label = new QLabel(text);
-    label->setObjectName(objectName);
-    label->setTextFormat(Qt::PlainText);
-    label->setFixedWidth(width);
-    label->setAlignment(Qt::AlignCenter);
-    return label;
-}
-
-QString paddedStatusStyle() {
-    return u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_s;
-}
-
-QString vaultStateStyle(bool unlocked) {
-    return unlocked ? u"QLabel { background-color: #7bd88f; color: #000000; "
-                      "font-size: 11px; font-weight: 600; padding-left: 4px; "
-                      "padding-right: 4px; }"_s
-                    : u"QLabel { background-color: #f06a6a; color: #000000; "
-                      "font-size: 11px; font-weight: 600; padding-left: 4px; "
-                      "padding-right: 4px; }"_s;
-}
-
-/// A container of the usual name bears the product's name, any other one its own.
-QString containerDisplayName(const QString& containerPath) {
-    const QString fileName = QFileInfo(containerPath).fileName();
-    const bool usual =
-        fileName.compare(Core::ContainerLayout::ContainerFileName, Qt::CaseInsensitive) == 0;
-    return usual ? u"Tessel"_s : fileName;
 }
 
 } // namespace
@@ -101,7 +71,7 @@ MainWindow::MainWindow(QWidget* parent)
       m_deviceManager(std::make_unique<Platform::Linux::LinuxDeviceManager>()) {
     buildUi();
     buildMenus();
-    // Only now does the hint include the menu bar.
+    // After the menus: the size hint includes the menu bar.
     setFixedSize(sizeHint());
     connectSignals();
     refreshDevices();
@@ -115,7 +85,7 @@ void MainWindow::buildUi() {
     auto* central = new QWidget;
     central->setFixedSize(centralSize());
     setCentralWidget(central);
-    setWindowTitle(u"Tessel"_s);
+    setWindowTitle(ProductInfo::name());
 
     m_protectedFilesLabel = new QLabel;
     m_protectedFilesLabel->setObjectName(u"protectedFilesLabel"_s);
@@ -127,74 +97,26 @@ void MainWindow::buildUi() {
     layout->addWidget(m_protectedFilesLabel);
     m_vaultTable = new VaultTableWidget;
     layout->addWidget(m_vaultTable);
-    buildStatusBar();
+    m_statusLabels = new StatusLabels(statusBar());
 }
 
 QLayout* MainWindow::buildDeviceRow() {
     m_deviceList = new DeviceListWidget;
     m_deviceList->installEventFilter(this);
     const int side = m_deviceList->minimumHeight();
+    m_vaultToggleButton = new PadlockButton(side);
     auto* row = new QHBoxLayout;
     row->setContentsMargins(0, 0, 0, 0);
     row->setSpacing(10);
     row->addWidget(buildApplicationIcon(side));
     row->addWidget(m_deviceList, 1);
-    row->addWidget(buildVaultToggleButton(side));
+    row->addWidget(m_vaultToggleButton);
     return row;
 }
 
-QToolButton* MainWindow::buildVaultToggleButton(int side) {
-    m_vaultToggleButton = new QToolButton;
-    m_vaultToggleButton->setObjectName(u"vaultToggleButton"_s);
-    m_vaultToggleButton->setCheckable(true);
-    m_vaultToggleButton->setAutoRaise(false);
-    m_vaultToggleButton->setFocusPolicy(Qt::NoFocus);
-    m_vaultToggleButton->setIconSize({48, 48});
-    m_vaultToggleButton->setFixedSize(side, side);
-    m_vaultToggleButton->setStyleSheet(
-        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
-        "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
-        "QToolButton:pressed:enabled { background: #e2e2e2; }"
-        "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
-    return m_vaultToggleButton;
-}
-
-void MainWindow::buildStatusBar() {
-    m_versionLabel =
-        buildStatusLabel(tr("Versão %1").arg(QLatin1StringView(ProductInfo::DefaultVersion)), 180,
-                         u"versionLabel"_s);
-    m_versionLabel->setStyleSheet(paddedStatusStyle());
-    m_dateLabel =
-        buildStatusLabel(QDate::currentDate().toString(u"dd/MM/yyyy"_s), 78, u"dateLabel"_s);
-    m_dateLabel->setStyleSheet(u"QLabel { font-size: 11px; }"_s);
-    m_vaultStateLabel = buildStatusLabel(tr("COFRE"), 50, u"vaultStateLabel"_s);
-
-    statusBar()->setSizeGripEnabled(false);
-    statusBar()->addPermanentWidget(buildContainerBox());
-    statusBar()->addPermanentWidget(m_versionLabel);
-    statusBar()->addPermanentWidget(m_dateLabel);
-    statusBar()->addPermanentWidget(m_vaultStateLabel);
-}
-
-QWidget* MainWindow::buildContainerBox() {
-    constexpr int BoxWidth = 140;
-    constexpr int LineWidth = 1;
-    auto* line = new QFrame;
-    line->setFixedWidth(LineWidth);
-    line->setStyleSheet(u"QFrame { background-color: #c8c8c8; }"_s);
-    // A fixed width, so that the text is cut to it even before the window is first laid out.
-    m_containerLabel =
-        buildStatusLabel(tr("Container: nenhum"), BoxWidth - LineWidth, u"containerLabel"_s);
-    m_containerLabel->setStyleSheet(paddedStatusStyle());
-
-    auto* box = new QWidget;
-    box->setFixedWidth(BoxWidth);
-    auto* layout = new QHBoxLayout(box);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
-    layout->addWidget(line);
-    layout->addWidget(m_containerLabel);
-    return box;
+void MainWindow::buildMenus() {
+    m_actions = new CommandActions(this);
+    connect(m_actions, &CommandActions::triggered, this, &MainWindow::perform);
 }
 
 void MainWindow::connectSignals() {
@@ -204,8 +126,8 @@ void MainWindow::connectSignals() {
     connect(
         m_deviceList, &DeviceListWidget::volumeActivated, this,
         [this](const QString& rootPath) { runCommand([&] { openContainerOfDevice(rootPath); }); });
-    // The accessors read the current row, which Qt moves after the selection when it is set by
-    // the keyboard or from code: both have to be followed.
+    // The accessors read the current row. When the keyboard or code sets it, Qt moves it after the
+    // selection: follow both.
     connect(m_vaultTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActions);
     connect(m_vaultTable, &QTableWidget::currentCellChanged, this, &MainWindow::updateActions);
     connect(m_vaultTable, &VaultTableWidget::rowActivated, this, &MainWindow::activateRow);
@@ -219,16 +141,11 @@ void MainWindow::connectSignals() {
             navigateToParentDirectory();
         }
     });
-    // The program that the files come from waits until the drop has been taken.
+    // Queued, because the program that the files come from waits until the drop is answered.
     connect(
         m_vaultTable, &VaultTableWidget::pathsDropped, this,
         [this](const QStringList& paths) { runCommand([&] { importDropped(paths); }); },
         Qt::QueuedConnection);
-}
-
-void MainWindow::buildMenus() {
-    m_actions = new CommandActions(this);
-    connect(m_actions, &CommandActions::triggered, this, &MainWindow::perform);
 }
 
 QAction* MainWindow::action(Command command) const {
@@ -236,7 +153,7 @@ QAction* MainWindow::action(Command command) const {
 }
 
 void MainWindow::perform(Command command) {
-    // Closing is no command: the window refuses to close while one is running.
+    // Not run as a command: the window refuses to close while one is running.
     if (command == Command::Quit) {
         close();
         return;
@@ -281,35 +198,14 @@ void MainWindow::updateActions() {
 }
 
 void MainWindow::updateVaultToggleButton() {
-    const QSignalBlocker blocker(m_vaultToggleButton);
     const bool unlocked = vaultIsUnlocked();
-    const bool enabled = action(unlocked ? Command::Lock : Command::Unlock)->isEnabled();
-    m_vaultToggleButton->setEnabled(enabled);
-    m_vaultToggleButton->setChecked(unlocked);
-    m_vaultToggleButton->setIcon(padlockIcon(unlocked, enabled));
-    if (unlocked) {
-        m_vaultToggleButton->setToolTip(tr("Bloquear cofre"));
-    } else if (enabled) {
-        m_vaultToggleButton->setToolTip(tr("Desbloquear cofre"));
-    } else {
-        m_vaultToggleButton->setToolTip(tr("Selecione um container para desbloquear o cofre."));
-    }
-    m_vaultToggleButton->setAccessibleName(m_vaultToggleButton->toolTip());
+    const QAction* toggle = action(unlocked ? Command::Lock : Command::Unlock);
+    m_vaultToggleButton->showState(unlocked, toggle->isEnabled());
 }
 
 void MainWindow::updateStatusBar() {
-    constexpr int Padding = 8;
-    const QString name =
-        m_containerPath.isEmpty() ? tr("nenhum") : containerDisplayName(m_containerPath);
-    const QString text = tr("Container: %1").arg(name);
-    // The style sheet's font is the one to measure with.
-    m_containerLabel->ensurePolished();
-    m_containerLabel->setText(m_containerLabel->fontMetrics().elidedText(
-        text, Qt::ElideMiddle, m_containerLabel->width() - Padding));
-    m_containerLabel->setAccessibleName(text);
-    // The name of a file must not be taken for markup.
-    m_containerLabel->setToolTip(Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text);
-    m_vaultStateLabel->setStyleSheet(vaultStateStyle(vaultIsUnlocked()));
+    m_statusLabels->showContainer(m_containerPath);
+    m_statusLabels->showVaultState(vaultIsUnlocked());
 }
 
 void MainWindow::setStatusMessage(const QString& text, int timeoutMs) {
@@ -318,11 +214,6 @@ void MainWindow::setStatusMessage(const QString& text, int timeoutMs) {
 
 void MainWindow::showResult(const QString& text) {
     setStatusMessage(text, ResultTimeoutMs);
-}
-
-void MainWindow::setCommandRunning(bool running) {
-    m_commandRunning = running;
-    m_vaultTable->setDropsAllowed(!running && vaultIsUnlocked());
 }
 
 void MainWindow::runCommand(const std::function<void()>& command) {
@@ -341,6 +232,11 @@ void MainWindow::runCommand(const std::function<void()>& command) {
     }
 }
 
+void MainWindow::setCommandRunning(bool running) {
+    m_commandRunning = running;
+    m_vaultTable->setDropsAllowed(!running && vaultIsUnlocked());
+}
+
 void MainWindow::requestClose() {
     if (m_closing || m_closeRequested) {
         return;
@@ -349,10 +245,10 @@ void MainWindow::requestClose() {
         close();
         return;
     }
-    // The command ends first: what it still asks is answered with no, what it writes is written.
+    // The command ends first: its questions are rejected, its writing is finished.
     m_closeRequested = true;
     qApp->installEventFilter(this);
-    // One may stand on another: a question on the file dialog that asks it.
+    // There may be several: a file dialog and the question that it asks.
     const QWidgetList windows = QApplication::topLevelWidgets();
     for (QWidget* window : windows) {
         auto* dialog = qobject_cast<QDialog*>(window);
@@ -363,25 +259,16 @@ void MainWindow::requestClose() {
 }
 
 void MainWindow::toggleVault() {
-    // The click has already turned the button over; only the vault may do that.
+    // The click has already toggled the button, which shows the state of the vault alone.
     updateVaultToggleButton();
     action(vaultIsUnlocked() ? Command::Lock : Command::Unlock)->trigger();
-}
-
-bool MainWindow::vaultIsUnlocked() const {
-    return m_vault.state() == Core::VaultState::Unlocked;
-}
-
-QWidget* MainWindow::dialogParent() {
-    QWidget* front = QApplication::activeModalWidget();
-    return front == nullptr ? this : front;
 }
 
 void MainWindow::showEvent(QShowEvent* event) {
     QMainWindow::showEvent(event);
     if (!m_shownBefore) {
         m_shownBefore = true;
-        // Once the window is there: a message needs something to belong to.
+        // Queued: a message needs a visible window as its parent.
         QMetaObject::invokeMethod(this, &MainWindow::clearLeftoverCopies, Qt::QueuedConnection);
     }
 }
@@ -393,7 +280,7 @@ void MainWindow::clearLeftoverCopies() {
     if (folders.isEmpty()) {
         return;
     }
-    leaveInformation(this, u"Tessel"_s,
+    leaveInformation(this, ProductInfo::name(),
                      tr("O Tessel foi encerrado sem bloquear o cofre. As cópias de arquivos "
                         "abertos que foram alteradas continuam em:\n\n%1\n\nImporte para o cofre "
                         "o que quiser guardar e depois apague o que restar ali.")
@@ -414,13 +301,70 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         return;
     }
     event->ignore();
-    showWarning(this, u"Tessel"_s, tr("Não foi possível bloquear o cofre."));
+    showWarning(this, ProductInfo::name(), tr("Não foi possível bloquear o cofre."));
     // The vault is locked all the same when only its temporary folder could not be removed.
     if (!vaultIsUnlocked()) {
         refreshVaultFiles();
     }
     updateActions();
 }
+
+// --- Keyboard --------------------------------------------------------------------------------
+
+// The table and the padlock never have the focus. The window handles the keys that mean something
+// outside of dialogs, and takes them from the device list, which has it.
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    auto* dialog = event->type() == QEvent::Show ? qobject_cast<QDialog*>(watched) : nullptr;
+    if (dialog != nullptr && m_closeRequested) {
+        QTimer::singleShot(0, dialog, &QDialog::reject);
+    }
+    if (watched == m_deviceList && event->type() == QEvent::KeyPress &&
+        handleKey(*static_cast<QKeyEvent*>(event))) {
+        return true;
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::keyPressEvent(QKeyEvent* event) {
+    if (!handleKey(*event)) {
+        QMainWindow::keyPressEvent(event);
+    }
+}
+
+void MainWindow::contextMenuEvent(QContextMenuEvent* event) {
+    if (event->reason() == QContextMenuEvent::Keyboard && vaultIsUnlocked()) {
+        m_vaultTable->requestMenuAtCurrentRow();
+    } else {
+        QMainWindow::contextMenuEvent(event);
+    }
+}
+
+bool MainWindow::handleKey(const QKeyEvent& event) {
+    // Enter and the arrows of the number pad count as well.
+    const Qt::KeyboardModifiers modifiers = event.modifiers() & ~Qt::KeypadModifier;
+    if (m_commandRunning) {
+        return false;
+    }
+    if (event.key() == Qt::Key_F10 && modifiers == Qt::NoModifier) {
+        menuBar()->setActiveAction(menuBar()->actions().constFirst());
+        return true;
+    }
+    if (event.key() == Qt::Key_F10 && modifiers == Qt::ShiftModifier && vaultIsUnlocked()) {
+        m_vaultTable->requestMenuAtCurrentRow();
+        return true;
+    }
+    if (modifiers != Qt::NoModifier) {
+        return false;
+    }
+    if (vaultIsUnlocked()) {
+        return m_vaultTable->handleKey(event.key());
+    }
+    const bool isEnter = event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
+    return isEnter && m_deviceList->activateCurrent();
+}
+
+// --- About the program -----------------------------------------------------------------------
 
 void MainWindow::showHelp() {
     HelpDialog(this).exec();
@@ -431,7 +375,7 @@ void MainWindow::showAbout() {
 }
 
 void MainWindow::openHomepage() {
-    // Without a browser nothing happens: the address also stands in the About dialog.
+    // Without a browser nothing happens; the About dialog shows the address.
     static_cast<void>(QDesktopServices::openUrl(ProductInfo::homepage()));
 }
 

@@ -3,56 +3,22 @@
 
 #include "ui/MainWindow.h"
 
-#include "core/ContainerCopy.h"
-#include "core/ContainerLayout.h"
 #include "core/ContainerManager.h"
-#include "core/RegularFile.h"
 #include "core/SecretBytes.h"
 #include "core/SetAsideContainer.h"
 #include "platform/UsbDevice.h"
+#include "ui/BackupFlow.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DeviceListWidget.h"
-#include "ui/DisplayFormats.h"
+#include "ui/FilePrompts.h"
+#include "ui/LockIfPresent.h"
 #include "ui/MessageBoxes.h"
-#include "ui/ModalProgress.h"
-#include "ui/PasswordField.h"
+#include "ui/ProductInfo.h"
+#include "ui/Prompts.h"
 
-#include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileDialog>
 #include <QFileInfo>
-#include <QInputDialog>
-#include <QLineEdit>
-#include <QScopeGuard>
-
-using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::UI {
-
-namespace {
-
-constexpr qsizetype MinimumPasswordBytes = 10;
-
-QString productTitle() {
-    return u"Tessel"_s;
-}
-
-QString containerFilter() {
-    return MainWindow::tr("Tessel Container (*.tvlt);;Todos os arquivos (*.*)");
-}
-
-QString backupTitle() {
-    return MainWindow::tr("Fazer backup");
-}
-
-/// Takes the lock on what is about to be replaced. @return false when another window has that
-/// vault open; true also when there is nothing to replace.
-bool acquireIfThere(Core::ContainerLock* lock, const QString& path) {
-    return !QFileInfo::exists(path) || lock->acquire(path);
-}
-
-} // namespace
 
 // --- Devices ---------------------------------------------------------------------------------
 
@@ -115,7 +81,7 @@ void MainWindow::openContainerOfDevice(const QString& rootPath) {
     }
     const QString path = Core::ContainerManager().containerPath(rootPath);
     if (!QFileInfo(path).isFile() && !Core::hasSetAsideContainer(path)) {
-        showInformation(this, productTitle(),
+        showInformation(this, ProductInfo::name(),
                         tr("Nenhum tessel.tvlt foi encontrado em %1. Use Criar cofre para criar "
                            "um novo container.")
                             .arg(rootPath));
@@ -131,8 +97,7 @@ void MainWindow::useContainer(const QString& containerPath) {
 }
 
 void MainWindow::chooseContainer() {
-    const QString path = QFileDialog::getOpenFileName(this, tr("Escolher container Tessel"),
-                                                      QString(), containerFilter());
+    const QString path = askContainerToOpen(this);
     if (path.isEmpty()) {
         return;
     }
@@ -143,9 +108,7 @@ void MainWindow::chooseContainer() {
 }
 
 void MainWindow::createVault() {
-    const QString path =
-        QFileDialog::getSaveFileName(this, tr("Criar container Tessel"),
-                                     Core::ContainerLayout::ContainerFileName, containerFilter());
+    const QString path = askContainerToCreate(this);
     if (path.isEmpty()) {
         return;
     }
@@ -154,10 +117,10 @@ void MainWindow::createVault() {
         return;
     }
     Core::ContainerLock lock;
-    const bool created = acquireIfThere(&lock, path) && m_vault.createVault(path, password);
+    const bool created = lockIfPresent(&lock, path) && m_vault.createVault(path, password);
     Core::wipe(&password);
     if (!created) {
-        showWarning(this, productTitle(), tr("Não foi possível criar o cofre."));
+        showWarning(this, ProductInfo::name(), tr("Não foi possível criar o cofre."));
         return;
     }
     m_currentDirectory.clear();
@@ -169,40 +132,8 @@ void MainWindow::createVault() {
 
 // --- Opening and closing the vault -----------------------------------------------------------
 
-QByteArray MainWindow::requestPassword(const QString& title) const {
-    QInputDialog dialog;
-    dialog.setWindowTitle(title);
-    dialog.setLabelText(tr("Senha:"));
-    dialog.setTextEchoMode(QLineEdit::Password);
-    auto* field = dialog.findChild<QLineEdit*>();
-    makePasswordField(field);
-    QByteArray password;
-    if (dialog.exec() == QDialog::Accepted) {
-        password = passwordIn(*field);
-    }
-    wipePassword(field);
-    return password;
-}
-
-QByteArray MainWindow::requestNewVaultPassword() const {
-    QByteArray first = requestPassword(tr("Definir senha do cofre"));
-    if (first.isEmpty()) {
-        return {};
-    }
-    QByteArray second = requestPassword(tr("Confirmar senha do cofre"));
-    auto wipeFirst = qScopeGuard([&first] { Core::wipe(&first); });
-    const auto wipeSecond = qScopeGuard([&second] { Core::wipe(&second); });
-    if (first != second) {
-        showWarning(nullptr, productTitle(), tr("As senhas informadas não coincidem."));
-        return {};
-    }
-    if (first.size() < MinimumPasswordBytes) {
-        showWarning(nullptr, productTitle(),
-                    tr("Use uma senha com pelo menos 10 caracteres para criar o cofre."));
-        return {};
-    }
-    wipeFirst.dismiss();
-    return first;
+bool MainWindow::vaultIsUnlocked() const {
+    return m_vault.state() == Core::VaultState::Unlocked;
 }
 
 void MainWindow::unlockVault() {
@@ -210,19 +141,19 @@ void MainWindow::unlockVault() {
     if (password.isEmpty()) {
         return;
     }
-    // The lock is taken on the file that stays.
+    // Before the lock: recovery may replace the file that the lock is taken on.
     Core::recoverContainer(m_containerPath);
     const bool opened =
         m_containerLock.acquire(m_containerPath) && m_vault.unlockVault(m_containerPath, password);
     Core::wipe(&password);
     if (!opened) {
-        showWarning(this, productTitle(),
+        showWarning(this, ProductInfo::name(),
                     tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container "
                        "foi alterado."));
     }
-    // Unlocking may have put the container back that a compaction had set aside.
+    // Unlocking may have put back the container that a compaction had set aside.
     static_cast<void>(m_containerLock.follow());
-    // The vault is open even after a failure when only its temporary folder could not be made.
+    // When only the temporary folder could not be made, the vault is open in spite of the failure.
     if (vaultIsUnlocked()) {
         m_currentDirectory.clear();
         refreshVaultFiles();
@@ -253,7 +184,7 @@ bool MainWindow::closeVault() {
 
 void MainWindow::lockVault() {
     if (!closeVault()) {
-        showWarning(this, productTitle(), tr("Não foi possível limpar a área temporária."));
+        showWarning(this, ProductInfo::name(), tr("Não foi possível limpar a área temporária."));
     }
     m_currentDirectory.clear();
     refreshVaultFiles();
@@ -263,11 +194,11 @@ void MainWindow::lockVault() {
 
 bool MainWindow::requireLockedContainer(const QString& messageWhenUnlocked) {
     if (m_containerPath.isEmpty()) {
-        showInformation(this, productTitle(), tr("Selecione um container primeiro."));
+        showInformation(this, ProductInfo::name(), tr("Selecione um container primeiro."));
         return false;
     }
     if (vaultIsUnlocked()) {
-        showInformation(this, productTitle(), messageWhenUnlocked);
+        showInformation(this, ProductInfo::name(), messageWhenUnlocked);
         return false;
     }
     return true;
@@ -291,10 +222,10 @@ void MainWindow::changeVaultPassword() {
     Core::wipe(&newPassword);
     if (changed) {
         showResult(tr("Senha alterada com sucesso."));
-        showInformation(this, productTitle(), tr("Senha alterada com sucesso."));
+        showInformation(this, ProductInfo::name(), tr("Senha alterada com sucesso."));
         return;
     }
-    showWarning(this, productTitle(),
+    showWarning(this, ProductInfo::name(),
                 tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."));
     showResult(tr("Falha ao alterar a senha."));
 }
@@ -310,65 +241,38 @@ void MainWindow::backupContainer() {
         showWarning(this, backupTitle(), tr("O arquivo do container não foi encontrado."));
         return;
     }
-    const QString destinationPath = requestBackupDestination();
-    if (!destinationPath.isEmpty()) {
-        writeBackup(destinationPath);
+    const QString destinationPath = askBackupDestination(this);
+    if (destinationPath.isEmpty()) {
+        return;
     }
-}
-
-QString MainWindow::requestBackupDestination() {
-    const QString now = QDateTime::currentDateTime().toString(u"yyyy-MM-dd_HHmm"_s);
-    const QString proposal = QDir::home().filePath(u"tessel_backup_%1.tvlt"_s.arg(now));
-    QString path = QFileDialog::getSaveFileName(this, tr("Fazer backup do container"), proposal,
-                                                containerFilter());
-    if (path.isEmpty()) {
-        return {};
-    }
-    if (QFileInfo(path).absoluteFilePath() == QFileInfo(m_containerPath).absoluteFilePath()) {
+    const QString containerPath = QFileInfo(m_containerPath).absoluteFilePath();
+    if (QFileInfo(destinationPath).absoluteFilePath() == containerPath) {
         showWarning(this, backupTitle(), tr("Escolha um destino diferente do container original."));
-        return {};
+        return;
     }
-    return path;
+    writeBackup(destinationPath);
 }
 
 void MainWindow::writeBackup(const QString& destinationPath) {
-    Core::ContainerLock lock;
-    QFile source(m_containerPath);
-    if (!lock.acquire(m_containerPath) || !Core::openRegularFile(source, QIODevice::ReadOnly)) {
+    switch (copyBackup(this, m_containerPath, destinationPath)) {
+    case BackupResult::SourceNotOpened:
         showWarning(this, backupTitle(), tr("Não foi possível abrir o container para backup."));
-        return;
-    }
-    Core::ContainerLock destinationLock;
-    Core::ContainerBackup backup(destinationPath);
-    if (!backup.create(m_containerPath) || !acquireIfThere(&destinationLock, destinationPath)) {
+        break;
+    case BackupResult::DestinationNotCreated:
         showWarning(this, backupTitle(), tr("Não foi possível criar o arquivo de backup."));
-        return;
-    }
-    ModalProgress progress(this, backupTitle(),
-                           tr("Copiando backup criptografado...\n\nO backup permanece protegido "
-                              "pela senha do cofre."));
-    const auto report = [&progress](qint64 done, qint64 total) {
-        // Until the first piece is copied, the dialog says what a backup is.
-        if (done > 0) {
-            progress.report(progressValue(done, total, 1000),
-                            tr("Copiando backup criptografado...\n%1 de %2")
-                                .arg(formatFileSize(done), formatFileSize(total)));
-        }
-    };
-    const bool copied = backup.copyFrom(source, report);
-    source.close();
-    progress.finish();
-
-    if (copied) {
+        break;
+    case BackupResult::CopyFailed:
+        showWarning(this, backupTitle(), tr("Não foi possível concluir o backup."));
+        showResult(tr("Falha ao fazer backup do container."));
+        break;
+    case BackupResult::Done:
         showResult(tr("Backup do container concluído."));
         showInformation(this, backupTitle(),
                         tr("Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia "
                            "criptografada do container e permanece protegido pela senha do "
                            "cofre."));
-        return;
+        break;
     }
-    showWarning(this, backupTitle(), tr("Não foi possível concluir o backup."));
-    showResult(tr("Falha ao fazer backup do container."));
 }
 
 } // namespace Tessel::UI

@@ -3,7 +3,9 @@
 
 #include "ui/MessageBoxes.h"
 
-#include <QCoreApplication>
+#include "ui/WindowText.h"
+
+#include <QApplication>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -11,10 +13,6 @@
 namespace Tessel::UI {
 
 namespace {
-
-QString tr(const char* text) {
-    return QCoreApplication::translate("Tessel::UI::MainWindow", text);
-}
 
 /// The picture of a box has no text of its own.
 void nameIcon(QMessageBox* box) {
@@ -47,12 +45,17 @@ void show(QWidget* parent, QMessageBox::Icon icon, const QString& title, const Q
 
 } // namespace
 
+QWidget* frontWindow(QWidget* window) {
+    QWidget* front = QApplication::activeModalWidget();
+    return front == nullptr ? window : front;
+}
+
 bool questionContinueCancel(QWidget* parent, const QString& title, const QString& text) {
-    return ask(parent, title, text, tr("Continuar"), tr("Cancelar"));
+    return ask(parent, title, text, WindowText::tr("Continuar"), WindowText::tr("Cancelar"));
 }
 
 bool questionYesNo(QWidget* parent, const QString& title, const QString& text) {
-    return ask(parent, title, text, tr("Sim"), tr("Não"));
+    return ask(parent, title, text, WindowText::tr("Sim"), WindowText::tr("Não"));
 }
 
 void leaveInformation(QWidget* parent, const QString& title, const QString& text) {

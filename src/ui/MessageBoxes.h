@@ -11,6 +11,9 @@ namespace Tessel::UI {
 
 // Message boxes. Texts hold names of files and folders, so all are shown as plain text.
 
+/// The parent for a new box or dialog: the dialog in front, or @p window without one.
+[[nodiscard]] QWidget* frontWindow(QWidget* window);
+
 /// Asks with "Continuar" and "Cancelar"; the latter is the default and what closing the box means.
 [[nodiscard]] bool questionContinueCancel(QWidget* parent, const QString& title,
                                           const QString& text);

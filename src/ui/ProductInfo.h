@@ -13,6 +13,12 @@ namespace Tessel::UI::ProductInfo {
 /// Shown where the application object carries no version of its own.
 inline constexpr char DefaultVersion[] = "1.0.0";
 
+/// The title of the window and of its message boxes.
+[[nodiscard]] inline QString name() {
+    using namespace Qt::Literals::StringLiterals;
+    return u"Tessel"_s;
+}
+
 /// The official page, opened from the "Sobre" menu and from the About dialog.
 [[nodiscard]] inline QUrl homepage() {
     return QUrl(QString::fromUtf8(TESSEL_HOMEPAGE_URL));
