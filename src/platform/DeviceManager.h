@@ -16,8 +16,8 @@ public:
     virtual ~DeviceManager() = default;
     Q_DISABLE_COPY_MOVE(DeviceManager)
 
-    /// The volumes as they are now, in the order of discovery. Never fails: what cannot be read is
-    /// not listed.
+    /// The present volumes, in the order of discovery. Never fails: what cannot be read is not
+    /// listed.
     [[nodiscard]] virtual QList<UsbDevice> detectUsbDevices() const = 0;
 };
 

@@ -37,7 +37,7 @@ constexpr int ListMinimumHeight = 82;
 constexpr int DetailsMinimumHeight = 104;
 constexpr qreal DetailsMargin = 4.0;
 
-/// Keeps the rows of the component list as tight as their text allows.
+/// Rows of the component list, only as high as their text needs.
 class CompactListItemDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
@@ -50,14 +50,14 @@ public:
     }
 };
 
-/// What stands above a widget, which a screen reader calls it by too.
+/// The caption above a widget; also its name for a screen reader.
 QLabel* buildCaption(const QString& text, QWidget* widget) {
     auto* caption = new QLabel(text);
     widget->setAccessibleName(text);
     return caption;
 }
 
-/// The product's blue is hard to read on a dark ground: a light edge sets it off.
+/// Adds a light edge in dark themes, where the product's blue is hard to read.
 void liftFromDarkGround(QLabel* label) {
     if (label->palette().color(QPalette::Window).lightnessF() > 0.5F) {
         return;
@@ -149,7 +149,7 @@ QLabel* AboutDialog::buildVersionLabel() {
     label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::LinksAccessibleByMouse |
                                    Qt::LinksAccessibleByKeyboard);
     label->setOpenExternalLinks(false);
-    // Where no browser answers, the address can still be read and copied from the label.
+    // Without a browser nothing happens; the label shows the address to be copied.
     connect(label, &QLabel::linkActivated, this,
             [](const QString& link) { QDesktopServices::openUrl(QUrl(link)); });
     return label;

@@ -23,7 +23,7 @@ void setUpApplication(QApplication& application) {
     QApplication::setDesktopFileName(u"example.tessel.Tessel"_s);
     QApplication::setWindowIcon(QIcon(ProductInfo::iconResource()));
 
-    // Without the toolkit's catalogue its own texts stay English; ours are Portuguese anyway.
+    // Without Qt's catalogue its own texts stay English; ours are Portuguese literals.
     auto* translator = new QTranslator(&application);
     if (translator->load(u"qtbase_pt_BR"_s, QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
         QApplication::installTranslator(translator);

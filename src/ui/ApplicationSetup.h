@@ -10,16 +10,16 @@ class QWidget;
 
 namespace Tessel::UI {
 
-/// Gives the application its name, version and icon, and the toolkit's own texts (file dialogs,
-/// buttons, context menus) in Brazilian Portuguese whatever the system speaks. Numbers and dates
-/// keep the system's formats.
+/// Sets the application's name, version and icon, and makes Qt's own texts (file dialogs, buttons,
+/// context menus) Brazilian Portuguese in every locale. Numbers and dates keep the system's
+/// formats.
 void setUpApplication(QApplication& application);
 
-/// Makes the end of the desktop's session close @p window, as "Sair" does: see closeOrCancel(). The
-/// window must not live longer than the application.
+/// Closes @p window at the end of the desktop session, as "Sair" does; see closeOrCancel(). The
+/// application must outlive the window.
 void closeAtLogOut(QApplication& application, QWidget& window);
 
-/// Closes the window. Should it stay open, because a command is running or its vault cannot be
+/// Closes the window. When it stays open, because a command is running or its vault cannot be
 /// locked, calls @p cancelLogOut.
 void closeOrCancel(QWidget& window, const std::function<void()>& cancelLogOut);
 

@@ -13,8 +13,8 @@ namespace Tessel::UI {
 /// Asks for the current password and, twice, for the new one.
 ///
 /// Once accepted, the current password is not empty and the new one has at least
-/// MinimumPasswordLength characters and was typed the same twice. Whether the current password is
-/// right is not known here: the vault finds that out.
+/// MinimumPasswordLength characters and was typed the same twice. The dialog does not know whether
+/// the current password is right; the vault checks it.
 class ChangePasswordDialog : public QDialog {
     Q_OBJECT
 
@@ -32,9 +32,9 @@ public:
 
 private:
     void buildUi();
-    /// Accepts, or words the first objection and leaves the dialog open.
+    /// Accepts the dialog, or shows the first objection and leaves it open.
     void validateAndAccept();
-    /// What is wrong with the fields, in words; empty when nothing is.
+    /// What is wrong with the fields, in the user's words; empty when nothing is.
     [[nodiscard]] QString objection() const;
 
     QLineEdit* m_currentPassword = nullptr;

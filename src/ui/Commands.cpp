@@ -7,7 +7,7 @@
 
 #include <iterator>
 
-// All texts of the window share its translation context.
+// All parts of the window share one translation context.
 #define WINDOW_TEXT(text) QT_TRANSLATE_NOOP("Tessel::UI::MainWindow", text)
 
 namespace Tessel::UI {

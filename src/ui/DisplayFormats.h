@@ -14,7 +14,7 @@ namespace Tessel::UI {
 /// Local time as "dd/MM/yyyy HH:mm"; empty for an invalid date-time.
 [[nodiscard]] QString formatFileDate(const QDateTime& dateTime);
 
-/// The path's suffix in upper case, or the general word for a file without one.
+/// The path's suffix in upper case; "Arquivo" without one.
 [[nodiscard]] QString fileTypeLabel(const QString& path);
 
 } // namespace Tessel::UI

@@ -34,7 +34,7 @@ QByteArray readHelpPage() {
     return page.open(QIODevice::ReadOnly | QIODevice::Text) ? page.readAll() : QByteArray();
 }
 
-/// Every picture of the document, as its place in the text describes it.
+/// The format of every picture in the document, with its name and width.
 QList<QTextImageFormat> picturesOf(const QTextDocument& document) {
     QList<QTextImageFormat> pictures;
     for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
@@ -63,7 +63,7 @@ void HelpDialog::buildUi() {
     m_viewer = new QTextBrowser(this);
     m_viewer->setAccessibleName(windowTitle());
     m_viewer->setOpenExternalLinks(true);
-    // The page names its pictures relative to itself, so that it can also be read in a browser.
+    // The page names its pictures relative to itself, so that a browser can show it as well.
     m_viewer->setSearchPaths({helpFolder()});
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
@@ -87,7 +87,7 @@ void HelpDialog::loadHelpContent() {
 }
 
 void HelpDialog::smoothPictures() {
-    // The viewer skips pixels where it shrinks a picture, and the texts in it become hard to read.
+    // The viewer skips pixels when it shrinks a picture, which makes its texts hard to read.
     for (const QTextImageFormat& format : picturesOf(*m_viewer->document())) {
         const QUrl name(format.name());
         QImage picture = QImage::fromData(

@@ -9,7 +9,7 @@ namespace {
 
 constexpr qint64 MebiByte = qint64{1024} * 1024;
 constexpr qint64 ReserveBytes = 16 * MebiByte;
-/// Leaving less than this is worth a question.
+/// The user is asked before less than this is left.
 constexpr qint64 ComfortableBytes = 128 * MebiByte;
 
 ImportFit classify(qint64 remainingBytes) {
@@ -22,7 +22,7 @@ ImportFit classify(qint64 remainingBytes) {
 } // namespace
 
 ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes) {
-    // A twentieth in whole bytes: 1.05 times the sum, cut off, without the rounding of a double.
+    // 5 % as a twentieth, in whole bytes: 1.05 times the sum, truncated, without rounding errors.
     const qint64 withMargin = addByteCounts(selectedBytes, selectedBytes / 20);
     const qint64 required = addByteCounts(withMargin, ReserveBytes);
     const qint64 remaining = availableBytes - required;

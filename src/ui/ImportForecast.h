@@ -10,7 +10,7 @@
 namespace Tessel::UI {
 
 enum class ImportFit {
-    /// There is room to spare.
+    /// With enough space left.
     Fits,
     /// It fits, but so little is left that the user should agree.
     LittleSpaceLeft,
@@ -18,16 +18,16 @@ enum class ImportFit {
 };
 
 struct ImportForecast {
-    /// What the import is reckoned to take: the files, 5 % more and 16 MiB.
+    /// Estimate of what the import takes: the files, 5 % more and 16 MiB.
     qint64 requiredBytes = 0;
-    /// What would then be left; negative when it does not fit.
+    /// What is left then; negative when it does not fit.
     qint64 remainingBytes = 0;
     ImportFit fit = ImportFit::TooLarge;
 };
 
 using Core::addByteCounts;
 
-/// Whether files of @p selectedBytes altogether can go where @p availableBytes are free.
+/// Whether files of @p selectedBytes in total fit where @p availableBytes are free.
 [[nodiscard]] ImportForecast forecastImport(qint64 selectedBytes, qint64 availableBytes);
 
 } // namespace Tessel::UI

@@ -19,8 +19,8 @@ namespace Tessel::UI {
 
 namespace {
 
-/// The names in a folder as its file system has them; nothing when not all of it can be seen. Qt
-/// lists what it cannot read as if it were empty, and files would stay behind unnoticed.
+/// The names in a folder as its file system has them; nothing when it cannot be read completely.
+/// Qt lists a folder that it cannot read as empty, and its files would be left out unnoticed.
 std::optional<QList<QByteArray>> namesIn(const QString& folder) {
     QList<QByteArray> names;
     std::error_code error;
@@ -32,7 +32,7 @@ std::optional<QList<QByteArray>> namesIn(const QString& folder) {
     return error ? std::nullopt : std::optional(names);
 }
 
-/// Whether the name is UTF-8. Qt leaves out every other one, and cannot open its file.
+/// Whether the name is UTF-8. Qt does not list other names and cannot open their files.
 bool isText(const QByteArray& name) {
     return QFile::encodeName(QFile::decodeName(name)) == name;
 }
@@ -79,7 +79,7 @@ ImportPlan planImport(const QStringList& paths, const QString& directory) {
         } else if (info.isDir()) {
             addFolder(&plan, info, directory);
         } else {
-            // What has gone in the meantime is refused by name with the others.
+            // A file that has disappeared meanwhile is refused by name, with the others.
             plan.files.append({path, directory});
         }
     }

@@ -9,7 +9,7 @@
 
 namespace Tessel::UI {
 
-/// A file of the computer and the folder of the vault it is to be imported to.
+/// A file of the computer and the vault folder that it is imported to.
 struct ImportSource {
     QString sourcePath;
     /// Empty for the root.
@@ -18,19 +18,19 @@ struct ImportSource {
 
 /// What is to be imported, in order.
 struct ImportPlan {
-    /// The folder of the vault that all of it goes to; empty for the root.
+    /// The vault folder that everything goes to; empty for the root.
     QString directory;
     QList<ImportSource> files;
-    /// Folders of the vault that no file would bring along, because nothing is in them.
+    /// Vault folders to be made by themselves, because they hold no file.
     QStringList emptyDirectories;
-    /// What cannot be imported as a file or looked into: links to folders, which may lead round in
-    /// a circle, links that lead nowhere, devices, folders that may not be read or whose name
-    /// cannot be one in the vault, names that are no UTF-8.
+    /// What can be neither imported nor listed: links to folders, which may form a loop, broken
+    /// links, devices, folders that cannot be read or whose name is not valid in the vault, names
+    /// that are not UTF-8.
     QStringList unusable;
 };
 
-/// The plan for @p paths, files and folders, into the folder @p directory of the vault. A folder
-/// brings everything in it, hidden files too, into a folder of its own name.
+/// The plan for importing the files and folders @p paths into the vault folder @p directory. A
+/// folder is imported with everything in it, hidden files too, into a folder of its own name.
 [[nodiscard]] ImportPlan planImport(const QStringList& paths, const QString& directory);
 
 } // namespace Tessel::UI

@@ -14,7 +14,7 @@ namespace Tessel::UI {
 
 namespace {
 
-/// The picture of a box has no text of its own.
+/// Gives the icon, which has no text, a name for a screen reader.
 void nameIcon(QMessageBox* box) {
     const QList<QLabel*> labels = box->findChildren<QLabel*>();
     for (QLabel* label : labels) {

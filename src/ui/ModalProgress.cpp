@@ -44,8 +44,8 @@ ModalProgress::ModalProgress(QWidget* parent, const QString& title, const QStrin
 }
 
 void ModalProgress::waitUntilOnScreen() {
-    // A dialog that changes its size while the window manager is still placing it ends up in a
-    // corner of the screen, and the operation that follows leaves no time to put that right.
+    // A dialog that changes its size while the window manager places it ends up in a corner of the
+    // screen, and stays there during the operation.
     constexpr int PatienceMs = 500;
     const QDeadlineTimer deadline(PatienceMs);
     do {
@@ -77,7 +77,7 @@ int progressValue(qint64 done, qint64 total, int whenEmpty) {
     if (total <= 0) {
         return whenEmpty;
     }
-    // The sizes that an index claims need not add up.
+    // Sizes come from an index, which may be damaged: the product may overflow.
     qint64 scaled = 0;
     if (qMulOverflow(done, qint64{ProgressMaximum}, &scaled)) {
         return done < 0 ? 0 : ProgressMaximum;

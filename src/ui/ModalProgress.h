@@ -7,9 +7,9 @@
 
 namespace Tessel::UI {
 
-/// The progress of a long operation that cannot be cancelled. From construction to finish(), or
-/// to the end of its life, it keeps the user from everything else in the program: it is
-/// application-modal and neither Escape nor the window manager closes it.
+/// The progress of a long operation that cannot be cancelled. From construction to finish() or
+/// destruction it blocks the rest of the program: it is application-modal, and neither Escape nor
+/// the window manager closes it.
 class ModalProgress : public QProgressDialog {
     Q_OBJECT
 
@@ -21,7 +21,7 @@ public:
 
     /// @param value in thousandths. Processes pending events, so that the dialog paints.
     void report(int value, const QString& text);
-    /// Fills the bar and takes the dialog away.
+    /// Fills the bar and hides the dialog.
     void finish();
 
     void reject() override {}

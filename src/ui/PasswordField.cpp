@@ -14,7 +14,7 @@ namespace Tessel::UI {
 
 namespace {
 
-/// Of the line break that the text ends with; 0 when it ends with none.
+/// Length of the line break at the end of the text; 0 without one.
 qsizetype lengthOfLastLineBreak(QStringView text) {
     if (text.endsWith(u"\r\n")) {
         return 2;
@@ -22,16 +22,16 @@ qsizetype lengthOfLastLineBreak(QStringView text) {
     return text.endsWith(u'\n') || text.endsWith(u'\r') ? 1 : 0;
 }
 
-/// Takes the line break off each paste. The keyboard, the menu, the mouse and a drop paste in
-/// different ways, and each is announced as an edit when it is done. To tell one from a deletion
-/// takes no more than the lengths before it; the password itself is not kept.
+/// Removes the line break at the end of each paste. Keyboard, menu, mouse and drop paste in
+/// different ways, but each is announced as an edit. The lengths before the edit tell a paste from
+/// a deletion, so that no copy of the password is kept.
 class LineBreakRemover : public QObject {
 public:
     explicit LineBreakRemover(QLineEdit* edit) : QObject(edit), m_edit(edit) {
-        // Announced before the change of the text, and only for edits of the user.
+        // Emitted before textChanged, and only for edits of the user.
         connect(edit, &QLineEdit::textEdited, this, [this] { m_isEdit = true; });
         connect(edit, &QLineEdit::textChanged, this, &LineBreakRemover::textChanged);
-        // Announced after the change that removes the selection.
+        // Emitted after the change that removes the selection.
         connect(edit, &QLineEdit::selectionChanged, this, &LineBreakRemover::noteLengths);
         noteLengths();
     }
@@ -45,7 +45,7 @@ private:
         }
         const int end = m_edit->cursorPosition();
         const qsizetype lineBreak = lengthOfLastLineBreak(QStringView(text).first(end));
-        // The paste may be a half of the line break that it completes.
+        // The paste may complete a line break: remove only the part that it inserted.
         const int superfluous = static_cast<int>(std::min(lineBreak, inserted));
         if (superfluous > 0) {
             m_edit->setSelection(end - superfluous, superfluous);
@@ -76,7 +76,7 @@ QByteArray passwordIn(const QLineEdit& edit) {
 }
 
 void wipePassword(QLineEdit* edit) {
-    // As many other letters take the place of the text in its own memory.
+    // As many asterisks overwrite the text in its own memory.
     const QString others(edit->text().size(), u'*');
     edit->selectAll();
     edit->insert(others);

@@ -10,10 +10,9 @@
 namespace Tessel::UI {
 
 void makeProcessPrivate() {
-    // Not a core limit, which a started program could not raise again: a process that may not be
-    // dumped leaves no core whatever the limit.
+    // Rather than a core size limit, which started programs would inherit.
     static_cast<void>(::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0));
-    // Not ignored, which started programs would inherit; a handler ends with this program.
+    // An empty handler rather than SIG_IGN, which started programs would inherit.
     static_cast<void>(std::signal(SIGXFSZ, [](int /*signal*/) {}));
 }
 

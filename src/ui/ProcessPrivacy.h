@@ -5,9 +5,9 @@
 
 namespace Tessel::UI {
 
-/// Makes the process keep what it knows to itself, before it knows anything: neither a core dump
-/// nor another process of the user can read its memory, where keys are. A file size limit makes a
-/// write fail instead of ending the program. Programs that it starts inherit none of this.
+/// Protects the memory of the process, which will hold keys: no core dump is written, and no other
+/// process of the user can read it. Also makes a write beyond a file size limit fail instead of
+/// ending the program. Programs that it starts inherit none of this. Call it first in main().
 void makeProcessPrivate();
 
 } // namespace Tessel::UI

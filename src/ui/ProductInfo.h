@@ -6,11 +6,11 @@
 #include <QString>
 #include <QUrl>
 
-/// What the interface says of the product itself. The build gives the values: see
+/// What the interface says about the product. Address and owner come from the build: see
 /// TESSEL_HOMEPAGE and TESSEL_OWNER in the top CMakeLists.txt.
 namespace Tessel::UI::ProductInfo {
 
-/// Shown where the application object carries no version of its own.
+/// Shown when the application object has no version.
 inline constexpr char DefaultVersion[] = "1.0.0";
 
 /// The title of the window and of its message boxes.
@@ -24,7 +24,7 @@ inline constexpr char DefaultVersion[] = "1.0.0";
     return QUrl(QString::fromUtf8(TESSEL_HOMEPAGE_URL));
 }
 
-/// Whom the About dialog names as owner.
+/// The owner that the About dialog names.
 [[nodiscard]] inline QString ownerName() {
     return QString::fromUtf8(TESSEL_OWNER_NAME);
 }

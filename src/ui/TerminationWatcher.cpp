@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::array Signals{SIGTERM, SIGINT, SIGHUP};
 
-// A signal handler may do next to nothing; writing a byte into a pipe is allowed.
+// A signal handler may call few functions; write() to a pipe is one of them.
 std::array<int, 2> wakePipe{-1, -1};
 
 void wake(int /*signal*/) {

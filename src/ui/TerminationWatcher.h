@@ -9,19 +9,19 @@ class QSocketNotifier;
 
 namespace Tessel::UI {
 
-/// Turns SIGTERM, SIGINT and SIGHUP into a signal of the event loop, so that a program that is
-/// told to end can still lock its vault. One at a time in a process.
+/// Turns SIGTERM, SIGINT and SIGHUP into a Qt signal, so that the program can lock its vault before
+/// it ends. At most one object in a process.
 class TerminationWatcher : public QObject {
     Q_OBJECT
 
 public:
     explicit TerminationWatcher(QObject* parent = nullptr);
-    /// Gives the signals their default effect back.
+    /// Restores the default action of the signals.
     ~TerminationWatcher() override;
     Q_DISABLE_COPY_MOVE(TerminationWatcher)
 
 Q_SIGNALS:
-    /// Emitted in the event loop for each signal that came.
+    /// Emitted in the event loop; once for several signals that arrive together.
     void terminationRequested();
 
 private:

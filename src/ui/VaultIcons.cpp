@@ -111,7 +111,7 @@ void paintBadge(QPainter& painter, const Badge& badge) {
 QIcon padlockIcon(bool unlocked, bool enabled) {
     const QPixmap pixmap = paintSquare(
         PadlockSide, [=](QPainter& painter) { paintPadlock(painter, unlocked, enabled); });
-    // The style would grey the picture of a disabled button once more if it were not given one.
+    // A disabled button without a picture of its own would be greyed once more by the style.
     QIcon icon(pixmap);
     icon.addPixmap(pixmap, QIcon::Disabled);
     return icon;
@@ -140,7 +140,7 @@ QIcon VaultIcons::makeFileIcon(const QString& suffix) const {
         });
     }
     if (!suffix.isEmpty()) {
-        // The provider goes by the name alone: no such file has to exist.
+        // The provider looks at the name alone; the file need not exist.
         QIcon icon = m_provider.icon(QFileInfo(u"tessel-placeholder.%1"_s.arg(suffix)));
         if (!icon.isNull()) {
             return icon;

@@ -10,7 +10,7 @@
 
 namespace Tessel::UI {
 
-/// What a row of the vault table stands for; the numbers are stored in the rows.
+/// What a row of the vault table shows; the numbers are stored in the rows.
 enum class VaultTableItemKind { File = 0, Directory = 1, ParentDirectory = 2 };
 
 /// The padlock of the vault button, 48 x 48: open or closed, and pale when the button is disabled.

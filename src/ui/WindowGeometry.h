@@ -7,7 +7,7 @@
 
 namespace Tessel::UI {
 
-/// The size of the window's central part on a machine without a screen.
+/// The size of the window's central part without a screen.
 inline constexpr QSize DefaultCentralSize{960, 540};
 
 /// The fixed size of the window's central part on a screen with this available area: three fifths

@@ -19,8 +19,8 @@ namespace Tessel::Platform::Linux {
 
 namespace {
 
-// Devices are told apart by the name alone: sysfs, the label links and both lists of mounts agree
-// on it, while a device node may be reached by several paths.
+/// The name of a device, by which devices are compared: sysfs, the label links and both lists of
+/// mounts agree on it, while a device node may have several paths.
 QString lastPathComponent(const QString& path) {
     return QFileInfo(path).fileName();
 }
@@ -29,11 +29,12 @@ bool isDeviceNode(const QString& path) {
     return path.startsWith(u"/dev/");
 }
 
-// The backslash comes last: an escaped backslash followed by digits must not become an escape.
+/// Decodes the octal escapes of the mount table.
 QString decodeMountInfoToken(QString token) {
     token.replace(u"\\040"_s, u" "_s);
     token.replace(u"\\011"_s, u"\t"_s);
     token.replace(u"\\012"_s, u"\n"_s);
+    // The backslash comes last: an escaped one before digits must not become another escape.
     token.replace(u"\\134"_s, u"\\"_s);
     return token;
 }
@@ -73,7 +74,7 @@ bool hasRemovableFlag(const QString& name) {
     return readFirstLine(u"/sys/class/block/%1/removable"_s.arg(name)) == u"1";
 }
 
-// Partitions carry no flag of their own: their disk answers for them.
+/// Partitions have no flag of their own; their disk has it.
 bool isRemovableBlockDevice(const QString& name) {
     if (hasRemovableFlag(name)) {
         return true;
@@ -93,7 +94,7 @@ bool isUsbDisk(const QString& name) {
     return isUsbBlockDevice(name) && !isOpticalBlockDevice(name);
 }
 
-// A volume mounted at "/" has no directory name to show.
+/// The mount directory's name; the device's for a volume mounted at "/".
 QString fallbackDisplayName(const QString& devicePath, const QString& rootPath) {
     const QString directory = lastPathComponent(rootPath);
     return directory.isEmpty() ? lastPathComponent(devicePath) : directory;
@@ -163,7 +164,7 @@ QStringList subdirectories(const QString& path) {
     return QDir(path).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
 }
 
-// A disk with partitions holds no volume itself.
+/// Such a disk holds no volume itself.
 bool isDiskWithPartitions(const QString& name) {
     if (parentDiskName(name) != name) {
         return false;
@@ -177,8 +178,8 @@ bool isDiskWithPartitions(const QString& name) {
     return false;
 }
 
-// What one detection has found so far. The seen names and roots keep a later source from listing
-// again what an earlier one has listed.
+/// What one detection has found so far. The seen names and roots keep a later source from listing
+/// a volume a second time.
 struct Findings {
     QList<UsbDevice> devices;
     QSet<QString> seenRootPaths;
@@ -219,8 +220,8 @@ struct MountTableEntry {
     QString source;
 };
 
-// Layout of a line: proc(5), /proc/pid/mountinfo. A variable number of optional fields stands
-// before the separator. Returns false for a line that is too short.
+/// The layout of a line is in proc(5), /proc/pid/mountinfo; a variable number of optional fields
+/// precedes the separator. @return false for a line that is too short.
 bool parseMountTableLine(const QString& line, MountTableEntry* entry) {
     const QString separator = u" - "_s;
     const qsizetype at = line.indexOf(separator);
@@ -268,13 +269,13 @@ void addStorageVolumes(Findings* findings) {
     }
 }
 
-// The kernel gives this file the size 0, so QFile::atEnd() is true before the first line: only a
-// read tells where the table ends. Returns false when the table cannot be opened.
+/// @return false when the table cannot be opened.
 bool addMountTable(Findings* findings) {
     QFile table(u"/proc/self/mountinfo"_s);
     if (!table.open(QIODevice::ReadOnly | QIODevice::Text)) {
         return false;
     }
+    // Until a read returns nothing: the kernel reports the size 0, so atEnd() is true at once.
     for (QByteArray line = table.readLine(); !line.isEmpty(); line = table.readLine()) {
         if (line.endsWith('\n')) {
             line.chop(1);
@@ -312,8 +313,8 @@ void addBlockDevices(Findings* findings) {
 QList<UsbDevice> LinuxDeviceManager::detectUsbDevices() const {
     Findings findings;
     addStorageVolumes(&findings);
-    // Without the mount table nothing tells a mounted block device from an unmounted one, so the
-    // scan of block devices has to wait for it.
+    // Only the mount table tells a mounted block device from an unmounted one: without it, block
+    // devices are not listed.
     if (addMountTable(&findings)) {
         addBlockDevices(&findings);
     }

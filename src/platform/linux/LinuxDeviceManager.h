@@ -7,8 +7,8 @@
 
 namespace Tessel::Platform::Linux {
 
-/// Finds USB volumes from the storage API, the kernel's mount table and sysfs, in this order.
-/// It reads pseudo-files and the environment only, and keeps nothing between calls.
+/// Finds USB volumes through QStorageInfo, the kernel's mount table and sysfs, in this order. Reads
+/// pseudo-files and the environment only, and keeps no state between calls.
 class LinuxDeviceManager : public DeviceManager {
 public:
     LinuxDeviceManager() = default;
