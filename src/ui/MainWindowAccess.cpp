@@ -23,21 +23,18 @@ namespace Tessel::UI {
 // --- Devices ---------------------------------------------------------------------------------
 
 void MainWindow::refreshDevices() {
+    QList<Platform::UsbDevice> devices;
     if (m_deviceManager == nullptr) {
         m_deviceList->showMessage(tr("Detecção de USB ainda não disponível neste sistema."));
-        selectDeviceForContainer(m_containerPath);
-        updateActions();
-        return;
+    } else {
+        devices = m_deviceManager->detectUsbDevices();
+        if (devices.isEmpty()) {
+            m_deviceList->showMessage(tr("Nenhum dispositivo USB detectado."));
+        } else {
+            m_deviceList->showVolumes(devices);
+        }
     }
-    const QList<Platform::UsbDevice> devices = m_deviceManager->detectUsbDevices();
-    if (devices.isEmpty()) {
-        m_deviceList->showMessage(tr("Nenhum dispositivo USB detectado."));
-        selectDeviceForContainer(m_containerPath);
-        updateActions();
-        return;
-    }
-    m_deviceList->showVolumes(devices);
-    if (m_containerPath.isEmpty()) {
+    if (m_containerPath.isEmpty() && !devices.isEmpty()) {
         selectDefaultUsbAfterRefresh();
     } else {
         selectDeviceForContainer(m_containerPath);
