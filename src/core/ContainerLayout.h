@@ -3,7 +3,6 @@
 
 #pragma once
 
-#include <QByteArray>
 #include <QByteArrayView>
 #include <QLatin1StringView>
 
@@ -20,15 +19,5 @@ inline constexpr qint64 LengthLineOffset = FileMagic.size();
 inline constexpr qint64 HeaderOffset = LengthLineOffset + LengthLineBytes;
 inline constexpr qint64 PayloadOffset = HeaderOffset + HeaderRegionBytes;
 inline constexpr qint32 FormatVersion = 3;
-
-/// A number as twenty decimal digits.
-[[nodiscard]] inline QByteArray paddedNumber(qint64 number) {
-    return QByteArray::number(number).rightJustified(LengthDigits, '0');
-}
-
-/// The line in front of a header of that many bytes.
-[[nodiscard]] inline QByteArray lengthLineFor(qint64 headerBytes) {
-    return paddedNumber(headerBytes).append('\n');
-}
 
 } // namespace Tessel::Core::ContainerLayout

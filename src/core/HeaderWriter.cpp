@@ -3,13 +3,18 @@
 
 #include "core/HeaderWriter.h"
 
+#include "core/ContainerDocument.h"
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
+#include "core/HeaderCodec.h"
+#include "core/LengthLine.h"
 #include "core/RedoRecord.h"
 
 #include <QFile>
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace Tessel::Core {
 
@@ -19,14 +24,27 @@ using namespace ContainerLayout;
 
 constexpr qint64 ScanBytes = qint64{256} * 1024;
 
+// A header about to be written over another one.
+struct HeaderRewrite {
+    // The length line and the new header.
+    QByteArray image;
+    // The same of the redo record.
+    QByteArray recordedImage;
+    // Where the present header ends in the file; nothing when it has no length line.
+    std::optional<qint64> presentEnd;
+    // Zero only where the present length line is as long as ours.
+    HeaderPadding padding = HeaderPadding::Unknown;
+    WithoutRecord withoutRecord = WithoutRecord::Refuse;
+};
+
 // What a rewrite of the header leaves of the file.
 struct Extents {
-    // Nothing behind this is needed once the new header is on the drive.
+    // Nothing after this is needed once the new header is on the drive.
     qint64 payload = PayloadOffset;
     // The file's size before the rewrite. A record in there may be all that is left of a header
     // torn earlier, so a rewrite that is undone must leave it.
     qint64 formerSize = 0;
-    // The region up to here belongs to the header; behind it is a redo record, if anything.
+    // The region up to here belongs to the header; after it is a redo record, if anything.
     qint64 headerLimit = PayloadOffset;
 };
 
@@ -60,15 +78,16 @@ bool writeAtLengthLine(QFile& file, const QByteArray& bytes) {
     return file.seek(LengthLineOffset) && file.write(bytes) == bytes.size() && syncToDrive(file);
 }
 
-// What is left behind a good header is ignored and goes with the next change.
+// Removes the record and cuts the file to @p size. What is left after a good header is ignored, and
+// removed by the next change.
 bool removeRecords(QFile& file, const Extents& extents, qint64 size) {
     const bool cut = file.size() <= size || file.resize(size);
     return (extents.headerLimit == PayloadOffset || eraseRegionFrom(file, extents.headerLimit)) &&
            cut;
 }
 
-// Writes at the file's header. A rewrite that fails half way is undone; where even that fails, the
-// new record stays, because it is needed.
+// Overwrites the header. A rewrite that fails half way is undone; where even that fails, the new
+// record stays, because it is needed.
 std::optional<HeaderPadding> overwriteHeader(QFile& file, const QByteArray& bytes,
                                              const Extents& extents) {
     const qint64 oldBytes = std::min<qint64>(bytes.size(), file.size() - LengthLineOffset);
@@ -102,8 +121,8 @@ std::optional<HeaderPadding> writeHeader(QFile& file, const QByteArray& image,
         file, image + QByteArray(std::max(*zeroFrom - imageEnd, qint64(0)), '\0'), extents);
 }
 
-// Puts the record behind both headers in their region, where only zeros may be: what is found there
-// and is no record was left by a change that was interrupted.
+// Puts the record after both headers in their region, where only zeros may be: anything else there
+// was left by a change that was interrupted.
 RedoRecordResult putRecordIntoRegion(QFile& file, const HeaderRewrite& rewrite) {
     const qint64 begin = regionRecordBegin(rewrite.recordedImage);
     const qint64 newEnd = LengthLineOffset + rewrite.image.size();
@@ -117,8 +136,8 @@ RedoRecordResult putRecordIntoRegion(QFile& file, const HeaderRewrite& rewrite) 
     return writeRegionRecord(file, rewrite.recordedImage);
 }
 
-// Puts the record where it fits, and notes in @p extents where it is. A record of an earlier time
-// would pass for this rewrite's if that had none, or had one in another place.
+// Puts the record where it fits, and notes in @p extents where it is. An earlier record would be
+// taken for this rewrite's if this one had none, or had it in another place.
 RedoRecordResult putRecord(QFile& file, const HeaderRewrite& rewrite, Extents* extents) {
     const bool hasEarlier = findRedoRecord(file).has_value();
     if (!hasEarlier && rewrite.padding == HeaderPadding::Unknown && rewrite.presentEnd &&
@@ -152,16 +171,14 @@ bool protectRewrite(QFile& file, const HeaderRewrite& rewrite, Extents* extents)
     return false;
 }
 
-} // namespace
-
 std::optional<HeaderPadding> rewriteHeader(QFile& file, const HeaderRewrite& rewrite) {
     Extents extents = extentsOf(file);
     if (!protectRewrite(file, rewrite, &extents)) {
         return std::nullopt;
     }
-    const bool isZeroBehind = rewrite.padding == HeaderPadding::Zero && rewrite.presentEnd;
+    const bool isPaddedWithZeros = rewrite.padding == HeaderPadding::Zero && rewrite.presentEnd;
     return writeHeader(file, rewrite.image, extents,
-                       isZeroBehind ? rewrite.presentEnd : std::nullopt);
+                       isPaddedWithZeros ? rewrite.presentEnd : std::nullopt);
 }
 
 bool rewriteHeaderAndDropRecords(QFile& file, const QByteArray& image) {
@@ -173,6 +190,62 @@ bool rewriteHeaderAndDropRecords(QFile& file, const QByteArray& image) {
     // Both would be lost if the header were torn over its own record.
     return LengthLineOffset + image.size() <= extents.headerLimit &&
            writeHeader(file, image, extents, std::nullopt) == HeaderPadding::Zero;
+}
+
+// After a shorter length line than ours the payload begins so early that our header region would
+// reach into it.
+bool headerRegionWouldReachPayload(const QFile& file, const std::optional<LengthLine>& line) {
+    return line && line->lineBytes < LengthLineBytes &&
+           file.size() > line->headerOffset() + HeaderRegionBytes;
+}
+
+} // namespace
+
+bool HeaderWriter::rewrite(const ContainerDocument& document, const ContainerDocument& record,
+                           WithoutRecord withoutRecord) {
+    const HeaderPadding presentPadding = std::exchange(m_padding, HeaderPadding::Unknown);
+    QFile file(m_path);
+    if (!openContainer(file, QIODevice::ReadWrite)) {
+        return false;
+    }
+    const std::optional<LengthLine> line = readLengthLine(file);
+    const std::optional<QByteArray> image = encodeHeader(document);
+    const std::optional<QByteArray> recorded = encodeHeader(record);
+    if (headerRegionWouldReachPayload(file, line) || !image || !recorded) {
+        return false;
+    }
+    HeaderRewrite rewrite{*image, *recorded, {}, HeaderPadding::Unknown, withoutRecord};
+    if (line) {
+        rewrite.presentEnd = line->headerEnd();
+        rewrite.padding =
+            line->lineBytes == LengthLineBytes ? presentPadding : HeaderPadding::Unknown;
+    }
+    const std::optional<HeaderPadding> newPadding = rewriteHeader(file, rewrite);
+    m_padding = newPadding.value_or(HeaderPadding::Unknown);
+    return newPadding.has_value();
+}
+
+bool HeaderWriter::restore(const ContainerDocument& document) const {
+    QFile file(m_path);
+    if (!openContainer(file, QIODevice::ReadWrite) || !findRedoRecord(file)) {
+        return false;
+    }
+    const std::optional<QByteArray> image = encodeHeader(document);
+    return image && rewriteHeaderAndDropRecords(file, *image);
+}
+
+bool HeaderWriter::dropRecord() const {
+    QFile file(m_path);
+    if (!openContainer(file, QIODevice::ReadWrite)) {
+        return false;
+    }
+    const std::optional<LengthLine> line = readLengthLine(file);
+    if (!line || headerRegionWouldReachPayload(file, line) || !file.seek(LengthLineOffset)) {
+        return false;
+    }
+    const QByteArray image = file.read(line->lineBytes + line->headerBytes);
+    return image.size() == line->lineBytes + line->headerBytes &&
+           rewriteHeaderAndDropRecords(file, image);
 }
 
 } // namespace Tessel::Core

@@ -3,15 +3,13 @@
 
 #pragma once
 
-#include <QByteArray>
-
-#include <optional>
-
-class QFile;
+#include <QString>
 
 namespace Tessel::Core {
 
-/// What is behind the header in its region.
+struct ContainerDocument;
+
+/// What follows the header in its region.
 enum class HeaderPadding {
     /// Anything; it has to be read before it can be left alone.
     Unknown,
@@ -19,37 +17,50 @@ enum class HeaderPadding {
     Zero
 };
 
-/// What becomes of a rewrite whose redo record fits nowhere: neither behind the payload, on a full
-/// drive, nor into what the headers leave of their region.
+/// What to do when the redo record fits nowhere: neither behind the payload, on a full drive, nor
+/// into what the headers leave of their region.
 enum class WithoutRecord {
     Refuse,
-    /// The header is written nevertheless, and a power cut may tear it. For deletions, which are
-    /// the way out of a full drive.
+    /// Write the header anyway; a power cut may tear it. For deletions, which are the way out of a
+    /// full drive.
     Rewrite
 };
 
-/// A header about to be written in the place of another.
-struct HeaderRewrite {
-    /// The length line and the new header.
-    QByteArray image;
-    /// What the redo record holds.
-    QByteArray recordedImage;
-    /// Where the present header ends in the file; nothing when it has no length line.
-    std::optional<qint64> presentEnd;
-    /// What is behind the present header. Zero only where its length line is as long as ours.
-    HeaderPadding padding = HeaderPadding::Unknown;
-    WithoutRecord withoutRecord = WithoutRecord::Refuse;
+/// Rewrites the header of an existing container in place.
+///
+/// Each rewrite is protected by a redo record, which is removed afterwards. A writer that is kept
+/// for a session knows from its last rewrite what follows the header, and need not look.
+class HeaderWriter {
+public:
+    explicit HeaderWriter(const QString& path, HeaderPadding padding = HeaderPadding::Unknown)
+        : m_path(path), m_padding(padding) {}
+
+    /// Writes the header of @p document over the present one. When it returns true, the header and
+    /// everything written to the container before it is on the drive. On failure the old header is
+    /// put back; where even that fails, the record stays.
+    /// @param record goes into the redo record: a document with the same key slot and the same
+    ///        index, possibly in a shorter encoding
+    [[nodiscard]] bool rewrite(const ContainerDocument& document, const ContainerDocument& record,
+                               WithoutRecord withoutRecord);
+
+    /// Writes the header of @p document, which holds what the container's redo record holds, and
+    /// removes every record. Call it only when the present header does not open and the record
+    /// does.
+    /// @return false also when there is no record, or when one is left.
+    [[nodiscard]] bool restore(const ContainerDocument& document) const;
+
+    /// Removes every redo record. The header is written once more before: one that was put back
+    /// after a failure may be in the system's cache and not on the drive. Call it only when the
+    /// present header opens.
+    /// @return false also when a record is left.
+    [[nodiscard]] bool dropRecord() const;
+
+    /// What is known to follow the present header.
+    [[nodiscard]] HeaderPadding padding() const { return m_padding; }
+
+private:
+    QString m_path;
+    HeaderPadding m_padding;
 };
-
-/// Rewrites the header under the protection of a redo record, which is removed afterwards. All that
-/// was written to the file before is on the drive when this succeeds.
-/// @return what is then behind the header; nothing when the rewrite failed. The old header is put
-///         back then; where even that fails, the record stays.
-[[nodiscard]] std::optional<HeaderPadding> rewriteHeader(QFile& file, const HeaderRewrite& rewrite);
-
-/// Rewrites the header from @p image, which holds what the file's redo record holds or what the
-/// header already does, and removes every record.
-/// @return false also when a record is left.
-[[nodiscard]] bool rewriteHeaderAndDropRecords(QFile& file, const QByteArray& image);
 
 } // namespace Tessel::Core

@@ -6,6 +6,7 @@
 #include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
 #include "core/FileDigest.h"
+#include "core/LengthLine.h"
 
 #include <QFile>
 

@@ -58,7 +58,7 @@ public:
     [[nodiscard]] bool contains(const QString& vaultPath) const;
     [[nodiscard]] bool containsDirectory(const QString& path) const;
 
-    /// Overwrites the entry with the same path where it stands, or appends.
+    /// Overwrites the entry with the same path at its position, or appends.
     /// @return false, with nothing changed, for an empty path.
     [[nodiscard]] bool addOrReplace(const VaultFileEntry& entry);
     [[nodiscard]] bool addDirectory(const VaultDirectoryEntry& entry);
@@ -66,23 +66,19 @@ public:
     /// Removes the file entry; its blocks stay in the container.
     /// @return whether there was one.
     [[nodiscard]] bool remove(const QString& vaultPath);
-    /// Removes the folder entry alone, not what lies beneath it.
+    /// Removes the folder entry alone, not what is beneath it.
     /// @return whether there was one.
     [[nodiscard]] bool removeDirectory(const QString& path);
 
     void clear();
+    /// Allocates memory for that many files, before they are added.
+    void reserveFiles(qsizetype files);
 
     /// Compact UTF-8 JSON; docs/container-format.md describes it.
     [[nodiscard]] QByteArray toJson() const;
     /// Reads what toJson() wrote. Never fails: text that is no JSON object gives an empty index,
     /// a malformed member its default value, an entry without a path is dropped.
     [[nodiscard]] static SecureFileIndex fromJson(const QByteArray& json);
-
-    /// The same as rows of values without their names, in about three fifths of the bytes; for the
-    /// redo record, which docs/container-format.md describes.
-    [[nodiscard]] QByteArray toCompact() const;
-    /// Reads what toCompact() wrote, as leniently as fromJson().
-    [[nodiscard]] static SecureFileIndex fromCompact(const QByteArray& rows);
 
 private:
     QList<VaultFileEntry> m_entries;

@@ -4,9 +4,13 @@
 #include "core/VaultManager.h"
 
 #include "core/DiskSync.h"
+#include "core/HeaderWriter.h"
+#include "core/IndexJson.h"
 
 #include <QFileInfo>
 #include <QScopeGuard>
+
+#include <utility>
 
 namespace Tessel::Core {
 
@@ -73,7 +77,7 @@ bool VaultManager::unlockVault(const QString& path, const QByteArray& password) 
             return false;
         }
         // On a drive that takes no writes the vault can still be read.
-        static_cast<void>(m_containerManager.repairHeader(place, document));
+        static_cast<void>(HeaderWriter(place).restore(document));
     }
     // A link would be replaced by the compacted container, and the drive would keep the old one.
     m_containerFilePath = QFileInfo(place).canonicalFilePath();
@@ -112,9 +116,9 @@ ContainerDocument VaultManager::documentForRecord(const ContainerDocument& docum
                                                   const SecureFileIndex& index) const {
     ContainerDocument record = document;
     renewPayloadNonce(&record);
-    record.encryptedIndex =
-        m_cryptoManager.encrypt(index.toCompact(), workingKey(), record.crypto.payloadNonce,
-                                associatedData(record, IndexRowsPurpose));
+    record.encryptedIndex = m_cryptoManager.encrypt(IndexJson::toCompact(index), workingKey(),
+                                                    record.crypto.payloadNonce,
+                                                    associatedData(record, IndexRowsPurpose));
     return record;
 }
 
@@ -129,7 +133,7 @@ bool VaultManager::openRecordedIndex(ContainerDocument* document, SecureFileInde
     if (rows.isEmpty()) {
         return false;
     }
-    *index = SecureFileIndex::fromCompact(rows);
+    *index = IndexJson::fromCompact(rows);
     renewPayloadNonce(document);
     document->encryptedIndex = encryptIndex(*document, *index);
     return !document->encryptedIndex.isEmpty();
@@ -152,11 +156,11 @@ bool VaultManager::settleRedoRecord() const {
     // Whatever is appended next would hide the record from a header that needs it; and one that is
     // not needed would pass for the newest if the next rewrite had no room for its own.
     if (headerOpens()) {
-        return m_containerManager.dropRedoRecord(m_containerFilePath);
+        return HeaderWriter(m_containerFilePath).dropRecord();
     }
     SecureFileIndex index;
     return !openRecordedIndex(&recorded, &index) ||
-           m_containerManager.repairHeader(m_containerFilePath, recorded);
+           HeaderWriter(m_containerFilePath).restore(recorded);
 }
 
 bool VaultManager::readSettledDocument(ContainerDocument* document) {
@@ -227,8 +231,7 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
     setFreshKeySlot(&document.crypto, m_cryptoManager);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, masterKey);
     return !document.crypto.encryptedMasterKey.isEmpty() &&
-           m_containerManager.updateDocumentHeader(place, document, document, WithoutRecord::Refuse,
-                                                   nullptr);
+           HeaderWriter(place).rewrite(document, document, WithoutRecord::Refuse);
 }
 
 SecretBytes VaultManager::masterKeyForRekeying(const QString& path, const QByteArray& password,
@@ -244,11 +247,11 @@ SecretBytes VaultManager::masterKeyForRekeying(const QString& path, const QByteA
         // A torn header may still give the master key, beside half an index: re-keying that one
         // would lose the record that holds the whole.
         if (openDocument(*document, password, &index)) {
-            return m_containerManager.dropRedoRecord(path) ? m_masterKey : SecretBytes();
+            return HeaderWriter(path).dropRecord() ? m_masterKey : SecretBytes();
         }
     }
-    const bool repaired = openRedoRecord(path, password, document, &index) &&
-                          m_containerManager.repairHeader(path, *document);
+    const bool repaired =
+        openRedoRecord(path, password, document, &index) && HeaderWriter(path).restore(*document);
     return repaired ? m_masterKey : SecretBytes();
 }
 
@@ -351,20 +354,19 @@ bool VaultManager::sealIndexIntoHeader(ContainerDocument* document, const Secure
     document->fileIndex = index;
     document->encryptedIndex = encryptIndex(*document, document->fileIndex);
     const ContainerDocument record = documentForRecord(*document, document->fileIndex);
-    HeaderPadding padding = m_headerPadding;
-    m_headerPadding = HeaderPadding::Unknown;
+    HeaderWriter writer(m_containerFilePath,
+                        std::exchange(m_headerPadding, HeaderPadding::Unknown));
     if (document->encryptedIndex.isEmpty() || record.encryptedIndex.isEmpty()) {
         return false;
     }
-    if (!m_containerManager.updateDocumentHeader(m_containerFilePath, *document, record,
-                                                 withoutRecord, &padding)) {
+    if (!writer.rewrite(*document, record, withoutRecord)) {
         // The drive may hold the new header although it reported a failure. That change was given
         // up: the index in memory still counts.
         m_indexNonces.append(document->crypto.payloadNonce);
         return false;
     }
     setIndex(index, *document);
-    m_headerPadding = padding;
+    m_headerPadding = writer.padding();
     m_lastChangeIsOnDrive = true;
     return true;
 }

@@ -7,6 +7,7 @@
 #include "core/ContainerManager.h"
 #include "core/CryptoManager.h"
 #include "core/FileSyncManager.h"
+#include "core/HeaderWriter.h"
 #include "core/SecretBytes.h"
 #include "core/SecureFileIndex.h"
 #include "core/TempWorkspaceManager.h"

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "core/ContainerManager.h"
+#include "core/HeaderWriter.h"
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
@@ -627,13 +628,13 @@ private Q_SLOTS:
         QFETCH(const qint64, after);
         const QByteArray payload = payloadOf(100000);
         const ContainerDocument document = documentWithHeaderOf(after);
-        for (HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
+        for (const HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
             QVERIFY(m_manager.writeDocument(
                 path(), documentWithHeaderOf(before),
                 [&](QIODevice* device) { return device->write(payload) == payload.size(); }));
-            QVERIFY(m_manager.updateDocumentHeader(path(), document, document,
-                                                   WithoutRecord::Refuse, &padding));
-            QVERIFY(padding == HeaderPadding::Zero);
+            HeaderWriter writer(path(), padding);
+            QVERIFY(writer.rewrite(document, document, WithoutRecord::Refuse));
+            QVERIFY(writer.padding() == HeaderPadding::Zero);
             // Exactly as if the new header had been written from the start: zeros behind it.
             QVERIFY(readFile(path()) == containerWith(m_manager.buildHeader(document), payload));
         }
@@ -645,25 +646,23 @@ private Q_SLOTS:
         bytes[HeaderAt + 5000] = 'x';
         QVERIFY(writeFile(path(), bytes));
         const ContainerDocument document = sampleDocument();
-        HeaderPadding padding = HeaderPadding::Zero;
-        QVERIFY(m_manager.updateDocumentHeader(path(), document, document, WithoutRecord::Refuse,
-                                               &padding));
+        QVERIFY(HeaderWriter(path(), HeaderPadding::Zero)
+                    .rewrite(document, document, WithoutRecord::Refuse));
         QVERIFY(readFile(path()) == containerWith(sampleHeader(), QByteArray(10, '\0')));
     }
 
     void aRecordLargerThanTheRegionIsRefused() {
         const QByteArray bytes = containerWith(SmallHeader, "payload");
         QVERIFY(writeFile(path(), bytes));
-        for (HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
-            QVERIFY(!m_manager.updateDocumentHeader(path(), sampleDocument(),
-                                                    documentWithHeaderOf(RegionBytes + 1),
-                                                    WithoutRecord::Refuse, &padding));
-            QVERIFY(padding == HeaderPadding::Unknown);
+        for (const HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
+            HeaderWriter writer(path(), padding);
+            QVERIFY(!writer.rewrite(sampleDocument(), documentWithHeaderOf(RegionBytes + 1),
+                                    WithoutRecord::Refuse));
+            QVERIFY(writer.padding() == HeaderPadding::Unknown);
             QVERIFY(readFile(path()) == bytes);
         }
-        QVERIFY(m_manager.updateDocumentHeader(path(), sampleDocument(),
-                                               documentWithHeaderOf(RegionBytes),
-                                               WithoutRecord::Refuse, nullptr));
+        QVERIFY(HeaderWriter(path()).rewrite(sampleDocument(), documentWithHeaderOf(RegionBytes),
+                                             WithoutRecord::Refuse));
         QVERIFY(readFile(path()) == containerWith(sampleHeader(), "payload"));
     }
 

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/IndexJson.h"
 #include "core/SecureFileIndex.h"
 
 #include <QJsonArray>
@@ -390,11 +391,11 @@ private Q_SLOTS:
                            written + "\"}],\"formatVersion\":1}");
         QCOMPARE(filePaths(SecureFileIndex::fromJson(json)), QStringList(name));
         QCOMPARE(folderPaths(SecureFileIndex::fromJson(json)), QStringList(name));
-        const QByteArray rows = index.toCompact();
+        const QByteArray rows = IndexJson::toCompact(index);
         QCOMPARE(rows, "[[[\"" + written + "\",null,null]],[[\"" + written + "\",\"" + written +
                            "\",0,null,\"\",[]]]]");
-        QCOMPARE(filePaths(SecureFileIndex::fromCompact(rows)), QStringList(name));
-        QCOMPARE(folderPaths(SecureFileIndex::fromCompact(rows)), QStringList(name));
+        QCOMPARE(filePaths(IndexJson::fromCompact(rows)), QStringList(name));
+        QCOMPARE(folderPaths(IndexJson::fromCompact(rows)), QStringList(name));
     }
 
     void aByteOrderMarkThatIsNotEscapedBelongsToTheName() {
@@ -402,12 +403,12 @@ private Q_SLOTS:
         const QStringList names{QStringLiteral("\ufeffa"), QStringLiteral("a"),
                                 QStringLiteral("\ufeff"), QStringLiteral("\"\ufeff")};
         const SecureFileIndex index = indexOf(names, names);
-        for (const QByteArray& encoding : {index.toJson(), index.toCompact()}) {
+        for (const QByteArray& encoding : {index.toJson(), IndexJson::toCompact(index)}) {
             QByteArray raw = encoding;
             raw.replace("\\ufeff", "\xef\xbb\xbf");
             const bool isRows = raw.startsWith('[');
             const SecureFileIndex read =
-                isRows ? SecureFileIndex::fromCompact(raw) : SecureFileIndex::fromJson(raw);
+                isRows ? IndexJson::fromCompact(raw) : SecureFileIndex::fromJson(raw);
             QCOMPARE(filePaths(read), names);
             QCOMPARE(folderPaths(read), names);
         }
@@ -686,12 +687,12 @@ private Q_SLOTS:
 
     void rowsHoldWhatTheJsonHolds() {
         const SecureFileIndex index = SecureFileIndex::fromJson(fullJson());
-        QCOMPARE(index.toCompact(), fullRows());
-        QCOMPARE(SecureFileIndex().toCompact(), QByteArray("[[],[]]"));
+        QCOMPARE(IndexJson::toCompact(index), fullRows());
+        QCOMPARE(IndexJson::toCompact(SecureFileIndex()), QByteArray("[[],[]]"));
     }
 
     void rowsAreReadBackInFull() {
-        const SecureFileIndex index = SecureFileIndex::fromCompact(fullRows());
+        const SecureFileIndex index = IndexJson::fromCompact(fullRows());
         QCOMPARE(index.toJson(), fullJson());
         QCOMPARE(index.entries().constFirst().lastModifiedUtc.timeSpec(), Qt::UTC);
         QVERIFY(index.contains(fullEntry().vaultPath));
@@ -713,7 +714,7 @@ private Q_SLOTS:
         QVERIFY(index.addDirectory({QStringLiteral("d"), {}, Spring}));
         QVERIFY(index.addDirectory({QStringLiteral("e"), Summer, {}}));
 
-        const SecureFileIndex read = SecureFileIndex::fromCompact(index.toCompact());
+        const SecureFileIndex read = IndexJson::fromCompact(IndexJson::toCompact(index));
         QCOMPARE(read.toJson(), index.toJson());
         QVERIFY(!read.entries().constFirst().lastModifiedUtc.isValid());
         QCOMPARE(read.entries().constFirst().sizeBytes, Largest);
@@ -729,7 +730,7 @@ private Q_SLOTS:
         }
         const QList<VaultFileEntry> fromJson = SecureFileIndex::fromJson(index.toJson()).entries();
         const QList<VaultFileEntry> fromCompact =
-            SecureFileIndex::fromCompact(index.toCompact()).entries();
+            IndexJson::fromCompact(IndexJson::toCompact(index)).entries();
         for (qsizetype i = 0; i < fromJson.size(); ++i) {
             QCOMPARE(fromCompact.at(i).lastModifiedUtc, fromJson.at(i).lastModifiedUtc);
         }
@@ -748,14 +749,14 @@ private Q_SLOTS:
     }
     void textThatIsNoRowsGivesAnEmptyIndex() {
         QFETCH(const QByteArray, rows);
-        const SecureFileIndex index = SecureFileIndex::fromCompact(rows);
+        const SecureFileIndex index = IndexJson::fromCompact(rows);
         QVERIFY(index.entries().isEmpty());
         QVERIFY(index.directories().isEmpty());
     }
 
     void rowsThatEndEarlyHaveDefaults() {
-        const SecureFileIndex index = SecureFileIndex::fromCompact(
-            "[[[\"d\"]],[[\"id\",\"f\"],[1,\"g\",{},\"x\",2,[[],3]]]]");
+        const SecureFileIndex index =
+            IndexJson::fromCompact("[[[\"d\"]],[[\"id\",\"f\"],[1,\"g\",{},\"x\",2,[[],3]]]]");
         QCOMPARE(folderPaths(index), QStringList(QStringLiteral("d")));
         QVERIFY(!index.directories().constFirst().createdUtc.isValid());
         QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
@@ -771,7 +772,7 @@ private Q_SLOTS:
 
     void rowsTakeTheLaterOfTwoWithOnePath() {
         const SecureFileIndex index =
-            SecureFileIndex::fromCompact("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
+            IndexJson::fromCompact("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
         QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
         QCOMPARE(index.entries().constFirst().id, QStringLiteral("3"));
     }
@@ -804,7 +805,7 @@ private Q_SLOTS:
             QCOMPARE(read.containsDirectory(QStringLiteral("folder %1").arg(i)), kept);
         }
         QCOMPARE(read.toJson(), index.toJson());
-        QCOMPARE(SecureFileIndex::fromCompact(index.toCompact()).toJson(), index.toJson());
+        QCOMPARE(IndexJson::fromCompact(IndexJson::toCompact(index)).toJson(), index.toJson());
     }
 };
 

@@ -6,6 +6,8 @@
 
 #include "core/ContainerLayout.h"
 #include "core/ContainerManager.h"
+#include "core/HeaderWriter.h"
+#include "core/LengthLine.h"
 #include "fuzz/FuzzTarget.h"
 
 #include <QCryptographicHash>
@@ -32,7 +34,7 @@ struct HostileFile {
 // A complete record: anyone can compute its digest.
 QByteArray recordOf(const QByteArray& image) {
     return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
-           ContainerLayout::paddedNumber(image.size()) + "TESSEL-REDO\n";
+           paddedNumber(image.size()) + "TESSEL-REDO\n";
 }
 
 // The first byte selects what the rest becomes: bytes as they are, or a record's header, with or
@@ -43,7 +45,7 @@ HostileFile fileFrom(Input input) {
     file.start = input.take(input.takeByte());
     file.tail = input.takeRest();
     if ((file.shape & OwnLengthLine) != 0) {
-        file.tail.prepend(ContainerLayout::lengthLineFor(file.tail.size()));
+        file.tail.prepend(lengthLineFor(file.tail.size()));
     }
     if ((file.shape & SealedRecord) != 0) {
         file.tail = recordOf(file.tail);
@@ -71,7 +73,7 @@ void checkPayload(const MemoryFile& memory) {
 
 void checkRepair(const MemoryFile& memory, const ContainerManager& manager,
                  const ContainerDocument& recorded) {
-    expect(manager.repairHeader(memory.path(), recorded),
+    expect(HeaderWriter(memory.path()).restore(recorded),
            "a record that can be read can be put in place");
     ContainerDocument repaired;
     expect(manager.readDocument(memory.path(), &repaired), "a repaired container can be read");
