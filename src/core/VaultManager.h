@@ -7,8 +7,6 @@
 #include "core/ContainerManager.h"
 #include "core/CryptoManager.h"
 #include "core/FileSyncManager.h"
-#include "core/HeaderWriter.h"
-#include "core/SecretBytes.h"
 #include "core/SecureFileIndex.h"
 #include "core/TempWorkspaceManager.h"
 
@@ -19,17 +17,18 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 #include <optional>
 
-class QFile;
 class QIODevice;
 
 namespace Tessel::Core {
 
+class VaultSession;
+
 enum class VaultState { Locked = 0, Unlocked = 1 };
 
-/// The vault engine's one entry point: a session on a container, and every operation on what is
-/// in it.
+/// The vault engine's entry point: opens and locks a container, and changes what is in it.
 ///
 /// Operations are synchronous and belong to one thread. They return false without a reason: a
 /// wrong password, altered data and a missing file look alike. An operation that changes the vault
@@ -45,6 +44,11 @@ public:
     static constexpr qint64 ChunkBytes = qint64{16} * 1024 * 1024;
 
     VaultManager();
+    /// Does not lock the vault; the key in memory is overwritten.
+    ~VaultManager();
+    VaultManager(VaultManager&& other) noexcept;
+    VaultManager& operator=(VaultManager&& other) noexcept;
+    Q_DISABLE_COPY(VaultManager)
 
     [[nodiscard]] VaultState state() const { return m_state; }
     /// A copy of the index; after locking, the index as it was.
@@ -64,7 +68,8 @@ public:
     /// @return false with the vault still unlocked when a copy could not be taken back; false with
     ///         the vault locked when the workspace could not be removed.
     [[nodiscard]] bool lockVault();
-    /// Wraps the master key anew; only while locked. The payload and the index stay as they are.
+    /// Seals the master key under a new password; only while locked. The payload and the index stay
+    /// as they are.
     [[nodiscard]] bool changePassword(const QString& path, const QByteArray& oldPassword,
                                       const QByteArray& newPassword);
     /// Seals @p index under a fresh nonce, rewrites the header and makes it the vault's index.
@@ -74,8 +79,8 @@ public:
 
     /// Stores the file at @p sourcePath as @p vaultPath, in place of a file of the same path;
     /// missing folders are created. @p progress counts plaintext bytes, is called after each block
-    /// with the normalized vault path, and may be empty. A source that says it is empty is read to
-    /// its end; its total is 0. A failed import leaves the container at its former length.
+    /// with the normalized vault path, and may be empty. A source that reports a size of 0 is read
+    /// to its end; its total is 0. A failed import cuts the container back to its former length.
     [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath,
                                   const Progress& progress);
     [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath);
@@ -129,164 +134,44 @@ public:
     [[nodiscard]] bool refreshTempFile(const QString& vaultPath);
 
 private:
-    [[nodiscard]] QByteArray associatedData(const ContainerDocument& document,
-                                            const QByteArray& purpose) const;
-    [[nodiscard]] SecretBytes deriveSessionKey(const QByteArray& password,
-                                               const ContainerCryptoMetadata& crypto) const;
-    [[nodiscard]] QByteArray encryptMasterKey(const ContainerDocument& document,
-                                              const QByteArray& password,
-                                              const SecretBytes& masterKey) const;
-    [[nodiscard]] SecretBytes decryptMasterKey(const ContainerDocument& document,
-                                               const QByteArray& password) const;
-    [[nodiscard]] QByteArray encryptIndex(const ContainerDocument& document,
-                                          const SecureFileIndex& index) const;
-    [[nodiscard]] bool decryptIndex(const ContainerDocument& document, SecureFileIndex* out) const;
-
-    /// The document whose header protects the rewrite with @p index: the same wrapping, and the
-    /// index in rows, sealed under a nonce of its own. Its index is empty when that fails.
-    [[nodiscard]] ContainerDocument documentForRecord(const ContainerDocument& document,
-                                                      const SecureFileIndex& index) const;
-    /// Takes the index from a document that a redo record holds, and makes it one that a header
-    /// can hold.
-    [[nodiscard]] bool openRecordedIndex(ContainerDocument* document, SecureFileIndex* index) const;
-    /// Takes the master key and the index from the document; no key is kept on failure.
-    [[nodiscard]] bool openDocument(const ContainerDocument& document, const QByteArray& password,
-                                    SecureFileIndex* index);
-    /// The same from the container's redo record; the document is then one for a header.
-    [[nodiscard]] bool openRedoRecord(const QString& path, const QByteArray& password,
-                                      ContainerDocument* document, SecureFileIndex* index);
-    /// Whether the container's header opens with the session's key.
-    [[nodiscard]] bool headerOpens() const;
-    /// Leaves no redo record: it is put into its header's place when that does not open, and cut
-    /// off when it does.
-    [[nodiscard]] bool settleRedoRecord() const;
-    /// Everything that the password opens the master key with, and the sealed key itself.
-    [[nodiscard]] QByteArray keySlotOf(const ContainerDocument& document) const;
-    /// Recovers the header where that is necessary, and reads it. A change begins here.
-    [[nodiscard]] bool readSettledDocument(ContainerDocument* document);
-    /// Whether this is the vault that was opened: its master key is wrapped as it was then, or its
-    /// index opens with the session's key.
-    [[nodiscard]] bool isOfThisSession(const ContainerDocument& document) const;
-    /// Whether the header is one that holds the index in memory.
-    [[nodiscard]] bool holdsIndexInMemory(const ContainerDocument& document) const;
-    /// Reads the document of the unlocked container, which is about to be changed. When another
-    /// session has changed it, the index is read again: every change starts with this and works on
-    /// the index that it finds.
-    /// @return false also when another vault is in the container's place
-    [[nodiscard]] bool refreshSession(ContainerDocument* document);
-    /// Makes this the index in memory, as the header of @p document holds it.
-    void setIndex(const SecureFileIndex& index, const ContainerDocument& document);
-    /// The document whose wrapping a password change renews, and its master key.
-    [[nodiscard]] SecretBytes masterKeyForRekeying(const QString& path, const QByteArray& password,
-                                                   ContainerDocument* document);
-
-    /// The part of the master key that seals the index and the blocks, where it is.
-    [[nodiscard]] QByteArray workingKey() const {
-        return m_masterKey.first(CryptoManager::KeyBytes);
-    }
-    [[nodiscard]] bool isUnlocked() const { return m_state == VaultState::Unlocked; }
-
-    /// Draws a fresh nonce for the index.
-    void renewPayloadNonce(ContainerDocument* document) const;
-    /// Empties what only older layouts carry and draws a fresh nonce for the index.
-    void prepareForIndexSave(ContainerDocument* document) const;
-    /// Seals the index under the document's nonce, rewrites the container's header and makes the
-    /// index the one in memory.
-    [[nodiscard]] bool sealIndexIntoHeader(ContainerDocument* document,
-                                           const SecureFileIndex& index,
-                                           WithoutRecord withoutRecord = WithoutRecord::Refuse);
-    /// The same, with a document that is not prepared for it yet.
-    [[nodiscard]] bool saveSessionIndex(ContainerDocument* document, const SecureFileIndex& index,
-                                        WithoutRecord withoutRecord = WithoutRecord::Refuse);
-
-    /// The vault's index without the file of this path, but with the folders above it.
-    [[nodiscard]] SecureFileIndex indexWithout(const QString& path) const;
-    /// Seals the source chunk by chunk at the container's position; fills in blocks and digest.
-    [[nodiscard]] bool appendBlocks(QFile& source, QFile& container,
-                                    const ContainerDocument& document, VaultFileEntry* entry,
-                                    const Progress& progress) const;
-    [[nodiscard]] QByteArray blockAssociatedData(const ContainerDocument& document) const;
-    /// Reads the sealed bytes of a block. @return false when it cannot be one of ours.
-    [[nodiscard]] static bool readSealedBlock(QFile& container, const VaultFileBlock& block,
-                                              QByteArray* sealed);
-    /// How far the content of a file has come on its way out.
-    enum class Written { All, UnreadableBlock, DeviceFailed };
-    /// Writes the blocks from number @p *next on, and counts them there.
-    [[nodiscard]] Written writeBlocks(const VaultFileEntry& entry, QIODevice* device,
-                                      qsizetype* next) const;
-    /// The entry as the container holds it now. Nothing when the container has not changed since
-    /// the index was read, or has no such file.
-    [[nodiscard]] std::optional<VaultFileEntry> entryOnDrive(const QString& path) const;
-
     /// A copy as it was taken back by a lock that then failed.
     struct TakenBack {
         QDateTime modifiedUtc;
         qint64 size = -1;
-        /// Of the file that came of it.
+        /// Of the file in the vault that was made from it.
         QString fileId;
 
         bool operator==(const TakenBack&) const = default;
     };
+    using CopyTest = std::function<bool(const TrackedTempFile& copy)>;
+
+    [[nodiscard]] bool isUnlocked() const { return m_state == VaultState::Unlocked; }
+
+    /// Reads the document of the unlocked container, and its index too if another session has
+    /// changed it. Every change begins here and works on the index found.
+    [[nodiscard]] bool beginChange(ContainerDocument* document);
+    /// Saves @p index with a document that beginChange() gave; it is then the index in memory.
+    [[nodiscard]] bool save(ContainerDocument* document, const SecureFileIndex& index);
+    /// The same for a deletion, which is saved also where no redo record fits.
+    [[nodiscard]] bool saveDeletion(ContainerDocument* document, const SecureFileIndex& index);
+
+    /// The file as the container holds it now. Nothing when the container has not changed since
+    /// the index was read, or has no such file.
+    [[nodiscard]] std::optional<VaultFileEntry> fileOnDrive(const QString& path) const;
 
     [[nodiscard]] TakenBack presentState(const TrackedTempFile& copy) const;
     /// Imports every changed copy but those that an earlier try of this lock has taken back.
     [[nodiscard]] bool syncForLock();
-    using CopyTest = std::function<bool(const TrackedTempFile& copy)>;
     /// Calls @p takeBackOne for every changed copy that is @p concerned, up to the first for which
     /// it returns false. @return false also when the workspace's path leads somewhere else.
     [[nodiscard]] bool takeBackChanged(const CopyTest& concerned,
                                        const CopyTest& takeBackOne) const;
     /// Imports the copy, which may not be reached through a link.
     [[nodiscard]] bool takeBack(const TrackedTempFile& copy);
-    [[nodiscard]] bool isOpenForEditing(const QString& vaultPath) const;
-    [[nodiscard]] bool hasOpenCopyIn(const QString& directory) const;
-    /// Gives one file a new path and saves; the common end of moving and renaming.
-    [[nodiscard]] bool saveWithFileAt(ContainerDocument* document, const QString& oldPath,
-                                      const QString& newPath);
-    [[nodiscard]] bool fillWithRenamedDirectory(SecureFileIndex* working,
-                                                const QString& oldDirectory,
-                                                const QString& newDirectory) const;
-
-    /// Finishes or takes back what a compaction that was cut left at @p path: the old container
-    /// that is set aside goes back in place when the one there does not open and it does, and is
-    /// removed when the one there does. That of another vault is never touched.
-    /// @return the path of the container to open
-    [[nodiscard]] QString recoverSetAside(const QString& path, const QByteArray& password);
-    /// Whether what is set aside beside the container at @p path is that container itself. Nothing
-    /// on the drive may then be removed.
-    [[nodiscard]] bool isUnderBothNames(const QString& path,
-                                        const ContainerDocument& document) const;
-    /// Removes the container that is set aside beside the one at @p path, which has that document
-    /// and index, if it is of the same vault.
-    void removeOrphan(const QString& path, const ContainerDocument& document,
-                      const SecureFileIndex& index) const;
-    /// Removes what compactions of this vault left behind. Only where its document is the one that
-    /// the container's header holds, and opens, is nothing of that needed any more.
-    void removeLeftovers(const ContainerDocument& document) const;
-    [[nodiscard]] bool writeRebuiltContainer(const QString& rebuiltPath, QFile& source,
-                                             ContainerDocument* document, SecureFileIndex* index,
-                                             const Progress& progress) const;
-    [[nodiscard]] bool copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIndex* index,
-                                      const Progress& progress) const;
-    [[nodiscard]] bool isRebuiltContainerWhole(const QString& rebuiltPath,
-                                               const SecureFileIndex& expected) const;
 
     VaultState m_state = VaultState::Locked;
-    QString m_containerFilePath;
-    SecretBytes m_masterKey;
-    /// How the unlocked container holds its master key.
-    QByteArray m_keySlot;
-    /// Nonces of the headers that hold the index in memory: the one last read or written, and
-    /// those of rewrites that failed since, whose headers may be on the drive all the same.
-    QList<QByteArray> m_indexNonces;
-    /// Of the unlocked container, as far as this session has seen to it.
-    HeaderPadding m_headerPadding = HeaderPadding::Unknown;
-    /// Whether the change before the next one was the session's and is on the drive. Until then the
-    /// drive may still tell of an error of an earlier time.
-    bool m_lastChangeIsOnDrive = false;
     SecureFileIndex m_index;
-    ContainerManager m_containerManager;
-    CryptoManager m_cryptoManager;
+    std::unique_ptr<VaultSession> m_session;
     TempWorkspaceManager m_workspace;
     FileSyncManager m_fileSync;
     /// By vault path as tracked.

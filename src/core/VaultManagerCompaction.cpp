@@ -6,8 +6,10 @@
 #include "core/ContainerReplacement.h"
 #include "core/DiskSync.h"
 #include "core/RegularFile.h"
+#include "core/SealedBlock.h"
 #include "core/SetAsideContainer.h"
 #include "core/VaultManager.h"
+#include "core/VaultSession.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,6 +17,8 @@
 #include <numeric>
 
 namespace Tessel::Core {
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -28,9 +32,64 @@ qint64 sumOfSizes(const QList<VaultFileEntry>& entries) {
 CopyProgress copyBackProgress(const VaultManager::Progress& progress) {
     return [&progress](qint64 done, qint64 total) {
         if (progress) {
-            progress(done, total, QStringLiteral("Substituindo container no USB"));
+            progress(done, total, u"Substituindo container no USB"_s);
         }
     };
+}
+
+// Copies the sealed blocks that the index refers to; @p moved receives the files with their new
+// offsets.
+bool copyLiveBlocks(const SecureFileIndex& index, QFile& source, QIODevice* device,
+                    SecureFileIndex* moved, const VaultManager::Progress& progress) {
+    const QList<VaultFileEntry> entries = index.entries();
+    const qint64 total = sumOfSizes(entries);
+    QByteArray sealed;
+    qint64 done = 0;
+    for (VaultFileEntry entry : entries) {
+        for (VaultFileBlock& block : entry.blocks) {
+            if (!readSealedBlock(source, block, &sealed)) {
+                return false;
+            }
+            block.offset = device->pos();
+            if (device->write(sealed) != sealed.size()) {
+                return false;
+            }
+            done = addByteCounts(done, block.plainSize);
+            if (progress) {
+                progress(done, total, entry.vaultPath);
+            }
+        }
+        if (!moved->addOrReplace(entry)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Writes the container without the blocks that nothing refers to; @p moved receives its index,
+// which goes into @p document.
+bool writeRebuiltContainer(const VaultSession& session, const QString& rebuiltPath,
+                           const SecureFileIndex& index, QFile& source, ContainerDocument* document,
+                           SecureFileIndex* moved, const VaultManager::Progress& progress) {
+    const QList<VaultDirectoryEntry> folders = index.directories();
+    for (const VaultDirectoryEntry& folder : folders) {
+        static_cast<void>(moved->addDirectory(folder));
+    }
+    const auto writePayload = [&](QIODevice* device) {
+        return copyLiveBlocks(index, source, device, moved, progress) &&
+               session.encryptIndex(document, *moved);
+    };
+    return ContainerManager().writeDocument(rebuiltPath, *document, writePayload);
+}
+
+bool isRebuiltContainerWhole(const VaultSession& session, const QString& rebuiltPath,
+                             const SecureFileIndex& expected) {
+    ContainerDocument document;
+    SecureFileIndex found;
+    return ContainerManager().readDocument(rebuiltPath, &document) &&
+           session.decryptIndex(document, &found) &&
+           found.entries().size() == expected.entries().size() &&
+           found.directories().size() == expected.directories().size();
 }
 
 } // namespace
@@ -39,35 +98,37 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     if (error) {
         error->clear();
     }
-    if (!isUnlocked() || m_containerFilePath.isEmpty()) {
+    if (!isUnlocked() || m_session->path().isEmpty()) {
         return false;
     }
     ContainerDocument document;
-    const QString path = withoutLinks(m_containerFilePath);
+    const QString path = withoutLinks(m_session->path());
     QFile source(path);
-    if (!refreshSession(&document) || !openRegularFile(source, QIODevice::ReadOnly)) {
+    if (!beginChange(&document) || !openRegularFile(source, QIODevice::ReadOnly)) {
         return false;
     }
-    if (isUnderBothNames(path, document)) {
+    if (m_session->isUnderBothNames(document)) {
         return false;
     }
-    removeLeftovers(document);
+    m_session->removeLeftovers(document);
     CompactionFolder folder;
     if (!folder.isValid()) {
         return false;
     }
-    prepareForIndexSave(&document);
+    m_session->prepareForSave(&document);
     SecureFileIndex index;
-    // The rebuilt container must be found again after a power cut: it, its folder's entry for it,
-    // and the entry of that folder.
+    // The rebuilt container must be there after a power cut, so its folder's own entry is synced
+    // as well.
     const QString rebuiltPath = folder.containerPath();
-    if (!writeRebuiltContainer(rebuiltPath, source, &document, &index, progress) ||
-        !isRebuiltContainerWhole(rebuiltPath, index) || !syncFolderOf(folder.path())) {
+    if (!writeRebuiltContainer(*m_session, rebuiltPath, m_index, source, &document, &index,
+                               progress) ||
+        !isRebuiltContainerWhole(*m_session, rebuiltPath, index) || !syncFolderOf(folder.path())) {
         return false;
     }
     switch (replaceContainer(rebuiltPath, path, source, copyBackProgress(progress))) {
     case ReplacementResult::Done:
-        setIndex(index, document);
+        m_session->setHeader(document);
+        m_index = index;
         return true;
     case ReplacementResult::NothingDone:
         return false;
@@ -80,75 +141,6 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
         *error = QDir(rebuiltPath).absolutePath();
     }
     return false;
-}
-
-void VaultManager::removeLeftovers(const ContainerDocument& document) const {
-    SecureFileIndex index;
-    if (!decryptIndex(document, &index)) {
-        return;
-    }
-    removeOrphan(m_containerFilePath, document, index);
-    CompactionFolder::removeLeftovers([this, &document](const QString& path) {
-        ContainerDocument leftover;
-        return m_containerManager.readDocument(path, &leftover) &&
-               keySlotOf(leftover) == keySlotOf(document);
-    });
-}
-
-bool VaultManager::writeRebuiltContainer(const QString& rebuiltPath, QFile& source,
-                                         ContainerDocument* document, SecureFileIndex* index,
-                                         const Progress& progress) const {
-    const QList<VaultDirectoryEntry> folders = m_index.directories();
-    for (const VaultDirectoryEntry& folder : folders) {
-        static_cast<void>(index->addDirectory(folder));
-    }
-    const auto writePayload = [&](QIODevice* device) {
-        if (!copyLiveBlocks(source, device, index, progress)) {
-            return false;
-        }
-        document->encryptedIndex = encryptIndex(*document, *index);
-        return !document->encryptedIndex.isEmpty();
-    };
-    return m_containerManager.writeDocument(rebuiltPath, *document, writePayload);
-}
-
-bool VaultManager::copyLiveBlocks(QFile& source, QIODevice* device, SecureFileIndex* index,
-                                  const Progress& progress) const {
-    const QList<VaultFileEntry> entries = m_index.entries();
-    const qint64 total = sumOfSizes(entries);
-    QByteArray sealed;
-    qint64 done = 0;
-    for (const VaultFileEntry& entry : entries) {
-        VaultFileEntry moved = entry;
-        moved.blocks.clear();
-        for (VaultFileBlock block : entry.blocks) {
-            if (!readSealedBlock(source, block, &sealed)) {
-                return false;
-            }
-            block.offset = device->pos();
-            if (device->write(sealed) != sealed.size()) {
-                return false;
-            }
-            moved.blocks.append(block);
-            done = addByteCounts(done, block.plainSize);
-            if (progress) {
-                progress(done, total, entry.vaultPath);
-            }
-        }
-        if (!index->addOrReplace(moved)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool VaultManager::isRebuiltContainerWhole(const QString& rebuiltPath,
-                                           const SecureFileIndex& expected) const {
-    ContainerDocument document;
-    SecureFileIndex found;
-    return m_containerManager.readDocument(rebuiltPath, &document) &&
-           decryptIndex(document, &found) && found.entries().size() == expected.entries().size() &&
-           found.directories().size() == expected.directories().size();
 }
 
 } // namespace Tessel::Core

@@ -15,6 +15,8 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 // Whether the local disk can tell this path from every other. Half a surrogate pair is stored as a
@@ -84,7 +86,7 @@ bool VaultManager::takeBack(const TrackedTempFile& copy) {
     struct stat status {};
     // Read by way of the descriptor: what takes the copy's name meanwhile is not what is stored.
     if (!m_workspace.openForReading(copy.vaultPath, &file) || !statusOf(file.handle(), &status) ||
-        !importFile(QStringLiteral("/proc/self/fd/%1").arg(file.handle()), copy.vaultPath)) {
+        !importFile(u"/proc/self/fd/%1"_s.arg(file.handle()), copy.vaultPath)) {
         return false;
     }
     // Without the note a later run keeps a copy that it could remove.
@@ -150,20 +152,6 @@ bool VaultManager::syncForLock() {
         m_takenBack.insert(copy.vaultPath, state);
         return true;
     });
-}
-
-bool VaultManager::lockVault() {
-    // Each copy that is taken back costs the drive its size. A lock that is tried again because one
-    // of them fails leaves the others as they are in the vault.
-    if (isUnlocked() && !syncForLock()) {
-        return false;
-    }
-    m_takenBack.clear();
-    m_fileSync.clear();
-    const bool cleaned = m_workspace.cleanup();
-    m_masterKey.clear();
-    m_state = VaultState::Locked;
-    return cleaned;
 }
 
 } // namespace Tessel::Core

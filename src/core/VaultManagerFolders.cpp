@@ -3,6 +3,7 @@
 
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
+#include "core/VaultSession.h"
 
 #include <algorithm>
 #include <optional>
@@ -27,30 +28,37 @@ bool hasContents(const SecureFileIndex& index, const QString& directory) {
            });
 }
 
-// Where an item of the old folder lies once the folder has its new path.
+// The path of an item of the old folder once the folder has its new path.
 QString carriedPath(const QString& path, const QString& oldDirectory, const QString& newDirectory) {
     return newDirectory + path.mid(oldDirectory.size());
 }
 
-} // namespace
-
-bool VaultManager::isOpenForEditing(const QString& vaultPath) const {
-    const QList<TrackedTempFile> tracked = m_fileSync.trackedFiles();
+bool isOpen(const FileSyncManager& copies, const QString& vaultPath) {
+    const QList<TrackedTempFile> tracked = copies.trackedFiles();
     return std::any_of(tracked.cbegin(), tracked.cend(), [&vaultPath](const TrackedTempFile& copy) {
         return sameVaultPath(copy.vaultPath, vaultPath);
     });
 }
 
-bool VaultManager::saveWithFileAt(ContainerDocument* document, const QString& oldPath,
-                                  const QString& newPath) {
+bool hasOpenCopyIn(const FileSyncManager& copies, const QString& directory) {
+    const QList<TrackedTempFile> tracked = copies.trackedFiles();
+    return std::any_of(tracked.cbegin(), tracked.cend(), [&directory](const TrackedTempFile& copy) {
+        return sameVaultPath(copy.vaultPath, directory) ||
+               pathIsInsideDirectory(copy.vaultPath, directory);
+    });
+}
+
+// The index with one file at a new path; nothing when an entry cannot be carried over.
+std::optional<SecureFileIndex> withFileAt(const SecureFileIndex& index, const QString& oldPath,
+                                          const QString& newPath) {
     SecureFileIndex working;
-    const QList<VaultDirectoryEntry> folders = m_index.directories();
+    const QList<VaultDirectoryEntry> folders = index.directories();
     for (const VaultDirectoryEntry& folder : folders) {
         if (!working.addDirectory(folder)) {
-            return false;
+            return std::nullopt;
         }
     }
-    const QList<VaultFileEntry> entries = m_index.entries();
+    const QList<VaultFileEntry> entries = index.entries();
     bool moved = false;
     for (VaultFileEntry entry : entries) {
         // A foreign index may hold two paths that differ in letter case alone. Only the first is
@@ -60,17 +68,49 @@ bool VaultManager::saveWithFileAt(ContainerDocument* document, const QString& ol
             moved = true;
         }
         if (!working.addOrReplace(entry)) {
-            return false;
+            return std::nullopt;
         }
     }
-    return saveSessionIndex(document, working);
+    return working;
 }
+
+// The index with a folder, and all that is in it, at a new path.
+std::optional<SecureFileIndex> withDirectoryAt(const SecureFileIndex& index,
+                                               const QString& oldDirectory,
+                                               const QString& newDirectory) {
+    SecureFileIndex working;
+    ensureParentDirectories(&working, newDirectory);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QList<VaultDirectoryEntry> folders = index.directories();
+    for (VaultDirectoryEntry folder : folders) {
+        if (sameVaultPath(folder.path, oldDirectory) ||
+            pathIsInsideDirectory(folder.path, oldDirectory)) {
+            folder.path = carriedPath(folder.path, oldDirectory, newDirectory);
+            folder.modifiedUtc = now;
+        }
+        if (!working.addDirectory(folder)) {
+            return std::nullopt;
+        }
+    }
+    const QList<VaultFileEntry> entries = index.entries();
+    for (VaultFileEntry entry : entries) {
+        if (pathIsInsideDirectory(entry.vaultPath, oldDirectory)) {
+            entry.vaultPath = carriedPath(entry.vaultPath, oldDirectory, newDirectory);
+        }
+        if (!working.addOrReplace(entry)) {
+            return std::nullopt;
+        }
+    }
+    return working;
+}
+
+} // namespace
 
 bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirectory) {
     const QString path = normalizedVaultPath(vaultPath);
     const QString target = normalizedVaultPath(targetDirectory);
     ContainerDocument document;
-    if (!isUnlocked() || path.isEmpty() || !refreshSession(&document) ||
+    if (!isUnlocked() || path.isEmpty() || !beginChange(&document) ||
         !indexContainsFilePath(m_index, path)) {
         return false;
     }
@@ -78,12 +118,13 @@ bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirec
         return false;
     }
     const QString name = vaultBaseName(path);
-    const QString newPath = target.isEmpty() ? name : target + QLatin1Char('/') + name;
+    const QString newPath = target.isEmpty() ? name : target + u'/' + name;
     if (newPath.isEmpty() || sameVaultPath(newPath, path) || itemExists(m_index, newPath) ||
-        isOpenForEditing(path)) {
+        isOpen(m_fileSync, path)) {
         return false;
     }
-    return saveWithFileAt(&document, path, newPath);
+    const std::optional<SecureFileIndex> working = withFileAt(m_index, path, newPath);
+    return working && save(&document, *working);
 }
 
 bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultPath) {
@@ -93,37 +134,37 @@ bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultP
         return false;
     }
     ContainerDocument document;
-    if (!refreshSession(&document) || !indexContainsFilePath(m_index, path) ||
-        itemExists(m_index, newPath) || isOpenForEditing(path)) {
+    if (!beginChange(&document) || !indexContainsFilePath(m_index, path) ||
+        itemExists(m_index, newPath) || isOpen(m_fileSync, path)) {
         return false;
     }
-    return saveWithFileAt(&document, path, newPath);
+    const std::optional<SecureFileIndex> working = withFileAt(m_index, path, newPath);
+    return working && save(&document, *working);
 }
 
 bool VaultManager::deleteFile(const QString& vaultPath) {
     const QString path = normalizedVaultPath(vaultPath);
     ContainerDocument document;
-    if (!isUnlocked() || path.isEmpty() || !refreshSession(&document)) {
+    if (!isUnlocked() || path.isEmpty() || !beginChange(&document)) {
         return false;
     }
     // The entry may spell the path in other letter case.
     const std::optional<VaultFileEntry> stored = findFile(m_index, path);
     SecureFileIndex working = m_index;
-    return stored && working.remove(stored->vaultPath) &&
-           saveSessionIndex(&document, working, WithoutRecord::Rewrite);
+    return stored && working.remove(stored->vaultPath) && saveDeletion(&document, working);
 }
 
 bool VaultManager::createDirectory(const QString& path) {
     const QString newPath = normalizedVaultPath(path);
     ContainerDocument document;
     if (!isUnlocked() || newPath.isEmpty() || !ancestorsFitIntoAnIndex(newPath) ||
-        !refreshSession(&document) || itemExists(m_index, newPath)) {
+        !beginChange(&document) || itemExists(m_index, newPath)) {
         return false;
     }
     SecureFileIndex working = m_index;
     ensureParentDirectories(&working, newPath);
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    return working.addDirectory({newPath, now, now}) && saveSessionIndex(&document, working);
+    return working.addDirectory({newPath, now, now}) && save(&document, working);
 }
 
 bool VaultManager::renameDirectory(const QString& path, const QString& newPath) {
@@ -135,55 +176,20 @@ bool VaultManager::renameDirectory(const QString& path, const QString& newPath) 
         return false;
     }
     ContainerDocument document;
-    if (!refreshSession(&document) || !indexContainsDirectoryPath(m_index, oldDirectory) ||
+    if (!beginChange(&document) || !indexContainsDirectoryPath(m_index, oldDirectory) ||
         itemExists(m_index, newDirectory) || !ancestorsFitIntoAnIndex(newDirectory) ||
-        hasOpenCopyIn(oldDirectory)) {
+        hasOpenCopyIn(m_fileSync, oldDirectory)) {
         return false;
     }
-    SecureFileIndex working;
-    return fillWithRenamedDirectory(&working, oldDirectory, newDirectory) &&
-           saveSessionIndex(&document, working);
-}
-
-bool VaultManager::hasOpenCopyIn(const QString& directory) const {
-    const QList<TrackedTempFile> tracked = m_fileSync.trackedFiles();
-    return std::any_of(tracked.cbegin(), tracked.cend(), [&directory](const TrackedTempFile& copy) {
-        return sameVaultPath(copy.vaultPath, directory) ||
-               pathIsInsideDirectory(copy.vaultPath, directory);
-    });
-}
-
-bool VaultManager::fillWithRenamedDirectory(SecureFileIndex* working, const QString& oldDirectory,
-                                            const QString& newDirectory) const {
-    ensureParentDirectories(working, newDirectory);
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    const QList<VaultDirectoryEntry> folders = m_index.directories();
-    for (VaultDirectoryEntry folder : folders) {
-        if (sameVaultPath(folder.path, oldDirectory) ||
-            pathIsInsideDirectory(folder.path, oldDirectory)) {
-            folder.path = carriedPath(folder.path, oldDirectory, newDirectory);
-            folder.modifiedUtc = now;
-        }
-        if (!working->addDirectory(folder)) {
-            return false;
-        }
-    }
-    const QList<VaultFileEntry> entries = m_index.entries();
-    for (VaultFileEntry entry : entries) {
-        if (pathIsInsideDirectory(entry.vaultPath, oldDirectory)) {
-            entry.vaultPath = carriedPath(entry.vaultPath, oldDirectory, newDirectory);
-        }
-        if (!working->addOrReplace(entry)) {
-            return false;
-        }
-    }
-    return true;
+    const std::optional<SecureFileIndex> working =
+        withDirectoryAt(m_index, oldDirectory, newDirectory);
+    return working && save(&document, *working);
 }
 
 bool VaultManager::deleteDirectory(const QString& path) {
     const QString directory = normalizedVaultPath(path);
     ContainerDocument document;
-    if (!isUnlocked() || directory.isEmpty() || !refreshSession(&document)) {
+    if (!isUnlocked() || directory.isEmpty() || !beginChange(&document)) {
         return false;
     }
     const std::optional<VaultDirectoryEntry> stored = findDirectory(m_index, directory);
@@ -191,8 +197,7 @@ bool VaultManager::deleteDirectory(const QString& path) {
         return false;
     }
     SecureFileIndex working = m_index;
-    return working.removeDirectory(stored->path) &&
-           saveSessionIndex(&document, working, WithoutRecord::Rewrite);
+    return working.removeDirectory(stored->path) && saveDeletion(&document, working);
 }
 
 } // namespace Tessel::Core

@@ -6,8 +6,10 @@
 #include "core/RedoRecord.h"
 #include "core/RegularFile.h"
 #include "core/SameFile.h"
+#include "core/SealedBlock.h"
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
+#include "core/VaultSession.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -24,8 +26,8 @@ namespace Tessel::Core {
 
 namespace {
 
+static_assert(VaultManager::ChunkBytes == LargestPlainBlock);
 constexpr qint64 DigestBytes = qint64{256} * 1024;
-constexpr qint64 LargestSealedBlock = VaultManager::ChunkBytes + CryptoManager::TagBytes;
 
 VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
     VaultFileEntry entry;
@@ -53,9 +55,9 @@ bool readChunk(QFile& source, QByteArray* chunk, FileDigest* digest) {
     return true;
 }
 
-// Opens an ordinary file for writing, created or emptied, and nothing else: a pipe would keep the
-// caller waiting for a reader, and a device is no place for a file.
-bool openOrdinaryFile(const QString& path, QFile* file) {
+// Opens a regular file for writing, created or emptied. Anything else is refused: a pipe would keep
+// the caller waiting for a reader, and a device keeps no file.
+bool createRegularFile(const QString& path, QFile* file) {
     const QByteArray name = QFile::encodeName(path);
     const int descriptor = ::open(
         name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, S_IRUSR | S_IWUSR);
@@ -77,6 +79,81 @@ void truncateContainer(QFile& container, qint64 size) {
     }
 }
 
+// The index without the file of this path, but with the folders above it.
+SecureFileIndex indexWithout(const SecureFileIndex& index, const QString& path) {
+    SecureFileIndex working;
+    const QList<VaultDirectoryEntry> folders = index.directories();
+    for (const VaultDirectoryEntry& folder : folders) {
+        static_cast<void>(working.addDirectory(folder));
+    }
+    ensureParentDirectories(&working, path);
+    const QList<VaultFileEntry> entries = index.entries();
+    for (const VaultFileEntry& entry : entries) {
+        if (!sameVaultPath(entry.vaultPath, path)) {
+            static_cast<void>(working.addOrReplace(entry));
+        }
+    }
+    return working;
+}
+
+// Seals the source chunk by chunk at the container's position; fills in blocks, digest and size.
+bool appendBlocks(const VaultSession& session, QFile& source, QFile& container,
+                  VaultFileEntry* entry, const VaultManager::Progress& progress) {
+    const qint64 total = entry->sizeBytes;
+    FileDigest digest;
+    QByteArray buffer;
+    buffer.reserve(std::min(total, VaultManager::ChunkBytes - DigestBytes) + DigestBytes +
+                   CryptoManager::TagBytes);
+    qint64 done = 0;
+    for (;;) {
+        VaultFileBlock block;
+        block.offset = container.pos();
+        if (!readChunk(source, &buffer, &digest)) {
+            return false;
+        }
+        if (buffer.isEmpty()) {
+            break;
+        }
+        if (!session.encryptBlock(&buffer, &block) || container.write(buffer) != buffer.size() ||
+            !startWriteBack(container, block.offset, buffer.size())) {
+            return false;
+        }
+        entry->blocks.append(block);
+        done += block.plainSize;
+        if (progress) {
+            progress(done, total, entry->vaultPath);
+        }
+    }
+    entry->sha256 = digest.result();
+    // A source that reports a size of 0 has not told its size.
+    entry->sizeBytes = total > 0 ? total : done;
+    // A file that became shorter than it was is not the file that was to be stored.
+    return done >= total && !entry->sha256.isEmpty();
+}
+
+// How far the content of a file has come on its way out.
+enum class Written { All, UnreadableBlock, DeviceFailed };
+
+// Writes the blocks from number @p *next on, and counts them there.
+Written writeBlocks(const VaultSession& session, const VaultFileEntry& entry, QIODevice* device,
+                    qsizetype* next) {
+    QFile container(session.path());
+    if (!openRegularFile(container, QIODevice::ReadOnly)) {
+        return Written::UnreadableBlock;
+    }
+    QByteArray buffer;
+    for (; *next < entry.blocks.size(); ++*next) {
+        const VaultFileBlock& block = entry.blocks.at(*next);
+        if (!readSealedBlock(container, block, &buffer) || !session.decryptBlock(&buffer, block)) {
+            return Written::UnreadableBlock;
+        }
+        if (device->write(buffer) != buffer.size()) {
+            return Written::DeviceFailed;
+        }
+    }
+    return Written::All;
+}
+
 } // namespace
 
 bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath) {
@@ -91,7 +168,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     }
     const QFileInfo sourceInfo(sourcePath);
     // A container that swallows itself would grow for as long as it is read.
-    if (!sourceInfo.isFile() || isSameFile(sourcePath, m_containerFilePath)) {
+    if (!sourceInfo.isFile() || isSameFile(sourcePath, m_session->path())) {
         return false;
     }
     QFile source(sourcePath);
@@ -99,14 +176,14 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     ContainerDocument document;
-    if (!refreshSession(&document)) {
+    if (!beginChange(&document)) {
         return false;
     }
-    SecureFileIndex working = indexWithout(path);
+    SecureFileIndex working = indexWithout(m_index, path);
     VaultFileEntry entry = newEntryFor(sourceInfo, path);
-    renewPayloadNonce(&document);
+    m_session->renewNonce(&document);
 
-    QFile container(m_containerFilePath);
+    QFile container(m_session->path());
     if (!openRegularFile(container, QIODevice::ReadWrite)) {
         return false;
     }
@@ -114,73 +191,17 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     auto rollback =
         qScopeGuard([&container, formerSize] { truncateContainer(container, formerSize); });
     if (!container.seek(formerSize) ||
-        !appendBlocks(source, container, document, &entry, progress) || !container.flush()) {
+        !appendBlocks(*m_session, source, container, &entry, progress) || !container.flush()) {
         return false;
     }
-    // The header's rewrite waits until the blocks are on the drive. The container stays open for
-    // so long: the kernel may forget that a block was lost once nobody has the file open.
-    if (!working.addOrReplace(entry) || !sealIndexIntoHeader(&document, working)) {
+    // The header's rewrite waits until the blocks are on the drive. The container stays open until
+    // then: the kernel may forget that a block was lost once nobody has the file open.
+    if (!working.addOrReplace(entry) || !m_session->save(&document, working)) {
         return false;
     }
     rollback.dismiss();
+    m_index = working;
     return true;
-}
-
-SecureFileIndex VaultManager::indexWithout(const QString& path) const {
-    SecureFileIndex working;
-    const QList<VaultDirectoryEntry> folders = m_index.directories();
-    for (const VaultDirectoryEntry& folder : folders) {
-        static_cast<void>(working.addDirectory(folder));
-    }
-    ensureParentDirectories(&working, path);
-    const QList<VaultFileEntry> entries = m_index.entries();
-    for (const VaultFileEntry& entry : entries) {
-        if (!sameVaultPath(entry.vaultPath, path)) {
-            static_cast<void>(working.addOrReplace(entry));
-        }
-    }
-    return working;
-}
-
-bool VaultManager::appendBlocks(QFile& source, QFile& container, const ContainerDocument& document,
-                                VaultFileEntry* entry, const Progress& progress) const {
-    const QByteArray key = workingKey();
-    const QByteArray blockData = blockAssociatedData(document);
-    const int nonceBytes = static_cast<int>(document.crypto.nonce.size());
-    const qint64 total = entry->sizeBytes;
-    FileDigest digest;
-    QByteArray buffer;
-    buffer.reserve(std::min(total, ChunkBytes - DigestBytes) + DigestBytes +
-                   CryptoManager::TagBytes);
-    qint64 done = 0;
-    for (;;) {
-        VaultFileBlock block;
-        block.nonce = m_cryptoManager.generateNonce(nonceBytes);
-        block.offset = container.pos();
-        if (!readChunk(source, &buffer, &digest)) {
-            return false;
-        }
-        if (buffer.isEmpty()) {
-            break;
-        }
-        block.plainSize = buffer.size();
-        if (!m_cryptoManager.encryptInPlace(&buffer, key, block.nonce, blockData) ||
-            container.write(buffer) != buffer.size() ||
-            !startWriteBack(container, block.offset, buffer.size())) {
-            return false;
-        }
-        block.encryptedSize = buffer.size();
-        entry->blocks.append(block);
-        done += block.plainSize;
-        if (progress) {
-            progress(done, total, entry->vaultPath);
-        }
-    }
-    entry->sha256 = digest.result();
-    // A source that says it is empty has not told its size.
-    entry->sizeBytes = total > 0 ? total : done;
-    // A file that became shorter than it was is not the file that was to be stored.
-    return done >= total && !entry->sha256.isEmpty();
 }
 
 bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* device) const {
@@ -192,73 +213,32 @@ bool VaultManager::writeVaultFileToDevice(const QString& vaultPath, QIODevice* d
         return false;
     }
     qsizetype next = 0;
-    Written result = writeBlocks(*entry, device, &next);
+    Written result = writeBlocks(*m_session, *entry, device, &next);
     if (result == Written::UnreadableBlock) {
         // Another session may have compacted the vault. What is already written can only be
         // followed by blocks of the same stored copy.
-        const std::optional<VaultFileEntry> moved = entryOnDrive(vaultPath);
+        const std::optional<VaultFileEntry> moved = fileOnDrive(vaultPath);
         if (moved && (next == 0 || moved->id == entry->id)) {
-            result = writeBlocks(*moved, device, &next);
+            result = writeBlocks(*m_session, *moved, device, &next);
         }
     }
     return result == Written::All;
 }
 
-VaultManager::Written VaultManager::writeBlocks(const VaultFileEntry& entry, QIODevice* device,
-                                                qsizetype* next) const {
-    QFile container(m_containerFilePath);
-    if (!openRegularFile(container, QIODevice::ReadOnly)) {
-        return Written::UnreadableBlock;
-    }
-    const QByteArray key = workingKey();
-    // A fresh document: a block is bound to the format, not to the container that holds it.
-    const QByteArray blockData = blockAssociatedData(ContainerDocument());
-    QByteArray buffer;
-    for (; *next < entry.blocks.size(); ++*next) {
-        const VaultFileBlock& block = entry.blocks.at(*next);
-        if (!readSealedBlock(container, block, &buffer) ||
-            !m_cryptoManager.decryptInPlace(&buffer, key, block.nonce, blockData) ||
-            buffer.size() != block.plainSize) {
-            return Written::UnreadableBlock;
-        }
-        if (device->write(buffer) != buffer.size()) {
-            return Written::DeviceFailed;
-        }
-    }
-    return Written::All;
-}
-
-std::optional<VaultFileEntry> VaultManager::entryOnDrive(const QString& path) const {
-    ContainerDocument document;
+std::optional<VaultFileEntry> VaultManager::fileOnDrive(const QString& path) const {
     SecureFileIndex index;
-    if (!m_containerManager.readDocument(m_containerFilePath, &document) ||
-        holdsIndexInMemory(document) || !decryptIndex(document, &index)) {
-        return std::nullopt;
-    }
-    return findFile(index, path);
-}
-
-bool VaultManager::readSealedBlock(QFile& container, const VaultFileBlock& block,
-                                   QByteArray* sealed) {
-    // The sizes come from the index; none of ours is larger, and none is worth the memory.
-    if (block.offset < 0 || block.encryptedSize <= CryptoManager::TagBytes ||
-        block.encryptedSize > LargestSealedBlock ||
-        block.encryptedSize > container.size() - block.offset || !container.seek(block.offset)) {
-        return false;
-    }
-    sealed->resize(block.encryptedSize);
-    return container.read(sealed->data(), sealed->size()) == sealed->size();
+    return m_session->readChangedIndex(&index) ? findFile(index, path) : std::nullopt;
 }
 
 bool VaultManager::exportFile(const QString& vaultPath, const QString& destinationPath) const {
     const QString path = normalizedVaultPath(vaultPath);
     // Opening the container for writing would empty it.
     if (!isUnlocked() || path.isEmpty() || destinationPath.contains(QChar::Null) ||
-        isSameFile(destinationPath, m_containerFilePath)) {
+        isSameFile(destinationPath, m_session->path())) {
         return false;
     }
     QFile destination;
-    return openOrdinaryFile(destinationPath, &destination) &&
+    return createRegularFile(destinationPath, &destination) &&
            writeVaultFileToDevice(path, &destination) && syncToDrive(destination) &&
            syncFolderOf(destinationPath);
 }
