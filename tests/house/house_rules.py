@@ -55,6 +55,25 @@ MODULES = {
                  {"Qt6::Core", "Qt6::Gui", "Qt6::Widgets", "PkgConfig::sodium", "tessel_core",
                   "tessel_platform", "tessel_ui", "tessel_flags"}),
 }
+
+# The engine's sources from the bottom to the top. Each may include its own layer and those below.
+CORE_LAYERS = (
+    # Bytes, files, folders, the temporary workspace.
+    {"Base64", "ByteCounts", "CompactionFolder", "ContainerCopy", "ContainerLayout",
+     "ContainerLock", "DiskSync", "FileDigest", "FileSyncManager", "FolderAccess", "PrivateFile",
+     "RegularFile", "RunsFolder", "SameFile", "SecretBytes", "TempWorkspaceManager",
+     "WorkspaceLeftovers", "WorkspaceNote"},
+    # Values and primitives.
+    {"AuthManager", "ContainerDocument", "CryptoManager", "IndexJson", "LengthLine", "RedoRecord",
+     "SealedBlock", "SecureFileIndex", "VaultPath"},
+    {"HeaderCodec", "KeyHierarchy"},
+    {"HeaderWriter"},
+    {"ContainerManager"},
+    {"ContainerReplacement", "SetAsideContainer"},
+    {"VaultSession", "VaultSessionRecovery"},
+    {"VaultManager", "VaultManagerCompaction", "VaultManagerEditing", "VaultManagerFolders",
+     "VaultManagerStorage"},
+)
 LINK_KEYWORDS = {"PUBLIC", "PRIVATE", "INTERFACE"}
 
 
@@ -129,6 +148,27 @@ def include_faults(top, qt_include):
                      else fault_of_angled(module, angled, qt_include))
             if fault:
                 yield f"{path}:{number}: {fault}"
+
+
+def core_layer(name):
+    """The number of the layer that a source of the engine belongs to, or None."""
+    return next((i for i, layer in enumerate(CORE_LAYERS) if name in layer), None)
+
+
+def layer_faults(top):
+    """No include of the engine leads up."""
+    for path, _, lines in modules(top):
+        if path.parts[1] != "core":
+            continue
+        layer = core_layer(path.stem)
+        if layer is None:
+            yield f"{path}: belongs to no layer"
+            continue
+        for number, line in enumerate(lines, 1):
+            match = INCLUDE.match(line)
+            header = match and match[1] and match[1].split("/")[-1]
+            if header and (core_layer(header.split(".")[0]) or 0) > layer:
+                yield f'{path}:{number}: "{match[1]}" is above {path.stem}'
 
 
 def link_faults(top):

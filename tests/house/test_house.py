@@ -29,6 +29,9 @@ class Sources(unittest.TestCase):
     def test_modules_include_only_what_they_may_use(self):
         self.assert_none(house_rules.include_faults(TOP, QT_INCLUDE))
 
+    def test_no_include_of_the_engine_leads_up(self):
+        self.assert_none(house_rules.layer_faults(TOP))
+
     def test_modules_link_only_what_they_may_use(self):
         self.assert_none(house_rules.link_faults(TOP))
 
@@ -126,6 +129,32 @@ class Rules(unittest.TestCase):
     def test_a_new_module_needs_a_rule(self):
         faults = self.include_faults("net", "<QString>")
         self.assertEqual(["src/net/Source.cpp: no rule says what this module may use"], faults)
+
+    def layer_faults(self, source, header):
+        with self.planted(f"src/core/{source}", f'{HEAD}#include "core/{header}"\n'):
+            self.top.joinpath("src/core/Vault.h").unlink(missing_ok=True)
+            return list(house_rules.layer_faults(self.top))
+
+    def test_layers_of_the_engine(self):
+        for source, header, fault in (
+                ("VaultManager.cpp", "VaultSession.h", False),
+                ("VaultManagerStorage.cpp", "VaultManager.h", False),
+                ("VaultSession.cpp", "HeaderWriter.h", False),
+                ("HeaderWriter.cpp", "RedoRecord.h", False),
+                ("VaultSession.h", "VaultManager.h", True),
+                ("ContainerManager.cpp", "VaultSession.h", True),
+                ("HeaderWriter.cpp", "ContainerManager.h", True),
+                ("HeaderCodec.cpp", "HeaderWriter.h", True),
+                ("RedoRecord.cpp", "HeaderWriter.h", True),
+                ("DiskSync.cpp", "RedoRecord.h", True)):
+            with self.subTest(source=source, header=header):
+                name = source.split(".")[0]
+                expected = f'src/core/{source}:3: "core/{header}" is above {name}'
+                self.assertEqual([expected] if fault else [], self.layer_faults(source, header))
+
+    def test_a_new_source_of_the_engine_needs_a_layer(self):
+        self.assertEqual(["src/core/News.cpp: belongs to no layer"],
+                         self.layer_faults("News.cpp", "DiskSync.h"))
 
     def test_forbidden_links(self):
         for module, library, fault in (
