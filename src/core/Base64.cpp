@@ -10,11 +10,11 @@ namespace Tessel::Core {
 
 namespace {
 
-constexpr std::uint8_t NotALetter = 0x80;
+constexpr std::uint8_t NotASymbol = 0x80;
 
-constexpr std::array<std::uint8_t, 256> letterValues() {
+constexpr std::array<std::uint8_t, 256> symbolValues() {
     std::array<std::uint8_t, 256> values{};
-    values.fill(NotALetter);
+    values.fill(NotASymbol);
     constexpr QByteArrayView alphabet(
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
     for (qsizetype i = 0; i < alphabet.size(); ++i) {
@@ -23,35 +23,35 @@ constexpr std::array<std::uint8_t, 256> letterValues() {
     return values;
 }
 
-constexpr std::array<std::uint8_t, 256> Letters = letterValues();
+constexpr std::array<std::uint8_t, 256> Symbols = symbolValues();
 
-// Decodes whole groups of four letters; false at the first that is none.
+// Decodes whole groups of four symbols. False when one is not of the alphabet.
 bool decodeGroups(QByteArrayView text, char* out) {
     std::uint8_t seen = 0;
     for (qsizetype i = 0; i + 4 <= text.size(); i += 4, out += 3) {
-        const std::uint32_t a = Letters[static_cast<std::uint8_t>(text[i])];
-        const std::uint32_t b = Letters[static_cast<std::uint8_t>(text[i + 1])];
-        const std::uint32_t c = Letters[static_cast<std::uint8_t>(text[i + 2])];
-        const std::uint32_t d = Letters[static_cast<std::uint8_t>(text[i + 3])];
+        const std::uint32_t a = Symbols[static_cast<std::uint8_t>(text[i])];
+        const std::uint32_t b = Symbols[static_cast<std::uint8_t>(text[i + 1])];
+        const std::uint32_t c = Symbols[static_cast<std::uint8_t>(text[i + 2])];
+        const std::uint32_t d = Symbols[static_cast<std::uint8_t>(text[i + 3])];
         seen = static_cast<std::uint8_t>(seen | a | b | c | d);
         const std::uint32_t bytes = a << 18 | b << 12 | c << 6 | d;
         out[0] = static_cast<char>(bytes >> 16);
         out[1] = static_cast<char>(bytes >> 8);
         out[2] = static_cast<char>(bytes);
     }
-    return (seen & NotALetter) == 0;
+    return (seen & NotASymbol) == 0;
 }
 
 } // namespace
 
 std::optional<QByteArray> decodeWellFormedBase64(QByteArrayView text) {
-    // The last group may be padded, and is left to the toolkit.
-    const qsizetype wholeLetters = text.size() < 4 ? 0 : (text.size() - 1) / 4 * 4;
-    const auto lastGroup = QByteArray::fromBase64Encoding(text.sliced(wholeLetters).toByteArray(),
+    // The last group may be padded; Qt decodes it.
+    const qsizetype groupedSymbols = text.size() < 4 ? 0 : (text.size() - 1) / 4 * 4;
+    const auto lastGroup = QByteArray::fromBase64Encoding(text.sliced(groupedSymbols).toByteArray(),
                                                           QByteArray::AbortOnBase64DecodingErrors);
-    QByteArray bytes(wholeLetters / 4 * 3, Qt::Uninitialized);
+    QByteArray bytes(groupedSymbols / 4 * 3, Qt::Uninitialized);
     if (text.size() % 4 != 0 || !lastGroup ||
-        !decodeGroups(text.first(wholeLetters), bytes.data())) {
+        !decodeGroups(text.first(groupedSymbols), bytes.data())) {
         return std::nullopt;
     }
     return bytes.append(*lastGroup);

@@ -16,21 +16,23 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
-const QString FolderPrefix = QStringLiteral("Tessel-compact-");
+const QString FolderPrefix = u"Tessel-compact-"_s;
 
 int openFolder(const QString& path) {
     return ::open(QFile::encodeName(path).constData(),
                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// The lock goes with the descriptor, so the folder of a program that was killed is free.
+// Closing the descriptor gives up the lock, so the folder of a program that was killed is free.
 bool lockFolder(int descriptor) {
     return ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
-// Nobody else may put something into it or take it away.
+// Whether it is this account's, and no other account can add or remove files in it.
 bool isOurs(int descriptor) {
     struct stat info {};
     return ::fstat(descriptor, &info) == 0 && info.st_uid == ::geteuid() &&
@@ -40,7 +42,7 @@ bool isOurs(int descriptor) {
 } // namespace
 
 CompactionFolder::CompactionFolder()
-    : m_folder(QDir::tempPath() + QLatin1Char('/') + FolderPrefix + QStringLiteral("XXXXXX")) {
+    : m_folder(QDir::tempPath() + u'/' + FolderPrefix + u"XXXXXX"_s) {
     m_folder.setAutoRemove(false);
     m_lock = m_folder.isValid() ? openFolder(m_folder.path()) : -1;
     if (m_lock >= 0) {
@@ -64,13 +66,12 @@ QString CompactionFolder::containerPath() const {
 void CompactionFolder::removeLeftovers(const std::function<bool(const QString& path)>& isUnneeded) {
     const QFileInfoList folders =
         QDir(QDir::tempPath())
-            .entryInfoList({FolderPrefix + QLatin1Char('*')},
+            .entryInfoList({FolderPrefix + u'*'},
                            QDir::Dirs | QDir::NoSymLinks | QDir::Hidden | QDir::NoDotAndDotDot);
     for (const QFileInfo& folder : folders) {
         const int descriptor = openFolder(folder.filePath());
         const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
-        const QString path =
-            folder.filePath() + QLatin1Char('/') + ContainerLayout::ContainerFileName;
+        const QString path = folder.filePath() + u'/' + ContainerLayout::ContainerFileName;
         if (descriptor >= 0 && isOurs(descriptor) && lockFolder(descriptor) &&
             !QFileInfo(path).isSymLink() && isUnneeded(path) && QFile::remove(path)) {
             static_cast<void>(QDir().rmdir(folder.filePath()));

@@ -11,8 +11,8 @@
 
 namespace Tessel::Core {
 
-/// The folder of the system's temporary folder in which a compaction rebuilds the container. It is
-/// removed with the object unless it is kept, and locked while the object lives.
+/// The folder in the system's temporary folder in which a compaction rebuilds the container. It is
+/// locked while the object lives and removed with it, unless it is kept.
 class CompactionFolder {
 public:
     CompactionFolder();
@@ -21,14 +21,13 @@ public:
 
     [[nodiscard]] bool isValid() const { return m_folder.isValid(); }
     [[nodiscard]] QString path() const { return m_folder.path(); }
-    /// Where the rebuilt container belongs.
+    /// The path of the rebuilt container.
     [[nodiscard]] QString containerPath() const;
-    /// Leaves the folder where it is: the rebuilt container may be the only one.
+    /// Keeps the folder: the rebuilt container may be the only one.
     void keep() { m_isKept = true; }
 
-    /// Removes the rebuilt containers, and their folders, that compactions which have ended left
-    /// behind, where @p isUnneeded says so of the container at a path. Only folders of this user
-    /// count.
+    /// Removes the rebuilt containers, and their folders, that earlier compactions of this account
+    /// left, if @p isUnneeded returns true for the container's path.
     static void removeLeftovers(const std::function<bool(const QString& path)>& isUnneeded);
 
 private:

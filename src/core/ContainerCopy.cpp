@@ -24,9 +24,9 @@ bool isSomethingElseThanAFile(const QString& path) {
     return info.exists() && !info.isFile();
 }
 
-// Copies what follows the magic. Both files are at its end.
-bool copyBehindMagic(QFile& source, QFileDevice& target, qint64 total,
-                     const CopyProgress& progress) {
+// Copies everything after the magic. Both files are at its end.
+bool copyAfterMagic(QFile& source, QFileDevice& target, qint64 total,
+                    const CopyProgress& progress) {
     QByteArray piece(PieceBytes, Qt::Uninitialized);
     for (qint64 copied = source.pos(); copied < total;) {
         // The pieces end at whole multiples, the first one is shorter by the magic.
@@ -48,7 +48,7 @@ bool copyContainer(QFile& source, QFileDevice& target, const CopyProgress& progr
     const qint64 total = source.size();
     progress(0, total);
     const QByteArray magic = source.read(ContainerLayout::FileMagic.size());
-    return target.seek(magic.size()) && copyBehindMagic(source, target, total, progress) &&
+    return target.seek(magic.size()) && copyAfterMagic(source, target, total, progress) &&
            source.size() == total && syncToDrive(target) && target.seek(0) &&
            target.write(magic) == magic.size() && syncToDrive(target) && target.size() == total;
 }
@@ -56,7 +56,7 @@ bool copyContainer(QFile& source, QFileDevice& target, const CopyProgress& progr
 ContainerBackup::ContainerBackup(const QString& destination) : m_destination(destination) {}
 
 bool ContainerBackup::create(const QString& containerPath) {
-    // A pipe or a device takes bytes, or waits for ever, and keeps no backup.
+    // A pipe or a device keeps no backup, and may block.
     if (isSomethingElseThanAFile(m_destination)) {
         return false;
     }
@@ -79,7 +79,7 @@ bool ContainerBackup::copyFrom(QFile& source, const CopyProgress& progress) {
     if (syncAfterRename(QFileInfo(m_destination).canonicalFilePath())) {
         return true;
     }
-    // The copy is whole. Where it has replaced another one, it is the only one there is.
+    // The copy is whole. If it has replaced another file, it is the only backup there.
     static_cast<void>(replaces || QFile::remove(m_destination));
     return false;
 }

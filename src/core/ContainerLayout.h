@@ -8,7 +8,7 @@
 
 namespace Tessel::Core::ContainerLayout {
 
-// Where everything is in a container; docs/container-format.md says what it means.
+// Offsets and sizes in a container, in bytes; docs/container-format.md describes them.
 /// The name of a container, unless the user gives it another one.
 inline constexpr QLatin1StringView ContainerFileName("tessel.tvlt");
 inline constexpr QByteArrayView FileMagic("TESSEL3");

@@ -18,15 +18,15 @@ namespace {
 
 // The locked file at the path; null when there is none.
 std::unique_ptr<QFile> lockedFileAt(const QString& path) {
-    // Between the open and the lock another window may put a new file in the place of this one,
-    // whose lock then protects nothing.
+    // Between the open and the lock another window may replace this file; its lock then protects
+    // nothing.
     constexpr int Tries = 3;
     for (int i = 0; i < Tries; ++i) {
         auto file = std::make_unique<QFile>(path);
         if (!openRegularFile(*file, QIODevice::ReadOnly)) {
             return nullptr;
         }
-        // flock and not fcntl: closing another descriptor of the container must not give it up.
+        // flock, not fcntl: closing another descriptor of the container must not release it.
         if (::flock(file->handle(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             return nullptr;
         }

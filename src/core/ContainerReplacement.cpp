@@ -17,10 +17,10 @@ namespace Tessel::Core {
 
 namespace {
 
-// What a file system may need beside the bytes themselves: the rest of a cluster, tables, an entry.
+// What a file system may need besides the bytes: the rest of a cluster, tables, a folder entry.
 constexpr qint64 MarginBytes = qint64{1} * 1024 * 1024;
 
-bool hasRoomFor(qint64 bytes, const QString& path) {
+bool hasSpaceFor(qint64 bytes, const QString& path) {
     struct statvfs space {};
     const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
     if (::statvfs(folder.constData(), &space) != 0) {
@@ -31,7 +31,7 @@ bool hasRoomFor(qint64 bytes, const QString& path) {
     return blockBytes > 0 && (bytes + MarginBytes) / blockBytes < blocks;
 }
 
-// A file system without owners or permissions has nothing to keep.
+// Gives the file the old one's owner and mode. Failing is no fault: FAT has neither.
 void takeOver(const struct stat& owner, QFile& file) {
     [[maybe_unused]] const int result = ::fchown(file.handle(), owner.st_uid, owner.st_gid);
     static_cast<void>(::fchmod(file.handle(), owner.st_mode & 07777));
@@ -63,19 +63,19 @@ ReplacementResult writeNewContainer(const QString& rebuiltPath, const QString& p
 ReplacementResult replaceContainer(const QString& rebuiltPath, const QString& path, QFile& old,
                                    const CopyProgress& progress) {
     struct stat owner {};
-    // An error that the drive still has to tell is told now, while nothing has changed.
+    // The drive reports errors of earlier writes now, while nothing has changed.
     if (::fstat(old.handle(), &owner) != 0 || !syncToDrive(old) || !syncFolderOf(path)) {
         return ReplacementResult::NothingDone;
     }
     SetAsideResult aside = SetAsideResult::Refused;
-    if (hasRoomFor(QFileInfo(rebuiltPath).size(), path)) {
+    if (hasSpaceFor(QFileInfo(rebuiltPath).size(), path)) {
         aside = setAside(path, old);
     }
     if (aside == SetAsideResult::Failed) {
         return ReplacementResult::NothingDone;
     }
     if (aside == SetAsideResult::Refused) {
-        // Its space is free only when nobody has it open.
+        // Its space is freed only when no one has it open.
         old.close();
         return QFile::remove(path) ? writeNewContainer(rebuiltPath, path, owner, progress)
                                    : ReplacementResult::NothingDone;

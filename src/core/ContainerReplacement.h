@@ -18,15 +18,15 @@ enum class ReplacementResult {
     NothingDone,
     /// The drive has no container: neither the old one nor a part of the new one.
     NoneLeft,
-    /// The new container is there but its folder could not be synced, or a part of it is and could
-    /// not be removed. The old one is still set aside where there was room for both.
+    /// The new container is there, but its folder could not be synced; or a part of it is there and
+    /// could not be removed. The old one is still set aside if there was space for both.
     Unfinished
 };
 
-/// Puts a copy of the rebuilt container in the place of the one at @p path, which is no link; @p
-/// old is that one, open for reading. Where the drive has room for both, the old one is set aside
-/// until the new one is on the drive; elsewhere it is deleted first. The new file gets the old
-/// one's permissions.
+/// Replaces the container at @p path, which is no link, by a copy of the rebuilt one. Where the
+/// drive has space for both, the old one is set aside until the new one is on the drive; elsewhere
+/// it is deleted first. The new file gets the old one's owner and permissions.
+/// @param old the container at @p path, open for reading
 /// @param progress is first called when the new file is there and has no bytes yet
 [[nodiscard]] ReplacementResult replaceContainer(const QString& rebuiltPath, const QString& path,
                                                  QFile& old, const CopyProgress& progress);

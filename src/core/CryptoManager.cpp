@@ -12,10 +12,12 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
-// libsodium's "moderate" limits, written out: they are part of the container format, so a later
-// libsodium must not be able to move them.
+// libsodium's "moderate" limits as numbers: they are part of the container format, and a later
+// libsodium might change its constants.
 constexpr unsigned long long Argon2Passes = 3;
 constexpr std::size_t Argon2MemoryBytes = 268435456;
 
@@ -65,7 +67,7 @@ QByteArray argon2id(const QByteArray& password, const KeyDerivationParams& param
     const int result = crypto_pwhash(bytesOf(key), sizeOf(key), password.constData(),
                                      sizeOf(password), bytesOf(params.salt), Argon2Passes,
                                      Argon2MemoryBytes, crypto_pwhash_ALG_ARGON2ID13);
-    // The key was put together there.
+    // The key was computed there.
     sodium_stackzero(UsedStackBytes);
     return result == 0 ? key : QByteArray();
 }
@@ -82,7 +84,7 @@ QByteArray pbkdf2HmacSha256(const QByteArray& password, const KeyDerivationParam
     };
 
     QByteArray output;
-    // A key that grows would leave its beginning behind.
+    // A reallocation would leave a copy of the beginning.
     output.reserve(params.keyLength + CryptoManager::HmacBytes);
     for (quint32 counter = 1; output.size() < params.keyLength; ++counter) {
         QByteArray counterBytes(sizeof(quint32), Qt::Uninitialized);
@@ -195,7 +197,7 @@ QByteArray CryptoManager::deriveKey(const QByteArray& password,
     if (password.isEmpty() || params.salt.isEmpty() || params.keyLength < 1) {
         return {};
     }
-    if (params.algorithm == QLatin1String("Argon2id")) {
+    if (params.algorithm == "Argon2id"_L1) {
         return argon2id(password, params);
     }
     return pbkdf2HmacSha256(password, params);

@@ -20,7 +20,7 @@ struct KeyDerivationParams {
     qint32 keyLength = 64;
 };
 
-/// The vault's cryptography, all of it: libsodium behind stateless, re-entrant calls.
+/// All of the vault's cryptography: stateless, re-entrant calls of libsodium.
 ///
 /// Every failure is an empty byte array. A wrong key and altered data cannot be told apart, and
 /// neither can an empty plaintext, which is why nothing in the vault ever seals one.

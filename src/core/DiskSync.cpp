@@ -17,7 +17,7 @@ namespace Tessel::Core {
 
 namespace {
 
-// What a file system answers when it has no notion of the request, as opposed to failing at it.
+// Errors of a file system that does not support the request, as opposed to failing at it.
 bool isUnsupported(int error) {
     return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == ENOTTY;
 }
@@ -41,7 +41,7 @@ int openForSync(const QString& path, int flags) {
         [&name, flags] { return ::open(name.constData(), O_RDONLY | O_CLOEXEC | flags); });
 }
 
-// All of the file or folder, what its folder's entry says of it included.
+// Data and all metadata (fsync).
 bool syncAndClose(int descriptor) {
     const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
     return retryInterrupted([=] { return ::fsync(descriptor); }) == 0 || isUnsupported(errno);
@@ -93,7 +93,7 @@ bool syncPastEarlierErrors(const QString& path) {
 bool syncFolderOf(const QString& path) {
     const int descriptor = openForSync(QFileInfo(path).absolutePath(), O_DIRECTORY);
     if (descriptor < 0) {
-        // A folder in which one may create files, but not look, can be synced by nobody like us.
+        // A folder in which we may create files, but which we may not read, cannot be synced.
         return errno == EACCES;
     }
     return syncAndClose(descriptor);

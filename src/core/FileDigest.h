@@ -12,8 +12,8 @@ namespace Tessel::Core {
 
 /// SHA-256 (FIPS 180-4) of a file's bytes, fed in pieces.
 ///
-/// It goes through libcrypto because that one uses the processor's SHA instructions: an import
-/// would otherwise spend most of its time here.
+/// It goes through libcrypto, which uses the processor's SHA instructions: an import would
+/// otherwise spend most of its time here.
 class FileDigest {
 public:
     FileDigest();

@@ -23,11 +23,11 @@ struct TrackedTempFile {
 /// are compared: a copy counts as changed when its time is later than the recorded one.
 class FileSyncManager {
 public:
-    /// Records the copy under @p vaultPath, in place of an earlier record.
+    /// Records the copy under @p vaultPath, replacing an earlier record.
     /// @return false when @p tempPath is not an existing regular file.
     [[nodiscard]] bool track(const QString& vaultPath, const QString& tempPath);
-    /// Lets the copy count as changed when its time is later than @p modifiedUtc; nothing for a
-    /// path that is not tracked.
+    /// From now on the copy counts as changed when its time is later than @p modifiedUtc. Does
+    /// nothing for a path that is not tracked.
     void setLastKnownModified(const QString& vaultPath, const QDateTime& modifiedUtc);
     void untrack(const QString& vaultPath);
     void clear();

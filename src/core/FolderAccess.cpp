@@ -21,14 +21,14 @@ struct CloseFolder {
     void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
-// What an editor has made read-only can be emptied all the same.
+// A folder that an editor has made read-only is emptied too.
 void makeWritable(int folder, const struct stat& status) {
     if ((status.st_mode & S_IRWXU) != S_IRWXU) {
         static_cast<void>(::fchmod(folder, (status.st_mode & ACCESSPERMS) | S_IRWXU));
     }
 }
 
-// Goes down and up again with one open descriptor and no recursion, however deep the folders are.
+// Needs one open descriptor and no recursion, however deep the folders are.
 class FolderEmptier {
 public:
     explicit FolderEmptier(const KeepsEntry& keeps) : m_keeps(keeps) {}
@@ -170,7 +170,7 @@ Descriptor makeOwnFolder(int parent, const QByteArray& name) {
 }
 
 std::optional<QByteArrayList> namesIn(int folder) {
-    // A descriptor of its own: reading moves the position, and closing the stream closes it.
+    // A second descriptor: reading moves its position, and closing the stream closes it.
     const int own = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const std::unique_ptr<DIR, CloseFolder> stream(own < 0 ? nullptr : ::fdopendir(own));
     if (!stream) {

@@ -15,7 +15,7 @@
 
 /// Folders reached by descriptor instead of by path. Another account may exchange what a path in a
 /// shared folder leads to; it cannot exchange what is open. No function here follows a link, and
-/// no descriptor is handed on to programs that are started.
+/// programs that are started inherit no descriptor.
 namespace Tessel::Core {
 
 /// Closes its descriptor.
@@ -45,16 +45,16 @@ private:
 [[nodiscard]] bool isOurs(const struct stat& status);
 /// False when the descriptor is not open.
 [[nodiscard]] bool statusOf(int descriptor, struct stat* status);
-/// Of @p name in the folder, itself and not what it leads to. False when there is none.
+/// The status of @p name in the folder, not of what a link leads to. False when there is none.
 [[nodiscard]] bool statusAt(int folder, const QByteArray& name, struct stat* status);
 /// Whether @p name in the folder is what the descriptor has open.
 [[nodiscard]] bool isAt(int folder, const QByteArray& name, int descriptor);
 
 /// A folder of any account; closed when @p name is something else.
 [[nodiscard]] Descriptor openFolder(int parent, const QByteArray& name);
-/// A folder of ours; closed when @p name is something else or somebody else's.
+/// A folder of this account; closed when @p name is anything else.
 [[nodiscard]] Descriptor openOwnFolder(int parent, const QByteArray& name);
-/// The same, made for us alone if there is nothing of this name.
+/// The same; created for this account alone if there is nothing of this name.
 [[nodiscard]] Descriptor makeOwnFolder(int parent, const QByteArray& name);
 
 /// Names of all entries but "." and ".."; nothing when the folder cannot be read.
@@ -62,9 +62,9 @@ private:
 
 /// Asked about each entry that is not a folder: its path below the folder to be emptied.
 using KeepsEntry = std::function<bool(const QByteArray& path, const struct stat& status)>;
-/// Removes what is in the folder, but for the entries to keep and the folders that hold them. What
-/// cannot be removed does not keep the rest from it. Folders of another file system are not
-/// entered. @return whether the folder is empty.
+/// Removes everything in the folder except the entries to keep and the folders that hold them. It
+/// goes on after an entry that cannot be removed. Folders of another file system are not entered.
+/// @return whether the folder is empty.
 [[nodiscard]] bool emptyFolder(int folder, const KeepsEntry& keeps = {});
 
 } // namespace Tessel::Core

@@ -28,7 +28,7 @@ QString bytesToBase64(const QByteArray& bytes) {
     return QString::fromLatin1(bytes.toBase64());
 }
 
-// Nearly all of a header is the sealed index, in letters that need no escape. Where our writer puts
+// Nearly all of a header is the sealed index, in symbols that need no escape. Where our writer puts
 // it, it is decoded in place: Qt would first parse, widen and narrow megabytes of it. Qt gets the
 // header with an empty text instead.
 ParsedHeader splitHeader(const QByteArray& header) {
@@ -37,8 +37,8 @@ ParsedHeader splitHeader(const QByteArray& header) {
     const qsizetype begin = header.indexOf(Before) + Before.size();
     const qsizetype end = header.size() - After.size();
     if (begin >= Before.size() && begin <= end && header.endsWith(After)) {
-        const QByteArrayView letters = QByteArrayView(header).sliced(begin, end - begin);
-        if (const std::optional<QByteArray> index = decodeWellFormedBase64(letters)) {
+        const QByteArrayView symbols = QByteArrayView(header).sliced(begin, end - begin);
+        if (const std::optional<QByteArray> index = decodeWellFormedBase64(symbols)) {
             const QByteArray rest = header.first(begin) + header.sliced(end);
             return {QJsonDocument::fromJson(rest).object(), *index};
         }

@@ -17,7 +17,7 @@ enum class HeaderPadding {
     Zero
 };
 
-/// What to do when the redo record fits nowhere: neither behind the payload, on a full drive, nor
+/// What to do when the redo record fits nowhere: neither after the payload, on a full drive, nor
 /// into what the headers leave of their region.
 enum class WithoutRecord {
     Refuse,

@@ -34,7 +34,7 @@ struct LengthLine {
     [[nodiscard]] qint64 headerEnd() const { return headerOffset() + headerBytes; }
 };
 
-/// Reads the line at the file's position, which is then anywhere behind it. Blanks around the
+/// Reads the line at the file's position, which is then anywhere after it. Blanks around the
 /// number and missing zeros are accepted.
 /// @return nothing when the line holds no number, or one that no header can have as its length. A
 ///         line without an end costs time and no memory.

@@ -14,7 +14,7 @@ bool openPrivately(QSaveFile& file) {
         return false;
     }
     if (!replaces) {
-        // FAT knows no modes.
+        // FAT has no modes.
         static_cast<void>(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
     }
     return true;

@@ -7,9 +7,8 @@ class QSaveFile;
 
 namespace Tessel::Core {
 
-/// Opens the file for writing, unbuffered. A new one is for this account alone, whatever the mask
-/// of the process, which belongs to the programs that it starts as well; one that is replaced keeps
-/// its mode.
+/// Opens the file for writing, unbuffered. A new file is for this account alone whatever the
+/// process's umask, which the programs that it starts inherit; a replaced file keeps its mode.
 [[nodiscard]] bool openPrivately(QSaveFile& file);
 
 } // namespace Tessel::Core

@@ -20,8 +20,8 @@ namespace {
 
 using namespace ContainerLayout;
 
-// The trailer: digest of the image, its size in twenty digits, and a mark. It is at the end so that
-// a record is found from there, and is whole only when all of the record is.
+// The trailer: digest of the image, its size in twenty digits, and a mark. It comes last, so that a
+// record can be found from its end and has a trailer only if it was written to the end.
 constexpr QByteArrayView RecordMark("TESSEL-REDO\n");
 constexpr qint64 DigestBytes = 32;
 constexpr qint64 TrailerBytes = DigestBytes + LengthDigits + RecordMark.size();
@@ -53,15 +53,15 @@ std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end, qint64 fro
     }
     const qint64 begin = end - TrailerBytes - imageBytes;
     const RedoRecord record{begin, readAt(file, begin, imageBytes)};
-    // Anyone can make a digest. A header under another length line would not open once it stood in
-    // its place, and the record would be gone.
+    // Anyone can compute a digest. An image with a wrong length line would give a header that does
+    // not open, and the record would be gone.
     const bool whole = record.headerImage.size() == imageBytes &&
                        record.headerImage.startsWith(lengthLineFor(imageBytes - LengthLineBytes)) &&
                        digestOf(record.headerImage) == trailer.left(DigestBytes);
     return whole ? std::optional<RedoRecord>(record) : std::nullopt;
 }
 
-// The descriptor itself, because only errno tells a full drive from a failing one.
+// By descriptor, because only errno tells a full drive from a failing one.
 bool writeAt(int descriptor, QByteArrayView bytes, qint64 offset) {
     while (!bytes.isEmpty()) {
         const ssize_t written =
@@ -78,7 +78,7 @@ bool writeAt(int descriptor, QByteArrayView bytes, qint64 offset) {
     return true;
 }
 
-bool isOutOfRoom(int error) {
+bool isOutOfSpace(int error) {
     return error == ENOSPC || error == EDQUOT || error == EFBIG;
 }
 
@@ -89,8 +89,8 @@ QByteArray trailerOf(const QByteArray& headerImage) {
                : QByteArray();
 }
 
-// Writes a record at @p begin and waits for the drive. Whatever fails, @p undo takes the record
-// back.
+// Writes a record at @p begin and waits for the drive. When anything fails, @p undo removes the
+// record.
 template <typename Undo>
 RedoRecordResult writeRecordAt(QFile& file, qint64 begin, const QByteArray& headerImage,
                                Undo undo) {
@@ -100,14 +100,15 @@ RedoRecordResult writeRecordAt(QFile& file, qint64 begin, const QByteArray& head
     }
     const bool written = writeAt(file.handle(), headerImage, begin) &&
                          writeAt(file.handle(), trailer, begin + headerImage.size());
-    const bool outOfRoom = !written && isOutOfRoom(errno);
-    // A sync that fails, even for want of room, may have lost blocks that were written before the
-    // record, and a later one would not tell: only a write may be answered with doing without.
+    const bool outOfSpace = !written && isOutOfSpace(errno);
+    // A sync that fails, even for lack of space, may have lost blocks written before the record,
+    // and a later sync would not report it. Only after a failed write may a rewrite do without a
+    // record.
     if (written && syncToDrive(file)) {
         return RedoRecordResult::Written;
     }
     const bool undone = undo();
-    return outOfRoom && undone ? RedoRecordResult::NoRoom : RedoRecordResult::Failed;
+    return outOfSpace && undone ? RedoRecordResult::NoRoom : RedoRecordResult::Failed;
 }
 
 std::optional<RedoRecord> findRecordBehindPayload(QFile& file, qint64 end) {
@@ -155,9 +156,9 @@ bool eraseRegionFrom(QFile& file, qint64 begin) {
 bool eraseLostRegionRecord(QFile& file, qint64 headerEnd) {
     const qint64 begin = PayloadOffset - TrailerBytes;
     const QByteArray zeros(TrailerBytes, '\0');
-    // Anything else there is seen, and goes with the rewrite of the header.
+    // Any other bytes there are found and zeroed by the rewrite of the header.
     return headerEnd > begin || readAt(file, begin, TrailerBytes) != zeros ||
-           writeAt(file.handle(), zeros, begin) || isOutOfRoom(errno);
+           writeAt(file.handle(), zeros, begin) || isOutOfSpace(errno);
 }
 
 } // namespace Tessel::Core

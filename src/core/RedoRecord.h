@@ -14,7 +14,7 @@ namespace Tessel::Core {
 /// A copy of the header about to be written, kept elsewhere in the container while the header is
 /// rewritten in place. If the drive is unplugged during the rewrite, this copy restores it.
 ///
-/// It is appended behind the payload. On a full drive it goes to the end of the header region,
+/// It is appended after the payload. On a full drive it goes to the end of the header region,
 /// which is allocated already and mostly zeros.
 struct RedoRecord {
     /// Where the record begins in the file.
@@ -25,19 +25,18 @@ struct RedoRecord {
     [[nodiscard]] bool isInHeaderRegion() const;
 };
 
-/// The container's record, if it is whole: the one that ends the file, else the one that ends the
-/// header region. A writer removes one before it writes another, and the removal is on the drive no
-/// later than the new record, before any byte of the header changes: when both are whole, the one
-/// in the region is the older one.
+/// The container's record, if it is whole: the one at the end of the file, else the one at the end
+/// of the header region. When both are whole, the one in the region is older: a writer removes a
+/// record before it writes another, and the removal is on the drive before the header changes.
 [[nodiscard]] std::optional<RedoRecord> findRedoRecord(QFile& file);
 
-/// Where the payload ends: the file's size, less the records that are behind it.
+/// Where the payload ends: the file's size, less the records after it.
 [[nodiscard]] qint64 endOfPayload(QFile& file);
 
 enum class RedoRecordResult {
     /// The record, and all that was written before it, is on the drive.
     Written,
-    /// The drive or the file system has no room for it; the file is as before.
+    /// The drive or the file system has no space for it; the file is as before.
     NoRoom,
     /// The drive fails; the file is as before where that was possible.
     Failed
@@ -53,8 +52,8 @@ enum class RedoRecordResult {
 [[nodiscard]] RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& headerImage);
 /// Writes zeros from @p begin to the end of the header region and waits until the drive has them.
 [[nodiscard]] bool eraseRegionFrom(QFile& file, qint64 begin);
-/// Writes zeros over the zeros where a record's last bytes would be, without waiting: should the
-/// drive hold a record there whose removal it lost, the next sync removes it.
+/// Writes zeros over the zeros where the last bytes of a record in the region would be, without
+/// waiting. The drive may have lost the removal of one; the next sync then removes it.
 [[nodiscard]] bool eraseLostRegionRecord(QFile& file, qint64 headerEnd);
 
 } // namespace Tessel::Core

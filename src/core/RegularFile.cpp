@@ -13,7 +13,7 @@ namespace Tessel::Core {
 
 bool openRegularFile(QFile& file, QIODevice::OpenMode mode) {
     const int access = mode.testFlag(QIODevice::WriteOnly) ? O_RDWR : O_RDONLY;
-    // Only an open file can be looked at: what a name leads to may change between two calls.
+    // Opened first, checked then: what a name leads to may change between two calls.
     const int descriptor = ::open(QFile::encodeName(file.fileName()).constData(),
                                   access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0) {

@@ -12,15 +12,17 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
-/// Anyone may make a folder in it, and move or remove only their own.
+// Every account may create folders in it, and move or remove only its own.
 constexpr mode_t ForAllAccounts = S_ISVTX | ACCESSPERMS;
 
 // Links on the way to the temporary folder are the system's or the user's own.
 Descriptor openTemporaryFolder(const QString& runsFolder) {
     const QByteArray path = QFile::encodeName(QFileInfo(runsFolder).path());
-    // It may be one that can be entered and not listed.
+    // We may be allowed to enter it and not to list it.
     return Descriptor(::open(path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
@@ -32,7 +34,7 @@ bool isTrusted(const struct stat& status) {
     return isOurs(status) || status.st_uid == 0 || (status.st_mode & S_ISVTX) != 0;
 }
 
-// An earlier version made the folder for its own account alone.
+// An earlier version created the folder for its own account alone.
 bool openToAllAccounts(int folder, const struct stat& status) {
     const mode_t others = S_IWGRP | S_IWOTH;
     return !isOurs(status) || (status.st_mode & ALLPERMS) == ForAllAccounts ||
@@ -44,7 +46,7 @@ bool openToAllAccounts(int folder, const struct stat& status) {
 
 QString runsFolderPath() {
     return QDir(QDir(QStandardPaths::writableLocation(QStandardPaths::TempLocation))
-                    .filePath(QStringLiteral("Tessel")))
+                    .filePath(u"Tessel"_s))
         .absolutePath();
 }
 
@@ -60,7 +62,7 @@ Descriptor makeRunsFolder(const QString& path) {
         return {};
     }
     const Descriptor temporary = openTemporaryFolder(path);
-    // Whether it is there now shows when it is opened.
+    // Opening it shows whether it is there now.
     static_cast<void>(::mkdirat(temporary.get(), nameOf(path).constData(), S_IRWXU));
     Descriptor folder = openRunsFolder(path);
     struct stat status {};

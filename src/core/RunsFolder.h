@@ -14,11 +14,11 @@ namespace Tessel::Core {
 /// Its absolute path.
 [[nodiscard]] QString runsFolderPath();
 
-/// Opens the folder at @p path; closed when there is none, or none to be trusted: one of another
-/// account is used only when it is sticky, so that accounts that did not make it cannot move our
-/// folders away, or the superuser's.
+/// Opens the folder at @p path; closed when there is none or it is not safe to use. A folder of
+/// another account is used only if it is sticky or the superuser's: no account but its owner can
+/// then move our folders away.
 [[nodiscard]] Descriptor openRunsFolder(const QString& path);
-/// The same, made for all accounts if it is missing, and so if it is ours.
+/// The same. A missing folder is created for all accounts; one of ours is opened to them.
 [[nodiscard]] Descriptor makeRunsFolder(const QString& path);
 
 } // namespace Tessel::Core

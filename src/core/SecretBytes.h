@@ -10,18 +10,18 @@
 
 namespace Tessel::Core {
 
-/// A key in memory that is locked against swapping, fenced by guard pages and overwritten when it
-/// is released (libsodium's allocator). Objects that are copied share the memory; the last one
-/// releases it. Needs an initialised libsodium.
+/// A key in memory that is locked against swapping, between guard pages, and overwritten when it is
+/// freed (libsodium's allocator). Copies share the memory; the last one frees it. Needs an
+/// initialised libsodium.
 class SecretBytes {
 public:
     SecretBytes() = default;
-    /// Copies @p bytes and overwrites them where they were.
+    /// Copies @p bytes and overwrites the original.
     explicit SecretBytes(QByteArray&& bytes);
 
     [[nodiscard]] bool isEmpty() const { return m_size == 0; }
-    /// The first @p size bytes, or all when there are fewer. The array refers to this memory, does
-    /// not copy it, and must not outlive it.
+    /// The first @p size bytes, or all when there are fewer. The array refers to this memory and
+    /// must not outlive it.
     [[nodiscard]] QByteArray first(qsizetype size) const;
     [[nodiscard]] QByteArray all() const { return first(m_size); }
     void clear();
@@ -31,8 +31,8 @@ private:
     qsizetype m_size = 0;
 };
 
-/// Overwrites the bytes in memory and empties the array. Only its sole owner can: the bytes of an
-/// array that is shared with another one are left alone.
+/// Overwrites the bytes in memory and empties the array. Bytes that another array shares are not
+/// overwritten.
 void wipe(QByteArray* bytes);
 /// The same for a text.
 void wipe(QString* text);

@@ -22,6 +22,8 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 enum class Found { Nothing, CutCopy, Container, Unknown };
@@ -44,9 +46,10 @@ bool createEmpty(const QString& path) {
     return file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered);
 }
 
-// FAT keeps a file's size and first cluster in its entry, and a rename makes an entry without them:
-// until the file is synced, a drive that is pulled has the container under neither name. Where two
-// names change places, each keeps its entry until then, and one of them leads to the container.
+// FAT keeps a file's size and first cluster in its folder entry, and a rename makes an entry
+// without them: a drive that is unplugged before the sync has the container under neither name.
+// When two names are exchanged, each keeps its entry until then, and one of them leads to the
+// container.
 bool exchange(const QString& a, const QString& b) {
     return ::renameat2(AT_FDCWD, QFile::encodeName(a).constData(), AT_FDCWD,
                        QFile::encodeName(b).constData(), RENAME_EXCHANGE) == 0;
@@ -63,8 +66,8 @@ bool exchangeWithEmpty(const QString& path, const QString& empty) {
     return false;
 }
 
-// Of the whole file, and of the open file: unlike a lock of the process it is also seen by another
-// descriptor in the same one. The window's own lock is of another kind and does not get in its way.
+// A lock on the whole file that belongs to the open file, not to the process: another descriptor in
+// the same process sees it too. The window's lock is a flock and does not conflict.
 struct flock wholeFile(short type) {
     struct flock lock {};
     lock.l_type = type;
@@ -74,7 +77,7 @@ struct flock wholeFile(short type) {
 
 void markInUse(QFile& container) {
     struct flock lock = wholeFile(F_RDLCK);
-    // A file system without locks does without.
+    // Some file systems have no locks.
     static_cast<void>(::fcntl(container.handle(), F_OFD_SETLK, &lock));
 }
 
@@ -100,7 +103,7 @@ Found whatIsAt(const QString& path) {
     return magic == ContainerLayout::FileMagic ? Found::Container : Found::CutCopy;
 }
 
-// A copy gets its magic last; until then there are zero bytes in its place, or none.
+// A copy gets its magic last; until then it begins with zeros or is empty.
 bool isWithoutMagicYet(const QString& path) {
     QFile file(path);
     if (!openRegularFile(file, QIODevice::ReadOnly)) {
@@ -110,7 +113,7 @@ bool isWithoutMagicYet(const QString& path) {
     return file.error() == QFileDevice::NoError && begin == QByteArray(begin.size(), '\0');
 }
 
-// A drive that fails must not be told to delete its only container instead.
+// Otherwise the drive fails, and its only container must not be deleted instead.
 bool isRefusal(int error) {
     return error != EIO && error != EROFS && error != ENODEV && error != ENXIO && error != ENOENT;
 }
@@ -118,16 +121,16 @@ bool isRefusal(int error) {
 } // namespace
 
 QString withoutLinks(const QString& path) {
-    constexpr int Patience = 40;
+    constexpr int MostLinks = 40;
     QString target = path;
-    for (int i = 0; i < Patience && QFileInfo(target).isSymLink(); ++i) {
+    for (int i = 0; i < MostLinks && QFileInfo(target).isSymLink(); ++i) {
         target = QFileInfo(target).symLinkTarget();
     }
     return target;
 }
 
 QString setAsidePath(const QString& containerPath) {
-    return withoutLinks(containerPath) + QStringLiteral(".anterior");
+    return withoutLinks(containerPath) + u".anterior"_s;
 }
 
 bool hasSetAsideContainer(const QString& containerPath) {
@@ -140,7 +143,7 @@ bool hasSetAsideContainer(const QString& containerPath) {
 bool readSetAside(const QString& containerPath, ContainerDocument* out) {
     const QString path = setAsidePath(containerPath);
     QFile file(path);
-    // What the drive has, which may have changed under the other name.
+    // Read from the drive: the bytes may have changed under the other name.
     static_cast<void>(openRegularFile(file, QIODevice::ReadOnly) &&
                       ::posix_fadvise(file.handle(), 0, 0, POSIX_FADV_DONTNEED) == 0);
     return hasSetAsideContainer(containerPath) && ContainerManager().readDocument(path, out);
@@ -165,7 +168,7 @@ SetAsideResult setAside(const QString& path, QFile& container) {
     if (!exchangeWithEmpty(path, aside) && !renameFile(path, aside)) {
         return isRefusal(errno) ? SetAsideResult::Refused : SetAsideResult::Failed;
     }
-    // In this order: until the second one, FAT leads to the old container under both names.
+    // In this order: until the second sync, both names lead to the old container on FAT.
     if (syncAfterRename(aside) && (!existsHere(path) || syncAfterRename(path))) {
         return SetAsideResult::Done;
     }
@@ -180,7 +183,7 @@ bool putBack(const QString& containerPath) {
     if (!exchanged && !renameFile(aside, path)) {
         return false;
     }
-    // Should the drive lose the name again, the next recovery finds what this one found.
+    // If the drive loses the rename, the next recovery finds the same state as this one.
     if (syncAfterRename(path) && exchanged) {
         removeSetAside(path);
     }
@@ -199,7 +202,7 @@ void removeUnfinished(const QString& containerPath) {
 void removeSetAside(const QString& containerPath) {
     const QString path = withoutLinks(containerPath);
     if (QFile::remove(setAsidePath(path))) {
-        // One that comes back after a power cut is removed by the next recovery.
+        // If it comes back after a power cut, the next recovery removes it.
         static_cast<void>(syncFolderOf(path));
     }
 }
@@ -210,7 +213,7 @@ bool isMissingOrReadable(const QString& path) {
         return found != Found::Unknown;
     }
     constexpr qint64 Piece = qint64{256} * 1024;
-    // As much at the end as a redo record may take.
+    // The largest redo record that may be at the end.
     constexpr qint64 TailBytes = ContainerLayout::PayloadOffset + Piece;
     QFile file(path);
     if (!openRegularFile(file, QIODevice::ReadOnly)) {

@@ -101,7 +101,7 @@ bool removeEmptyFolder(int parent, const QByteArray& name) {
     return ::unlinkat(parent, name.constData(), AT_REMOVEDIR) == 0;
 }
 
-// Removes what bears the workspace's name, if that is a link or a folder of ours.
+// Removes a link or a folder of ours that has the workspace's name.
 bool removeByName(int parent, const QByteArray& name) {
     struct stat status {};
     if (!removeLink(parent, name)) {
@@ -145,7 +145,7 @@ bool TempWorkspaceManager::prepare() {
     auto opened = std::make_shared<OpenWorkspace>();
     const QByteArray name = nameOf(workspacePath());
     opened->parent = makeRunsFolder(runsFolderOf(workspacePath()));
-    // The note comes first: a folder without a living note is taken for one of a run that is over.
+    // The note comes first: a folder without a locked note counts as one of a run that is over.
     if (!opened->parent.isOpen() || !opened->note.create(opened->parent.get(), name)) {
         return false;
     }
@@ -164,7 +164,7 @@ QString TempWorkspaceManager::workspacePath() const {
 
 QString TempWorkspaceManager::pathForVaultFile(const QString& vaultPath) const {
     // Not QDir::filePath: it would let an absolute path out of the workspace.
-    return workspacePath() + QLatin1Char('/') + vaultPath;
+    return workspacePath() + u'/' + vaultPath;
 }
 
 bool TempWorkspaceManager::cleanup() {
@@ -176,15 +176,16 @@ bool TempWorkspaceManager::cleanup() {
     }
     const int parent = m_open->parent.get();
     if (!m_open->exists()) {
-        // Somebody else removed it, and an editor that saved late may have made it again.
+        // It was removed by another program, and an editor that saved late may have created it
+        // again.
         return removeByName(parent, name) && closeWorkspace();
     }
     const bool emptied = emptyFolder(m_open->folder.get());
     if (isAt(parent, name, m_open->folder.get())) {
         return emptied && removeEmptyFolder(parent, name) && closeWorkspace();
     }
-    // It was moved away: its copies are gone, but the folder itself is out of reach. A folder in
-    // its place is not ours to look into.
+    // It was moved away: its copies are removed, but not the folder itself. A folder that has its
+    // name now is left alone.
     static_cast<void>(removeLink(parent, name));
     return !closeWorkspace();
 }
@@ -205,7 +206,7 @@ TempWorkspaceManager::Place TempWorkspaceManager::place() const {
 }
 
 bool TempWorkspaceManager::openForWriting(const QString& vaultPath, QFile* copy) {
-    // Nobody could open it by a longer path.
+    // No program could open it by a longer path.
     if (QFile::encodeName(pathForVaultFile(vaultPath)).size() >= PATH_MAX || !prepare()) {
         return false;
     }
@@ -222,7 +223,7 @@ bool TempWorkspaceManager::openForReading(const QString& vaultPath, QFile* copy)
         return false;
     }
     const CopyPlace where = placeOfCopy(m_open->folder.get(), vaultPath, openFolder);
-    // Not blocking: a pipe in the copy's place would wait for somebody to write.
+    // Not blocking: opening a pipe under the copy's name would wait for a writer.
     Descriptor file(::openat(where.folder.get(), where.name.constData(),
                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};

@@ -53,7 +53,7 @@ public:
     [[nodiscard]] VaultState state() const { return m_state; }
     /// A copy of the index; after locking, the index as it was.
     [[nodiscard]] SecureFileIndex fileIndex() const { return m_index; }
-    /// The opened copies that changed since they were opened.
+    /// The opened copies that have changed.
     [[nodiscard]] QList<TrackedTempFile> modifiedOpenFiles() const;
 
     // --- Session ---------------------------------------------------------------------------
@@ -77,8 +77,8 @@ public:
 
     // --- Files ------------------------------------------------------------------------------
 
-    /// Stores the file at @p sourcePath as @p vaultPath, in place of a file of the same path;
-    /// missing folders are created. @p progress counts plaintext bytes, is called after each block
+    /// Stores the file at @p sourcePath as @p vaultPath, replacing a file of the same path; missing
+    /// folders are created. @p progress counts plaintext bytes, is called after each block
     /// with the normalized vault path, and may be empty. A source that reports a size of 0 is read
     /// to its end; its total is 0. A failed import cuts the container back to its former length.
     [[nodiscard]] bool importFile(const QString& sourcePath, const QString& vaultPath,
@@ -102,7 +102,7 @@ public:
     [[nodiscard]] bool deleteFile(const QString& vaultPath);
     /// Creates a folder and its missing ancestors.
     [[nodiscard]] bool createDirectory(const QString& path);
-    /// Renames or moves a folder with all that is in it; missing ancestors of the new path are
+    /// Renames or moves a folder with everything in it; missing ancestors of the new path are
     /// created. Refused while a file in it is open.
     [[nodiscard]] bool renameDirectory(const QString& path, const QString& newPath);
     /// Deletes a folder that holds neither files nor folders.
@@ -110,8 +110,8 @@ public:
 
     // --- Compaction -------------------------------------------------------------------------
 
-    /// Rebuilds the container on the local disk without the blocks that nothing refers to and puts
-    /// it in the place of the old one. @p progress counts plaintext bytes while rebuilding and
+    /// Rebuilds the container on the local disk without the blocks that nothing refers to, and
+    /// replaces the old one by it. @p progress counts plaintext bytes while rebuilding and
     /// container bytes while copying back, and may be empty.
     /// @param error may be null. Empty after a failure that left the old container in place; else
     ///        the absolute path of the rebuilt container, which was kept because it is now the
@@ -123,10 +123,10 @@ public:
     /// Writes a decrypted copy into the workspace and watches it.
     /// @param tempPath receives the copy's path; untouched on failure.
     [[nodiscard]] bool prepareFileForEditing(const QString& vaultPath, QString* tempPath);
-    /// Imports every changed copy; stops at the first that fails. They go on counting as changed.
+    /// Imports every changed copy; stops at the first that fails. They still count as changed.
     [[nodiscard]] bool syncModifiedTempFiles();
     /// Imports the copy of this one file if it changed; it then counts as unchanged until it is
-    /// saved again. True when there is nothing to take back. After a failure it is as it was.
+    /// saved again. True when there is nothing to import. After a failure it is as it was.
     [[nodiscard]] bool syncModifiedTempFile(const QString& vaultPath);
     /// Writes the copy of this file, if it is open, again from the vault: for a file that was
     /// replaced. Only what is saved in it from now on counts as a change, even when it cannot be

@@ -104,10 +104,8 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     ContainerDocument document;
     const QString path = withoutLinks(m_session->path());
     QFile source(path);
-    if (!beginChange(&document) || !openRegularFile(source, QIODevice::ReadOnly)) {
-        return false;
-    }
-    if (m_session->isUnderBothNames(document)) {
+    if (!beginChange(&document) || !openRegularFile(source, QIODevice::ReadOnly) ||
+        m_session->isUnderBothNames(document)) {
         return false;
     }
     m_session->removeLeftovers(document);

@@ -19,9 +19,9 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// Whether the local disk can tell this path from every other. Half a surrogate pair is stored as a
-// replacement character, and a zero ends a name early: two vault files would share one copy, and
-// each would take over the other's content.
+// Whether a file name can hold this path unchanged. Half a surrogate pair becomes a replacement
+// character, and a zero ends a name: two vault files would share one copy, and each would get the
+// other's contents.
 bool isNameOnDisk(const QString& path) {
     return !path.contains(QChar::Null) && QFile::decodeName(QFile::encodeName(path)) == path;
 }
@@ -45,18 +45,18 @@ bool VaultManager::prepareFileForEditing(const QString& vaultPath, QString* temp
     if (!m_workspace.openForWriting(path, &copy)) {
         return false;
     }
-    // The copy may have been watched already. What is left of it after a failure must not be taken
-    // for an edit and stored in the place of the file.
+    // The copy may have been watched already. What a failure leaves of it must not be taken for an
+    // edit, and so replace the file.
     auto forget = qScopeGuard([this, &path] { m_fileSync.untrack(path); });
     const QString copyPath = m_workspace.pathForVaultFile(path);
-    // Even what a failure leaves of the copy came from the vault.
+    // Even an incomplete copy came from the vault.
     const bool written = writeVaultFileToDevice(path, &copy);
     struct stat status {};
     if (!statusOf(copy.handle(), &status) || !m_workspace.noteStored(path, status) || !written) {
         return false;
     }
     copy.close();
-    // The other program is given a path: it must lead to the folder that the copy is in.
+    // The other program gets a path, which must lead to the folder with the copy.
     if (m_workspace.place() != TempWorkspaceManager::Place::Here ||
         !m_fileSync.track(path, copyPath)) {
         return false;
@@ -75,7 +75,7 @@ bool VaultManager::takeBackChanged(const CopyTest& concerned, const CopyTest& ta
     }
     const QList<TrackedTempFile> changed = m_fileSync.modifiedFiles();
     return std::all_of(changed.cbegin(), changed.cend(), [&](const TrackedTempFile& copy) {
-        // A copy that was removed has not changed; what came in its place is not ours.
+        // A copy that was removed has not changed; a file that has its name now is not ours.
         return !concerned(copy) ||
                (place == TempWorkspaceManager::Place::Here && takeBackOne(copy));
     });
@@ -84,12 +84,12 @@ bool VaultManager::takeBackChanged(const CopyTest& concerned, const CopyTest& ta
 bool VaultManager::takeBack(const TrackedTempFile& copy) {
     QFile file;
     struct stat status {};
-    // Read by way of the descriptor: what takes the copy's name meanwhile is not what is stored.
+    // Read through the descriptor: a file that gets the copy's name meanwhile is not stored.
     if (!m_workspace.openForReading(copy.vaultPath, &file) || !statusOf(file.handle(), &status) ||
         !importFile(u"/proc/self/fd/%1"_s.arg(file.handle()), copy.vaultPath)) {
         return false;
     }
-    // Without the note a later run keeps a copy that it could remove.
+    // Without the note a later run keeps a copy that it could have removed.
     static_cast<void>(m_workspace.noteStored(copy.vaultPath, status));
     return true;
 }
@@ -104,7 +104,7 @@ bool VaultManager::syncModifiedTempFile(const QString& vaultPath) {
         return sameVaultPath(copy.vaultPath, path);
     };
     return takeBackChanged(concerned, [this](const TrackedTempFile& copy) {
-        // Looked at before the copy is read: what is saved meanwhile counts as a change.
+        // Taken before the copy is read: anything saved meanwhile counts as a change.
         const QDateTime savedUtc = QFileInfo(copy.tempPath).lastModified().toUTC();
         if (!takeBack(copy)) {
             return false;
@@ -125,7 +125,7 @@ bool VaultManager::refreshTempFile(const QString& vaultPath) {
             continue;
         }
         refreshed = false;
-        // An editor may still hold it open: it goes on being watched, from its present state.
+        // An editor may still have it open, so it is watched from its present state on.
         if (!m_fileSync.track(copy.vaultPath, copy.tempPath)) {
             m_fileSync.untrack(copy.vaultPath);
         }

@@ -38,9 +38,9 @@ VaultFileEntry newEntryFor(const QFileInfo& source, const QString& vaultPath) {
     return entry;
 }
 
-// Reads the next chunk of the source into the buffer, and digests it piece by piece while the bytes
-// are still in the processor's cache. Only a read that gives nothing is the end: the size is what
-// the source says, and some say 0. The chunk is empty at the end.
+// Reads the next chunk of the source, and digests it in pieces while the bytes are still in the
+// processor's cache. Only an empty read is the end, since some sources report a size of 0. The
+// chunk is empty at the end.
 bool readChunk(QFile& source, QByteArray* chunk, FileDigest* digest) {
     qint64 size = 0;
     for (qint64 got = 1; got > 0 && size < VaultManager::ChunkBytes; size += got) {
@@ -71,8 +71,8 @@ bool createRegularFile(const QString& path, QFile* file) {
     return true;
 }
 
-// Cuts the container back to its former length. A redo record at its end was left by a header that
-// could not be put back: the drive may hold the new one, and the blocks that it names must stay.
+// Cuts the container back to its former length. A redo record at its end means that the old header
+// could not be put back: the drive may hold the new one, and its blocks must stay.
 void truncateContainer(QFile& container, qint64 size) {
     if (container.size() > size && !findRedoRecord(container) && container.resize(size)) {
         static_cast<void>(syncToDrive(container));
@@ -167,7 +167,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     const QFileInfo sourceInfo(sourcePath);
-    // A container that swallows itself would grow for as long as it is read.
+    // A container imported into itself would grow as long as it is read.
     if (!sourceInfo.isFile() || isSameFile(sourcePath, m_session->path())) {
         return false;
     }
@@ -195,7 +195,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     // The header's rewrite waits until the blocks are on the drive. The container stays open until
-    // then: the kernel may forget that a block was lost once nobody has the file open.
+    // then: the kernel may forget that a block was lost once no one has the file open.
     if (!working.addOrReplace(entry) || !m_session->save(&document, working)) {
         return false;
     }

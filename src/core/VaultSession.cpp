@@ -132,7 +132,7 @@ bool VaultSession::read(ContainerDocument* document, SecureFileIndex* index) {
         setHeader(*document);
         return true;
     }
-    // A header that is damaged opens for nobody. The caller's index is what can still save it.
+    // A damaged header opens under no key. The caller's index is what can still save it.
     return sameKeySlot;
 }
 

@@ -18,7 +18,7 @@ namespace Tessel::Core {
 
 /// The open container: its path, its master key, its key slot, and what is known of its header.
 /// Turns a password into an index and an index into a header, and recovers what an interrupted
-/// change left behind (docs/architecture.md, "Recovery").
+/// change left behind (docs/recovery.md).
 ///
 /// It does not hold the index, but knows the nonces of the headers that hold the caller's one.
 class VaultSession {

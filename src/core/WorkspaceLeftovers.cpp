@@ -16,7 +16,7 @@ namespace Tessel::Core {
 
 namespace {
 
-// Whether the vault has what is in this file: it is a copy, and nobody has changed it.
+// Whether the vault has the contents of this file: it is a copy and has not changed.
 bool isStored(const WorkspaceNote::Contents& noted, const QByteArray& path,
               const struct stat& status) {
     const auto copy = noted.copies.constFind(path);
@@ -24,7 +24,7 @@ bool isStored(const WorkspaceNote::Contents& noted, const QByteArray& path,
            (!*copy || **copy == WorkspaceNote::CopyState::of(status));
 }
 
-// Links and pipes hold nothing that could be lost.
+// Links and pipes hold no data.
 bool keeps(const WorkspaceNote::Contents& noted, const QByteArray& path,
            const struct stat& status) {
     return S_ISREG(status.st_mode) && !isStored(noted, path, status);
@@ -69,8 +69,7 @@ void WorkspaceLeftovers::clearRun(int parent, const QString& runsFolder,
     if (isGone(parent, workspace)) {
         note.remove();
     } else if (folder.isOpen() && !noted.told) {
-        m_untold.push_back(
-            {runsFolder + QLatin1Char('/') + QString::fromLatin1(workspace), std::move(note)});
+        m_untold.push_back({runsFolder + u'/' + QString::fromLatin1(workspace), std::move(note)});
     }
 }
 

@@ -12,12 +12,12 @@
 
 namespace Tessel::Core {
 
-/// What runs of this account that ended without locking, killed for instance, have left in the
-/// system's temporary folder. Runs that live, and other accounts' runs, are not touched.
+/// Decrypted copies in the system's temporary folder that runs of this account left because they
+/// ended without locking. Runs at work, and those of other accounts, are not touched.
 class WorkspaceLeftovers {
 public:
-    /// Removes the copies that are as they were made or taken back, and the folders that are empty
-    /// then. Copies that changed stay, and so does every file that no run has noted.
+    /// Removes the copies that are unchanged since they were written or taken back, and folders
+    /// that are then empty. Changed copies stay, and so does every file that no run has noted.
     void clear();
     /// Absolute paths of the folders in which files stay that the user has not been told of.
     [[nodiscard]] QStringList untoldFolders() const;

@@ -16,21 +16,22 @@
 
 namespace Tessel::Core {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
-const QByteArray Prefix = QByteArrayLiteral(".");
-const QByteArray Suffix = QByteArrayLiteral(".lock");
-const QByteArray UnfinishedLine = QByteArrayLiteral("unfinished");
-const QByteArray CopyLine = QByteArrayLiteral("copy");
-const QByteArray ToldLine = QByteArrayLiteral("told");
+const QByteArray Prefix = "."_ba;
+const QByteArray Suffix = ".lock"_ba;
+const QByteArray UnfinishedLine = "unfinished"_ba;
+const QByteArray CopyLine = "copy"_ba;
+const QByteArray ToldLine = "told"_ba;
 
-/// Room for some twenty thousand openings. What is opened after that is not noted, and stays.
+// Enough for some twenty thousand openings. Later ones are not noted, and their copies stay.
 constexpr qint64 LargestNote = qint64{4} * 1024 * 1024;
-/// More than a time and a size take up in a line.
+// More than a time and a size take in a line.
 constexpr qint64 NumbersBytes = 64;
 
-// Workspaces that this process has left behind. A session that was given up without locking is no
-// earlier run for as long as the program runs.
+// Workspaces of this process. One that was not cleaned up does not count as one of an earlier run.
 QSet<QByteArray>& workspacesOfThisProcess() {
     static QSet<QByteArray> names;
     return names;
@@ -82,7 +83,7 @@ QByteArray WorkspaceNote::workspaceOf(const QByteArray& name) {
         return {};
     }
     const QByteArray workspace = name.mid(Prefix.size()).chopped(Suffix.size());
-    // Only what we would have called it.
+    // Only a name that nameFor() gives.
     const QUuid uuid = QUuid::fromString(QString::fromLatin1(workspace));
     return uuid.toByteArray(QUuid::WithoutBraces) == workspace ? workspace : QByteArray();
 }
@@ -103,7 +104,7 @@ bool WorkspaceNote::open(int parent, const QByteArray& workspace, int flags, int
 
 bool WorkspaceNote::create(int parent, const QByteArray& workspace) {
     workspacesOfThisProcess().insert(workspace);
-    // A run that looks for leftovers may take a note away between its creation and the lock.
+    // A run that looks for leftovers may remove a note between its creation and the lock.
     constexpr int Attempts = 3;
     for (int attempt = 0; attempt < Attempts; ++attempt) {
         if (open(parent, workspace, O_CREAT, 0)) {
@@ -125,7 +126,7 @@ bool WorkspaceNote::takeOver(int parent, const QByteArray& workspace) {
 
 void WorkspaceNote::addUnfinished(const QByteArray& path) {
     const QByteArray line = UnfinishedLine + ' ' + encoded(path);
-    // Only with room for the line that follows: a copy that is complete must not pass for this.
+    // Only with space for the line that follows: a complete copy must not count as unfinished.
     struct stat status {};
     if (statusOf(m_file.get(), &status) &&
         status.st_size + 2 * line.size() + NumbersBytes < LargestNote) {
@@ -153,7 +154,7 @@ bool WorkspaceNote::add(const QByteArray& line) {
         bytes.size()) {
         return true;
     }
-    // A line cut short would take the next one with it.
+    // An incomplete line would make the next one unreadable.
     [[maybe_unused]] const int result = ::ftruncate(m_file.get(), before.st_size);
     return false;
 }

@@ -13,13 +13,13 @@
 
 namespace Tessel::Core {
 
-/// A file beside the workspace of a run, ".UUID.lock", which the run keeps locked for as long as it
-/// lives, with a line for each copy that it makes. From it a later run knows whether this one is
-/// over, and which copies are as they were made.
+/// A file beside the workspace of a run, ".UUID.lock", with a line for each decrypted copy. The run
+/// keeps it locked. A later run sees from it whether this one is over, and which copies are
+/// unchanged.
 class WorkspaceNote {
 public:
-    /// A copy as it was when it was made or taken back. Without a value it was being written: no
-    /// other program had been given it.
+    /// A copy as it was when it was written or taken back. Without a value it was still being
+    /// written, and no other program knew of it.
     struct CopyState {
         qint64 modifiedNs = 0;
         qint64 size = 0;
@@ -28,7 +28,7 @@ public:
         [[nodiscard]] bool operator==(const CopyState& other) const = default;
     };
     struct Contents {
-        /// By path below the workspace, as the local disk has it.
+        /// By path below the workspace, in the encoding of file names.
         QHash<QByteArray, std::optional<CopyState>> copies;
         /// Whether the user has been told of the copies that stay.
         bool told = false;
@@ -39,32 +39,32 @@ public:
     /// The workspace of a note called @p name; empty when no note has such a name.
     [[nodiscard]] static QByteArray workspaceOf(const QByteArray& name);
 
-    /// A note that nobody keeps.
+    /// No note.
     WorkspaceNote() = default;
-    /// Creates the note in the folder that holds the workspaces, and locks it. Where the file
-    /// system knows no locks there is none: a later run could not tell that this one lives.
-    /// @return whether the run may go on.
+    /// Creates the note in the folder that holds the workspaces, and locks it. On a file system
+    /// without locks there is no note: a later run could not tell that this one is at work.
+    /// @return false when the run must not go on.
     [[nodiscard]] bool create(int parent, const QByteArray& workspace);
-    /// Opens and locks the note of a run that is over. @return false for one that lives, for one of
-    /// this process, for one of another account, and for what is no note.
+    /// Opens and locks the note of a run that is over. @return false for a run at work, for one of
+    /// this process, for one of another account, and for a file that is no note.
     [[nodiscard]] bool takeOver(int parent, const QByteArray& workspace);
 
     /// The copy has been emptied and is about to be filled.
     void addUnfinished(const QByteArray& path);
-    /// The copy is complete, or the vault holds what is in it. Without this line a copy that was
-    /// called unfinished would pass for it. @return false when it could not be written.
+    /// The copy is complete, or the vault holds its contents. Without this line a copy noted as
+    /// unfinished would still count as that. @return false when it could not be written.
     [[nodiscard]] bool addCopy(const QByteArray& path, const struct stat& status);
     void addTold();
-    /// What the note says. Nothing when it is larger than any note of ours.
+    /// The note's contents; empty when it is larger than any note of ours.
     [[nodiscard]] Contents read() const;
-    /// Removes the file and gives up the lock.
+    /// Removes the file and releases the lock.
     void remove();
 
 private:
-    /// Opens the note, locked by nobody else; false also when it has been removed meanwhile.
+    /// Opens and locks the note; false also when it was removed meanwhile.
     [[nodiscard]] bool open(int parent, const QByteArray& workspace, int flags, int lockFlags);
-    /// Adds nothing, and succeeds, where no note is kept and when it has grown too large: what is
-    /// not noted stays, which loses nothing.
+    /// Adds nothing, and succeeds, when there is no note or it has grown too large: a copy that is
+    /// not noted is never removed.
     [[nodiscard]] bool add(const QByteArray& line);
 
     Descriptor m_parent;
