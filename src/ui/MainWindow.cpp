@@ -132,6 +132,7 @@ void MainWindow::connectSignals() {
     connect(m_vaultTable, &QTableWidget::currentCellChanged, this, &MainWindow::updateActions);
     connect(m_vaultTable, &VaultTableWidget::rowActivated, this, &MainWindow::activateRow);
     connect(m_vaultTable, &VaultTableWidget::menuRequested, this, &MainWindow::showVaultMenu);
+    connect(m_vaultTable, &VaultTableWidget::lettersTyped, this, &MainWindow::showLetters);
     connect(m_vaultTable, &VaultTableWidget::orderChanged, this, [this] {
         refreshVaultFiles();
         updateActions();
@@ -214,6 +215,15 @@ void MainWindow::setStatusMessage(const QString& text, int timeoutMs) {
 
 void MainWindow::showResult(const QString& text) {
     setStatusMessage(text, ResultTimeoutMs);
+}
+
+void MainWindow::showLetters(const QString& letters) {
+    if (!letters.isEmpty()) {
+        m_lettersMessage = tr("Procurar: %1").arg(letters);
+        setStatusMessage(m_lettersMessage, 0);
+    } else if (statusBar()->currentMessage() == m_lettersMessage) {
+        statusBar()->clearMessage();
+    }
 }
 
 void MainWindow::runCommand(const std::function<void()>& command) {
@@ -352,6 +362,11 @@ bool MainWindow::handleKey(const QKeyEvent& event) {
     }
     if (event.key() == Qt::Key_F10 && modifiers == Qt::ShiftModifier && vaultIsUnlocked()) {
         m_vaultTable->requestMenuAtCurrentRow();
+        return true;
+    }
+    // What a key types already says whether Shift or AltGr is held.
+    const bool types = !modifiers.testAnyFlags(~(Qt::ShiftModifier | Qt::GroupSwitchModifier));
+    if (types && vaultIsUnlocked() && m_vaultTable->typeLetters(event.text())) {
         return true;
     }
     if (modifiers != Qt::NoModifier) {

@@ -132,6 +132,8 @@ private:
     [[nodiscard]] bool handleKey(const QKeyEvent& event);
     /// Removes the opened copies that killed runs have left, and says where changed ones are.
     void clearLeftoverCopies();
+    /// Shows what is being typed to find a row; nothing any more when it is empty.
+    void showLetters(const QString& letters);
     /// Shows the result of a command for a few seconds.
     void showResult(const QString& text);
 
@@ -179,6 +181,7 @@ private:
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
     QString m_containerPath;
     QString m_currentDirectory;
+    QString m_lettersMessage;
     bool m_commandRunning = false;
     bool m_closeRequested = false;
     bool m_closing = false;

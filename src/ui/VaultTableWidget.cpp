@@ -95,6 +95,10 @@ VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
     setAcceptDrops(true);
     viewport()->setAcceptDrops(true);
 
+    constexpr int TypingPauseMs = 1000;
+    m_typingPause.setSingleShot(true);
+    m_typingPause.setInterval(TypingPauseMs);
+    connect(&m_typingPause, &QTimer::timeout, this, &VaultTableWidget::forgetLetters);
     connect(horizontalHeader(), &QHeaderView::sectionClicked, this,
             [this](int section) { setOrder(orderAfterClick(m_order, section)); });
     connect(this, &QTableWidget::itemDoubleClicked, this, &VaultTableWidget::rowActivated);
@@ -133,6 +137,7 @@ void VaultTableWidget::setUpHeader() {
 // --- Rows ------------------------------------------------------------------------------------
 
 void VaultTableWidget::showRows(const QList<VaultRow>& rows) {
+    forgetLetters();
     const QSignalBlocker blocker(this);
     const auto selectNothing = [this] {
         clearSelection();
@@ -203,6 +208,18 @@ void VaultTableWidget::selectFile(const QString& vaultPath) {
 // --- Keyboard --------------------------------------------------------------------------------
 
 bool VaultTableWidget::handleKey(int key) {
+    if (key == Qt::Key_Escape && !m_typeAhead.typed().isEmpty()) {
+        forgetLetters();
+        return true;
+    }
+    const bool handled = moveByKey(key);
+    if (handled) {
+        forgetLetters();
+    }
+    return handled;
+}
+
+bool VaultTableWidget::moveByKey(int key) {
     const int row = currentRow();
     const int last = rowCount() - 1;
     switch (key) {
@@ -241,6 +258,29 @@ bool VaultTableWidget::handleKey(int key) {
         return true;
     default:
         return false;
+    }
+}
+
+bool VaultTableWidget::typeLetters(const QString& text) {
+    if (!m_typeAhead.add(text)) {
+        return false;
+    }
+    const auto nameOf = [this](int row) {
+        return item(row, VaultColumn::Name)->text();
+    };
+    if (const std::optional<int> row = m_typeAhead.find(rowCount(), currentRow(), nameOf)) {
+        moveToRow(*row);
+    }
+    m_typingPause.start();
+    Q_EMIT lettersTyped(m_typeAhead.typed());
+    return true;
+}
+
+void VaultTableWidget::forgetLetters() {
+    m_typingPause.stop();
+    if (!m_typeAhead.typed().isEmpty()) {
+        m_typeAhead.forget();
+        Q_EMIT lettersTyped({});
     }
 }
 

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "ui/TypeAhead.h"
 #include "ui/VaultIcons.h"
 #include "ui/VaultRows.h"
 
@@ -10,6 +11,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTableWidget>
+#include <QTimer>
 
 #include <optional>
 
@@ -26,7 +28,8 @@ class VaultTableWidget : public QTableWidget {
 public:
     VaultTableWidget();
 
-    /// Replaces all rows; none is selected or current afterwards. Emits nothing.
+    /// Replaces all rows; none is selected or current afterwards. What was typed is forgotten;
+    /// otherwise emits nothing.
     void showRows(const QList<VaultRow>& rows);
     /// The order that the user has chosen and the header shows.
     [[nodiscard]] VaultOrder order() const { return m_order; }
@@ -40,6 +43,9 @@ public:
 
     /// Does what a key without modifiers means in the table. @return whether it means anything.
     [[nodiscard]] bool handleKey(int key);
+    /// Chooses the next row whose name begins with this and what was typed just before. @return
+    /// whether the text can be part of a name that is being typed.
+    [[nodiscard]] bool typeLetters(const QString& text);
     /// Asks for the menu beside the current row, or at the table's top without one.
     void requestMenuAtCurrentRow();
 
@@ -47,6 +53,8 @@ public:
     void setDropsAllowed(bool allowed) { m_dropsAllowed = allowed; }
 
 Q_SIGNALS:
+    /// What has been typed to find a row; empty when it is forgotten.
+    void lettersTyped(const QString& letters);
     /// The rows are to be shown again, in order().
     void orderChanged();
     /// The current row is to be opened.
@@ -69,6 +77,8 @@ private:
     void fillRow(int position, const VaultRow& row);
     void setOrder(VaultOrder order);
     void moveToRow(int row);
+    void forgetLetters();
+    [[nodiscard]] bool moveByKey(int key);
     void requestMenuAt(const QPoint& position);
     [[nodiscard]] int rowsOfAPage() const;
     [[nodiscard]] const QTableWidgetItem* currentNameItem() const;
@@ -77,6 +87,8 @@ private:
 
     VaultIcons m_icons;
     VaultOrder m_order;
+    TypeAhead m_typeAhead;
+    QTimer m_typingPause;
     bool m_dropsAllowed = false;
 };
 

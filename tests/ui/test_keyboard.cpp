@@ -39,6 +39,14 @@ private Q_SLOTS:
     void enterOpensFoldersAndFiles();
     void backspaceLeavesAFolder();
     void leftAndRightStepThroughSorting();
+    void lettersChooseTheRowThatBeginsWithThem_data();
+    void lettersChooseTheRowThatBeginsWithThem();
+    void lettersGoOnFromTheCurrentRow();
+    void pauseEndsWhatWasTyped();
+    void escapeForgetsWhatWasTyped();
+    void otherKeysEndWhatWasTyped();
+    void spaceIsALetterOnlyWhileTyping();
+    void resultIsNotTakenForLetters();
     void menuKeyShowsTheRowsMenu_data();
     void menuKeyShowsTheRowsMenu();
     void menuKeyWithoutARowChoosesNone();
@@ -51,6 +59,9 @@ private Q_SLOTS:
 private:
     [[nodiscard]] bool openSample();
     void press(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
+    /// Types at once, with no pause between the letters.
+    void type(const QString& letters) { typeText(m_driver->deviceList(), letters); }
+    [[nodiscard]] bool openNames();
     [[nodiscard]] QString currentName() const;
     /// Runs @p open, which shows a menu, and gives back the texts of the menu's enabled entries.
     [[nodiscard]] QStringList entriesOfMenuShownBy(const std::function<void()>& open);
@@ -224,6 +235,109 @@ void TestKeyboard::leftAndRightStepThroughSorting() {
     }
     QCOMPARE(indicator(), steps.at(2));
     QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"b.bin"_qs, u"a.txt"_qs}));
+}
+
+bool TestKeyboard::openNames() {
+    CraftedContainer crafted;
+    crafted.addFolder(u"Beta"_qs);
+    for (const QString& name : {u"alfa.txt"_qs, u"azul.txt"_qs, u"beta dois.txt"_qs, u"beta.txt"_qs,
+                                u"maçã.txt"_qs, u"Álbum.jpg"_qs}) {
+        crafted.addFile(name, "x");
+    }
+    const QString path = m_folder->filePath(u"names.tvlt"_qs);
+    return crafted.writeTo(path) && m_driver->openVault(path, Password) && m_driver->activate();
+}
+
+void TestKeyboard::lettersChooseTheRowThatBeginsWithThem_data() {
+    QTest::addColumn<QString>("letters");
+    QTest::addColumn<QString>("name");
+    const auto row = [](const QString& letters, const QString& name) {
+        QTest::newRow(qPrintable(letters)) << letters << name;
+    };
+    row(u"a"_qs, u"alfa.txt"_qs);
+    row(u"az"_qs, u"azul.txt"_qs);
+    row(u"AZ"_qs, u"azul.txt"_qs);
+    row(u"al"_qs, u"alfa.txt"_qs);
+    row(u"alb"_qs, u"Álbum.jpg"_qs);
+    row(u"álb"_qs, u"Álbum.jpg"_qs);
+    row(u"a\u0301lb"_qs, u"Álbum.jpg"_qs);
+    row(u"maca"_qs, u"maçã.txt"_qs);
+    row(u"b"_qs, u"Beta"_qs);
+    row(u"beta "_qs, u"beta dois.txt"_qs);
+    row(u"beta."_qs, u"beta.txt"_qs);
+    // The same letter again goes on, and from the end to the top.
+    row(u"bb"_qs, u"beta dois.txt"_qs);
+    row(u"bbb"_qs, u"beta.txt"_qs);
+    row(u"bbbb"_qs, u"Beta"_qs);
+    row(u"aáA"_qs, u"Álbum.jpg"_qs);
+    // Letters that no name begins with leave the row.
+    row(u"azq"_qs, u"azul.txt"_qs);
+    row(u"q"_qs, QString());
+}
+
+void TestKeyboard::lettersChooseTheRowThatBeginsWithThem() {
+    QFETCH(const QString, letters);
+    QFETCH(const QString, name);
+    QVERIFY(openNames());
+    type(letters);
+    QCOMPARE(currentName(), name);
+    QCOMPARE(m_driver->statusMessage(), u"Procurar: "_qs + letters);
+    QCOMPARE(m_driver->action(u"Excluir..."_qs)->isEnabled(), name.contains(u'.'));
+}
+
+void TestKeyboard::lettersGoOnFromTheCurrentRow() {
+    QVERIFY(openNames());
+    QVERIFY(m_driver->selectRow(u"beta dois.txt"_qs));
+    type(u"a"_qs);
+    QCOMPARE(currentName(), u"Álbum.jpg"_qs);
+    press(Qt::Key_Home);
+    press(Qt::Key_B, Qt::ShiftModifier);
+    QCOMPARE(currentName(), u"beta dois.txt"_qs);
+}
+
+void TestKeyboard::pauseEndsWhatWasTyped() {
+    QVERIFY(openNames());
+    type(u"az"_qs);
+    QTRY_COMPARE(m_driver->statusMessage(), QString());
+    type(u"m"_qs);
+    QCOMPARE(currentName(), u"maçã.txt"_qs);
+    QCOMPARE(m_driver->statusMessage(), u"Procurar: m"_qs);
+}
+
+void TestKeyboard::escapeForgetsWhatWasTyped() {
+    QVERIFY(openNames());
+    type(u"az"_qs);
+    press(Qt::Key_Escape);
+    QCOMPARE(m_driver->statusMessage(), QString());
+    QCOMPARE(currentName(), u"azul.txt"_qs);
+    type(u"m"_qs);
+    QCOMPARE(currentName(), u"maçã.txt"_qs);
+}
+
+void TestKeyboard::otherKeysEndWhatWasTyped() {
+    QVERIFY(openNames());
+    type(u"az"_qs);
+    press(Qt::Key_Home);
+    QCOMPARE(m_driver->statusMessage(), QString());
+    type(u"m"_qs);
+    QCOMPARE(currentName(), u"maçã.txt"_qs);
+}
+
+void TestKeyboard::spaceIsALetterOnlyWhileTyping() {
+    QVERIFY(openNames());
+    type(u" "_qs);
+    QVERIFY(!m_driver->statusMessage().startsWith(u"Procurar"));
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    type(u"beta d"_qs);
+    QCOMPARE(currentName(), u"beta dois.txt"_qs);
+}
+
+void TestKeyboard::resultIsNotTakenForLetters() {
+    QVERIFY(openNames());
+    type(u"a"_qs);
+    m_driver->window.setStatusMessage(u"outra"_qs, 0);
+    press(Qt::Key_Escape);
+    QCOMPARE(m_driver->statusMessage(), u"outra"_qs);
 }
 
 void TestKeyboard::menuKeyShowsTheRowsMenu_data() {
