@@ -28,3 +28,16 @@ else()
         $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
     target_link_options(tessel_flags INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
 endif()
+
+# tessel_precompile(TARGET HEADER...) compiles headers that most sources of TARGET include once. The
+# installed program is built without, which shows a source that forgets to include what it uses.
+function(tessel_precompile target)
+    if(NOT TESSEL_PRECOMPILE)
+        return()
+    endif()
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # Without it ccache cannot tell what a source includes.
+        target_compile_options(${target} PRIVATE -fpch-preprocess)
+    endif()
+endfunction()

@@ -78,7 +78,9 @@ configure() {
     shift
     local launcher=()
     if command -v ccache >/dev/null; then
-        launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        # ccache takes precompiled headers only when it may overlook their time stamps.
+        local sloppy=CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+        launcher=("-DCMAKE_CXX_COMPILER_LAUNCHER=env;CCACHE_DEPEND=1;$sloppy;ccache")
         # Clones of the same sources share the compiled objects.
         export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
     fi
