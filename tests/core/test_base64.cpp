@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "core/Base64.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QRandomGenerator>
 #include <QTest>
 
@@ -75,5 +77,5 @@ void TestBase64::agreesWithTheToolkitOnNoise() {
     }
 }
 
-QTEST_APPLESS_MAIN(TestBase64)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestBase64>);
 #include "test_base64.moc"

@@ -7,6 +7,7 @@
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -175,7 +176,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestContainerCopy>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestContainerCopy>);
 #include "test_container_copy.moc"

@@ -3,7 +3,9 @@
 
 #include "core/ContainerLock.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -156,5 +158,5 @@ void TestContainerLock::followsNothingWithoutALock() {
     QVERIFY(!lock.follow());
 }
 
-QTEST_GUILESS_MAIN(TestContainerLock)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestContainerLock>);
 #include "test_container_lock.moc"

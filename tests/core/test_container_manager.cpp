@@ -6,6 +6,7 @@
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -906,7 +907,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestContainerManager>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestContainerManager>);
 #include "test_container_manager.moc"

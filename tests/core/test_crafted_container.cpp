@@ -5,8 +5,10 @@
 #include "core/VaultManager.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -99,5 +101,5 @@ void TestCraftedContainer::filesShorterThanTheirBlocksAreCutRight() {
     QCOMPARE(crafted.blocks(1).first().offset, 8388636 + 7 + 3 * 16);
 }
 
-QTEST_GUILESS_MAIN(TestCraftedContainer)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestCraftedContainer>);
 #include "test_crafted_container.moc"

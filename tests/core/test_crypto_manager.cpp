@@ -5,7 +5,9 @@
 #include "core/CryptoManager.h"
 #include "core/FileDigest.h"
 #include "support/Faults.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QSet>
 #include <QTest>
@@ -603,5 +605,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestCryptoManager)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestCryptoManager>);
 #include "test_crypto_manager.moc"

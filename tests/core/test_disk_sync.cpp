@@ -9,6 +9,7 @@
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -402,7 +403,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestDiskSync>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestDiskSync>);
 #include "test_disk_sync.moc"

@@ -5,7 +5,9 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QTemporaryDir>
 #include <QTest>
@@ -287,5 +289,5 @@ void TestHostileContainers::aFullHeaderRegionTakesBoundedMemory() {
     QVERIFY2(memory.growth() < 512 * MebiByte, qPrintable(QString::number(memory.growth())));
 }
 
-QTEST_GUILESS_MAIN(TestHostileContainers)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestHostileContainers>);
 #include "test_hostile_containers.moc"

@@ -5,8 +5,10 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
+#include "support/TestProgram.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
@@ -476,5 +478,5 @@ void TestHostileIndexes::anIndexThatFillsTheHeaderIsUsable() {
     QVERIFY2(memory.growth() < 1024 * MebiByte, qPrintable(QString::number(memory.growth())));
 }
 
-QTEST_GUILESS_MAIN(TestHostileIndexes)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestHostileIndexes>);
 #include "test_hostile_indexes.moc"

@@ -4,7 +4,9 @@
 #include "VaultFixture.h"
 #include "core/ContainerManager.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QFile>
 #include <QTest>
@@ -198,5 +200,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestHostileVault)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestHostileVault>);
 #include "test_hostile_vault.moc"

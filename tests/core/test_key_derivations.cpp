@@ -6,7 +6,9 @@
 
 #include "VaultFixture.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QTest>
 
@@ -171,5 +173,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestKeyDerivations)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestKeyDerivations>);
 #include "test_key_derivations.moc"

@@ -9,6 +9,7 @@
 #include "support/Files.h"
 #include "support/MustRun.h"
 #include "support/ProcessMemory.h"
+#include "support/TestProgram.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -110,7 +111,8 @@ private Q_SLOTS:
 
         QProcess worker;
         worker.start(QCoreApplication::applicationFilePath(),
-                     {QLatin1String(WorkerOption), fixture.container(),
+                     {QLatin1String(runningTest()), QLatin1String(WorkerOption),
+                      fixture.container(),
                       QFileInfo(fixture.file(QStringLiteral("source"))).path()});
         QVERIFY(worker.waitForStarted(PatienceMs));
         worker.write(crafted.keys.password + '\n');
@@ -154,7 +156,9 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     if (argc == 4 && qstrcmp(argv[1], WorkerOption) == 0) {
         return work(QFile::decodeName(argv[2]), QFile::decodeName(argv[3]));
@@ -162,5 +166,9 @@ int main(int argc, char** argv) {
     TestKeyMemory test;
     return QTest::qExec(&test, argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_key_memory.moc"

@@ -6,6 +6,7 @@
 #include "support/Files.h"
 #include "support/KilledRun.h"
 #include "support/PeakMemory.h"
+#include "support/TestProgram.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -289,5 +290,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestLeftoverCopies)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestLeftoverCopies>);
 #include "test_leftover_copies.moc"

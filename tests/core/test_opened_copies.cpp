@@ -5,6 +5,7 @@
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -902,7 +903,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestOpenedCopies>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestOpenedCopies>);
 #include "test_opened_copies.moc"

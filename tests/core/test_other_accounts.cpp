@@ -7,6 +7,7 @@
 #include "support/Files.h"
 #include "support/KilledRun.h"
 #include "support/MustRun.h"
+#include "support/TestProgram.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -170,12 +171,16 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     if (::geteuid() != 0 || !asAccount(Ana, [] { return true; })) {
         return refused("only the superuser can act for two accounts");
     }
-    QCoreApplication application(argc, argv);
-    TestOtherAccounts test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QCoreApplication, TestOtherAccounts>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 #include "test_other_accounts.moc"

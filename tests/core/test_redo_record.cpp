@@ -6,7 +6,9 @@
 
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QSet>
 #include <QTest>
@@ -1189,12 +1191,16 @@ void TestRedoRecord::newContainerEndsAtItsHeaderRegion() {
     QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     const bool privateMounts = enterPrivateMounts();
     Q_UNUSED(privateMounts)
-    QCoreApplication application(argc, argv);
-    TestRedoRecord test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QCoreApplication, TestRedoRecord>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_redo_record.moc"

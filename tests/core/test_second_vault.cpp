@@ -6,6 +6,7 @@
 #include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -329,7 +330,5 @@ private:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestSecondVault>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestSecondVault>);
 #include "test_second_vault.moc"

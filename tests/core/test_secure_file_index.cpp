@@ -3,7 +3,9 @@
 
 #include "core/IndexJson.h"
 #include "core/SecureFileIndex.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -809,5 +811,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestSecureFileIndex)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestSecureFileIndex>);
 #include "test_secure_file_index.moc"

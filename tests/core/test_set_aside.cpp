@@ -9,6 +9,7 @@
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -341,7 +342,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestSetAside>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestSetAside>);
 #include "test_set_aside.moc"

@@ -4,8 +4,10 @@
 #include "VaultFixture.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QMap>
 #include <QTest>
@@ -409,5 +411,5 @@ void TestTampering::aFailedExportLeavesOnlyRightBytes() {
     QCOMPARE(readFile(target), Original.value(Second));
 }
 
-QTEST_GUILESS_MAIN(TestTampering)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestTampering>);
 #include "test_tampering.moc"

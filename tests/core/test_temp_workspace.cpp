@@ -5,6 +5,7 @@
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -360,7 +361,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestTempWorkspace>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestTempWorkspace>);
 #include "test_temp_workspace.moc"

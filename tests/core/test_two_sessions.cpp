@@ -6,8 +6,10 @@
 
 #include "VaultFixture.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QTest>
 
@@ -279,5 +281,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestTwoSessions)
+TESSEL_TEST_MAIN(runTest<QCoreApplication, TestTwoSessions>);
 #include "test_two_sessions.moc"

@@ -7,6 +7,7 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -976,7 +977,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestVaultCompaction>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestVaultCompaction>);
 #include "test_vault_compaction.moc"

@@ -6,6 +6,7 @@
 #include "core/VaultPath.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QFileInfo>
 #include <QTest>
@@ -839,7 +840,5 @@ private:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestVaultFolders>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestVaultFolders>);
 #include "test_vault_folders.moc"

@@ -6,6 +6,7 @@
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -872,7 +873,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestVaultSession>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestVaultSession>);
 #include "test_vault_session.moc"

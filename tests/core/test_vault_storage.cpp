@@ -7,6 +7,7 @@
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
+#include "support/TestProgram.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>
@@ -946,7 +947,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    return runWithFaults<TestVaultStorage>(argc, argv);
-}
+TESSEL_TEST_MAIN(runWithFaults<TestVaultStorage>);
 #include "test_vault_storage.moc"

@@ -5,7 +5,9 @@
 
 #include "support/Faults.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QTest>
 
@@ -241,11 +243,15 @@ void TestVanishingDrive::sourceThatShrinksWhileItIsReadIsNotStored() {
     QCOMPARE(QFileInfo(drive.container).size(), size);
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     static_cast<void>(enterPrivateMounts());
-    QCoreApplication application(argc, argv);
-    TestVanishingDrive test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QCoreApplication, TestVanishingDrive>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_vanishing_drive.moc"

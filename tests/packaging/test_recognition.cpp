@@ -4,6 +4,7 @@
 #include "core/VaultManager.h"
 #include "support/Files.h"
 #include "support/MustRun.h"
+#include "support/TestProgram.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -113,7 +114,9 @@ void TestRecognition::theTypeIsNamedInBothLanguages() {
     QCOMPARE(type.globPatterns(), QStringList(u"*.tvlt"_qs));
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
     if (QStandardPaths::findExecutable(u"update-mime-database"_qs).isEmpty()) {
         return refused("update-mime-database is not installed here");
@@ -121,5 +124,9 @@ int main(int argc, char** argv) {
     TestRecognition test;
     return QTest::qExec(&test, argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_recognition.moc"

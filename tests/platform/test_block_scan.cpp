@@ -5,6 +5,7 @@
 // desktop would have mounted them.
 
 #include "platform/detection.h"
+#include "support/TestProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -342,8 +343,6 @@ void TestBlockScan::percentSignsInNamesAreKept() {
     QCOMPARE(detect().value(0).rootPath, u"/media/%2/%1"_qs);
 }
 
-int main(int argc, char** argv) {
-    return runOnFakeMachine<QCoreApplication, TestBlockScan>(argc, argv);
-}
+TESSEL_TEST_MAIN(runOnFakeMachine<QCoreApplication, TestBlockScan>);
 
 #include "test_block_scan.moc"

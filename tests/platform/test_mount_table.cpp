@@ -4,6 +4,7 @@
 // Volumes that only the kernel's mount table shows.
 
 #include "platform/detection.h"
+#include "support/TestProgram.h"
 
 #include <QFile>
 
@@ -277,8 +278,6 @@ void TestMountTable::unreadableTableEndsTheDetection() {
     QCOMPARE(detectedIds(), QStringList{u"/dev/sdx:/media/ana/X"_qs});
 }
 
-int main(int argc, char** argv) {
-    return runOnFakeMachine<QCoreApplication, TestMountTable>(argc, argv);
-}
+TESSEL_TEST_MAIN(runOnFakeMachine<QCoreApplication, TestMountTable>);
 
 #include "test_mount_table.moc"

@@ -4,6 +4,7 @@
 // Volumes that the storage API knows as mounted, and what makes a device a USB volume at all.
 
 #include "platform/detection.h"
+#include "support/TestProgram.h"
 
 #include <memory>
 #include <type_traits>
@@ -350,8 +351,6 @@ void TestStorageVolumes::eachCallLooksAfresh() {
     QCOMPARE(manager.detectUsbDevices().value(0).mounted, false);
 }
 
-int main(int argc, char** argv) {
-    return runOnFakeMachine<QCoreApplication, TestStorageVolumes>(argc, argv);
-}
+TESSEL_TEST_MAIN(runOnFakeMachine<QCoreApplication, TestStorageVolumes>);
 
 #include "test_storage_volumes.moc"

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "support/MustRun.h"
+#include "support/TestProgram.h"
 
 #include <QByteArray>
 #include <QList>
@@ -19,8 +20,8 @@ namespace Tessel::Tests {
     return qEnvironmentVariableIsSet("TESSEL_TEST_ON_OWN_DISPLAY");
 }
 
-/// Starts this program again on a virtual X display, for what the offscreen platform cannot do.
-/// Call it first in main(). Returns only if there is no such display.
+/// Starts this test again on a virtual X display, for what the offscreen platform cannot do. Call
+/// it first in the test's main(). Returns only if there is no such display.
 /// @param launcher a command that runs the command in its arguments, such as a session's.
 [[nodiscard]] inline int startOnOwnDisplay(int argc, char** argv,
                                            const QList<QByteArray>& launcher = {}) {
@@ -28,11 +29,14 @@ namespace Tessel::Tests {
     qputenv("QT_QPA_PLATFORM", "xcb");
     QList<QByteArray> words{"xvfb-run", "--auto-servernum"};
     words.append(launcher);
+    QByteArray test(runningTest());
     std::vector<char*> command;
     for (QByteArray& word : words) {
         command.push_back(word.data());
     }
-    command.insert(command.end(), argv, argv + argc);
+    command.push_back(argv[0]);
+    command.push_back(test.data());
+    command.insert(command.end(), argv + 1, argv + argc);
     command.push_back(nullptr);
     ::execvp(command.front(), command.data());
     return refused("xvfb-run is not installed here");

@@ -4,11 +4,13 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/ApplicationSetup.h"
 
 #include <QAccessible>
 #include <QAction>
+#include <QApplication>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QInputDialog>
@@ -228,6 +230,6 @@ void TestAccessibility::progressBarHasTheOperationsName() {
     QCOMPARE(nameless, QString());
 }
 
-QTEST_MAIN(TestAccessibility)
+TESSEL_TEST_MAIN(runTest<QApplication, TestAccessibility>);
 
 #include "test_accessibility.moc"

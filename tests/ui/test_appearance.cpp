@@ -4,6 +4,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "ui/ApplicationSetup.h"
 
@@ -241,6 +242,6 @@ void TestAppearance::nothingIsCutOffOrUnreadable() {
     QVERIFY2(m_flaws.isEmpty(), qPrintable(m_flaws.join(u'\n')));
 }
 
-QTEST_MAIN(TestAppearance)
+TESSEL_TEST_MAIN(runTest<QApplication, TestAppearance>);
 
 #include "test_appearance.moc"

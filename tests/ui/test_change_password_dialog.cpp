@@ -3,10 +3,12 @@
 
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "ui/ChangePasswordDialog.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QClipboard>
 #include <QDialogButtonBox>
 #include <QFormLayout>
@@ -387,5 +389,5 @@ void TestChangePasswordDialog::cancellingLeavesTheContainerAlone() {
     QVERIFY(vault.driver.unlock(OldPassword));
 }
 
-QTEST_MAIN(TestChangePasswordDialog)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QApplication, TestChangePasswordDialog>);
 #include "test_change_password_dialog.moc"

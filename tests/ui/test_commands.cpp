@@ -1,8 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "support/TestProgram.h"
 #include "ui/Commands.h"
 
+#include <QCoreApplication>
 #include <QObject>
 #include <QSet>
 #include <QTest>
@@ -86,5 +88,5 @@ void TestCommands::menusAreInTheirOrder() {
     }
 }
 
-QTEST_GUILESS_MAIN(TestCommands)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestCommands>);
 #include "test_commands.moc"

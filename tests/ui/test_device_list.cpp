@@ -6,6 +6,7 @@
 
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "support/fake_machine_test.h"
 #include "ui/DisplayFormats.h"
@@ -778,8 +779,6 @@ void TestDeviceList::doubleClickDoesNotChangeTheContainerOfAnOpenVault() {
     QVERIFY(m_driver->vaultIsOpen());
 }
 
-int main(int argc, char** argv) {
-    return Tessel::Tests::runOnFakeMachine<QApplication, TestDeviceList>(argc, argv);
-}
+TESSEL_TEST_MAIN(Tessel::Tests::runOnFakeMachine<QApplication, TestDeviceList>);
 
 #include "test_device_list.moc"

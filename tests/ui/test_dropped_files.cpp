@@ -5,10 +5,12 @@
 #include "support/FakeDesktop.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/ImportPlan.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDragMoveEvent>
@@ -390,6 +392,6 @@ void TestDroppedFiles::dropBeforeALockIsForgotten() {
     QVERIFY(!m_driver->vaultIsOpen());
 }
 
-QTEST_MAIN(TestDroppedFiles)
+TESSEL_TEST_MAIN(runTest<QApplication, TestDroppedFiles>);
 
 #include "test_dropped_files.moc"

@@ -6,6 +6,7 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 #include "ui/ImportForecast.h"
@@ -1251,12 +1252,16 @@ void TestFileCommands::shortcutsTriggerTheirCommand() {
     QCOMPARE(desktop.opened.size(), title.isEmpty() ? 1 : 0);
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     static_cast<void>(enterPrivateMounts());
     const TemporaryFolderInMemory temporaryFolder;
-    const QApplication application(argc, argv);
-    TestFileCommands test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QApplication, TestFileCommands>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_file_commands.moc"

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "ui/AboutDialog.h"
 #include "ui/HelpDialog.h"
@@ -8,6 +9,7 @@
 
 #include <QAbstractItemDelegate>
 #include <QAction>
+#include <QApplication>
 #include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QFile>
@@ -570,5 +572,5 @@ void TestHelpAbout::theMenuOpensTheOfficialPage() {
     QCOMPARE(browser.opened, QList<QUrl>{QUrl(QStringLiteral(TESSEL_HOMEPAGE_URL))});
 }
 
-QTEST_MAIN(TestHelpAbout)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QApplication, TestHelpAbout>);
 #include "test_help_about.moc"

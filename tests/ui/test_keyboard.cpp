@@ -3,6 +3,7 @@
 
 #include "support/CraftedContainer.h"
 #include "support/FakeDesktop.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 
 #include <QAction>
@@ -440,6 +441,6 @@ void TestKeyboard::focusNeverLeavesTheDeviceList() {
     }
 }
 
-QTEST_MAIN(TestKeyboard)
+TESSEL_TEST_MAIN(runTest<QApplication, TestKeyboard>);
 
 #include "test_keyboard.moc"

@@ -5,6 +5,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/KilledRun.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 
 #include <QApplication>
@@ -177,5 +178,5 @@ void TestLeftoverMessage::theProgramEndsBesideIt() {
     QCOMPARE(program.exitCode(), 0);
 }
 
-QTEST_MAIN(TestLeftoverMessage)
+TESSEL_TEST_MAIN(runTest<QApplication, TestLeftoverMessage>);
 #include "test_leftover_message.moc"

@@ -7,6 +7,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/OwnDisplay.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "ui/ApplicationSetup.h"
 
@@ -143,7 +144,9 @@ void TestLogOut::aDialogThatIsOpenCancels() {
     QVERIFY(driver.window.close());
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     const QByteArray sessionManager = QByteArrayLiteral(SESSION_MANAGER);
     if (sessionManager.isEmpty()) {
         return refused("libsm-dev was not installed here when the tests were built");
@@ -154,9 +157,11 @@ int main(int argc, char** argv) {
         qputenv(LogVariable, QFile::encodeName(log));
         return startOnOwnDisplay(argc, argv, {sessionManager, QFile::encodeName(log)});
     }
-    const QApplication application(argc, argv);
-    TestLogOut test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QApplication, TestLogOut>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_log_out.moc"

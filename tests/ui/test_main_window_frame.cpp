@@ -6,6 +6,7 @@
 #include "support/FakeDesktop.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/ModalProgress.h"
 #include "ui/WindowGeometry.h"
@@ -1050,5 +1051,5 @@ void TestMainWindowFrame::progressDialogCannotBeClosed() {
     QVERIFY(!progress.isVisible());
 }
 
-QTEST_MAIN(TestMainWindowFrame)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QApplication, TestMainWindowFrame>);
 #include "test_main_window_frame.moc"

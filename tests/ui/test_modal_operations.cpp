@@ -4,11 +4,13 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 #include "ui/ModalProgress.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
@@ -324,5 +326,5 @@ void TestModalOperations::importNamesEachFileAndCountsItsBytes() {
                   u"1000: Importando docs/grande.bin...\n17.0 MB de 17.0 MB\n\n"_qs + SpeedNote}));
 }
 
-QTEST_MAIN(TestModalOperations)
+TESSEL_TEST_MAIN(runTest<QApplication, TestModalOperations>);
 #include "test_modal_operations.moc"

@@ -5,9 +5,11 @@
 
 #include "core/SecretBytes.h"
 #include "support/ProcessMemory.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDialog>
 #include <QLineEdit>
@@ -89,5 +91,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestPasswordMemory)
+TESSEL_TEST_MAIN(runTest<QApplication, TestPasswordMemory>);
 #include "test_password_memory.moc"

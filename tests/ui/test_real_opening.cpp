@@ -5,6 +5,7 @@
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/OwnDisplay.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 
 #include <QAction>
@@ -121,7 +122,9 @@ void TestRealOpening::theEditorsChangeComesBackOnLocking() {
     QCOMPARE(readFile(pathOf(u"exported"_qs)), QByteArray("uma linha\nmais uma linha\n"));
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     // Opening a document is the business of the platform plugin, and the offscreen one opens none.
     if (!isOnOwnDisplay()) {
         return startOnOwnDisplay(argc, argv);
@@ -132,9 +135,11 @@ int main(int argc, char** argv) {
     if (QStandardPaths::findExecutable(u"file"_qs).isEmpty()) {
         return refused("file, which tells xdg-open the type, is not installed here");
     }
-    QApplication application(argc, argv);
-    TestRealOpening test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QApplication, TestRealOpening>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_real_opening.moc"

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "support/TestProgram.h"
 #include "ui/ApplicationSetup.h"
 #include "ui/ProductInfo.h"
 
@@ -254,5 +255,5 @@ void TestResources::everythingStaysSmall() {
     }
 }
 
-QTEST_MAIN(TestResources)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QApplication, TestResources>);
 #include "test_resources.moc"

@@ -5,6 +5,7 @@
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "ui/ApplicationSetup.h"
 #include "ui/ProcessPrivacy.h"
@@ -408,5 +409,5 @@ void TestTermination::theProgramHasNoOptions() {
     QCOMPARE(program.readAllStandardError(), QByteArray());
 }
 
-QTEST_MAIN(TestTermination)
+TESSEL_TEST_MAIN(runTest<QApplication, TestTermination>);
 #include "test_termination.moc"

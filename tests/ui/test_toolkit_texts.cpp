@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "support/CraftedContainer.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/ApplicationSetup.h"
 
@@ -257,6 +258,6 @@ void TestToolkitTexts::theWindowsOwnTextsCanBeTranslated() {
     }
 }
 
-QTEST_MAIN(TestToolkitTexts)
+TESSEL_TEST_MAIN(runTest<QApplication, TestToolkitTexts>);
 
 #include "test_toolkit_texts.moc"

@@ -5,6 +5,7 @@
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 
 #include <QAction>
@@ -684,12 +685,16 @@ void TestVaultAccess::backupOntoSomethingThatIsNoFileIsRefused() {
     QCOMPARE(status(), QString());
 }
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     static_cast<void>(enterPrivateMounts());
     const TemporaryFolderInMemory temporaryFolder;
-    const QApplication application(argc, argv);
-    TestVaultAccess test;
-    return QTest::qExec(&test, argc, argv);
+    return runTest<QApplication, TestVaultAccess>(argc, argv);
 }
+
+} // namespace
+
+TESSEL_TEST_MAIN(run);
 
 #include "test_vault_access.moc"

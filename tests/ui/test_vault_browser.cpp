@@ -3,6 +3,7 @@
 
 #include "support/CraftedContainer.h"
 #include "support/FakeDesktop.h"
+#include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/DisplayFormats.h"
 #include "ui/VaultIcons.h"
@@ -774,5 +775,5 @@ void TestVaultBrowser::fifteenThousandFilesAreShownInOrder() {
     }
 }
 
-QTEST_MAIN(TestVaultBrowser)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QApplication, TestVaultBrowser>);
 #include "test_vault_browser.moc"

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "core/SecureFileIndex.h"
+#include "support/TestProgram.h"
 #include "ui/VaultRows.h"
 
+#include <QCoreApplication>
 #include <QObject>
 #include <QTest>
 #include <QTimeZone>
@@ -180,5 +182,5 @@ void TestVaultRows::stepsGoThroughEveryOrder() {
     QVERIFY(orderAfterStep(order, 1) == order);
 }
 
-QTEST_GUILESS_MAIN(TestVaultRows)
+TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestVaultRows>);
 #include "test_vault_rows.moc"
