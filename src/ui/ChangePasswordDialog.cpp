@@ -5,6 +5,7 @@
 
 #include "ui/MessageBoxes.h"
 #include "ui/PasswordField.h"
+#include "ui/WindowGeometry.h"
 
 #include <QDialogButtonBox>
 #include <QFormLayout>
@@ -35,6 +36,7 @@ QByteArray ChangePasswordDialog::newPassword() const {
 void ChangePasswordDialog::buildUi() {
     setWindowTitle(tr("Alterar senha do cofre"));
     setModal(true);
+    setMinimumWidth(widthForTitle(windowTitle()));
 
     auto* form = new QFormLayout;
     const auto addPasswordRow = [this, form](const QString& label) {

@@ -3,6 +3,8 @@
 
 #include "ui/PasswordField.h"
 
+#include "ui/PasswordEye.h"
+
 #include <QLineEdit>
 #include <QObject>
 #include <QStringView>
@@ -67,7 +69,7 @@ private:
 } // namespace
 
 void makePasswordField(QLineEdit* edit) {
-    edit->setEchoMode(QLineEdit::Password);
+    addPasswordEye(edit);
     new LineBreakRemover(edit);
 }
 
@@ -76,6 +78,9 @@ QByteArray passwordIn(const QLineEdit& edit) {
 }
 
 void wipePassword(QLineEdit* edit) {
+    // A field that shows its text shares it with what it has painted, and offers what is selected
+    // to other programs.
+    edit->setEchoMode(QLineEdit::Password);
     // As many asterisks overwrite the text in its own memory.
     const QString others(edit->text().size(), u'*');
     edit->selectAll();

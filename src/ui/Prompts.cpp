@@ -9,6 +9,7 @@
 #include "ui/MessageBoxes.h"
 #include "ui/PasswordField.h"
 #include "ui/ProductInfo.h"
+#include "ui/WindowGeometry.h"
 #include "ui/WindowText.h"
 
 #include <QComboBox>
@@ -106,6 +107,9 @@ QByteArray requestPassword(const QString& title) {
     dialog.setTextEchoMode(QLineEdit::Password);
     auto* field = dialog.findChild<QLineEdit*>();
     makePasswordField(field);
+    field->setMinimumWidth(widthForTitle(title));
+    // "Senha:" alone does not tell the password from its confirmation.
+    field->setAccessibleName(title);
     QByteArray password;
     if (dialog.exec() == QDialog::Accepted) {
         password = passwordIn(*field);

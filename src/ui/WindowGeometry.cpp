@@ -3,6 +3,10 @@
 
 #include "ui/WindowGeometry.h"
 
+#include <QApplication>
+#include <QFontMetrics>
+#include <QString>
+
 #include <algorithm>
 
 namespace Tessel::UI {
@@ -17,6 +21,16 @@ QSize centralSizeFor(const QSize& available) {
         return wanted;
     }
     return {available.height() * 16 / 9, available.height()};
+}
+
+int widthForTitle(const QString& title) {
+    // An icon and three buttons, each with some space around it.
+    constexpr int LinesBeside = 10;
+    // The font of the title bars where the desktop tells it; they are often bold.
+    QFont font = QApplication::font("QMdiSubWindowTitleBar");
+    font.setBold(true);
+    const QFontMetrics metrics(font);
+    return metrics.horizontalAdvance(title) + LinesBeside * metrics.height();
 }
 
 } // namespace Tessel::UI

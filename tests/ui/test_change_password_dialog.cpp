@@ -98,6 +98,7 @@ class TestChangePasswordDialog : public QObject {
 
 private Q_SLOTS:
     void showsThreeHiddenPasswordsAndTwoButtons();
+    void eachFieldHasAnEyeOfItsOwn();
     void putsTheFormAboveTheButtons();
     void refusesInThisOrder_data();
     void refusesInThisOrder();
@@ -139,6 +140,18 @@ void TestChangePasswordDialog::showsThreeHiddenPasswordsAndTwoButtons() {
     QCOMPARE(box->standardButtons(), QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     QCOMPARE(box->button(QDialogButtonBox::Ok)->text(), u"Alterar"_qs);
     QCOMPARE(box->button(QDialogButtonBox::Cancel)->text(), u"Cancelar"_qs);
+}
+
+void TestChangePasswordDialog::eachFieldHasAnEyeOfItsOwn() {
+    const Fields fields;
+    fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letras"_qs);
+    QVERIFY(pressButton(fields.edits.at(1), u"Mostrar senha"_qs));
+    QCOMPARE(fields.edits.at(0)->echoMode(), QLineEdit::Password);
+    QCOMPARE(fields.edits.at(1)->displayText(), u"dez letras"_qs);
+    QCOMPARE(fields.edits.at(2)->echoMode(), QLineEdit::Password);
+    QVERIFY(pressButton(fields.edits.at(1), u"Ocultar senha"_qs));
+    QCOMPARE(fields.edits.at(1)->echoMode(), QLineEdit::Password);
+    QCOMPARE(fields.dialog.newPassword(), "dez letras");
 }
 
 void TestChangePasswordDialog::putsTheFormAboveTheButtons() {

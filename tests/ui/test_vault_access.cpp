@@ -8,6 +8,7 @@
 #include "support/TestProgram.h"
 #include "support/WindowTest.h"
 
+#include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
@@ -78,6 +79,8 @@ private Q_SLOTS:
     void unlockRefuses_data();
     void unlockRefuses();
     void passwordsAreAskedForOutOfSight();
+    void passwordDialogsShowAndSayTheirWholeTitle();
+    void theEyeShowsAPasswordAndHidesIt();
     void pastedPasswordsLoseTheirLineBreak();
     void emptyPasswordIsSilent();
     void unlockAndLockSaySo();
@@ -264,6 +267,56 @@ void TestVaultAccess::passwordsAreAskedForOutOfSight() {
         QCOMPARE(dialog.text, u"Senha:"_qs);
         QVERIFY2(!dialog.hasParent, qPrintable(dialog.title));
     }
+}
+
+void TestVaultAccess::passwordDialogsShowAndSayTheirWholeTitle() {
+    QStringList cut;
+    QStringList names;
+    const auto look = [&](QDialog* dialog) {
+        // A desktop puts an icon and a button or two beside the title.
+        const QFontMetrics metrics = dialog->fontMetrics();
+        const int needed = metrics.horizontalAdvance(dialog->windowTitle()) + 6 * metrics.height();
+        if (dialog->width() < needed) {
+            cut.append(dialog->windowTitle());
+        }
+        auto* field = dialog->findChild<QLineEdit*>();
+        names.append(QAccessible::queryAccessibleInterface(field)->text(QAccessible::Name));
+        field->setText(Password);
+        dialog->accept();
+    };
+    m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
+    m_driver->dialogs.handle(FirstTitle, look);
+    m_driver->dialogs.handle(SecondTitle, look);
+    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
+    m_driver->dialogs.handle(u"Senha do cofre"_qs, look);
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QCOMPARE(cut, QStringList());
+    QCOMPARE(names, QStringList({FirstTitle, SecondTitle, u"Senha do cofre"_qs}));
+}
+
+void TestVaultAccess::theEyeShowsAPasswordAndHidesIt() {
+    QVERIFY(chooseCrafted());
+    QStringList shown;
+    bool pressed = false;
+    m_driver->dialogs.handle(u"Senha do cofre"_qs, [&](QDialog* dialog) {
+        auto* field = dialog->findChild<QLineEdit*>();
+        typeText(field, Password);
+        pressed = pressButton(dialog, u"Mostrar senha"_qs);
+        shown.append(field->displayText());
+        pressed = pressButton(dialog, u"Ocultar senha"_qs) && pressed;
+        shown.append(field->displayText());
+        dialog->activateWindow();
+        pressed = QTest::qWaitForWindowActive(dialog) && pressed;
+        QTest::keyClick(field, Qt::Key_M, Qt::ControlModifier);
+        shown.append(field->displayText());
+        dialog->accept();
+    });
+    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY(pressed);
+    QCOMPARE(shown.value(0), Password);
+    QVERIFY(shown.value(1) != Password);
+    QCOMPARE(shown.value(2), Password);
+    QVERIFY(m_driver->vaultIsOpen());
 }
 
 void TestVaultAccess::pastedPasswordsLoseTheirLineBreak() {
