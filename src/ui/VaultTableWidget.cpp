@@ -102,6 +102,7 @@ VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
     connect(horizontalHeader(), &QHeaderView::sectionClicked, this,
             [this](int section) { setOrder(orderAfterClick(m_order, section)); });
     connect(this, &QTableWidget::itemDoubleClicked, this, &VaultTableWidget::rowActivated);
+    connect(this, &QTableWidget::itemSelectionChanged, this, &VaultTableWidget::followHighlight);
     connect(this, &QWidget::customContextMenuRequested, this, &VaultTableWidget::requestMenuAt);
 }
 
@@ -177,6 +178,14 @@ void VaultTableWidget::setOrder(VaultOrder order) {
     horizontalHeader()->setSortIndicator(m_order.column, m_order.order);
     if (changes) {
         Q_EMIT orderChanged();
+    }
+}
+
+void VaultTableWidget::followHighlight() {
+    // A click beside the rows takes the highlight away and leaves the current row: commands would
+    // work on a row that nobody sees chosen.
+    if (selectedItems().isEmpty()) {
+        setCurrentCell(-1, -1);
     }
 }
 

@@ -76,6 +76,8 @@ private:
     void setUpHeader();
     void fillRow(int position, const VaultRow& row);
     void setOrder(VaultOrder order);
+    /// Without a highlighted row, none is current.
+    void followHighlight();
     void moveToRow(int row);
     void forgetLetters();
     [[nodiscard]] bool moveByKey(int key);

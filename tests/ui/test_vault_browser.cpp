@@ -93,6 +93,8 @@ private Q_SLOTS:
     void nothingIsSelectedAfterARefresh();
     void selectionSpeaksForTheCurrentRow_data();
     void selectionSpeaksForTheCurrentRow();
+    void clickBesideTheRowsChoosesNone();
+    void rowWhoseHighlightIsTakenAwayIsNotCurrent();
 
     void headerClicksSort_data();
     void headerClicksSort();
@@ -324,6 +326,27 @@ void TestVaultBrowser::selectionSpeaksForTheCurrentRow() {
     QTEST(m_driver->window.selectedDirectoryPath(), "folder");
     QTEST(m_driver->window.selectedItemIsDirectory(), "isFolder");
     QTEST(m_driver->window.selectedItemIsParentDirectory(), "isParent");
+}
+
+void TestVaultBrowser::clickBesideTheRowsChoosesNone() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    QWidget* viewport = m_driver->table()->viewport();
+    QTest::mouseClick(viewport, Qt::LeftButton, {}, {5, viewport->height() - 2});
+    QVERIFY(m_driver->table()->selectedItems().isEmpty());
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QCOMPARE(m_driver->window.selectedVaultPath(), QString());
+    QVERIFY(!m_driver->action(u"Excluir..."_qs)->isEnabled());
+}
+
+void TestVaultBrowser::rowWhoseHighlightIsTakenAwayIsNotCurrent() {
+    QVERIFY(openSample());
+    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    const QPoint position = m_driver->table()->visualItemRect(item(4, NameColumn)).center();
+    QTest::mouseClick(m_driver->table()->viewport(), Qt::LeftButton, Qt::ControlModifier, position);
+    QVERIFY(m_driver->table()->selectedItems().isEmpty());
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QVERIFY(!m_driver->action(u"Excluir..."_qs)->isEnabled());
 }
 
 // --- Sorting ---------------------------------------------------------------------------------
