@@ -53,7 +53,7 @@ void MainWindow::refreshVaultFiles() {
     if (vaultIsUnlocked()) {
         rows = vaultRows(m_vault.fileIndex(), m_currentDirectory, m_vaultTable->order());
     }
-    m_vaultTable->showRows(rows);
+    m_vaultTable->showRows(m_currentDirectory, rows);
     updateProtectedFilesLabel();
 }
 
@@ -142,6 +142,12 @@ void MainWindow::vaultChanged(const QString& message) {
     refreshVaultFiles();
     updateActions();
     showResult(message);
+}
+
+void MainWindow::rowTakenOut(const QString& message) {
+    const int row = m_vaultTable->currentRow();
+    vaultChanged(message);
+    m_vaultTable->continueFrom(row);
 }
 
 QString MainWindow::selectedRealDirectory() const {
@@ -300,7 +306,7 @@ void MainWindow::deleteSelectedFile() {
         return;
     }
     if (m_vault.deleteFile(path)) {
-        vaultChanged(tr("Arquivo excluído do cofre."));
+        rowTakenOut(tr("Arquivo excluído do cofre."));
         return;
     }
     showWarning(this, ProductInfo::name(), tr("Não foi possível excluir o arquivo do cofre."));
@@ -327,7 +333,7 @@ void MainWindow::moveSelectedFile() {
                        "tente novamente."));
         return;
     }
-    vaultChanged(tr("Arquivo movido."));
+    rowTakenOut(tr("Arquivo movido."));
 }
 
 // --- Folders ---------------------------------------------------------------------------------
@@ -384,7 +390,7 @@ void MainWindow::deleteSelectedDirectory() {
         showWarning(this, title, tr("A pasta não está vazia ou não pode ser excluída."));
         return;
     }
-    vaultChanged(tr("Pasta excluída."));
+    rowTakenOut(tr("Pasta excluída."));
 }
 
 // --- Compaction ------------------------------------------------------------------------------

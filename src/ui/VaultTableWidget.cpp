@@ -16,6 +16,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -137,8 +138,9 @@ void VaultTableWidget::setUpHeader() {
 
 // --- Rows ------------------------------------------------------------------------------------
 
-void VaultTableWidget::showRows(const QList<VaultRow>& rows) {
+void VaultTableWidget::showRows(const QString& directory, const QList<VaultRow>& rows) {
     forgetLetters();
+    m_place.reset();
     const QSignalBlocker blocker(this);
     const auto selectNothing = [this] {
         clearSelection();
@@ -156,6 +158,24 @@ void VaultTableWidget::showRows(const QList<VaultRow>& rows) {
         }
     }
     selectNothing();
+    const QString left = std::exchange(m_directory, directory);
+    if (left != directory || rows.isEmpty()) {
+        scrollAfterLeaving(left);
+    }
+}
+
+void VaultTableWidget::scrollAfterLeaving(const QString& directory) {
+    // Rows that are not laid out yet cannot be scrolled to.
+    doItemsLayout();
+    scrollToTop();
+    for (int row = 0; row < rowCount(); ++row) {
+        const QTableWidgetItem* nameItem = item(row, VaultColumn::Name);
+        if (kindOf(nameItem) == VaultTableItemKind::Directory &&
+            Core::sameVaultPath(nameItem->data(VaultPathRole).toString(), directory)) {
+            scrollToItem(nameItem);
+            return;
+        }
+    }
 }
 
 void VaultTableWidget::fillRow(int position, const VaultRow& row) {
@@ -229,20 +249,19 @@ bool VaultTableWidget::handleKey(int key) {
 }
 
 bool VaultTableWidget::moveByKey(int key) {
-    const int row = currentRow();
     const int last = rowCount() - 1;
     switch (key) {
     case Qt::Key_Up:
-        moveToRow(row < 0 ? last : row - 1);
+        moveToRow(currentRow() < 0 ? m_place.value_or(rowCount()) - 1 : currentRow() - 1);
         return true;
     case Qt::Key_Down:
-        moveToRow(row + 1);
+        moveToRow(rowBeforePlace() + 1);
         return true;
     case Qt::Key_PageUp:
-        moveToRow(row - rowsOfAPage());
+        moveToRow(rowBeforePlace() - rowsOfAPage());
         return true;
     case Qt::Key_PageDown:
-        moveToRow(row + rowsOfAPage());
+        moveToRow(rowBeforePlace() + rowsOfAPage());
         return true;
     case Qt::Key_Home:
         moveToRow(0);
@@ -277,7 +296,7 @@ bool VaultTableWidget::typeLetters(const QString& text) {
     const auto nameOf = [this](int row) {
         return item(row, VaultColumn::Name)->text();
     };
-    if (const std::optional<int> row = m_typeAhead.find(rowCount(), currentRow(), nameOf)) {
+    if (const std::optional<int> row = m_typeAhead.find(rowCount(), rowBeforePlace(), nameOf)) {
         moveToRow(*row);
     }
     m_typingPause.start();
@@ -291,6 +310,10 @@ void VaultTableWidget::forgetLetters() {
         m_typeAhead.forget();
         Q_EMIT lettersTyped({});
     }
+}
+
+int VaultTableWidget::rowBeforePlace() const {
+    return currentRow() < 0 ? m_place.value_or(0) - 1 : currentRow();
 }
 
 int VaultTableWidget::rowsOfAPage() const {

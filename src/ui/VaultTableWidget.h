@@ -29,8 +29,13 @@ public:
     VaultTableWidget();
 
     /// Replaces all rows; none is selected or current afterwards. What was typed is forgotten;
-    /// otherwise emits nothing.
-    void showRows(const QList<VaultRow>& rows);
+    /// otherwise emits nothing. Another folder is shown from its top, or with the row of the
+    /// folder that was left for it in sight.
+    /// @param directory vault path of the folder whose rows they are; empty for the root
+    void showRows(const QString& directory, const QList<VaultRow>& rows);
+    /// Lets the next arrow key begin at this place, where a row was taken out: down means the row
+    /// that is there now, up the one above.
+    void continueFrom(int row) { m_place = row; }
     /// The order that the user has chosen and the header shows.
     [[nodiscard]] VaultOrder order() const { return m_order; }
 
@@ -75,10 +80,13 @@ protected:
 private:
     void setUpHeader();
     void fillRow(int position, const VaultRow& row);
+    void scrollAfterLeaving(const QString& directory);
     void setOrder(VaultOrder order);
     /// Without a highlighted row, none is current.
     void followHighlight();
     void moveToRow(int row);
+    /// The current row; without one, the row above the place where the keys begin.
+    [[nodiscard]] int rowBeforePlace() const;
     void forgetLetters();
     [[nodiscard]] bool moveByKey(int key);
     void requestMenuAt(const QPoint& position);
@@ -89,6 +97,10 @@ private:
 
     VaultIcons m_icons;
     VaultOrder m_order;
+    /// The folder shown.
+    QString m_directory;
+    /// Where the arrow keys begin while no row is current.
+    std::optional<int> m_place;
     TypeAhead m_typeAhead;
     QTimer m_typingPause;
     bool m_dropsAllowed = false;

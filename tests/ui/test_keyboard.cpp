@@ -48,6 +48,8 @@ private Q_SLOTS:
     void otherKeysEndWhatWasTyped();
     void spaceIsALetterOnlyWhileTyping();
     void resultIsNotTakenForLetters();
+    void deletionKeepsThePlaceForTheKeys_data();
+    void deletionKeepsThePlaceForTheKeys();
     void menuKeyShowsTheRowsMenu_data();
     void menuKeyShowsTheRowsMenu();
     void menuKeyWithoutARowChoosesNone();
@@ -339,6 +341,34 @@ void TestKeyboard::resultIsNotTakenForLetters() {
     m_driver->window.setStatusMessage(u"outra"_qs, 0);
     press(Qt::Key_Escape);
     QCOMPARE(m_driver->statusMessage(), u"outra"_qs);
+}
+
+void TestKeyboard::deletionKeepsThePlaceForTheKeys_data() {
+    QTest::addColumn<QString>("deleted");
+    QTest::addColumn<int>("key");
+    QTest::addColumn<QString>("name");
+    const int down = Qt::Key_Down;
+    const int up = Qt::Key_Up;
+    QTest::newRow("down") << u"azul.txt"_qs << down << u"beta dois.txt"_qs;
+    QTest::newRow("up") << u"azul.txt"_qs << up << u"alfa.txt"_qs;
+    QTest::newRow("down from the last row") << u"Álbum.jpg"_qs << down << u"maçã.txt"_qs;
+    QTest::newRow("up from the last row") << u"Álbum.jpg"_qs << up << u"maçã.txt"_qs;
+    QTest::newRow("down from a folder") << u"Beta"_qs << down << u"alfa.txt"_qs;
+    QTest::newRow("up from a folder") << u"Beta"_qs << up << u"alfa.txt"_qs;
+}
+
+void TestKeyboard::deletionKeepsThePlaceForTheKeys() {
+    QFETCH(const QString, deleted);
+    QFETCH(const int, key);
+    QFETCH(const QString, name);
+    QVERIFY(openNames() && m_driver->selectRow(deleted));
+    const bool isFolder = deleted == u"Beta";
+    m_driver->dialogs.press(isFolder ? u"Excluir pasta"_qs : u"Excluir arquivo"_qs, u"Sim"_qs);
+    m_driver->action(isFolder ? u"Excluir pasta vazia"_qs : u"Excluir..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    press(static_cast<Qt::Key>(key));
+    QCOMPARE(currentName(), name);
 }
 
 void TestKeyboard::menuKeyShowsTheRowsMenu_data() {

@@ -15,8 +15,10 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
+#include <QListWidget>
 #include <QMenu>
 #include <QPainter>
+#include <QScrollBar>
 #include <QStyle>
 #include <QTableWidget>
 #include <QTest>
@@ -111,6 +113,9 @@ private Q_SLOTS:
     void lockingReturnsToTheRoot();
     void doubleClickOpensAFile();
     void folderThatIsGoneShowsOnlyTheWayUp();
+    void folderIsShownFromItsTop();
+    void folderJustLeftIsInSight();
+    void deletionLeavesTheTableWhereItIs();
 
     void badgesAreDrawn_data();
     void badgesAreDrawn();
@@ -139,6 +144,11 @@ private:
     [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
     [[nodiscard]] bool open(const CraftedContainer& crafted);
     [[nodiscard]] bool openSample();
+    /// Opens a vault with more folders at the root than fit, one of which holds as many files.
+    [[nodiscard]] bool openLong();
+    [[nodiscard]] QScrollBar* scrollBar() const { return m_driver->table()->verticalScrollBar(); }
+    /// Whether the whole row with this name can be seen.
+    [[nodiscard]] bool isInSight(const QString& name) const;
     void clickHeader(int column);
     [[nodiscard]] const QTableWidgetItem* item(int row, int column) const {
         return m_driver->table()->item(row, column);
@@ -547,6 +557,69 @@ void TestVaultBrowser::folderThatIsGoneShowsOnlyTheWayUp() {
     QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/gone | 5 arquivos no cofre."_qs);
     QVERIFY(m_driver->activateRow(u".."_qs));
     QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"beta"_qs, u"dentro.pdf"_qs}));
+}
+
+bool TestVaultBrowser::openLong() {
+    constexpr int Items = 80;
+    CraftedContainer crafted;
+    for (int i = 0; i < Items; ++i) {
+        crafted.addFolder(u"pasta %1"_qs.arg(i, 2, 10, QChar(u'0')));
+        crafted.addFile(u"pasta 60/%1.txt"_qs.arg(i, 2, 10, QChar(u'0')), "x");
+    }
+    return open(crafted);
+}
+
+bool TestVaultBrowser::isInSight(const QString& name) const {
+    const QRect row = m_driver->table()->visualItemRect(item(m_driver->rowNamed(name), NameColumn));
+    return m_driver->table()->viewport()->rect().contains(row.adjusted(0, 0, 0, -1));
+}
+
+void TestVaultBrowser::folderIsShownFromItsTop() {
+    QVERIFY(openLong());
+    QVERIFY(m_driver->activateRow(u"pasta 60"_qs));
+    QCoreApplication::processEvents();
+    QCOMPARE(scrollBar()->value(), 0);
+    QVERIFY(isInSight(u".."_qs));
+
+    // Back at the root, and from its end into the same folder by the keyboard.
+    QWidget* focused = m_driver->deviceList();
+    QTest::keyClick(focused, Qt::Key_Backspace);
+    QTest::keyClick(focused, Qt::Key_End);
+    Tessel::Tests::typeText(focused, u"pasta 60"_qs);
+    QTest::keyClick(focused, Qt::Key_Return);
+    QCoreApplication::processEvents();
+    QCOMPARE(m_driver->rowNames().first(), u".."_qs);
+    QCOMPARE(scrollBar()->value(), 0);
+
+    QVERIFY(m_driver->selectRow(u"79.txt"_qs));
+    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(m_driver->unlock(Password));
+    QCoreApplication::processEvents();
+    QCOMPARE(scrollBar()->value(), 0);
+}
+
+void TestVaultBrowser::folderJustLeftIsInSight() {
+    QVERIFY(openLong());
+    QVERIFY(m_driver->activateRow(u"pasta 60"_qs));
+    QVERIFY(m_driver->activateRow(u".."_qs));
+    QCoreApplication::processEvents();
+    QVERIFY(isInSight(u"pasta 60"_qs));
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QVERIFY(m_driver->table()->selectedItems().isEmpty());
+}
+
+void TestVaultBrowser::deletionLeavesTheTableWhereItIs() {
+    QVERIFY(openLong());
+    QCoreApplication::processEvents(); // the rows are laid out
+    QVERIFY(m_driver->selectRow(u"pasta 40"_qs));
+    const int before = scrollBar()->value();
+    QVERIFY(before > 0);
+    m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
+    m_driver->action(u"Excluir pasta vazia"_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCoreApplication::processEvents();
+    QCOMPARE(scrollBar()->value(), before);
+    QCOMPARE(m_driver->table()->currentRow(), -1);
 }
 
 // --- Icons and words -------------------------------------------------------------------------
