@@ -125,7 +125,9 @@ QString ImportFlow::run(const ImportPlan& plan) {
         m_window, importTitle(),
         WindowText::tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote()));
     qsizetype imported = 0;
+    qsizetype number = 0;
     for (const ImportSource& file : plan.files) {
+        progress.showPart(++number, plan.files.size());
         if (!hasPossiblePath(file, plan, m_vault->fileIndex())) {
             warnImportFailed(file.sourcePath);
         } else if (importFile(file, progress)) {

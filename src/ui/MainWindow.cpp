@@ -274,6 +274,12 @@ void MainWindow::toggleVault() {
     action(vaultIsUnlocked() ? Command::Lock : Command::Unlock)->trigger();
 }
 
+bool MainWindow::event(QEvent* event) {
+    // A menu entry under the pointer shows its description in the status bar. These have none, and
+    // the empty text would take the message away.
+    return event->type() == QEvent::StatusTip || QMainWindow::event(event);
+}
+
 void MainWindow::showEvent(QShowEvent* event) {
     QMainWindow::showEvent(event);
     if (!m_shownBefore) {

@@ -3,6 +3,8 @@
 
 #include "ui/ModalProgress.h"
 
+#include "ui/WindowText.h"
+
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -12,6 +14,8 @@
 #include <QtNumeric>
 
 #include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::UI {
 
@@ -62,6 +66,13 @@ void ModalProgress::report(int value, const QString& text) {
     setLabelText(text);
     setValue(value);
     QCoreApplication::processEvents();
+}
+
+void ModalProgress::showPart(qsizetype number, qsizetype count) {
+    if (count > 1) {
+        findChild<QProgressBar*>()->setFormat(u"%p% | "_s +
+                                              WindowText::tr("%1 de %2").arg(number).arg(count));
+    }
 }
 
 void ModalProgress::finish() {

@@ -21,6 +21,8 @@ public:
 
     /// @param value in thousandths. Processes pending events, so that the dialog paints.
     void report(int value, const QString& text);
+    /// Lets the bar say which of several parts its value belongs to: "3 de 30".
+    void showPart(qsizetype number, qsizetype count);
     /// Fills the bar and hides the dialog.
     void finish();
 

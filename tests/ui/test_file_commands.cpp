@@ -81,6 +81,8 @@ private Q_SLOTS:
 
     void importReportsTheCount_data();
     void importReportsTheCount();
+    void importTellsWhichFileOfHowMany_data();
+    void importTellsWhichFileOfHowMany();
     void importOfNothingIsSilent();
     void importRefusesWhatIsNoFile_data();
     void importRefusesWhatIsNoFile();
@@ -349,6 +351,36 @@ void TestFileCommands::importReportsTheCount() {
     QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
     QCOMPARE(m_driver->rowNames().size(), count);
     QCOMPARE(status(), message);
+}
+
+void TestFileCommands::importTellsWhichFileOfHowMany_data() {
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QStringList>("bars");
+    QTest::newRow("one") << 1 << QStringList({u"100%"_qs});
+    QTest::newRow("three") << 3
+                           << QStringList(
+                                  {u"100% | 1 de 3"_qs, u"100% | 2 de 3"_qs, u"100% | 3 de 3"_qs});
+}
+
+void TestFileCommands::importTellsWhichFileOfHowMany() {
+    QFETCH(const int, count);
+    QFETCH(const QStringList, bars);
+    QVERIFY(open(CraftedContainer()));
+    QStringList paths;
+    for (int i = 0; i < count; ++i) {
+        paths.append(filePath(u"n%1.bin"_qs.arg(i)));
+        QVERIFY(writeFile(paths.last(), noise(100)));
+    }
+    QStringList shown;
+    const ProgressProbe probe([&shown](const QProgressDialog* dialog, int value) {
+        const auto* bar = dialog->findChild<QProgressBar*>();
+        if (value == dialog->maximum() && bar->isTextVisible() && !shown.contains(bar->text())) {
+            shown.append(bar->text());
+        }
+    });
+    m_driver->dialogs.answerFiles(OpenTitle, paths);
+    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QCOMPARE(shown, bars);
 }
 
 void TestFileCommands::importOfNothingIsSilent() {

@@ -118,6 +118,8 @@ private Q_SLOTS:
     void tableColumnsAreSetUp();
     void statusBarHoldsFourWidgets();
     void messagesLeaveTheStatusBarsWidgetsInSight();
+    void menusLeaveTheMessage_data();
+    void menusLeaveTheMessage();
 
     void menuBarHoldsTheMenusInOrder();
     void menusHoldActionsInOrder_data();
@@ -374,6 +376,30 @@ void TestMainWindowFrame::statusBarHoldsFourWidgets() {
     QVERIFY(version->x() < date->x());
     QVERIFY(date->x() < state->x());
     QCOMPARE(state->parentWidget(), m_driver->window.statusBar());
+}
+
+void TestMainWindowFrame::menusLeaveTheMessage_data() {
+    QTest::addColumn<QString>("message");
+    QTest::newRow("ready") << u"Pronto"_qs;
+    QTest::newRow("result") << u"Container selecionado."_qs;
+}
+
+void TestMainWindowFrame::menusLeaveTheMessage() {
+    QFETCH(const QString, message);
+    m_driver->window.setStatusMessage(message, 0);
+    QMenuBar* bar = m_driver->window.menuBar();
+    const QList<QAction*> titles = bar->actions();
+    for (QAction* title : titles) {
+        QTest::mouseMove(bar, bar->actionGeometry(title).center());
+        QTest::mouseClick(bar, Qt::LeftButton, {}, bar->actionGeometry(title).center());
+        QVERIFY(title->menu()->isVisible());
+        const QPoint entry =
+            title->menu()->actionGeometry(title->menu()->actions().first()).center();
+        QTest::mouseMove(title->menu(), entry);
+        QCOMPARE(m_driver->statusMessage(), message);
+        title->menu()->close();
+        QCOMPARE(m_driver->statusMessage(), message);
+    }
 }
 
 void TestMainWindowFrame::messagesLeaveTheStatusBarsWidgetsInSight() {
