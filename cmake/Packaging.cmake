@@ -60,5 +60,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The Portuguese texts of Qt's own dialogs.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS qt6-translations-l10n)
+# Opens a file in the program that the person uses for it.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS xdg-utils)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 include(CPack)
