@@ -20,6 +20,7 @@ namespace {
 
 constexpr int RootPathRole = Qt::UserRole;
 constexpr int NameRole = Qt::UserRole + 1;
+constexpr int DeviceRole = Qt::UserRole + 2;
 
 /// A directory in the one form in which two of them can be compared: slashes, one at the end.
 QString normalizeDirectoryPath(const QString& path) {
@@ -119,6 +120,7 @@ void DeviceListWidget::addVolume(const Platform::UsbDevice& volume) {
     auto* item = new QListWidgetItem(u"%1 (%2)"_s.arg(name, where) + remark(volume), this);
     item->setData(RootPathRole, volume.mounted ? volume.rootPath : QString());
     item->setData(NameRole, name);
+    item->setData(DeviceRole, volume.devicePath);
     if (!volume.mounted) {
         item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
         item->setForeground(QColor(110, 110, 110));
@@ -166,6 +168,20 @@ void DeviceListWidget::selectForContainer(const QString& containerPath) {
     scrollToItem(match);
 }
 
+void DeviceListWidget::selectDevice(const QString& devicePath, const QString& rootPath) {
+    QListWidgetItem* match = nullptr;
+    for (int row = 0; row < count(); ++row) {
+        const bool sameDevice = item(row)->data(DeviceRole).toString() == devicePath;
+        if (sameDevice && (match == nullptr || rootPathOf(item(row)) == rootPath)) {
+            match = item(row);
+        }
+    }
+    if (match != nullptr) {
+        setCurrentItem(match);
+        scrollToItem(match);
+    }
+}
+
 int DeviceListWidget::mountedCount() const {
     int mounted = 0;
     for (int row = 0; row < count(); ++row) {
@@ -182,6 +198,10 @@ QString DeviceListWidget::currentRootPath() const {
 
 QString DeviceListWidget::currentName() const {
     return currentItem() == nullptr ? QString() : currentItem()->data(NameRole).toString();
+}
+
+QString DeviceListWidget::currentDevicePath() const {
+    return currentItem() == nullptr ? QString() : currentItem()->data(DeviceRole).toString();
 }
 
 bool DeviceListWidget::activateCurrent() {

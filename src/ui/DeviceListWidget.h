@@ -17,7 +17,7 @@ namespace Tessel::UI {
 /// the volume that holds the chosen container.
 ///
 /// A row carries the directory where its volume is mounted in Qt::UserRole, empty when there is
-/// none, and the volume's name in Qt::UserRole + 1.
+/// none, the volume's name in Qt::UserRole + 1 and its device node in Qt::UserRole + 2.
 class DeviceListWidget : public QListWidget {
     Q_OBJECT
 
@@ -35,11 +35,17 @@ public:
     /// Without such a volume, or with an empty path, none is marked or current. Emits nothing.
     void selectForContainer(const QString& containerPath);
 
+    /// Makes the row of a device current, the one with this mount directory when it has several.
+    /// Without such a row nothing changes.
+    void selectDevice(const QString& devicePath, const QString& rootPath);
+
     [[nodiscard]] int mountedCount() const;
     /// Of the current row; empty without one and for an unmounted volume.
     [[nodiscard]] QString currentRootPath() const;
     /// Of the current row; empty without one.
     [[nodiscard]] QString currentName() const;
+    /// The device node of the current row; empty without one.
+    [[nodiscard]] QString currentDevicePath() const;
 
     /// Emits volumeActivated() for the current row. @return whether there is one.
     bool activateCurrent();

@@ -5,6 +5,7 @@
 
 #include "core/WorkspaceLeftovers.h"
 #include "platform/linux/LinuxDeviceManager.h"
+#include "platform/linux/MountWatcher.h"
 #include "ui/AboutDialog.h"
 #include "ui/CommandActions.h"
 #include "ui/DeviceListWidget.h"
@@ -126,6 +127,11 @@ void MainWindow::connectSignals() {
     connect(
         m_deviceList, &DeviceListWidget::volumeActivated, this,
         [this](const QString& rootPath) { runCommand([&] { openContainerOfDevice(rootPath); }); });
+    auto* mounts = new Platform::Linux::MountWatcher(this);
+    connect(mounts, &Platform::Linux::MountWatcher::changed, this, [this] {
+        m_mountsChanged = true;
+        showChangedMounts();
+    });
     // The accessors read the current row. When the keyboard or code sets it, Qt moves it after the
     // selection: follow both.
     connect(m_vaultTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActions);
@@ -235,6 +241,7 @@ void MainWindow::runCommand(const std::function<void()>& command) {
         command();
     }
     setCommandRunning(false);
+    showChangedMounts();
     if (m_closeRequested) {
         m_closeRequested = false;
         qApp->removeEventFilter(this);

@@ -139,6 +139,9 @@ private:
     void showResult(const QString& text);
 
     // --- Devices, containers, opening and closing the vault (MainWindowAccess.cpp)
+    /// Refreshes the list after a volume was mounted or unmounted, as soon as the vault is locked
+    /// and no command is running. The current row stays.
+    void showChangedMounts();
     void selectDefaultUsbAfterRefresh();
     void selectDeviceForContainer(const QString& containerPath);
     void deviceRowChanged();
@@ -187,6 +190,7 @@ private:
     QString m_currentDirectory;
     QString m_lettersMessage;
     bool m_commandRunning = false;
+    bool m_mountsChanged = false;
     bool m_closeRequested = false;
     bool m_closing = false;
     bool m_shownBefore = false;

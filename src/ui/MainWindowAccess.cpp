@@ -42,6 +42,20 @@ void MainWindow::refreshDevices() {
     updateActions();
 }
 
+void MainWindow::showChangedMounts() {
+    if (!m_mountsChanged || m_commandRunning || vaultIsUnlocked()) {
+        return;
+    }
+    m_mountsChanged = false;
+    const QString device = m_deviceList->currentDevicePath();
+    const QString rootPath = selectedUsbRootPath();
+    refreshDevices();
+    // With a container chosen, its drive is the current row.
+    if (m_containerPath.isEmpty() && !device.isEmpty()) {
+        m_deviceList->selectDevice(device, rootPath);
+    }
+}
+
 void MainWindow::selectDefaultUsbAfterRefresh() {
     m_deviceList->selectOnlyMounted();
 }

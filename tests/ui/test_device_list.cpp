@@ -29,6 +29,8 @@ using Tessel::Tests::WindowDriver;
 using Tessel::Tests::writeFile;
 using Tessel::UI::formatFileSize;
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 const QString Title = QStringLiteral("Tessel");
@@ -81,6 +83,13 @@ private Q_SLOTS:
     void reachingTheListByKeyboardChoosesNoDrive();
     void refreshFollowsTheDrives();
     void refreshForgetsTheChosenRow();
+
+    void mountedDriveShowsByItself();
+    void chosenDriveStaysWhenAnotherIsMounted();
+    void containerStaysWhenAnotherDriveIsMounted();
+    void openDialogDelaysTheNewDrive();
+    void openVaultDelaysTheNewDrive();
+    void mountsOfOtherThingsChangeNothing();
 
     void driveOfTheContainerIsMarked();
     void markMovesWithTheContainer();
@@ -404,6 +413,85 @@ void TestDeviceList::refreshForgetsTheChosenRow() {
     refresh();
     QCOMPARE(list()->currentRow(), -1);
     QVERIFY(list()->selectedItems().isEmpty());
+}
+
+// --- Drives that come and go by themselves ---------------------------------------------------
+
+void TestDeviceList::mountedDriveShowsByItself() {
+    const QStringList unmounted{u"sdz (/dev/sdz) | não montado"_s};
+    const QStringList mounted{u"/media/ana/PEN (/media/ana/PEN) | 8.0 MB livres"_s};
+    plugIn(u"sdz"_s);
+    openWindow();
+    QCOMPARE(texts(), unmounted);
+    for (int time = 0; time < 2; ++time) {
+        m_usb->mountVolume(u"sdz"_s, u"/media/ana/PEN"_s);
+        QTRY_COMPARE(texts(), mounted);
+        QCOMPARE(chosenRow(), 0);
+        m_usb->unmount(u"/media/ana/PEN"_s);
+        QTRY_COMPARE(texts(), unmounted);
+        QCOMPARE(chosenRow(), -1);
+    }
+}
+
+void TestDeviceList::chosenDriveStaysWhenAnotherIsMounted() {
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    openWindow();
+    QCOMPARE(chosenRow(), 0);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QTRY_COMPARE(list()->count(), 2);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/ana/PEN"_s);
+    QCOMPARE(chosenRow(), 0);
+    click(1);
+    m_usb->unmount(u"/media/ana/PEN"_s);
+    QTRY_COMPARE(m_driver->window.mountedUsbDeviceCount(), 1);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/ana/OUTRA"_s);
+    QCOMPARE(chosenRow(), 0);
+}
+
+void TestDeviceList::containerStaysWhenAnotherDriveIsMounted() {
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/meu.tvlt"_s, "x"));
+    openWindow();
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/meu.tvlt"_s));
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QTRY_COMPARE(looks(), (QStringList{Marked, Plain}));
+    QCOMPARE(chosenRow(), 0);
+    QCOMPARE(containerText(), u"Container: meu.tvlt"_s);
+    QCOMPARE(m_driver->result(), u"Container selecionado."_s);
+}
+
+void TestDeviceList::openDialogDelaysTheNewDrive() {
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    openWindow();
+    m_driver->dialogs.handle(u"Escolher container Tessel"_s, [this](QDialog* dialog) {
+        plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+        QCoreApplication::processEvents();
+        QCOMPARE(list()->count(), 1);
+        dialog->reject();
+    });
+    m_driver->action(u"Escolher container..."_s)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QTRY_COMPARE(list()->count(), 2);
+}
+
+void TestDeviceList::openVaultDelaysTheNewDrive() {
+    QVERIFY(openVaultOnDrive(CraftedContainer()));
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QCoreApplication::processEvents();
+    QCOMPARE(list()->count(), 1);
+    m_driver->action(u"Bloquear"_s)->trigger();
+    QTRY_COMPARE(looks(), (QStringList{Marked, Plain}));
+}
+
+void TestDeviceList::mountsOfOtherThingsChangeNothing() {
+    plugIn(u"sdz"_s);
+    openWindow();
+    list()->item(0)->setText(u"not refreshed"_s);
+    m_usb->mountOther(u"other"_s, u"/media/ana/other"_s);
+    QCoreApplication::processEvents();
+    QCOMPARE(texts(), QStringList{u"not refreshed"_s});
+    m_usb->mountVolume(u"sdz"_s, u"/media/ana/PEN"_s);
+    QTRY_COMPARE(m_driver->window.mountedUsbDeviceCount(), 1);
 }
 
 // --- The drive of the container --------------------------------------------------------------
