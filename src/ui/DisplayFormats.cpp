@@ -7,10 +7,29 @@
 
 #include <QFileInfo>
 #include <QLocale>
+#include <QTextDocument>
+
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::UI {
+
+namespace {
+
+/// A mark that embeds, overrides or isolates a direction (Unicode Standard Annex #9).
+bool turnsDirection(QChar character) {
+    const char16_t code = character.unicode();
+    return (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
+/// A mark that is not seen, and has a direction.
+bool hintsDirection(QChar character) {
+    const char16_t code = character.unicode();
+    return code == 0x061C || code == 0x200E || code == 0x200F;
+}
+
+} // namespace
 
 QString formatFileSize(qint64 bytes) {
     return QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeTraditionalFormat);
@@ -29,6 +48,24 @@ QString fileTypeLabel(const QString& path) {
         return WindowText::tr("Arquivo");
     }
     return suffix.toUpper();
+}
+
+QString nameInSentence(const QString& name) {
+    constexpr QChar FirstStrongIsolate(0x2068);
+    constexpr QChar PopIsolate(0x2069);
+    const bool marked = std::any_of(name.cbegin(), name.cend(), [](QChar character) {
+        return turnsDirection(character) || hintsDirection(character);
+    });
+    if (!marked) {
+        return name;
+    }
+    QString shown = name;
+    std::replace_if(shown.begin(), shown.end(), turnsDirection, QChar(QChar::ReplacementCharacter));
+    return FirstStrongIsolate + shown + PopIsolate;
+}
+
+QString plainToolTip(const QString& text) {
+    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
 }
 
 } // namespace Tessel::UI

@@ -63,7 +63,7 @@ std::optional<qint64> sizeOfFiles(QWidget* parent, const QList<ImportSource>& fi
         if (!info.isFile()) {
             showWarning(parent, importTitle(),
                         WindowText::tr("O arquivo %1 não está disponível para importação.")
-                            .arg(info.fileName()));
+                            .arg(nameInSentence(info.fileName())));
             return std::nullopt;
         }
         bytes = addByteCounts(bytes, info.size());
@@ -151,15 +151,16 @@ QString ImportFlow::run(const ImportPlan& plan) {
 bool ImportFlow::importFile(const ImportSource& source, ModalProgress& progress) {
     const QString sourceName = QFileInfo(source.sourcePath).fileName();
     const QString target = Core::joinVaultPath(source.directory, sourceName);
-    progress.report(
-        0, WindowText::tr("Importando %1...\n\n%2").arg(Core::vaultBaseName(target), speedNote()));
+    progress.report(0, WindowText::tr("Importando %1...\n\n%2")
+                           .arg(nameInSentence(Core::vaultBaseName(target)), speedNote()));
     if (Core::indexContainsFilePath(m_vault->fileIndex(), target) && !m_confirmReplace(target)) {
         return false;
     }
     const auto report = [&progress](qint64 done, qint64 total, const QString& name) {
         progress.report(progressValue(done, total, 0),
                         WindowText::tr("Importando %1...\n%2 de %3\n\n%4")
-                            .arg(name, formatFileSize(done), formatFileSize(total), speedNote()));
+                            .arg(nameInSentence(name), formatFileSize(done), formatFileSize(total),
+                                 speedNote()));
     };
     if (!m_vault->importFile(source.sourcePath, target, report)) {
         warnImportFailed(source.sourcePath);
@@ -188,7 +189,8 @@ qsizetype ImportFlow::makeEmptyDirectories(const ImportPlan& plan) {
 
 void ImportFlow::warnImportFailed(const QString& path) {
     showWarning(frontWindow(m_window), ProductInfo::name(),
-                WindowText::tr("Não foi possível importar %1.").arg(QFileInfo(path).fileName()));
+                WindowText::tr("Não foi possível importar %1.")
+                    .arg(nameInSentence(QFileInfo(path).fileName())));
 }
 
 } // namespace Tessel::UI

@@ -10,6 +10,7 @@
 #include "ui/CommandActions.h"
 #include "ui/DeviceListWidget.h"
 #include "ui/HelpDialog.h"
+#include "ui/LongText.h"
 #include "ui/MessageBoxes.h"
 #include "ui/PadlockButton.h"
 #include "ui/ProductInfo.h"
@@ -88,7 +89,7 @@ void MainWindow::buildUi() {
     setCentralWidget(central);
     setWindowTitle(ProductInfo::name());
 
-    m_protectedFilesLabel = new QLabel;
+    m_protectedFilesLabel = new ElidedLabel;
     m_protectedFilesLabel->setObjectName(u"protectedFilesLabel"_s);
     m_protectedFilesLabel->setTextFormat(Qt::PlainText);
 

@@ -10,6 +10,7 @@
 #include "ui/BackupFlow.h"
 #include "ui/ChangePasswordDialog.h"
 #include "ui/DeviceListWidget.h"
+#include "ui/DisplayFormats.h"
 #include "ui/FilePrompts.h"
 #include "ui/LockIfPresent.h"
 #include "ui/MessageBoxes.h"
@@ -95,7 +96,7 @@ void MainWindow::openContainerOfDevice(const QString& rootPath) {
         showInformation(this, ProductInfo::name(),
                         tr("Nenhum tessel.tvlt foi encontrado em %1. Use Criar cofre para criar "
                            "um novo container.")
-                            .arg(rootPath));
+                            .arg(nameInSentence(rootPath)));
         return;
     }
     useContainer(path);

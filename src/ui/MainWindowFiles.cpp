@@ -74,7 +74,8 @@ QString MainWindow::summaryText() const {
     } else if (files == 1) {
         count = tr("1 arquivo no cofre.");
     }
-    const QString folder = m_currentDirectory.isEmpty() ? tr("Raiz") : m_currentDirectory;
+    const QString folder =
+        m_currentDirectory.isEmpty() ? tr("Raiz") : nameInSentence(m_currentDirectory);
     return tr("Arquivos protegidos | Pasta: %1 | %2").arg(folder, count);
 }
 
@@ -159,13 +160,13 @@ bool MainWindow::confirmExportOutsideVault(const QString& vaultPath) {
         frontWindow(this), tr("Exportar arquivo"),
         tr("Exportar %1 criará uma cópia descriptografada fora do cofre. Alterações feitas nessa "
            "cópia não voltam automaticamente para o Tessel.")
-            .arg(vaultPath));
+            .arg(nameInSentence(vaultPath)));
 }
 
 bool MainWindow::confirmReplaceVaultFile(const QString& vaultPath) {
-    return questionYesNo(
-        frontWindow(this), tr("Substituir arquivo"),
-        tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(vaultPath));
+    return questionYesNo(frontWindow(this), tr("Substituir arquivo"),
+                         tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?")
+                             .arg(nameInSentence(vaultPath)));
 }
 
 bool MainWindow::confirmDeleteVaultFile(const QString& vaultPath) {
@@ -173,7 +174,7 @@ bool MainWindow::confirmDeleteVaultFile(const QString& vaultPath) {
         frontWindow(this), tr("Excluir arquivo"),
         tr("Excluir %1 removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
            "liberados do container após executar Compactar cofre.")
-            .arg(vaultPath));
+            .arg(nameInSentence(vaultPath)));
 }
 
 bool MainWindow::confirmCompactVault() {
@@ -285,7 +286,7 @@ void MainWindow::renameSelectedFile() {
         return;
     }
     const QString title = tr("Renomear arquivo");
-    const NameQuestion question = {title, tr("Novo nome:"), badFileName()};
+    const NameQuestion question = {title, tr("Novo nome:"), badFileName(), true};
     const QString target = askFreePath(this, question, m_vault.fileIndex(), parentVaultPath(path),
                                        vaultBaseName(path));
     if (target.isEmpty()) {
@@ -383,7 +384,7 @@ void MainWindow::deleteSelectedDirectory() {
         return;
     }
     const QString title = tr("Excluir pasta");
-    if (!questionYesNo(this, title, tr("Excluir a pasta vazia %1?").arg(path))) {
+    if (!questionYesNo(this, title, tr("Excluir a pasta vazia %1?").arg(nameInSentence(path)))) {
         return;
     }
     if (!m_vault.deleteDirectory(path)) {
@@ -413,7 +414,7 @@ void MainWindow::compactVault() {
                         ? tr("Não foi possível compactar o cofre.")
                         : tr("Não foi possível substituir o container no USB.\n\nUm container "
                              "compactado criptografado foi preservado em:\n%1")
-                              .arg(preservedPath));
+                              .arg(nameInSentence(preservedPath)));
         showResult(tr("Falha ao compactar o cofre."));
     }
     static_cast<void>(keepHold());

@@ -3,6 +3,7 @@
 
 #include "ui/MessageBoxes.h"
 
+#include "ui/LongText.h"
 #include "ui/WindowText.h"
 
 #include <QApplication>
@@ -32,6 +33,7 @@ bool ask(QWidget* parent, const QString& title, const QString& text, const QStri
     QPushButton* reject = box.addButton(rejectText, QMessageBox::RejectRole);
     box.setDefaultButton(reject);
     nameIcon(&box);
+    breakLongWords(&box);
     box.exec();
     return box.clickedButton() == accept;
 }
@@ -40,6 +42,7 @@ void show(QWidget* parent, QMessageBox::Icon icon, const QString& title, const Q
     QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
     box.setTextFormat(Qt::PlainText);
     nameIcon(&box);
+    breakLongWords(&box);
     box.exec();
 }
 

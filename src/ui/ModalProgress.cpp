@@ -3,12 +3,12 @@
 
 #include "ui/ModalProgress.h"
 
+#include "ui/LongText.h"
 #include "ui/WindowText.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QLabel>
 #include <QProgressBar>
 #include <QWindow>
 #include <QtNumeric>
@@ -27,9 +27,7 @@ constexpr int ProgressMaximum = 1000;
 
 ModalProgress::ModalProgress(QWidget* parent, const QString& title, const QString& text)
     : QProgressDialog(parent) {
-    // The text holds names of files: it must never be taken for markup.
-    auto* label = new QLabel(this);
-    label->setTextFormat(Qt::PlainText);
+    auto* label = new WrappedLabel(QString(), widestTextFor(parent), this);
     label->setAlignment(Qt::AlignCenter);
     setLabel(label);
     findChild<QProgressBar*>()->setAccessibleName(title);

@@ -6,17 +6,20 @@
 #include "core/SecretBytes.h"
 #include "core/SecureFileIndex.h"
 #include "core/VaultPath.h"
+#include "ui/DisplayFormats.h"
+#include "ui/LongText.h"
 #include "ui/MessageBoxes.h"
 #include "ui/PasswordField.h"
 #include "ui/ProductInfo.h"
 #include "ui/WindowGeometry.h"
 #include "ui/WindowText.h"
 
+#include <QAbstractItemView>
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QFileInfo>
 #include <QInputDialog>
-#include <QLabel>
 #include <QLineEdit>
 #include <QList>
 #include <QPushButton>
@@ -43,10 +46,18 @@ struct MoveDestination {
 
 /// @return the name without blanks around it; empty when the user gave none.
 QString askName(QWidget* parent, const NameQuestion& question, const QString& proposal) {
-    bool accepted = false;
-    const QString name = QInputDialog::getText(parent, question.title, question.label,
-                                               QLineEdit::Normal, proposal, &accepted);
-    return accepted ? name.trimmed() : QString();
+    QInputDialog dialog(parent);
+    dialog.setWindowTitle(question.title);
+    dialog.setLabelText(question.label);
+    dialog.setTextValue(proposal);
+    auto* field = dialog.findChild<QLineEdit*>();
+    const int stem = static_cast<int>(QFileInfo(proposal).completeBaseName().size());
+    if (question.ofFile && stem > 0) {
+        // Queued, because the dialog selects the whole text when it is shown.
+        QMetaObject::invokeMethod(
+            field, [field, stem] { field->setSelection(0, stem); }, Qt::QueuedConnection);
+    }
+    return dialog.exec() == QDialog::Accepted ? dialog.textValue().trimmed() : QString();
 }
 
 /// The root first, then the folders by path; the file's own folder is left out.
@@ -74,13 +85,17 @@ std::optional<QString> chooseDestination(QWidget* parent, const QString& fileNam
     dialog.setWindowTitle(WindowText::tr("Mover arquivo"));
     dialog.setModal(true);
 
-    auto* label = new QLabel(WindowText::tr("Mover %1 para:").arg(fileName));
-    label->setTextFormat(Qt::PlainText);
+    const int widest = widestTextFor(parent);
+    auto* label =
+        new WrappedLabel(WindowText::tr("Mover %1 para:").arg(nameInSentence(fileName)), widest);
     auto* combo = new QComboBox;
+    combo->setMaximumWidth(widest);
+    combo->view()->setTextElideMode(Qt::ElideMiddle);
     // On X11 Qt names a combo box by its value, whatever accessible name it is given.
     combo->setAccessibleDescription(label->text());
     for (const MoveDestination& destination : destinations) {
         combo->addItem(destination.label, destination.path);
+        combo->setItemData(combo->count() - 1, plainToolTip(destination.label), Qt::ToolTipRole);
     }
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Ok)->setText(WindowText::tr("Mover"));

@@ -31,6 +31,8 @@ struct NameQuestion {
     QString title;
     QString label;
     QString badName;
+    /// A file's suffix is not selected, so that typing keeps it.
+    bool ofFile = false;
 };
 
 /// Asks for the name of an item of the folder @p directory; @p presentName is proposed, empty for

@@ -4,6 +4,7 @@
 #include "ui/StatusLabels.h"
 
 #include "core/ContainerLayout.h"
+#include "ui/DisplayFormats.h"
 #include "ui/ProductInfo.h"
 #include "ui/WindowText.h"
 
@@ -13,7 +14,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QStatusBar>
-#include <QTextDocument>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -48,7 +48,7 @@ QString containerDisplayName(const QString& containerPath) {
     const QString fileName = QFileInfo(containerPath).fileName();
     const bool usual =
         fileName.compare(Core::ContainerLayout::ContainerFileName, Qt::CaseInsensitive) == 0;
-    return usual ? ProductInfo::name() : fileName;
+    return usual ? ProductInfo::name() : nameInSentence(fileName);
 }
 
 } // namespace
@@ -100,8 +100,7 @@ void StatusLabels::showContainer(const QString& containerPath) {
     m_container->setText(m_container->fontMetrics().elidedText(text, Qt::ElideMiddle,
                                                                m_container->width() - Padding));
     m_container->setAccessibleName(text);
-    // The name of a file must not be taken for markup.
-    m_container->setToolTip(Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text);
+    m_container->setToolTip(plainToolTip(text));
 }
 
 void StatusLabels::showVaultState(bool unlocked) {

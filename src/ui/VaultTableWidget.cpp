@@ -11,8 +11,11 @@
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QHeaderView>
+#include <QHelpEvent>
 #include <QMimeData>
 #include <QSignalBlocker>
+#include <QStyle>
+#include <QToolTip>
 #include <QUrl>
 
 #include <algorithm>
@@ -119,6 +122,8 @@ void VaultTableWidget::setUpHeader() {
     QHeaderView* header = horizontalHeader();
     header->setStretchLastSection(false);
     header->setSectionsClickable(true);
+    // A selected row would make every heading bold.
+    header->setHighlightSections(false);
     header->setSortIndicatorShown(true);
     header->setSortIndicator(m_order.column, m_order.order);
 
@@ -348,6 +353,25 @@ void VaultTableWidget::requestMenuAtCurrentRow() {
         position = visualItemRect(item).center();
     }
     Q_EMIT menuRequested(position);
+}
+
+// --- Tool tips -------------------------------------------------------------------------------
+
+bool VaultTableWidget::isCutOff(const QTableWidgetItem* item) const {
+    const int margins = 2 * (style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, this) + 1);
+    return fontMetrics().horizontalAdvance(item->text()) + margins > columnWidth(item->column());
+}
+
+bool VaultTableWidget::viewportEvent(QEvent* event) {
+    if (event->type() == QEvent::ToolTip) {
+        const auto* help = static_cast<QHelpEvent*>(event);
+        const QTableWidgetItem* item = itemAt(help->pos());
+        const bool cut = item != nullptr && isCutOff(item);
+        QToolTip::showText(help->globalPos(), cut ? plainToolTip(item->text()) : QString(),
+                           viewport());
+        return true;
+    }
+    return QTableWidget::viewportEvent(event);
 }
 
 // --- Drops -----------------------------------------------------------------------------------

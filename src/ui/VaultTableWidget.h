@@ -73,6 +73,8 @@ Q_SIGNALS:
     void pathsDropped(const QStringList& paths);
 
 protected:
+    /// Shows the whole text of a cell that is too narrow for it.
+    bool viewportEvent(QEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
@@ -91,6 +93,7 @@ private:
     [[nodiscard]] bool moveByKey(int key);
     void requestMenuAt(const QPoint& position);
     [[nodiscard]] int rowsOfAPage() const;
+    [[nodiscard]] bool isCutOff(const QTableWidgetItem* item) const;
     [[nodiscard]] const QTableWidgetItem* currentNameItem() const;
     /// Answers the drag; the source is told whether it may drop here.
     [[nodiscard]] bool acceptsDrop(QDropEvent* event) const;

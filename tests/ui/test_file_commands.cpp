@@ -24,6 +24,7 @@
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QScreen>
 #include <QSet>
 #include <QStatusBar>
 #include <QTableWidget>
@@ -111,6 +112,11 @@ private Q_SLOTS:
     void deleteRemovesTheFile();
 
     void renameFileTrimsTheName();
+    void renamingSelectsAFileNameWithoutItsSuffix_data();
+    void renamingSelectsAFileNameWithoutItsSuffix();
+    void longNamesDoNotWidenADialog_data();
+    void longNamesDoNotWidenADialog();
+    void directionMarksTurnNoQuestion();
     void renameFolderTrimsTheName();
     void newFolderTrimsTheName();
     void namesAreChecked_data();
@@ -832,6 +838,78 @@ void TestFileCommands::renameFileTrimsTheName() {
     QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_qs);
     QVERIFY(m_driver->rowNamed(u"novo nome.txt"_qs) >= 0);
     QCOMPARE(status(), u"Arquivo renomeado."_qs);
+}
+
+void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix_data() {
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("selected");
+    QTest::newRow("suffix") << u"carta.txt"_qs << u"carta"_qs;
+    QTest::newRow("two suffixes") << u"tudo.tar.gz"_qs << u"tudo.tar"_qs;
+    QTest::newRow("no suffix") << u"LEIAME"_qs << u"LEIAME"_qs;
+    QTest::newRow("hidden file") << u".bashrc"_qs << u".bashrc"_qs;
+    QTest::newRow("folder") << u"versão 1.0"_qs << u"versão 1.0"_qs;
+}
+
+void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix() {
+    QFETCH(const QString, name);
+    QFETCH(const QString, selected);
+    const bool isFolder = name.startsWith(u"versão");
+    CraftedContainer crafted;
+    QVERIFY(open(isFolder ? crafted.addFolder(name) : crafted.addFile(name, "a")));
+    QString found;
+    m_driver->dialogs.handle(isFolder ? u"Renomear pasta"_qs : u"Renomear arquivo"_qs,
+                             [&found](QDialog* dialog) {
+                                 found = dialog->findChild<QLineEdit*>()->selectedText();
+                                 dialog->reject();
+                             });
+    QVERIFY2(run(isFolder ? u"Renomear pasta..."_qs : u"Renomear arquivo..."_qs, name),
+             qPrintable(problems()));
+    QCOMPARE(found, selected);
+}
+
+void TestFileCommands::longNamesDoNotWidenADialog_data() {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("question") << u"Excluir..."_qs << u"Excluir arquivo"_qs;
+    QTest::newRow("choice") << u"Mover para pasta..."_qs << u"Mover arquivo"_qs;
+}
+
+void TestFileCommands::longNamesDoNotWidenADialog() {
+    QFETCH(const QString, command);
+    QFETCH(const QString, title);
+    const QString name = QString(246, u'm') + u".txt"_qs;
+    CraftedContainer crafted;
+    QVERIFY(open(crafted.addFile(name, "a").addFolder(QString(250, u'w'))));
+    int width = 0;
+    int screenWidth = 0;
+    QString text;
+    m_driver->dialogs.handle(title, [&](QDialog* dialog) {
+        width = dialog->width();
+        text = m_driver->dialogs.lastText();
+        screenWidth = dialog->screen()->availableGeometry().width();
+        dialog->reject();
+    });
+    QVERIFY2(run(command, name), qPrintable(problems()));
+    QVERIFY2(width <= m_driver->window.width(), qPrintable(QString::number(width)));
+    // Qt makes a box as wide as the screen before it cuts the text off.
+    QVERIFY2(width < screenWidth, qPrintable(QString::number(width)));
+    // Only the picture is broken, not the text.
+    QVERIFY(text.contains(name));
+}
+
+void TestFileCommands::directionMarksTurnNoQuestion() {
+    // Shown as it is, the first name looks like "fotoexe.jpg".
+    const QString disguised = u"foto\u202Egpj.exe"_qs;
+    const QString hebrew = u"\u05D0\u200F.txt"_qs;
+    CraftedContainer crafted;
+    QVERIFY(open(crafted.addFile(disguised, "a").addFile(hebrew, "b")));
+    for (const QString& name : {disguised, hebrew}) {
+        m_driver->dialogs.reject(u"Excluir arquivo"_qs);
+        QVERIFY2(run(u"Excluir..."_qs, name), qPrintable(problems()));
+    }
+    const QStringList texts = dialogTexts();
+    QVERIFY(texts.at(0).startsWith(u"Excluir \u2068foto\uFFFDgpj.exe\u2069 removerá"_qs));
+    QVERIFY(texts.at(1).startsWith(u"Excluir \u2068"_qs + hebrew + u"\u2069 removerá"_qs));
 }
 
 void TestFileCommands::renameFolderTrimsTheName() {

@@ -70,6 +70,7 @@ private Q_SLOTS:
     void progressMovesInThousandths();
     void backupCountsItsChunks();
     void importNamesEachFileAndCountsItsBytes();
+    void longNamesDoNotWidenTheProgress();
 
 private:
     [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_qs); }
@@ -324,6 +325,23 @@ void TestModalOperations::importNamesEachFileAndCountsItsBytes() {
                   u"0: Importando grande.bin...\n\n"_qs + SpeedNote,
                   u"941: Importando docs/grande.bin...\n16.0 MB de 17.0 MB\n\n"_qs + SpeedNote,
                   u"1000: Importando docs/grande.bin...\n17.0 MB de 17.0 MB\n\n"_qs + SpeedNote}));
+}
+
+void TestModalOperations::longNamesDoNotWidenTheProgress() {
+    QVERIFY(prepare(u"Importar..."_qs));
+    const QString name = QString(250, u'm');
+    QVERIFY(writeFile(m_folder->filePath(name), "n"));
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {m_folder->filePath(name)});
+    int widest = 0;
+    bool named = false;
+    const ProgressProbe probe([&](QProgressDialog* dialog, int) {
+        widest = std::max(widest, dialog->width());
+        named = dialog->labelText().contains(name);
+    });
+    m_driver->action(u"Importar..."_qs)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY2(widest <= m_driver->window.width(), qPrintable(QString::number(widest)));
+    QVERIFY(named);
 }
 
 TESSEL_TEST_MAIN(runTest<QApplication, TestModalOperations>);

@@ -14,6 +14,7 @@
 #include <QFileIconProvider>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QHelpEvent>
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
@@ -24,6 +25,7 @@
 #include <QTest>
 #include <QTimeZone>
 #include <QTimer>
+#include <QToolTip>
 #include <QUrl>
 
 using Tessel::Tests::CraftedContainer;
@@ -129,6 +131,9 @@ private Q_SLOTS:
     void summaryCountsTheWholeVault_data();
     void summaryCountsTheWholeVault();
     void summaryShowsAFolderNameAsItIs();
+    void aDeepPathIsReadInTheToolTipOfTheSummary();
+    void cutCellsAreReadInTheirToolTip();
+    void headingsStayTheSameWithASelection();
 
     void contextMenuHoldsCommandsInOrder_data();
     void contextMenuHoldsCommandsInOrder();
@@ -163,10 +168,24 @@ private:
     [[nodiscard]] Qt::Alignment alignment(int row, int column) const {
         return Qt::Alignment(item(row, column)->data(Qt::TextAlignmentRole).value<Qt::Alignment>());
     }
+    /// What appears when the mouse rests in the middle of the place.
+    [[nodiscard]] static QString toolTipAt(QWidget* widget, const QRect& place);
     [[nodiscard]] QString summary() const {
         return m_driver->label(u"protectedFilesLabel"_qs)->text();
     }
 };
+
+QString TestVaultBrowser::toolTipAt(QWidget* widget, const QRect& place) {
+    QToolTip::hideText();
+    // One that is shown goes away with a delay.
+    const bool hidden = QTest::qWaitFor([] { return !QToolTip::isVisible(); });
+    if (!hidden) {
+        return u"still shown"_qs;
+    }
+    QHelpEvent rests(QEvent::ToolTip, place.center(), widget->mapToGlobal(place.center()));
+    QApplication::sendEvent(widget, &rests);
+    return QToolTip::text();
+}
 
 bool TestVaultBrowser::open(const CraftedContainer& crafted) {
     return crafted.writeTo(containerPath()) && m_driver->openVault(containerPath(), Password);
@@ -795,6 +814,44 @@ TestVaultBrowser::ShownMenu TestVaultBrowser::openContextMenu(const QPoint& posi
     });
     Q_EMIT m_driver->table()->customContextMenuRequested(position);
     return shown;
+}
+
+void TestVaultBrowser::aDeepPathIsReadInTheToolTipOfTheSummary() {
+    const QString deep = QString(120, u'm') + u"/"_qs + QString(120, u'w');
+    CraftedContainer crafted;
+    QVERIFY(open(crafted.addFolder(deep.section(u'/', 0, 0)).addFolder(deep)));
+    QLabel* label = m_driver->label(u"protectedFilesLabel"_qs);
+    QCOMPARE(toolTipAt(label, label->rect()), QString());
+    QVERIFY(m_driver->activateRow(deep.section(u'/', 0, 0)));
+    QVERIFY(m_driver->activateRow(deep.section(u'/', 1)));
+    QVERIFY(summary().contains(deep));
+    QCOMPARE(toolTipAt(label, label->rect()), summary());
+}
+
+void TestVaultBrowser::cutCellsAreReadInTheirToolTip() {
+    const QString longName = u"<b>"_qs + QString(240, u'm');
+    CraftedContainer crafted;
+    QVERIFY(open(crafted.addFile(longName, "a").addFile(u"curto"_qs, "b")));
+    QTableWidget* table = m_driver->table();
+    const auto toolTipOf = [&](const QString& name, int column) {
+        const QTableWidgetItem* cell = table->item(m_driver->rowNamed(name), column);
+        return toolTipAt(table->viewport(), table->visualItemRect(cell));
+    };
+    // The name's marks are shown, not obeyed.
+    QVERIFY(toolTipOf(longName, NameColumn).contains(u"&lt;b&gt;mmm"));
+    QCOMPARE(toolTipOf(u"curto"_qs, NameColumn), QString());
+    QFont large = table->font();
+    large.setPointSize(40);
+    table->setFont(large);
+    QCOMPARE(toolTipOf(u"curto"_qs, DateColumn), text(m_driver->rowNamed(u"curto"_qs), DateColumn));
+}
+
+void TestVaultBrowser::headingsStayTheSameWithASelection() {
+    QVERIFY(openSample());
+    QHeaderView* header = m_driver->table()->horizontalHeader();
+    const QImage before = header->grab().toImage();
+    QVERIFY(m_driver->selectRow(u"zeta"_qs));
+    QVERIFY(header->grab().toImage() == before);
 }
 
 void TestVaultBrowser::contextMenuHoldsCommandsInOrder_data() {
