@@ -38,6 +38,7 @@
 #include <QVBoxLayout>
 
 #include <map>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -46,6 +47,17 @@ namespace Tessel::UI {
 namespace {
 
 constexpr int ResultTimeoutMs = 5000;
+
+/// What a key does to the chosen row beside the shortcuts of the menus.
+std::optional<Command> commandOfKey(int key, bool folderIsChosen) {
+    if (key == Qt::Key_F2) {
+        return folderIsChosen ? Command::RenameDirectory : Command::RenameFile;
+    }
+    if (key == Qt::Key_Delete && folderIsChosen) {
+        return Command::DeleteDirectory;
+    }
+    return std::nullopt;
+}
 
 QSize centralSize() {
     const QScreen* screen = QApplication::primaryScreen();
@@ -387,7 +399,12 @@ bool MainWindow::handleKey(const QKeyEvent& event) {
         return false;
     }
     if (vaultIsUnlocked()) {
-        return m_vaultTable->handleKey(event.key());
+        const std::optional<Command> command = commandOfKey(event.key(), selectedItemIsDirectory());
+        if (!command) {
+            return m_vaultTable->handleKey(event.key());
+        }
+        action(*command)->trigger();
+        return true;
     }
     const bool isEnter = event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
     return isEnter && m_deviceList->activateCurrent();

@@ -20,6 +20,7 @@
 #include <QToolButton>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -50,6 +51,9 @@ private Q_SLOTS:
     void resultIsNotTakenForLetters();
     void deletionKeepsThePlaceForTheKeys_data();
     void deletionKeepsThePlaceForTheKeys();
+    void f2RenamesWhatIsSelected_data();
+    void f2RenamesWhatIsSelected();
+    void deleteOnAFolderAsksAsItsCommandDoes();
     void menuKeyShowsTheRowsMenu_data();
     void menuKeyShowsTheRowsMenu();
     void menuKeyWithoutARowChoosesNone();
@@ -369,6 +373,37 @@ void TestKeyboard::deletionKeepsThePlaceForTheKeys() {
     QCOMPARE(m_driver->table()->currentRow(), -1);
     press(static_cast<Qt::Key>(key));
     QCOMPARE(currentName(), name);
+}
+
+void TestKeyboard::f2RenamesWhatIsSelected_data() {
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("file") << u"alfa.txt"_s << u"Renomear arquivo"_s;
+    QTest::newRow("folder") << u"Beta"_s << u"Renomear pasta"_s;
+    QTest::newRow("nothing") << QString() << QString();
+}
+
+void TestKeyboard::f2RenamesWhatIsSelected() {
+    QFETCH(const QString, row);
+    QFETCH(const QString, title);
+    QVERIFY(openNames() && (row.isEmpty() || m_driver->selectRow(row)));
+    if (!title.isEmpty()) {
+        m_driver->dialogs.answerText(title, u"novo"_s);
+    }
+    press(Qt::Key_F2);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->rowNamed(u"novo"_s) >= 0, !row.isEmpty());
+    QCOMPARE(m_driver->rowNamed(row), -1);
+}
+
+void TestKeyboard::deleteOnAFolderAsksAsItsCommandDoes() {
+    QVERIFY(openNames() && m_driver->selectRow(u"Beta"_s));
+    m_driver->dialogs.press(u"Excluir pasta"_s, u"Sim"_s);
+    press(Qt::Key_Delete);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Excluir a pasta vazia Beta?"_s);
+    QCOMPARE(m_driver->rowNamed(u"Beta"_s), -1);
+    QCOMPARE(m_driver->statusMessage(), u"Pasta excluída."_s);
 }
 
 void TestKeyboard::menuKeyShowsTheRowsMenu_data() {
