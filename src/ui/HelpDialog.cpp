@@ -3,6 +3,7 @@
 
 #include "ui/HelpDialog.h"
 
+#include <QColor>
 #include <QDialogButtonBox>
 #include <QFile>
 #include <QImage>
@@ -32,6 +33,15 @@ QString helpFolder() {
 QByteArray readHelpPage() {
     QFile page(helpFolder() + u"/index.html"_s);
     return page.open(QIODevice::ReadOnly | QIODevice::Text) ? page.readAll() : QByteArray();
+}
+
+/// The page with headings and links that can be read on this ground.
+QString readableOn(const QColor& ground, QString page) {
+    constexpr float Middle = 0.5F;
+    if (ground.lightnessF() < Middle) {
+        page.replace(u"#1f6fb5"_s, u"#6db3f2"_s);
+    }
+    return page;
 }
 
 /// The format of every picture in the document, with its name and width.
@@ -82,7 +92,7 @@ void HelpDialog::loadHelpContent() {
                              "<p>Não foi possível carregar o arquivo de ajuda do Tessel.</p>"));
         return;
     }
-    m_viewer->setHtml(QString::fromUtf8(page));
+    m_viewer->setHtml(readableOn(palette().color(QPalette::Base), QString::fromUtf8(page)));
     smoothPictures();
 }
 

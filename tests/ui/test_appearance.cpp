@@ -17,7 +17,10 @@
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextBlock>
+#include <QTextDocument>
 #include <QTextEdit>
+#include <QTextTable>
 
 #include <algorithm>
 #include <cmath>
@@ -102,7 +105,7 @@ QString nameOf(const QWidget* widget) {
 /// Labels and buttons that are smaller than their text, and texts that cannot be told from the
 /// ground.
 QStringList flawsOf(QWidget* window) {
-    constexpr double Readable = 3.0;
+    constexpr double Readable = 4.5;
     QStringList flaws;
     const QImage picture = window->grab().toImage().convertToFormat(QImage::Format_RGB32);
     const QList<QWidget*> widgets = window->findChildren<QWidget*>();
@@ -137,6 +140,8 @@ private Q_SLOTS:
     void flawsAreFound();
     void nothingIsCutOffOrUnreadable_data();
     void nothingIsCutOffOrUnreadable();
+    void theGuidesHeadingsAndLinksAreReadable_data();
+    void theGuidesHeadingsAndLinksAreReadable();
 
 private:
     [[nodiscard]] bool openSample();
@@ -240,6 +245,36 @@ void TestAppearance::nothingIsCutOffOrUnreadable() {
     }
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY2(m_flaws.isEmpty(), qPrintable(m_flaws.join(u'\n')));
+}
+
+void TestAppearance::theGuidesHeadingsAndLinksAreReadable_data() {
+    nothingIsCutOffOrUnreadable_data();
+}
+
+void TestAppearance::theGuidesHeadingsAndLinksAreReadable() {
+    QFETCH(const bool, dark);
+    QApplication::setPalette(dark ? darkPalette() : m_light);
+    m_driver = std::make_unique<WindowDriver>();
+    QStringList faint;
+    m_driver->dialogs.handle(u"Ajuda do Tessel"_qs, [&faint](QDialog* dialog) {
+        const auto* viewer = dialog->findChild<QTextEdit*>();
+        const QColor ground = viewer->palette().color(QPalette::Base);
+        for (QTextBlock block = viewer->document()->begin(); block.isValid();
+             block = block.next()) {
+            for (auto piece = block.begin(); !piece.atEnd(); ++piece) {
+                const QTextCharFormat format = piece.fragment().charFormat();
+                const bool coloured = format.hasProperty(QTextFormat::ForegroundBrush);
+                // Table headings have a ground of their own.
+                const bool inTable = QTextCursor(block).currentTable() != nullptr;
+                if (coloured && !inTable && contrast(format.foreground().color(), ground) < 4.5) {
+                    faint.append(piece.fragment().text());
+                }
+            }
+        }
+        dialog->reject();
+    });
+    m_driver->action(u"Ajuda"_qs)->trigger();
+    QVERIFY2(faint.isEmpty(), qPrintable(faint.join(u'\n')));
 }
 
 TESSEL_TEST_MAIN(runTest<QApplication, TestAppearance>);
