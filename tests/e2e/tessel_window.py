@@ -84,7 +84,8 @@ class TesselWindow:
         press_keys("Return")
 
     def answer_password(self, title, password):
-        self.answer(title, "Senha:", password, pyatspi.ROLE_PASSWORD_TEXT)
+        # The field has the dialog's title as its name.
+        self.answer(title, title, password, pyatspi.ROLE_PASSWORD_TEXT)
 
     def answer_file(self, title, *names):
         """Types the names of files. In quotation marks, as the dialog takes several: under an

@@ -15,10 +15,11 @@
 #include <QTest>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Vault = QStringLiteral("application/x-tessel-vault");
+const QString Vault = u"application/x-tessel-vault"_s;
 
 } // namespace
 
