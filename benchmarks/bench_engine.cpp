@@ -11,6 +11,7 @@
 
 using namespace Tessel;
 using namespace Tessel::Bench;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -81,13 +82,13 @@ void digestChunk(benchmark::State& state) {
 template <typename Digest>
 void importLoop(benchmark::State& state) {
     const QTemporaryDir folder(benchFolderTemplate());
-    const QString source = folder.filePath(QStringLiteral("source"));
+    const QString source = folder.filePath(u"source"_s);
     writeNoise(source, LargeFile);
     const Core::CryptoManager crypto;
     const QByteArray key = crypto.generateSalt(Core::CryptoManager::KeyBytes);
     for (auto _ : state) {
         QFile in(source);
-        QFile out(folder.filePath(QStringLiteral("out")));
+        QFile out(folder.filePath(u"out"_s));
         require(in.open(QIODevice::ReadOnly | QIODevice::Unbuffered) &&
                     out.open(QIODevice::WriteOnly | QIODevice::Unbuffered),
                 "opening the files of a loop");
@@ -106,13 +107,12 @@ void importLoop(benchmark::State& state) {
 
 void importLargeFile(benchmark::State& state) {
     BenchVault bench;
-    const QString source = bench.path(QStringLiteral("source"));
+    const QString source = bench.path(u"source"_s);
     writeNoise(source, LargeFile);
     for (auto _ : state) {
-        require(bench.vault().importFile(source, QStringLiteral("f")), "an import");
+        require(bench.vault().importFile(source, u"f"_s), "an import");
         state.PauseTiming();
-        require(bench.vault().deleteFile(QStringLiteral("f")) &&
-                    bench.vault().compactVault({}, nullptr),
+        require(bench.vault().deleteFile(u"f"_s) && bench.vault().compactVault({}, nullptr),
                 "making room again");
         state.ResumeTiming();
     }
@@ -121,11 +121,11 @@ void importLargeFile(benchmark::State& state) {
 
 void exportLargeFile(benchmark::State& state) {
     BenchVault bench;
-    const QString source = bench.path(QStringLiteral("source"));
+    const QString source = bench.path(u"source"_s);
     writeNoise(source, LargeFile);
-    require(bench.vault().importFile(source, QStringLiteral("f")), "an import");
+    require(bench.vault().importFile(source, u"f"_s), "an import");
     for (auto _ : state) {
-        require(bench.vault().exportFile(QStringLiteral("f"), source), "an export");
+        require(bench.vault().exportFile(u"f"_s, source), "an export");
     }
     countBytes(state, LargeFile);
 }
@@ -147,12 +147,11 @@ void indexFromJson(benchmark::State& state) {
 void importSmallFileInto(benchmark::State& state) {
     BenchVault bench;
     bench.fill(state.range(0));
-    const QString source = bench.path(QStringLiteral("source"));
+    const QString source = bench.path(u"source"_s);
     writeNoise(source, 4096);
     int number = 0;
     for (auto _ : state) {
-        require(bench.vault().importFile(source, QStringLiteral("novo %1").arg(++number % 8)),
-                "a small import");
+        require(bench.vault().importFile(source, u"novo %1"_s.arg(++number % 8)), "a small import");
     }
 }
 
@@ -160,9 +159,9 @@ void createDirectoryIn(benchmark::State& state) {
     BenchVault bench;
     bench.fill(state.range(0));
     for (auto _ : state) {
-        require(bench.vault().createDirectory(QStringLiteral("nova")), "a new folder");
+        require(bench.vault().createDirectory(u"nova"_s), "a new folder");
         state.PauseTiming();
-        require(bench.vault().deleteDirectory(QStringLiteral("nova")), "deleting the folder");
+        require(bench.vault().deleteDirectory(u"nova"_s), "deleting the folder");
         state.ResumeTiming();
     }
 }
@@ -170,7 +169,7 @@ void createDirectoryIn(benchmark::State& state) {
 void renameFileIn(benchmark::State& state) {
     BenchVault bench;
     bench.fill(state.range(0));
-    const QString names[] = {QStringLiteral("pasta 0/documento 0.pdf"), QStringLiteral("b")};
+    const QString names[] = {u"pasta 0/documento 0.pdf"_s, u"b"_s};
     int at = 0;
     for (auto _ : state) {
         require(bench.vault().renameFile(names[at], names[1 - at]), "a rename");
@@ -185,7 +184,7 @@ void deleteFileIn(benchmark::State& state) {
         state.PauseTiming();
         require(bench.vault().saveIndex(index), "putting the index back");
         state.ResumeTiming();
-        require(bench.vault().deleteFile(QStringLiteral("pasta 0/documento 0.pdf")), "a delete");
+        require(bench.vault().deleteFile(u"pasta 0/documento 0.pdf"_s), "a delete");
     }
 }
 
@@ -203,8 +202,7 @@ void unlockWith(benchmark::State& state) {
 
 void passwordKey(benchmark::State& state) {
     const Core::CryptoManager crypto;
-    const Core::KeyDerivationParams params{QStringLiteral("Argon2id"), crypto.generateSalt(16), 0,
-                                           64};
+    const Core::KeyDerivationParams params{u"Argon2id"_s, crypto.generateSalt(16), 0, 64};
     for (auto _ : state) {
         benchmark::DoNotOptimize(crypto.deriveKey(BenchVault::Password, params));
     }

@@ -14,6 +14,7 @@
 
 using namespace Tessel;
 using namespace Tessel::Bench;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -80,7 +81,7 @@ void limits(const QStringList& arguments) {
 
 // --- One large file -------------------------------------------------------------------------
 
-const QString StoredName = QStringLiteral("f");
+const QString StoredName = u"f"_s;
 
 void importLarge(const QStringList& arguments) {
     BenchVault bench;
@@ -153,7 +154,7 @@ void printCapacity(const QStringList&) {
 // COUNT: the container's key costs nothing to derive, so that the time is that of everything else.
 void unlock(const QStringList& arguments) {
     const QTemporaryDir folder(benchFolderTemplate());
-    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    const QString path = folder.filePath(u"tessel.tvlt"_s);
     Tests::CraftedContainer crafted;
     crafted.setIndexJson(BenchVault::indexOf(arguments.at(0).toLongLong()).toJson());
     require(crafted.writeTo(path), "crafting a container");
@@ -164,8 +165,7 @@ void unlock(const QStringList& arguments) {
 
 void passwordKey(const QStringList&) {
     const Core::CryptoManager crypto;
-    const Core::KeyDerivationParams params{QStringLiteral("Argon2id"), crypto.generateSalt(16), 0,
-                                           64};
+    const Core::KeyDerivationParams params{u"Argon2id"_s, crypto.generateSalt(16), 0, 64};
     measure("argon2id", [&] { return !crypto.deriveKey(BenchVault::Password, params).isEmpty(); });
 }
 
@@ -174,12 +174,12 @@ void smallOperations(const QStringList& arguments) {
     BenchVault bench;
     bench.fill(arguments.at(0).toLongLong());
     auto& vault = bench.vault();
-    const QString source = bench.path(QStringLiteral("source"));
+    const QString source = bench.path(u"source"_s);
     writeNoise(source, SmallFileBytes);
-    const QString folder = QStringLiteral("nova");
-    const QString otherFolder = QStringLiteral("outra");
-    const QString file = QStringLiteral("um documento.pdf");
-    const QString otherFile = QStringLiteral("outro documento.pdf");
+    const QString folder = u"nova"_s;
+    const QString otherFolder = u"outra"_s;
+    const QString file = u"um documento.pdf"_s;
+    const QString otherFile = u"outro documento.pdf"_s;
     for (int i = 0; i < Repetitions; ++i) {
         measure("new folder", [&] { return vault.createDirectory(folder); });
         measure("import 4 KiB", [&] { return vault.importFile(source, file); });

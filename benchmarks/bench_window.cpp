@@ -22,10 +22,11 @@
 
 using namespace Tessel;
 using namespace Tessel::Bench;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Folder = QStringLiteral("documentos");
+const QString Folder = u"documentos"_s;
 
 /// Sees the window's first paint event.
 class FirstPaint : public QObject {
@@ -59,8 +60,7 @@ void measureFirstPaint(qint64 startNanoseconds) {
 
 /// Files of one folder in no order, with sizes, kinds and dates that differ, and some that do not.
 Core::SecureFileIndex mixedIndex(int rows) {
-    const QStringList suffixes{QStringLiteral("pdf"), QStringLiteral("jpg"), QStringLiteral("txt"),
-                               QStringLiteral("odt"), QStringLiteral("key"), QStringLiteral("xyz")};
+    const QStringList suffixes{u"pdf"_s, u"jpg"_s, u"txt"_s, u"odt"_s, u"key"_s, u"xyz"_s};
     const QDateTime newest = QDateTime::currentDateTimeUtc();
     Core::SecureFileIndex index;
     require(index.addDirectory({Folder, newest, newest}), "adding a folder");
@@ -69,10 +69,8 @@ Core::SecureFileIndex mixedIndex(int rows) {
         // A prime step visits every number once and in no order.
         const int number = static_cast<int>(qint64(i) * 7919 % entries.size());
         Core::VaultFileEntry entry = entries.at(i);
-        entry.vaultPath = QStringLiteral("%1/documento %2.%3")
-                              .arg(Folder)
-                              .arg(number)
-                              .arg(suffixes.at(i % suffixes.size()));
+        entry.vaultPath =
+            u"%1/documento %2.%3"_s.arg(Folder).arg(number).arg(suffixes.at(i % suffixes.size()));
         entry.sizeBytes = number % 5000 * qint64(977);
         entry.lastModifiedUtc = newest.addSecs(-60 * (number % 7000));
         require(index.addOrReplace(entry), "adding a file");
@@ -90,7 +88,7 @@ void clickHeader(const QTableWidget* table, int column) {
 
 void measureTable(int rows) {
     const QTemporaryDir folder(benchFolderTemplate());
-    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    const QString path = folder.filePath(u"tessel.tvlt"_s);
     Tests::CraftedContainer crafted;
     crafted.setIndexJson(mixedIndex(rows).toJson());
     require(crafted.writeTo(path), "crafting a container");
@@ -118,7 +116,7 @@ void measureTable(int rows) {
             return driver.table()->item(1, UI::VaultColumn::Name)->text() != before;
         });
     }
-    driver.action(QStringLiteral("Bloquear"))->trigger();
+    driver.action(u"Bloquear"_s)->trigger();
 }
 
 } // namespace
@@ -127,11 +125,11 @@ int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     const QStringList arguments = QApplication::arguments();
     const bool isComplete = arguments.size() == 3;
-    if (isComplete && arguments.at(1) == QLatin1String("paint")) {
+    if (isComplete && arguments.at(1) == "paint"_L1) {
         measureFirstPaint(arguments.at(2).toLongLong());
         return 0;
     }
-    if (isComplete && arguments.at(1) == QLatin1String("table")) {
+    if (isComplete && arguments.at(1) == "table"_L1) {
         measureTable(arguments.at(2).toInt());
         return 0;
     }

@@ -9,6 +9,8 @@
 #include <QProcessEnvironment>
 #include <QTemporaryFile>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Tests {
 
 namespace {
@@ -17,15 +19,14 @@ constexpr int PatienceMs = 60000;
 
 // -f because some of strace's injections are lost without it; -o because it would otherwise mix
 // its report with what the driver says.
-const QStringList StraceOptions{QStringLiteral("-f"), QStringLiteral("-qq"), QStringLiteral("-o"),
-                                QStringLiteral("/dev/null")};
+const QStringList StraceOptions{u"-f"_s, u"-qq"_s, u"-o"_s, u"/dev/null"_s};
 
 int run(QProcess& process, const QStringList& arguments) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     // The leak check traces the process itself and cannot while strace does.
-    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
+    environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0"_s);
     process.setProcessEnvironment(environment);
-    process.start(QStringLiteral("strace"), arguments);
+    process.start(u"strace"_s, arguments);
     const bool ended = process.waitForFinished(PatienceMs);
     return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
@@ -34,17 +35,17 @@ int run(QProcess& process, const QStringList& arguments) {
 
 bool canInjectFaults() {
     QProcess process;
-    return run(process, StraceOptions + QStringList(QStringLiteral("true"))) == 0;
+    return run(process, StraceOptions + QStringList(u"true"_s)) == 0;
 }
 
 DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
                     const QStringList& injections) {
     QStringList options = StraceOptions;
     if (!watchedPath.isEmpty()) {
-        options << QStringLiteral("-P") << watchedPath;
+        options << u"-P"_s << watchedPath;
     }
     for (const QString& injection : injections) {
-        options << QStringLiteral("-e") << QStringLiteral("inject=") + injection;
+        options << u"-e"_s << u"inject="_s + injection;
     }
     options << QStringLiteral(TESSEL_FAULT_DRIVER);
 
@@ -66,13 +67,13 @@ QStringList callsOfDriver(const QStringList& arguments, const QString& names) {
         return {};
     }
     QProcess process;
-    const QStringList options{QStringLiteral("-f"),
-                              QStringLiteral("-qq"),
-                              QStringLiteral("-y"),
-                              QStringLiteral("-o"),
+    const QStringList options{u"-f"_s,
+                              u"-qq"_s,
+                              u"-y"_s,
+                              u"-o"_s,
                               trace.fileName(),
-                              QStringLiteral("-e"),
-                              QStringLiteral("trace=") + names,
+                              u"-e"_s,
+                              u"trace="_s + names,
                               QStringLiteral(TESSEL_FAULT_DRIVER)};
     if (run(process, options + arguments) != 0) {
         return {};

@@ -14,17 +14,17 @@
 #include <algorithm>
 
 using namespace Tessel::Core;
+using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::Tests {
 
 VaultFixture::Folders::Folders() : tmpdirBefore(qgetenv("TMPDIR")) {
-    for (const QString& name :
-         {QStringLiteral("drive"), QStringLiteral("files"), QStringLiteral("tmp")}) {
+    for (const QString& name : {u"drive"_s, u"files"_s, u"tmp"_s}) {
         if (!QDir(root.path()).mkdir(name)) {
             qFatal("cannot make a folder for the test");
         }
     }
-    qputenv("TMPDIR", QFile::encodeName(root.filePath(QStringLiteral("tmp"))));
+    qputenv("TMPDIR", QFile::encodeName(root.filePath(u"tmp"_s)));
 }
 
 VaultFixture::Folders::~Folders() {
@@ -36,14 +36,14 @@ VaultFixture::Folders::~Folders() {
 }
 
 VaultFixture::VaultFixture(const CraftedContainer& crafted)
-    : m_container(driveFolder() + QStringLiteral("/tessel.tvlt")) {
+    : m_container(driveFolder() + u"/tessel.tvlt"_s) {
     if (!crafted.writeTo(m_container)) {
         qFatal("cannot write the container for the test");
     }
 }
 
 QString VaultFixture::driveFolder() const {
-    return m_folders.root.filePath(QStringLiteral("drive"));
+    return m_folders.root.filePath(u"drive"_s);
 }
 
 bool VaultFixture::moveContainerTo(const QString& path) {
@@ -53,11 +53,11 @@ bool VaultFixture::moveContainerTo(const QString& path) {
 }
 
 QString VaultFixture::file(const QString& name) const {
-    return m_folders.root.filePath(QStringLiteral("files/") + name);
+    return m_folders.root.filePath(u"files/"_s + name);
 }
 
 QString VaultFixture::temporaryFolder() const {
-    return m_folders.root.filePath(QStringLiteral("tmp"));
+    return m_folders.root.filePath(u"tmp"_s);
 }
 
 QStringList VaultFixture::temporaryNames() const {
@@ -77,7 +77,7 @@ QString VaultFixture::write(const QString& name, const QByteArray& bytes) const 
 }
 
 bool VaultFixture::store(const QString& vaultPath, const QByteArray& bytes) {
-    return vault.importFile(write(QStringLiteral("stored"), bytes), vaultPath);
+    return vault.importFile(write(u"stored"_s, bytes), vaultPath);
 }
 
 QString VaultFixture::openAndEdit(const QString& vaultPath, const QByteArray& bytes) {
@@ -97,7 +97,7 @@ QByteArray VaultFixture::stored(const QString& vaultPath) const {
     QBuffer buffer;
     const bool given =
         buffer.open(QIODevice::WriteOnly) && vault.writeVaultFileToDevice(vaultPath, &buffer);
-    return given ? buffer.data() : QByteArrayLiteral("(refused)");
+    return given ? buffer.data() : "(refused)"_ba;
 }
 
 QStringList VaultFixture::filePaths() const {
@@ -148,27 +148,26 @@ VaultPicture::VaultPicture(const VaultFixture& fixture, const QByteArray& passwo
 QString VaultPicture::changes() const {
     const QByteArray container = readFile(m_fixture.container());
     if (container.size() != m_container.size()) {
-        return QStringLiteral("the container had %1 bytes and has %2")
-            .arg(m_container.size())
+        return u"the container had %1 bytes and has %2"_s.arg(m_container.size())
             .arg(container.size());
     }
     if (container != m_container) {
         const auto at =
             std::mismatch(container.cbegin(), container.cend(), m_container.cbegin()).first;
-        return QStringLiteral("the container differs from byte %1 on").arg(at - container.cbegin());
+        return u"the container differs from byte %1 on"_s.arg(at - container.cbegin());
     }
     if (m_fixture.vault.state() != m_state) {
-        return QStringLiteral("the state changed");
+        return u"the state changed"_s;
     }
     if (m_fixture.vault.fileIndex().toJson() != m_index) {
-        return QStringLiteral("the index in memory changed");
+        return u"the index in memory changed"_s;
     }
     const QByteArray opened = indexAsOpenedAnew(m_fixture.container(), m_password);
     if (opened.isEmpty()) {
-        return QStringLiteral("another session cannot open the container");
+        return u"another session cannot open the container"_s;
     }
     if (m_state == VaultState::Unlocked && opened != m_index) {
-        return QStringLiteral("another session finds another index");
+        return u"another session finds another index"_s;
     }
     return {};
 }

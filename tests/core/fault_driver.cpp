@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 using namespace Tessel::Core;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -46,57 +47,57 @@ using Operation = std::function<bool(Session&)>;
 
 const QMap<QString, Operation>& operations() {
     static const QMap<QString, Operation> table{
-        {QStringLiteral("unlock"),
+        {u"unlock"_s,
          [](Session&) {
              return true;
          }},
-        {QStringLiteral("lock"),
+        {u"lock"_s,
          [](Session& s) {
              return s.vault.lockVault();
          }},
-        {QStringLiteral("save"),
+        {u"save"_s,
          [](Session& s) {
              return s.vault.saveIndex(s.vault.fileIndex());
          }},
-        {QStringLiteral("import"),
+        {u"import"_s,
          [](Session& s) {
              return s.vault.importFile(s.argument(0), s.argument(1));
          }},
-        {QStringLiteral("export"),
+        {u"export"_s,
          [](Session& s) {
              return s.vault.exportFile(s.argument(0), s.argument(1));
          }},
-        {QStringLiteral("delete"),
+        {u"delete"_s,
          [](Session& s) {
              return s.vault.deleteFile(s.argument(0));
          }},
-        {QStringLiteral("rename"),
+        {u"rename"_s,
          [](Session& s) {
              return s.vault.renameFile(s.argument(0), s.argument(1));
          }},
-        {QStringLiteral("move"),
+        {u"move"_s,
          [](Session& s) {
              return s.vault.moveFile(s.argument(0), s.argument(1));
          }},
-        {QStringLiteral("rename-folder"),
+        {u"rename-folder"_s,
          [](Session& s) {
              return s.vault.renameDirectory(s.argument(0), s.argument(1));
          }},
-        {QStringLiteral("delete-folder"),
+        {u"delete-folder"_s,
          [](Session& s) {
              return s.vault.deleteDirectory(s.argument(0));
          }},
-        {QStringLiteral("mkdir"),
+        {u"mkdir"_s,
          [](Session& s) {
              return s.vault.createDirectory(s.argument(0));
          }},
-        {QStringLiteral("compact"),
+        {u"compact"_s,
          [](Session& s) {
              return s.vault.compactVault({}, &s.error);
          }},
-        {QStringLiteral("open"),
+        {u"open"_s,
          [](Session& s) {
-             QString copy = QStringLiteral("untouched");
+             QString copy = u"untouched"_s;
              const bool opened = s.vault.prepareFileForEditing(s.argument(0), &copy);
              s.error = copy;
              return opened;
@@ -124,18 +125,18 @@ bool editCopy(Session& session) {
 }
 
 bool runUnlocked(Session& session, const QString& operation) {
-    if (operation == QLatin1String("unlock")) {
+    if (operation == "unlock"_L1) {
         return true;
     }
     if (session.isLater && !session.vault.saveIndex(session.vault.fileIndex())) {
         return false;
     }
-    if (operation == QLatin1String("lock-edited") && !editCopy(session)) {
+    if (operation == "lock-edited"_L1 && !editCopy(session)) {
         return false;
     }
     mark("/tessel-begin");
-    return operation == QLatin1String("lock-edited") ? session.vault.lockVault()
-                                                     : operations().value(operation)(session);
+    return operation == "lock-edited"_L1 ? session.vault.lockVault()
+                                         : operations().value(operation)(session);
 }
 
 bool limitFileSize() {
@@ -149,11 +150,11 @@ bool limitFileSize() {
 
 /// These two work on a locked vault.
 bool runLocked(Session& session, const QString& operation, bool* result) {
-    if (operation == QLatin1String("create")) {
+    if (operation == "create"_L1) {
         *result = session.vault.createVault(session.container, session.password);
         return true;
     }
-    if (operation == QLatin1String("password")) {
+    if (operation == "password"_L1) {
         *result = session.vault.changePassword(session.container, session.password,
                                                session.argument(0).toUtf8());
         return true;
@@ -181,19 +182,17 @@ int main(int argc, char** argv) {
     session.container = arguments.takeFirst();
     session.password = arguments.takeFirst().toUtf8();
     QString operation = arguments.takeFirst();
-    const QString later = QStringLiteral("later-");
+    const QString later = u"later-"_s;
     session.isLater = operation.startsWith(later);
     operation.remove(0, session.isLater ? later.size() : 0);
     session.arguments = arguments;
 
     bool result = false;
-    if (operation == QLatin1String("unlock") || operation == QLatin1String("create") ||
-        operation == QLatin1String("password")) {
+    if (operation == "unlock"_L1 || operation == "create"_L1 || operation == "password"_L1) {
         mark("/tessel-begin");
     }
     if (!runLocked(session, operation, &result)) {
-        const bool known =
-            operations().contains(operation) || operation == QLatin1String("lock-edited");
+        const bool known = operations().contains(operation) || operation == "lock-edited"_L1;
         if (!known || !session.vault.unlockVault(session.container, session.password)) {
             mark("/tessel-end");
             out << "unlocked=no\n";
@@ -210,7 +209,7 @@ int main(int argc, char** argv) {
     out << "text=" << session.error << '\n';
     if (!result && qEnvironmentVariableIsSet("TESSEL_TRY_AGAIN") &&
         session.vault.state() == VaultState::Unlocked) {
-        const bool again = session.vault.createDirectory(QStringLiteral("depois"));
+        const bool again = session.vault.createDirectory(u"depois"_s);
         out << "again=" << (again ? "true" : "false") << '\n';
     }
     return say() ? 0 : 4;

@@ -18,6 +18,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -29,8 +30,7 @@ using Calls = QList<QPair<qint64, qint64>>;
 /// A file to copy and the file that it is copied to, in a folder of their own.
 struct Copy {
     explicit Copy(const QByteArray& bytes)
-        : source(folder.filePath(QStringLiteral("source"))),
-          target(folder.filePath(QStringLiteral("target"))) {
+        : source(folder.filePath(u"source"_s)), target(folder.filePath(u"target"_s)) {
         if (!writeFile(source.fileName(), bytes) || !source.open(QIODevice::ReadOnly) ||
             !target.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
             qFatal("cannot set up the files");
@@ -45,7 +45,7 @@ struct Copy {
 
 QByteArray someContainer() {
     CraftedContainer crafted;
-    return crafted.addFile(QStringLiteral("a"), noise(1000)).bytes();
+    return crafted.addFile(u"a"_s, noise(1000)).bytes();
 }
 
 } // namespace
@@ -123,7 +123,7 @@ private Q_SLOTS:
 
     void aBackupTakesItsNameWhenItIsWhole() {
         Copy copy(someContainer());
-        const QString destination = copy.folder.filePath(QStringLiteral("backup"));
+        const QString destination = copy.folder.filePath(u"backup"_s);
         QVERIFY(writeFile(destination, "an earlier backup"));
         ContainerBackup backup(destination);
         QVERIFY(backup.create(copy.source.fileName()));
@@ -136,7 +136,7 @@ private Q_SLOTS:
     void aBackupIsForItsUserAlone() {
         Copy copy(someContainer());
         const FileModeMask usual(0022);
-        const QString destination = copy.folder.filePath(QStringLiteral("backup"));
+        const QString destination = copy.folder.filePath(u"backup"_s);
         ContainerBackup backup(destination);
         QVERIFY(backup.create(copy.source.fileName()));
         QVERIFY(backup.copyFrom(copy.source, NoProgress));
@@ -145,8 +145,8 @@ private Q_SLOTS:
 
     void aBackupThroughALinkReplacesWhatItLeadsTo() {
         Copy copy(someContainer());
-        const QString earlier = copy.folder.filePath(QStringLiteral("earlier"));
-        const QString link = copy.folder.filePath(QStringLiteral("link"));
+        const QString earlier = copy.folder.filePath(u"earlier"_s);
+        const QString link = copy.folder.filePath(u"link"_s);
         QVERIFY(writeFile(earlier, "an earlier backup"));
         QVERIFY(QFile::link(earlier, link));
         ContainerBackup backup(link);
@@ -159,7 +159,7 @@ private Q_SLOTS:
     void aBackupThatIsGivenUpLeavesNothing() {
         Copy copy(someContainer());
         const QStringList before = QDir(copy.folder.path()).entryList(QDir::Files | QDir::Hidden);
-        const QString destination = copy.folder.filePath(QStringLiteral("backup"));
+        const QString destination = copy.folder.filePath(u"backup"_s);
         {
             ContainerBackup backup(destination);
             QVERIFY(backup.create(copy.source.fileName()));

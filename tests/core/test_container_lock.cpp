@@ -14,6 +14,7 @@
 
 using Tessel::Core::ContainerLock;
 using Tessel::Tests::writeFile;
+using namespace Qt::Literals::StringLiterals;
 
 class TestContainerLock : public QObject {
     Q_OBJECT
@@ -42,12 +43,12 @@ private:
 };
 
 void TestContainerLock::init() {
-    m_path = m_folder.filePath(QStringLiteral("tessel.tvlt"));
+    m_path = m_folder.filePath(u"tessel.tvlt"_s);
     QVERIFY(writeFile(m_path, {}));
 }
 
 bool TestContainerLock::replaceFile() const {
-    const QString next = m_folder.filePath(QStringLiteral("next"));
+    const QString next = m_folder.filePath(u"next"_s);
     return writeFile(next, {}) && QFile::remove(m_path) && QFile::rename(next, m_path);
 }
 
@@ -77,11 +78,11 @@ void TestContainerLock::isFreeWhenTheHolderIsGone() {
 }
 
 void TestContainerLock::refusesAnotherProcess() {
-    const QStringList tryLock{QStringLiteral("-n"), m_path, QStringLiteral("true")};
-    QCOMPARE(QProcess::execute(QStringLiteral("flock"), tryLock), 0);
+    const QStringList tryLock{u"-n"_s, m_path, u"true"_s};
+    QCOMPARE(QProcess::execute(u"flock"_s, tryLock), 0);
     ContainerLock lock;
     QVERIFY(lock.acquire(m_path));
-    QVERIFY(QProcess::execute(QStringLiteral("flock"), tryLock) != 0);
+    QVERIFY(QProcess::execute(u"flock"_s, tryLock) != 0);
 }
 
 void TestContainerLock::survivesAnotherDescriptorBeingClosed() {
@@ -96,7 +97,7 @@ void TestContainerLock::survivesAnotherDescriptorBeingClosed() {
 }
 
 void TestContainerLock::acquiringElsewhereGivesTheFormerUp() {
-    const QString other = m_folder.filePath(QStringLiteral("other.tvlt"));
+    const QString other = m_folder.filePath(u"other.tvlt"_s);
     QVERIFY(QFile::copy(m_path, other) || QFile::exists(other));
     ContainerLock first;
     QVERIFY(first.acquire(m_path));
@@ -107,11 +108,11 @@ void TestContainerLock::acquiringElsewhereGivesTheFormerUp() {
 
 void TestContainerLock::refusesAMissingFile() {
     ContainerLock lock;
-    QVERIFY(!lock.acquire(m_folder.filePath(QStringLiteral("missing"))));
+    QVERIFY(!lock.acquire(m_folder.filePath(u"missing"_s)));
 }
 
 void TestContainerLock::refusesAPipeAtOnce() {
-    const QString pipe = m_folder.filePath(QStringLiteral("pipe"));
+    const QString pipe = m_folder.filePath(u"pipe"_s);
     QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
     ContainerLock lock;
     QVERIFY(!lock.acquire(pipe));
@@ -140,7 +141,7 @@ void TestContainerLock::followsNothingAnotherWindowHolds() {
 }
 
 void TestContainerLock::keepsTheOldFileWhileThereIsNoNewOne() {
-    const QString elsewhere = m_folder.filePath(QStringLiteral("elsewhere"));
+    const QString elsewhere = m_folder.filePath(u"elsewhere"_s);
     ContainerLock first;
     QVERIFY(first.acquire(m_path));
     QVERIFY(QFile::remove(elsewhere) || !QFile::exists(elsewhere));

@@ -24,6 +24,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 // No key, no state: every call stands by itself.
 static_assert(std::is_empty_v<ContainerManager>);
@@ -54,12 +55,12 @@ constexpr qint64 HeaderAt = 28;
 constexpr qint64 PayloadAt = 8388636;
 
 /// A header that a reader accepts, for files that are wrong elsewhere.
-const QByteArray SmallHeader = QByteArrayLiteral("{\"magic\":\"TESSEL\",\"formatVersion\":3}");
+const QByteArray SmallHeader = "{\"magic\":\"TESSEL\",\"formatVersion\":3}"_ba;
 
 ContainerDocument sampleDocument() {
     ContainerDocument document;
-    document.crypto.kdf = QStringLiteral("Argon2id");
-    document.crypto.cipher = QStringLiteral("XChaCha20-Poly1305");
+    document.crypto.kdf = u"Argon2id"_s;
+    document.crypto.cipher = u"XChaCha20-Poly1305"_s;
     document.crypto.kdfIterations = 0;
     document.crypto.salt = QByteArray(16, '\x01');
     document.crypto.nonce = QByteArray(24, '\x02');
@@ -126,9 +127,9 @@ ContainerDocument marked() {
     ContainerDocument document = sampleDocument();
     document.formatVersion = 77;
     document.payloadOffset = 99;
-    document.encryptedPayload = QByteArrayLiteral("marked");
-    document.filePayloads.insert(QStringLiteral("marked"), QByteArrayLiteral("marked"));
-    if (!document.fileIndex.addDirectory({QStringLiteral("marked"), {}, {}})) {
+    document.encryptedPayload = "marked"_ba;
+    document.filePayloads.insert(u"marked"_s, "marked"_ba);
+    if (!document.fileIndex.addDirectory({u"marked"_s, {}, {}})) {
         qFatal("could not mark a document");
     }
     return document;
@@ -138,8 +139,7 @@ bool isMarked(const ContainerDocument& document) {
     const ContainerManager manager{};
     return manager.buildHeader(document) == manager.buildHeader(marked()) &&
            document.payloadOffset == 99 && document.encryptedPayload == "marked" &&
-           document.filePayloads.size() == 1 &&
-           document.fileIndex.containsDirectory(QStringLiteral("marked"));
+           document.filePayloads.size() == 1 && document.fileIndex.containsDirectory(u"marked"_s);
 }
 
 } // namespace
@@ -151,9 +151,7 @@ private:
     const ContainerManager m_manager{};
     std::unique_ptr<QTemporaryDir> m_folder;
 
-    QString path(const QString& name = QStringLiteral("tessel.tvlt")) const {
-        return m_folder->filePath(name);
-    }
+    QString path(const QString& name = u"tessel.tvlt"_s) const { return m_folder->filePath(name); }
     QStringList namesInFolder() const {
         return QDir(m_folder->path())
             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
@@ -173,15 +171,15 @@ private Q_SLOTS:
     // --- Where the container lies ----------------------------------------------------------
 
     void containerPathIsTesselTvltInTheFolder() {
-        QCOMPARE(m_manager.containerPath(QStringLiteral("/media/ana/KINGSTON")),
-                 QStringLiteral("/media/ana/KINGSTON/tessel.tvlt"));
-        QCOMPARE(m_manager.containerPath(QStringLiteral("/media/ana/KINGSTON/")),
-                 QStringLiteral("/media/ana/KINGSTON/tessel.tvlt"));
+        QCOMPARE(m_manager.containerPath(u"/media/ana/KINGSTON"_s),
+                 u"/media/ana/KINGSTON/tessel.tvlt"_s);
+        QCOMPARE(m_manager.containerPath(u"/media/ana/KINGSTON/"_s),
+                 u"/media/ana/KINGSTON/tessel.tvlt"_s);
     }
 
     void containerExistsLooksForTheFile() {
         QVERIFY(!m_manager.containerExists(m_folder->path()));
-        QVERIFY(writeFile(path(QStringLiteral("other.tvlt")), "x"));
+        QVERIFY(writeFile(path(u"other.tvlt"_s), "x"));
         QVERIFY(!m_manager.containerExists(m_folder->path()));
         QVERIFY(writeFile(path(), {}));
         QVERIFY(m_manager.containerExists(m_folder->path()));
@@ -203,10 +201,10 @@ private Q_SLOTS:
 
     void headerNeverHoldsWhatIsReadOnly() {
         ContainerDocument document = sampleDocument();
-        document.encryptedPayload = QByteArrayLiteral("payload");
-        document.filePayloads.insert(QStringLiteral("name"), QByteArrayLiteral("bytes"));
+        document.encryptedPayload = "payload"_ba;
+        document.filePayloads.insert(u"name"_s, "bytes"_ba);
         document.payloadOffset = 12345;
-        QVERIFY(document.fileIndex.addDirectory({QStringLiteral("secret"), {}, {}}));
+        QVERIFY(document.fileIndex.addDirectory({u"secret"_s, {}, {}}));
         QCOMPARE(m_manager.buildHeader(document), sampleHeader());
     }
 
@@ -246,12 +244,12 @@ private Q_SLOTS:
 
     void cryptoMetadataIsNotValidated() {
         const ContainerCryptoMetadata read = m_manager.cryptoMetadataFromJson(
-            {{QStringLiteral("kdf"), QStringLiteral("none")},
-             {QStringLiteral("kdfIterations"), -5},
-             {QStringLiteral("salt"), QStringLiteral("AA==")},
+            {{u"kdf"_s, u"none"_s},
+             {u"kdfIterations"_s, -5},
+             {u"salt"_s, u"AA=="_s},
              // Base64 is decoded leniently: what is no letter of it is passed over.
-             {QStringLiteral("nonce"), QStringLiteral(" A\nA*=-=")}});
-        QCOMPARE(read.kdf, QStringLiteral("none"));
+             {u"nonce"_s, u" A\nA*=-="_s}});
+        QCOMPARE(read.kdf, u"none"_s);
         QCOMPARE(read.kdfIterations, -5);
         QCOMPARE(read.salt, QByteArray(1, '\0'));
         QCOMPARE(read.nonce, QByteArray(1, '\0'));
@@ -283,7 +281,7 @@ private Q_SLOTS:
         QCOMPARE(bytes.at(27), '\n');
         QCOMPARE(bytes.mid(HeaderAt, 488), sampleHeader());
         QVERIFY(bytes.mid(HeaderAt + 488) == QByteArray(RegionBytes - 488, '\0'));
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void thePayloadWriterStandsAtThePayload() {
@@ -310,7 +308,7 @@ private Q_SLOTS:
         QVERIFY(writeFile(path(), containerWith(SmallHeader, payloadOf(100000))));
         QVERIFY(m_manager.writeDocument(path(), sampleDocument()));
         QVERIFY(readFile(path()) == containerWith(sampleHeader()));
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void aPayloadWriterThatFailsLeavesTheOldFile() {
@@ -321,7 +319,7 @@ private Q_SLOTS:
             return false;
         }));
         QVERIFY(readFile(path()) == before);
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void aPayloadWriterThatFailsCreatesNothing() {
@@ -384,7 +382,7 @@ private Q_SLOTS:
         QVERIFY(QDir().mkdir(path()));
         QVERIFY(isRefused());
         QVERIFY(QDir().rmdir(path()));
-        QVERIFY(QFile::link(path(QStringLiteral("nowhere")), path()));
+        QVERIFY(QFile::link(path(u"nowhere"_s), path()));
         QVERIFY(isRefused());
         QVERIFY(QFile::remove(path()));
         // Nobody writes to this pipe: a reader that opened it would wait for ever.
@@ -544,8 +542,7 @@ private Q_SLOTS:
         ContainerDocument document;
         QVERIFY(m_manager.readDocument(path(), &document));
         QCOMPARE(document.encryptedIndex,
-                 QByteArray::fromBase64(
-                     object.value(QStringLiteral("encryptedIndex")).toString().toLatin1()));
+                 QByteArray::fromBase64(object.value(u"encryptedIndex"_s).toString().toLatin1()));
     }
 
     void onlyTheHeadersOwnBytesAreParsed() {
@@ -575,7 +572,7 @@ private Q_SLOTS:
         QVERIFY(m_manager.readDocument(path(), &document));
         QCOMPARE(document.encryptedIndex, QByteArray::fromHex("000102"));
         QCOMPARE(document.crypto.salt, QByteArray::fromHex("030405"));
-        QCOMPARE(document.crypto.kdf, QStringLiteral("x"));
+        QCOMPARE(document.crypto.kdf, u"x"_s);
         QCOMPARE(document.crypto.kdfIterations, 250000);
     }
 
@@ -590,14 +587,13 @@ private Q_SLOTS:
         QVERIFY(m_manager.readDocument(path(), &document));
         QCOMPARE(document.encryptedPayload, QByteArray::fromHex("000102"));
         QCOMPARE(document.filePayloads.size(), 3);
-        QCOMPARE(document.filePayloads.value(QStringLiteral("a.txt")),
-                 QByteArray::fromHex("030405"));
-        QVERIFY(document.filePayloads.contains(QStringLiteral("b")));
-        QVERIFY(document.filePayloads.value(QStringLiteral("b")).isEmpty());
+        QCOMPARE(document.filePayloads.value(u"a.txt"_s), QByteArray::fromHex("030405"));
+        QVERIFY(document.filePayloads.contains(u"b"_s));
+        QVERIFY(document.filePayloads.value(u"b"_s).isEmpty());
         QCOMPARE(document.filePayloads.value(QString()), QByteArray::fromHex("06"));
         QCOMPARE(document.fileIndex.entries().size(), 1);
         QCOMPARE(document.fileIndex.entries().constFirst().sizeBytes, 42);
-        QVERIFY(document.fileIndex.containsDirectory(QStringLiteral("d")));
+        QVERIFY(document.fileIndex.containsDirectory(u"d"_s));
     }
 
     void membersOfTheWrongTypeAreEmpty() {
@@ -729,8 +725,7 @@ private Q_SLOTS:
 
     void aHeaderWithoutAPayloadIsRewrittenWhateverItsLineWas() {
         for (const QByteArray& line :
-             {QByteArrayLiteral("36\n"), QByteArrayLiteral("0000000000000000036\n"),
-              QByteArrayLiteral("00000000000000000000036\n")}) {
+             {"36\n"_ba, "0000000000000000036\n"_ba, "00000000000000000000036\n"_ba}) {
             QVERIFY(writeFile(path(), containerBytes(line, SmallHeader)));
             QVERIFY(m_manager.updateDocumentHeader(path(), sampleDocument()));
             QVERIFY(readFile(path()).left(PayloadAt) == containerWith(sampleHeader()));
@@ -765,7 +760,7 @@ private Q_SLOTS:
         QCOMPARE(m_manager.readContainer(path()), bytes);
         QVERIFY(m_manager.writeContainer(path(), "shorter"));
         QCOMPARE(m_manager.readContainer(path()), QByteArray("shorter"));
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void rawReadingOfNothingIsEmpty() {
@@ -776,10 +771,10 @@ private Q_SLOTS:
     // --- Drives that fail ------------------------------------------------------------------
 
     void nothingIsWrittenIntoAFolderThatIsNotThere() {
-        const QString missing = path(QStringLiteral("missing/tessel.tvlt"));
+        const QString missing = path(u"missing/tessel.tvlt"_s);
         QVERIFY(!m_manager.writeDocument(missing, sampleDocument()));
         QVERIFY(!m_manager.writeContainer(missing, "bytes"));
-        QVERIFY(!QFileInfo::exists(path(QStringLiteral("missing"))));
+        QVERIFY(!QFileInfo::exists(path(u"missing"_s)));
     }
 
     void nothingIsWrittenIntoAFolderWithoutTheRight() {
@@ -790,12 +785,12 @@ private Q_SLOTS:
             const ObeyPermissions obey;
             QVERIFY(!m_manager.writeDocument(path(), sampleDocument()));
             QVERIFY(!m_manager.writeContainer(path(), "bytes"));
-            QVERIFY(!m_manager.writeDocument(path(QStringLiteral("new")), sampleDocument()));
+            QVERIFY(!m_manager.writeDocument(path(u"new"_s), sampleDocument()));
         }
         QVERIFY(QFile::setPermissions(m_folder->path(),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(readFile(path()) == before);
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void aReadOnlyDriveIsReadAndNotWritten() {
@@ -810,7 +805,7 @@ private Q_SLOTS:
         QVERIFY(!m_manager.updateDocumentHeader(path(), sampleDocument()));
         QVERIFY(!m_manager.writeContainer(path(), "bytes"));
         QVERIFY(readFile(path()) == before);
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void aDriveWithoutRoomKeepsTheOldFile_data() {
@@ -826,7 +821,7 @@ private Q_SLOTS:
         NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(24 * MiB);
         QVERIFY(disk.isMounted());
-        const QString target = disk.filePath(QStringLiteral("tessel.tvlt"));
+        const QString target = disk.filePath(u"tessel.tvlt"_s);
         const QByteArray before = containerWith(SmallHeader, payloadOf(5000));
         QVERIFY(writeFile(target, before));
         QVERIFY(disk.fillUpTo(room));
@@ -837,7 +832,7 @@ private Q_SLOTS:
         QVERIFY(!m_manager.writeContainer(target, payloadOf(9000000)));
         QVERIFY(readFile(target) == before);
         QCOMPARE(QDir(disk.path()).entryList(QDir::Files | QDir::Hidden),
-                 QStringList({QStringLiteral("filler"), QStringLiteral("tessel.tvlt")}));
+                 QStringList({u"filler"_s, u"tessel.tvlt"_s}));
         QCOMPARE(disk.bytesFree(), room);
     }
 
@@ -846,7 +841,7 @@ private Q_SLOTS:
         // A sparse container takes room only when its header region is first written.
         const SmallDisk disk(MiB);
         QVERIFY(disk.isMounted());
-        const QString target = disk.filePath(QStringLiteral("tessel.tvlt"));
+        const QString target = disk.filePath(u"tessel.tvlt"_s);
         QFile file(target);
         QVERIFY(file.open(QIODevice::WriteOnly));
         QVERIFY(file.write("TESSEL3" + lengthLine(SmallHeader.size()) + SmallHeader) > 0);
@@ -883,7 +878,7 @@ private Q_SLOTS:
             QVERIFY(!m_manager.writeContainer(path(), before));
         }
         QVERIFY(readFile(path()) == before);
-        QCOMPARE(namesInFolder(), QStringList(QStringLiteral("tessel.tvlt")));
+        QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }
 
     void aFileSizeLimitStopsTheRewriteAndKeepsTheOldHeader_data() {

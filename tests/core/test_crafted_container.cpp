@@ -14,6 +14,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 /// The helper that makes hostile containers must make good ones too: otherwise a test that expects
 /// a refusal would pass for the wrong reason.
@@ -31,24 +32,24 @@ private Q_SLOTS:
 void TestCraftedContainer::theEngineOpensACraftedContainer_data() {
     QTest::addColumn<QByteArray>("kdf");
     QTest::addColumn<qint32>("iterations");
-    QTest::addRow("PBKDF2, once") << QByteArrayLiteral("PBKDF2-HMAC-SHA256") << 1;
-    QTest::addRow("PBKDF2, three times") << QByteArrayLiteral("PBKDF2-HMAC-SHA256") << 3;
-    QTest::addRow("PBKDF2 under another name") << QByteArrayLiteral("argon2id") << 2;
-    QTest::addRow("Argon2id") << QByteArrayLiteral("Argon2id") << 0;
+    QTest::addRow("PBKDF2, once") << "PBKDF2-HMAC-SHA256"_ba << 1;
+    QTest::addRow("PBKDF2, three times") << "PBKDF2-HMAC-SHA256"_ba << 3;
+    QTest::addRow("PBKDF2 under another name") << "argon2id"_ba << 2;
+    QTest::addRow("Argon2id") << "Argon2id"_ba << 0;
 }
 
 void TestCraftedContainer::theEngineOpensACraftedContainer() {
     QFETCH(const QByteArray, kdf);
     QFETCH(const qint32, iterations);
     const QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    const QString path = folder.filePath(u"tessel.tvlt"_s);
     CraftedContainer crafted;
     crafted.keys.kdf = kdf;
     crafted.keys.kdfIterations = iterations;
     const QByteArray contents = noise(2500);
-    crafted.addFolder(QStringLiteral("docs")).leaveGap(5);
-    crafted.addFile(QStringLiteral("docs/relatório.bin"), contents, 1000);
-    crafted.addFile(QStringLiteral("vazio"), {});
+    crafted.addFolder(u"docs"_s).leaveGap(5);
+    crafted.addFile(u"docs/relatório.bin"_s, contents, 1000);
+    crafted.addFile(u"vazio"_s, {});
     QVERIFY(crafted.writeTo(path));
 
     VaultManager vault;
@@ -58,16 +59,16 @@ void TestCraftedContainer::theEngineOpensACraftedContainer() {
     QCOMPARE(vault.fileIndex().directories().size(), 1);
     QBuffer plain;
     QVERIFY(plain.open(QIODevice::WriteOnly));
-    QVERIFY(vault.writeVaultFileToDevice(QStringLiteral("docs/relatório.bin"), &plain));
+    QVERIFY(vault.writeVaultFileToDevice(u"docs/relatório.bin"_s, &plain));
     QCOMPARE(plain.data(), contents);
     QVERIFY(vault.lockVault());
 }
 
 void TestCraftedContainer::writtenFileAndBytesAreTheSame() {
     const QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    const QString path = folder.filePath(u"tessel.tvlt"_s);
     CraftedContainer crafted;
-    crafted.addFile(QStringLiteral("a"), "abc").leaveGap(7);
+    crafted.addFile(u"a"_s, "abc").leaveGap(7);
     QVERIFY(crafted.writeTo(path));
     QVERIFY(readFile(path) == crafted.bytes());
     QCOMPARE(crafted.bytes().size(), 8388636 + 3 + 16 + 7);
@@ -85,7 +86,7 @@ void TestCraftedContainer::theSameSeedGivesTheSameBytes() {
     CraftedContainer second(7);
     CraftedContainer other(8);
     for (CraftedContainer* crafted : {&first, &second, &other}) {
-        crafted->addFile(QStringLiteral("a"), "abc");
+        crafted->addFile(u"a"_s, "abc");
     }
     QVERIFY(first.bytes() == second.bytes());
     QVERIFY(first.keys.masterKey != other.keys.masterKey);
@@ -94,7 +95,7 @@ void TestCraftedContainer::theSameSeedGivesTheSameBytes() {
 
 void TestCraftedContainer::filesShorterThanTheirBlocksAreCutRight() {
     CraftedContainer crafted;
-    crafted.addFile(QStringLiteral("a"), noise(7), 3).addFile(QStringLiteral("b"), noise(3), 3);
+    crafted.addFile(u"a"_s, noise(7), 3).addFile(u"b"_s, noise(3), 3);
     QCOMPARE(crafted.blocks(0).size(), 3);
     QCOMPARE(crafted.blocks(0).last().plainSize, 1);
     QCOMPARE(crafted.blocks(1).size(), 1);

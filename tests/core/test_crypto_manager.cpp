@@ -17,6 +17,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 // No key, no state: every call stands by itself.
 static_assert(std::is_empty_v<CryptoManager>);
@@ -26,7 +27,7 @@ static_assert(requires {
 
 namespace {
 
-const QByteArray Password = QByteArrayLiteral("correct horse battery");
+const QByteArray Password = "correct horse battery"_ba;
 
 /// The bytes 0, 1, 2, ... 250, 0, 1, ... : no two neighbouring blocks of a hash are alike.
 QByteArray countingBytes(qsizetype size) {
@@ -48,11 +49,11 @@ QByteArray asHmacKey(const QByteArray& key) {
 }
 
 KeyDerivationParams pbkdf2(const QByteArray& salt, qint32 iterations, qint32 keyLength) {
-    return {QStringLiteral("PBKDF2-HMAC-SHA256"), salt, iterations, keyLength};
+    return {u"PBKDF2-HMAC-SHA256"_s, salt, iterations, keyLength};
 }
 
 KeyDerivationParams argon2(const QByteArray& salt, qint32 keyLength = 64) {
-    return {QStringLiteral("Argon2id"), salt, 250000, keyLength};
+    return {u"Argon2id"_s, salt, 250000, keyLength};
 }
 
 /// A sealed message with all that is needed to open it.
@@ -232,7 +233,7 @@ private Q_SLOTS:
             (*target)[bit / 8] = static_cast<char>(intact.at(bit / 8) ^ (1 << (bit % 8)));
             const QByteArray opened =
                 m_crypto.decrypt(sealed.bytes, sealed.key, sealed.nonce, sealed.associatedData);
-            QVERIFY2(opened.isEmpty(), qPrintable(QStringLiteral("bit %1").arg(bit)));
+            QVERIFY2(opened.isEmpty(), qPrintable(u"bit %1"_s.arg(bit)));
             *target = intact;
         }
         QCOMPARE(m_crypto.decrypt(sealed.bytes, sealed.key, sealed.nonce, sealed.associatedData),
@@ -303,11 +304,11 @@ private Q_SLOTS:
     }
     void hmacRefusesKeysBelow32Bytes() {
         QFETCH(const int, size);
-        QVERIFY(m_crypto.hmacSha256(QByteArrayLiteral("message"), countingBytes(size)).isEmpty());
+        QVERIFY(m_crypto.hmacSha256("message"_ba, countingBytes(size)).isEmpty());
     }
 
     void hmacUsesTheFirst32BytesOfALongerKey() {
-        const QByteArray message = QByteArrayLiteral("message");
+        const QByteArray message = "message"_ba;
         const QByteArray expected = m_crypto.hmacSha256(message, countingBytes(32));
         QCOMPARE(expected.size(), 32);
         QCOMPARE(m_crypto.hmacSha256(message, countingBytes(33)), expected);
@@ -381,7 +382,7 @@ private Q_SLOTS:
     void argon2idIgnoresTheIterations() {
         // The reference key above was derived with 250000 in the field.
         QFETCH(const int, iterations);
-        KeyDerivationParams params = argon2(QByteArrayLiteral("0123456789abcdef"));
+        KeyDerivationParams params = argon2("0123456789abcdef"_ba);
         params.iterations = iterations;
         QCOMPARE(m_crypto.deriveKey(Password, params).left(8),
                  QByteArray::fromHex("ed2415c876bb57fd"));
@@ -442,8 +443,7 @@ private Q_SLOTS:
                                                      "f94185216dde0465e68b9d57c20dacbc"
                                                      "49ca9cccf179b645991664b39d77ef31"
                                                      "7c71b845b1e30bd509112041d3a19783");
-        QCOMPARE(m_crypto.deriveKey(QByteArrayLiteral("passwd"),
-                                    pbkdf2(QByteArrayLiteral("salt"), 1, keyLength)),
+        QCOMPARE(m_crypto.deriveKey("passwd"_ba, pbkdf2("salt"_ba, 1, keyLength)),
                  whole.left(keyLength));
     }
 
@@ -455,10 +455,9 @@ private Q_SLOTS:
     }
     void anyNameButArgon2idTakesPbkdf2() {
         QFETCH(const QString, name);
-        KeyDerivationParams params = pbkdf2(QByteArrayLiteral("salt"), 1, 8);
+        KeyDerivationParams params = pbkdf2("salt"_ba, 1, 8);
         params.algorithm = name;
-        QCOMPARE(m_crypto.deriveKey(QByteArrayLiteral("passwd"), params),
-                 QByteArray::fromHex("55ac046e56e3089f"));
+        QCOMPARE(m_crypto.deriveKey("passwd"_ba, params), QByteArray::fromHex("55ac046e56e3089f"));
     }
 
     void noKeyFromUnusableParameters_data() {
@@ -484,7 +483,7 @@ private Q_SLOTS:
         QFETCH(const bool, withArgon2id);
         KeyDerivationParams params = pbkdf2(salt, iterations, keyLength);
         QVERIFY(m_crypto.deriveKey(password, params).isEmpty());
-        params.algorithm = QStringLiteral("Argon2id");
+        params.algorithm = u"Argon2id"_s;
         if (withArgon2id) {
             QVERIFY(m_crypto.deriveKey(password, params).isEmpty());
         }
@@ -502,35 +501,35 @@ private Q_SLOTS:
 
     void authenticateAcceptsTheDigestOfTheDerivedKey() {
         const AuthManager auth(m_crypto);
-        const KeyDerivationParams params = pbkdf2(QByteArrayLiteral("salt"), 1, 64);
+        const KeyDerivationParams params = pbkdf2("salt"_ba, 1, 64);
         // SHA-256 of RFC 7914's first key.
         const QByteArray verifier = sha256(QByteArray::fromHex("55ac046e56e3089fec1691c22544b605"
                                                                "f94185216dde0465e68b9d57c20dacbc"
                                                                "49ca9cccf179b645991664b39d77ef31"
                                                                "7c71b845b1e30bd509112041d3a19783"));
-        QVERIFY(auth.authenticate(QByteArrayLiteral("passwd"), verifier, params));
-        QVERIFY(!auth.authenticate(QByteArrayLiteral("Passwd"), verifier, params));
-        QVERIFY(!auth.authenticate(QByteArrayLiteral("passwd"), verifier.chopped(1), params));
-        QVERIFY(!auth.authenticate(QByteArrayLiteral("passwd"), verifier + '\0', params));
-        QVERIFY(!auth.authenticate(QByteArrayLiteral("passwd"), sha256(verifier), params));
+        QVERIFY(auth.authenticate("passwd"_ba, verifier, params));
+        QVERIFY(!auth.authenticate("Passwd"_ba, verifier, params));
+        QVERIFY(!auth.authenticate("passwd"_ba, verifier.chopped(1), params));
+        QVERIFY(!auth.authenticate("passwd"_ba, verifier + '\0', params));
+        QVERIFY(!auth.authenticate("passwd"_ba, sha256(verifier), params));
     }
 
     void authenticateRefusesAnEmptyVerifierOrKey() {
         const AuthManager auth(m_crypto);
-        const KeyDerivationParams params = pbkdf2(QByteArrayLiteral("salt"), 1, 64);
-        QVERIFY(!auth.authenticate(QByteArrayLiteral("passwd"), {}, params));
+        const KeyDerivationParams params = pbkdf2("salt"_ba, 1, 64);
+        QVERIFY(!auth.authenticate("passwd"_ba, {}, params));
         // A failed derivation is no key, not even one whose digest somebody could store.
         QVERIFY(!auth.authenticate({}, sha256({}), params));
         QVERIFY(!auth.authenticate({}, {}, params));
-        QVERIFY(!auth.authenticate(QByteArrayLiteral("passwd"), sha256({}), pbkdf2({}, 1, 64)));
+        QVERIFY(!auth.authenticate("passwd"_ba, sha256({}), pbkdf2({}, 1, 64)));
     }
 
     void authenticateWorksWithArgon2id() {
         const AuthManager auth(m_crypto);
         const QByteArray key = QByteArray::fromHex("8a34b0bcbc4ebfbdf8464909bcbd9cfa"
                                                    "ce80e29291a6f96a8d91bbf363a952f3");
-        QVERIFY(auth.authenticate(QStringLiteral("senha de a\u00e7\u00facar").toUtf8(), sha256(key),
-                                  argon2(QByteArrayLiteral("tessel-test-salt"), 32)));
+        QVERIFY(auth.authenticate(u"senha de a\u00e7\u00facar"_s.toUtf8(), sha256(key),
+                                  argon2("tessel-test-salt"_ba, 32)));
     }
 
     // --- SHA-256 ---------------------------------------------------------------------------

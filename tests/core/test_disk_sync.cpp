@@ -20,11 +20,12 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString A = QStringLiteral("docs/a.txt");
-const QString B = QStringLiteral("b.bin");
+const QString A = u"docs/a.txt"_s;
+const QString B = u"b.bin"_s;
 
 /// An import of two blocks, the second one short: for that one it waits until the drive has what
 /// was written earlier.
@@ -34,18 +35,18 @@ QByteArray sourceBytes() {
 
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs")).addFile(A, "contents of a").leaveGap(100);
+    crafted.addFolder(u"docs"_s).addFile(A, "contents of a").leaveGap(100);
     return crafted;
 }
 
 /// One operation on a vault of its own, in another process.
 struct Operation {
     explicit Operation(const QString& name) : fixture(usedContainer()) {
-        if (name == QLatin1String("import")) {
-            arguments = {fixture.write(QStringLiteral("source"), sourceBytes()), B};
-        } else if (name == QLatin1String("export")) {
-            arguments = {A, fixture.file(QStringLiteral("out"))};
-        } else if (name == QLatin1String("delete")) {
+        if (name == "import"_L1) {
+            arguments = {fixture.write(u"source"_s, sourceBytes()), B};
+        } else if (name == "export"_L1) {
+            arguments = {A, fixture.file(u"out"_s)};
+        } else if (name == "delete"_L1) {
             arguments = {A};
         }
         arguments =
@@ -55,11 +56,11 @@ struct Operation {
     /// A path in the words of the tables below.
     [[nodiscard]] QString path(const QString& place) const {
         const QMap<QString, QString> places{
-            {QStringLiteral("container"), fixture.container()},
-            {QStringLiteral("drive"), fixture.driveFolder()},
-            {QStringLiteral("temporary folder"), fixture.temporaryFolder()},
-            {QStringLiteral("exported file"), fixture.file(QStringLiteral("out"))},
-            {QStringLiteral("its folder"), QFileInfo(fixture.file(QStringLiteral("out"))).path()}};
+            {u"container"_s, fixture.container()},
+            {u"drive"_s, fixture.driveFolder()},
+            {u"temporary folder"_s, fixture.temporaryFolder()},
+            {u"exported file"_s, fixture.file(u"out"_s)},
+            {u"its folder"_s, QFileInfo(fixture.file(u"out"_s)).path()}};
         return places.value(place);
     }
     [[nodiscard]] DriverRun run(const QString& place, const QString& injection) const {
@@ -86,20 +87,18 @@ void addRow(const QString& operation, const QString& place, const QString& call)
 
 /// Every kind of sync that the engine asks for, once.
 void addSyncs() {
-    addRow(QStringLiteral("export"), QStringLiteral("exported file"), QStringLiteral("fdatasync"));
-    addRow(QStringLiteral("export"), QStringLiteral("its folder"), QStringLiteral("fsync"));
-    addRow(QStringLiteral("import"), QStringLiteral("container"), QStringLiteral("fdatasync"));
-    addRow(QStringLiteral("import"), QStringLiteral("container"),
-           QStringLiteral("sync_file_range"));
-    addRow(QStringLiteral("create"), QStringLiteral("container"), QStringLiteral("fsync"));
-    addRow(QStringLiteral("compact"), QStringLiteral("temporary folder"), QStringLiteral("fsync"));
-    addRow(QStringLiteral("compact"), QStringLiteral("drive"), QStringLiteral("fsync"));
+    addRow(u"export"_s, u"exported file"_s, u"fdatasync"_s);
+    addRow(u"export"_s, u"its folder"_s, u"fsync"_s);
+    addRow(u"import"_s, u"container"_s, u"fdatasync"_s);
+    addRow(u"import"_s, u"container"_s, u"sync_file_range"_s);
+    addRow(u"create"_s, u"container"_s, u"fsync"_s);
+    addRow(u"compact"_s, u"temporary folder"_s, u"fsync"_s);
+    addRow(u"compact"_s, u"drive"_s, u"fsync"_s);
 }
 
 /// The position of the first call that looks like this, from a position on; -1 when there is none.
 qsizetype find(const QStringList& calls, const QString& pattern, qsizetype from = 0) {
-    return calls.indexOf(QRegularExpression(QStringLiteral(".*") + pattern + QStringLiteral(".*")),
-                         from);
+    return calls.indexOf(QRegularExpression(u".*"_s + pattern + u".*"_s), from);
 }
 
 QString escaped(const QString& path) {
@@ -161,30 +160,26 @@ private Q_SLOTS:
         QCOMPARE(run.text(), QString());
         COMPARE_UNCHANGED(before);
         QVERIFY(QDir(vault.fixture.temporaryFolder())
-                    .entryList({QStringLiteral("Tessel-compact-*")}, QDir::AllEntries)
+                    .entryList({u"Tessel-compact-*"_s}, QDir::AllEntries)
                     .isEmpty());
     }
 
     void aCopyBackThatTheDriveDoesNotTakeKeepsTheRebuiltContainer_data() {
         QTest::addColumn<QString>("place");
         QTest::addColumn<QString>("injection");
-        QTest::newRow("first piece")
-            << QStringLiteral("container") << QStringLiteral("sync_file_range:error=EIO:when=1");
-        QTest::newRow("last piece")
-            << QStringLiteral("container") << QStringLiteral("sync_file_range:error=EIO:when=2");
+        QTest::newRow("first piece") << u"container"_s << u"sync_file_range:error=EIO:when=1"_s;
+        QTest::newRow("last piece") << u"container"_s << u"sync_file_range:error=EIO:when=2"_s;
         QTest::newRow("an earlier piece")
-            << QStringLiteral("container") << QStringLiteral("sync_file_range:error=EIO:when=3");
+            << u"container"_s << u"sync_file_range:error=EIO:when=3"_s;
         // The first ones are for the old container.
-        QTest::newRow("file") << QStringLiteral("container")
-                              << QStringLiteral("fdatasync:error=EIO:when=3");
-        QTest::newRow("magic") << QStringLiteral("container")
-                               << QStringLiteral("fdatasync:error=EIO:when=4");
+        QTest::newRow("file") << u"container"_s << u"fdatasync:error=EIO:when=3"_s;
+        QTest::newRow("magic") << u"container"_s << u"fdatasync:error=EIO:when=4"_s;
     }
     void aCopyBackThatTheDriveDoesNotTakeKeepsTheRebuiltContainer() {
         QFETCH(const QString, place);
         QFETCH(const QString, injection);
         NEEDS_TRACING();
-        Operation vault(QStringLiteral("compact"));
+        Operation vault(u"compact"_s);
         const DriverRun run = vault.run(place, injection);
         QVERIFY(run.refused());
         QVERIFY(!QFileInfo::exists(vault.fixture.container()));
@@ -195,14 +190,14 @@ private Q_SLOTS:
     void aCopyIsNotDeletedBecauseOfItsFolder_data() {
         QTest::addColumn<QString>("injection");
         // The folder is synced before the old container is set aside, and twice after that.
-        QTest::newRow("sync") << QStringLiteral("fsync:error=EIO:when=4");
-        QTest::newRow("opened") << QStringLiteral("openat:error=EMFILE:when=4");
+        QTest::newRow("sync") << u"fsync:error=EIO:when=4"_s;
+        QTest::newRow("opened") << u"openat:error=EMFILE:when=4"_s;
     }
     void aCopyIsNotDeletedBecauseOfItsFolder() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
-        Operation vault(QStringLiteral("compact"));
-        const DriverRun run = vault.run(QStringLiteral("drive"), injection);
+        Operation vault(u"compact"_s);
+        const DriverRun run = vault.run(u"drive"_s, injection);
         QVERIFY(run.refused());
         QVERIFY(vault.fixture.unlock());
         QCOMPARE(vault.fixture.stored(A), QByteArray("contents of a"));
@@ -213,8 +208,8 @@ private Q_SLOTS:
 
     void anErrorThatIsToldTwiceFailsOneChange_data() {
         QTest::addColumn<QString>("operation");
-        QTest::newRow("import") << QStringLiteral("import");
-        QTest::newRow("delete") << QStringLiteral("delete");
+        QTest::newRow("import") << u"import"_s;
+        QTest::newRow("delete") << u"delete"_s;
     }
     void anErrorThatIsToldTwiceFailsOneChange() {
         // What a drive lost is told by the next sync of the file, and by the one after that when
@@ -226,15 +221,12 @@ private Q_SLOTS:
         for (int first = 1; first <= 4; ++first) {
             Operation vault(operation);
             const DriverRun run = vault.run(
-                QStringLiteral("container"),
-                QStringLiteral("fdatasync:error=EIO:when=%1..%2").arg(first).arg(first + 1));
-            const QString again = run.said.value(QStringLiteral("again"));
-            QVERIFY2(run.succeeded() || again == QLatin1String("true"),
-                     qPrintable(QString::number(first)));
+                u"container"_s, u"fdatasync:error=EIO:when=%1..%2"_s.arg(first).arg(first + 1));
+            const QString again = run.said.value(u"again"_s);
+            QVERIFY2(run.succeeded() || again == "true"_L1, qPrintable(QString::number(first)));
             QVERIFY(vault.fixture.unlock());
-            QCOMPARE(vault.fixture.folderPaths().contains(QStringLiteral("depois")),
-                     !run.succeeded());
-            QVERIFY(vault.fixture.vault.createDirectory(QStringLiteral("tambem")));
+            QCOMPARE(vault.fixture.folderPaths().contains(u"depois"_s), !run.succeeded());
+            QVERIFY(vault.fixture.vault.createDirectory(u"tambem"_s));
         }
     }
 
@@ -250,7 +242,7 @@ private Q_SLOTS:
         QFETCH(const QString, call);
         NEEDS_TRACING();
         for (const char* error : {"EINVAL", "ENOSYS", "EOPNOTSUPP", "ENOTTY"}) {
-            const QString injection = call + QStringLiteral(":error=") + QLatin1String(error);
+            const QString injection = call + u":error="_s + QLatin1String(error);
             QVERIFY2(Operation(operation).run(place, injection).succeeded(), qPrintable(injection));
         }
     }
@@ -258,14 +250,14 @@ private Q_SLOTS:
     void aSyncThatIsInterruptedIsAskedForAgain_data() {
         addColumns();
         addSyncs();
-        addRow(QStringLiteral("export"), QStringLiteral("its folder"), QStringLiteral("openat"));
+        addRow(u"export"_s, u"its folder"_s, u"openat"_s);
     }
     void aSyncThatIsInterruptedIsAskedForAgain() {
         QFETCH(const QString, operation);
         QFETCH(const QString, place);
         QFETCH(const QString, call);
         NEEDS_TRACING();
-        const QString interrupted = call + QStringLiteral(":error=EINTR:when=1");
+        const QString interrupted = call + u":error=EINTR:when=1"_s;
         QVERIFY(Operation(operation).run(place, interrupted).succeeded());
     }
 
@@ -274,8 +266,8 @@ private Q_SLOTS:
         const QFile::Permissions enterOnly =
             QFile::WriteOwner | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
         const QStringList folders{fixture.driveFolder(), fixture.temporaryFolder(),
-                                  QFileInfo(fixture.file(QStringLiteral("out"))).path()};
-        const QString source = fixture.write(QStringLiteral("source"), "contents of b");
+                                  QFileInfo(fixture.file(u"out"_s)).path()};
+        const QString source = fixture.write(u"source"_s, "contents of b");
         const ObeyPermissions obey;
         const auto restore = qScopeGuard([&] {
             for (const QString& folder : folders) {
@@ -289,12 +281,12 @@ private Q_SLOTS:
         // Nobody who may not list it can sync it, and that is no reason to refuse.
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.importFile(source, B));
-        QVERIFY(fixture.vault.exportFile(B, fixture.file(QStringLiteral("out"))));
-        QCOMPARE(readFile(fixture.file(QStringLiteral("out"))), QByteArray("contents of b"));
+        QVERIFY(fixture.vault.exportFile(B, fixture.file(u"out"_s)));
+        QCOMPARE(readFile(fixture.file(u"out"_s)), QByteArray("contents of b"));
         QVERIFY(fixture.vault.compactVault({}, nullptr));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
-        QVERIFY(ContainerManager().writeContainer(fixture.driveFolder() + QStringLiteral("/copy"),
+        QVERIFY(ContainerManager().writeContainer(fixture.driveFolder() + u"/copy"_s,
                                                   readFile(fixture.container())));
     }
 
@@ -302,64 +294,59 @@ private Q_SLOTS:
 
     void theRebuiltContainerCanBeFoundBeforeTheOldOneGoes() {
         NEEDS_TRACING();
-        const Operation vault(QStringLiteral("compact"));
+        const Operation vault(u"compact"_s);
         const QString temporary = escaped(vault.fixture.temporaryFolder());
         const QString drive = escaped(vault.fixture.driveFolder());
         const QStringList calls =
-            vault.calls(QStringLiteral("write,fdatasync,fsync,unlink,rename,renameat2,linkat"));
-        const QString rebuilt = temporary + QStringLiteral("/Tessel-compact-[^/]*");
-        const QString aside = drive + QStringLiteral("/tessel.tvlt.anterior");
+            vault.calls(u"write,fdatasync,fsync,unlink,rename,renameat2,linkat"_s);
+        const QString rebuilt = temporary + u"/Tessel-compact-[^/]*"_s;
+        const QString aside = drive + u"/tessel.tvlt.anterior"_s;
         // Each of these calls follows the one before it.
-        const QStringList order{
-            QStringLiteral("fdatasync\\(\\d+<") + rebuilt + QLatin1Char('/'),
-            QStringLiteral("(linkat|rename).*/tessel.tvlt"),
-            QStringLiteral("fsync\\(\\d+<") + rebuilt + QLatin1Char('>'),
-            QStringLiteral("fsync\\(\\d+<") + temporary + QLatin1Char('>'),
-            QStringLiteral("fdatasync\\(\\d+<") + drive + QStringLiteral("/tessel.tvlt>"),
-            QStringLiteral("fsync\\(\\d+<") + drive + QLatin1Char('>'),
-            QStringLiteral("renameat2\\(.*") + drive + QStringLiteral("/tessel.tvlt\", .*") + aside,
-            QStringLiteral("fsync\\(\\d+<") + aside,
-            QStringLiteral("fsync\\(\\d+<") + drive + QStringLiteral("/tessel.tvlt>"),
-            QStringLiteral("fsync\\(\\d+<") + drive + QLatin1Char('>'),
-            QStringLiteral("write\\(\\d+<") + drive + QStringLiteral("/tessel.tvlt>, \"0000"),
-            QStringLiteral("fdatasync\\(\\d+<") + drive + QStringLiteral("/tessel.tvlt>"),
-            QStringLiteral("write\\(\\d+<") + drive + QStringLiteral("/tessel.tvlt>, \"TESSEL3\""),
-            QStringLiteral("fdatasync\\(\\d+<") + drive + QStringLiteral("/tessel.tvlt>"),
-            QStringLiteral("fsync\\(\\d+<") + drive + QLatin1Char('>'),
-            QStringLiteral("unlink\\(\"") + aside,
-            QStringLiteral("fsync\\(\\d+<") + drive + QLatin1Char('>'),
-            QStringLiteral("unlink\\(\"") + rebuilt};
+        const QStringList order{u"fdatasync\\(\\d+<"_s + rebuilt + QLatin1Char('/'),
+                                u"(linkat|rename).*/tessel.tvlt"_s,
+                                u"fsync\\(\\d+<"_s + rebuilt + QLatin1Char('>'),
+                                u"fsync\\(\\d+<"_s + temporary + QLatin1Char('>'),
+                                u"fdatasync\\(\\d+<"_s + drive + u"/tessel.tvlt>"_s,
+                                u"fsync\\(\\d+<"_s + drive + QLatin1Char('>'),
+                                u"renameat2\\(.*"_s + drive + u"/tessel.tvlt\", .*"_s + aside,
+                                u"fsync\\(\\d+<"_s + aside,
+                                u"fsync\\(\\d+<"_s + drive + u"/tessel.tvlt>"_s,
+                                u"fsync\\(\\d+<"_s + drive + QLatin1Char('>'),
+                                u"write\\(\\d+<"_s + drive + u"/tessel.tvlt>, \"0000"_s,
+                                u"fdatasync\\(\\d+<"_s + drive + u"/tessel.tvlt>"_s,
+                                u"write\\(\\d+<"_s + drive + u"/tessel.tvlt>, \"TESSEL3\""_s,
+                                u"fdatasync\\(\\d+<"_s + drive + u"/tessel.tvlt>"_s,
+                                u"fsync\\(\\d+<"_s + drive + QLatin1Char('>'),
+                                u"unlink\\(\""_s + aside,
+                                u"fsync\\(\\d+<"_s + drive + QLatin1Char('>'),
+                                u"unlink\\(\""_s + rebuilt};
         qsizetype at = -1;
         for (const QString& call : order) {
             at = find(calls, call, at + 1);
             QVERIFY2(at >= 0, qPrintable(call + QLatin1Char('\n') + calls.join(QLatin1Char('\n'))));
         }
         // Nothing else is renamed or removed on the drive.
-        QCOMPARE(calls
-                     .filter(QRegularExpression(QStringLiteral("(rename|renameat2|unlink)\\(.*") +
-                                                drive))
-                     .size(),
-                 2);
+        QCOMPARE(
+            calls.filter(QRegularExpression(u"(rename|renameat2|unlink)\\(.*"_s + drive)).size(),
+            2);
     }
 
     void importedBlocksAreSyncedWhileTheirFileIsOpen() {
         // Once nobody has the file open, the kernel may forget that it could not write a block.
         NEEDS_TRACING();
-        const Operation vault(QStringLiteral("import"));
+        const Operation vault(u"import"_s);
         const QString container = escaped(vault.fixture.container());
-        const QStringList calls = vault.calls(QStringLiteral("write,pwrite64,fdatasync,close"));
-        const qsizetype block = find(calls, QStringLiteral("write\\(\\d+<") + container);
+        const QStringList calls = vault.calls(u"write,pwrite64,fdatasync,close"_s);
+        const qsizetype block = find(calls, u"write\\(\\d+<"_s + container);
         QVERIFY(block >= 0);
-        const QRegularExpression descriptor(QStringLiteral("write\\((\\d+)<"));
+        const QRegularExpression descriptor(u"write\\((\\d+)<"_s);
         const QString number = descriptor.match(calls.at(block)).captured(1);
         const qsizetype synced =
-            find(calls, QStringLiteral("fdatasync\\(\\d+<") + container + QStringLiteral(".* = 0"),
-                 block);
+            find(calls, u"fdatasync\\(\\d+<"_s + container + u".* = 0"_s, block);
         const qsizetype closed =
-            find(calls, QStringLiteral("close\\(") + number + QLatin1Char('<') + container, block);
-        const qsizetype header = find(
-            calls, QStringLiteral("[^p]write\\(\\d+<") + container + QStringLiteral(".*, \"0{10}"),
-            block);
+            find(calls, u"close\\("_s + number + QLatin1Char('<') + container, block);
+        const qsizetype header =
+            find(calls, u"[^p]write\\(\\d+<"_s + container + u".*, \"0{10}"_s, block);
         QVERIFY2(synced > block && header > synced && closed > header,
                  qPrintable(calls.join(QLatin1Char('\n'))));
     }
@@ -369,10 +356,10 @@ private Q_SLOTS:
     void aCloseThatFailsComesAfterEverySync_data() {
         QTest::addColumn<QString>("operation");
         QTest::addColumn<QString>("place");
-        QTest::newRow("import") << QStringLiteral("import") << QStringLiteral("container");
-        QTest::newRow("delete") << QStringLiteral("delete") << QStringLiteral("container");
-        QTest::newRow("compact") << QStringLiteral("compact") << QStringLiteral("container");
-        QTest::newRow("export") << QStringLiteral("export") << QStringLiteral("exported file");
+        QTest::newRow("import") << u"import"_s << u"container"_s;
+        QTest::newRow("delete") << u"delete"_s << u"container"_s;
+        QTest::newRow("compact") << u"compact"_s << u"container"_s;
+        QTest::newRow("export") << u"export"_s << u"exported file"_s;
     }
     void aCloseThatFailsComesAfterEverySync() {
         QFETCH(const QString, operation);
@@ -380,23 +367,21 @@ private Q_SLOTS:
         NEEDS_TRACING();
         const Operation rehearsal(operation);
         const QString closing =
-            QStringLiteral("close\\(\\d+<") + QRegularExpression::escape(rehearsal.path(place));
-        const QStringList calls =
-            rehearsal.calls(QStringLiteral("close")).filter(QRegularExpression(closing));
+            u"close\\(\\d+<"_s + QRegularExpression::escape(rehearsal.path(place));
+        const QStringList calls = rehearsal.calls(u"close"_s).filter(QRegularExpression(closing));
         QVERIFY(!calls.isEmpty());
         for (int which = 1; which <= calls.size(); ++which) {
             Operation vault(operation);
-            const DriverRun run =
-                vault.run(place, QStringLiteral("close:error=EIO:when=%1").arg(which));
+            const DriverRun run = vault.run(place, u"close:error=EIO:when=%1"_s.arg(which));
             // What was synced is on the drive, whatever closing says.
             QVERIFY2(run.succeeded(), qPrintable(QString::number(which)));
             QVERIFY(vault.fixture.unlock());
-            const bool deleted = operation == QLatin1String("delete");
+            const bool deleted = operation == "delete"_L1;
             QCOMPARE(vault.fixture.stored(A), QByteArray(deleted ? "(refused)" : "contents of a"));
-            if (operation == QLatin1String("import")) {
+            if (operation == "import"_L1) {
                 QVERIFY(vault.fixture.stored(B) == sourceBytes());
             }
-            if (operation == QLatin1String("export")) {
+            if (operation == "export"_L1) {
                 QCOMPARE(readFile(vault.path(place)), QByteArray("contents of a"));
             }
         }

@@ -16,6 +16,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -24,8 +25,8 @@ using Spoil = std::function<void(CraftedContainer&)>;
 constexpr qint64 MebiByte = 1048576;
 constexpr qint64 GibiByte = 1024 * MebiByte;
 
-const QString EncryptedMasterKey = QStringLiteral("encryptedMasterKey");
-const QString KdfIterations = QStringLiteral("kdfIterations");
+const QString EncryptedMasterKey = u"encryptedMasterKey"_s;
+const QString KdfIterations = u"kdfIterations"_s;
 
 QString base64(const QByteArray& bytes) {
     return QString::fromLatin1(bytes.toBase64());
@@ -78,10 +79,10 @@ void addHeaderFaults() {
     addRow("version is NaN",
            [](auto& c) { c.replaceInHeader("\"formatVersion\":3", "\"formatVersion\":NaN"); });
     addRow("version is 2^32 + 3",
-           [](auto& c) { c.setHeaderMember(QStringLiteral("formatVersion"), qint64(4294967299)); });
+           [](auto& c) { c.setHeaderMember(u"formatVersion"_s, qint64(4294967299)); });
     for (const QJsonValue& value :
          {QJsonValue(), QJsonValue(7), QJsonValue(true), QJsonValue(QJsonArray()),
-          QJsonValue(QStringLiteral("text")), QJsonValue(QJsonValue::Undefined)}) {
+          QJsonValue(u"text"_s), QJsonValue(QJsonValue::Undefined)}) {
         const QByteArray type = QByteArray::number(value.type());
         for (const char* key : {"magic", "formatVersion", "crypto", "encryptedIndex"}) {
             addRow((key + QByteArray(" of JSON type ") + type).constData(),
@@ -92,27 +93,27 @@ void addHeaderFaults() {
 
 void addCryptoFaults() {
     for (const int size : {0, 15, 17}) {
-        addRow(qPrintable(QStringLiteral("salt of %1 bytes").arg(size)),
+        addRow(qPrintable(u"salt of %1 bytes"_s.arg(size)),
                [=](auto& c) { setBytes(c, "salt", QByteArray(size, 's')); });
     }
     addRow("Argon2id with a salt of 15 bytes", [](auto& c) {
         setBytes(c, "salt", QByteArray(15, 's'));
-        c.setCryptoMember(QStringLiteral("kdf"), QStringLiteral("Argon2id"));
+        c.setCryptoMember(u"kdf"_s, u"Argon2id"_s);
     });
     for (const int size : {0, 1, 23, 25, 4096}) {
-        addRow(qPrintable(QStringLiteral("nonce of %1 bytes").arg(size)),
+        addRow(qPrintable(u"nonce of %1 bytes"_s.arg(size)),
                [=](auto& c) { setBytes(c, "nonce", QByteArray(size, 'n')); });
-        addRow(qPrintable(QStringLiteral("index nonce of %1 bytes").arg(size)),
+        addRow(qPrintable(u"index nonce of %1 bytes"_s.arg(size)),
                [=](auto& c) { setBytes(c, "payloadNonce", QByteArray(size, 'n')); });
     }
     for (const int size : {0, 1, 15, 16, 79, 81, 100000}) {
-        addRow(qPrintable(QStringLiteral("sealed master key of %1 bytes").arg(size)),
+        addRow(qPrintable(u"sealed master key of %1 bytes"_s.arg(size)),
                [=](auto& c) { setBytes(c, "encryptedMasterKey", QByteArray(size, 'k')); });
-        addRow(qPrintable(QStringLiteral("sealed index of %1 bytes").arg(size)),
+        addRow(qPrintable(u"sealed index of %1 bytes"_s.arg(size)),
                [=](auto& c) { c.setEncryptedIndex(QByteArray(size, 'i')); });
     }
     for (const int size : {0, 31}) {
-        addRow(qPrintable(QStringLiteral("master key of %1 bytes").arg(size)), [=](auto& c) {
+        addRow(qPrintable(u"master key of %1 bytes"_s.arg(size)), [=](auto& c) {
             setBytes(c, "encryptedMasterKey",
                      c.seal(c.keys.masterKey.left(size), c.passwordKey().left(32), c.keys.nonce,
                             c.masterKeyAssociatedData()));
@@ -127,16 +128,12 @@ void addCryptoFaults() {
     addRow("iterations -1", [](auto& c) { c.setCryptoMember(KdfIterations, -1); });
     addRow("smallest iterations", [](auto& c) { c.setCryptoMember(KdfIterations, -2147483647); });
     addRow("iterations 2", [](auto& c) { c.setCryptoMember(KdfIterations, 2); });
-    addRow("another name of the derivation", [](auto& c) {
-        c.setCryptoMember(QStringLiteral("kdf"), QStringLiteral("PBKDF2-HMAC-SHA512"));
-    });
-    addRow("another cipher",
-           [](auto& c) { c.setCryptoMember(QStringLiteral("cipher"), QStringLiteral("none")); });
-    addRow("no cipher",
-           [](auto& c) { c.setCryptoMember(QStringLiteral("cipher"), QJsonValue::Undefined); });
-    addRow("sealed index is no Base64", [](auto& c) {
-        c.setHeaderMember(QStringLiteral("encryptedIndex"), QString(40, QLatin1Char('*')));
-    });
+    addRow("another name of the derivation",
+           [](auto& c) { c.setCryptoMember(u"kdf"_s, u"PBKDF2-HMAC-SHA512"_s); });
+    addRow("another cipher", [](auto& c) { c.setCryptoMember(u"cipher"_s, u"none"_s); });
+    addRow("no cipher", [](auto& c) { c.setCryptoMember(u"cipher"_s, QJsonValue::Undefined); });
+    addRow("sealed index is no Base64",
+           [](auto& c) { c.setHeaderMember(u"encryptedIndex"_s, QString(40, QLatin1Char('*'))); });
 }
 
 } // namespace
@@ -166,7 +163,7 @@ void TestHostileContainers::unlockingRefuses_data() {
 void TestHostileContainers::unlockingRefuses() {
     QFETCH(const Spoil, spoil);
     CraftedContainer crafted;
-    crafted.addFile(QStringLiteral("a"), "abc");
+    crafted.addFile(u"a"_s, "abc");
     spoil(crafted);
     VaultFixture fixture(crafted);
     const QByteArray before = readFile(fixture.container());
@@ -174,7 +171,7 @@ void TestHostileContainers::unlockingRefuses() {
     QVERIFY(!fixture.vault.unlockVault(fixture.container(), crafted.keys.password));
     QCOMPARE(fixture.vault.state(), VaultState::Locked);
     QVERIFY(fixture.vault.fileIndex().entries().isEmpty());
-    QVERIFY(!fixture.vault.importFile(fixture.container(), QStringLiteral("b")));
+    QVERIFY(!fixture.vault.importFile(fixture.container(), u"b"_s));
     QVERIFY(readFile(fixture.container()) == before);
 }
 
@@ -194,7 +191,7 @@ void TestHostileContainers::oddContainersOpenAllTheSame_data() {
                                              ",\"crypto\"");
     });
     addRow("unknown members", [](auto& c) {
-        c.setHeaderMember(QStringLiteral("unknown"), QJsonObject{{QStringLiteral("a"), 1}});
+        c.setHeaderMember(u"unknown"_s, QJsonObject{{u"a"_s, 1}});
     });
     addRow("version 3.0",
            [](auto& c) { c.replaceInHeader("\"formatVersion\":3", "\"formatVersion\":3.0"); });
@@ -203,26 +200,23 @@ void TestHostileContainers::oddContainersOpenAllTheSame_data() {
     });
     addRow("master key of 32 bytes", [](auto& c) { c.keys.masterKey.truncate(32); });
     addRow("authTag with bytes", [](auto& c) { setBytes(c, "authTag", QByteArray(99, 't')); });
-    addRow("no authTag",
-           [](auto& c) { c.setCryptoMember(QStringLiteral("authTag"), QJsonValue::Undefined); });
+    addRow("no authTag", [](auto& c) { c.setCryptoMember(u"authTag"_s, QJsonValue::Undefined); });
     addRow("plain index of something else", [](auto& c) {
-        c.setHeaderMember(
-            QStringLiteral("fileIndex"),
-            QJsonObject{{QStringLiteral("files"),
-                         QJsonArray{QJsonObject{
-                             {QStringLiteral("vaultPath"), QStringLiteral("not in the vault")}}}}});
+        c.setHeaderMember(u"fileIndex"_s,
+                          QJsonObject{{u"files"_s, QJsonArray{QJsonObject{
+                                                       {u"vaultPath"_s, u"not in the vault"_s}}}}});
     });
 }
 
 void TestHostileContainers::oddContainersOpenAllTheSame() {
     QFETCH(const Spoil, spoil);
     CraftedContainer crafted;
-    crafted.addFile(QStringLiteral("a"), "abc");
+    crafted.addFile(u"a"_s, "abc");
     spoil(crafted);
     VaultFixture fixture(crafted);
     QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.filePaths(), QStringList{QStringLiteral("a")});
-    QCOMPARE(fixture.stored(QStringLiteral("a")), QByteArray("abc"));
+    QCOMPARE(fixture.filePaths(), QStringList{u"a"_s});
+    QCOMPARE(fixture.stored(u"a"_s), QByteArray("abc"));
 }
 
 void TestHostileContainers::anEndlessLengthLineTakesNoMemory_data() {
@@ -235,7 +229,7 @@ void TestHostileContainers::anEndlessLengthLineTakesNoMemory_data() {
 void TestHostileContainers::anEndlessLengthLineTakesNoMemory() {
     QFETCH(const char, byte);
     const QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("tessel.tvlt"));
+    const QString path = folder.filePath(u"tessel.tvlt"_s);
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     QCOMPARE(file.write("TESSEL3"), 7);

@@ -21,6 +21,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -30,8 +31,8 @@ constexpr qint64 MebiByte = 1048576;
 /// One block in plain and sealed, and what the test itself and the toolkit need.
 constexpr qint64 MemoryForOneBlock = 48 * MebiByte;
 
-const QString Bad = QStringLiteral("bad");
-const QString Good = QStringLiteral("good");
+const QString Bad = u"bad"_s;
+const QString Good = u"good"_s;
 const QByteArray GoodBytes = noise(3000, 5);
 const QByteArray BadBytes = noise(2000, 6);
 
@@ -39,7 +40,7 @@ const QByteArray BadBytes = noise(2000, 6);
 CraftedContainer vaultWith(const QString& badPath = Bad) {
     CraftedContainer crafted;
     crafted.addFile(badPath, BadBytes, 1000).addFile(Good, GoodBytes, 1000);
-    crafted.addFolder(QStringLiteral("folder"));
+    crafted.addFolder(u"folder"_s);
     return crafted;
 }
 
@@ -59,22 +60,22 @@ QStringList everythingIn(const QString& folder) {
 /// looks at what they did.
 void useEverywhere(VaultFixture& fixture, const QString& path) {
     VaultManager& vault = fixture.vault;
-    const QString source = fixture.write(QStringLiteral("source"), "new contents");
+    const QString source = fixture.write(u"source"_s, "new contents");
     QBuffer sink;
     QString copy;
     QString error;
     QVERIFY(sink.open(QIODevice::WriteOnly));
     const QList<bool> answers = {
         vault.writeVaultFileToDevice(path, &sink),
-        vault.exportFile(path, fixture.file(QStringLiteral("exported"))),
+        vault.exportFile(path, fixture.file(u"exported"_s)),
         vault.createDirectory(path),
-        vault.createDirectory(path + QStringLiteral("/sub")),
-        vault.moveFile(path, QStringLiteral("folder")),
+        vault.createDirectory(path + u"/sub"_s),
+        vault.moveFile(path, u"folder"_s),
         vault.moveFile(Good, path),
-        vault.renameFile(path, QStringLiteral("renamed")),
-        vault.renameFile(QStringLiteral("renamed"), path),
-        vault.renameDirectory(QStringLiteral("folder"), path),
-        vault.renameDirectory(path, QStringLiteral("folder")),
+        vault.renameFile(path, u"renamed"_s),
+        vault.renameFile(u"renamed"_s, path),
+        vault.renameDirectory(u"folder"_s, path),
+        vault.renameDirectory(path, u"folder"_s),
         vault.deleteDirectory(path),
         vault.prepareFileForEditing(path, &copy),
         vault.importFile(source, path),
@@ -88,7 +89,7 @@ void useEverywhere(VaultFixture& fixture, const QString& path) {
 
 /// What an export of the path gives; nothing when it is refused.
 std::optional<QByteArray> exported(const VaultFixture& fixture, const QString& path) {
-    const QString target = fixture.file(QStringLiteral("exported"));
+    const QString target = fixture.file(u"exported"_s);
     return fixture.vault.exportFile(path, target) ? std::optional<QByteArray>(readFile(target))
                                                   : std::nullopt;
 }
@@ -157,19 +158,19 @@ void TestHostileIndexes::badBlocksAreRefused_data() {
             QTest::addRow("%s: %s", key, name) << QString::fromLatin1(key) << value;
         }
     }
-    QTest::addRow("nonce: missing") << QStringLiteral("nonce") << QByteArray("null");
-    QTest::addRow("nonce: empty") << QStringLiteral("nonce") << QByteArray("\"\"");
+    QTest::addRow("nonce: missing") << u"nonce"_s << QByteArray("null");
+    QTest::addRow("nonce: empty") << u"nonce"_s << QByteArray("\"\"");
     QTest::addRow("nonce: 23 bytes")
-        << QStringLiteral("nonce") << QByteArray('"' + QByteArray(23, 'n').toBase64() + '"');
+        << u"nonce"_s << QByteArray('"' + QByteArray(23, 'n').toBase64() + '"');
     QTest::addRow("nonce: a megabyte")
-        << QStringLiteral("nonce") << QByteArray('"' + QByteArray(1000000, 'A') + '"');
+        << u"nonce"_s << QByteArray('"' + QByteArray(1000000, 'A') + '"');
 }
 
 void TestHostileIndexes::badBlocksAreRefused() {
     QFETCH(const QString, key);
     QFETCH(const QByteArray, value);
     CraftedContainer crafted = vaultWith();
-    crafted.setBlockMember(0, 0, key, QStringLiteral("HERE"));
+    crafted.setBlockMember(0, 0, key, u"HERE"_s);
     crafted.replaceInIndex("\"HERE\"", value);
     VaultFixture fixture(crafted);
     QVERIFY(fixture.unlock());
@@ -178,9 +179,9 @@ void TestHostileIndexes::badBlocksAreRefused() {
 
     QVERIFY(!exported(fixture, Bad));
     QCOMPARE(exported(fixture, Good), GoodBytes);
-    QString copy = QStringLiteral("as before");
+    QString copy = u"as before"_s;
     QVERIFY(!fixture.vault.prepareFileForEditing(Bad, &copy));
-    QCOMPARE(copy, QStringLiteral("as before"));
+    QCOMPARE(copy, u"as before"_s);
     COMPARE_UNCHANGED(picture);
     QString error;
     const bool compacted = fixture.vault.compactVault({}, &error);
@@ -204,8 +205,8 @@ void TestHostileIndexes::badBlocksAreRefused() {
 void TestHostileIndexes::wrongTypesAreDefaults_data() {
     QTest::addColumn<Spoil>("spoil");
     const QList<QJsonValue> values = {QJsonValue(),     QJsonValue(true),
-                                      QJsonValue(-1.5), QJsonValue(QStringLiteral("\xff")),
-                                      QJsonArray{1, 2}, QJsonObject{{QStringLiteral("a"), 1}}};
+                                      QJsonValue(-1.5), QJsonValue(u"\xff"_s),
+                                      QJsonArray{1, 2}, QJsonObject{{u"a"_s, 1}}};
     for (const QJsonValue& value : values) {
         const int type = value.type();
         for (const char* key : {"id", "sizeBytes", "lastModifiedUtc", "sha256"}) {
@@ -217,23 +218,19 @@ void TestHostileIndexes::wrongTypesAreDefaults_data() {
                 << Spoil([=](auto& c) { c.setFolderMember(0, QString::fromLatin1(key), value); });
         }
         QTest::addRow("formatVersion of JSON type %d", type)
-            << Spoil([=](auto& c) { c.setIndexMember(QStringLiteral("formatVersion"), value); });
+            << Spoil([=](auto& c) { c.setIndexMember(u"formatVersion"_s, value); });
     }
     for (const char* date : {"2025-02-30T00:00:00.000Z", "9999999-01-01T00:00:00.000Z",
                              "-2025-01-01", "2025-03-01T14:05:09.120+99:99", "now"}) {
-        QTest::addRow("date %s", date) << Spoil([=](auto& c) {
-            c.setFileMember(0, QStringLiteral("lastModifiedUtc"), QString::fromLatin1(date));
-        });
+        QTest::addRow("date %s", date) << Spoil(
+            [=](auto& c) { c.setFileMember(0, u"lastModifiedUtc"_s, QString::fromLatin1(date)); });
     }
-    QTest::addRow("digest of a megabyte") << Spoil([](auto& c) {
-        c.setFileMember(0, QStringLiteral("sha256"), QString(1000000, QLatin1Char('a')));
-    });
-    QTest::addRow("size of 2^63 - 1") << Spoil([](auto& c) {
-        c.setFileMember(0, QStringLiteral("sizeBytes"), std::numeric_limits<qint64>::max());
-    });
-    QTest::addRow("size of -2^63") << Spoil([](auto& c) {
-        c.setFileMember(0, QStringLiteral("sizeBytes"), std::numeric_limits<qint64>::min());
-    });
+    QTest::addRow("digest of a megabyte") << Spoil(
+        [](auto& c) { c.setFileMember(0, u"sha256"_s, QString(1000000, QLatin1Char('a'))); });
+    QTest::addRow("size of 2^63 - 1") << Spoil(
+        [](auto& c) { c.setFileMember(0, u"sizeBytes"_s, std::numeric_limits<qint64>::max()); });
+    QTest::addRow("size of -2^63") << Spoil(
+        [](auto& c) { c.setFileMember(0, u"sizeBytes"_s, std::numeric_limits<qint64>::min()); });
 }
 
 void TestHostileIndexes::wrongTypesAreDefaults() {
@@ -245,11 +242,11 @@ void TestHostileIndexes::wrongTypesAreDefaults() {
     // None of these members is needed to open the file, and all survive a rewrite.
     QCOMPARE(exported(fixture, Bad), BadBytes);
     QVERIFY(fixture.vault.compactVault([](qint64, qint64, const QString&) {}, nullptr));
-    QVERIFY(fixture.vault.renameFile(Bad, QStringLiteral("folder/other")));
-    QCOMPARE(exported(fixture, QStringLiteral("folder/other")), BadBytes);
+    QVERIFY(fixture.vault.renameFile(Bad, u"folder/other"_s));
+    QCOMPARE(exported(fixture, u"folder/other"_s), BadBytes);
     QVERIFY(fixture.vault.lockVault());
     QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("folder/other"), Good}));
+    QCOMPARE(fixture.filePaths(), QStringList({u"folder/other"_s, Good}));
     QCOMPARE(exported(fixture, Good), GoodBytes);
 }
 
@@ -284,8 +281,8 @@ void TestHostileIndexes::whatIsNoIndexIsAnEmptyOne() {
     QVERIFY(fixture.unlock());
     QCOMPARE(fixture.filePaths(), QStringList());
     QCOMPARE(fixture.folderPaths(), QStringList());
-    QVERIFY(fixture.store(QStringLiteral("a"), "contents"));
-    QCOMPARE(exported(fixture, QStringLiteral("a")), QByteArray("contents"));
+    QVERIFY(fixture.store(u"a"_s, "contents"));
+    QCOMPARE(exported(fixture, u"a"_s), QByteArray("contents"));
 }
 
 void TestHostileIndexes::hostilePathsNeverLeadOutside_data() {
@@ -293,42 +290,42 @@ void TestHostileIndexes::hostilePathsNeverLeadOutside_data() {
     const auto row = [](const char* name, const QString& path) {
         QTest::newRow(name) << path;
     };
-    row("two levels up", QStringLiteral("../../x"));
-    row("far up", QStringLiteral("../").repeated(40) + QStringLiteral("x"));
-    row("up from a folder", QStringLiteral("folder/../../x"));
-    row("up with backslashes", QStringLiteral("..\\..\\x"));
-    row("up with blanks", QStringLiteral(" .. / .. /x"));
-    row("up with line feeds", QStringLiteral("..\n/..\n/x"));
-    row("parent alone", QStringLiteral(".."));
-    row("folder itself", QStringLiteral("."));
-    row("three dots", QStringLiteral("..."));
-    row("ends in the parent", QStringLiteral("folder/.."));
-    row("absolute", QStringLiteral("/tmp/tessel-hostile"));
-    row("absolute twice", QStringLiteral("//tmp/tessel-hostile"));
-    row("home", QStringLiteral("~/x"));
-    row("slash", QStringLiteral("/"));
-    row("ends with a slash", QStringLiteral("x/"));
-    row("blank", QStringLiteral("   "));
-    row("blank component", QStringLiteral("a/ /b"));
-    row("backslash", QStringLiteral("a\\b"));
-    row("address", QStringLiteral("file:///tmp/x"));
-    row("resource", QStringLiteral(":/icons/x"));
+    row("two levels up", u"../../x"_s);
+    row("far up", u"../"_s.repeated(40) + u"x"_s);
+    row("up from a folder", u"folder/../../x"_s);
+    row("up with backslashes", u"..\\..\\x"_s);
+    row("up with blanks", u" .. / .. /x"_s);
+    row("up with line feeds", u"..\n/..\n/x"_s);
+    row("parent alone", u".."_s);
+    row("folder itself", u"."_s);
+    row("three dots", u"..."_s);
+    row("ends in the parent", u"folder/.."_s);
+    row("absolute", u"/tmp/tessel-hostile"_s);
+    row("absolute twice", u"//tmp/tessel-hostile"_s);
+    row("home", u"~/x"_s);
+    row("slash", u"/"_s);
+    row("ends with a slash", u"x/"_s);
+    row("blank", u"   "_s);
+    row("blank component", u"a/ /b"_s);
+    row("backslash", u"a\\b"_s);
+    row("address", u"file:///tmp/x"_s);
+    row("resource", u":/icons/x"_s);
     row("control characters", QStringLiteral("a\n\r\t\x1b[31m\x7f"
                                              "b"));
-    row("zero byte", QStringLiteral("a") + QChar(0) + QStringLiteral("b"));
-    row("zero byte, then up", QStringLiteral("a") + QChar(0) + QStringLiteral("/../../x"));
-    row("up, then zero byte", QStringLiteral("..") + QChar(0) + QStringLiteral("/x"));
-    row("half a surrogate pair", QString(QChar(0xd800)) + QStringLiteral("/x"));
-    row("right to left", QString(QChar(0x202e)) + QStringLiteral("fdp.exe"));
-    row("wide dots", QString(2, QChar(0xff0e)) + QStringLiteral("/x"));
+    row("zero byte", u"a"_s + QChar(0) + u"b"_s);
+    row("zero byte, then up", u"a"_s + QChar(0) + u"/../../x"_s);
+    row("up, then zero byte", u".."_s + QChar(0) + u"/x"_s);
+    row("half a surrogate pair", QString(QChar(0xd800)) + u"/x"_s);
+    row("right to left", QString(QChar(0x202e)) + u"fdp.exe"_s);
+    row("wide dots", QString(2, QChar(0xff0e)) + u"/x"_s);
     row("name of 255 bytes", QString(255, QLatin1Char('n')));
     row("name of 300 characters", QString(300, QLatin1Char('n')));
     row("name of 200 wide characters", QString(200, QChar(0x20ac)));
-    row("path of 5,000 characters", QStringLiteral("abcd/").repeated(1000) + QLatin1Char('x'));
-    row("path of 100,000 folders", QStringLiteral("a/").repeated(100000) + QLatin1Char('x'));
-    row("the workspace's parent", QStringLiteral("Tessel"));
-    row("percent signs", QStringLiteral("%1%2%n%s%99999d"));
-    row("upper case of another name", QStringLiteral("GOOD/x"));
+    row("path of 5,000 characters", u"abcd/"_s.repeated(1000) + QLatin1Char('x'));
+    row("path of 100,000 folders", u"a/"_s.repeated(100000) + QLatin1Char('x'));
+    row("the workspace's parent", u"Tessel"_s);
+    row("percent signs", u"%1%2%n%s%99999d"_s);
+    row("upper case of another name", u"GOOD/x"_s);
 }
 
 void TestHostileIndexes::hostilePathsNeverLeadOutside() {
@@ -348,15 +345,15 @@ void TestHostileIndexes::hostilePathsNeverLeadOutside() {
 
     const QStringList left = everythingIn(fixture.temporaryFolder());
     for (const QString& name : left) {
-        QVERIFY2(name == QLatin1String("Tessel") || name == note || name == workspace ||
+        QVERIFY2(name == "Tessel"_L1 || name == note || name == workspace ||
                      name.startsWith(workspace + QLatin1Char('/')),
                  qPrintable(name));
     }
     QCOMPARE(QDir(fixture.driveFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-             QStringList{QStringLiteral("tessel.tvlt")});
-    QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/tessel-hostile")));
+             QStringList{u"tessel.tvlt"_s});
+    QVERIFY(!QFileInfo::exists(u"/tmp/tessel-hostile"_s));
     QVERIFY(fixture.vault.lockVault());
-    QCOMPARE(everythingIn(fixture.temporaryFolder()), QStringList{QStringLiteral("Tessel")});
+    QCOMPARE(everythingIn(fixture.temporaryFolder()), QStringList{u"Tessel"_s});
     QVERIFY(fixture.unlock());
 }
 
@@ -370,25 +367,25 @@ void TestHostileIndexes::copiesOfOpenedFilesStayInTheWorkspace() {
     QVERIFY(fixture.unlock());
     const QString workspace = fixture.temporaryFolder() + QLatin1Char('/') +
                               everythingIn(fixture.temporaryFolder()).last() + QLatin1Char('/');
-    QString copy = QStringLiteral("as before");
+    QString copy = u"as before"_s;
     if (fixture.vault.prepareFileForEditing(path, &copy)) {
         QVERIFY2(QFileInfo(copy).canonicalFilePath().startsWith(workspace), qPrintable(copy));
         QCOMPARE(readFile(copy), BadBytes);
     } else {
-        QCOMPARE(copy, QStringLiteral("as before"));
+        QCOMPARE(copy, u"as before"_s);
     }
 }
 
 void TestHostileIndexes::aPathOfTooManyFoldersIsRefused() {
     // Its ancestors' names together are longer than a container's header.
-    const QString deep = QStringLiteral("a/").repeated(100000) + QLatin1Char('x');
+    const QString deep = u"a/"_s.repeated(100000) + QLatin1Char('x');
     VaultFixture fixture(vaultWith());
     QVERIFY(fixture.unlock());
     const VaultPicture picture(fixture);
     const PeakMemory memory;
     QVERIFY(!fixture.vault.createDirectory(deep));
     QVERIFY(!fixture.store(deep, "contents"));
-    QVERIFY(!fixture.vault.renameDirectory(QStringLiteral("folder"), deep));
+    QVERIFY(!fixture.vault.renameDirectory(u"folder"_s, deep));
     QVERIFY2(memory.growth() < MemoryForOneBlock, qPrintable(QString::number(memory.growth())));
     COMPARE_UNCHANGED(picture);
     // A path of a thousand folders is unusual, and no more than that.
@@ -406,15 +403,15 @@ void TestHostileIndexes::lettersKeepTheirSizeWhenCaseIsIgnored() {
 
 void TestHostileIndexes::repeatedEntriesCountOnce() {
     CraftedContainer crafted = vaultWith();
-    crafted.addFile(Bad, "second contents").addFolder(QStringLiteral("folder"));
-    crafted.addFile(QStringLiteral("BAD"), "in another case");
+    crafted.addFile(Bad, "second contents").addFolder(u"folder"_s);
+    crafted.addFile(u"BAD"_s, "in another case");
     VaultFixture fixture(crafted);
     QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.filePaths(), QStringList({Bad, Good, QStringLiteral("BAD")}));
-    QCOMPARE(fixture.folderPaths(), QStringList{QStringLiteral("folder")});
+    QCOMPARE(fixture.filePaths(), QStringList({Bad, Good, u"BAD"_s}));
+    QCOMPARE(fixture.folderPaths(), QStringList{u"folder"_s});
     // Two names that differ in letter case alone lead to the first of them, until that is gone.
-    QCOMPARE(exported(fixture, QStringLiteral("BAD")), QByteArray("second contents"));
-    QVERIFY(fixture.vault.deleteFile(QStringLiteral("BAD")));
+    QCOMPARE(exported(fixture, u"BAD"_s), QByteArray("second contents"));
+    QVERIFY(fixture.vault.deleteFile(u"BAD"_s));
     QCOMPARE(exported(fixture, Bad), QByteArray("in another case"));
     QVERIFY(fixture.vault.deleteFile(Bad));
     QVERIFY(!exported(fixture, Bad));
@@ -423,14 +420,14 @@ void TestHostileIndexes::repeatedEntriesCountOnce() {
 
 void TestHostileIndexes::aFileAndAFolderOfOneNameDoNotMeetInTheWorkspace() {
     CraftedContainer crafted = vaultWith();
-    crafted.addFile(QStringLiteral("bad/below"), "below");
+    crafted.addFile(u"bad/below"_s, "below");
     VaultFixture fixture(crafted);
     QVERIFY(fixture.unlock());
     QString copy;
     QVERIFY(fixture.vault.prepareFileForEditing(Bad, &copy));
-    QString below = QStringLiteral("as before");
-    QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("bad/below"), &below));
-    QCOMPARE(below, QStringLiteral("as before"));
+    QString below = u"as before"_s;
+    QVERIFY(!fixture.vault.prepareFileForEditing(u"bad/below"_s, &below));
+    QCOMPARE(below, u"as before"_s);
     QCOMPARE(readFile(copy), BadBytes);
     QVERIFY(fixture.vault.lockVault());
 }
@@ -439,9 +436,8 @@ void TestHostileIndexes::blocksThatOverlapAreCopiedForEachFile() {
     CraftedContainer crafted = vaultWith();
     const CraftedBlock shared = crafted.blocks(1).first();
     for (const qsizetype block : {0, 1}) {
-        crafted.setBlockMember(0, block, QStringLiteral("offset"), shared.offset);
-        crafted.setBlockMember(0, block, QStringLiteral("nonce"),
-                               QString::fromLatin1(shared.nonce.toBase64()));
+        crafted.setBlockMember(0, block, u"offset"_s, shared.offset);
+        crafted.setBlockMember(0, block, u"nonce"_s, QString::fromLatin1(shared.nonce.toBase64()));
     }
     VaultFixture fixture(crafted);
     QVERIFY(fixture.unlock());
@@ -471,8 +467,8 @@ void TestHostileIndexes::anIndexThatFillsTheHeaderIsUsable() {
     QVERIFY(fixture.vault.fileIndex().entries().size() > 200000);
     const VaultPicture picture(fixture);
     // Written back, the entries have all their members and no longer fit: a plain refusal.
-    QVERIFY(!fixture.vault.deleteFile(QStringLiteral("7")));
-    QVERIFY(!fixture.store(QStringLiteral("new"), "contents"));
+    QVERIFY(!fixture.vault.deleteFile(u"7"_s));
+    QVERIFY(!fixture.store(u"new"_s, "contents"));
     QVERIFY(!fixture.vault.compactVault({}, nullptr));
     COMPARE_UNCHANGED(picture);
     QVERIFY2(memory.growth() < 1024 * MebiByte, qPrintable(QString::number(memory.growth())));

@@ -15,6 +15,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -111,11 +112,11 @@ private Q_SLOTS:
     void compactionSurvivesSizesThatNoNumberHolds() {
         QFETCH(const qint64, plainSize);
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a"), "abcd", 2).addFile(QStringLiteral("b"), "efg");
-        crafted.setBlockMember(0, 0, QStringLiteral("plainSize"), plainSize)
-            .setBlockMember(0, 1, QStringLiteral("plainSize"), plainSize)
-            .setFileMember(0, QStringLiteral("sizeBytes"), plainSize)
-            .setFileMember(1, QStringLiteral("sizeBytes"), plainSize);
+        crafted.addFile(u"a"_s, "abcd", 2).addFile(u"b"_s, "efg");
+        crafted.setBlockMember(0, 0, u"plainSize"_s, plainSize)
+            .setBlockMember(0, 1, u"plainSize"_s, plainSize)
+            .setFileMember(0, u"sizeBytes"_s, plainSize)
+            .setFileMember(1, u"sizeBytes"_s, plainSize);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QList<qint64> rebuilt;
@@ -127,8 +128,8 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.compactVault(progress, nullptr));
         const qint64 last = plainSize == Largest ? Largest : Smallest + 3;
         QCOMPARE(rebuilt, QList<qint64>({plainSize, plainSize, last}));
-        QCOMPARE(fixture.stored(QStringLiteral("a")), "(refused)");
-        QCOMPARE(fixture.stored(QStringLiteral("b")), "efg");
+        QCOMPARE(fixture.stored(u"a"_s), "(refused)");
+        QCOMPARE(fixture.stored(u"b"_s), "efg");
     }
 
     void twoPathsThatDifferInCaseStayTwoFiles_data() {
@@ -139,35 +140,35 @@ private Q_SLOTS:
     void twoPathsThatDifferInCaseStayTwoFiles() {
         QFETCH(const bool, move);
         CraftedContainer crafted;
-        crafted.addFolder(QStringLiteral("d"));
-        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        crafted.addFolder(u"d"_s);
+        crafted.addFile(u"a"_s, "first").addFile(u"A"_s, "second");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        const QString target = QStringLiteral("d/a");
-        QVERIFY(move ? fixture.vault.moveFile(QStringLiteral("a"), QStringLiteral("d"))
-                     : fixture.vault.renameFile(QStringLiteral("a"), target));
-        QCOMPARE(fixture.filePaths(), QStringList({target, QStringLiteral("A")}));
+        const QString target = u"d/a"_s;
+        QVERIFY(move ? fixture.vault.moveFile(u"a"_s, u"d"_s)
+                     : fixture.vault.renameFile(u"a"_s, target));
+        QCOMPARE(fixture.filePaths(), QStringList({target, u"A"_s}));
         QCOMPARE(fixture.stored(target), "first");
-        QCOMPARE(fixture.stored(QStringLiteral("A")), "second");
+        QCOMPARE(fixture.stored(u"A"_s), "second");
     }
 
     void pathsThatTheDiskCannotTellApartAreNotOpened_data() {
         QTest::addColumn<QString>("path");
-        QTest::newRow("zero behind the name") << QStringLiteral("a") + QChar::Null;
-        QTest::newRow("zero in the name") << QStringLiteral("a") + QChar::Null + u'b';
-        QTest::newRow("zero in a folder") << u'a' + QString(QChar::Null) + QStringLiteral("/b");
-        QTest::newRow("first half of a pair") << QStringLiteral("a") + QChar(0xd800);
-        QTest::newRow("second half of a pair") << QChar(0xdc00) + QStringLiteral("/a");
+        QTest::newRow("zero behind the name") << u"a"_s + QChar::Null;
+        QTest::newRow("zero in the name") << u"a"_s + QChar::Null + u'b';
+        QTest::newRow("zero in a folder") << u'a' + QString(QChar::Null) + u"/b"_s;
+        QTest::newRow("first half of a pair") << u"a"_s + QChar(0xd800);
+        QTest::newRow("second half of a pair") << QChar(0xdc00) + u"/a"_s;
     }
     void pathsThatTheDiskCannotTellApartAreNotOpened() {
         QFETCH(const QString, path);
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a"), "first").addFile(path, "second");
+        crafted.addFile(u"a"_s, "first").addFile(path, "second");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QString copy;
         QString none;
-        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("a"), &copy));
+        QVERIFY(fixture.vault.prepareFileForEditing(u"a"_s, &copy));
         QVERIFY(!fixture.vault.prepareFileForEditing(path, &none));
         QVERIFY(none.isEmpty());
         QCOMPARE(readFile(copy), "first");
@@ -179,12 +180,11 @@ private Q_SLOTS:
 
     void unusualNamesAreOpened_data() {
         QTest::addColumn<QString>("path");
-        QTest::newRow("letters with accents")
-            << QStringLiteral("relat\u00f3rio/a\u00e7\u00e3o.txt");
-        QTest::newRow("decomposed") << QStringLiteral("e\u0301");
-        QTest::newRow("beyond 16 bits") << QStringLiteral("\U0001f600.txt");
-        QTest::newRow("replacement character") << QStringLiteral("\ufffd");
-        QTest::newRow("control character") << QStringLiteral("a\u0001b");
+        QTest::newRow("letters with accents") << u"relat\u00f3rio/a\u00e7\u00e3o.txt"_s;
+        QTest::newRow("decomposed") << u"e\u0301"_s;
+        QTest::newRow("beyond 16 bits") << u"\U0001f600.txt"_s;
+        QTest::newRow("replacement character") << u"\ufffd"_s;
+        QTest::newRow("control character") << u"a\u0001b"_s;
     }
     void unusualNamesAreOpened() {
         QFETCH(const QString, path);

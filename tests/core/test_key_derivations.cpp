@@ -18,6 +18,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -31,7 +32,7 @@ QByteArrayList takeDerivations() {
     return taken;
 }
 
-const QByteArray NewPassword = QByteArrayLiteral("outra senha longa");
+const QByteArray NewPassword = "outra senha longa"_ba;
 
 } // namespace
 
@@ -43,7 +44,7 @@ extern "C" int crypto_pwhash(unsigned char* out, unsigned long long outBytes, co
     const QByteArray from(password, static_cast<qsizetype>(passwordBytes));
     const bool usual = outBytes == 64 && passes == 3 && memory == 268435456 &&
                        algorithm == crypto_pwhash_ALG_ARGON2ID13;
-    g_derivedFrom.append(usual ? from : QByteArrayLiteral("(other limits)"));
+    g_derivedFrom.append(usual ? from : "(other limits)"_ba);
     const QByteArray key = QCryptographicHash::hash(
         QByteArray::fromRawData(reinterpret_cast<const char*>(salt), crypto_pwhash_SALTBYTES) +
             from,
@@ -74,8 +75,7 @@ private Q_SLOTS:
 
     void creatingWhereNothingCanBeWrittenDerivesOnce() {
         VaultFixture fixture;
-        QVERIFY(
-            !fixture.vault.createVault(fixture.file(QStringLiteral("missing/x")), TestPassword));
+        QVERIFY(!fixture.vault.createVault(fixture.file(u"missing/x"_s), TestPassword));
         QCOMPARE(takeDerivations(), QByteArrayList{TestPassword});
     }
 
@@ -137,9 +137,8 @@ private Q_SLOTS:
         QVERIFY(!vault.unlockVault(path, {}));
         QVERIFY(!vault.changePassword(path, {}, NewPassword));
         QVERIFY(!vault.changePassword(path, TestPassword, {}));
-        QVERIFY(!vault.unlockVault(fixture.file(QStringLiteral("missing")), TestPassword));
-        QVERIFY(!vault.changePassword(fixture.file(QStringLiteral("missing")), TestPassword,
-                                      NewPassword));
+        QVERIFY(!vault.unlockVault(fixture.file(u"missing"_s), TestPassword));
+        QVERIFY(!vault.changePassword(fixture.file(u"missing"_s), TestPassword, NewPassword));
         QCOMPARE(takeDerivations(), QByteArrayList());
         QVERIFY(fixture.unlock());
         g_derivedFrom.clear();
@@ -153,23 +152,23 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         g_derivedFrom.clear();
         VaultManager& vault = fixture.vault;
-        QVERIFY(fixture.store(QStringLiteral("a"), "a"));
-        QVERIFY(fixture.store(QStringLiteral("a"), "another a"));
-        QCOMPARE(fixture.stored(QStringLiteral("a")), QByteArray("another a"));
-        QVERIFY(vault.exportFile(QStringLiteral("a"), fixture.file(QStringLiteral("out"))));
-        QVERIFY(vault.createDirectory(QStringLiteral("d")));
-        QVERIFY(vault.moveFile(QStringLiteral("a"), QStringLiteral("d")));
-        QVERIFY(vault.renameFile(QStringLiteral("d/a"), QStringLiteral("b")));
-        QVERIFY(vault.renameDirectory(QStringLiteral("d"), QStringLiteral("e")));
-        QVERIFY(vault.deleteDirectory(QStringLiteral("e")));
-        QVERIFY(!fixture.openAndEdit(QStringLiteral("b"), "edited").isEmpty());
+        QVERIFY(fixture.store(u"a"_s, "a"));
+        QVERIFY(fixture.store(u"a"_s, "another a"));
+        QCOMPARE(fixture.stored(u"a"_s), QByteArray("another a"));
+        QVERIFY(vault.exportFile(u"a"_s, fixture.file(u"out"_s)));
+        QVERIFY(vault.createDirectory(u"d"_s));
+        QVERIFY(vault.moveFile(u"a"_s, u"d"_s));
+        QVERIFY(vault.renameFile(u"d/a"_s, u"b"_s));
+        QVERIFY(vault.renameDirectory(u"d"_s, u"e"_s));
+        QVERIFY(vault.deleteDirectory(u"e"_s));
+        QVERIFY(!fixture.openAndEdit(u"b"_s, "edited").isEmpty());
         QVERIFY(vault.syncModifiedTempFiles());
         QVERIFY(vault.compactVault({}, nullptr));
         QVERIFY(vault.saveIndex(vault.fileIndex()));
         QVERIFY(vault.lockVault());
         QCOMPARE(takeDerivations(), QByteArrayList());
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("edited"));
+        QCOMPARE(fixture.stored(u"b"_s), QByteArray("edited"));
     }
 };
 

@@ -23,6 +23,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -54,12 +55,12 @@ bool pauseAt(const char* word) {
 }
 
 bool workOn(VaultManager& vault, const QString& folder) {
-    const QString source = folder + QStringLiteral("/source");
+    const QString source = folder + u"/source"_s;
     QString copy;
-    return vault.importFile(source, QStringLiteral("b/c.bin")) &&
-           vault.exportFile(QStringLiteral("b/c.bin"), folder + QStringLiteral("/out")) &&
-           vault.prepareFileForEditing(QStringLiteral("a.txt"), &copy) &&
-           vault.createDirectory(QStringLiteral("d")) && vault.compactVault({}, nullptr);
+    return vault.importFile(source, u"b/c.bin"_s) &&
+           vault.exportFile(u"b/c.bin"_s, folder + u"/out"_s) &&
+           vault.prepareFileForEditing(u"a.txt"_s, &copy) && vault.createDirectory(u"d"_s) &&
+           vault.compactVault({}, nullptr);
 }
 
 int work(const QString& container, const QString& folder) {
@@ -102,9 +103,9 @@ private Q_SLOTS:
         crafted.keys.kdf = "Argon2id";
         crafted.keys.kdfIterations = 0;
         crafted.keys.password = "uma senha que se reconhece";
-        crafted.addFile(QStringLiteral("a.txt"), "contents of a");
+        crafted.addFile(u"a.txt"_s, "contents of a");
         VaultFixture fixture(crafted);
-        QVERIFY(writeFile(fixture.file(QStringLiteral("source")), noise(100000)));
+        QVERIFY(writeFile(fixture.file(u"source"_s), noise(100000)));
         const QByteArray passwordKey = crafted.passwordKey();
         m_secrets = {crafted.keys.password, crafted.keys.masterKey.first(32),
                      crafted.keys.masterKey.last(32), passwordKey.first(32), passwordKey.last(32)};
@@ -112,8 +113,7 @@ private Q_SLOTS:
         QProcess worker;
         worker.start(QCoreApplication::applicationFilePath(),
                      {QLatin1String(runningTest()), QLatin1String(WorkerOption),
-                      fixture.container(),
-                      QFileInfo(fixture.file(QStringLiteral("source"))).path()});
+                      fixture.container(), QFileInfo(fixture.file(u"source"_s)).path()});
         QVERIFY(worker.waitForStarted(PatienceMs));
         worker.write(crafted.keys.password + '\n');
         QVERIFY(worker.waitForReadyRead(PatienceMs));

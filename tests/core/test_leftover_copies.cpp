@@ -22,16 +22,17 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString A = QStringLiteral("docs/a.txt");
-const QString B = QStringLiteral("b.txt");
-const QString Workspace = QStringLiteral("0f8fad5b-d9cb-469f-a165-70867728950e");
+const QString A = u"docs/a.txt"_s;
+const QString B = u"b.txt"_s;
+const QString Workspace = u"0f8fad5b-d9cb-469f-a165-70867728950e"_s;
 
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs")).addFile(A, "line of a\n").addFile(B, "line of b\n");
+    crafted.addFolder(u"docs"_s).addFile(A, "line of a\n").addFile(B, "line of b\n");
     return crafted;
 }
 
@@ -65,9 +66,7 @@ class TestLeftoverCopies : public QObject {
 private:
     std::unique_ptr<VaultFixture> m_fixture;
 
-    [[nodiscard]] QDir runs() const {
-        return QDir(m_fixture->temporaryFolder() + QStringLiteral("/Tessel"));
-    }
+    [[nodiscard]] QDir runs() const { return QDir(m_fixture->temporaryFolder() + u"/Tessel"_s); }
     /// Everything in "Tessel", notes included.
     [[nodiscard]] QStringList left() const {
         return runs().entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
@@ -84,12 +83,10 @@ private:
     /// A workspace that no run made, and its note.
     [[nodiscard]] bool plant(const QByteArray& note) const {
         return QDir().mkpath(runs().filePath(Workspace)) &&
-               writeFile(runs().filePath(Workspace + QStringLiteral("/a")), "bytes") &&
+               writeFile(runs().filePath(Workspace + u"/a"_s), "bytes") &&
                writeFile(notePath(), note);
     }
-    [[nodiscard]] QString notePath() const {
-        return runs().filePath(QStringLiteral(".%1.lock").arg(Workspace));
-    }
+    [[nodiscard]] QString notePath() const { return runs().filePath(u".%1.lock"_s.arg(Workspace)); }
 
 private Q_SLOTS:
     void init() { m_fixture = std::make_unique<VaultFixture>(usedContainer()); }
@@ -178,31 +175,29 @@ private Q_SLOTS:
     }
 
     void filesThatNoRunHasNotedStay() {
-        KilledRun run([this] {
-            return openBoth(*m_fixture) && writeFile(inWorkspace(QStringLiteral("docs/new")), "x");
-        });
+        KilledRun run(
+            [this] { return openBoth(*m_fixture) && writeFile(inWorkspace(u"docs/new"_s), "x"); });
         QVERIFY(run.isReady());
         run.kill();
         const QString folder = workspace();
         QCOMPARE(start(), QStringList(folder));
-        QCOMPARE(readFile(folder + QStringLiteral("/docs/new")), QByteArray("x"));
+        QCOMPARE(readFile(folder + u"/docs/new"_s), QByteArray("x"));
         QVERIFY(!QFileInfo::exists(folder + QLatin1Char('/') + A));
     }
 
     void linksInALeftoverAreRemovedAndNotFollowed() {
-        const QString outside = m_fixture->file(QStringLiteral("outside"));
+        const QString outside = m_fixture->file(u"outside"_s);
         QVERIFY(QDir().mkdir(outside));
-        QVERIFY(writeFile(outside + QStringLiteral("/a.txt"), "not the vault's"));
+        QVERIFY(writeFile(outside + u"/a.txt"_s, "not the vault's"));
         KilledRun run([&] {
-            return openBoth(*m_fixture) &&
-                   QDir(inWorkspace(QStringLiteral("docs"))).removeRecursively() &&
-                   QFile::link(outside, inWorkspace(QStringLiteral("docs")));
+            return openBoth(*m_fixture) && QDir(inWorkspace(u"docs"_s)).removeRecursively() &&
+                   QFile::link(outside, inWorkspace(u"docs"_s));
         });
         QVERIFY(run.isReady());
         run.kill();
         QCOMPARE(start(), QStringList());
         QCOMPARE(left(), QStringList());
-        QCOMPARE(readFile(outside + QStringLiteral("/a.txt")), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside + u"/a.txt"_s), QByteArray("not the vault's"));
     }
 
     void aSessionOfThisProcessIsNoEarlierRun() {
@@ -253,11 +248,11 @@ private Q_SLOTS:
         const PeakMemory memory;
         QCOMPARE(start(), QStringList(folder));
         QVERIFY2(memory.growth() < 128 * 1048576, qPrintable(QString::number(memory.growth())));
-        QCOMPARE(readFile(folder + QStringLiteral("/a")), QByteArray("bytes"));
+        QCOMPARE(readFile(folder + u"/a"_s), QByteArray("bytes"));
     }
 
     void aNoteNeverLeadsOutOfItsFolder() {
-        const QString outside = runs().filePath(QStringLiteral("outside"));
+        const QString outside = runs().filePath(u"outside"_s);
         QVERIFY(plant("unfinished ../outside\nunfinished " + QFile::encodeName(outside) + "\n"));
         QVERIFY(writeFile(outside, "not the vault's"));
         QCOMPARE(start().size(), 1);
@@ -266,27 +261,26 @@ private Q_SLOTS:
 
     void whatIsNoNoteOfOursIsLeftAlone_data() {
         QTest::addColumn<QString>("command");
-        QTest::newRow("a link") << QStringLiteral("mv \"$1\" note; ln -s note \"$1\"");
-        QTest::newRow("a second name") << QStringLiteral("ln \"$1\" note");
-        QTest::newRow("a pipe") << QStringLiteral("rm \"$1\"; mkfifo \"$1\"");
-        QTest::newRow("a folder") << QStringLiteral("rm \"$1\"; mkdir \"$1\"");
-        QTest::newRow("another name") << QStringLiteral("mv \"$1\" .x.lock");
-        QTest::newRow("none") << QStringLiteral("rm \"$1\"");
+        QTest::newRow("a link") << u"mv \"$1\" note; ln -s note \"$1\""_s;
+        QTest::newRow("a second name") << u"ln \"$1\" note"_s;
+        QTest::newRow("a pipe") << u"rm \"$1\"; mkfifo \"$1\""_s;
+        QTest::newRow("a folder") << u"rm \"$1\"; mkdir \"$1\""_s;
+        QTest::newRow("another name") << u"mv \"$1\" .x.lock"_s;
+        QTest::newRow("none") << u"rm \"$1\""_s;
         QTest::newRow("the workspace is a link")
-            << QStringLiteral("mv \"$2\" elsewhere; ln -s elsewhere \"$2\"");
+            << u"mv \"$2\" elsewhere; ln -s elsewhere \"$2\""_s;
     }
     void whatIsNoNoteOfOursIsLeftAlone() {
         QFETCH(const QString, command);
         QVERIFY(plant("unfinished a\n"));
         const QString folder = runs().filePath(Workspace);
-        QCOMPARE(QProcess::execute(QStringLiteral("sh"),
-                                   {QStringLiteral("-ec"), QStringLiteral("cd \"$0\"; ") + command,
-                                    runs().path(), notePath(), folder}),
+        QCOMPARE(QProcess::execute(u"sh"_s, {u"-ec"_s, u"cd \"$0\"; "_s + command, runs().path(),
+                                             notePath(), folder}),
                  0);
         const QStringList before = left();
         QCOMPARE(start(), QStringList());
         QCOMPARE(left(), before);
-        QCOMPARE(readFile(folder + QStringLiteral("/a")), QByteArray("bytes"));
+        QCOMPARE(readFile(folder + u"/a"_s), QByteArray("bytes"));
     }
 };
 

@@ -18,18 +18,19 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString A = QStringLiteral("docs/a.txt");
-const QString B = QStringLiteral("b.txt");
+const QString A = u"docs/a.txt"_s;
+const QString B = u"b.txt"_s;
 
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs"))
+    crafted.addFolder(u"docs"_s)
         .addFile(A, "line of a\n")
         .addFile(B, "line of b\n")
-        .addFile(QStringLiteral("c.bin"), noise(3000), 1000);
+        .addFile(u"c.bin"_s, noise(3000), 1000);
     return crafted;
 }
 
@@ -51,14 +52,13 @@ bool makeLater(const QString& path, qint64 ms = 2000) {
 /// Runs a program on the copy, as the desktop would: its path is in "$1".
 bool runEditor(const QString& shellCommand, const QString& copy) {
     QProcess shell;
-    shell.start(QStringLiteral("sh"),
-                {QStringLiteral("-ec"), shellCommand, QStringLiteral("editor"), copy});
+    shell.start(u"sh"_s, {u"-ec"_s, shellCommand, u"editor"_s, copy});
     return shell.waitForFinished() && shell.exitCode() == 0;
 }
 
 /// The copy still exists and is later, and no import can read it.
 bool replaceByLaterFolder(const QString& copy) {
-    return runEditor(QStringLiteral("rm \"$1\"; mkdir \"$1\"; touch -d '1 hour' \"$1\""), copy);
+    return runEditor(u"rm \"$1\"; mkdir \"$1\"; touch -d '1 hour' \"$1\""_s, copy);
 }
 
 QStringList vaultPathsOf(const QList<TrackedTempFile>& files) {
@@ -82,7 +82,7 @@ bool lockAndUnlock(VaultFixture& fixture) {
 
 /// The folder of opened copies, once the vault was unlocked.
 QString workspaceOf(const VaultFixture& fixture) {
-    const QDir parent(fixture.temporaryFolder() + QStringLiteral("/Tessel"));
+    const QDir parent(fixture.temporaryFolder() + u"/Tessel"_s);
     const QStringList runs = parent.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     return runs.size() == 1 ? parent.filePath(runs.first()) : QString();
 }
@@ -98,7 +98,7 @@ private Q_SLOTS:
     void onlyRegularFilesAreTracked() {
         const VaultFixture fixture;
         FileSyncManager sync;
-        QVERIFY(!sync.track(A, fixture.file(QStringLiteral("missing"))));
+        QVERIFY(!sync.track(A, fixture.file(u"missing"_s)));
         QVERIFY(!sync.track(A, fixture.temporaryFolder()));
         QVERIFY(!sync.track(A, QString()));
         QVERIFY(sync.trackedFiles().isEmpty());
@@ -107,7 +107,7 @@ private Q_SLOTS:
 
     void aTrackedFileIsRecordedInFull() {
         const VaultFixture fixture;
-        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        const QString copy = fixture.write(u"copy"_s, "x");
         const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Qt::UTC);
         QVERIFY(setModified(copy, time));
         FileSyncManager sync;
@@ -122,15 +122,15 @@ private Q_SLOTS:
 
     void trackingAgainReplacesTheRecord() {
         const VaultFixture fixture;
-        const QString first = fixture.write(QStringLiteral("first"), "x");
-        const QString second = fixture.write(QStringLiteral("second"), "y");
+        const QString first = fixture.write(u"first"_s, "x");
+        const QString second = fixture.write(u"second"_s, "y");
         FileSyncManager sync;
         QVERIFY(sync.track(A, first));
         QVERIFY(sync.track(A, second));
         QCOMPARE(sync.trackedFiles().size(), 1);
         QCOMPARE(sync.trackedFiles().constFirst().tempPath, second);
         // A failed attempt leaves the record.
-        QVERIFY(!sync.track(A, fixture.file(QStringLiteral("missing"))));
+        QVERIFY(!sync.track(A, fixture.file(u"missing"_s)));
         QCOMPARE(sync.trackedFiles().constFirst().tempPath, second);
         // Another letter case is another path here.
         QVERIFY(sync.track(A.toUpper(), first));
@@ -139,7 +139,7 @@ private Q_SLOTS:
 
     void recordsAreForgotten() {
         const VaultFixture fixture;
-        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        const QString copy = fixture.write(u"copy"_s, "x");
         FileSyncManager sync;
         QVERIFY(sync.track(A, copy) && sync.track(B, copy));
         sync.untrack(A.toUpper());
@@ -164,8 +164,8 @@ private Q_SLOTS:
         QFETCH(const qint64, milliseconds);
         QFETCH(const bool, modified);
         const VaultFixture fixture;
-        const QString copy = fixture.write(QStringLiteral("copy"), "x");
-        const QString still = fixture.write(QStringLiteral("still"), "x");
+        const QString copy = fixture.write(u"copy"_s, "x");
+        const QString still = fixture.write(u"still"_s, "x");
         const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Qt::UTC);
         QVERIFY(setModified(copy, time));
         FileSyncManager sync;
@@ -181,7 +181,7 @@ private Q_SLOTS:
 
     void aCopyThatIsGoneCountsAsUnchanged() {
         const VaultFixture fixture;
-        const QString copy = fixture.write(QStringLiteral("copy"), "x");
+        const QString copy = fixture.write(u"copy"_s, "x");
         FileSyncManager sync;
         QVERIFY(sync.track(A, copy));
         QVERIFY(makeLater(copy));
@@ -203,12 +203,11 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
         const QString copy = opened(fixture, A);
-        QCOMPARE(copy, workspaceOf(fixture) + QStringLiteral("/docs/a.txt"));
+        QCOMPARE(copy, workspaceOf(fixture) + u"/docs/a.txt"_s);
         QCOMPARE(readFile(copy), QByteArray("line of a\n"));
         QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
-        QCOMPARE(opened(fixture, QStringLiteral(" \\c.bin/ ")),
-                 workspaceOf(fixture) + QStringLiteral("/c.bin"));
-        QCOMPARE(readFile(workspaceOf(fixture) + QStringLiteral("/c.bin")), noise(3000));
+        QCOMPARE(opened(fixture, u" \\c.bin/ "_s), workspaceOf(fixture) + u"/c.bin"_s);
+        QCOMPARE(readFile(workspaceOf(fixture) + u"/c.bin"_s), noise(3000));
         COMPARE_UNCHANGED(before);
     }
 
@@ -230,26 +229,24 @@ private Q_SLOTS:
 
     void whatIsInACopysPlaceIsReplacedAndNotWrittenTo_data() {
         QTest::addColumn<QString>("command");
-        QTest::newRow("a link to a file") << QStringLiteral("ln -s \"$2\" \"$1\"");
-        QTest::newRow("a second name of a file") << QStringLiteral("ln \"$2\" \"$1\"");
-        QTest::newRow("a link to nothing") << QStringLiteral("ln -s \"$2-missing\" \"$1\"");
-        QTest::newRow("a pipe") << QStringLiteral("mkfifo \"$1\"");
+        QTest::newRow("a link to a file") << u"ln -s \"$2\" \"$1\""_s;
+        QTest::newRow("a second name of a file") << u"ln \"$2\" \"$1\""_s;
+        QTest::newRow("a link to nothing") << u"ln -s \"$2-missing\" \"$1\""_s;
+        QTest::newRow("a pipe") << u"mkfifo \"$1\""_s;
     }
     void whatIsInACopysPlaceIsReplacedAndNotWrittenTo() {
         QFETCH(const QString, command);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QString copy = opened(fixture, A);
-        const QString other = fixture.write(QStringLiteral("other"), "not the vault's");
+        const QString other = fixture.write(u"other"_s, "not the vault's");
         QVERIFY(QFile::remove(copy));
-        QCOMPARE(QProcess::execute(QStringLiteral("sh"), {QStringLiteral("-ec"), command,
-                                                          QStringLiteral("sh"), copy, other}),
-                 0);
+        QCOMPARE(QProcess::execute(u"sh"_s, {u"-ec"_s, command, u"sh"_s, copy, other}), 0);
         QCOMPARE(opened(fixture, A), copy);
         QVERIFY(QFileInfo(copy).isFile() && !QFileInfo(copy).isSymLink());
         QCOMPARE(readFile(copy), QByteArray("line of a\n"));
         QCOMPARE(readFile(other), QByteArray("not the vault's"));
-        QVERIFY(!QFileInfo::exists(other + QStringLiteral("-missing")));
+        QVERIFY(!QFileInfo::exists(other + u"-missing"_s));
         QVERIFY(fixture.vault.lockVault());
         QCOMPARE(readFile(other), QByteArray("not the vault's"));
     }
@@ -257,9 +254,9 @@ private Q_SLOTS:
     void aLinkAmongTheFoldersOfACopyIsNotFollowed() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString outside = fixture.file(QStringLiteral("outside"));
+        const QString outside = fixture.file(u"outside"_s);
         QVERIFY(QDir().mkdir(outside));
-        QVERIFY(QFile::link(outside, workspaceOf(fixture) + QStringLiteral("/docs")));
+        QVERIFY(QFile::link(outside, workspaceOf(fixture) + u"/docs"_s));
         QVERIFY(opened(fixture, A).isEmpty());
         QVERIFY(QDir(outside).isEmpty());
         QVERIFY(fixture.vault.lockVault());
@@ -271,7 +268,7 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         const QString copyOfA = opened(fixture, A);
         // A service that clears the temporary folder.
-        QVERIFY(QDir(fixture.temporaryFolder() + QStringLiteral("/Tessel")).removeRecursively());
+        QVERIFY(QDir(fixture.temporaryFolder() + u"/Tessel"_s).removeRecursively());
         const QString copyOfB = opened(fixture, B);
         QCOMPARE(readFile(copyOfB), QByteArray("line of b\n"));
         QVERIFY(writeFile(copyOfB, "edited") && makeLater(copyOfB));
@@ -293,10 +290,10 @@ private Q_SLOTS:
         const QString copy = opened(fixture, A);
         QVERIFY(writeFile(copy, "edited") && makeLater(copy));
         // Somebody who may rename folders in "Tessel" puts another in the workspace's place.
-        const QString moved = fixture.temporaryFolder() + QStringLiteral("/moved");
-        const QString planted = isLink ? fixture.file(QStringLiteral("planted")) : workspace;
+        const QString moved = fixture.temporaryFolder() + u"/moved"_s;
+        const QString planted = isLink ? fixture.file(u"planted"_s) : workspace;
         QVERIFY(QDir().rename(workspace, moved));
-        QVERIFY(QDir().mkpath(planted + QStringLiteral("/docs")));
+        QVERIFY(QDir().mkpath(planted + u"/docs"_s));
         QVERIFY(!isLink || QFile::link(planted, workspace));
         QVERIFY(writeFile(copy, "planted") && makeLater(copy, 3600000));
         const VaultPicture before(fixture);
@@ -317,8 +314,8 @@ private Q_SLOTS:
     void anEmptyFileIsOpened() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.store(QStringLiteral("empty"), {}));
-        const QString copy = opened(fixture, QStringLiteral("empty"));
+        QVERIFY(fixture.store(u"empty"_s, {}));
+        const QString copy = opened(fixture, u"empty"_s);
         QVERIFY(QFileInfo(copy).isFile());
         QCOMPARE(QFileInfo(copy).size(), 0);
     }
@@ -340,18 +337,18 @@ private Q_SLOTS:
     void whatCannotBeOpenedGivesNoPath_data() {
         QTest::addColumn<QString>("vaultPath");
         QTest::newRow("no path") << QString();
-        QTest::newRow("an unusable path") << QStringLiteral("docs/../b.txt");
-        QTest::newRow("not in the vault") << QStringLiteral("docs/missing.txt");
-        QTest::newRow("a folder") << QStringLiteral("docs");
+        QTest::newRow("an unusable path") << u"docs/../b.txt"_s;
+        QTest::newRow("not in the vault") << u"docs/missing.txt"_s;
+        QTest::newRow("a folder") << u"docs"_s;
     }
     void whatCannotBeOpenedGivesNoPath() {
         QFETCH(const QString, vaultPath);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QString copy = QStringLiteral("untouched");
+        QString copy = u"untouched"_s;
         QVERIFY(!fixture.vault.prepareFileForEditing(vaultPath, &copy));
-        QCOMPARE(copy, QStringLiteral("untouched"));
+        QCOMPARE(copy, u"untouched"_s);
         QVERIFY(!fixture.vault.prepareFileForEditing(A, nullptr));
         COMPARE_UNCHANGED(before);
         // Nothing is watched, so nothing is taken back.
@@ -361,18 +358,17 @@ private Q_SLOTS:
 
     void aCopyWhosePlaceIsTakenGivesNoPath() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("x"), "a file")
-            .addFile(QStringLiteral("x/y"), "beneath a file");
+        crafted.addFile(u"x"_s, "a file").addFile(u"x/y"_s, "beneath a file");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QString copy = QStringLiteral("untouched");
-        QVERIFY(!opened(fixture, QStringLiteral("x")).isEmpty());
+        QString copy = u"untouched"_s;
+        QVERIFY(!opened(fixture, u"x"_s).isEmpty());
         // A folder is needed where the first copy lies.
-        QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("x/y"), &copy));
+        QVERIFY(!fixture.vault.prepareFileForEditing(u"x/y"_s, &copy));
         QVERIFY(lockAndUnlock(fixture));
-        QVERIFY(!opened(fixture, QStringLiteral("x/y")).isEmpty());
-        QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("x"), &copy));
-        QCOMPARE(copy, QStringLiteral("untouched"));
+        QVERIFY(!opened(fixture, u"x/y"_s).isEmpty());
+        QVERIFY(!fixture.vault.prepareFileForEditing(u"x"_s, &copy));
+        QCOMPARE(copy, u"untouched"_s);
     }
 
     void anAlteredFileIsNotOpenedAndItsRemainsAreNotTakenBack() {
@@ -382,10 +378,10 @@ private Q_SLOTS:
         QVERIFY(overwriteAt(fixture.container(), at, "altered"));
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QString copy = QStringLiteral("untouched");
-        QVERIFY(!fixture.vault.prepareFileForEditing(QStringLiteral("c.bin"), &copy));
-        QCOMPARE(copy, QStringLiteral("untouched"));
-        const QString remains = workspaceOf(fixture) + QStringLiteral("/c.bin");
+        QString copy = u"untouched"_s;
+        QVERIFY(!fixture.vault.prepareFileForEditing(u"c.bin"_s, &copy));
+        QCOMPARE(copy, u"untouched"_s);
+        const QString remains = workspaceOf(fixture) + u"/c.bin"_s;
         QCOMPARE(readFile(remains), noise(3000).left(1000));
         QVERIFY(makeLater(remains));
         QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
@@ -399,7 +395,7 @@ private Q_SLOTS:
         const QString copy = opened(fixture, A);
         QVERIFY(!copy.isEmpty());
         // The drive is out for a moment, just when the file is opened again.
-        const QString unplugged = fixture.file(QStringLiteral("unplugged"));
+        const QString unplugged = fixture.file(u"unplugged"_s);
         QVERIFY(QFile::rename(fixture.container(), unplugged));
         QVERIFY(opened(fixture, A).isEmpty());
         QVERIFY(QFile::rename(unplugged, fixture.container()));
@@ -413,18 +409,18 @@ private Q_SLOTS:
         const SmallDisk disk(MiB);
         QVERIFY(disk.isMounted());
         CraftedContainer crafted = usedContainer();
-        crafted.addFile(QStringLiteral("big"), noise(2 * MiB));
+        crafted.addFile(u"big"_s, noise(2 * MiB));
         VaultFixture fixture(crafted);
         qputenv("TMPDIR", QFile::encodeName(disk.path()));
         VaultManager vault;
         qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
         QVERIFY(vault.unlockVault(fixture.container(), TestPassword));
-        QString copy = QStringLiteral("untouched");
-        QVERIFY(!vault.prepareFileForEditing(QStringLiteral("big"), &copy));
-        QCOMPARE(copy, QStringLiteral("untouched"));
+        QString copy = u"untouched"_s;
+        QVERIFY(!vault.prepareFileForEditing(u"big"_s, &copy));
+        QCOMPARE(copy, u"untouched"_s);
         QVERIFY(vault.modifiedOpenFiles().isEmpty());
         QVERIFY(vault.lockVault());
-        QCOMPARE(QDir(disk.path() + QStringLiteral("/Tessel"))
+        QCOMPARE(QDir(disk.path() + u"/Tessel"_s)
                      .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                  QStringList());
     }
@@ -435,26 +431,24 @@ private Q_SLOTS:
         QTest::addColumn<QString>("editor");
         QTest::addColumn<QByteArray>("expected");
         QTest::newRow("appending in place")
-            << QStringLiteral("echo more >> \"$1\"") << QByteArray("line of a\nmore\n");
-        QTest::newRow("appending twice") << QStringLiteral("echo one >> \"$1\"; echo two >> \"$1\"")
-                                         << QByteArray("line of a\none\ntwo\n");
-        QTest::newRow("truncating and writing")
-            << QStringLiteral("echo new > \"$1\"") << QByteArray("new\n");
+            << u"echo more >> \"$1\""_s << QByteArray("line of a\nmore\n");
+        QTest::newRow("appending twice")
+            << u"echo one >> \"$1\"; echo two >> \"$1\""_s << QByteArray("line of a\none\ntwo\n");
+        QTest::newRow("truncating and writing") << u"echo new > \"$1\""_s << QByteArray("new\n");
         QTest::newRow("writing a new file and renaming it")
-            << QStringLiteral("sed -i s/line/words/ \"$1\"") << QByteArray("words of a\n");
+            << u"sed -i s/line/words/ \"$1\""_s << QByteArray("words of a\n");
         QTest::newRow("keeping a backup beside it")
-            << QStringLiteral("sed -i.bak s/line/words/ \"$1\"") << QByteArray("words of a\n");
+            << u"sed -i.bak s/line/words/ \"$1\""_s << QByteArray("words of a\n");
         QTest::newRow("moving the old one away first")
-            << QStringLiteral("mv \"$1\" \"$1~\"; echo new > \"$1\"") << QByteArray("new\n");
+            << u"mv \"$1\" \"$1~\"; echo new > \"$1\""_s << QByteArray("new\n");
         QTest::newRow("writing beside it and moving it over")
-            << QStringLiteral("echo new > \"$1.part\"; mv \"$1.part\" \"$1\"")
-            << QByteArray("new\n");
+            << u"echo new > \"$1.part\"; mv \"$1.part\" \"$1\""_s << QByteArray("new\n");
         QTest::newRow("lock files and folders beside it")
             << QStringLiteral("d=$(dirname \"$1\"); mkdir \"$d/.tmp\"; : > \"$d/.~lock#\"; "
                               "echo more >> \"$1\"")
             << QByteArray("line of a\nmore\n");
-        QTest::newRow("emptying it") << QStringLiteral(": > \"$1\"") << QByteArray();
-        QTest::newRow("deleting it") << QStringLiteral("rm \"$1\"") << QByteArray("line of a\n");
+        QTest::newRow("emptying it") << u": > \"$1\""_s << QByteArray();
+        QTest::newRow("deleting it") << u"rm \"$1\""_s << QByteArray("line of a\n");
     }
     void editsAreTakenBackWhenTheVaultIsLocked() {
         QFETCH(const QString, editor);
@@ -473,7 +467,7 @@ private Q_SLOTS:
         // and, the workspace being new, in no folder either.
         QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
         QCOMPARE(fixture.filePaths().size(), 3);
-        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("docs")));
+        QCOMPARE(fixture.folderPaths(), QStringList(u"docs"_s));
         QVERIFY(QDir(workspaceOf(fixture)).isEmpty());
     }
 
@@ -481,10 +475,10 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QString copy = opened(fixture, A);
-        QVERIFY(runEditor(QStringLiteral("echo one >> \"$1\""), copy) && makeLater(copy));
+        QVERIFY(runEditor(u"echo one >> \"$1\""_s, copy) && makeLater(copy));
         QVERIFY(fixture.vault.syncModifiedTempFiles());
         QCOMPARE(fixture.stored(A), QByteArray("line of a\none\n"));
-        QVERIFY(runEditor(QStringLiteral("echo two >> \"$1\""), copy) && makeLater(copy, 4000));
+        QVERIFY(runEditor(u"echo two >> \"$1\""_s, copy) && makeLater(copy, 4000));
         QVERIFY(fixture.vault.syncModifiedTempFiles());
         QCOMPARE(fixture.stored(A), QByteArray("line of a\none\ntwo\n"));
         QVERIFY(lockAndUnlock(fixture));
@@ -529,8 +523,8 @@ private Q_SLOTS:
         const QString idOfB = fixture.entry(B).id;
         const QString copyOfA = opened(fixture, A);
         const QString copyOfB = opened(fixture, B);
-        QVERIFY(!opened(fixture, QStringLiteral("c.bin")).isEmpty());
-        QVERIFY(runEditor(QStringLiteral("echo more >> \"$1\""), copyOfA) && makeLater(copyOfA));
+        QVERIFY(!opened(fixture, u"c.bin"_s).isEmpty());
+        QVERIFY(runEditor(u"echo more >> \"$1\""_s, copyOfA) && makeLater(copyOfA));
         // Put back by a backup program: other bytes, but an earlier time.
         QVERIFY(writeFile(copyOfB, "older") && makeLater(copyOfB, -86400000));
         QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(A));
@@ -538,19 +532,19 @@ private Q_SLOTS:
         QCOMPARE(fixture.stored(A), QByteArray("line of a\nmore\n"));
         QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
         QCOMPARE(fixture.entry(B).id, idOfB);
-        QCOMPARE(fixture.stored(QStringLiteral("c.bin")), noise(3000));
+        QCOMPARE(fixture.stored(u"c.bin"_s), noise(3000));
     }
 
     void severalChangedCopiesAreAllTakenBack() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        for (const QString& path : {A, B, QStringLiteral("c.bin")}) {
+        for (const QString& path : {A, B, u"c.bin"_s}) {
             const QString copy = opened(fixture, path);
             QVERIFY(writeFile(copy, "edited " + path.toUtf8()) && makeLater(copy));
         }
         QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 3);
         QVERIFY(lockAndUnlock(fixture));
-        for (const QString& path : {A, B, QStringLiteral("c.bin")}) {
+        for (const QString& path : {A, B, u"c.bin"_s}) {
             QCOMPARE(fixture.stored(path), QByteArray("edited " + path.toUtf8()));
         }
         QCOMPARE(fixture.filePaths().size(), 3);
@@ -613,7 +607,7 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         const QString copy = fixture.openAndEdit(A, "edited a");
         QVERIFY(!copy.isEmpty() && !fixture.openAndEdit(B, "edited b").isEmpty());
-        QVERIFY(fixture.vault.syncModifiedTempFile(QStringLiteral("/DOCS/a.TXT")));
+        QVERIFY(fixture.vault.syncModifiedTempFile(u"/DOCS/a.TXT"_s));
         QCOMPARE(fixture.stored(A), QByteArray("edited a"));
         QCOMPARE(fixture.stored(B), QByteArray("line of b\n"));
         QCOMPARE(vaultPathsOf(fixture.vault.modifiedOpenFiles()), QStringList(B));
@@ -645,7 +639,7 @@ private Q_SLOTS:
         const QString copy = fixture.openAndEdit(A, "edited");
         const QDateTime time = modifiedTime(copy);
         // The drive is out for a moment.
-        const QString unplugged = fixture.file(QStringLiteral("unplugged"));
+        const QString unplugged = fixture.file(u"unplugged"_s);
         QVERIFY(QFile::rename(fixture.container(), unplugged));
         QVERIFY(!fixture.vault.syncModifiedTempFile(A));
         QVERIFY(QFile::rename(unplugged, fixture.container()));
@@ -660,8 +654,8 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QString copy = fixture.openAndEdit(A, "the older edit");
-        QVERIFY(fixture.store(QStringLiteral("docs/A.TXT"), "imported"));
-        QVERIFY(fixture.vault.refreshTempFile(QStringLiteral("docs/A.TXT")));
+        QVERIFY(fixture.store(u"docs/A.TXT"_s, "imported"));
+        QVERIFY(fixture.vault.refreshTempFile(u"docs/A.TXT"_s));
         QCOMPARE(readFile(copy), QByteArray("imported"));
         QVERIFY(fixture.vault.modifiedOpenFiles().isEmpty());
         QVERIFY(lockAndUnlock(fixture));
@@ -674,7 +668,7 @@ private Q_SLOTS:
         const QString copy = fixture.openAndEdit(A, "the older edit");
         QVERIFY(fixture.store(A, "imported"));
         QVERIFY(fixture.vault.refreshTempFile(A));
-        QVERIFY(runEditor(QStringLiteral("echo ' and more' >> \"$1\""), copy) && makeLater(copy));
+        QVERIFY(runEditor(u"echo ' and more' >> \"$1\""_s, copy) && makeLater(copy));
         QVERIFY(lockAndUnlock(fixture));
         QCOMPARE(fixture.stored(A), QByteArray("imported and more\n"));
     }
@@ -747,7 +741,7 @@ private Q_SLOTS:
         QVERIFY(!copy.isEmpty());
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(!QFileInfo::exists(workspace));
-        QVERIFY(QFileInfo(fixture.temporaryFolder() + QStringLiteral("/Tessel")).isDir());
+        QVERIFY(QFileInfo(fixture.temporaryFolder() + u"/Tessel"_s).isDir());
         // A late save of the editor is not the vault's any more.
         QVERIFY(QDir().mkpath(QFileInfo(copy).path()) && writeFile(copy, "late"));
         QVERIFY(makeLater(copy, 3600000));
@@ -794,7 +788,7 @@ private Q_SLOTS:
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
         QVERIFY(fixture.unlock());
         const QString copy = opened(fixture, A);
         QVERIFY(writeFile(copy, noise(100000)) && makeLater(copy));
@@ -802,7 +796,7 @@ private Q_SLOTS:
         const VaultPicture before(fixture);
         QVERIFY(!fixture.vault.lockVault());
         COMPARE_UNCHANGED(before);
-        QVERIFY(QFile::remove(disk.filePath(QStringLiteral("filler"))));
+        QVERIFY(QFile::remove(disk.filePath(u"filler"_s)));
         QVERIFY(lockAndUnlock(fixture));
         QCOMPARE(fixture.stored(A), noise(100000));
         QVERIFY(fixture.vault.lockVault());
@@ -831,7 +825,7 @@ private Q_SLOTS:
     void aLinkInACopysPlaceIsNotTakenBack_data() {
         QTest::addColumn<QString>("link");
         QTest::newRow("the copy") << A;
-        QTest::newRow("its folder") << QStringLiteral("docs");
+        QTest::newRow("its folder") << u"docs"_s;
     }
     void aLinkInACopysPlaceIsNotTakenBack() {
         QFETCH(const QString, link);
@@ -840,7 +834,7 @@ private Q_SLOTS:
         const QString copy = opened(fixture, A);
         QVERIFY(!copy.isEmpty());
         const QString linkPath = workspaceOf(fixture) + QLatin1Char('/') + link;
-        const QString outside = fixture.file(QStringLiteral("outside"));
+        const QString outside = fixture.file(u"outside"_s);
         QVERIFY(QDir().rename(linkPath, outside) && QFile::link(outside, linkPath));
         QVERIFY(writeFile(copy, "not the vault's") && makeLater(copy));
         const VaultPicture before(fixture);
@@ -849,7 +843,7 @@ private Q_SLOTS:
         // Without the link it locks; what the link led to is as it was.
         QVERIFY(QFile::remove(linkPath));
         QVERIFY(fixture.vault.lockVault());
-        const QString file = link == A ? outside : outside + QStringLiteral("/a.txt");
+        const QString file = link == A ? outside : outside + u"/a.txt"_s;
         QCOMPARE(readFile(file), QByteArray("not the vault's"));
         QVERIFY(fixture.unlock());
         QCOMPARE(fixture.stored(A), QByteArray("line of a\n"));
@@ -897,7 +891,7 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.store(A, "line of a\n"));
         const QString copy = opened(fixture, A);
-        QVERIFY(runEditor(QStringLiteral("sed -i s/line/words/ \"$1\""), copy) && makeLater(copy));
+        QVERIFY(runEditor(u"sed -i s/line/words/ \"$1\""_s, copy) && makeLater(copy));
         QVERIFY(lockAndUnlock(fixture));
         QCOMPARE(fixture.stored(A), QByteArray("words of a\n"));
     }

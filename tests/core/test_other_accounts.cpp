@@ -24,6 +24,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -47,8 +48,8 @@ bool opensAFile(const VaultFixture& fixture) {
     VaultManager vault;
     QString copy;
     return vault.unlockVault(fixture.container(), TestPassword) &&
-           vault.prepareFileForEditing(QStringLiteral("a.txt"), &copy) &&
-           readFile(copy) == "line of a\n" && vault.lockVault();
+           vault.prepareFileForEditing(u"a.txt"_s, &copy) && readFile(copy) == "line of a\n" &&
+           vault.lockVault();
 }
 
 } // namespace
@@ -60,9 +61,7 @@ class TestOtherAccounts : public QObject {
 private:
     std::unique_ptr<VaultFixture> m_fixture;
 
-    [[nodiscard]] QString parent() const {
-        return m_fixture->temporaryFolder() + QStringLiteral("/Tessel");
-    }
+    [[nodiscard]] QString parent() const { return m_fixture->temporaryFolder() + u"/Tessel"_s; }
     [[nodiscard]] bool plantParent(uid_t owner, mode_t mode) const {
         const QByteArray path = QFile::encodeName(parent());
         return ::mkdir(path.constData(), 0700) == 0 &&
@@ -72,7 +71,7 @@ private:
 private Q_SLOTS:
     void init() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a.txt"), "line of a\n");
+        crafted.addFile(u"a.txt"_s, "line of a\n");
         m_fixture = std::make_unique<VaultFixture>(crafted);
         // A drive and a temporary folder as every account sees them.
         const QString root = QFileInfo(m_fixture->temporaryFolder()).path();
@@ -96,11 +95,11 @@ private Q_SLOTS:
         QVERIFY(asAccount(Ana, [this] {
             // As the program does: its own process files then belong to the superuser.
             return ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && m_fixture->unlock() &&
-                   !m_fixture->openAndEdit(QStringLiteral("a.txt"), "edited").isEmpty() &&
+                   !m_fixture->openAndEdit(u"a.txt"_s, "edited").isEmpty() &&
                    m_fixture->vault.lockVault();
         }));
         QVERIFY(m_fixture->unlock());
-        QCOMPARE(m_fixture->stored(QStringLiteral("a.txt")), QByteArray("edited"));
+        QCOMPARE(m_fixture->stored(u"a.txt"_s), QByteArray("edited"));
         QVERIFY(m_fixture->vault.lockVault());
     }
 
@@ -126,8 +125,7 @@ private Q_SLOTS:
         KilledRun run([this] {
             QString copy;
             return ::setresgid(Ana, Ana, Ana) == 0 && ::setresuid(Ana, Ana, Ana) == 0 &&
-                   m_fixture->unlock() &&
-                   m_fixture->vault.prepareFileForEditing(QStringLiteral("a.txt"), &copy);
+                   m_fixture->unlock() && m_fixture->vault.prepareFileForEditing(u"a.txt"_s, &copy);
         });
         QVERIFY(run.isReady());
         run.kill();
@@ -153,21 +151,20 @@ private Q_SLOTS:
         QVERIFY(plantParent(Ana, 01777));
         QVERIFY(m_fixture->unlock());
         QString copy;
-        QVERIFY(m_fixture->vault.prepareFileForEditing(QStringLiteral("a.txt"), &copy));
+        QVERIFY(m_fixture->vault.prepareFileForEditing(u"a.txt"_s, &copy));
         const QString workspace = QFileInfo(copy).path();
-        const QString moved = parent() + QStringLiteral("/moved");
+        const QString moved = parent() + u"/moved"_s;
         QVERIFY(asAccount(Ana, [&] {
             return QDir().rename(workspace, moved) && QDir().mkdir(workspace) &&
-                   writeFile(copy, "planted") &&
-                   readFile(moved + QStringLiteral("/a.txt")).isEmpty();
+                   writeFile(copy, "planted") && readFile(moved + u"/a.txt"_s).isEmpty();
         }));
         copy.clear();
-        QVERIFY(!m_fixture->vault.prepareFileForEditing(QStringLiteral("a.txt"), &copy));
+        QVERIFY(!m_fixture->vault.prepareFileForEditing(u"a.txt"_s, &copy));
         QVERIFY(copy.isEmpty());
         QVERIFY(!m_fixture->vault.syncModifiedTempFiles());
         QVERIFY(!m_fixture->vault.lockVault());
-        QCOMPARE(m_fixture->stored(QStringLiteral("a.txt")), QByteArray("line of a\n"));
-        QCOMPARE(readFile(workspace + QStringLiteral("/a.txt")), QByteArray("planted"));
+        QCOMPARE(m_fixture->stored(u"a.txt"_s), QByteArray("line of a\n"));
+        QCOMPARE(readFile(workspace + u"/a.txt"_s), QByteArray("planted"));
     }
 };
 

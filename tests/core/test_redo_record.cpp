@@ -23,12 +23,13 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 constexpr qint64 LengthLineAt = 7;
-const QByteArray RecordMark = QByteArrayLiteral("TESSEL-REDO\n");
-const QByteArray NewPassword = QByteArrayLiteral("outra senha longa");
+const QByteArray RecordMark = "TESSEL-REDO\n"_ba;
+const QByteArray NewPassword = "outra senha longa"_ba;
 
 /// Writes of this process that reach into the header of the watched file stop at a byte of the
 /// file and fail, as they do on a drive that is pulled out.
@@ -102,17 +103,17 @@ struct Change {
 
     /// A new folder.
     Change() {
-        after.addFolder(u"nova"_qs);
+        after.addFolder(u"nova"_s);
         after.keys.payloadNonce = noise(24, 77);
         record = after.withIndexInRows().redoRecord();
     }
 
     static CraftedContainer base() {
         CraftedContainer vault(5);
-        vault.addFile(u"docs/a.bin"_qs, noise(3000, 1), 1000);
-        vault.addFile(u"b.txt"_qs, QByteArrayLiteral("conteudo de b"));
+        vault.addFile(u"docs/a.bin"_s, noise(3000, 1), 1000);
+        vault.addFile(u"b.txt"_s, "conteudo de b"_ba);
         for (int i = 0; i < 12; ++i) {
-            vault.addFolder(u"pasta %1"_qs.arg(i));
+            vault.addFolder(u"pasta %1"_s.arg(i));
         }
         return vault;
     }
@@ -178,7 +179,7 @@ QStringList foldersOf(const VaultManager& vault) {
 }
 
 bool isAfterState(const VaultManager& vault) {
-    return foldersOf(vault).contains(u"nova"_qs);
+    return foldersOf(vault).contains(u"nova"_s);
 }
 
 // The length line, the header and all that is behind it in its region.
@@ -228,7 +229,7 @@ public:
         : m_full(m_disk.isMounted() && writeFile(path(), container) && m_disk.fillUpTo(0)) {}
 
     [[nodiscard]] bool isFull() const { return m_full; }
-    [[nodiscard]] QString path() const { return m_disk.filePath(u"tessel.tvlt"_qs); }
+    [[nodiscard]] QString path() const { return m_disk.filePath(u"tessel.tvlt"_s); }
 
 private:
     SmallDisk m_disk{12 * MiB};
@@ -328,8 +329,8 @@ void TestRedoRecord::repairsAHeaderTornAtAnyByte() {
     QVERIFY(writeFile(fixture.container(), torn + change.record));
 
     QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
-    QCOMPARE(fixture.stored(u"b.txt"_qs), QByteArrayLiteral("conteudo de b"));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+    QCOMPARE(fixture.stored(u"b.txt"_s), "conteudo de b"_ba);
     const QByteArray found = readFile(fixture.container());
     const bool isOld = change.hasWholeHeader(torn, change.before);
     const bool isNew = change.hasWholeHeader(torn, change.after);
@@ -360,8 +361,8 @@ void TestRedoRecord::recordIsSealedUnderANonceOfItsOwn() {
     const Change change;
     const VaultFixture fixture(change.before);
     const DriverRun run =
-        runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs},
-                  fixture.container(), {u"ftruncate:error=EIO"_qs});
+        runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s},
+                  fixture.container(), {u"ftruncate:error=EIO"_s});
     QVERIFY(run.ended());
     ContainerDocument header;
     ContainerDocument record;
@@ -411,20 +412,20 @@ void TestRedoRecord::everyChangeLeavesZerosBehindTheHeader() {
     QVERIFY(fixture.vault.createDirectory(QString(5000, u'x')) && isZero());
     QVERIFY(fixture.vault.deleteDirectory(QString(5000, u'x')) && isZero());
     QVERIFY(fixture.store(QString(3000, u'y'), "y") && isZero());
-    QVERIFY(fixture.vault.renameFile(QString(3000, u'y'), u"y"_qs) && isZero());
+    QVERIFY(fixture.vault.renameFile(QString(3000, u'y'), u"y"_s) && isZero());
     QVERIFY(fixture.vault.compactVault({}, nullptr) && isZero());
-    QVERIFY(fixture.vault.deleteFile(u"docs/a.bin"_qs) && isZero());
+    QVERIFY(fixture.vault.deleteFile(u"docs/a.bin"_s) && isZero());
 }
 
 void TestRedoRecord::bytesBehindAHeaderGoWithTheFirstChangeOfEachSession() {
     VaultFixture fixture(Change().before);
     QVERIFY(fixture.unlock());
-    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
     QVERIFY(fixture.vault.lockVault());
     QVERIFY(writeFile(fixture.container(), Change::base().setPadding('x').bytes()));
     QVERIFY(fixture.unlock());
     QVERIFY(!isZeroBehindTheHeader(readFile(fixture.container())));
-    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
     QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
 }
 
@@ -432,21 +433,21 @@ void TestRedoRecord::laterChangesOfASessionReadTheHeaderAlone() {
     NEEDS_TRACING();
     const auto bytesReadBy = [](const QString& operation) {
         const VaultFixture fixture(Change().before);
-        const QStringList calls = callsOfDriver(
-            {fixture.container(), QString::fromUtf8(TestPassword), operation, u"x"_qs},
-            u"read,pread64,rmdir"_qs);
+        const QStringList calls =
+            callsOfDriver({fixture.container(), QString::fromUtf8(TestPassword), operation, u"x"_s},
+                          u"read,pread64,rmdir"_s);
         qint64 sum = 0;
         bool begun = false;
         for (const QString& call : calls) {
-            begun = begun || call.contains(u"/tessel-begin"_qs);
+            begun = begun || call.contains(u"/tessel-begin"_s);
             if (begun && call.contains(fixture.container())) {
                 sum += call.mid(call.lastIndexOf(u' ') + 1).toLongLong();
             }
         }
         return sum;
     };
-    QVERIFY(bytesReadBy(u"mkdir"_qs) > HeaderBytes - 100000);
-    const qint64 later = bytesReadBy(u"later-mkdir"_qs);
+    QVERIFY(bytesReadBy(u"mkdir"_s) > HeaderBytes - 100000);
+    const qint64 later = bytesReadBy(u"later-mkdir"_s);
     QVERIFY2(later > 1000 && later < 100000, qPrintable(QString::number(later)));
 }
 
@@ -461,7 +462,7 @@ void TestRedoRecord::ignoresARecordCutShort() {
     for (qsizetype left = record.size() - 1; left >= 0;
          left -= left > record.size() - 80 ? 1 : 97) {
         QVERIFY(file.resize(torn.size() + left));
-        QVERIFY2(!fixture.unlock(), qPrintable(u"%1 bytes left"_qs.arg(left)));
+        QVERIFY2(!fixture.unlock(), qPrintable(u"%1 bytes left"_s.arg(left)));
         QCOMPARE(file.size(), torn.size() + left);
     }
     QVERIFY(readFile(fixture.container()).startsWith(torn.left(change.headersEnd())));
@@ -476,7 +477,7 @@ void TestRedoRecord::ignoresARecordWithAByteAltered() {
     for (qsizetype at = 0; at < record.size(); at += at < record.size() - 80 ? 13 : 1) {
         const QByteArray altered(1, static_cast<char>(record.at(at) ^ 1));
         QVERIFY(overwriteAt(fixture.container(), torn.size() + at, altered));
-        QVERIFY2(!fixture.unlock(), qPrintable(u"byte %1"_qs.arg(at)));
+        QVERIFY2(!fixture.unlock(), qPrintable(u"byte %1"_s.arg(at)));
         QVERIFY(overwriteAt(fixture.container(), torn.size() + at, record.mid(at, 1)));
     }
     QVERIFY(readFile(fixture.container()) == torn + record);
@@ -486,7 +487,7 @@ void TestRedoRecord::ignoresARecordWithAByteAltered() {
 void TestRedoRecord::ignoresARecordOfAnotherVault() {
     const Change change;
     CraftedContainer other(6);
-    other.keys.password = QByteArrayLiteral("senha de outro cofre");
+    other.keys.password = "senha de outro cofre"_ba;
     const QByteArray bytes = change.tornInTheMiddle() + other.redoRecord();
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), bytes));
@@ -520,13 +521,13 @@ void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone() {
     QVERIFY(writeFile(fixture.container(), bytes));
     const FileTimes times = timesOf(fixture.container());
 
-    QVERIFY(!fixture.vault.unlockVault(fixture.container(), QByteArrayLiteral("errada")));
+    QVERIFY(!fixture.vault.unlockVault(fixture.container(), "errada"_ba));
     QVERIFY(fixture.unlock());
     QVERIFY(!isAfterState(fixture.vault));
-    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_qs, fixture.file(u"a.bin"_qs)));
-    QCOMPARE(readFile(fixture.file(u"a.bin"_qs)), noise(3000, 1));
+    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_s, fixture.file(u"a.bin"_s)));
+    QCOMPARE(readFile(fixture.file(u"a.bin"_s)), noise(3000, 1));
     QString copy;
-    QVERIFY(fixture.vault.prepareFileForEditing(u"b.txt"_qs, &copy));
+    QVERIFY(fixture.vault.prepareFileForEditing(u"b.txt"_s, &copy));
     QVERIFY(fixture.vault.lockVault());
 
     QVERIFY(readFile(fixture.container()) == bytes);
@@ -542,31 +543,31 @@ static void addOperations() {
     const QList<QPair<const char*, Operation>> rows{
         {"import",
          [](VaultFixture& f) {
-             return f.store(u"c.txt"_qs, "de c");
+             return f.store(u"c.txt"_s, "de c");
          }},
         {"new folder",
          [](VaultFixture& f) {
-             return f.vault.createDirectory(u"outra"_qs);
+             return f.vault.createDirectory(u"outra"_s);
          }},
         {"rename",
          [](VaultFixture& f) {
-             return f.vault.renameFile(u"b.txt"_qs, u"d.txt"_qs);
+             return f.vault.renameFile(u"b.txt"_s, u"d.txt"_s);
          }},
         {"move",
          [](VaultFixture& f) {
-             return f.vault.moveFile(u"b.txt"_qs, u"pasta 1"_qs);
+             return f.vault.moveFile(u"b.txt"_s, u"pasta 1"_s);
          }},
         {"delete",
          [](VaultFixture& f) {
-             return f.vault.deleteFile(u"b.txt"_qs);
+             return f.vault.deleteFile(u"b.txt"_s);
          }},
         {"rename folder",
          [](VaultFixture& f) {
-             return f.vault.renameDirectory(u"pasta 1"_qs, u"x/y"_qs);
+             return f.vault.renameDirectory(u"pasta 1"_s, u"x/y"_s);
          }},
         {"delete folder",
          [](VaultFixture& f) {
-             return f.vault.deleteDirectory(u"pasta 2"_qs);
+             return f.vault.deleteDirectory(u"pasta 2"_s);
          }},
         {"compaction",
          [](VaultFixture& f) {
@@ -599,7 +600,7 @@ void TestRedoRecord::nextChangeRemovesTheRecord() {
         QVERIFY(!readFile(fixture.container()).contains(RecordMark));
         QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
         QVERIFY(!isAfterState(fixture.vault));
-        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
         const qint64 end = change.before.fileSize();
         const qint64 lastBlock = endOfLastBlock(fixture.vault.fileIndex());
         QVERIFY(QFileInfo(fixture.container()).size() == std::max(end, lastBlock) ||
@@ -613,7 +614,7 @@ void TestRedoRecord::nextChangeRemovesStackedRecords() {
     QVERIFY(writeFile(fixture.container(),
                       change.before.bytes() + change.before.redoRecord() + change.record));
     QVERIFY(fixture.unlock());
-    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
     QCOMPARE(QFileInfo(fixture.container()).size(), change.before.fileSize());
 }
 
@@ -632,11 +633,11 @@ void TestRedoRecord::changeRepairsAHeaderTornMeanwhile() {
         QVERIFY(writeFile(fixture.container(), bytes));
         QVERIFY(operation(fixture));
         QVERIFY(!readFile(fixture.container()).contains(RecordMark));
-        const bool passwordChanged = QTest::currentDataTag() == QByteArrayLiteral("password");
+        const bool passwordChanged = QTest::currentDataTag() == "password"_ba;
         QCOMPARE(
             indexAsOpenedAnew(fixture.container(), passwordChanged ? NewPassword : TestPassword),
             fixture.vault.fileIndex().toJson());
-        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
     }
 }
 
@@ -644,7 +645,7 @@ void TestRedoRecord::backupOfATornContainerIsRepaired() {
     const Change change;
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.record));
-    const QString backup = fixture.file(u"tessel_backup.tvlt"_qs);
+    const QString backup = fixture.file(u"tessel_backup.tvlt"_s);
     QVERIFY(QFile::copy(fixture.container(), backup));
     QVERIFY(fixture.vault.unlockVault(backup, TestPassword));
     QVERIFY(isAfterState(fixture.vault));
@@ -662,10 +663,10 @@ void TestRedoRecord::readOnlyTornContainerIsReadable() {
 
     QVERIFY(fixture.unlock());
     QVERIFY(isAfterState(fixture.vault));
-    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_qs, fixture.file(u"a.bin"_qs)));
-    QCOMPARE(readFile(fixture.file(u"a.bin"_qs)), noise(3000, 1));
-    QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
-    QVERIFY(!fixture.vault.deleteFile(u"b.txt"_qs));
+    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_s, fixture.file(u"a.bin"_s)));
+    QCOMPARE(readFile(fixture.file(u"a.bin"_s)), noise(3000, 1));
+    QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
+    QVERIFY(!fixture.vault.deleteFile(u"b.txt"_s));
     QVERIFY(fixture.vault.lockVault());
     QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
     QVERIFY(readFile(fixture.container()) == bytes);
@@ -706,8 +707,8 @@ void TestRedoRecord::recordThatTheHeaderWouldOverwriteIsLeft() {
     VaultFixture fixture;
     QVERIFY(writeFile(fixture.container(), torn));
     QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
-    QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+    QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
     QVERIFY(readFile(fixture.container()) == torn);
 }
 
@@ -748,9 +749,9 @@ void TestRedoRecord::fullDriveTakesEveryChangeThatFits() {
 
 void TestRedoRecord::fullDriveProtectsItsRewrite_data() {
     QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("new folder") << QStringList{u"mkdir"_qs, u"nova"_qs};
-    QTest::newRow("delete") << QStringList{u"delete"_qs, u"b.txt"_qs};
-    QTest::newRow("later in a session") << QStringList{u"later-delete"_qs, u"b.txt"_qs};
+    QTest::newRow("new folder") << QStringList{u"mkdir"_s, u"nova"_s};
+    QTest::newRow("delete") << QStringList{u"delete"_s, u"b.txt"_s};
+    QTest::newRow("later in a session") << QStringList{u"later-delete"_s, u"b.txt"_s};
 }
 
 void TestRedoRecord::fullDriveProtectsItsRewrite() {
@@ -763,12 +764,12 @@ void TestRedoRecord::fullDriveProtectsItsRewrite() {
     // Killed before the header, which a pull would now have torn.
     const bool isLater = arguments.first().startsWith(u"later-");
     const DriverRun run = runDriver(QStringList{path, QString::fromUtf8(TestPassword)} + arguments,
-                                    path, {u"write:signal=KILL:when=%1"_qs.arg(isLater ? 2 : 1)});
+                                    path, {u"write:signal=KILL:when=%1"_s.arg(isLater ? 2 : 1)});
     QVERIFY(!run.ended());
     QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
     VaultFixture fixture;
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    const bool deleted = !fixture.filePaths().contains(u"b.txt"_qs);
+    const bool deleted = !fixture.filePaths().contains(u"b.txt"_s);
     QVERIFY(deleted || isAfterState(fixture.vault));
     QVERIFY(isZeroBehindTheHeader(readFile(path)));
 }
@@ -781,7 +782,7 @@ void TestRedoRecord::fullDriveUsesARegionWithTheRestOfARecord() {
     QVERIFY(writeFile(fixture.container(), withRecordInRegion(change.before.bytes(), rest)));
     QVERIFY(fixture.unlock());
     const FileSizeLimit full(change.before.fileSize());
-    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
     QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
 }
 
@@ -793,11 +794,11 @@ void TestRedoRecord::fullDriveUndoesARewriteThatFails() {
     const FileSizeLimit full(change.before.fileSize());
     {
         const FailingHeader failing(fixture.container(), 1024, 1);
-        QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
         QVERIFY(FailingHeader::struck(1));
     }
     COMPARE_UNCHANGED(picture);
-    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
 }
 
 void TestRedoRecord::fullDriveKeepsTheBlocksOfARecordThatIsNeeded() {
@@ -808,13 +809,13 @@ void TestRedoRecord::fullDriveKeepsTheBlocksOfARecordThatIsNeeded() {
     const FileSizeLimit full(change.before.fileSize() + contents.size() + 16);
     {
         const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-        QVERIFY(!fixture.store(u"c.bin"_qs, contents));
+        QVERIFY(!fixture.store(u"c.bin"_s, contents));
         QVERIFY(FailingHeader::struck(FailingHeader::Always));
     }
     VaultFixture other;
     QVERIFY(other.vault.unlockVault(fixture.container(), TestPassword));
-    QCOMPARE(other.stored(u"docs/a.bin"_qs), noise(3000, 1));
-    QCOMPARE(other.stored(u"c.bin"_qs), contents);
+    QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
+    QCOMPARE(other.stored(u"c.bin"_s), contents);
     QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
 }
 
@@ -823,18 +824,18 @@ void TestRedoRecord::fullDriveReportsAChangeWhoseRecordStays() {
     NEEDS_TRACING();
     const FullDrive drive(withoutRoomInItsLastPage(Change::base()).bytes());
     QVERIFY(drive.isFull());
-    const QStringList arguments{drive.path(), QString::fromUtf8(TestPassword), u"rename"_qs,
-                                u"b.txt"_qs, u"d.txt"_qs};
+    const QStringList arguments{drive.path(), QString::fromUtf8(TestPassword), u"rename"_s,
+                                u"b.txt"_s, u"d.txt"_s};
     const QByteArray before = readFile(drive.path());
     const auto count = [&](const QString& name) {
         const qsizetype calls =
             callsOfDriver(arguments, name).filter(drive.path()).filter(name).size();
         return overwriteAt(drive.path(), 0, before) ? calls : -1;
     };
-    const qsizetype syncs = count(u"fdatasync"_qs);
-    const qsizetype writes = count(u"pwrite64"_qs);
-    for (const QString& fault : {u"fdatasync:error=EIO:when=%1"_qs.arg(syncs),
-                                 u"pwrite64:error=EIO:when=%1"_qs.arg(writes)}) {
+    const qsizetype syncs = count(u"fdatasync"_s);
+    const qsizetype writes = count(u"pwrite64"_s);
+    for (const QString& fault : {u"fdatasync:error=EIO:when=%1"_s.arg(syncs),
+                                 u"pwrite64:error=EIO:when=%1"_s.arg(writes)}) {
         QVERIFY(overwriteAt(drive.path(), 0, before));
         // The header is on the drive; what is left goes with the next change.
         const DriverRun run = runDriver(arguments, drive.path(), {fault});
@@ -842,8 +843,8 @@ void TestRedoRecord::fullDriveReportsAChangeWhoseRecordStays() {
         QCOMPARE(readFile(drive.path()).contains(RecordMark), fault.startsWith(u"pwrite64"));
         VaultFixture fixture;
         QVERIFY(fixture.vault.unlockVault(drive.path(), TestPassword));
-        QVERIFY(fixture.filePaths().contains(u"d.txt"_qs));
-        QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(fixture.filePaths().contains(u"d.txt"_s));
+        QVERIFY(fixture.vault.createDirectory(u"outra"_s));
         QVERIFY(isZeroBehindTheHeader(readFile(drive.path())));
     }
 }
@@ -854,42 +855,42 @@ void TestRedoRecord::recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne() {
     NEEDS_TRACING();
     const VaultFixture fixture(Change().before);
     const QStringList calls =
-        callsOfDriver({fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_qs, u"x"_qs},
-                      u"pwrite64,fdatasync"_qs);
-    const QString zeros = u", 64, %1) = 64"_qs.arg(PayloadOffset - 64);
+        callsOfDriver({fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_s, u"x"_s},
+                      u"pwrite64,fdatasync"_s);
+    const QString zeros = u", 64, %1) = 64"_s.arg(PayloadOffset - 64);
     const auto erased = std::find_if(calls.cbegin(), calls.cend(),
                                      [&](const QString& call) { return call.endsWith(zeros); });
     const auto appended = std::find_if(calls.cbegin(), calls.cend(), [](const QString& call) {
-        return call.contains(u"pwrite64("_qs) && call.contains(u"\"0000000000"_qs);
+        return call.contains(u"pwrite64("_s) && call.contains(u"\"0000000000"_s);
     });
     QVERIFY2(erased < appended && appended != calls.cend(), qPrintable(calls.join(u'\n')));
     QVERIFY(std::none_of(erased, appended,
-                         [](const QString& call) { return call.contains(u"fdatasync"_qs); }));
+                         [](const QString& call) { return call.contains(u"fdatasync"_s); }));
 }
 
 void TestRedoRecord::whatFitsNowhereIsRefusedUnlessItDeletes() {
     const CraftedContainer before = withALargeHeader();
     VaultFixture fixture(before);
-    const QString source = fixture.write(u"vazio"_qs, {});
+    const QString source = fixture.write(u"vazio"_s, {});
     QVERIFY(fixture.unlock());
     const VaultPicture picture(fixture);
     const FileSizeLimit full(before.fileSize());
-    QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
-    QVERIFY(!fixture.vault.renameFile(u"b.txt"_qs, u"d.txt"_qs));
-    QVERIFY(!fixture.vault.moveFile(u"b.txt"_qs, u"pasta 1"_qs));
-    QVERIFY(!fixture.vault.renameDirectory(u"pasta 1"_qs, u"x"_qs));
-    QVERIFY(!fixture.vault.importFile(source, u"vazio"_qs));
+    QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
+    QVERIFY(!fixture.vault.renameFile(u"b.txt"_s, u"d.txt"_s));
+    QVERIFY(!fixture.vault.moveFile(u"b.txt"_s, u"pasta 1"_s));
+    QVERIFY(!fixture.vault.renameDirectory(u"pasta 1"_s, u"x"_s));
+    QVERIFY(!fixture.vault.importFile(source, u"vazio"_s));
     QVERIFY(!fixture.vault.saveIndex(fixture.vault.fileIndex()));
     COMPARE_UNCHANGED(picture);
     VaultManager locked;
     QVERIFY(!locked.changePassword(fixture.container(), TestPassword, NewPassword));
     COMPARE_UNCHANGED(picture);
 
-    QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
-    QVERIFY(fixture.vault.deleteDirectory(u"pasta 1"_qs));
+    QVERIFY(fixture.vault.deleteFile(u"b.txt"_s));
+    QVERIFY(fixture.vault.deleteDirectory(u"pasta 1"_s));
     QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
              fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
 }
 
 void TestRedoRecord::plainRewriteGoesOnWithoutARecord() {
@@ -915,11 +916,11 @@ void TestRedoRecord::fullDriveStillDeletes() {
     VaultFixture fixture;
     QVERIFY(fixture.vault.unlockVault(drive.path(), TestPassword));
 
-    QVERIFY(!fixture.store(u"c.txt"_qs, noise(100000)));
-    QVERIFY(fixture.vault.deleteFile(u"b.txt"_qs));
+    QVERIFY(!fixture.store(u"c.txt"_s, noise(100000)));
+    QVERIFY(fixture.vault.deleteFile(u"b.txt"_s));
     QCOMPARE(QFileInfo(drive.path()).size(), before.fileSize());
     QCOMPARE(indexAsOpenedAnew(drive.path(), TestPassword), fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
 }
 
 void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
@@ -933,15 +934,15 @@ void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
     const QString path = drive.path();
     // The first write settles the header that stands there.
     const DriverRun run =
-        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
-                  {u"write:signal=KILL:when=2"_qs});
+        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
+                  {u"write:signal=KILL:when=2"_s});
     NEEDS_TRACING();
     QVERIFY(!run.ended());
     // Killed before the header: what stands at the end is the record of this very change.
     QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
     VaultFixture fixture;
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_qs});
+    QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_s});
     QVERIFY(!isAfterState(fixture.vault));
 }
 
@@ -954,8 +955,8 @@ void TestRedoRecord::fullDriveRefusesAChangeInFrontOfARecordThatStays() {
     QVERIFY(drive.isFull());
     const QString path = drive.path();
     const DriverRun run =
-        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_qs, u"b.txt"_qs}, path,
-                  {u"ftruncate:error=ENOSPC:when=1"_qs, u"write:signal=KILL:when=2"_qs});
+        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
+                  {u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
     if (run.ended()) {
         QVERIFY(run.refused());
         return;
@@ -975,7 +976,7 @@ void TestRedoRecord::fullDriveClearsWhatAFailedChangeLeft() {
     const QString folder(5000, u'x');
     const SmallDisk disk(16 * MiB);
     QVERIFY(disk.isMounted());
-    const QString path = disk.filePath(u"tessel.tvlt"_qs);
+    const QString path = disk.filePath(u"tessel.tvlt"_s);
     QVERIFY(writeFile(path, before.bytes()));
     VaultFixture fixture;
     QVERIFY(fixture.vault.unlockVault(path, TestPassword));
@@ -1008,12 +1009,12 @@ void TestRedoRecord::failedRewritePutsTheOldHeaderBack() {
     const VaultPicture picture(fixture);
     for (const bool import : {false, true}) {
         const FailingHeader failing(fixture.container(), stopAt, 1);
-        QVERIFY(import ? !fixture.store(u"c.txt"_qs, "de c")
-                       : !fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(import ? !fixture.store(u"c.txt"_s, "de c")
+                       : !fixture.vault.createDirectory(u"outra"_s));
         QVERIFY(FailingHeader::struck(1));
         COMPARE_UNCHANGED(picture);
     }
-    QVERIFY(fixture.vault.createDirectory(u"outra"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
 }
 
 void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord_data() {
@@ -1027,7 +1028,7 @@ void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord() {
     const QByteArray before = fixture.vault.fileIndex().toJson();
     {
         const FailingHeader failing(fixture.container(), stopAt, FailingHeader::Always);
-        QVERIFY(!fixture.vault.createDirectory(u"outra"_qs));
+        QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
         QVERIFY(FailingHeader::struck(FailingHeader::Always));
         QCOMPARE(fixture.vault.fileIndex().toJson(), before);
         QVERIFY(readFile(fixture.container()).endsWith(RecordMark));
@@ -1035,8 +1036,8 @@ void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord() {
     VaultManager other;
     QVERIFY(other.unlockVault(fixture.container(), TestPassword));
     QVERIFY(other.lockVault());
-    QVERIFY(other.fileIndex().toJson() == before || foldersOf(other).contains(u"outra"_qs));
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QVERIFY(other.fileIndex().toJson() == before || foldersOf(other).contains(u"outra"_s));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
 }
 
 void TestRedoRecord::rollBackKeepsARecordThatIsNeeded() {
@@ -1045,14 +1046,14 @@ void TestRedoRecord::rollBackKeepsARecordThatIsNeeded() {
     const QByteArray contents = noise(5000, 3);
     {
         const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-        QVERIFY(!fixture.store(u"c.bin"_qs, contents));
+        QVERIFY(!fixture.store(u"c.bin"_s, contents));
         QVERIFY(FailingHeader::struck(FailingHeader::Always));
     }
-    QVERIFY(!fixture.filePaths().contains(u"c.bin"_qs));
+    QVERIFY(!fixture.filePaths().contains(u"c.bin"_s));
     VaultFixture other;
     QVERIFY(other.vault.unlockVault(fixture.container(), TestPassword));
-    QCOMPARE(other.stored(u"docs/a.bin"_qs), noise(3000, 1));
-    QCOMPARE(other.stored(u"c.bin"_qs), contents);
+    QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
+    QCOMPARE(other.stored(u"c.bin"_s), contents);
 }
 
 void TestRedoRecord::sessionGoesOnAfterARewriteThatCouldNotBeUndone() {
@@ -1060,21 +1061,21 @@ void TestRedoRecord::sessionGoesOnAfterARewriteThatCouldNotBeUndone() {
     QVERIFY(fixture.unlock());
     {
         const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-        QVERIFY(!fixture.store(u"c.bin"_qs, noise(5000, 3)));
+        QVERIFY(!fixture.store(u"c.bin"_s, noise(5000, 3)));
     }
-    QVERIFY(fixture.store(u"d.bin"_qs, noise(6000, 4)));
+    QVERIFY(fixture.store(u"d.bin"_s, noise(6000, 4)));
     QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
              fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"d.bin"_qs), noise(6000, 4));
-    QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+    QCOMPARE(fixture.stored(u"d.bin"_s), noise(6000, 4));
+    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
     QCOMPARE(QFileInfo(fixture.container()).size(), endOfLastBlock(fixture.vault.fileIndex()));
 }
 
 void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved_data() {
     QTest::addColumn<QString>("error");
-    QTest::newRow("failing drive") << u"EIO"_qs;
+    QTest::newRow("failing drive") << u"EIO"_s;
     // Some file systems find out only now that there is no room; blocks may be what they lost.
-    QTest::newRow("full drive") << u"ENOSPC"_qs;
+    QTest::newRow("full drive") << u"ENOSPC"_s;
 }
 
 void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
@@ -1082,10 +1083,10 @@ void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
     NEEDS_TRACING();
     VaultFixture fixture(Change().before);
     const VaultPicture picture(fixture);
-    const QString source = fixture.write(u"c"_qs, "de c");
+    const QString source = fixture.write(u"c"_s, "de c");
     const DriverRun run = runDriver(
-        {fixture.container(), QString::fromUtf8(TestPassword), u"import"_qs, source, u"c.txt"_qs},
-        fixture.container(), {u"fdatasync:error=%1:when=2"_qs.arg(error)});
+        {fixture.container(), QString::fromUtf8(TestPassword), u"import"_s, source, u"c.txt"_s},
+        fixture.container(), {u"fdatasync:error=%1:when=2"_s.arg(error)});
     QVERIFY(run.refused());
     COMPARE_UNCHANGED(picture);
 }
@@ -1112,7 +1113,7 @@ void TestRedoRecord::newPasswordRepairsATornPasswordChange() {
         VaultFixture fixture;
         QVERIFY(writeFile(fixture.container(), bytes));
         QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
-        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
         QVERIFY(readFile(fixture.container()) == change.after.bytes());
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(!fixture.unlock());
@@ -1130,11 +1131,11 @@ void TestRedoRecord::tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten(
             QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
             QVERIFY(FailingHeader::struck(1));
         }
-        QVERIFY(fixture.vault.createDirectory(u"depois"_qs));
+        QVERIFY(fixture.vault.createDirectory(u"depois"_s));
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
-        QCOMPARE(fixture.stored(u"docs/a.bin"_qs), noise(3000, 1));
-        QVERIFY(fixture.vault.fileIndex().containsDirectory(u"depois"_qs));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+        QVERIFY(fixture.vault.fileIndex().containsDirectory(u"depois"_s));
     }
 }
 
@@ -1162,18 +1163,18 @@ void TestRedoRecord::undisturbedContainersEndAtTheirLastBlock() {
         return end += contents.size() + 16;
     };
     const QByteArray contents = noise(7000, 9);
-    QVERIFY(fixture.store(u"c.bin"_qs, contents));
+    QVERIFY(fixture.store(u"c.bin"_s, contents));
     QCOMPARE(size(), grownBy(contents));
-    QVERIFY(fixture.store(u"c.bin"_qs, contents));
+    QVERIFY(fixture.store(u"c.bin"_s, contents));
     QCOMPARE(size(), grownBy(contents));
-    QVERIFY(fixture.store(u"vazio"_qs, {}));
+    QVERIFY(fixture.store(u"vazio"_s, {}));
     QCOMPARE(size(), end);
-    QVERIFY(fixture.vault.createDirectory(u"x/y"_qs));
-    QVERIFY(fixture.vault.renameFile(u"c.bin"_qs, u"x/d.bin"_qs));
-    QVERIFY(fixture.vault.moveFile(u"x/d.bin"_qs, QString()));
-    QVERIFY(fixture.vault.renameDirectory(u"x"_qs, u"z"_qs));
-    QVERIFY(fixture.vault.deleteDirectory(u"z/y"_qs));
-    QVERIFY(fixture.vault.deleteFile(u"vazio"_qs));
+    QVERIFY(fixture.vault.createDirectory(u"x/y"_s));
+    QVERIFY(fixture.vault.renameFile(u"c.bin"_s, u"x/d.bin"_s));
+    QVERIFY(fixture.vault.moveFile(u"x/d.bin"_s, QString()));
+    QVERIFY(fixture.vault.renameDirectory(u"x"_s, u"z"_s));
+    QVERIFY(fixture.vault.deleteDirectory(u"z/y"_s));
+    QVERIFY(fixture.vault.deleteFile(u"vazio"_s));
     QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
     QCOMPARE(size(), end);
     QVERIFY(fixture.vault.compactVault({}, nullptr));

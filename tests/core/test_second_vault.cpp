@@ -14,16 +14,17 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString A = QStringLiteral("docs/a.txt");
-const QByteArray OtherPassword = QByteArrayLiteral("outra senha");
+const QString A = u"docs/a.txt"_s;
+const QByteArray OtherPassword = "outra senha"_ba;
 
 /// The vault that is open.
 CraftedContainer openContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs")).addFile(A, QByteArrayLiteral("contents of a"));
+    crafted.addFolder(u"docs"_s).addFile(A, "contents of a"_ba);
     return crafted;
 }
 
@@ -31,7 +32,7 @@ CraftedContainer openContainer() {
 CraftedContainer otherContainer() {
     CraftedContainer crafted(2);
     crafted.keys.password = OtherPassword;
-    crafted.addFile(QStringLiteral("b"), "contents of b");
+    crafted.addFile(u"b"_s, "contents of b");
     return crafted;
 }
 
@@ -60,7 +61,7 @@ class TestSecondVault : public QObject {
 
 private:
     static QString otherPath(const VaultFixture& fixture) {
-        return fixture.driveFolder() + QStringLiteral("/other.tvlt");
+        return fixture.driveFolder() + u"/other.tvlt"_s;
     }
 
     /// The copy that was being edited gets back into the vault once that is open again.
@@ -86,9 +87,7 @@ private Q_SLOTS:
         addRow("no container", OtherPassword,
                [](const QString& path) { return writeFile(path, "no container"); });
         addRow("another version", OtherPassword, [](const QString& path) {
-            return otherContainer()
-                .setHeaderMember(QStringLiteral("formatVersion"), 4)
-                .writeTo(path);
+            return otherContainer().setHeaderMember(u"formatVersion"_s, 4).writeTo(path);
         });
         addRow("cut short", OtherPassword, [](const QString& path) {
             return otherContainer().cutAt(PayloadOffset - 1).writeTo(path);
@@ -108,7 +107,7 @@ private Q_SLOTS:
 
         // Its key and its container are still the session's.
         QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(fixture.vault.createDirectory(u"new"_s));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
         compareEditIsTakenBack(fixture, copy);
@@ -122,7 +121,7 @@ private Q_SLOTS:
         addRow("altered master key", OtherPassword, [](const QString& path) {
             const QByteArray sealed = otherContainer().encryptedMasterKey();
             return otherContainer()
-                .setCryptoMember(QStringLiteral("encryptedMasterKey"),
+                .setCryptoMember(u"encryptedMasterKey"_s,
                                  QString::fromLatin1(withLastByteChanged(sealed).toBase64()))
                 .writeTo(path);
         });
@@ -176,7 +175,7 @@ private Q_SLOTS:
         // Two drives of one name are mounted at one place, one after the other.
         VaultFixture fixture(openContainer());
         QVERIFY(fixture.unlock());
-        const QString unplugged = fixture.file(QStringLiteral("unplugged"));
+        const QString unplugged = fixture.file(u"unplugged"_s);
         QVERIFY(QFile::rename(fixture.container(), unplugged));
         QVERIFY(makeOther(fixture.container()));
         const QByteArray other = readFile(fixture.container());
@@ -185,7 +184,7 @@ private Q_SLOTS:
         // With its own drive back, the session goes on.
         QVERIFY(QFile::remove(fixture.container()));
         QVERIFY(QFile::rename(unplugged, fixture.container()));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(fixture.vault.createDirectory(u"new"_s));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -197,7 +196,7 @@ private Q_SLOTS:
         damaged.setEncryptedIndex(withLastByteChanged(damaged.encryptedIndex()));
         QVERIFY(damaged.writeTo(fixture.container()));
         QVERIFY(indexAsOpenedAnew(fixture.container(), TestPassword).isEmpty());
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(fixture.vault.createDirectory(u"new"_s));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -206,7 +205,7 @@ private Q_SLOTS:
         VaultFixture fixture(openContainer());
         QVERIFY(fixture.unlock());
         QVERIFY(VaultManager().changePassword(fixture.container(), TestPassword, OtherPassword));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(fixture.vault.createDirectory(u"new"_s));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), OtherPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -216,8 +215,8 @@ private Q_SLOTS:
     void creatingLocksTheOpenVaultAndLeavesItsCopies_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("created");
-        QTest::newRow("written") << QStringLiteral("/new.tvlt") << true;
-        QTest::newRow("not written") << QStringLiteral("/missing/new.tvlt") << false;
+        QTest::newRow("written") << u"/new.tvlt"_s << true;
+        QTest::newRow("not written") << u"/missing/new.tvlt"_s << false;
     }
     void creatingLocksTheOpenVaultAndLeavesItsCopies() {
         QFETCH(const QString, name);
@@ -255,7 +254,7 @@ private Q_SLOTS:
         QVERIFY(!fixture.vault.createVault(otherPath(fixture), {}));
         QVERIFY(!QFileInfo::exists(otherPath(fixture)));
         COMPARE_UNCHANGED(before);
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(fixture.vault.createDirectory(u"new"_s));
     }
 
     void creatingWithoutTheMemoryForTheKeyLeavesTheStateAndTheCopies() {
@@ -317,14 +316,14 @@ private:
     static void compareNothingCanBeDone(VaultFixture& fixture) {
         VaultManager& vault = fixture.vault;
         QCOMPARE(fixture.stored(A), QByteArray("(refused)"));
-        QVERIFY(!vault.exportFile(A, fixture.file(QStringLiteral("out"))));
-        QVERIFY(!fixture.store(QStringLiteral("new"), "new"));
-        QVERIFY(!vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(!vault.exportFile(A, fixture.file(u"out"_s)));
+        QVERIFY(!fixture.store(u"new"_s, "new"));
+        QVERIFY(!vault.createDirectory(u"new"_s));
         QVERIFY(!vault.moveFile(A, QString()));
-        QVERIFY(!vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("new")));
+        QVERIFY(!vault.renameDirectory(u"docs"_s, u"new"_s));
         QVERIFY(!vault.deleteFile(A));
         QVERIFY(!vault.saveIndex(vault.fileIndex()));
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         QVERIFY(!vault.compactVault({}, &error));
         QCOMPARE(error, QString());
     }

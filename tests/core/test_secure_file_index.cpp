@@ -15,6 +15,7 @@
 #include <limits>
 
 using namespace Tessel::Core;
+using namespace Qt::Literals::StringLiterals;
 
 // Records are written down member by member, in this order.
 static_assert(requires {
@@ -84,8 +85,8 @@ QStringList folderPaths(const SecureFileIndex& index) {
 /// A file entry with every field set and two blocks.
 VaultFileEntry fullEntry() {
     VaultFileEntry entry;
-    entry.id = QStringLiteral("0f8fad5b-d9cb-469f-a165-70867728950e");
-    entry.vaultPath = QStringLiteral("docs/a\u00e7\u00e3o \"x\".txt");
+    entry.id = u"0f8fad5b-d9cb-469f-a165-70867728950e"_s;
+    entry.vaultPath = u"docs/a\u00e7\u00e3o \"x\".txt"_s;
     entry.sizeBytes = 16777217;
     entry.lastModifiedUtc = Spring;
     entry.sha256 = QByteArray::fromHex("ba7816bf8f01cfea414140de5dae2223"
@@ -159,13 +160,12 @@ private Q_SLOTS:
     }
 
     void filesKeepTheOrderTheyCameIn() {
-        const QStringList paths{QStringLiteral("z"), QStringLiteral("a"), QStringLiteral("m/b"),
-                                QStringLiteral("m")};
+        const QStringList paths{u"z"_s, u"a"_s, u"m/b"_s, u"m"_s};
         QCOMPARE(filePaths(indexOf(paths)), paths);
     }
 
     void aFileWithoutAPathIsRefused() {
-        SecureFileIndex index = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        SecureFileIndex index = indexOf({u"a"_s}, {u"d"_s});
         const QByteArray before = index.toJson();
         VaultFileEntry entry = fullEntry();
         entry.vaultPath.clear();
@@ -174,11 +174,9 @@ private Q_SLOTS:
     }
 
     void replacingAFileKeepsItsPositionAndTakesEveryField() {
-        SecureFileIndex index =
-            indexOf({QStringLiteral("first"), fullEntry().vaultPath, QStringLiteral("last")});
+        SecureFileIndex index = indexOf({u"first"_s, fullEntry().vaultPath, u"last"_s});
         QVERIFY(index.addOrReplace(fullEntry()));
-        QCOMPARE(filePaths(index), QStringList({QStringLiteral("first"), fullEntry().vaultPath,
-                                                QStringLiteral("last")}));
+        QCOMPARE(filePaths(index), QStringList({u"first"_s, fullEntry().vaultPath, u"last"_s}));
         compareEntries(index.entries().at(1), fullEntry());
 
         // The other way: an entry without blocks or times leaves none of the old ones behind.
@@ -190,16 +188,13 @@ private Q_SLOTS:
     void pathsAreComparedCharacterForCharacter_data() {
         QTest::addColumn<QString>("stored");
         QTest::addColumn<QString>("asked");
-        QTest::newRow("letter case")
-            << QStringLiteral("docs/a.txt") << QStringLiteral("docs/A.txt");
-        QTest::newRow("case of the folder")
-            << QStringLiteral("docs/a.txt") << QStringLiteral("Docs/a.txt");
-        QTest::newRow("leading slash") << QStringLiteral("a") << QStringLiteral("/a");
-        QTest::newRow("trailing slash") << QStringLiteral("a") << QStringLiteral("a/");
-        QTest::newRow("blank") << QStringLiteral("a") << QStringLiteral("a ");
-        QTest::newRow("prefix") << QStringLiteral("ab") << QStringLiteral("a");
-        QTest::newRow("composed and decomposed")
-            << QStringLiteral("\u00e9") << QStringLiteral("e\u0301");
+        QTest::newRow("letter case") << u"docs/a.txt"_s << u"docs/A.txt"_s;
+        QTest::newRow("case of the folder") << u"docs/a.txt"_s << u"Docs/a.txt"_s;
+        QTest::newRow("leading slash") << u"a"_s << u"/a"_s;
+        QTest::newRow("trailing slash") << u"a"_s << u"a/"_s;
+        QTest::newRow("blank") << u"a"_s << u"a "_s;
+        QTest::newRow("prefix") << u"ab"_s << u"a"_s;
+        QTest::newRow("composed and decomposed") << u"\u00e9"_s << u"e\u0301"_s;
     }
     void pathsAreComparedCharacterForCharacter() {
         QFETCH(const QString, stored);
@@ -220,24 +215,23 @@ private Q_SLOTS:
     }
 
     void filesAndFoldersOfOnePathAreApart() {
-        SecureFileIndex index = indexOf({QStringLiteral("same")}, {QStringLiteral("same")});
-        QVERIFY(index.remove(QStringLiteral("same")));
-        QVERIFY(!index.contains(QStringLiteral("same")));
-        QVERIFY(index.containsDirectory(QStringLiteral("same")));
-        QVERIFY(index.addOrReplace(file(QStringLiteral("same"))));
-        QVERIFY(index.removeDirectory(QStringLiteral("same")));
-        QVERIFY(index.contains(QStringLiteral("same")));
-        QVERIFY(!index.containsDirectory(QStringLiteral("same")));
+        SecureFileIndex index = indexOf({u"same"_s}, {u"same"_s});
+        QVERIFY(index.remove(u"same"_s));
+        QVERIFY(!index.contains(u"same"_s));
+        QVERIFY(index.containsDirectory(u"same"_s));
+        QVERIFY(index.addOrReplace(file(u"same"_s)));
+        QVERIFY(index.removeDirectory(u"same"_s));
+        QVERIFY(index.contains(u"same"_s));
+        QVERIFY(!index.containsDirectory(u"same"_s));
     }
 
     void removingAFileTakesThatFileAlone() {
-        SecureFileIndex index =
-            indexOf({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
-        QVERIFY(index.remove(QStringLiteral("b")));
-        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a"), QStringLiteral("c")}));
-        QVERIFY(!index.remove(QStringLiteral("b")));
+        SecureFileIndex index = indexOf({u"a"_s, u"b"_s, u"c"_s});
+        QVERIFY(index.remove(u"b"_s));
+        QCOMPARE(filePaths(index), QStringList({u"a"_s, u"c"_s}));
+        QVERIFY(!index.remove(u"b"_s));
         QVERIFY(!index.remove(QString()));
-        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a"), QStringLiteral("c")}));
+        QCOMPARE(filePaths(index), QStringList({u"a"_s, u"c"_s}));
     }
 
     void lookUpsFollowRemovals_data() {
@@ -248,8 +242,7 @@ private Q_SLOTS:
     }
     void lookUpsFollowRemovals() {
         QFETCH(const int, removed);
-        QStringList paths{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c"),
-                          QStringLiteral("d"), QStringLiteral("e")};
+        QStringList paths{u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s};
         SecureFileIndex index = indexOf(paths, paths);
         const QString gone = paths.takeAt(removed);
         QVERIFY(index.remove(gone));
@@ -280,58 +273,54 @@ private Q_SLOTS:
     // --- Folders ---------------------------------------------------------------------------
 
     void foldersKeepTheOrderTheyCameIn() {
-        const QStringList paths{QStringLiteral("z"), QStringLiteral("a/b"), QStringLiteral("a")};
+        const QStringList paths{u"z"_s, u"a/b"_s, u"a"_s};
         QCOMPARE(folderPaths(indexOf({}, paths)), paths);
     }
 
     void aFolderWithoutAPathIsRefused() {
-        SecureFileIndex index = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        SecureFileIndex index = indexOf({u"a"_s}, {u"d"_s});
         const QByteArray before = index.toJson();
         QVERIFY(!index.addDirectory(folder(QString())));
         QCOMPARE(index.toJson(), before);
     }
 
     void replacingAFolderKeepsItsPositionAndTakesBothTimes() {
-        SecureFileIndex index =
-            indexOf({}, {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
-        QVERIFY(index.addDirectory({QStringLiteral("b"), Summer, Summer.addDays(1)}));
-        QCOMPARE(folderPaths(index),
-                 QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+        SecureFileIndex index = indexOf({}, {u"a"_s, u"b"_s, u"c"_s});
+        QVERIFY(index.addDirectory({u"b"_s, Summer, Summer.addDays(1)}));
+        QCOMPARE(folderPaths(index), QStringList({u"a"_s, u"b"_s, u"c"_s}));
         QCOMPARE(index.directories().at(1).createdUtc, Summer);
         QCOMPARE(index.directories().at(1).modifiedUtc, Summer.addDays(1));
         QCOMPARE(index.directories().at(0).createdUtc, Spring);
     }
 
     void removingAFolderLeavesWhatLiesBeneath() {
-        SecureFileIndex index =
-            indexOf({QStringLiteral("a/f"), QStringLiteral("a/b/f")},
-                    {QStringLiteral("a"), QStringLiteral("a/b"), QStringLiteral("ab")});
-        QVERIFY(index.removeDirectory(QStringLiteral("a")));
-        QCOMPARE(folderPaths(index), QStringList({QStringLiteral("a/b"), QStringLiteral("ab")}));
-        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a/f"), QStringLiteral("a/b/f")}));
-        QVERIFY(!index.removeDirectory(QStringLiteral("a")));
+        SecureFileIndex index = indexOf({u"a/f"_s, u"a/b/f"_s}, {u"a"_s, u"a/b"_s, u"ab"_s});
+        QVERIFY(index.removeDirectory(u"a"_s));
+        QCOMPARE(folderPaths(index), QStringList({u"a/b"_s, u"ab"_s}));
+        QCOMPARE(filePaths(index), QStringList({u"a/f"_s, u"a/b/f"_s}));
+        QVERIFY(!index.removeDirectory(u"a"_s));
     }
 
     void clearEmptiesBothLists() {
-        SecureFileIndex index = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        SecureFileIndex index = indexOf({u"a"_s}, {u"d"_s});
         index.clear();
         QVERIFY(index.entries().isEmpty());
         QVERIFY(index.directories().isEmpty());
-        QVERIFY(!index.contains(QStringLiteral("a")));
-        QVERIFY(!index.containsDirectory(QStringLiteral("d")));
-        QVERIFY(index.addOrReplace(file(QStringLiteral("a"))));
-        QCOMPARE(filePaths(index), QStringList(QStringLiteral("a")));
+        QVERIFY(!index.contains(u"a"_s));
+        QVERIFY(!index.containsDirectory(u"d"_s));
+        QVERIFY(index.addOrReplace(file(u"a"_s)));
+        QCOMPARE(filePaths(index), QStringList(u"a"_s));
     }
 
     void aCopyIsIndependent() {
-        const SecureFileIndex original = indexOf({QStringLiteral("a")}, {QStringLiteral("d")});
+        const SecureFileIndex original = indexOf({u"a"_s}, {u"d"_s});
         SecureFileIndex copy = original;
-        QVERIFY(copy.remove(QStringLiteral("a")));
-        QVERIFY(copy.addDirectory(folder(QStringLiteral("e"))));
-        QCOMPARE(filePaths(original), QStringList(QStringLiteral("a")));
-        QCOMPARE(folderPaths(original), QStringList(QStringLiteral("d")));
-        QVERIFY(original.contains(QStringLiteral("a")));
-        QVERIFY(!original.containsDirectory(QStringLiteral("e")));
+        QVERIFY(copy.remove(u"a"_s));
+        QVERIFY(copy.addDirectory(folder(u"e"_s)));
+        QCOMPARE(filePaths(original), QStringList(u"a"_s));
+        QCOMPARE(folderPaths(original), QStringList(u"d"_s));
+        QVERIFY(original.contains(u"a"_s));
+        QVERIFY(!original.containsDirectory(u"e"_s));
     }
 
     // --- Writing JSON ----------------------------------------------------------------------
@@ -343,7 +332,7 @@ private Q_SLOTS:
 
     void jsonIsWrittenLiterallyLikeThis() {
         SecureFileIndex index;
-        QVERIFY(index.addDirectory({QStringLiteral("docs"), Spring, Summer}));
+        QVERIFY(index.addDirectory({u"docs"_s, Spring, Summer}));
         QVERIFY(index.addOrReplace(fullEntry()));
         QCOMPARE(index.toJson(), fullJson());
     }
@@ -351,29 +340,27 @@ private Q_SLOTS:
     void unusualNamesAreEscaped_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("written");
-        QTest::newRow("quote") << QStringLiteral("a\"b") << QByteArray("a\\\"b");
-        QTest::newRow("backslash") << QStringLiteral("a\\b") << QByteArray("a\\\\b");
-        QTest::newRow("line feed") << QStringLiteral("a\nb") << QByteArray("a\\nb");
-        QTest::newRow("tab") << QStringLiteral("a\tb") << QByteArray("a\\tb");
-        QTest::newRow("control") << QStringLiteral("a\u0001b") << QByteArray("a\\u0001b");
-        QTest::newRow("last control") << QStringLiteral("a\u001fb") << QByteArray("a\\u001fb");
-        QTest::newRow("zero") << QStringLiteral("a\u0000b") << QByteArray("a\\u0000b");
-        QTest::newRow("delete") << QStringLiteral("a\u007fb")
+        QTest::newRow("quote") << u"a\"b"_s << QByteArray("a\\\"b");
+        QTest::newRow("backslash") << u"a\\b"_s << QByteArray("a\\\\b");
+        QTest::newRow("line feed") << u"a\nb"_s << QByteArray("a\\nb");
+        QTest::newRow("tab") << u"a\tb"_s << QByteArray("a\\tb");
+        QTest::newRow("control") << u"a\u0001b"_s << QByteArray("a\\u0001b");
+        QTest::newRow("last control") << u"a\u001fb"_s << QByteArray("a\\u001fb");
+        QTest::newRow("zero") << u"a\u0000b"_s << QByteArray("a\\u0000b");
+        QTest::newRow("delete") << u"a\u007fb"_s
                                 << QByteArray("a\x7f"
                                               "b");
-        QTest::newRow("slash") << QStringLiteral("a/b") << QByteArray("a/b");
-        QTest::newRow("accents") << QStringLiteral("\u00e1\u00e7")
-                                 << QByteArray("\xc3\xa1\xc3\xa7");
-        QTest::newRow("line separator") << QStringLiteral("\u2028") << QByteArray("\xe2\x80\xa8");
-        QTest::newRow("beyond 16 bits")
-            << QStringLiteral("\U0001f512") << QByteArray("\xf0\x9f\x94\x92");
+        QTest::newRow("slash") << u"a/b"_s << QByteArray("a/b");
+        QTest::newRow("accents") << u"\u00e1\u00e7"_s << QByteArray("\xc3\xa1\xc3\xa7");
+        QTest::newRow("line separator") << u"\u2028"_s << QByteArray("\xe2\x80\xa8");
+        QTest::newRow("beyond 16 bits") << u"\U0001f512"_s << QByteArray("\xf0\x9f\x94\x92");
         QTest::newRow("byte order mark")
-            << QStringLiteral("\ufeffa\ufeff") << QByteArray("\\ufeffa\xef\xbb\xbf");
+            << u"\ufeffa\ufeff"_s << QByteArray("\\ufeffa\xef\xbb\xbf");
         QTest::newRow("two byte order marks")
-            << QStringLiteral("\ufeff\ufeff") << QByteArray("\\ufeff\xef\xbb\xbf");
+            << u"\ufeff\ufeff"_s << QByteArray("\\ufeff\xef\xbb\xbf");
         QTest::newRow("byte order mark and quotes")
-            << QStringLiteral("\ufeff\"\ufeff") << QByteArray("\\ufeff\\\"\xef\xbb\xbf");
-        QTest::newRow("byte order mark in the middle") << QStringLiteral("a\ufeffb")
+            << u"\ufeff\"\ufeff"_s << QByteArray("\\ufeff\\\"\xef\xbb\xbf");
+        QTest::newRow("byte order mark in the middle") << u"a\ufeffb"_s
                                                        << QByteArray("a\xef\xbb\xbf"
                                                                      "b");
     }
@@ -402,8 +389,7 @@ private Q_SLOTS:
 
     void aByteOrderMarkThatIsNotEscapedBelongsToTheName() {
         // Earlier versions wrote it as it is, and one name became another.
-        const QStringList names{QStringLiteral("\ufeffa"), QStringLiteral("a"),
-                                QStringLiteral("\ufeff"), QStringLiteral("\"\ufeff")};
+        const QStringList names{u"\ufeffa"_s, u"a"_s, u"\ufeff"_s, u"\"\ufeff"_s};
         const SecureFileIndex index = indexOf(names, names);
         for (const QByteArray& encoding : {index.toJson(), IndexJson::toCompact(index)}) {
             QByteArray raw = encoding;
@@ -417,7 +403,7 @@ private Q_SLOTS:
     }
 
     void halfASurrogatePairIsWrittenAsTheToolkitDoes() {
-        const QString name = QStringLiteral("a") + QChar(0xd83d) + QStringLiteral("b");
+        const QString name = u"a"_s + QChar(0xd83d) + u"b"_s;
         SecureFileIndex index;
         QVERIFY(index.addOrReplace(file(name)));
         const QByteArray json = index.toJson();
@@ -428,8 +414,8 @@ private Q_SLOTS:
 
     void unsetFieldsAreWrittenEmpty() {
         SecureFileIndex index;
-        QVERIFY(index.addDirectory({QStringLiteral("d"), {}, {}}));
-        QVERIFY(index.addOrReplace(file(QStringLiteral("f"))));
+        QVERIFY(index.addDirectory({u"d"_s, {}, {}}));
+        QVERIFY(index.addOrReplace(file(u"f"_s)));
         QCOMPARE(index.toJson(),
                  QByteArray("{\"directories\":[{\"createdUtc\":\"\",\"modifiedUtc\":\"\","
                             "\"path\":\"d\"}],\"files\":[{\"blocks\":[],\"id\":\"\","
@@ -438,13 +424,13 @@ private Q_SLOTS:
     }
 
     void timesAreConvertedToUtcWhenWritten() {
-        VaultFileEntry entry = file(QStringLiteral("f"));
+        VaultFileEntry entry = file(u"f"_s);
         entry.lastModifiedUtc = Spring.toOffsetFromUtc(-3 * 3600);
         QCOMPARE(entry.lastModifiedUtc.time().hour(), 11);
         SecureFileIndex index;
         QVERIFY(index.addOrReplace(entry));
-        QVERIFY(index.addDirectory({QStringLiteral("d"), Spring.toOffsetFromUtc(9 * 3600),
-                                    Summer.toTimeZone(QTimeZone(-5 * 3600))}));
+        QVERIFY(index.addDirectory(
+            {u"d"_s, Spring.toOffsetFromUtc(9 * 3600), Summer.toTimeZone(QTimeZone(-5 * 3600))}));
         const QByteArray json = index.toJson();
         QVERIFY(json.contains("\"lastModifiedUtc\":\"2025-03-01T14:05:09.120Z\""));
         QVERIFY(json.contains("\"createdUtc\":\"2025-03-01T14:05:09.120Z\""));
@@ -452,7 +438,7 @@ private Q_SLOTS:
     }
 
     void millisecondsAreAlwaysWritten() {
-        VaultFileEntry entry = file(QStringLiteral("f"));
+        VaultFileEntry entry = file(u"f"_s);
         entry.lastModifiedUtc = utc(2025, 3, 1, 14, 5, 9, 0);
         SecureFileIndex index;
         QVERIFY(index.addOrReplace(entry));
@@ -467,11 +453,11 @@ private Q_SLOTS:
         compareEntries(index.entries().constFirst(), fullEntry());
         QCOMPARE(index.entries().constFirst().lastModifiedUtc.timeSpec(), Qt::UTC);
         QCOMPARE(index.directories().size(), 1);
-        QCOMPARE(index.directories().constFirst().path, QStringLiteral("docs"));
+        QCOMPARE(index.directories().constFirst().path, u"docs"_s);
         QCOMPARE(index.directories().constFirst().createdUtc, Spring);
         QCOMPARE(index.directories().constFirst().modifiedUtc, Summer);
         QVERIFY(index.contains(fullEntry().vaultPath));
-        QVERIFY(index.containsDirectory(QStringLiteral("docs")));
+        QVERIFY(index.containsDirectory(u"docs"_s));
         QCOMPARE(index.toJson(), fullJson());
     }
 
@@ -498,11 +484,11 @@ private Q_SLOTS:
         const SecureFileIndex folders =
             SecureFileIndex::fromJson("{\"directories\":[{\"path\":\"d\"}]}");
         QVERIFY(folders.entries().isEmpty());
-        QCOMPARE(folderPaths(folders), QStringList(QStringLiteral("d")));
+        QCOMPARE(folderPaths(folders), QStringList(u"d"_s));
 
         const SecureFileIndex files =
             SecureFileIndex::fromJson("{\"files\":[{\"vaultPath\":\"f\"}]}");
-        QCOMPARE(filePaths(files), QStringList(QStringLiteral("f")));
+        QCOMPARE(filePaths(files), QStringList(u"f"_s));
         QVERIFY(files.directories().isEmpty());
 
         const SecureFileIndex neither = SecureFileIndex::fromJson("{}");
@@ -519,7 +505,7 @@ private Q_SLOTS:
         QFETCH(const QByteArray, member);
         const SecureFileIndex index =
             SecureFileIndex::fromJson("{" + member + "\"files\":[{\"vaultPath\":\"f\"}]}");
-        QCOMPARE(filePaths(index), QStringList(QStringLiteral("f")));
+        QCOMPARE(filePaths(index), QStringList(u"f"_s));
         QVERIFY(index.toJson().endsWith("\"formatVersion\":1}"));
     }
 
@@ -557,7 +543,7 @@ private Q_SLOTS:
     }
 
     void largeNumbersAreWrittenExactly() {
-        VaultFileEntry entry = file(QStringLiteral("f"), 9007199254740993);
+        VaultFileEntry entry = file(u"f"_s, 9007199254740993);
         entry.blocks = {{std::numeric_limits<qint64>::max(), 1, 17, {}}};
         SecureFileIndex index;
         QVERIFY(index.addOrReplace(entry));
@@ -615,8 +601,8 @@ private Q_SLOTS:
             "{\"files\":[{\"id\":\"x\"},{\"vaultPath\":\"\"},7,null,[],{\"vaultPath\":3},"
             "{\"vaultPath\":\"kept\"}],"
             "\"directories\":[{},{\"path\":\"\"},true,{\"path\":null},{\"path\":\"kept too\"}]}");
-        QCOMPARE(filePaths(index), QStringList(QStringLiteral("kept")));
-        QCOMPARE(folderPaths(index), QStringList(QStringLiteral("kept too")));
+        QCOMPARE(filePaths(index), QStringList(u"kept"_s));
+        QCOMPARE(folderPaths(index), QStringList(u"kept too"_s));
     }
 
     void aRepeatedPathOverwritesInTheFirstPosition() {
@@ -625,10 +611,10 @@ private Q_SLOTS:
             "{\"vaultPath\":\"b\",\"sizeBytes\":2},{\"vaultPath\":\"a\",\"sizeBytes\":3}],"
             "\"directories\":[{\"path\":\"d\"},{\"path\":\"e\"},"
             "{\"path\":\"d\",\"createdUtc\":\"2025-03-01T14:05:09.120Z\"}]}");
-        QCOMPARE(filePaths(index), QStringList({QStringLiteral("a"), QStringLiteral("b")}));
+        QCOMPARE(filePaths(index), QStringList({u"a"_s, u"b"_s}));
         QCOMPARE(index.entries().at(0).sizeBytes, 3);
         QVERIFY(index.entries().at(0).id.isEmpty());
-        QCOMPARE(folderPaths(index), QStringList({QStringLiteral("d"), QStringLiteral("e")}));
+        QCOMPARE(folderPaths(index), QStringList({u"d"_s, u"e"_s}));
         QCOMPARE(index.directories().at(0).createdUtc, Spring);
     }
 
@@ -672,7 +658,7 @@ private Q_SLOTS:
     void timesAreWrittenAsTheToolkitWritesThem() {
         QFETCH(const QDateTime, time);
         SecureFileIndex index;
-        QVERIFY(index.addDirectory({QStringLiteral("a"), time, time}));
+        QVERIFY(index.addDirectory({u"a"_s, time, time}));
         const QByteArray text = time.toUTC().toString(Qt::ISODateWithMs).toLatin1();
         QVERIFY(index.toJson().contains("\"createdUtc\":\"" + text + "\",\"modifiedUtc\":\"" +
                                         text + '"'));
@@ -698,23 +684,23 @@ private Q_SLOTS:
         QCOMPARE(index.toJson(), fullJson());
         QCOMPARE(index.entries().constFirst().lastModifiedUtc.timeSpec(), Qt::UTC);
         QVERIFY(index.contains(fullEntry().vaultPath));
-        QVERIFY(index.containsDirectory(QStringLiteral("docs")));
+        QVERIFY(index.containsDirectory(u"docs"_s));
     }
 
     void unusualValuesLiveThroughRows() {
         constexpr qint64 Largest = std::numeric_limits<qint64>::max();
         SecureFileIndex index;
-        VaultFileEntry unknown = file(QStringLiteral("a"), Largest);
+        VaultFileEntry unknown = file(u"a"_s, Largest);
         unknown.blocks = {{-Largest, 0, Largest - 1, {}}};
         QVERIFY(index.addOrReplace(unknown));
-        VaultFileEntry early = file(QStringLiteral("\"\\\n\u0001\U0001f600 \u00e7"));
+        VaultFileEntry early = file(u"\"\\\n\u0001\U0001f600 \u00e7"_s);
         early.lastModifiedUtc = utc(1, 1, 1, 0, 0, 0, 1);
         QVERIFY(index.addOrReplace(early));
-        VaultFileEntry late = file(QStringLiteral("c"));
+        VaultFileEntry late = file(u"c"_s);
         late.lastModifiedUtc = utc(9999, 12, 31, 23, 59, 59, 999);
         QVERIFY(index.addOrReplace(late));
-        QVERIFY(index.addDirectory({QStringLiteral("d"), {}, Spring}));
-        QVERIFY(index.addDirectory({QStringLiteral("e"), Summer, {}}));
+        QVERIFY(index.addDirectory({u"d"_s, {}, Spring}));
+        QVERIFY(index.addDirectory({u"e"_s, Summer, {}}));
 
         const SecureFileIndex read = IndexJson::fromCompact(IndexJson::toCompact(index));
         QCOMPARE(read.toJson(), index.toJson());
@@ -759,11 +745,11 @@ private Q_SLOTS:
     void rowsThatEndEarlyHaveDefaults() {
         const SecureFileIndex index =
             IndexJson::fromCompact("[[[\"d\"]],[[\"id\",\"f\"],[1,\"g\",{},\"x\",2,[[],3]]]]");
-        QCOMPARE(folderPaths(index), QStringList(QStringLiteral("d")));
+        QCOMPARE(folderPaths(index), QStringList(u"d"_s));
         QVERIFY(!index.directories().constFirst().createdUtc.isValid());
-        QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
+        QCOMPARE(filePaths(index), (QStringList{u"f"_s, u"g"_s}));
         const VaultFileEntry first = index.entries().constFirst();
-        QCOMPARE(first.id, QStringLiteral("id"));
+        QCOMPARE(first.id, u"id"_s);
         QCOMPARE(first.sizeBytes, 0);
         QVERIFY(first.sha256.isEmpty() && first.blocks.isEmpty());
         const VaultFileEntry last = index.entries().constLast();
@@ -775,8 +761,8 @@ private Q_SLOTS:
     void rowsTakeTheLaterOfTwoWithOnePath() {
         const SecureFileIndex index =
             IndexJson::fromCompact("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
-        QCOMPARE(filePaths(index), (QStringList{QStringLiteral("f"), QStringLiteral("g")}));
-        QCOMPARE(index.entries().constFirst().id, QStringLiteral("3"));
+        QCOMPARE(filePaths(index), (QStringList{u"f"_s, u"g"_s}));
+        QCOMPARE(index.entries().constFirst().id, u"3"_s);
     }
 
     // --- Size ------------------------------------------------------------------------------
@@ -785,14 +771,14 @@ private Q_SLOTS:
         constexpr int Count = 15000;
         SecureFileIndex index;
         for (int i = 0; i < Count; ++i) {
-            const QString path = QStringLiteral("folder %1/file %2").arg(i % 97).arg(i);
+            const QString path = u"folder %1/file %2"_s.arg(i % 97).arg(i);
             QVERIFY(index.addOrReplace(file(path, i)));
-            QVERIFY(index.addDirectory(folder(QStringLiteral("folder %1").arg(i))));
+            QVERIFY(index.addDirectory(folder(u"folder %1"_s.arg(i))));
         }
         // Every third goes, from both lists.
         for (int i = 0; i < Count; i += 3) {
-            QVERIFY(index.remove(QStringLiteral("folder %1/file %2").arg(i % 97).arg(i)));
-            QVERIFY(index.removeDirectory(QStringLiteral("folder %1").arg(i)));
+            QVERIFY(index.remove(u"folder %1/file %2"_s.arg(i % 97).arg(i)));
+            QVERIFY(index.removeDirectory(u"folder %1"_s.arg(i)));
         }
 
         const SecureFileIndex read = SecureFileIndex::fromJson(index.toJson());
@@ -801,10 +787,10 @@ private Q_SLOTS:
         QCOMPARE(read.entries().size(), Count - Count / 3);
         for (int i = 0; i < Count; ++i) {
             const bool kept = i % 3 != 0;
-            const QString path = QStringLiteral("folder %1/file %2").arg(i % 97).arg(i);
+            const QString path = u"folder %1/file %2"_s.arg(i % 97).arg(i);
             QCOMPARE(index.contains(path), kept);
             QCOMPARE(read.contains(path), kept);
-            QCOMPARE(read.containsDirectory(QStringLiteral("folder %1").arg(i)), kept);
+            QCOMPARE(read.containsDirectory(u"folder %1"_s.arg(i)), kept);
         }
         QCOMPARE(read.toJson(), index.toJson());
         QCOMPARE(IndexJson::fromCompact(IndexJson::toCompact(index)).toJson(), index.toJson());

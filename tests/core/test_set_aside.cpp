@@ -17,14 +17,15 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QByteArray OtherPassword = QByteArrayLiteral("outra senha longa");
+const QByteArray OtherPassword = "outra senha longa"_ba;
 
 CraftedContainer someContainer(quint64 seed = 1, const QByteArray& contents = "contents of a") {
     CraftedContainer crafted(seed);
-    crafted.addFile(QStringLiteral("a"), contents);
+    crafted.addFile(u"a"_s, contents);
     return crafted;
 }
 
@@ -39,7 +40,7 @@ CraftedContainer laterContainer() {
 struct CutCompaction {
     explicit CutCompaction(const CraftedContainer& setAside = someContainer())
         : fixture(someContainer()), container(fixture.container()),
-          aside(container + QStringLiteral(".anterior")) {
+          aside(container + u".anterior"_s) {
         if (!QFile::remove(container) || !setAside.writeTo(aside)) {
             qFatal("cannot set up the drive");
         }
@@ -91,7 +92,7 @@ class TestSetAside : public QObject {
 
 private:
     static void compareOnlyContainerIs(CutCompaction& cut, const QByteArray& expected) {
-        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QCOMPARE(cut.drive(), {u"tessel.tvlt"_s});
         QVERIFY(readFile(cut.container) == expected);
     }
 
@@ -113,9 +114,9 @@ private Q_SLOTS:
             cut.addCutCopy(copied);
         }
         QVERIFY(cut.unlock());
-        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("contents of a"));
         compareOnlyContainerIs(cut, cut.bytes);
-        QVERIFY(cut.fixture.store(QStringLiteral("b"), "stored afterwards"));
+        QVERIFY(cut.fixture.store(u"b"_s, "stored afterwards"));
     }
 
     void aContainerThatDoesNotOpenGivesWay_data() {
@@ -130,7 +131,7 @@ private Q_SLOTS:
         CutCompaction cut;
         cut.put(container);
         QVERIFY(cut.unlock());
-        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("contents of a"));
         compareOnlyContainerIs(cut, cut.bytes);
     }
 
@@ -138,14 +139,14 @@ private Q_SLOTS:
         CutCompaction cut;
         cut.addCutCopy(5000);
         QVERIFY(cut.fixture.vault.changePassword(cut.container, TestPassword, OtherPassword));
-        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QCOMPARE(cut.drive(), {u"tessel.tvlt"_s});
         QVERIFY(cut.unlock(OtherPassword));
-        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("contents of a"));
     }
 
     void aVaultBehindALinkIsPutBackWhereItWas() {
         CutCompaction cut;
-        const QString link = cut.fixture.file(QStringLiteral("link.tvlt"));
+        const QString link = cut.fixture.file(u"link.tvlt"_s);
         QVERIFY(QFile::link(cut.container, link));
         QVERIFY(cut.fixture.vault.unlockVault(link, TestPassword));
         QVERIFY(QFileInfo(link).isSymLink());
@@ -161,8 +162,8 @@ private Q_SLOTS:
             const ReadOnlyMount readOnly(cut.fixture.driveFolder());
             QVERIFY(readOnly.isMounted());
             QVERIFY(cut.unlock());
-            QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
-            QVERIFY(!cut.fixture.store(QStringLiteral("b"), "cannot be stored"));
+            QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("contents of a"));
+            QVERIFY(!cut.fixture.store(u"b"_s, "cannot be stored"));
             QVERIFY(cut.fixture.vault.lockVault());
         }
         QVERIFY(cut.isUntouched(copy));
@@ -177,7 +178,7 @@ private Q_SLOTS:
         const QByteArray later = laterContainer().bytes();
         cut.put(later);
         QVERIFY(cut.unlock());
-        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("later contents"));
+        QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("later contents"));
         compareOnlyContainerIs(cut, later);
     }
 
@@ -185,7 +186,7 @@ private Q_SLOTS:
         CutCompaction cut;
         cut.put(laterContainer().bytes());
         QVERIFY(cut.fixture.vault.changePassword(cut.container, TestPassword, OtherPassword));
-        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QCOMPARE(cut.drive(), {u"tessel.tvlt"_s});
         QVERIFY(cut.unlock(OtherPassword));
     }
 
@@ -196,8 +197,8 @@ private Q_SLOTS:
         const QByteArray container = readFile(cut.container);
         // A compaction that was killed may have left the new one in the system's cache only.
         const DriverRun run =
-            runDriver({cut.container, QString::fromUtf8(TestPassword), QStringLiteral("unlock")},
-                      cut.container, {QStringLiteral("fsync:error=EIO")});
+            runDriver({cut.container, QString::fromUtf8(TestPassword), u"unlock"_s}, cut.container,
+                      {u"fsync:error=EIO"_s});
         QVERIFY(run.succeeded());
         QVERIFY(cut.isUntouched(container));
     }
@@ -207,10 +208,10 @@ private Q_SLOTS:
         const CraftedContainer later = laterContainer();
         cut.put(torn(later.bytes()) + later.withIndexInRows().redoRecord());
         QVERIFY(cut.unlock());
-        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("later contents"));
+        QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("later contents"));
         QVERIFY(cut.fixture.vault.lockVault());
         QVERIFY(cut.unlock());
-        QCOMPARE(cut.drive(), {QStringLiteral("tessel.tvlt")});
+        QCOMPARE(cut.drive(), {u"tessel.tvlt"_s});
     }
 
     // --- Left alone -------------------------------------------------------------------------
@@ -276,15 +277,15 @@ private Q_SLOTS:
         QVERIFY(cut.isUntouched(container));
         QVERIFY(cut.fixture.vault.compactVault({}, nullptr));
         QCOMPARE(readFile(cut.aside), QByteArray("notes"));
-        QCOMPARE(cut.fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("contents of a"));
     }
 
     void aContainerThatTheDriveFailsToReadIsNoDamagedOne_data() {
         QTest::addColumn<QString>("injection");
-        QTest::newRow("open") << QStringLiteral("openat:error=EIO");
-        QTest::newRow("every read") << QStringLiteral("read:error=EIO");
-        QTest::newRow("all but the first read") << QStringLiteral("read:error=EIO:when=2+");
-        QTest::newRow("no more memory for files") << QStringLiteral("openat:error=EMFILE");
+        QTest::newRow("open") << u"openat:error=EIO"_s;
+        QTest::newRow("every read") << u"read:error=EIO"_s;
+        QTest::newRow("all but the first read") << u"read:error=EIO:when=2+"_s;
+        QTest::newRow("no more memory for files") << u"openat:error=EMFILE"_s;
     }
     void aContainerThatTheDriveFailsToReadIsNoDamagedOne() {
         QFETCH(const QString, injection);
@@ -293,8 +294,8 @@ private Q_SLOTS:
         const QByteArray container = laterContainer().bytes();
         cut.put(container);
         const DriverRun run =
-            runDriver({cut.container, QString::fromUtf8(TestPassword), QStringLiteral("unlock")},
-                      cut.container, {injection});
+            runDriver({cut.container, QString::fromUtf8(TestPassword), u"unlock"_s}, cut.container,
+                      {injection});
         QVERIFY(!run.succeeded());
         QVERIFY(cut.isUntouched(container));
     }
@@ -309,7 +310,7 @@ private Q_SLOTS:
         QVERIFY(cut.isUntouched(container));
         QVERIFY(!cut.fixture.vault.compactVault({}, nullptr));
         QVERIFY(cut.isUntouched(container));
-        QVERIFY(cut.fixture.store(QStringLiteral("b"), "stored afterwards"));
+        QVERIFY(cut.fixture.store(u"b"_s, "stored afterwards"));
         QVERIFY(readFile(cut.aside) == container);
     }
 
@@ -324,10 +325,10 @@ private Q_SLOTS:
     void aCompactionAtWorkIsLeftAlone() {
         VaultFixture fixture(someContainer());
         QVERIFY(fixture.unlock());
-        const QString aside = fixture.container() + QStringLiteral(".anterior");
+        const QString aside = fixture.container() + u".anterior"_s;
         int looks = 0;
         const auto other = [&](qint64 done, qint64, const QString& name) {
-            if (name != QLatin1String("a")) {
+            if (name != "a"_L1) {
                 VaultManager second;
                 QVERIFY2(!second.unlockVault(fixture.container(), TestPassword),
                          qPrintable(QString::number(done)));
@@ -338,7 +339,7 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.compactVault(other, nullptr));
         QCOMPARE(looks, 3);
         QVERIFY(!QFileInfo::exists(aside));
-        QCOMPARE(fixture.stored(QStringLiteral("a")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"a"_s), QByteArray("contents of a"));
     }
 };
 

@@ -16,14 +16,15 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 using Contents = QMap<QString, QByteArray>;
 
-const QString First = QStringLiteral("first");
-const QString Second = QStringLiteral("second");
-const QString Third = QStringLiteral("docs/third");
+const QString First = u"first"_s;
+const QString Second = u"second"_s;
+const QString Third = u"docs/third"_s;
 
 const Contents Original = {{First, noise(70, 1)}, {Second, noise(70, 2)}, {Third, noise(25, 3)}};
 
@@ -43,7 +44,7 @@ enum class Outcome {
 /// Three files of the same container; the first two have three blocks each, of the same sizes.
 CraftedContainer smallVault(quint64 seed = 1) {
     CraftedContainer crafted(seed);
-    crafted.addFolder(QStringLiteral("docs"));
+    crafted.addFolder(u"docs"_s);
     for (const QString& path : {First, Second, Third}) {
         crafted.addFile(path, Original.value(path), 30);
     }
@@ -151,7 +152,7 @@ void TestTampering::everyByteOfTheHeaderIsProtected() {
         const bool meansNothing = (at >= 7 && at < 24) || (at >= tagBegin && at < tagEnd) ||
                                   header.mid(at, 3).contains('=');
         QVERIFY2(outcome == Outcome::Refused || (meansNothing && outcome == Outcome::Whole),
-                 qPrintable(QStringLiteral("byte %1 of the header").arg(at)));
+                 qPrintable(u"byte %1 of the header"_s.arg(at)));
         QVERIFY(overwriteAt(fixture.container(), at, header.mid(at, 1)));
     }
     QCOMPARE(outcomeOf(fixture.container()), Outcome::Whole);
@@ -313,17 +314,17 @@ void TestTampering::anOldHeaderOverACompactedPayloadGivesNothingWrong() {
 
 void TestTampering::aRedoRecordDoesNotReplaceAHeaderThatOpens() {
     CraftedContainer old = smallVault();
-    old.setFileMember(0, QStringLiteral("vaultPath"), QStringLiteral("another name"));
+    old.setFileMember(0, u"vaultPath"_s, u"another name"_s);
     CraftedContainer crafted = smallVault();
     crafted.addPayload(old.redoRecord());
     VaultFixture fixture(crafted);
     QCOMPARE(outcomeOf(fixture.container()), Outcome::Whole);
     // Nor does it live through the next change, or swallow what is stored then.
-    QVERIFY(fixture.unlock() && fixture.store(QStringLiteral("new"), "new"));
+    QVERIFY(fixture.unlock() && fixture.store(u"new"_s, "new"));
     QVERIFY(fixture.vault.lockVault());
     QVERIFY(!readFile(fixture.container()).contains("TESSEL-REDO"));
     Contents expected = Original;
-    expected.insert(QStringLiteral("new"), "new");
+    expected.insert(u"new"_s, "new");
     QCOMPARE(outcomeOf(fixture.container(), expected), Outcome::Whole);
 }
 
@@ -385,9 +386,8 @@ void TestTampering::anIndexThatNamesOtherBlocksIsBelieved() {
     // its file. The digest tells.
     CraftedContainer crafted = smallVault();
     const CraftedBlock block = crafted.blocks(1).at(0);
-    crafted.setBlockMember(0, 0, QStringLiteral("offset"), block.offset);
-    crafted.setBlockMember(0, 0, QStringLiteral("nonce"),
-                           QString::fromLatin1(block.nonce.toBase64()));
+    crafted.setBlockMember(0, 0, u"offset"_s, block.offset);
+    crafted.setBlockMember(0, 0, u"nonce"_s, QString::fromLatin1(block.nonce.toBase64()));
     VaultFixture fixture(crafted);
     QVERIFY(fixture.unlock());
     const QByteArray exchanged = Original.value(Second).left(30) + Original.value(First).mid(30);
@@ -401,7 +401,7 @@ void TestTampering::aFailedExportLeavesOnlyRightBytes() {
     VaultFixture fixture(crafted);
     QVERIFY(overwriteAt(fixture.container(), crafted.blocks(0).at(1).offset, "x"));
     QVERIFY(fixture.unlock());
-    const QString target = fixture.file(QStringLiteral("out"));
+    const QString target = fixture.file(u"out"_s);
     QVERIFY(!fixture.vault.exportFile(First, target));
     QCOMPARE(readFile(target), Original.value(First).left(30));
     // Not even compaction, which opens no block, makes the altered bytes good.

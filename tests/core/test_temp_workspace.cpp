@@ -20,6 +20,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -83,8 +84,8 @@ private Q_SLOTS:
 
     void theWorkspaceIsAFreshFolderBelowTessel() {
         const TempWorkspaceManager workspace;
-        const QRegularExpression shape(QStringLiteral(
-            "^Tessel/[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$"));
+        const QRegularExpression shape(
+            u"^Tessel/[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$"_s);
         const QString path = workspace.workspacePath();
         QVERIFY(QDir::isAbsolutePath(path));
         QVERIFY2(shape.match(QDir(m_temp->path()).relativeFilePath(path)).hasMatch(),
@@ -109,9 +110,9 @@ private Q_SLOTS:
 
     void copiesMirrorTheVaultsFolders_data() {
         QTest::addColumn<QString>("vaultPath");
-        QTest::newRow("at the root") << QStringLiteral("a.txt");
-        QTest::newRow("in folders") << QStringLiteral("docs/2025/a.txt");
-        QTest::newRow("blanks and accents") << QStringLiteral("meus docs/a\u00e7\u00e3o.txt");
+        QTest::newRow("at the root") << u"a.txt"_s;
+        QTest::newRow("in folders") << u"docs/2025/a.txt"_s;
+        QTest::newRow("blanks and accents") << u"meus docs/a\u00e7\u00e3o.txt"_s;
     }
     void copiesMirrorTheVaultsFolders() {
         QFETCH(const QString, vaultPath);
@@ -122,7 +123,7 @@ private Q_SLOTS:
 
     void anAbsolutePathDoesNotLeaveTheWorkspace() {
         const TempWorkspaceManager workspace;
-        const QString path = QDir::cleanPath(workspace.pathForVaultFile(QStringLiteral("/etc/x")));
+        const QString path = QDir::cleanPath(workspace.pathForVaultFile(u"/etc/x"_s));
         QVERIFY(path.startsWith(workspace.workspacePath() + QLatin1Char('/')));
     }
 
@@ -133,17 +134,17 @@ private Q_SLOTS:
         QVERIFY(workspace.prepare());
         QVERIFY(QFileInfo(workspace.workspacePath()).isDir());
         QCOMPARE(QDir(m_temp->path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-                 QStringList(QStringLiteral("Tessel")));
-        QVERIFY(plantFile(workspace.pathForVaultFile(QStringLiteral("a")), "kept"));
+                 QStringList(u"Tessel"_s));
+        QVERIFY(plantFile(workspace.pathForVaultFile(u"a"_s), "kept"));
         QVERIFY(workspace.prepare());
-        QCOMPARE(readFile(workspace.pathForVaultFile(QStringLiteral("a"))), QByteArray("kept"));
+        QCOMPARE(readFile(workspace.pathForVaultFile(u"a"_s)), QByteArray("kept"));
     }
 
     void preparingFailsWhereAFileIsInTheWay() {
-        QVERIFY(writeFile(inTemp(QStringLiteral("Tessel")), "a file"));
+        QVERIFY(writeFile(inTemp(u"Tessel"_s), "a file"));
         TempWorkspaceManager workspace;
         QVERIFY(!workspace.prepare());
-        QCOMPARE(readFile(inTemp(QStringLiteral("Tessel"))), QByteArray("a file"));
+        QCOMPARE(readFile(inTemp(u"Tessel"_s)), QByteArray("a file"));
     }
 
     void preparingFailsWithoutTheRight() {
@@ -181,7 +182,7 @@ private Q_SLOTS:
     }
     void theParentIsForAllAccounts() {
         QFETCH(const bool, isThere);
-        const QString parent = inTemp(QStringLiteral("Tessel"));
+        const QString parent = inTemp(u"Tessel"_s);
         const FileModeMask nobodyElse(0077);
         QVERIFY(!isThere || QDir().mkdir(parent));
         TempWorkspaceManager workspace;
@@ -191,7 +192,7 @@ private Q_SLOTS:
     }
 
     void aParentThatIsALinkIsNotUsed() {
-        QVERIFY(QFile::link(m_outside->path(), inTemp(QStringLiteral("Tessel"))));
+        QVERIFY(QFile::link(m_outside->path(), inTemp(u"Tessel"_s)));
         TempWorkspaceManager workspace;
         QVERIFY(!workspace.prepare());
         QVERIFY(QDir(m_outside->path()).isEmpty());
@@ -201,7 +202,7 @@ private Q_SLOTS:
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
         QProcess list;
-        list.start(QStringLiteral("ls"), {QStringLiteral("-l"), QStringLiteral("/proc/self/fd")});
+        list.start(u"ls"_s, {u"-l"_s, u"/proc/self/fd"_s});
         QVERIFY(list.waitForFinished() && list.exitCode() == 0);
         const QByteArray descriptors = list.readAllStandardOutput();
         QVERIFY2(!descriptors.contains("/Tessel"), descriptors.constData());
@@ -226,10 +227,10 @@ private Q_SLOTS:
                                  ".hidden folder/.d", "~$lock.docx", "line\nbreak"}) {
             QVERIFY(plantFile(workspace.pathForVaultFile(QString::fromLatin1(name)), name));
         }
-        const QString readOnly = workspace.pathForVaultFile(QStringLiteral("read-only"));
+        const QString readOnly = workspace.pathForVaultFile(u"read-only"_s);
         QVERIFY(plantFile(readOnly, "x"));
         QVERIFY(QFile::setPermissions(readOnly, {}));
-        QVERIFY(QDir().mkpath(workspace.pathForVaultFile(QStringLiteral("empty/folders"))));
+        QVERIFY(QDir().mkpath(workspace.pathForVaultFile(u"empty/folders"_s)));
         QVERIFY(workspace.cleanup());
         QVERIFY(!QFileInfo::exists(workspace.workspacePath()));
     }
@@ -238,12 +239,11 @@ private Q_SLOTS:
         TempWorkspaceManager workspace;
         TempWorkspaceManager other;
         QVERIFY(workspace.prepare() && other.prepare());
-        QVERIFY(writeFile(other.pathForVaultFile(QStringLiteral("a")), "of another run"));
+        QVERIFY(writeFile(other.pathForVaultFile(u"a"_s), "of another run"));
         QVERIFY(workspace.cleanup());
-        QCOMPARE(readFile(other.pathForVaultFile(QStringLiteral("a"))),
-                 QByteArray("of another run"));
+        QCOMPARE(readFile(other.pathForVaultFile(u"a"_s)), QByteArray("of another run"));
         QVERIFY(other.cleanup());
-        QVERIFY(QFileInfo(inTemp(QStringLiteral("Tessel"))).isDir());
+        QVERIFY(QFileInfo(inTemp(u"Tessel"_s)).isDir());
     }
 
     void itCanBePreparedAgainAfterItsRemoval() {
@@ -259,16 +259,15 @@ private Q_SLOTS:
     void linksInItAreRemovedAndNotFollowed_data() {
         QTest::addColumn<QString>("linkName");
         QTest::addColumn<QString>("target");
-        QTest::newRow("to a folder") << QStringLiteral("link") << QStringLiteral("folder");
-        QTest::newRow("to a folder, further down")
-            << QStringLiteral("docs/deep/link") << QStringLiteral("folder");
-        QTest::newRow("to a file") << QStringLiteral("link") << QStringLiteral("folder/file");
-        QTest::newRow("to nothing") << QStringLiteral("link") << QStringLiteral("missing");
+        QTest::newRow("to a folder") << u"link"_s << u"folder"_s;
+        QTest::newRow("to a folder, further down") << u"docs/deep/link"_s << u"folder"_s;
+        QTest::newRow("to a file") << u"link"_s << u"folder/file"_s;
+        QTest::newRow("to nothing") << u"link"_s << u"missing"_s;
     }
     void linksInItAreRemovedAndNotFollowed() {
         QFETCH(const QString, linkName);
         QFETCH(const QString, target);
-        QVERIFY(plantFile(outside(QStringLiteral("folder/file")), "not the vault's"));
+        QVERIFY(plantFile(outside(u"folder/file"_s), "not the vault's"));
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
         const QString link = workspace.pathForVaultFile(linkName);
@@ -276,25 +275,25 @@ private Q_SLOTS:
         QVERIFY(QFile::link(outside(target), link));
         QVERIFY(workspace.cleanup());
         QVERIFY(!isThere(workspace.workspacePath()));
-        QCOMPARE(readFile(outside(QStringLiteral("folder/file"))), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside(u"folder/file"_s)), QByteArray("not the vault's"));
     }
 
     void aLinkInItsPlaceIsRemovedAndNotFollowed_data() {
         QTest::addColumn<QString>("target");
-        QTest::newRow("to a folder") << QStringLiteral("folder");
-        QTest::newRow("to a file") << QStringLiteral("folder/file");
-        QTest::newRow("to nothing") << QStringLiteral("missing");
+        QTest::newRow("to a folder") << u"folder"_s;
+        QTest::newRow("to a file") << u"folder/file"_s;
+        QTest::newRow("to nothing") << u"missing"_s;
     }
     void aLinkInItsPlaceIsRemovedAndNotFollowed() {
         QFETCH(const QString, target);
-        QVERIFY(plantFile(outside(QStringLiteral("folder/file")), "not the vault's"));
+        QVERIFY(plantFile(outside(u"folder/file"_s), "not the vault's"));
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
         QVERIFY(QDir().rmdir(workspace.workspacePath()));
         QVERIFY(QFile::link(outside(target), workspace.workspacePath()));
         QVERIFY(workspace.cleanup());
         QVERIFY(!isThere(workspace.workspacePath()));
-        QCOMPARE(readFile(outside(QStringLiteral("folder/file"))), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside(u"folder/file"_s)), QByteArray("not the vault's"));
     }
 
     void aFolderInItsPlaceIsLeftAlone_data() {
@@ -306,16 +305,15 @@ private Q_SLOTS:
         QFETCH(const bool, isLink);
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
-        QVERIFY(plantFile(workspace.pathForVaultFile(QStringLiteral("docs/a")), "a copy"));
+        QVERIFY(plantFile(workspace.pathForVaultFile(u"docs/a"_s), "a copy"));
         // Moved away by somebody who may; something else takes the name.
-        const QString moved = inTemp(QStringLiteral("moved"));
+        const QString moved = inTemp(u"moved"_s);
         QVERIFY(QDir().rename(workspace.workspacePath(), moved));
-        const QString other =
-            isLink ? outside(QStringLiteral("folder")) : workspace.workspacePath();
-        QVERIFY(plantFile(other + QStringLiteral("/docs/a"), "not the vault's"));
+        const QString other = isLink ? outside(u"folder"_s) : workspace.workspacePath();
+        QVERIFY(plantFile(other + u"/docs/a"_s, "not the vault's"));
         QVERIFY(!isLink || QFile::link(other, workspace.workspacePath()));
         QVERIFY(!workspace.cleanup());
-        QCOMPARE(readFile(other + QStringLiteral("/docs/a")), QByteArray("not the vault's"));
+        QCOMPARE(readFile(other + u"/docs/a"_s), QByteArray("not the vault's"));
         // The copies are removed where they are.
         QVERIFY(QDir(moved).isEmpty());
     }
@@ -325,8 +323,7 @@ private Q_SLOTS:
         QVERIFY(workspace.prepare());
         // Deeper than a process may have files open.
         const DescriptorLimit few(64);
-        const QString deepest =
-            workspace.pathForVaultFile(QStringLiteral("a/").repeated(200) + QStringLiteral("x"));
+        const QString deepest = workspace.pathForVaultFile(u"a/"_s.repeated(200) + u"x"_s);
         QVERIFY(plantFile(deepest, "x"));
         QVERIFY(workspace.cleanup());
         QVERIFY(!isThere(workspace.workspacePath()));
@@ -336,7 +333,7 @@ private Q_SLOTS:
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
         QVERIFY(workspace.cleanup());
-        QCOMPARE(QDir(inTemp(QStringLiteral("Tessel")))
+        QCOMPARE(QDir(inTemp(u"Tessel"_s))
                      .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                  QStringList());
     }
@@ -345,8 +342,8 @@ private Q_SLOTS:
         NEEDS_PRIVATE_MOUNTS();
         TempWorkspaceManager workspace;
         QVERIFY(workspace.prepare());
-        const QString stuck = workspace.pathForVaultFile(QStringLiteral("docs/stuck"));
-        const QString other = workspace.pathForVaultFile(QStringLiteral("docs/other"));
+        const QString stuck = workspace.pathForVaultFile(u"docs/stuck"_s);
+        const QString other = workspace.pathForVaultFile(u"docs/other"_s);
         QVERIFY(plantFile(stuck, "x") && plantFile(other, "y"));
         {
             const PinnedFile pinned(stuck);

@@ -18,29 +18,30 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString A = QStringLiteral("docs/a.bin");
-const QString B = QStringLiteral("b.txt");
+const QString A = u"docs/a.bin"_s;
+const QString B = u"b.txt"_s;
 
 QByteArray contentsOfA() {
     return noise(5000, 1);
 }
 
 QByteArray contentsOfB() {
-    return QByteArrayLiteral("conteudo de b");
+    return "conteudo de b"_ba;
 }
 
 /// A vault whose blocks a compaction moves to the front.
 CraftedContainer withAGap() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs"))
-        .addFolder(QStringLiteral("vazia"))
+    crafted.addFolder(u"docs"_s)
+        .addFolder(u"vazia"_s)
         .leaveGap(7000)
         .addFile(A, contentsOfA(), 1000)
         .addFile(B, contentsOfB())
-        .addFile(QStringLiteral("velho"), "velho");
+        .addFile(u"velho"_s, "velho");
     return crafted;
 }
 
@@ -67,8 +68,7 @@ bool compactElsewhere(const QString& container) {
 bool importElsewhere(const VaultFixture& fixture, const QString& path, const QByteArray& bytes) {
     VaultManager other;
     return other.unlockVault(fixture.container(), TestPassword) &&
-           other.importFile(fixture.write(QStringLiteral("fonte"), bytes), path) &&
-           other.lockVault();
+           other.importFile(fixture.write(u"fonte"_s, bytes), path) && other.lockVault();
 }
 
 /// Runs something once, before it takes the first bytes.
@@ -108,31 +108,22 @@ private:
         };
         QTest::addColumn<QVariant>("change");
         row("new folder", [](VaultFixture& f) {
-            return f.vault.createDirectory(QStringLiteral("nova")) &&
-                   f.folderPaths().contains(QStringLiteral("nova"));
+            return f.vault.createDirectory(u"nova"_s) && f.folderPaths().contains(u"nova"_s);
         });
-        row("import", [](VaultFixture& f) {
-            return f.store(QStringLiteral("c"), "c") && f.stored(QStringLiteral("c")) == "c";
-        });
-        row("move a file", [](VaultFixture& f) {
-            return f.vault.moveFile(QStringLiteral("velho"), QStringLiteral("docs"));
-        });
-        row("rename a file", [](VaultFixture& f) {
-            return f.vault.renameFile(QStringLiteral("velho"), QStringLiteral("novo"));
-        });
-        row("delete a file",
-            [](VaultFixture& f) { return f.vault.deleteFile(QStringLiteral("velho")); });
-        row("rename a folder", [](VaultFixture& f) {
-            return f.vault.renameDirectory(QStringLiteral("vazia"), QStringLiteral("nova"));
-        });
-        row("delete a folder",
-            [](VaultFixture& f) { return f.vault.deleteDirectory(QStringLiteral("vazia")); });
+        row("import",
+            [](VaultFixture& f) { return f.store(u"c"_s, "c") && f.stored(u"c"_s) == "c"; });
+        row("move a file", [](VaultFixture& f) { return f.vault.moveFile(u"velho"_s, u"docs"_s); });
+        row("rename a file",
+            [](VaultFixture& f) { return f.vault.renameFile(u"velho"_s, u"novo"_s); });
+        row("delete a file", [](VaultFixture& f) { return f.vault.deleteFile(u"velho"_s); });
+        row("rename a folder",
+            [](VaultFixture& f) { return f.vault.renameDirectory(u"vazia"_s, u"nova"_s); });
+        row("delete a folder", [](VaultFixture& f) { return f.vault.deleteDirectory(u"vazia"_s); });
         row("compact", [](VaultFixture& f) { return f.vault.compactVault({}, nullptr); });
         row("lock", [](VaultFixture& f) { return f.vault.lockVault(); });
         row("lock with an edited copy", [](VaultFixture& f) {
-            return !f.openAndEdit(QStringLiteral("velho"), "editado").isEmpty() &&
-                   f.vault.lockVault() && f.unlock() &&
-                   f.stored(QStringLiteral("velho")) == "editado";
+            return !f.openAndEdit(u"velho"_s, "editado").isEmpty() && f.vault.lockVault() &&
+                   f.unlock() && f.stored(u"velho"_s) == "editado";
         });
     }
 
@@ -143,34 +134,31 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         QVERIFY(other.unlockVault(fixture.container(), TestPassword));
 
-        QVERIFY(fixture.store(QStringLiteral("c.bin"), noise(5000, 3)));
-        QVERIFY(other.importFile(fixture.write(QStringLiteral("d"), noise(6000, 4)),
-                                 QStringLiteral("d.bin")));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("minha")));
-        QVERIFY(other.createDirectory(QStringLiteral("dela")));
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("d.bin"), QStringLiteral("dela")));
+        QVERIFY(fixture.store(u"c.bin"_s, noise(5000, 3)));
+        QVERIFY(other.importFile(fixture.write(u"d"_s, noise(6000, 4)), u"d.bin"_s));
+        QVERIFY(fixture.vault.createDirectory(u"minha"_s));
+        QVERIFY(other.createDirectory(u"dela"_s));
+        QVERIFY(fixture.vault.moveFile(u"d.bin"_s, u"dela"_s));
         QVERIFY(other.deleteFile(B));
-        QVERIFY(fixture.vault.deleteDirectory(QStringLiteral("vazia")));
+        QVERIFY(fixture.vault.deleteDirectory(u"vazia"_s));
         QVERIFY(other.lockVault());
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("dela"), QStringLiteral("nossa")));
+        QVERIFY(fixture.vault.renameDirectory(u"dela"_s, u"nossa"_s));
 
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
         QVERIFY(!fixture.filePaths().contains(B));
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList(
-                     {QStringLiteral("docs"), QStringLiteral("minha"), QStringLiteral("nossa")}));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"docs"_s, u"minha"_s, u"nossa"_s}));
         QCOMPARE(fixture.stored(A), contentsOfA());
-        QCOMPARE(fixture.stored(QStringLiteral("c.bin")), noise(5000, 3));
-        QCOMPARE(fixture.stored(QStringLiteral("nossa/d.bin")), noise(6000, 4));
+        QCOMPARE(fixture.stored(u"c.bin"_s), noise(5000, 3));
+        QCOMPARE(fixture.stored(u"nossa/d.bin"_s), noise(6000, 4));
     }
 
     void whatAnotherSessionMadeIsInTheWay() {
         VaultFixture fixture(withAGap());
         QVERIFY(fixture.unlock());
-        QVERIFY(importElsewhere(fixture, QStringLiteral("novo"), "dela"));
-        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("novo")));
-        QVERIFY(!fixture.vault.renameFile(B, QStringLiteral("novo")));
+        QVERIFY(importElsewhere(fixture, u"novo"_s, "dela"));
+        QVERIFY(!fixture.vault.createDirectory(u"novo"_s));
+        QVERIFY(!fixture.vault.renameFile(B, u"novo"_s));
         QVERIFY(bothAreKept(fixture.container()));
     }
 
@@ -192,7 +180,7 @@ private Q_SLOTS:
         const QByteArray backup = readFile(fixture.container());
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(fixture.store(QStringLiteral("perdido"), "perdido"));
+        QVERIFY(fixture.store(u"perdido"_s, "perdido"));
         QVERIFY(writeFile(fixture.container(), backup));
         QVERIFY(change.value<Change>()(fixture));
         QVERIFY(bothAreKept(fixture.container()));
@@ -203,7 +191,7 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         QVERIFY(compactElsewhere(fixture.container()));
         QCOMPARE(fixture.stored(A), contentsOfA());
-        const QString out = fixture.file(QStringLiteral("saida"));
+        const QString out = fixture.file(u"saida"_s);
         QVERIFY(fixture.vault.exportFile(B, out));
         QCOMPARE(readFile(out), contentsOfB());
     }
@@ -250,7 +238,7 @@ private Q_SLOTS:
         VaultFixture fixture(withAGap());
         QVERIFY(fixture.unlock());
         const SecureFileIndex given = fixture.vault.fileIndex();
-        QVERIFY(importElsewhere(fixture, QStringLiteral("c"), "c"));
+        QVERIFY(importElsewhere(fixture, u"c"_s, "c"));
         QVERIFY(fixture.vault.saveIndex(given));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword), given.toJson());
         QCOMPARE(fixture.vault.fileIndex().toJson(), given.toJson());
@@ -258,7 +246,7 @@ private Q_SLOTS:
 
     void aContainerBehindALinkIsCompactedWhereItIs() {
         VaultFixture fixture(withAGap());
-        const QString link = fixture.file(QStringLiteral("link.tvlt"));
+        const QString link = fixture.file(u"link.tvlt"_s);
         QVERIFY(QFile::link(fixture.container(), link));
         QVERIFY(fixture.vault.unlockVault(link, TestPassword));
         const qint64 before = QFileInfo(fixture.container()).size();
@@ -271,11 +259,11 @@ private Q_SLOTS:
     void aPasswordChangedElsewhereStaysChanged() {
         VaultFixture fixture(withAGap());
         QVERIFY(fixture.unlock());
-        const QByteArray newPassword = QByteArrayLiteral("outra senha");
+        const QByteArray newPassword = "outra senha"_ba;
         QVERIFY(VaultManager().changePassword(fixture.container(), TestPassword, newPassword));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("um")));
+        QVERIFY(fixture.vault.createDirectory(u"um"_s));
         QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("dois")));
+        QVERIFY(fixture.vault.createDirectory(u"dois"_s));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), newPassword),
                  fixture.vault.fileIndex().toJson());
     }

@@ -27,23 +27,24 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 constexpr qint64 CopyChunk = 8388608;
-const QString CopyLabel = QStringLiteral("Substituindo container no USB");
+const QString CopyLabel = u"Substituindo container no USB"_s;
 
 /// Two files of several blocks each with dead bytes before, between and behind them, an empty file
 /// and two folders.
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs"))
-        .addFolder(QStringLiteral("empty folder"))
+    crafted.addFolder(u"docs"_s)
+        .addFolder(u"empty folder"_s)
         .leaveGap(5000)
-        .addFile(QStringLiteral("docs/a.bin"), noise(2500, 1), 1000)
+        .addFile(u"docs/a.bin"_s, noise(2500, 1), 1000)
         .leaveGap(123)
-        .addFile(QStringLiteral("nothing"), {})
-        .addFile(QStringLiteral("b.bin"), noise(700, 2), 300)
+        .addFile(u"nothing"_s, {})
+        .addFile(u"b.bin"_s, noise(700, 2), 300)
         .leaveGap(1);
     return crafted;
 }
@@ -62,24 +63,21 @@ struct ProgressCall {
 
 /// The folder in which a container is rebuilt, when there is exactly one.
 std::optional<QString> rebuildFolder(const VaultFixture& fixture) {
-    const QStringList names =
-        QDir(fixture.temporaryFolder())
-            .entryList({QStringLiteral("Tessel-compact-*")}, QDir::Dirs | QDir::Hidden);
+    const QStringList names = QDir(fixture.temporaryFolder())
+                                  .entryList({u"Tessel-compact-*"_s}, QDir::Dirs | QDir::Hidden);
     return names.size() == 1 ? std::optional<QString>(fixture.temporaryFolder() + QLatin1Char('/') +
                                                       names.first())
                              : std::nullopt;
 }
 
 bool hasUsedContents(const VaultFixture& fixture) {
-    return fixture.stored(QStringLiteral("docs/a.bin")) == noise(2500, 1) &&
-           fixture.stored(QStringLiteral("b.bin")) == noise(700, 2) &&
-           fixture.stored(QStringLiteral("nothing")).isEmpty() &&
-           fixture.folderPaths() ==
-               QStringList({QStringLiteral("docs"), QStringLiteral("empty folder")});
+    return fixture.stored(u"docs/a.bin"_s) == noise(2500, 1) &&
+           fixture.stored(u"b.bin"_s) == noise(700, 2) && fixture.stored(u"nothing"_s).isEmpty() &&
+           fixture.folderPaths() == QStringList({u"docs"_s, u"empty folder"_s});
 }
 
 QStringList compaction(const VaultFixture& fixture) {
-    return {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")};
+    return {fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s};
 }
 
 /// How often a compaction calls @p name until it makes a call that looks like @p last; 0 when it
@@ -88,8 +86,8 @@ QStringList compaction(const VaultFixture& fixture) {
 int callsUntil(const QString& name, const QString& last) {
     const QRegularExpression end(last);
     const VaultFixture rehearsal(usedContainer());
-    const QStringList calls = callsOfDriver(
-        compaction(rehearsal), name + QStringLiteral(",unlink,linkat,rename,renameat2"));
+    const QStringList calls =
+        callsOfDriver(compaction(rehearsal), name + u",unlink,linkat,rename,renameat2"_s);
     int count = 0;
     for (const QString& call : calls) {
         if (end.match(call).hasMatch()) {
@@ -102,8 +100,8 @@ int callsUntil(const QString& name, const QString& last) {
 
 /// Puts a container where a compaction that was killed leaves it; its path.
 QString leaveRebuiltContainer(const VaultFixture& fixture, const CraftedContainer& container) {
-    const QString folder = fixture.temporaryFolder() + QStringLiteral("/Tessel-compact-killed");
-    const QString path = folder + QStringLiteral("/tessel.tvlt");
+    const QString folder = fixture.temporaryFolder() + u"/Tessel-compact-killed"_s;
+    const QString path = folder + u"/tessel.tvlt"_s;
     if (::mkdir(QFile::encodeName(folder).constData(), 0700) != 0 || !container.writeTo(path)) {
         qFatal("cannot write the container");
     }
@@ -155,7 +153,7 @@ private:
         QCOMPARE(besideContainer(fixture), QStringList());
         const std::optional<QString> folder = rebuildFolder(fixture);
         QVERIFY(folder);
-        QCOMPARE(error, *folder + QStringLiteral("/tessel.tvlt"));
+        QCOMPARE(error, *folder + u"/tessel.tvlt"_s);
         QVERIFY(QFileInfo(error).isAbsolute());
         QCOMPARE(fixture.vault.fileIndex().toJson(), indexBefore);
         QVERIFY(fixture.vault.lockVault());
@@ -176,7 +174,7 @@ private Q_SLOTS:
         const QList<VaultFileEntry> oldEntries = fixture.vault.fileIndex().entries();
         ContainerDocument old;
         QVERIFY(ContainerManager().readDocument(fixture.container(), &old));
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         QVERIFY(fixture.vault.compactVault({}, &error));
         QCOMPARE(error, QString());
         QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
@@ -240,7 +238,7 @@ private Q_SLOTS:
             ++looks;
             const QStringList beside = besideContainer(fixture);
             QCOMPARE(beside.size(), 1);
-            QVERIFY(!beside.first().endsWith(QLatin1String(".tvlt")));
+            QVERIFY(!beside.first().endsWith(".tvlt"_L1));
             QVERIFY(readFile(fixture.driveFolder() + QLatin1Char('/') + beside.first()) == before);
             QVERIFY(QFileInfo::exists(fixture.container()));
         };
@@ -255,7 +253,7 @@ private Q_SLOTS:
         const SmallDisk disk(roomFor(1));
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
         QVERIFY(fixture.unlock());
         qint64 size = -1;
         QVERIFY(fixture.vault.compactVault(whenCopyingBackBegins([&] {
@@ -277,9 +275,9 @@ private Q_SLOTS:
         QFETCH(const QString, error);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
-        const DriverRun run = runDriver(
-            compaction(fixture), fixture.container(),
-            {QStringLiteral("renameat2:error=") + error, QStringLiteral("rename:error=") + error});
+        const DriverRun run =
+            runDriver(compaction(fixture), fixture.container(),
+                      {u"renameat2:error="_s + error, u"rename:error="_s + error});
         QVERIFY(run.succeeded());
         QCOMPARE(besideContainer(fixture), QStringList());
         QVERIFY(fixture.unlock());
@@ -325,20 +323,20 @@ private Q_SLOTS:
         QFETCH(const QString, kind);
         VaultFixture fixture(usedContainer());
         CraftedContainer another(9);
-        const QString left = leaveRebuiltContainer(
-            fixture, kind == QLatin1String("another vault") ? another : usedContainer());
+        const QString left =
+            leaveRebuiltContainer(fixture, kind == "another vault"_L1 ? another : usedContainer());
         const QString folder = QFileInfo(left).path();
         const QByteArray name = QFile::encodeName(folder);
         const int descriptor = ::open(name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
-        if (kind == QLatin1String("in use")) {
+        if (kind == "in use"_L1) {
             QCOMPARE(::flock(descriptor, LOCK_EX | LOCK_NB), 0);
-        } else if (kind == QLatin1String("no container")) {
+        } else if (kind == "no container"_L1) {
             QVERIFY(writeFile(left, "notes"));
-        } else if (kind == QLatin1String("writable")) {
+        } else if (kind == "writable"_L1) {
             QCOMPARE(::fchmod(descriptor, 0777), 0);
-        } else if (kind == QLatin1String("link")) {
-            const QString elsewhere = fixture.file(QStringLiteral("elsewhere"));
+        } else if (kind == "link"_L1) {
+            const QString elsewhere = fixture.file(u"elsewhere"_s);
             QVERIFY(QDir().rename(folder, elsewhere));
             QVERIFY(QFile::link(elsewhere, folder));
         }
@@ -373,10 +371,10 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(fixture.store(QStringLiteral("new"), "stored afterwards"));
-        QVERIFY(fixture.vault.renameFile(QStringLiteral("b.bin"), QStringLiteral("c.bin")));
-        QCOMPARE(fixture.stored(QStringLiteral("new")), QByteArray("stored afterwards"));
-        QCOMPARE(fixture.stored(QStringLiteral("c.bin")), noise(700, 2));
+        QVERIFY(fixture.store(u"new"_s, "stored afterwards"));
+        QVERIFY(fixture.vault.renameFile(u"b.bin"_s, u"c.bin"_s));
+        QCOMPARE(fixture.stored(u"new"_s), QByteArray("stored afterwards"));
+        QCOMPARE(fixture.stored(u"c.bin"_s), noise(700, 2));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -386,11 +384,11 @@ private Q_SLOTS:
         constexpr qint64 SealedSize = Size + 6 * CraftedContainer::TagBytes;
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), {});
+        const QString source = fixture.write(u"source"_s, {});
         QVERIFY(QFile::resize(source, Size));
-        QVERIFY(fixture.store(QStringLiteral("dead"), noise(1000)));
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big")));
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("dead")));
+        QVERIFY(fixture.store(u"dead"_s, noise(1000)));
+        QVERIFY(fixture.vault.importFile(source, u"big"_s));
+        QVERIFY(fixture.vault.deleteFile(u"dead"_s));
         const PeakMemory memory;
         QVERIFY(memory.canMeasure());
         QVERIFY(fixture.vault.compactVault({}, nullptr));
@@ -413,8 +411,7 @@ private Q_SLOTS:
             nullptr));
         QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
         QVERIFY(fixture.filePaths().isEmpty());
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("docs"), QStringLiteral("empty folder")}));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"docs"_s, u"empty folder"_s}));
         // No block, no call while rebuilding.
         QCOMPARE(calls, (QList<ProgressCall>{{0, PayloadOffset, CopyLabel},
                                              {CopyChunk, PayloadOffset, CopyLabel},
@@ -432,8 +429,8 @@ private Q_SLOTS:
             },
             nullptr));
         const qint64 size = PayloadOffset + UsedSealedBytes;
-        const QString a = QStringLiteral("docs/a.bin");
-        const QString b = QStringLiteral("b.bin");
+        const QString a = u"docs/a.bin"_s;
+        const QString b = u"b.bin"_s;
         QCOMPARE(calls, (QList<ProgressCall>{{1000, UsedPlainBytes, a},
                                              {2000, UsedPlainBytes, a},
                                              {2500, UsedPlainBytes, a},
@@ -469,11 +466,11 @@ private Q_SLOTS:
         QFETCH(const QList<qint64>, expected);
         CraftedContainer crafted = usedContainer();
         for (qsizetype block = 0; block < 3; ++block) {
-            crafted.setBlockMember(0, block, QStringLiteral("plainSize"), plainSize);
+            crafted.setBlockMember(0, block, u"plainSize"_s, plainSize);
         }
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        const qint64 claimed = fixture.entry(QStringLiteral("docs/a.bin")).blocks.at(1).plainSize;
+        const qint64 claimed = fixture.entry(u"docs/a.bin"_s).blocks.at(1).plainSize;
         QList<qint64> rebuilt;
         QVERIFY(fixture.vault.compactVault(
             [&](qint64 done, qint64 total, const QString& name) {
@@ -485,7 +482,7 @@ private Q_SLOTS:
             nullptr));
         QCOMPARE(rebuilt, expected);
         // What is claimed is carried over as it stood.
-        QCOMPARE(fixture.entry(QStringLiteral("docs/a.bin")).blocks.at(1).plainSize, claimed);
+        QCOMPARE(fixture.entry(u"docs/a.bin"_s).blocks.at(1).plainSize, claimed);
     }
 
     void progressAddsUpTheSizesThatTheIndexClaims_data() {
@@ -506,7 +503,7 @@ private Q_SLOTS:
         QFETCH(const QJsonValue, sizeBytes);
         QFETCH(const qint64, total);
         CraftedContainer crafted = usedContainer();
-        crafted.setFileMember(0, QStringLiteral("sizeBytes"), sizeBytes);
+        crafted.setFileMember(0, u"sizeBytes"_s, sizeBytes);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QSet<qint64> totals;
@@ -523,8 +520,8 @@ private Q_SLOTS:
 
     void theContainerIsRebuiltInAPrivateFolderThatHoldsNoPlaintext() {
         CraftedContainer crafted;
-        const QByteArray secret = QByteArrayLiteral("a secret that must stay sealed");
-        crafted.addFile(QStringLiteral("a-secret-name"), secret.repeated(100));
+        const QByteArray secret = "a secret that must stay sealed"_ba;
+        crafted.addFile(u"a-secret-name"_s, secret.repeated(100));
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QString folder;
@@ -533,11 +530,10 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.compactVault(whenCopyingBackBegins([&] {
                                                folder = rebuildFolder(fixture).value_or(QString());
                                                permissions = QFile::permissions(folder);
-                                               rebuilt = readFile(folder +
-                                                                  QStringLiteral("/tessel.tvlt"));
+                                               rebuilt = readFile(folder + u"/tessel.tvlt"_s);
                                            }),
                                            nullptr));
-        const QRegularExpression name(QStringLiteral("/Tessel-compact-[A-Za-z0-9]{6}$"));
+        const QRegularExpression name(u"/Tessel-compact-[A-Za-z0-9]{6}$"_s);
         QVERIFY2(name.match(folder).hasMatch(), qPrintable(folder));
         QVERIFY(!(permissions & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
                                  QFile::ReadOther | QFile::WriteOther | QFile::ExeOther)));
@@ -551,19 +547,19 @@ private Q_SLOTS:
     void openCopiesAreNeitherTakenBackNorTouched() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString copy = fixture.openAndEdit(QStringLiteral("b.bin"), "edited");
+        const QString copy = fixture.openAndEdit(u"b.bin"_s, "edited");
         QVERIFY(fixture.vault.compactVault({}, nullptr));
         QCOMPARE(readFile(copy), QByteArray("edited"));
-        QCOMPARE(fixture.stored(QStringLiteral("b.bin")), noise(700, 2));
+        QCOMPARE(fixture.stored(u"b.bin"_s), noise(700, 2));
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("b.bin")), QByteArray("edited"));
+        QCOMPARE(fixture.stored(u"b.bin"_s), QByteArray("edited"));
     }
 
     void keysOfOlderLayoutsAreDropped() {
         CraftedContainer crafted = usedContainer();
-        crafted.setCryptoMember(QStringLiteral("authTag"), QStringLiteral("AAAA"))
-            .setHeaderMember(QStringLiteral("encryptedPayload"), QStringLiteral("AAAA"));
+        crafted.setCryptoMember(u"authTag"_s, u"AAAA"_s)
+            .setHeaderMember(u"encryptedPayload"_s, u"AAAA"_s);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.compactVault({}, nullptr));
@@ -578,14 +574,14 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
         QVERIFY(fixture.unlock());
         const QByteArray bytes = noise(VaultManager::ChunkBytes + 1000);
-        QVERIFY(fixture.store(QStringLiteral("old"), noise(100000)));
-        QVERIFY(fixture.store(QStringLiteral("kept"), bytes));
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("old")));
+        QVERIFY(fixture.store(u"old"_s, noise(100000)));
+        QVERIFY(fixture.store(u"kept"_s, bytes));
+        QVERIFY(fixture.vault.deleteFile(u"old"_s));
         QVERIFY(fixture.vault.compactVault({}, nullptr));
         QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + bytes.size() + 32);
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.stored(QStringLiteral("kept")) == bytes);
+        QVERIFY(fixture.stored(u"kept"_s) == bytes);
     }
 
     // --- Failures that leave the old container ---------------------------------------------
@@ -593,7 +589,7 @@ private Q_SLOTS:
     void aContainerThatIsGoneOrBrokenIsNotCompacted() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         QVERIFY(overwriteAt(fixture.container(), 0, "BROKEN!"));
         const QByteArray broken = readFile(fixture.container());
         QVERIFY(!fixture.vault.compactVault({}, &error));
@@ -609,8 +605,8 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QString error = QStringLiteral("to be emptied");
-        const QString inTheWay = fixture.write(QStringLiteral("file"), "no folder");
+        QString error = u"to be emptied"_s;
+        const QString inTheWay = fixture.write(u"file"_s, "no folder");
         qputenv("TMPDIR", QFile::encodeName(inTheWay));
         const bool compacted = fixture.vault.compactVault({}, &error);
         qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
@@ -632,17 +628,17 @@ private Q_SLOTS:
         QVERIFY(disk.isMounted());
         QVERIFY(disk.fillUpTo(room));
         CraftedContainer crafted = usedContainer();
-        crafted.addFile(QStringLiteral("big"), noise(100000));
+        crafted.addFile(u"big"_s, noise(100000));
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         qputenv("TMPDIR", QFile::encodeName(disk.path()));
         const bool compacted = fixture.vault.compactVault({}, &error);
         qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
         QVERIFY(!compacted);
         QCOMPARE(QDir(disk.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-                 QStringList(QStringLiteral("filler")));
+                 QStringList(u"filler"_s));
         QCOMPARE(disk.bytesFree(), room);
         compareNothingHappened(fixture, before, error);
     }
@@ -650,14 +646,14 @@ private Q_SLOTS:
     void aBlockThatCannotBeReadIsAFailure_data() {
         QTest::addColumn<QString>("member");
         QTest::addColumn<QJsonValue>("value");
-        QTest::newRow("beyond the end") << QStringLiteral("offset") << QJsonValue(1LL << 40);
+        QTest::newRow("beyond the end") << u"offset"_s << QJsonValue(1LL << 40);
         QTest::newRow("partly beyond the end")
-            << QStringLiteral("offset") << QJsonValue(usedContainer().fileSize() - 10);
-        QTest::newRow("negative") << QStringLiteral("offset") << QJsonValue(-1);
+            << u"offset"_s << QJsonValue(usedContainer().fileSize() - 10);
+        QTest::newRow("negative") << u"offset"_s << QJsonValue(-1);
         // No block of ours is as short as its tag alone, or longer than a chunk and its tag. The
         // old container stays: whoever wants the rest of it smaller has to delete such a file
         // first.
-        const QString size = QStringLiteral("encryptedSize");
+        const QString size = u"encryptedSize"_s;
         constexpr qint64 LongestSealed = 16777216 + 16;
         QTest::newRow("of no bytes") << size << QJsonValue(0);
         QTest::newRow("of a negative size") << size << QJsonValue(-1);
@@ -670,9 +666,9 @@ private Q_SLOTS:
         QFETCH(const QString, member);
         QFETCH(const QJsonValue, value);
         CraftedContainer crafted = usedContainer();
-        crafted.addFile(QStringLiteral("lost"), "lost").setBlockMember(3, 0, member, value);
+        crafted.addFile(u"lost"_s, "lost").setBlockMember(3, 0, member, value);
         VaultFixture fixture(crafted);
-        if (member == QLatin1String("offset")) {
+        if (member == "offset"_L1) {
             QVERIFY(QFile::resize(fixture.container(), usedContainer().fileSize()));
         } else {
             // The bytes that the index claims are there.
@@ -680,26 +676,26 @@ private Q_SLOTS:
         }
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         QVERIFY(!fixture.vault.compactVault({}, &error));
         compareNothingHappened(fixture, before, error);
     }
 
     void aBlockOfOneByteIsCarriedOver() {
         CraftedContainer crafted;
-        crafted.leaveGap(100).addFile(QStringLiteral("short"), "x");
+        crafted.leaveGap(100).addFile(u"short"_s, "x");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.compactVault({}, nullptr));
         QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + 17);
-        QCOMPARE(fixture.stored(QStringLiteral("short")), QByteArray("x"));
+        QCOMPARE(fixture.stored(u"short"_s), QByteArray("x"));
     }
 
     void aRebuiltContainerThatVanishesIsAFailure() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         // Somebody tidies up the temporary folder while the blocks are copied.
         QVERIFY(!fixture.vault.compactVault(
             [&](qint64, qint64, const QString&) {
@@ -717,7 +713,7 @@ private Q_SLOTS:
         const VaultPicture before(fixture);
         const PinnedFile pinned(fixture.container());
         QVERIFY(pinned.isMounted());
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         QVERIFY(!fixture.vault.compactVault({}, &error));
         compareNothingHappened(fixture, before, error);
     }
@@ -727,7 +723,7 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
         QVERIFY(QFile::setPermissions(fixture.driveFolder(), QFile::ReadOwner | QFile::ExeOwner));
-        QString error = QStringLiteral("to be emptied");
+        QString error = u"to be emptied"_s;
         bool compacted = true;
         {
             const ObeyPermissions obey;
@@ -742,25 +738,25 @@ private Q_SLOTS:
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt_data() {
         QTest::addColumn<QString>("injection");
         // Unlocking reads the container three times, and so does reading the document anew.
-        QTest::newRow("document") << QStringLiteral("read:error=EIO:when=7");
-        QTest::newRow("source cannot be opened") << QStringLiteral("openat:error=EACCES:when=5");
-        QTest::newRow("first block") << QStringLiteral("read:error=EIO:when=10");
-        QTest::newRow("last block") << QStringLiteral("read:error=EIO:when=15");
+        QTest::newRow("document") << u"read:error=EIO:when=7"_s;
+        QTest::newRow("source cannot be opened") << u"openat:error=EACCES:when=5"_s;
+        QTest::newRow("first block") << u"read:error=EIO:when=10"_s;
+        QTest::newRow("last block") << u"read:error=EIO:when=15"_s;
         // Each opening asks for the position once.
-        QTest::newRow("seek") << QStringLiteral("lseek:error=EIO:when=9");
-        QTest::newRow("renaming") << QStringLiteral("renameat2:error=EROFS rename:error=EROFS");
+        QTest::newRow("seek") << u"lseek:error=EIO:when=9"_s;
+        QTest::newRow("renaming") << u"renameat2:error=EROFS rename:error=EROFS"_s;
         QTest::newRow("renaming and deletion")
-            << QStringLiteral("renameat2:error=EPERM rename:error=EPERM unlink:error=EROFS");
-        QTest::newRow("sync") << QStringLiteral("fdatasync:error=EIO:when=2");
+            << u"renameat2:error=EPERM rename:error=EPERM unlink:error=EROFS"_s;
+        QTest::newRow("sync") << u"fdatasync:error=EIO:when=2"_s;
     }
     void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
-        const DriverRun run = runDriver(
-            {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
-            fixture.container(), injection.split(QLatin1Char(' ')));
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s},
+                      fixture.container(), injection.split(QLatin1Char(' ')));
         QVERIFY(run.refused());
         QVERIFY(!rebuildFolder(fixture));
         QCOMPARE(run.text(), QString());
@@ -772,7 +768,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("place");
         QTest::addColumn<int>("when");
         QTest::newRow("folder") << QString() << 1;
-        QTest::newRow("container set aside") << QStringLiteral("/tessel.tvlt.anterior") << 1;
+        QTest::newRow("container set aside") << u"/tessel.tvlt.anterior"_s << 1;
         QTest::newRow("folder, container set aside") << QString() << 2;
     }
     void aDriveThatStillHasAnErrorToTellKeepsTheOldContainer() {
@@ -782,7 +778,7 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
         const DriverRun run = runDriver(compaction(fixture), fixture.driveFolder() + place,
-                                        {QStringLiteral("fsync:error=EIO:when=%1").arg(when)});
+                                        {u"fsync:error=EIO:when=%1"_s.arg(when)});
         QVERIFY(run.refused());
         QVERIFY(!rebuildFolder(fixture));
         QCOMPARE(run.text(), QString());
@@ -798,15 +794,13 @@ private Q_SLOTS:
         NEEDS_TRACING();
         // It gets its name when it is complete; the reads that follow verify it.
         const int before =
-            callsUntil(QStringLiteral("read"),
-                       QStringLiteral("(linkat|rename).*/Tessel-compact-.*/tessel.tvlt"));
+            callsUntil(u"read"_s, u"(linkat|rename).*/Tessel-compact-.*/tessel.tvlt"_s);
         QVERIFY(before > 0);
         VaultFixture fixture(usedContainer());
         const VaultPicture picture(fixture);
         for (int further = 1; further <= 3; ++further) {
-            const DriverRun run =
-                runDriver(compaction(fixture), QString(),
-                          {QStringLiteral("read:error=EIO:when=%1").arg(before + further)});
+            const DriverRun run = runDriver(compaction(fixture), QString(),
+                                            {u"read:error=EIO:when=%1"_s.arg(before + further)});
             QVERIFY(run.refused());
             QVERIFY(!rebuildFolder(fixture));
             QCOMPARE(run.text(), QString());
@@ -818,9 +812,9 @@ private Q_SLOTS:
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
-        const DriverRun run = runDriver(
-            {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
-            QString(), {QStringLiteral("fdatasync:error=EIO:when=2")});
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s},
+                      QString(), {u"fdatasync:error=EIO:when=2"_s});
         QVERIFY(run.refused());
         QVERIFY(!rebuildFolder(fixture));
         QCOMPARE(run.text(), QString());
@@ -845,13 +839,13 @@ private Q_SLOTS:
         const SmallDisk disk(roomFor(containers));
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();
         QString error;
         QVERIFY(!fixture.vault.compactVault(
             whenCopyingBackBegins([&] { QVERIFY(disk.fillUpTo(room)); }), &error));
-        QVERIFY(QFile::remove(disk.filePath(QStringLiteral("filler"))));
+        QVERIFY(QFile::remove(disk.filePath(u"filler"_s)));
         compareRebuiltContainerIsKept(fixture, index, error);
     }
 
@@ -877,7 +871,7 @@ private Q_SLOTS:
         QVERIFY(!fixture.vault.compactVault(whenCopyingBackBegins([&] {
                                                 const QString path =
                                                     rebuildFolder(fixture).value_or(QString()) +
-                                                    QStringLiteral("/tessel.tvlt");
+                                                    u"/tessel.tvlt"_s;
                                                 rebuilt = readFile(path);
                                                 QVERIFY(QFile::resize(path, rebuilt.size() - 1));
                                             }),
@@ -912,9 +906,8 @@ private Q_SLOTS:
             [&](qint64 done, qint64 total, const QString& name) {
                 if (name == CopyLabel && done == CopyChunk) {
                     size = total;
-                    QVERIFY(QFile::resize(rebuildFolder(fixture).value_or(QString()) +
-                                              QStringLiteral("/tessel.tvlt"),
-                                          total + 1));
+                    QVERIFY(QFile::resize(
+                        rebuildFolder(fixture).value_or(QString()) + u"/tessel.tvlt"_s, total + 1));
                 }
             },
             &error));
@@ -937,15 +930,14 @@ private Q_SLOTS:
         QTest::addColumn<QString>("injection");
         // The container is opened to unlock it, to sync it, to look for a redo record, to read the
         // document, to read the blocks, and then as a new file, to be synced and to be written.
-        QTest::newRow("new container cannot be made")
-            << QStringLiteral("openat:error=EROFS:when=7");
-        QTest::newRow("first write") << QStringLiteral("write:error=EIO:when=1");
-        QTest::newRow("second write") << QStringLiteral("write:error=EIO:when=2");
-        QTest::newRow("write-back") << QStringLiteral("sync_file_range:error=EIO:when=1");
-        QTest::newRow("magic") << QStringLiteral("write:error=EIO:when=3");
+        QTest::newRow("new container cannot be made") << u"openat:error=EROFS:when=7"_s;
+        QTest::newRow("first write") << u"write:error=EIO:when=1"_s;
+        QTest::newRow("second write") << u"write:error=EIO:when=2"_s;
+        QTest::newRow("write-back") << u"sync_file_range:error=EIO:when=1"_s;
+        QTest::newRow("magic") << u"write:error=EIO:when=3"_s;
         // The first ones are for the old container.
-        QTest::newRow("flush") << QStringLiteral("fdatasync:error=EIO:when=3");
-        QTest::newRow("flush of the magic") << QStringLiteral("fdatasync:error=EIO:when=4");
+        QTest::newRow("flush") << u"fdatasync:error=EIO:when=3"_s;
+        QTest::newRow("flush of the magic") << u"fdatasync:error=EIO:when=4"_s;
     }
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer() {
         QFETCH(const QString, injection);
@@ -953,9 +945,9 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();
-        const DriverRun run = runDriver(
-            {fixture.container(), QString::fromUtf8(TestPassword), QStringLiteral("compact")},
-            fixture.container(), {injection});
+        const DriverRun run =
+            runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s},
+                      fixture.container(), {injection});
         QVERIFY(run.refused());
         compareRebuiltContainerIsKept(fixture, index, run.text());
     }
@@ -963,15 +955,13 @@ private Q_SLOTS:
     void aRebuiltContainerThatCannotBeOpenedIsKept() {
         NEEDS_TRACING();
         // Setting the old container aside opens it, the new one and their folder for syncs.
-        const int before = 4 + callsUntil(QStringLiteral("openat"),
-                                          QStringLiteral("renameat2.*/drive/tessel.tvlt.anterior"));
+        const int before = 4 + callsUntil(u"openat"_s, u"renameat2.*/drive/tessel.tvlt.anterior"_s);
         QVERIFY(before > 4);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();
-        const DriverRun run =
-            runDriver(compaction(fixture), QString(),
-                      {QStringLiteral("openat:error=EMFILE:when=%1").arg(before + 1)});
+        const DriverRun run = runDriver(compaction(fixture), QString(),
+                                        {u"openat:error=EMFILE:when=%1"_s.arg(before + 1)});
         QVERIFY(run.refused());
         compareRebuiltContainerIsKept(fixture, index, run.text());
     }

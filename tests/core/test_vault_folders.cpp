@@ -13,25 +13,25 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 /// Folders "a", "a/sub" and "B"; files at the root and in each folder.
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("a"))
-        .addFolder(QStringLiteral("a/sub"))
-        .addFolder(QStringLiteral("B"))
-        .addFile(QStringLiteral("root.txt"), "at the root")
-        .addFile(QStringLiteral("a/x.txt"), "x in a")
-        .addFile(QStringLiteral("a/sub/deep.txt"), "deep in a/sub")
-        .addFile(QStringLiteral("B/y.txt"), "y in B");
+    crafted.addFolder(u"a"_s)
+        .addFolder(u"a/sub"_s)
+        .addFolder(u"B"_s)
+        .addFile(u"root.txt"_s, "at the root")
+        .addFile(u"a/x.txt"_s, "x in a")
+        .addFile(u"a/sub/deep.txt"_s, "deep in a/sub")
+        .addFile(u"B/y.txt"_s, "y in B");
     return crafted;
 }
 
-const QStringList UsedFiles{QStringLiteral("root.txt"), QStringLiteral("a/x.txt"),
-                            QStringLiteral("a/sub/deep.txt"), QStringLiteral("B/y.txt")};
-const QStringList UsedFolders{QStringLiteral("a"), QStringLiteral("a/sub"), QStringLiteral("B")};
+const QStringList UsedFiles{u"root.txt"_s, u"a/x.txt"_s, u"a/sub/deep.txt"_s, u"B/y.txt"_s};
+const QStringList UsedFolders{u"a"_s, u"a/sub"_s, u"B"_s};
 
 SecureFileIndex indexWith(const QStringList& files, const QStringList& folders) {
     SecureFileIndex index;
@@ -131,47 +131,45 @@ private Q_SLOTS:
     }
 
     void pathsAreTakenApart() {
-        QCOMPARE(parentVaultPath(QStringLiteral("a/b/c")), QStringLiteral("a/b"));
-        QCOMPARE(parentVaultPath(QStringLiteral("a")), QString());
-        QCOMPARE(vaultBaseName(QStringLiteral("a/b/c")), QStringLiteral("c"));
-        QCOMPARE(vaultBaseName(QStringLiteral("a")), QStringLiteral("a"));
+        QCOMPARE(parentVaultPath(u"a/b/c"_s), u"a/b"_s);
+        QCOMPARE(parentVaultPath(u"a"_s), QString());
+        QCOMPARE(vaultBaseName(u"a/b/c"_s), u"c"_s);
+        QCOMPARE(vaultBaseName(u"a"_s), u"a"_s);
     }
 
     void membershipIgnoresLetterCase() {
-        const SecureFileIndex index =
-            indexWith({QStringLiteral("Docs/A.txt")}, {QStringLiteral("Docs")});
-        QVERIFY(indexContainsFilePath(index, QStringLiteral("docs/a.TXT")));
-        QVERIFY(!indexContainsFilePath(index, QStringLiteral("Docs")));
-        QVERIFY(!indexContainsFilePath(index, QStringLiteral("Docs/A")));
-        QVERIFY(indexContainsDirectoryPath(index, QStringLiteral("DOCS")));
-        QVERIFY(!indexContainsDirectoryPath(index, QStringLiteral("Docs/A.txt")));
+        const SecureFileIndex index = indexWith({u"Docs/A.txt"_s}, {u"Docs"_s});
+        QVERIFY(indexContainsFilePath(index, u"docs/a.TXT"_s));
+        QVERIFY(!indexContainsFilePath(index, u"Docs"_s));
+        QVERIFY(!indexContainsFilePath(index, u"Docs/A"_s));
+        QVERIFY(indexContainsDirectoryPath(index, u"DOCS"_s));
+        QVERIFY(!indexContainsDirectoryPath(index, u"Docs/A.txt"_s));
         QVERIFY(!indexContainsDirectoryPath(index, QString()));
     }
 
     void insideMeansBeneathInAnyLetterCase_data() {
         QTest::addColumn<QString>("path");
         QTest::addColumn<bool>("inside");
-        QTest::newRow("child") << QStringLiteral("a/b") << true;
-        QTest::newRow("other letter case") << QStringLiteral("A/b") << true;
-        QTest::newRow("grandchild") << QStringLiteral("a/b/c") << true;
-        QTest::newRow("itself") << QStringLiteral("a") << false;
-        QTest::newRow("longer name") << QStringLiteral("ab/c") << false;
-        QTest::newRow("elsewhere") << QStringLiteral("b/a/c") << false;
+        QTest::newRow("child") << u"a/b"_s << true;
+        QTest::newRow("other letter case") << u"A/b"_s << true;
+        QTest::newRow("grandchild") << u"a/b/c"_s << true;
+        QTest::newRow("itself") << u"a"_s << false;
+        QTest::newRow("longer name") << u"ab/c"_s << false;
+        QTest::newRow("elsewhere") << u"b/a/c"_s << false;
         QTest::newRow("parent") << QString() << false;
     }
     void insideMeansBeneathInAnyLetterCase() {
         QFETCH(const QString, path);
         QFETCH(const bool, inside);
-        QCOMPARE(pathIsInsideDirectory(path, QStringLiteral("a")), inside);
+        QCOMPARE(pathIsInsideDirectory(path, u"a"_s), inside);
     }
 
     void missingAncestorsAreAddedWithOneTime() {
-        SecureFileIndex index = indexWith({}, {QStringLiteral("A")});
+        SecureFileIndex index = indexWith({}, {u"A"_s});
         const QDateTime before = QDateTime::currentDateTimeUtc();
-        ensureParentDirectories(&index, QStringLiteral("a/b/c/file"));
+        ensureParentDirectories(&index, u"a/b/c/file"_s);
         const QDateTime after = QDateTime::currentDateTimeUtc();
-        QCOMPARE(foldersOf(index), QStringList({QStringLiteral("A"), QStringLiteral("a/b"),
-                                                QStringLiteral("a/b/c")}));
+        QCOMPARE(foldersOf(index), QStringList({u"A"_s, u"a/b"_s, u"a/b/c"_s}));
         const QList<VaultDirectoryEntry> folders = index.directories();
         QVERIFY(folders.at(1).createdUtc >= before && folders.at(1).createdUtc <= after);
         QCOMPARE(folders.at(1).createdUtc.timeSpec(), Qt::UTC);
@@ -179,7 +177,7 @@ private Q_SLOTS:
         QCOMPARE(folders.at(2).createdUtc, folders.at(1).createdUtc);
         QCOMPARE(folders.at(2).modifiedUtc, folders.at(1).createdUtc);
 
-        ensureParentDirectories(&index, QStringLiteral("file"));
+        ensureParentDirectories(&index, u"file"_s);
         QCOMPARE(index.directories().size(), 3);
     }
 
@@ -188,22 +186,21 @@ private Q_SLOTS:
     void aFileIsMovedAndKeepsAllElse() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const VaultFileEntry before = fixture.entry(QStringLiteral("a/x.txt"));
+        const VaultFileEntry before = fixture.entry(u"a/x.txt"_s);
         const QByteArray payload = readFile(fixture.container()).mid(PayloadOffset);
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("a/x.txt"), QStringLiteral("B")));
+        QVERIFY(fixture.vault.moveFile(u"a/x.txt"_s, u"B"_s));
         // It stays where it was in the list.
         QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("B/x.txt"),
-                              QStringLiteral("a/sub/deep.txt"), QStringLiteral("B/y.txt")}));
+                 QStringList({u"root.txt"_s, u"B/x.txt"_s, u"a/sub/deep.txt"_s, u"B/y.txt"_s}));
         QCOMPARE(fixture.folderPaths(), UsedFolders);
-        const VaultFileEntry after = fixture.entry(QStringLiteral("B/x.txt"));
+        const VaultFileEntry after = fixture.entry(u"B/x.txt"_s);
         QCOMPARE(after.id, before.id);
         QCOMPARE(after.sizeBytes, before.sizeBytes);
         QCOMPARE(after.lastModifiedUtc, before.lastModifiedUtc);
         QCOMPARE(after.sha256, before.sha256);
         QCOMPARE(after.blocks.size(), 1);
         QCOMPARE(after.blocks.constFirst().nonce, before.blocks.constFirst().nonce);
-        QCOMPARE(fixture.stored(QStringLiteral("B/x.txt")), QByteArray("x in a"));
+        QCOMPARE(fixture.stored(u"B/x.txt"_s), QByteArray("x in a"));
         QVERIFY(readFile(fixture.container()).mid(PayloadOffset) == payload);
         QVERIFY(isSaved(fixture));
     }
@@ -211,29 +208,29 @@ private Q_SLOTS:
     void aFileIsMovedToTheRootAndBack() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("a/sub/deep.txt"), QString()));
-        QVERIFY(fixture.filePaths().contains(QStringLiteral("deep.txt")));
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("\\deep.txt "), QStringLiteral("/a\\sub/")));
-        QVERIFY(fixture.filePaths().contains(QStringLiteral("a/sub/deep.txt")));
+        QVERIFY(fixture.vault.moveFile(u"a/sub/deep.txt"_s, QString()));
+        QVERIFY(fixture.filePaths().contains(u"deep.txt"_s));
+        QVERIFY(fixture.vault.moveFile(u"\\deep.txt "_s, u"/a\\sub/"_s));
+        QVERIFY(fixture.filePaths().contains(u"a/sub/deep.txt"_s));
         QVERIFY(isSaved(fixture));
     }
 
     void anUnusableTargetIsTheRoot_data() {
         QTest::addColumn<QString>("target");
-        QTest::newRow("a slash") << QStringLiteral("/");
-        QTest::newRow("blanks") << QStringLiteral("  ");
-        QTest::newRow("the folder above") << QStringLiteral("a/..");
-        QTest::newRow("the folder itself") << QStringLiteral("./a");
-        QTest::newRow("a blank name") << QStringLiteral("a/ /sub");
+        QTest::newRow("a slash") << u"/"_s;
+        QTest::newRow("blanks") << u"  "_s;
+        QTest::newRow("the folder above") << u"a/.."_s;
+        QTest::newRow("the folder itself") << u"./a"_s;
+        QTest::newRow("a blank name") << u"a/ /sub"_s;
     }
     void anUnusableTargetIsTheRoot() {
         QFETCH(const QString, target);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("a/x.txt"), target));
-        QCOMPARE(fixture.filePaths().at(1), QStringLiteral("x.txt"));
+        QVERIFY(fixture.vault.moveFile(u"a/x.txt"_s, target));
+        QCOMPARE(fixture.filePaths().at(1), u"x.txt"_s);
         QCOMPARE(fixture.folderPaths(), UsedFolders);
-        QCOMPARE(fixture.stored(QStringLiteral("x.txt")), QByteArray("x in a"));
+        QCOMPARE(fixture.stored(u"x.txt"_s), QByteArray("x in a"));
         QVERIFY(isSaved(fixture));
     }
 
@@ -242,70 +239,59 @@ private Q_SLOTS:
         // as the call spells it, and what did not move keeps its spelling.
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("A/X.TXT"), QStringLiteral("b")));
+        QVERIFY(fixture.vault.moveFile(u"A/X.TXT"_s, u"b"_s));
         QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("b/X.TXT"),
-                              QStringLiteral("a/sub/deep.txt"), QStringLiteral("B/y.txt")}));
+                 QStringList({u"root.txt"_s, u"b/X.TXT"_s, u"a/sub/deep.txt"_s, u"B/y.txt"_s}));
         QCOMPARE(fixture.folderPaths(), UsedFolders);
-        QCOMPARE(fixture.stored(QStringLiteral("B/x.txt")), QByteArray("x in a"));
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("A/SUB/Deep.txt"), QString()));
-        QCOMPARE(fixture.filePaths().at(2), QStringLiteral("Deep.txt"));
+        QCOMPARE(fixture.stored(u"B/x.txt"_s), QByteArray("x in a"));
+        QVERIFY(fixture.vault.moveFile(u"A/SUB/Deep.txt"_s, QString()));
+        QCOMPARE(fixture.filePaths().at(2), u"Deep.txt"_s);
         QVERIFY(isSaved(fixture));
     }
 
     void onlyTheFirstOfTwoSpellingsIsMoved() {
         CraftedContainer crafted;
-        crafted.addFolder(QStringLiteral("B"))
-            .addFile(QStringLiteral("a"), "first")
-            .addFile(QStringLiteral("A"), "second");
+        crafted.addFolder(u"B"_s).addFile(u"a"_s, "first").addFile(u"A"_s, "second");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("A"), QStringLiteral("B")));
-        QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("B/A"), QStringLiteral("A")}));
-        QCOMPARE(fixture.stored(QStringLiteral("B/A")), QByteArray("first"));
-        QCOMPARE(fixture.stored(QStringLiteral("A")), QByteArray("second"));
+        QVERIFY(fixture.vault.moveFile(u"A"_s, u"B"_s));
+        QCOMPARE(fixture.filePaths(), QStringList({u"B/A"_s, u"A"_s}));
+        QCOMPARE(fixture.stored(u"B/A"_s), QByteArray("first"));
+        QCOMPARE(fixture.stored(u"A"_s), QByteArray("second"));
     }
 
     void movesThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
-        addRefusal("no file", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("missing"), QStringLiteral("a"));
-        });
-        addRefusal("a folder", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("a/sub"), QString());
-        });
+        addRefusal("no file",
+                   [](VaultManager& vault) { return vault.moveFile(u"missing"_s, u"a"_s); });
+        addRefusal("a folder",
+                   [](VaultManager& vault) { return vault.moveFile(u"a/sub"_s, QString()); });
         addRefusal("no path",
                    [](VaultManager& vault) { return vault.moveFile(QString(), QString()); });
-        addRefusal("an unusable path", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("a/../root.txt"), QStringLiteral("a"));
-        });
-        addRefusal("no such target", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("root.txt"), QStringLiteral("c"));
-        });
-        addRefusal("a file as target", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("root.txt"), QStringLiteral("a/x.txt"));
-        });
-        addRefusal("its own folder", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("a/x.txt"), QStringLiteral("a"));
-        });
-        addRefusal("its own folder in other letters", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("a/x.txt"), QStringLiteral("A"));
-        });
-        addRefusal("the root, from the root", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("root.txt"), QString());
-        });
+        addRefusal("an unusable path",
+                   [](VaultManager& vault) { return vault.moveFile(u"a/../root.txt"_s, u"a"_s); });
+        addRefusal("no such target",
+                   [](VaultManager& vault) { return vault.moveFile(u"root.txt"_s, u"c"_s); });
+        addRefusal("a file as target",
+                   [](VaultManager& vault) { return vault.moveFile(u"root.txt"_s, u"a/x.txt"_s); });
+        addRefusal("its own folder",
+                   [](VaultManager& vault) { return vault.moveFile(u"a/x.txt"_s, u"a"_s); });
+        addRefusal("its own folder in other letters",
+                   [](VaultManager& vault) { return vault.moveFile(u"a/x.txt"_s, u"A"_s); });
+        addRefusal("the root, from the root",
+                   [](VaultManager& vault) { return vault.moveFile(u"root.txt"_s, QString()); });
     }
     void movesThatAreRefusedChangeNothing() { attemptIsRefused(); }
 
     void aMoveOntoAnotherItemIsRefused() {
         CraftedContainer crafted = usedContainer();
-        crafted.addFile(QStringLiteral("B/X.TXT"), "other").addFile(QStringLiteral("sub"), "file");
+        crafted.addFile(u"B/X.TXT"_s, "other").addFile(u"sub"_s, "file");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.moveFile(QStringLiteral("a/x.txt"), QStringLiteral("B")));
+        QVERIFY(!fixture.vault.moveFile(u"a/x.txt"_s, u"B"_s));
         // A folder of that name is in the way as well.
-        QVERIFY(!fixture.vault.moveFile(QStringLiteral("sub"), QStringLiteral("a")));
+        QVERIFY(!fixture.vault.moveFile(u"sub"_s, u"a"_s));
         COMPARE_UNCHANGED(before);
     }
 
@@ -314,86 +300,76 @@ private Q_SLOTS:
     void aFileGetsANewWholePath() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const VaultFileEntry before = fixture.entry(QStringLiteral("root.txt"));
-        QVERIFY(
-            fixture.vault.renameFile(QStringLiteral("ROOT.txt"), QStringLiteral("/new//b.txt")));
+        const VaultFileEntry before = fixture.entry(u"root.txt"_s);
+        QVERIFY(fixture.vault.renameFile(u"ROOT.txt"_s, u"/new//b.txt"_s));
         // No folder is made for it.
         QCOMPARE(fixture.folderPaths(), UsedFolders);
-        QCOMPARE(fixture.filePaths().constFirst(), QStringLiteral("new/b.txt"));
-        const VaultFileEntry after = fixture.entry(QStringLiteral("new/b.txt"));
+        QCOMPARE(fixture.filePaths().constFirst(), u"new/b.txt"_s);
+        const VaultFileEntry after = fixture.entry(u"new/b.txt"_s);
         QCOMPARE(after.id, before.id);
         QCOMPARE(after.lastModifiedUtc, before.lastModifiedUtc);
-        QCOMPARE(fixture.stored(QStringLiteral("new/b.txt")), QByteArray("at the root"));
+        QCOMPARE(fixture.stored(u"new/b.txt"_s), QByteArray("at the root"));
         QVERIFY(isSaved(fixture));
     }
 
     void thePathOfARenamedItemMayHaveAnyForm() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.renameFile(QStringLiteral("\\a//x.txt "), QStringLiteral("a/z.txt")));
-        QCOMPARE(fixture.filePaths().at(1), QStringLiteral("a/z.txt"));
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("/a/"), QStringLiteral("c")));
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("c"), QStringLiteral("c/sub"), QStringLiteral("B")}));
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral(" c\\\\sub "), QStringLiteral("d")));
+        QVERIFY(fixture.vault.renameFile(u"\\a//x.txt "_s, u"a/z.txt"_s));
+        QCOMPARE(fixture.filePaths().at(1), u"a/z.txt"_s);
+        QVERIFY(fixture.vault.renameDirectory(u"/a/"_s, u"c"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"c"_s, u"c/sub"_s, u"B"_s}));
+        QVERIFY(fixture.vault.renameDirectory(u" c\\\\sub "_s, u"d"_s));
         QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("c/z.txt"),
-                              QStringLiteral("d/deep.txt"), QStringLiteral("B/y.txt")}));
+                 QStringList({u"root.txt"_s, u"c/z.txt"_s, u"d/deep.txt"_s, u"B/y.txt"_s}));
         QVERIFY(isSaved(fixture));
     }
 
     void aRenamedFileTakesTheSpellingOfTheCall() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(
-            fixture.vault.renameFile(QStringLiteral("A/X.TXT"), QStringLiteral("A/Sub/New.TXT")));
-        QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("A/Sub/New.TXT"),
-                              QStringLiteral("a/sub/deep.txt"), QStringLiteral("B/y.txt")}));
+        QVERIFY(fixture.vault.renameFile(u"A/X.TXT"_s, u"A/Sub/New.TXT"_s));
+        QCOMPARE(fixture.filePaths(), QStringList({u"root.txt"_s, u"A/Sub/New.TXT"_s,
+                                                   u"a/sub/deep.txt"_s, u"B/y.txt"_s}));
         QCOMPARE(fixture.folderPaths(), UsedFolders);
-        QCOMPARE(fixture.stored(QStringLiteral("a/sub/new.txt")), QByteArray("x in a"));
+        QCOMPARE(fixture.stored(u"a/sub/new.txt"_s), QByteArray("x in a"));
         QVERIFY(isSaved(fixture));
     }
 
     void onlyTheFirstOfTwoSpellingsIsRenamed() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        crafted.addFile(u"a"_s, "first").addFile(u"A"_s, "second");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.renameFile(QStringLiteral("A"), QStringLiteral("b")));
-        QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("b"), QStringLiteral("A")}));
-        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("first"));
+        QVERIFY(fixture.vault.renameFile(u"A"_s, u"b"_s));
+        QCOMPARE(fixture.filePaths(), QStringList({u"b"_s, u"A"_s}));
+        QCOMPARE(fixture.stored(u"b"_s), QByteArray("first"));
     }
 
     void fileRenamesThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
-        addRefusal("no file", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("missing"), QStringLiteral("new"));
-        });
-        addRefusal("a folder", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("a"), QStringLiteral("new"));
-        });
-        addRefusal("no path", [](VaultManager& vault) {
-            return vault.renameFile(QString(), QStringLiteral("new"));
-        });
-        addRefusal("no new path", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("root.txt"), QString());
-        });
+        addRefusal("no file",
+                   [](VaultManager& vault) { return vault.renameFile(u"missing"_s, u"new"_s); });
+        addRefusal("a folder",
+                   [](VaultManager& vault) { return vault.renameFile(u"a"_s, u"new"_s); });
+        addRefusal("no path",
+                   [](VaultManager& vault) { return vault.renameFile(QString(), u"new"_s); });
+        addRefusal("no new path",
+                   [](VaultManager& vault) { return vault.renameFile(u"root.txt"_s, QString()); });
         addRefusal("an unusable new path", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("../new"));
+            return vault.renameFile(u"root.txt"_s, u"../new"_s);
         });
         addRefusal("the same path", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("root.txt"));
+            return vault.renameFile(u"root.txt"_s, u"root.txt"_s);
         });
         addRefusal("the same path in other letters", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("ROOT.TXT"));
+            return vault.renameFile(u"root.txt"_s, u"ROOT.TXT"_s);
         });
         addRefusal("another file", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("A/X.txt"));
+            return vault.renameFile(u"root.txt"_s, u"A/X.txt"_s);
         });
-        addRefusal("a folder's path", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("A/Sub"));
-        });
+        addRefusal("a folder's path",
+                   [](VaultManager& vault) { return vault.renameFile(u"root.txt"_s, u"A/Sub"_s); });
     }
     void fileRenamesThatAreRefusedChangeNothing() { attemptIsRefused(); }
 
@@ -403,36 +379,32 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray payload = readFile(fixture.container()).mid(PayloadOffset);
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("/A/X.TXT")));
+        QVERIFY(fixture.vault.deleteFile(u"/A/X.TXT"_s));
         QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("a/sub/deep.txt"),
-                              QStringLiteral("B/y.txt")}));
+                 QStringList({u"root.txt"_s, u"a/sub/deep.txt"_s, u"B/y.txt"_s}));
         QCOMPARE(fixture.folderPaths(), UsedFolders);
         QVERIFY(readFile(fixture.container()).mid(PayloadOffset) == payload);
         QVERIFY(isSaved(fixture));
-        QVERIFY(!fixture.vault.deleteFile(QStringLiteral("a/x.txt")));
+        QVERIFY(!fixture.vault.deleteFile(u"a/x.txt"_s));
     }
 
     void onlyTheFirstOfTwoSpellingsIsDeleted() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        crafted.addFile(u"a"_s, "first").addFile(u"A"_s, "second");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("A")));
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("A")));
-        QCOMPARE(fixture.stored(QStringLiteral("A")), QByteArray("second"));
+        QVERIFY(fixture.vault.deleteFile(u"A"_s));
+        QCOMPARE(fixture.filePaths(), QStringList(u"A"_s));
+        QCOMPARE(fixture.stored(u"A"_s), QByteArray("second"));
     }
 
     void deletionsThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
-        addRefusal("no file",
-                   [](VaultManager& vault) { return vault.deleteFile(QStringLiteral("missing")); });
-        addRefusal("a folder",
-                   [](VaultManager& vault) { return vault.deleteFile(QStringLiteral("B")); });
+        addRefusal("no file", [](VaultManager& vault) { return vault.deleteFile(u"missing"_s); });
+        addRefusal("a folder", [](VaultManager& vault) { return vault.deleteFile(u"B"_s); });
         addRefusal("no path", [](VaultManager& vault) { return vault.deleteFile(QString()); });
-        addRefusal("an unusable path", [](VaultManager& vault) {
-            return vault.deleteFile(QStringLiteral("./root.txt"));
-        });
+        addRefusal("an unusable path",
+                   [](VaultManager& vault) { return vault.deleteFile(u"./root.txt"_s); });
     }
     void deletionsThatAreRefusedChangeNothing() { attemptIsRefused(); }
 
@@ -442,11 +414,10 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QDateTime before = QDateTime::currentDateTimeUtc();
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral(" b\\x//y/ ")));
+        QVERIFY(fixture.vault.createDirectory(u" b\\x//y/ "_s));
         const QDateTime after = QDateTime::currentDateTimeUtc();
-        QCOMPARE(fixture.folderPaths(),
-                 UsedFolders + QStringList({QStringLiteral("b/x"), QStringLiteral("b/x/y")}));
-        for (const QString& path : {QStringLiteral("b/x"), QStringLiteral("b/x/y")}) {
+        QCOMPARE(fixture.folderPaths(), UsedFolders + QStringList({u"b/x"_s, u"b/x/y"_s}));
+        for (const QString& path : {u"b/x"_s, u"b/x/y"_s}) {
             const VaultDirectoryEntry folder = fixture.folder(path);
             QVERIFY(folder.createdUtc >= before && folder.createdUtc <= after);
             QCOMPARE(folder.modifiedUtc, folder.createdUtc);
@@ -457,19 +428,15 @@ private Q_SLOTS:
     void foldersThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
         addRefusal("no path", [](VaultManager& vault) { return vault.createDirectory(QString()); });
-        addRefusal("the root",
-                   [](VaultManager& vault) { return vault.createDirectory(QStringLiteral("/")); });
-        addRefusal("an unusable path", [](VaultManager& vault) {
-            return vault.createDirectory(QStringLiteral("a/../c"));
-        });
+        addRefusal("the root", [](VaultManager& vault) { return vault.createDirectory(u"/"_s); });
+        addRefusal("an unusable path",
+                   [](VaultManager& vault) { return vault.createDirectory(u"a/../c"_s); });
         addRefusal("a folder that is there",
-                   [](VaultManager& vault) { return vault.createDirectory(QStringLiteral("a")); });
-        addRefusal("a folder that is there in other letters", [](VaultManager& vault) {
-            return vault.createDirectory(QStringLiteral("A/SUB"));
-        });
-        addRefusal("a file's path", [](VaultManager& vault) {
-            return vault.createDirectory(QStringLiteral("Root.txt"));
-        });
+                   [](VaultManager& vault) { return vault.createDirectory(u"a"_s); });
+        addRefusal("a folder that is there in other letters",
+                   [](VaultManager& vault) { return vault.createDirectory(u"A/SUB"_s); });
+        addRefusal("a file's path",
+                   [](VaultManager& vault) { return vault.createDirectory(u"Root.txt"_s); });
     }
     void foldersThatAreRefusedChangeNothing() { attemptIsRefused(); }
 
@@ -478,30 +445,27 @@ private Q_SLOTS:
     void aFolderIsMovedWithAllThatIsInIt() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const VaultDirectoryEntry oldFolder = fixture.folder(QStringLiteral("a"));
-        const VaultFileEntry oldFile = fixture.entry(QStringLiteral("a/x.txt"));
+        const VaultDirectoryEntry oldFolder = fixture.folder(u"a"_s);
+        const VaultFileEntry oldFile = fixture.entry(u"a/x.txt"_s);
         const QByteArray payload = readFile(fixture.container()).mid(PayloadOffset);
         const QDateTime before = QDateTime::currentDateTimeUtc();
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("A"), QStringLiteral("/x/y/")));
+        QVERIFY(fixture.vault.renameDirectory(u"A"_s, u"/x/y/"_s));
         const QDateTime after = QDateTime::currentDateTimeUtc();
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("x"), QStringLiteral("x/y"), QStringLiteral("x/y/sub"),
-                              QStringLiteral("B")}));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"x"_s, u"x/y"_s, u"x/y/sub"_s, u"B"_s}));
         QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("x/y/x.txt"),
-                              QStringLiteral("x/y/sub/deep.txt"), QStringLiteral("B/y.txt")}));
+                 QStringList({u"root.txt"_s, u"x/y/x.txt"_s, u"x/y/sub/deep.txt"_s, u"B/y.txt"_s}));
         // What moved was changed now and created when it was.
-        for (const QString& path : {QStringLiteral("x/y"), QStringLiteral("x/y/sub")}) {
+        for (const QString& path : {u"x/y"_s, u"x/y/sub"_s}) {
             const VaultDirectoryEntry folder = fixture.folder(path);
             QCOMPARE(folder.createdUtc, oldFolder.createdUtc);
             QVERIFY(folder.modifiedUtc >= before && folder.modifiedUtc <= after);
         }
-        QVERIFY(fixture.folder(QStringLiteral("x")).createdUtc >= before);
-        QCOMPARE(fixture.folder(QStringLiteral("B")).modifiedUtc, oldFolder.modifiedUtc);
-        const VaultFileEntry file = fixture.entry(QStringLiteral("x/y/x.txt"));
+        QVERIFY(fixture.folder(u"x"_s).createdUtc >= before);
+        QCOMPARE(fixture.folder(u"B"_s).modifiedUtc, oldFolder.modifiedUtc);
+        const VaultFileEntry file = fixture.entry(u"x/y/x.txt"_s);
         QCOMPARE(file.lastModifiedUtc, oldFile.lastModifiedUtc);
         QCOMPARE(file.id, oldFile.id);
-        QCOMPARE(fixture.stored(QStringLiteral("x/y/sub/deep.txt")), QByteArray("deep in a/sub"));
+        QCOMPARE(fixture.stored(u"x/y/sub/deep.txt"_s), QByteArray("deep in a/sub"));
         QVERIFY(readFile(fixture.container()).mid(PayloadOffset) == payload);
         QVERIFY(isSaved(fixture));
     }
@@ -509,13 +473,12 @@ private Q_SLOTS:
     void aFolderMovedIntoAnotherKeepsThatOnesTimes() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const VaultDirectoryEntry target = fixture.folder(QStringLiteral("B"));
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("a/sub"), QStringLiteral("B/sub")));
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("B"), QStringLiteral("a"), QStringLiteral("B/sub")}));
-        QCOMPARE(fixture.folder(QStringLiteral("B")).createdUtc, target.createdUtc);
-        QCOMPARE(fixture.folder(QStringLiteral("B")).modifiedUtc, target.modifiedUtc);
-        QCOMPARE(fixture.stored(QStringLiteral("B/sub/deep.txt")), QByteArray("deep in a/sub"));
+        const VaultDirectoryEntry target = fixture.folder(u"B"_s);
+        QVERIFY(fixture.vault.renameDirectory(u"a/sub"_s, u"B/sub"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"B"_s, u"a"_s, u"B/sub"_s}));
+        QCOMPARE(fixture.folder(u"B"_s).createdUtc, target.createdUtc);
+        QCOMPARE(fixture.folder(u"B"_s).modifiedUtc, target.modifiedUtc);
+        QCOMPARE(fixture.stored(u"B/sub/deep.txt"_s), QByteArray("deep in a/sub"));
         QVERIFY(isSaved(fixture));
     }
 
@@ -525,111 +488,94 @@ private Q_SLOTS:
         // asks the vault.
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const VaultDirectoryEntry target = fixture.folder(QStringLiteral("B"));
+        const VaultDirectoryEntry target = fixture.folder(u"B"_s);
         const QDateTime before = QDateTime::currentDateTimeUtc();
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("A/SUB"), QStringLiteral("b/Sub")));
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("b/Sub"),
-                              QStringLiteral("B")}));
-        QVERIFY(fixture.folder(QStringLiteral("b")).createdUtc >= before);
-        QCOMPARE(fixture.folder(QStringLiteral("B")).createdUtc, target.createdUtc);
-        QCOMPARE(fixture.folder(QStringLiteral("B")).modifiedUtc, target.modifiedUtc);
+        QVERIFY(fixture.vault.renameDirectory(u"A/SUB"_s, u"b/Sub"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"b"_s, u"a"_s, u"b/Sub"_s, u"B"_s}));
+        QVERIFY(fixture.folder(u"b"_s).createdUtc >= before);
+        QCOMPARE(fixture.folder(u"B"_s).createdUtc, target.createdUtc);
+        QCOMPARE(fixture.folder(u"B"_s).modifiedUtc, target.modifiedUtc);
         QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("root.txt"), QStringLiteral("a/x.txt"),
-                              QStringLiteral("b/Sub/deep.txt"), QStringLiteral("B/y.txt")}));
-        QCOMPARE(fixture.stored(QStringLiteral("B/sub/DEEP.txt")), QByteArray("deep in a/sub"));
+                 QStringList({u"root.txt"_s, u"a/x.txt"_s, u"b/Sub/deep.txt"_s, u"B/y.txt"_s}));
+        QCOMPARE(fixture.stored(u"B/sub/DEEP.txt"_s), QByteArray("deep in a/sub"));
         QVERIFY(isSaved(fixture));
         // Neither is empty, whichever spelling is asked for.
-        QVERIFY(!fixture.vault.deleteDirectory(QStringLiteral("b")));
-        QVERIFY(!fixture.vault.deleteDirectory(QStringLiteral("B")));
+        QVERIFY(!fixture.vault.deleteDirectory(u"b"_s));
+        QVERIFY(!fixture.vault.deleteDirectory(u"B"_s));
     }
 
     void aFolderWhoseNameBeginsAlikeStays() {
         CraftedContainer crafted = usedContainer();
-        crafted.addFolder(QStringLiteral("ab")).addFile(QStringLiteral("ab/z.txt"), "z");
+        crafted.addFolder(u"ab"_s).addFile(u"ab/z.txt"_s, "z");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("a"), QStringLiteral("c")));
-        QVERIFY(fixture.filePaths().contains(QStringLiteral("ab/z.txt")));
-        QVERIFY(fixture.folderPaths().contains(QStringLiteral("ab")));
+        QVERIFY(fixture.vault.renameDirectory(u"a"_s, u"c"_s));
+        QVERIFY(fixture.filePaths().contains(u"ab/z.txt"_s));
+        QVERIFY(fixture.folderPaths().contains(u"ab"_s));
         // And the new name may begin like the old one without lying in it.
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("c"), QStringLiteral("cd")));
-        QVERIFY(fixture.filePaths().contains(QStringLiteral("cd/sub/deep.txt")));
+        QVERIFY(fixture.vault.renameDirectory(u"c"_s, u"cd"_s));
+        QVERIFY(fixture.filePaths().contains(u"cd/sub/deep.txt"_s));
     }
 
     void spellingsBelowAMovedFolderAreKept() {
         CraftedContainer crafted;
-        crafted.addFolder(QStringLiteral("Docs"))
-            .addFolder(QStringLiteral("DOCS/Sub"))
-            .addFile(QStringLiteral("docs/SUB/File.txt"), "f");
+        crafted.addFolder(u"Docs"_s).addFolder(u"DOCS/Sub"_s).addFile(u"docs/SUB/File.txt"_s, "f");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("dOCS"), QStringLiteral("new")));
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("new"), QStringLiteral("new/Sub")}));
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("new/SUB/File.txt")));
+        QVERIFY(fixture.vault.renameDirectory(u"dOCS"_s, u"new"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"new"_s, u"new/Sub"_s}));
+        QCOMPARE(fixture.filePaths(), QStringList(u"new/SUB/File.txt"_s));
     }
 
     void ofTwoFilesThatGetOnePathTheLaterStays_data() {
         QTest::addColumn<QStringList>("files");
-        QTest::newRow("the moved one")
-            << QStringList{QStringLiteral("new/b.txt"), QStringLiteral("a/b.txt")};
-        QTest::newRow("the other one")
-            << QStringList{QStringLiteral("a/b.txt"), QStringLiteral("new/b.txt")};
+        QTest::newRow("the moved one") << QStringList{u"new/b.txt"_s, u"a/b.txt"_s};
+        QTest::newRow("the other one") << QStringList{u"a/b.txt"_s, u"new/b.txt"_s};
     }
     void ofTwoFilesThatGetOnePathTheLaterStays() {
         // A file may lie where no folder has an entry; a folder may then be given that path, and
         // the index keeps one file for each path.
         QFETCH(const QStringList, files);
         CraftedContainer crafted;
-        crafted.addFolder(QStringLiteral("a"));
+        crafted.addFolder(u"a"_s);
         for (const QString& path : files) {
             crafted.addFile(path, "was " + path.toUtf8());
         }
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("a"), QStringLiteral("new")));
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("new/b.txt")));
-        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("new")));
-        QCOMPARE(fixture.stored(QStringLiteral("new/b.txt")),
-                 QByteArray("was " + files.last().toUtf8()));
+        QVERIFY(fixture.vault.renameDirectory(u"a"_s, u"new"_s));
+        QCOMPARE(fixture.filePaths(), QStringList(u"new/b.txt"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList(u"new"_s));
+        QCOMPARE(fixture.stored(u"new/b.txt"_s), QByteArray("was " + files.last().toUtf8()));
         QVERIFY(isSaved(fixture));
     }
 
     void folderRenamesThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
         addRefusal("no folder", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("missing"), QStringLiteral("new"));
+            return vault.renameDirectory(u"missing"_s, u"new"_s);
         });
         addRefusal("a file", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("root.txt"), QStringLiteral("new"));
+            return vault.renameDirectory(u"root.txt"_s, u"new"_s);
         });
-        addRefusal("no path", [](VaultManager& vault) {
-            return vault.renameDirectory(QString(), QStringLiteral("new"));
-        });
-        addRefusal("no new path", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QString());
-        });
-        addRefusal("an unusable new path", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("b/.."));
-        });
-        addRefusal("the same path", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("a"));
-        });
-        addRefusal("the same path in other letters", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("A"));
-        });
-        addRefusal("into itself", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("a/b"));
-        });
-        addRefusal("into itself in other letters", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("A/sub/b"));
-        });
-        addRefusal("another folder", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("b"));
-        });
+        addRefusal("no path",
+                   [](VaultManager& vault) { return vault.renameDirectory(QString(), u"new"_s); });
+        addRefusal("no new path",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, QString()); });
+        addRefusal("an unusable new path",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"b/.."_s); });
+        addRefusal("the same path",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"a"_s); });
+        addRefusal("the same path in other letters",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"A"_s); });
+        addRefusal("into itself",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"a/b"_s); });
+        addRefusal("into itself in other letters",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"A/sub/b"_s); });
+        addRefusal("another folder",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"b"_s); });
         addRefusal("a file's path", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("ROOT.txt"));
+            return vault.renameDirectory(u"a"_s, u"ROOT.txt"_s);
         });
     }
     void folderRenamesThatAreRefusedChangeNothing() { attemptIsRefused(); }
@@ -638,10 +584,10 @@ private Q_SLOTS:
 
     void anEmptyFolderIsDeletedInAnyLetterCase() {
         CraftedContainer crafted = usedContainer();
-        crafted.addFolder(QStringLiteral("Empty"));
+        crafted.addFolder(u"Empty"_s);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.deleteDirectory(QStringLiteral("/EMPTY/")));
+        QVERIFY(fixture.vault.deleteDirectory(u"/EMPTY/"_s));
         QCOMPARE(fixture.folderPaths(), UsedFolders);
         QCOMPARE(fixture.filePaths(), UsedFiles);
         QVERIFY(isSaved(fixture));
@@ -649,38 +595,35 @@ private Q_SLOTS:
 
     void aFolderThatHoldsAnythingIsNotDeleted() {
         CraftedContainer crafted;
-        crafted.addFolder(QStringLiteral("outer"))
-            .addFolder(QStringLiteral("OUTER/inner"))
-            .addFolder(QStringLiteral("full"))
-            .addFile(QStringLiteral("Full/f"), "f");
+        crafted.addFolder(u"outer"_s)
+            .addFolder(u"OUTER/inner"_s)
+            .addFolder(u"full"_s)
+            .addFile(u"Full/f"_s, "f");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.deleteDirectory(QStringLiteral("outer")));
-        QVERIFY(!fixture.vault.deleteDirectory(QStringLiteral("full")));
+        QVERIFY(!fixture.vault.deleteDirectory(u"outer"_s));
+        QVERIFY(!fixture.vault.deleteDirectory(u"full"_s));
         COMPARE_UNCHANGED(before);
         // From the inside out it goes.
-        QVERIFY(fixture.vault.deleteDirectory(QStringLiteral("outer/inner")));
-        QVERIFY(fixture.vault.deleteDirectory(QStringLiteral("outer")));
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("full/f")));
-        QVERIFY(fixture.vault.deleteDirectory(QStringLiteral("full")));
+        QVERIFY(fixture.vault.deleteDirectory(u"outer/inner"_s));
+        QVERIFY(fixture.vault.deleteDirectory(u"outer"_s));
+        QVERIFY(fixture.vault.deleteFile(u"full/f"_s));
+        QVERIFY(fixture.vault.deleteDirectory(u"full"_s));
         QVERIFY(fixture.folderPaths().isEmpty());
         QVERIFY(isSaved(fixture));
     }
 
     void folderDeletionsThatAreRefusedChangeNothing_data() {
         QTest::addColumn<QVariant>("attempt");
-        addRefusal("no folder", [](VaultManager& vault) {
-            return vault.deleteDirectory(QStringLiteral("missing"));
-        });
-        addRefusal("a file", [](VaultManager& vault) {
-            return vault.deleteDirectory(QStringLiteral("root.txt"));
-        });
+        addRefusal("no folder",
+                   [](VaultManager& vault) { return vault.deleteDirectory(u"missing"_s); });
+        addRefusal("a file",
+                   [](VaultManager& vault) { return vault.deleteDirectory(u"root.txt"_s); });
         addRefusal("the root",
                    [](VaultManager& vault) { return vault.deleteDirectory(QString()); });
-        addRefusal("an unusable path", [](VaultManager& vault) {
-            return vault.deleteDirectory(QStringLiteral("a/./sub"));
-        });
+        addRefusal("an unusable path",
+                   [](VaultManager& vault) { return vault.deleteDirectory(u"a/./sub"_s); });
     }
     void folderDeletionsThatAreRefusedChangeNothing() { attemptIsRefused(); }
 
@@ -688,31 +631,27 @@ private Q_SLOTS:
 
     void anOpenFileIsNeitherMovedNorRenamed_data() {
         QTest::addColumn<QVariant>("attempt");
-        addRefusal("moved", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("a/x.txt"), QStringLiteral("B"));
-        });
-        addRefusal("moved, in other letters", [](VaultManager& vault) {
-            return vault.moveFile(QStringLiteral("A/X.txt"), QString());
-        });
+        addRefusal("moved",
+                   [](VaultManager& vault) { return vault.moveFile(u"a/x.txt"_s, u"B"_s); });
+        addRefusal("moved, in other letters",
+                   [](VaultManager& vault) { return vault.moveFile(u"A/X.txt"_s, QString()); });
         addRefusal("renamed", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("a/x.txt"), QStringLiteral("a/z.txt"));
+            return vault.renameFile(u"a/x.txt"_s, u"a/z.txt"_s);
         });
         addRefusal("renamed, in other letters", [](VaultManager& vault) {
-            return vault.renameFile(QStringLiteral("A/X.TXT"), QStringLiteral("a/z.txt"));
+            return vault.renameFile(u"A/X.TXT"_s, u"a/z.txt"_s);
         });
-        addRefusal("its folder renamed", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("a"), QStringLiteral("c"));
-        });
-        addRefusal("its folder renamed, in other letters", [](VaultManager& vault) {
-            return vault.renameDirectory(QStringLiteral("A"), QStringLiteral("c"));
-        });
+        addRefusal("its folder renamed",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"a"_s, u"c"_s); });
+        addRefusal("its folder renamed, in other letters",
+                   [](VaultManager& vault) { return vault.renameDirectory(u"A"_s, u"c"_s); });
     }
     void anOpenFileIsNeitherMovedNorRenamed() {
         QFETCH(const QVariant, attempt);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QString copy;
-        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("a/X.txt"), &copy));
+        QVERIFY(fixture.vault.prepareFileForEditing(u"a/X.txt"_s, &copy));
         const VaultPicture before(fixture);
         QVERIFY(!attempt.value<Attempt>()(fixture.vault));
         COMPARE_UNCHANGED(before);
@@ -724,39 +663,39 @@ private Q_SLOTS:
 
     void aFolderIsNotRenamedWhileAFileOfItsPathIsOpen() {
         CraftedContainer crafted;
-        crafted.addFolder(QStringLiteral("docs")).addFile(QStringLiteral("Docs"), "a file");
+        crafted.addFolder(u"docs"_s).addFile(u"Docs"_s, "a file");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QString copy;
-        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("Docs"), &copy));
+        QVERIFY(fixture.vault.prepareFileForEditing(u"Docs"_s, &copy));
         const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("x")));
+        QVERIFY(!fixture.vault.renameDirectory(u"docs"_s, u"x"_s));
         COMPARE_UNCHANGED(before);
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("x")));
-        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("x")));
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("Docs")));
+        QVERIFY(fixture.vault.renameDirectory(u"docs"_s, u"x"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList(u"x"_s));
+        QCOMPARE(fixture.filePaths(), QStringList(u"Docs"_s));
     }
 
     void otherFilesAreMovedWhileOneIsOpen() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QString copy;
-        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("a/x.txt"), &copy));
-        QVERIFY(fixture.vault.moveFile(QStringLiteral("a/sub/deep.txt"), QString()));
-        QVERIFY(fixture.vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("a/r.txt")));
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("a/sub"), QStringLiteral("a/new")));
-        QVERIFY(fixture.vault.renameDirectory(QStringLiteral("B"), QStringLiteral("C")));
+        QVERIFY(fixture.vault.prepareFileForEditing(u"a/x.txt"_s, &copy));
+        QVERIFY(fixture.vault.moveFile(u"a/sub/deep.txt"_s, QString()));
+        QVERIFY(fixture.vault.renameFile(u"root.txt"_s, u"a/r.txt"_s));
+        QVERIFY(fixture.vault.renameDirectory(u"a/sub"_s, u"a/new"_s));
+        QVERIFY(fixture.vault.renameDirectory(u"B"_s, u"C"_s));
     }
 
     void anOpenFileMayBeDeleted() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QString copy;
-        QVERIFY(fixture.vault.prepareFileForEditing(QStringLiteral("a/x.txt"), &copy));
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("a/x.txt")));
-        QVERIFY(!fixture.filePaths().contains(QStringLiteral("a/x.txt")));
+        QVERIFY(fixture.vault.prepareFileForEditing(u"a/x.txt"_s, &copy));
+        QVERIFY(fixture.vault.deleteFile(u"a/x.txt"_s));
+        QVERIFY(!fixture.filePaths().contains(u"a/x.txt"_s));
         QVERIFY(QFileInfo::exists(copy));
     }
 
@@ -766,7 +705,7 @@ private Q_SLOTS:
         NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("empty")));
+        QVERIFY(fixture.vault.createDirectory(u"empty"_s));
         const VaultPicture before(fixture);
         const ReadOnlyMount drive(fixture.driveFolder());
         QVERIFY(drive.isMounted());
@@ -777,7 +716,7 @@ private Q_SLOTS:
     void nothingIsRearrangedWithoutTheContainer() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("empty")));
+        QVERIFY(fixture.vault.createDirectory(u"empty"_s));
         const QByteArray index = fixture.vault.fileIndex().toJson();
         QVERIFY(QFile::remove(fixture.container()));
         everyChangeIsRefused(fixture.vault);
@@ -787,34 +726,26 @@ private Q_SLOTS:
 
     void aDriveThatFailsDuringAChangeKeepsTheVault_data() {
         QTest::addColumn<QStringList>("operation");
-        QTest::newRow("mkdir") << QStringList{QStringLiteral("mkdir"), QStringLiteral("new")};
-        QTest::newRow("delete") << QStringList{QStringLiteral("delete"),
-                                               QStringLiteral("root.txt")};
-        QTest::newRow("rename") << QStringList{QStringLiteral("rename"), QStringLiteral("root.txt"),
-                                               QStringLiteral("new.txt")};
-        QTest::newRow("move") << QStringList{QStringLiteral("move"), QStringLiteral("root.txt"),
-                                             QStringLiteral("a")};
-        QTest::newRow("rename-folder") << QStringList{QStringLiteral("rename-folder"),
-                                                      QStringLiteral("a"), QStringLiteral("c")};
-        QTest::newRow("delete-folder")
-            << QStringList{QStringLiteral("delete-folder"), QStringLiteral("empty")};
+        QTest::newRow("mkdir") << QStringList{u"mkdir"_s, u"new"_s};
+        QTest::newRow("delete") << QStringList{u"delete"_s, u"root.txt"_s};
+        QTest::newRow("rename") << QStringList{u"rename"_s, u"root.txt"_s, u"new.txt"_s};
+        QTest::newRow("move") << QStringList{u"move"_s, u"root.txt"_s, u"a"_s};
+        QTest::newRow("rename-folder") << QStringList{u"rename-folder"_s, u"a"_s, u"c"_s};
+        QTest::newRow("delete-folder") << QStringList{u"delete-folder"_s, u"empty"_s};
     }
     void aDriveThatFailsDuringAChangeKeepsTheVault() {
         QFETCH(const QStringList, operation);
         NEEDS_TRACING();
         CraftedContainer crafted = usedContainer();
-        crafted.addFolder(QStringLiteral("empty"));
+        crafted.addFolder(u"empty"_s);
         VaultFixture fixture(crafted);
         const QStringList arguments =
             QStringList{fixture.container(), QString::fromUtf8(TestPassword)} + operation;
         const VaultPicture before(fixture);
-        QVERIFY(
-            runDriver(arguments, fixture.container(), {QStringLiteral("write:error=EIO:when=1")})
-                .refused());
+        QVERIFY(runDriver(arguments, fixture.container(), {u"write:error=EIO:when=1"_s}).refused());
         COMPARE_UNCHANGED(before);
-        QVERIFY(runDriver(arguments, fixture.container(),
-                          {QStringLiteral("fdatasync:error=EIO:when=2")})
-                    .refused());
+        QVERIFY(
+            runDriver(arguments, fixture.container(), {u"fdatasync:error=EIO:when=2"_s}).refused());
         COMPARE_UNCHANGED(before);
         QVERIFY(runDriver(arguments, fixture.container(), {}).succeeded());
     }
@@ -831,12 +762,12 @@ private:
 
     /// Each of these would succeed on a healthy drive.
     static void everyChangeIsRefused(VaultManager& vault) {
-        QVERIFY(!vault.moveFile(QStringLiteral("root.txt"), QStringLiteral("a")));
-        QVERIFY(!vault.renameFile(QStringLiteral("root.txt"), QStringLiteral("new.txt")));
-        QVERIFY(!vault.deleteFile(QStringLiteral("root.txt")));
-        QVERIFY(!vault.createDirectory(QStringLiteral("new")));
-        QVERIFY(!vault.renameDirectory(QStringLiteral("a"), QStringLiteral("c")));
-        QVERIFY(!vault.deleteDirectory(QStringLiteral("empty")));
+        QVERIFY(!vault.moveFile(u"root.txt"_s, u"a"_s));
+        QVERIFY(!vault.renameFile(u"root.txt"_s, u"new.txt"_s));
+        QVERIFY(!vault.deleteFile(u"root.txt"_s));
+        QVERIFY(!vault.createDirectory(u"new"_s));
+        QVERIFY(!vault.renameDirectory(u"a"_s, u"c"_s));
+        QVERIFY(!vault.deleteDirectory(u"empty"_s));
     }
 };
 

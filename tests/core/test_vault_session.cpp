@@ -16,6 +16,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -43,8 +44,7 @@ QByteArray masterKeyIn(const ContainerCryptoMetadata& crypto, const QByteArray& 
 /// A crafted vault with a folder and a file, as if it had been in use.
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("docs"))
-        .addFile(QStringLiteral("docs/a.txt"), QByteArrayLiteral("contents of a"));
+    crafted.addFolder(u"docs"_s).addFile(u"docs/a.txt"_s, "contents of a"_ba);
     return crafted;
 }
 
@@ -101,26 +101,26 @@ private Q_SLOTS:
 
     void aLockedVaultRefusesEveryOperation() {
         VaultFixture fixture(usedContainer());
-        const QString source = fixture.write(QStringLiteral("source"), "x");
+        const QString source = fixture.write(u"source"_s, "x");
         const VaultPicture before(fixture);
-        QString copy = QStringLiteral("untouched");
-        QString error = QStringLiteral("to be emptied");
+        QString copy = u"untouched"_s;
+        QString error = u"to be emptied"_s;
         VaultManager& vault = fixture.vault;
         QVERIFY(!vault.saveIndex({}));
-        QVERIFY(!vault.importFile(source, QStringLiteral("b")));
-        QVERIFY(!vault.exportFile(QStringLiteral("docs/a.txt"), fixture.file(QStringLiteral("e"))));
-        QVERIFY(!QFileInfo::exists(fixture.file(QStringLiteral("e"))));
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("(refused)"));
-        QVERIFY(!vault.moveFile(QStringLiteral("docs/a.txt"), QString()));
-        QVERIFY(!vault.renameFile(QStringLiteral("docs/a.txt"), QStringLiteral("b")));
-        QVERIFY(!vault.deleteFile(QStringLiteral("docs/a.txt")));
-        QVERIFY(!vault.createDirectory(QStringLiteral("new")));
-        QVERIFY(!vault.renameDirectory(QStringLiteral("docs"), QStringLiteral("new")));
-        QVERIFY(!vault.deleteDirectory(QStringLiteral("docs")));
+        QVERIFY(!vault.importFile(source, u"b"_s));
+        QVERIFY(!vault.exportFile(u"docs/a.txt"_s, fixture.file(u"e"_s)));
+        QVERIFY(!QFileInfo::exists(fixture.file(u"e"_s)));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("(refused)"));
+        QVERIFY(!vault.moveFile(u"docs/a.txt"_s, QString()));
+        QVERIFY(!vault.renameFile(u"docs/a.txt"_s, u"b"_s));
+        QVERIFY(!vault.deleteFile(u"docs/a.txt"_s));
+        QVERIFY(!vault.createDirectory(u"new"_s));
+        QVERIFY(!vault.renameDirectory(u"docs"_s, u"new"_s));
+        QVERIFY(!vault.deleteDirectory(u"docs"_s));
         QVERIFY(!vault.compactVault({}, &error));
         QVERIFY(error.isEmpty());
-        QVERIFY(!vault.prepareFileForEditing(QStringLiteral("docs/a.txt"), &copy));
-        QCOMPARE(copy, QStringLiteral("untouched"));
+        QVERIFY(!vault.prepareFileForEditing(u"docs/a.txt"_s, &copy));
+        QCOMPARE(copy, u"untouched"_s);
         COMPARE_UNCHANGED(before);
     }
 
@@ -135,8 +135,8 @@ private Q_SLOTS:
         const ContainerDocument document = documentAt(fixture.container());
         const ContainerCryptoMetadata& crypto = document.crypto;
         QCOMPARE(document.formatVersion, 3);
-        QCOMPARE(crypto.kdf, QStringLiteral("Argon2id"));
-        QCOMPARE(crypto.cipher, QStringLiteral("XChaCha20-Poly1305"));
+        QCOMPARE(crypto.kdf, u"Argon2id"_s);
+        QCOMPARE(crypto.cipher, u"XChaCha20-Poly1305"_s);
         QCOMPARE(crypto.kdfIterations, 0);
         QCOMPARE(crypto.salt.size(), 16);
         QCOMPARE(crypto.nonce.size(), 24);
@@ -184,8 +184,8 @@ private Q_SLOTS:
         QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
         QVERIFY(fixture.filePaths().isEmpty());
         QVERIFY(fixture.folderPaths().isEmpty());
-        QVERIFY(fixture.store(QStringLiteral("a"), "abc"));
-        QCOMPARE(fixture.stored(QStringLiteral("a")), QByteArray("abc"));
+        QVERIFY(fixture.store(u"a"_s, "abc"));
+        QCOMPARE(fixture.stored(u"a"_s), QByteArray("abc"));
         QVERIFY(fixture.vault.lockVault());
     }
 
@@ -194,14 +194,14 @@ private Q_SLOTS:
         const VaultPicture before(fixture);
         QVERIFY(!fixture.vault.createVault(fixture.container(), {}));
         COMPARE_UNCHANGED(before);
-        const QString fresh = fixture.driveFolder() + QStringLiteral("/new.tvlt");
+        const QString fresh = fixture.driveFolder() + u"/new.tvlt"_s;
         QVERIFY(!fixture.vault.createVault(fresh, {}));
         QVERIFY(!QFileInfo::exists(fresh));
     }
 
     void creatingWhereNothingCanBeWrittenIsFalse() {
         VaultFixture fixture;
-        const QString nowhere = fixture.driveFolder() + QStringLiteral("/missing/tessel.tvlt");
+        const QString nowhere = fixture.driveFolder() + u"/missing/tessel.tvlt"_s;
         QVERIFY(!fixture.vault.createVault(nowhere, TestPassword));
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
         QVERIFY(!QFileInfo::exists(QFileInfo(nowhere).path()));
@@ -212,7 +212,7 @@ private Q_SLOTS:
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
         QVERIFY(disk.fillUpTo(4 * MiB));
         const VaultPicture before(fixture);
         QVERIFY(!fixture.vault.createVault(fixture.container(), "another password"));
@@ -222,11 +222,11 @@ private Q_SLOTS:
     void creatingWhileAVaultIsOpenLocksIt() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString other = fixture.driveFolder() + QStringLiteral("/other.tvlt");
+        const QString other = fixture.driveFolder() + u"/other.tvlt"_s;
         QVERIFY(fixture.vault.createVault(other, "another password"));
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
         QVERIFY(fixture.filePaths().isEmpty());
-        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(!fixture.vault.createDirectory(u"new"_s));
         QVERIFY(opens(fixture.container()));
     }
 
@@ -245,13 +245,12 @@ private Q_SLOTS:
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
-        const DriverRun run = runDriver(
-            {fixture.container(), QStringLiteral("another password"), QStringLiteral("create")},
-            QString(), {QStringLiteral("fdatasync:error=EIO:when=1")});
+        const DriverRun run = runDriver({fixture.container(), u"another password"_s, u"create"_s},
+                                        QString(), {u"fdatasync:error=EIO:when=1"_s});
         QVERIFY(run.refused());
         COMPARE_UNCHANGED(before);
         QCOMPARE(QDir(fixture.driveFolder()).entryList(QDir::Files | QDir::Hidden),
-                 QStringList(QStringLiteral("tessel.tvlt")));
+                 QStringList(u"tessel.tvlt"_s));
     }
 
     // --- Unlocking -------------------------------------------------------------------------
@@ -260,10 +259,10 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/a.txt")));
-        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("docs")));
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
-        QCOMPARE(fixture.temporaryNames(), QStringList(QStringLiteral("Tessel")));
+        QCOMPARE(fixture.filePaths(), QStringList(u"docs/a.txt"_s));
+        QCOMPARE(fixture.folderPaths(), QStringList(u"docs"_s));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
+        QCOMPARE(fixture.temporaryNames(), QStringList(u"Tessel"_s));
     }
 
     void unlockingWithArgon2idOpensAVaultMadeElsewhere() {
@@ -272,7 +271,7 @@ private Q_SLOTS:
         crafted.keys.kdfIterations = 0;
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
     }
 
     void unlockingWithAWrongPasswordStaysLocked_data() {
@@ -291,7 +290,7 @@ private Q_SLOTS:
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
         QVERIFY(fixture.filePaths().isEmpty());
         QVERIFY(fixture.temporaryNames().isEmpty());
-        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(!fixture.vault.createDirectory(u"new"_s));
         COMPARE_UNCHANGED(before);
         QVERIFY(fixture.unlock());
     }
@@ -310,29 +309,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("member");
         QTest::addColumn<QJsonValue>("value");
         const CraftedKeys keys = CraftedContainer().keys;
-        QTest::newRow("salt") << QStringLiteral("salt")
-                              << QJsonValue(base64(withByteChanged(keys.salt, 15)));
-        QTest::newRow("longer salt")
-            << QStringLiteral("salt") << QJsonValue(base64(keys.salt + '\0'));
-        QTest::newRow("nonce") << QStringLiteral("nonce")
-                               << QJsonValue(base64(withByteChanged(keys.nonce, 0)));
-        QTest::newRow("shorter nonce")
-            << QStringLiteral("nonce") << QJsonValue(base64(keys.nonce.chopped(1)));
+        QTest::newRow("salt") << u"salt"_s << QJsonValue(base64(withByteChanged(keys.salt, 15)));
+        QTest::newRow("longer salt") << u"salt"_s << QJsonValue(base64(keys.salt + '\0'));
+        QTest::newRow("nonce") << u"nonce"_s << QJsonValue(base64(withByteChanged(keys.nonce, 0)));
+        QTest::newRow("shorter nonce") << u"nonce"_s << QJsonValue(base64(keys.nonce.chopped(1)));
         // Derives the same key; only the associated data tells them apart.
-        QTest::newRow("kdf") << QStringLiteral("kdf")
-                             << QJsonValue(QStringLiteral("PBKDF2-HMAC-SHA257"));
-        QTest::newRow("cipher") << QStringLiteral("cipher")
-                                << QJsonValue(QStringLiteral("XChaCha20-Poly1304"));
-        QTest::newRow("no cipher") << QStringLiteral("cipher") << QJsonValue(QJsonValue::Undefined);
-        QTest::newRow("kdfIterations") << QStringLiteral("kdfIterations") << QJsonValue(2);
-        QTest::newRow("no master key")
-            << QStringLiteral("encryptedMasterKey") << QJsonValue(QString());
+        QTest::newRow("kdf") << u"kdf"_s << QJsonValue(u"PBKDF2-HMAC-SHA257"_s);
+        QTest::newRow("cipher") << u"cipher"_s << QJsonValue(u"XChaCha20-Poly1304"_s);
+        QTest::newRow("no cipher") << u"cipher"_s << QJsonValue(QJsonValue::Undefined);
+        QTest::newRow("kdfIterations") << u"kdfIterations"_s << QJsonValue(2);
+        QTest::newRow("no master key") << u"encryptedMasterKey"_s << QJsonValue(QString());
         QTest::newRow("master key")
-            << QStringLiteral("encryptedMasterKey")
+            << u"encryptedMasterKey"_s
             << QJsonValue(base64(withByteChanged(CraftedContainer().encryptedMasterKey(), 79)));
-        QTest::newRow("index nonce") << QStringLiteral("payloadNonce")
-                                     << QJsonValue(base64(withByteChanged(keys.payloadNonce, 23)));
-        QTest::newRow("no index nonce") << QStringLiteral("payloadNonce") << QJsonValue(QString());
+        QTest::newRow("index nonce")
+            << u"payloadNonce"_s << QJsonValue(base64(withByteChanged(keys.payloadNonce, 23)));
+        QTest::newRow("no index nonce") << u"payloadNonce"_s << QJsonValue(QString());
     }
     void theMasterKeyIsBoundToTheHeader() {
         QFETCH(const QString, member);
@@ -349,7 +341,7 @@ private Q_SLOTS:
 
     void aHeaderWithoutCryptoDoesNotUnlock() {
         CraftedContainer crafted;
-        crafted.setHeaderMember(QStringLiteral("crypto"), QJsonValue::Undefined);
+        crafted.setHeaderMember(u"crypto"_s, QJsonValue::Undefined);
         VaultFixture fixture(crafted);
         QVERIFY(!fixture.unlock());
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
@@ -376,7 +368,7 @@ private Q_SLOTS:
         VaultFixture fixture(crafted);
         QVERIFY(!fixture.unlock());
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
-        QVERIFY(!fixture.vault.createDirectory(QStringLiteral("new")));
+        QVERIFY(!fixture.vault.createDirectory(u"new"_s));
     }
 
     void anIndexThatDecryptsIsTrusted() {
@@ -390,13 +382,11 @@ private Q_SLOTS:
     void aPlaintextIndexInTheHeaderIsNotTheIndex() {
         CraftedContainer crafted = usedContainer();
         crafted.setHeaderMember(
-            QStringLiteral("fileIndex"),
-            QJsonObject{
-                {QStringLiteral("directories"),
-                 QJsonArray{QJsonObject{{QStringLiteral("path"), QStringLiteral("smuggled")}}}}});
+            u"fileIndex"_s,
+            QJsonObject{{u"directories"_s, QJsonArray{QJsonObject{{u"path"_s, u"smuggled"_s}}}}});
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("docs")));
+        QCOMPARE(fixture.folderPaths(), QStringList(u"docs"_s));
     }
 
     void unlockingAnotherVaultTakesItsPlace() {
@@ -404,22 +394,22 @@ private Q_SLOTS:
         QVERIFY(fixture.unlock());
         CraftedContainer other(2);
         other.keys.password = "outra senha";
-        other.addFile(QStringLiteral("b"), "contents of b");
-        const QString path = fixture.driveFolder() + QStringLiteral("/other.tvlt");
+        other.addFile(u"b"_s, "contents of b");
+        const QString path = fixture.driveFolder() + u"/other.tvlt"_s;
         QVERIFY(other.writeTo(path));
         QVERIFY(fixture.vault.unlockVault(path, "outra senha"));
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("b")));
-        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("contents of b"));
+        QCOMPARE(fixture.filePaths(), QStringList(u"b"_s));
+        QCOMPARE(fixture.stored(u"b"_s), QByteArray("contents of b"));
     }
 
     void unlockingWithoutAWorkspaceIsFalseYetUnlocked() {
         VaultFixture fixture(usedContainer());
         // Where the workspace's parent should be, a file is in the way.
-        QVERIFY(writeFile(fixture.temporaryFolder() + QStringLiteral("/Tessel"), "in the way"));
+        QVERIFY(writeFile(fixture.temporaryFolder() + u"/Tessel"_s, "in the way"));
         QVERIFY(!fixture.unlock());
         QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("new")));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
+        QVERIFY(fixture.vault.createDirectory(u"new"_s));
         QVERIFY(fixture.vault.lockVault());
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
     }
@@ -432,7 +422,7 @@ private Q_SLOTS:
         const QByteArray whole = readFile(fixture.container());
         QVERIFY(tearHeader(fixture.container(), crafted));
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
         QVERIFY(readFile(fixture.container()) == whole);
     }
 
@@ -470,19 +460,14 @@ private Q_SLOTS:
     void aTornHeaderKeepsItsRecordWhenTheRepairFails_data() {
         QTest::addColumn<QString>("operation");
         QTest::addColumn<QString>("injection");
-        QTest::newRow("once") << QStringLiteral("unlock")
-                              << QStringLiteral("write:error=EIO:when=1");
-        QTest::newRow("for good") << QStringLiteral("unlock")
-                                  << QStringLiteral("write:error=EIO:when=1+");
-        QTest::newRow("unreadable")
-            << QStringLiteral("unlock") << QStringLiteral("read:error=EIO:when=10+");
-        QTest::newRow("read-only")
-            << QStringLiteral("unlock") << QStringLiteral("openat:error=EROFS:when=5");
+        QTest::newRow("once") << u"unlock"_s << u"write:error=EIO:when=1"_s;
+        QTest::newRow("for good") << u"unlock"_s << u"write:error=EIO:when=1+"_s;
+        QTest::newRow("unreadable") << u"unlock"_s << u"read:error=EIO:when=10+"_s;
+        QTest::newRow("read-only") << u"unlock"_s << u"openat:error=EROFS:when=5"_s;
         // Every other write fails: each rewrite, but never the way back from it.
-        QTest::newRow("and a change after it")
-            << QStringLiteral("save") << QStringLiteral("write:error=EIO:when=1+2");
+        QTest::newRow("and a change after it") << u"save"_s << u"write:error=EIO:when=1+2"_s;
         QTest::newRow("and a change after it, for good")
-            << QStringLiteral("save") << QStringLiteral("write:error=EIO:when=1+");
+            << u"save"_s << u"write:error=EIO:when=1+"_s;
     }
     void aTornHeaderKeepsItsRecordWhenTheRepairFails() {
         QFETCH(const QString, operation);
@@ -496,9 +481,9 @@ private Q_SLOTS:
             runDriver({fixture.container(), QString::fromUtf8(TestPassword), operation},
                       fixture.container(), {injection});
         QVERIFY(run.ended());
-        QCOMPARE(run.succeeded(), operation == QLatin1String("unlock"));
+        QCOMPARE(run.succeeded(), operation == "unlock"_L1);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
         QCOMPARE(readFile(fixture.container()).size(), whole.size());
     }
 
@@ -510,11 +495,11 @@ private Q_SLOTS:
         other.keys = crafted.keys;
         QVERIFY(overwriteAt(fixture.container(), whole.size(), other.redoRecord()));
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/a.txt")));
-        QVERIFY(fixture.store(QStringLiteral("b"), "contents of b"));
+        QCOMPARE(fixture.filePaths(), QStringList(u"docs/a.txt"_s));
+        QVERIFY(fixture.store(u"b"_s, "contents of b"));
         QCOMPARE(QFileInfo(fixture.container()).size(), whole.size() + 13 + 16);
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
-        QCOMPARE(fixture.stored(QStringLiteral("b")), QByteArray("contents of b"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"b"_s), QByteArray("contents of b"));
     }
 
     // --- Associated data, byte by byte -----------------------------------------------------
@@ -528,7 +513,7 @@ private Q_SLOTS:
         VaultFixture fixture;
         const auto opensWith = [&](const QByteArray& associatedData) {
             crafted.setCryptoMember(
-                QStringLiteral("encryptedMasterKey"),
+                u"encryptedMasterKey"_s,
                 base64(CraftedContainer::seal(keys.masterKey, crafted.passwordKey().left(32),
                                               keys.nonce, associatedData)));
             return crafted.writeTo(fixture.container()) && opens(fixture.container());
@@ -569,7 +554,7 @@ private Q_SLOTS:
         QCOMPARE(crafted.encryptedIndex(), sealed);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
     }
 
     // --- Locking ---------------------------------------------------------------------------
@@ -581,9 +566,9 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.lockVault());
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
         QCOMPARE(fixture.vault.fileIndex().toJson(), index);
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("(refused)"));
         QVERIFY(!fixture.vault.saveIndex(fixture.vault.fileIndex()));
-        QVERIFY(QDir(fixture.temporaryFolder() + QStringLiteral("/Tessel")).isEmpty());
+        QVERIFY(QDir(fixture.temporaryFolder() + u"/Tessel"_s).isEmpty());
     }
 
     void lockingAgainIsHarmless() {
@@ -593,7 +578,7 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.vault.lockVault());
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
     }
 
     void lockingChangesNothingInTheContainer() {
@@ -615,9 +600,9 @@ private Q_SLOTS:
         QCOMPARE(fixture.vault.state(), VaultState::Locked);
 
         const ContainerDocument now = documentAt(fixture.container());
-        QCOMPARE(now.crypto.kdf, QStringLiteral("Argon2id"));
+        QCOMPARE(now.crypto.kdf, u"Argon2id"_s);
         QCOMPARE(now.crypto.kdfIterations, 0);
-        QCOMPARE(now.crypto.cipher, QStringLiteral("XChaCha20-Poly1305"));
+        QCOMPARE(now.crypto.cipher, u"XChaCha20-Poly1305"_s);
         QCOMPARE(now.crypto.salt.size(), 16);
         QVERIFY(now.crypto.salt != old.crypto.salt);
         QCOMPARE(now.crypto.nonce.size(), 24);
@@ -630,7 +615,7 @@ private Q_SLOTS:
 
         QVERIFY(!fixture.unlock());
         QVERIFY(fixture.vault.unlockVault(fixture.container(), "nova senha"));
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
 
         // The master key is the one of before, only wrapped anew.
         QCOMPARE(masterKeyIn(now.crypto, "nova senha"), crafted.keys.masterKey);
@@ -641,7 +626,7 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, "nova senha"));
         QVERIFY(fixture.vault.changePassword(fixture.container(), "nova senha", TestPassword));
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of a"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of a"));
     }
 
     void changingThePasswordIsRefused_data() {
@@ -706,7 +691,7 @@ private Q_SLOTS:
         const ContainerDocument old = documentAt(fixture.container());
         const QByteArray before = readFile(fixture.container());
         SecureFileIndex index = fixture.vault.fileIndex();
-        QVERIFY(index.addDirectory({QStringLiteral("added"), {}, {}}));
+        QVERIFY(index.addDirectory({u"added"_s, {}, {}}));
         QVERIFY(fixture.vault.saveIndex(index));
         QCOMPARE(fixture.vault.fileIndex().toJson(), index.toJson());
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword), index.toJson());
@@ -746,26 +731,22 @@ private Q_SLOTS:
             nonces.insert(nonce);
             return fresh;
         };
-        QVERIFY(isFresh(fixture.store(QStringLiteral("novo.txt"), "um")));
-        QVERIFY(isFresh(fixture.store(QStringLiteral("novo.txt"), "dois")));
-        QVERIFY(isFresh(fixture.vault.createDirectory(QStringLiteral("nova"))));
-        QVERIFY(
-            isFresh(fixture.vault.moveFile(QStringLiteral("novo.txt"), QStringLiteral("nova"))));
-        QVERIFY(
-            isFresh(fixture.vault.renameDirectory(QStringLiteral("nova"), QStringLiteral("n"))));
-        QVERIFY(isFresh(fixture.vault.deleteFile(QStringLiteral("n/novo.txt"))));
-        QVERIFY(isFresh(fixture.vault.deleteDirectory(QStringLiteral("n"))));
+        QVERIFY(isFresh(fixture.store(u"novo.txt"_s, "um")));
+        QVERIFY(isFresh(fixture.store(u"novo.txt"_s, "dois")));
+        QVERIFY(isFresh(fixture.vault.createDirectory(u"nova"_s)));
+        QVERIFY(isFresh(fixture.vault.moveFile(u"novo.txt"_s, u"nova"_s)));
+        QVERIFY(isFresh(fixture.vault.renameDirectory(u"nova"_s, u"n"_s)));
+        QVERIFY(isFresh(fixture.vault.deleteFile(u"n/novo.txt"_s)));
+        QVERIFY(isFresh(fixture.vault.deleteDirectory(u"n"_s)));
         QVERIFY(isFresh(fixture.vault.compactVault({}, nullptr)));
     }
 
     void savingEmptiesWhatOnlyOlderLayoutsCarry() {
         CraftedContainer crafted = usedContainer();
-        crafted.setCryptoMember(QStringLiteral("authTag"), QStringLiteral("AAAA"))
-            .setHeaderMember(QStringLiteral("encryptedPayload"), QStringLiteral("AAAA"))
-            .setHeaderMember(QStringLiteral("filePayloads"),
-                             QJsonObject{{QStringLiteral("a"), QStringLiteral("AAAA")}})
-            .setHeaderMember(QStringLiteral("fileIndex"),
-                             QJsonObject{{QStringLiteral("files"), QJsonArray()}});
+        crafted.setCryptoMember(u"authTag"_s, u"AAAA"_s)
+            .setHeaderMember(u"encryptedPayload"_s, u"AAAA"_s)
+            .setHeaderMember(u"filePayloads"_s, QJsonObject{{u"a"_s, u"AAAA"_s}})
+            .setHeaderMember(u"fileIndex"_s, QJsonObject{{u"files"_s, QJsonArray()}});
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
@@ -780,7 +761,7 @@ private Q_SLOTS:
     void theIndexIsNeverWrittenInPlain() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.createDirectory(QStringLiteral("a-very-secret-name")));
+        QVERIFY(fixture.vault.createDirectory(u"a-very-secret-name"_s));
         QVERIFY(!readFile(fixture.container()).contains("a-very-secret-name"));
     }
 
@@ -796,12 +777,12 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();
-        QVERIFY(QFile::rename(fixture.container(), fixture.file(QStringLiteral("unplugged"))));
+        QVERIFY(QFile::rename(fixture.container(), fixture.file(u"unplugged"_s)));
         QVERIFY(!fixture.vault.saveIndex({}));
         QCOMPARE(fixture.vault.fileIndex().toJson(), index);
         QVERIFY(!QFileInfo::exists(fixture.container()));
         // Plugged in again, the session goes on.
-        QVERIFY(QFile::rename(fixture.file(QStringLiteral("unplugged")), fixture.container()));
+        QVERIFY(QFile::rename(fixture.file(u"unplugged"_s), fixture.container()));
         QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
     }
 
@@ -835,39 +816,38 @@ private Q_SLOTS:
 
     void aDriveThatFailsWhileSavingLeavesTheHeader_data() {
         QTest::addColumn<QString>("injection");
-        QTest::newRow("write refused") << QStringLiteral("write:error=EIO:when=1");
-        QTest::newRow("no room") << QStringLiteral("write:error=ENOSPC:when=1");
-        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=2");
-        QTest::newRow("header cannot be read") << QStringLiteral("read:error=EIO:when=8");
-        QTest::newRow("cannot be opened") << QStringLiteral("openat:error=EACCES:when=4");
-        QTest::newRow("cannot be opened for writing")
-            << QStringLiteral("openat:error=EROFS:when=5");
+        QTest::newRow("write refused") << u"write:error=EIO:when=1"_s;
+        QTest::newRow("no room") << u"write:error=ENOSPC:when=1"_s;
+        QTest::newRow("flush refused") << u"fdatasync:error=EIO:when=2"_s;
+        QTest::newRow("header cannot be read") << u"read:error=EIO:when=8"_s;
+        QTest::newRow("cannot be opened") << u"openat:error=EACCES:when=4"_s;
+        QTest::newRow("cannot be opened for writing") << u"openat:error=EROFS:when=5"_s;
     }
     void aDriveThatFailsWhileSavingLeavesTheHeader() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
-        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
-                                         QStringLiteral("delete"), QStringLiteral("docs/a.txt")},
-                                        fixture.container(), {injection});
-        QVERIFY2(run.refused(), qPrintable(run.said.value(QStringLiteral("result"))));
+        const DriverRun run = runDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), u"delete"_s, u"docs/a.txt"_s},
+            fixture.container(), {injection});
+        QVERIFY2(run.refused(), qPrintable(run.said.value(u"result"_s)));
         COMPARE_UNCHANGED(before);
     }
 
     void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader_data() {
         QTest::addColumn<QString>("injection");
-        QTest::newRow("write refused") << QStringLiteral("write:error=EIO:when=1");
-        QTest::newRow("flush refused") << QStringLiteral("fdatasync:error=EIO:when=2");
+        QTest::newRow("write refused") << u"write:error=EIO:when=1"_s;
+        QTest::newRow("flush refused") << u"fdatasync:error=EIO:when=2"_s;
     }
     void aDriveThatFailsWhileThePasswordChangesLeavesTheHeader() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const VaultPicture before(fixture);
-        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
-                                         QStringLiteral("password"), QStringLiteral("nova senha")},
-                                        fixture.container(), {injection});
+        const DriverRun run = runDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), u"password"_s, u"nova senha"_s},
+            fixture.container(), {injection});
         QVERIFY(run.refused());
         COMPARE_UNCHANGED(before);
     }

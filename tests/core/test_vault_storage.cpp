@@ -28,6 +28,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -38,9 +39,9 @@ const QDateTime LongAgo(QDate(2019, 2, 28), QTime(23, 59, 58, 250), Qt::UTC);
 /// A vault with a folder and two files.
 CraftedContainer usedContainer() {
     CraftedContainer crafted;
-    crafted.addFolder(QStringLiteral("Docs"))
-        .addFile(QStringLiteral("Docs/A.TXT"), QByteArrayLiteral("contents of A"))
-        .addFile(QStringLiteral("other"), QByteArrayLiteral("contents of other"));
+    crafted.addFolder(u"Docs"_s)
+        .addFile(u"Docs/A.TXT"_s, "contents of A"_ba)
+        .addFile(u"other"_s, "contents of other"_ba);
     return crafted;
 }
 
@@ -48,16 +49,15 @@ CraftedContainer usedContainer() {
 CraftedContainer containerWithBlockSealedUnder(const QByteArray& associatedData) {
     CraftedContainer crafted;
     const QByteArray nonce = noise(24, 7);
-    const QByteArray plain = QByteArrayLiteral("sealed by hand");
+    const QByteArray plain = "sealed by hand"_ba;
     crafted.addPayload(
         CraftedContainer::seal(plain, crafted.keys.masterKey.left(32), nonce, associatedData));
-    const QJsonObject block{{QStringLiteral("offset"), PayloadOffset},
-                            {QStringLiteral("plainSize"), plain.size()},
-                            {QStringLiteral("encryptedSize"), plain.size() + 16},
-                            {QStringLiteral("nonce"), QString::fromLatin1(nonce.toBase64())}};
-    const QJsonObject entry{{QStringLiteral("vaultPath"), QStringLiteral("f")},
-                            {QStringLiteral("blocks"), QJsonArray{block}}};
-    return crafted.setIndexMember(QStringLiteral("files"), QJsonArray{entry});
+    const QJsonObject block{{u"offset"_s, PayloadOffset},
+                            {u"plainSize"_s, plain.size()},
+                            {u"encryptedSize"_s, plain.size() + 16},
+                            {u"nonce"_s, QString::fromLatin1(nonce.toBase64())}};
+    const QJsonObject entry{{u"vaultPath"_s, u"f"_s}, {u"blocks"_s, QJsonArray{block}}};
+    return crafted.setIndexMember(u"files"_s, QJsonArray{entry});
 }
 
 QByteArray sha256(const QByteArray& bytes) {
@@ -113,20 +113,20 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray bytes = noise(100000);
-        const QString source = fixture.write(QStringLiteral("source.bin"), bytes);
+        const QString source = fixture.write(u"source.bin"_s, bytes);
         QVERIFY(setModified(source, LongAgo));
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("photos/z.bin")));
+        QVERIFY(fixture.vault.importFile(source, u"photos/z.bin"_s));
 
-        const VaultFileEntry entry = fixture.entry(QStringLiteral("photos/z.bin"));
+        const VaultFileEntry entry = fixture.entry(u"photos/z.bin"_s);
         const QRegularExpression uuid(
-            QStringLiteral("^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$"));
+            u"^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$"_s);
         QVERIFY2(uuid.match(entry.id).hasMatch(), qPrintable(entry.id));
         QCOMPARE(entry.sizeBytes, 100000);
         QCOMPARE(entry.lastModifiedUtc, LongAgo);
         QCOMPARE(entry.lastModifiedUtc.timeSpec(), Qt::UTC);
         QCOMPARE(entry.sha256, sha256(bytes));
         QCOMPARE(entry.blocks.size(), 1);
-        QCOMPARE(fixture.stored(QStringLiteral("photos/z.bin")), bytes);
+        QCOMPARE(fixture.stored(u"photos/z.bin"_s), bytes);
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -148,12 +148,12 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray bytes = noise(size);
-        const QString source = fixture.write(QStringLiteral("source"), bytes);
+        const QString source = fixture.write(u"source"_s, bytes);
         const QByteArray before = readFile(fixture.container());
         QList<ProgressCall> calls;
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big"), recordInto(&calls)));
+        QVERIFY(fixture.vault.importFile(source, u"big"_s, recordInto(&calls)));
 
-        const VaultFileEntry entry = fixture.entry(QStringLiteral("big"));
+        const VaultFileEntry entry = fixture.entry(u"big"_s);
         QCOMPARE(entry.sizeBytes, size);
         QCOMPARE(entry.sha256, sha256(bytes));
         QCOMPARE(entry.blocks.size(), plainSizes.size());
@@ -170,7 +170,7 @@ private Q_SLOTS:
             nonces.insert(block.nonce);
             offset += block.encryptedSize;
             done += plainSizes.at(i);
-            expectedCalls.append({done, size, QStringLiteral("big")});
+            expectedCalls.append({done, size, u"big"_s});
         }
         QCOMPARE(nonces.size(), plainSizes.size());
         QCOMPARE(calls, expectedCalls);
@@ -179,19 +179,19 @@ private Q_SLOTS:
         // The blocks that were there have not moved.
         QVERIFY(after.mid(PayloadOffset, before.size() - PayloadOffset) ==
                 before.mid(PayloadOffset));
-        QVERIFY(fixture.stored(QStringLiteral("big")) == bytes);
+        QVERIFY(fixture.stored(u"big"_s) == bytes);
     }
 
     void anEmptyFileHasTheDigestOfNoBytes() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.store(QStringLiteral("empty"), {}));
-        QCOMPARE(fixture.entry(QStringLiteral("empty")).sha256.toHex(),
+        QVERIFY(fixture.store(u"empty"_s, {}));
+        QCOMPARE(fixture.entry(u"empty"_s).sha256.toHex(),
                  QByteArray("e3b0c44298fc1c149afbf4c8996fb924"
                             "27ae41e4649b934ca495991b7852b855"));
         QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
-        const QString target = fixture.write(QStringLiteral("target"), "what was there before");
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("empty"), target));
+        const QString target = fixture.write(u"target"_s, "what was there before");
+        QVERIFY(fixture.vault.exportFile(u"empty"_s, target));
         QCOMPARE(QFileInfo(target).size(), 0);
     }
 
@@ -200,8 +200,8 @@ private Q_SLOTS:
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         const QByteArray bytes = noise(5000);
-        QVERIFY(fixture.store(QStringLiteral("f"), bytes));
-        const VaultFileBlock block = fixture.entry(QStringLiteral("f")).blocks.constFirst();
+        QVERIFY(fixture.store(u"f"_s, bytes));
+        const VaultFileBlock block = fixture.entry(u"f"_s).blocks.constFirst();
         const QByteArray sealed =
             readFile(fixture.container()).mid(block.offset, block.encryptedSize);
         QCOMPARE(CraftedContainer::open(sealed, crafted.keys.masterKey.left(32), block.nonce,
@@ -212,14 +212,13 @@ private Q_SLOTS:
     void progressIsReportedOnceTheBlockIsInTheContainer() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1));
+        const QString source = fixture.write(u"source"_s, noise(Chunk + 1));
         QList<qint64> sizes;
         QList<bool> listed;
-        QVERIFY(fixture.vault.importFile(
-            source, QStringLiteral("big"), [&](qint64, qint64, const QString&) {
-                sizes.append(QFileInfo(fixture.container()).size());
-                listed.append(fixture.vault.fileIndex().contains(QStringLiteral("big")));
-            }));
+        QVERIFY(fixture.vault.importFile(source, u"big"_s, [&](qint64, qint64, const QString&) {
+            sizes.append(QFileInfo(fixture.container()).size());
+            listed.append(fixture.vault.fileIndex().contains(u"big"_s));
+        }));
         QCOMPARE(sizes, (QList<qint64>{PayloadOffset + Chunk + 16, PayloadOffset + Chunk + 33}));
         // The file is part of the vault only when all of it is stored.
         QCOMPARE(listed, (QList<bool>{false, false}));
@@ -228,13 +227,13 @@ private Q_SLOTS:
     void aLargeFilePassesThroughLittleMemory() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), {});
+        const QString source = fixture.write(u"source"_s, {});
         QVERIFY(QFile::resize(source, 6 * Chunk));
-        const QString target = fixture.file(QStringLiteral("target"));
+        const QString target = fixture.file(u"target"_s);
         const PeakMemory memory;
         QVERIFY(memory.canMeasure());
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big")));
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("big"), target));
+        QVERIFY(fixture.vault.importFile(source, u"big"_s));
+        QVERIFY(fixture.vault.exportFile(u"big"_s, target));
         // A chunk and its sealed form, and as much again.
         QVERIFY2(memory.growth() < 4 * Chunk, qPrintable(QString::number(memory.growth())));
         QCOMPARE(QFileInfo(target).size(), 6 * Chunk);
@@ -244,48 +243,44 @@ private Q_SLOTS:
     void pathsAreBroughtToTheirCanonicalForm() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const QString source = fixture.write(u"source"_s, "abc");
         QList<ProgressCall> calls;
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral(" /docs\\\\2025// a.txt "),
-                                         recordInto(&calls)));
-        QCOMPARE(fixture.filePaths(), QStringList(QStringLiteral("docs/2025/a.txt")));
-        QCOMPARE(calls, (QList<ProgressCall>{{3, 3, QStringLiteral("docs/2025/a.txt")}}));
+        QVERIFY(fixture.vault.importFile(source, u" /docs\\\\2025// a.txt "_s, recordInto(&calls)));
+        QCOMPARE(fixture.filePaths(), QStringList(u"docs/2025/a.txt"_s));
+        QCOMPARE(calls, (QList<ProgressCall>{{3, 3, u"docs/2025/a.txt"_s}}));
     }
 
     void missingFoldersAreCreatedOnce() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QDateTime before = QDateTime::currentDateTimeUtc();
-        QVERIFY(fixture.store(QStringLiteral("x/y/z.bin"), "z"));
+        QVERIFY(fixture.store(u"x/y/z.bin"_s, "z"));
         const QDateTime after = QDateTime::currentDateTimeUtc();
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("Docs"), QStringLiteral("x"), QStringLiteral("x/y")}));
-        const VaultDirectoryEntry folder = fixture.folder(QStringLiteral("x"));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"Docs"_s, u"x"_s, u"x/y"_s}));
+        const VaultDirectoryEntry folder = fixture.folder(u"x"_s);
         QVERIFY(folder.createdUtc >= before && folder.createdUtc <= after);
         QCOMPARE(folder.modifiedUtc, folder.createdUtc);
-        QCOMPARE(fixture.folder(QStringLiteral("x/y")).createdUtc, folder.createdUtc);
+        QCOMPARE(fixture.folder(u"x/y"_s).createdUtc, folder.createdUtc);
 
         // Those that are there are found in any letter case and left alone.
-        QVERIFY(fixture.store(QStringLiteral("X/Y/w.bin"), "w"));
-        QVERIFY(fixture.store(QStringLiteral("docs/b.txt"), "b"));
-        QCOMPARE(fixture.folderPaths(),
-                 QStringList({QStringLiteral("Docs"), QStringLiteral("x"), QStringLiteral("x/y")}));
-        QCOMPARE(fixture.folder(QStringLiteral("x")).modifiedUtc, folder.modifiedUtc);
+        QVERIFY(fixture.store(u"X/Y/w.bin"_s, "w"));
+        QVERIFY(fixture.store(u"docs/b.txt"_s, "b"));
+        QCOMPARE(fixture.folderPaths(), QStringList({u"Docs"_s, u"x"_s, u"x/y"_s}));
+        QCOMPARE(fixture.folder(u"x"_s).modifiedUtc, folder.modifiedUtc);
     }
 
     void importingOverAFileReplacesItInAnyLetterCase() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const VaultFileEntry old = fixture.entry(QStringLiteral("Docs/A.TXT"));
-        const VaultFileEntry other = fixture.entry(QStringLiteral("other"));
+        const VaultFileEntry old = fixture.entry(u"Docs/A.TXT"_s);
+        const VaultFileEntry other = fixture.entry(u"other"_s);
         const QByteArray before = readFile(fixture.container());
-        QVERIFY(fixture.store(QStringLiteral("Docs/a.txt"), "new contents"));
-        QCOMPARE(fixture.filePaths(),
-                 QStringList({QStringLiteral("other"), QStringLiteral("Docs/a.txt")}));
-        QVERIFY(fixture.entry(QStringLiteral("Docs/a.txt")).id != old.id);
-        QCOMPARE(fixture.stored(QStringLiteral("Docs/a.txt")), QByteArray("new contents"));
-        QCOMPARE(fixture.entry(QStringLiteral("other")).id, other.id);
-        QCOMPARE(fixture.stored(QStringLiteral("other")), QByteArray("contents of other"));
+        QVERIFY(fixture.store(u"Docs/a.txt"_s, "new contents"));
+        QCOMPARE(fixture.filePaths(), QStringList({u"other"_s, u"Docs/a.txt"_s}));
+        QVERIFY(fixture.entry(u"Docs/a.txt"_s).id != old.id);
+        QCOMPARE(fixture.stored(u"Docs/a.txt"_s), QByteArray("new contents"));
+        QCOMPARE(fixture.entry(u"other"_s).id, other.id);
+        QCOMPARE(fixture.stored(u"other"_s), QByteArray("contents of other"));
         // The old bytes stay until the vault is compacted.
         const QByteArray after = readFile(fixture.container());
         QCOMPARE(after.size(), before.size() + 12 + 16);
@@ -296,10 +291,10 @@ private Q_SLOTS:
     void importingTheSameFileTwiceMakesANewCopy() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.store(QStringLiteral("f"), "same"));
-        const VaultFileEntry first = fixture.entry(QStringLiteral("f"));
-        QVERIFY(fixture.store(QStringLiteral("f"), "same"));
-        const VaultFileEntry second = fixture.entry(QStringLiteral("f"));
+        QVERIFY(fixture.store(u"f"_s, "same"));
+        const VaultFileEntry first = fixture.entry(u"f"_s);
+        QVERIFY(fixture.store(u"f"_s, "same"));
+        const VaultFileEntry second = fixture.entry(u"f"_s);
         QCOMPARE(fixture.filePaths().size(), 1);
         QVERIFY(second.id != first.id);
         QVERIFY(second.blocks.constFirst().nonce != first.blocks.constFirst().nonce);
@@ -308,32 +303,29 @@ private Q_SLOTS:
 
     void allSpellingsOfAPathAreReplaced() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a"), "1")
-            .addFile(QStringLiteral("A"), "2")
-            .addFile(QStringLiteral("b"), "3");
+        crafted.addFile(u"a"_s, "1").addFile(u"A"_s, "2").addFile(u"b"_s, "3");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.store(QStringLiteral("a"), "new"));
-        QCOMPARE(fixture.filePaths(), QStringList({QStringLiteral("b"), QStringLiteral("a")}));
+        QVERIFY(fixture.store(u"a"_s, "new"));
+        QCOMPARE(fixture.filePaths(), QStringList({u"b"_s, u"a"_s}));
     }
 
     void aFileMayStandBesideAFolderOfItsPath() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.store(QStringLiteral("docs"), "a file"));
-        QCOMPARE(fixture.folderPaths(), QStringList(QStringLiteral("Docs")));
-        QCOMPARE(fixture.stored(QStringLiteral("docs")), QByteArray("a file"));
-        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT")), QByteArray("contents of A"));
+        QVERIFY(fixture.store(u"docs"_s, "a file"));
+        QCOMPARE(fixture.folderPaths(), QStringList(u"Docs"_s));
+        QCOMPARE(fixture.stored(u"docs"_s), QByteArray("a file"));
+        QCOMPARE(fixture.stored(u"Docs/A.TXT"_s), QByteArray("contents of A"));
     }
 
     void aLinkToAFileIsFollowed() {
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        const QString target = fixture.write(QStringLiteral("target"), "behind the link");
-        QVERIFY(QFile::link(target, fixture.file(QStringLiteral("link"))));
-        QVERIFY(
-            fixture.vault.importFile(fixture.file(QStringLiteral("link")), QStringLiteral("f")));
-        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("behind the link"));
+        const QString target = fixture.write(u"target"_s, "behind the link");
+        QVERIFY(QFile::link(target, fixture.file(u"link"_s)));
+        QVERIFY(fixture.vault.importFile(fixture.file(u"link"_s), u"f"_s));
+        QCOMPARE(fixture.stored(u"f"_s), QByteArray("behind the link"));
     }
 
     // --- Imports that are refused ----------------------------------------------------------
@@ -348,10 +340,10 @@ private Q_SLOTS:
         QFETCH(const QString, path);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const QString source = fixture.write(u"source"_s, "abc");
         const VaultPicture before(fixture);
         QVERIFY(!fixture.vault.importFile(source, path));
-        QVERIFY(!fixture.vault.exportFile(path, fixture.file(QStringLiteral("target"))));
+        QVERIFY(!fixture.vault.exportFile(path, fixture.file(u"target"_s)));
         COMPARE_UNCHANGED(before);
     }
 
@@ -365,27 +357,25 @@ private Q_SLOTS:
         QFETCH(const QString, source);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(QDir().mkdir(fixture.file(QStringLiteral("folder"))));
-        QVERIFY(QFile::link(fixture.file(QStringLiteral("nowhere")),
-                            fixture.file(QStringLiteral("dangling"))));
-        const QByteArray pipe = QFile::encodeName(fixture.file(QStringLiteral("pipe")));
+        QVERIFY(QDir().mkdir(fixture.file(u"folder"_s)));
+        QVERIFY(QFile::link(fixture.file(u"nowhere"_s), fixture.file(u"dangling"_s)));
+        const QByteArray pipe = QFile::encodeName(fixture.file(u"pipe"_s));
         QCOMPARE(::mkfifo(pipe.constData(), 0600), 0);
         const VaultPicture before(fixture);
         const bool inFolder = !source.isEmpty() && !source.startsWith(QLatin1Char('/'));
-        QVERIFY(!fixture.vault.importFile(inFolder ? fixture.file(source) : source,
-                                          QStringLiteral("f")));
+        QVERIFY(!fixture.vault.importFile(inFolder ? fixture.file(source) : source, u"f"_s));
         COMPARE_UNCHANGED(before);
     }
 
     void aSourceThatMayNotBeReadIsRefused() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const QString source = fixture.write(u"source"_s, "abc");
         QVERIFY(QFile::setPermissions(source, {}));
         const VaultPicture before(fixture);
         {
             const ObeyPermissions obey;
-            QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+            QVERIFY(!fixture.vault.importFile(source, u"f"_s));
         }
         COMPARE_UNCHANGED(before);
     }
@@ -393,13 +383,13 @@ private Q_SLOTS:
     void theContainerIsNotImportedIntoItself() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString link = fixture.file(QStringLiteral("link"));
+        const QString link = fixture.file(u"link"_s);
         QVERIFY(QFile::link(fixture.container(), link));
         const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.importFile(fixture.container(), QStringLiteral("f")));
-        QVERIFY(!fixture.vault.importFile(link, QStringLiteral("f")));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), fixture.container()));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), link));
+        QVERIFY(!fixture.vault.importFile(fixture.container(), u"f"_s));
+        QVERIFY(!fixture.vault.importFile(link, u"f"_s));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, fixture.container()));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, link));
         COMPARE_UNCHANGED(before);
     }
 
@@ -407,13 +397,13 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray index = fixture.vault.fileIndex().toJson();
-        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const QString source = fixture.write(u"source"_s, "abc");
         QVERIFY(overwriteAt(fixture.container(), 0, "BROKEN!"));
         const QByteArray broken = readFile(fixture.container());
-        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+        QVERIFY(!fixture.vault.importFile(source, u"f"_s));
         QVERIFY(readFile(fixture.container()) == broken);
         QVERIFY(QFile::remove(fixture.container()));
-        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
+        QVERIFY(!fixture.vault.importFile(source, u"f"_s));
         QVERIFY(!QFileInfo::exists(fixture.container()));
         QCOMPARE(fixture.vault.fileIndex().toJson(), index);
     }
@@ -422,12 +412,12 @@ private Q_SLOTS:
         NEEDS_PRIVATE_MOUNTS();
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const QString source = fixture.write(u"source"_s, "abc");
         const VaultPicture before(fixture);
         const ReadOnlyMount drive(fixture.driveFolder());
         QVERIFY(drive.isMounted());
-        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("f")));
-        QCOMPARE(fixture.stored(QStringLiteral("other")), QByteArray("contents of other"));
+        QVERIFY(!fixture.vault.importFile(source, u"f"_s));
+        QCOMPARE(fixture.stored(u"other"_s), QByteArray("contents of other"));
         COMPARE_UNCHANGED(before);
     }
 
@@ -438,11 +428,11 @@ private Q_SLOTS:
         SecureFileIndex index = fixture.vault.fileIndex();
         QVERIFY(index.addDirectory({QString(6200000, QLatin1Char('x')), {}, {}}));
         QVERIFY(fixture.vault.saveIndex(index));
-        const QString source = fixture.write(QStringLiteral("source"), "abc");
+        const QString source = fixture.write(u"source"_s, "abc");
         const VaultPicture before(fixture);
         QVERIFY(!fixture.vault.importFile(source, QString(200000, QLatin1Char('y'))));
         COMPARE_UNCHANGED(before);
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("short")));
+        QVERIFY(fixture.vault.importFile(source, u"short"_s));
     }
 
     // --- Sources that change while they are read -------------------------------------------
@@ -458,57 +448,56 @@ private Q_SLOTS:
         QFETCH(const qint64, remaining);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const QString source = fixture.write(u"source"_s, noise(Chunk + 1000));
         const VaultPicture before(fixture);
         int calls = 0;
-        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("Docs/a.txt"),
-                                          [&](qint64, qint64, const QString&) {
-                                              ++calls;
-                                              QVERIFY(QFile::resize(source, remaining));
-                                          }));
+        QVERIFY(
+            !fixture.vault.importFile(source, u"Docs/a.txt"_s, [&](qint64, qint64, const QString&) {
+                ++calls;
+                QVERIFY(QFile::resize(source, remaining));
+            }));
         QVERIFY(calls >= 1);
         COMPARE_UNCHANGED(before);
-        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT")), QByteArray("contents of A"));
+        QCOMPARE(fixture.stored(u"Docs/A.TXT"_s), QByteArray("contents of A"));
     }
 
     void aSourceThatGrowsIsStoredAsItWasRead() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         const QByteArray bytes = noise(Chunk);
-        const QByteArray added = QByteArrayLiteral("written meanwhile");
-        const QString source = fixture.write(QStringLiteral("source"), bytes);
+        const QByteArray added = "written meanwhile"_ba;
+        const QString source = fixture.write(u"source"_s, bytes);
         QList<ProgressCall> calls;
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("log"),
+        QVERIFY(fixture.vault.importFile(source, u"log"_s,
                                          [&](qint64 done, qint64 total, const QString& name) {
                                              if (calls.isEmpty()) {
                                                  QVERIFY(overwriteAt(source, Chunk, added));
                                              }
                                              calls.append({done, total, name});
                                          }));
-        const VaultFileEntry entry = fixture.entry(QStringLiteral("log"));
+        const VaultFileEntry entry = fixture.entry(u"log"_s);
         QCOMPARE(entry.sizeBytes, Chunk);
         QCOMPARE(entry.sha256, sha256(bytes + added));
-        QVERIFY(fixture.stored(QStringLiteral("log")) == bytes + added);
-        QCOMPARE(calls,
-                 (QList<ProgressCall>{{Chunk, Chunk, QStringLiteral("log")},
-                                      {Chunk + added.size(), Chunk, QStringLiteral("log")}}));
+        QVERIFY(fixture.stored(u"log"_s) == bytes + added);
+        QCOMPARE(calls, (QList<ProgressCall>{{Chunk, Chunk, u"log"_s},
+                                             {Chunk + added.size(), Chunk, u"log"_s}}));
     }
 
     void aSourceThatSaysItIsEmptyIsReadToItsEnd() {
         // The kernel's own files say 0, and so do those of some network mounts.
-        const QString source = QStringLiteral("/proc/version");
+        const QString source = u"/proc/version"_s;
         const QByteArray bytes = readFile(source);
         QCOMPARE(QFileInfo(source).size(), 0);
         QVERIFY(!bytes.isEmpty());
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         QList<ProgressCall> calls;
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("f"), recordInto(&calls)));
-        QCOMPARE(fixture.stored(QStringLiteral("f")), bytes);
-        const VaultFileEntry entry = fixture.entry(QStringLiteral("f"));
+        QVERIFY(fixture.vault.importFile(source, u"f"_s, recordInto(&calls)));
+        QCOMPARE(fixture.stored(u"f"_s), bytes);
+        const VaultFileEntry entry = fixture.entry(u"f"_s);
         QCOMPARE(entry.sizeBytes, bytes.size());
         QCOMPARE(entry.sha256, sha256(bytes));
-        QCOMPARE(calls, (QList<ProgressCall>{{bytes.size(), 0, QStringLiteral("f")}}));
+        QCOMPARE(calls, (QList<ProgressCall>{{bytes.size(), 0, u"f"_s}}));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -528,15 +517,15 @@ private Q_SLOTS:
         const SmallDisk disk(32 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 100000));
+        const QString source = fixture.write(u"source"_s, noise(Chunk + 100000));
         QVERIFY(disk.fillUpTo(room));
         const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.importFile(source, QStringLiteral("Docs/a.txt")));
+        QVERIFY(!fixture.vault.importFile(source, u"Docs/a.txt"_s));
         QCOMPARE(disk.bytesFree(), room);
         COMPARE_UNCHANGED(before);
-        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT")), QByteArray("contents of A"));
+        QCOMPARE(fixture.stored(u"Docs/A.TXT"_s), QByteArray("contents of A"));
     }
 
     void aDriveFilledToTheLastPageStillTakesTheFile() {
@@ -544,21 +533,21 @@ private Q_SLOTS:
         const SmallDisk disk(16 * MiB);
         QVERIFY(disk.isMounted());
         VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(QStringLiteral("tessel.tvlt"))));
+        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
         QVERIFY(fixture.unlock());
         // The header is rewritten where it stands: only the block needs room.
         const qint64 end = QFileInfo(fixture.container()).size();
         const qint64 inLastPage = 4096 - end % 4096;
         const QByteArray bytes = noise(inLastPage + 4096 - 16);
-        const QString source = fixture.write(QStringLiteral("source"), bytes);
+        const QString source = fixture.write(u"source"_s, bytes);
         QVERIFY(disk.fillUpTo(4096));
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("last")));
+        QVERIFY(fixture.vault.importFile(source, u"last"_s));
         QCOMPARE(disk.bytesFree(), 0);
-        QCOMPARE(fixture.stored(QStringLiteral("last")), bytes);
+        QCOMPARE(fixture.stored(u"last"_s), bytes);
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
         // A full vault must still be able to forget a file.
-        QVERIFY(fixture.vault.deleteFile(QStringLiteral("last")));
+        QVERIFY(fixture.vault.deleteFile(u"last"_s));
         QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
                  fixture.vault.fileIndex().toJson());
     }
@@ -575,101 +564,94 @@ private Q_SLOTS:
         QFETCH(const qint64, roomForBlocks);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const QString source = fixture.write(u"source"_s, noise(Chunk + 1000));
         const qint64 end = QFileInfo(fixture.container()).size();
         const VaultPicture before(fixture);
         {
             const FileSizeLimit limit(end + roomForBlocks);
-            QVERIFY(!fixture.vault.importFile(source, QStringLiteral("big")));
+            QVERIFY(!fixture.vault.importFile(source, u"big"_s));
         }
         COMPARE_UNCHANGED(before);
-        QVERIFY(fixture.vault.importFile(source, QStringLiteral("big")));
+        QVERIFY(fixture.vault.importFile(source, u"big"_s));
     }
 
     void aDriveThatFailsDuringAnImportIsLeftAsItWas_data() {
         QTest::addColumn<QString>("injection");
         // The container is opened to unlock it, to sync it, to look for a redo record, to read the
         // document, to append the blocks and to rewrite the header; its document takes three reads.
-        QTest::newRow("magic of the document") << QStringLiteral("read:error=EIO:when=6");
-        QTest::newRow("length of the document") << QStringLiteral("read:error=EIO:when=7");
-        QTest::newRow("header of the document") << QStringLiteral("read:error=EIO:when=8");
-        QTest::newRow("opening to append") << QStringLiteral("openat:error=EROFS:when=5");
-        QTest::newRow("opening for the header") << QStringLiteral("openat:error=EROFS:when=6");
-        QTest::newRow("first block") << QStringLiteral("write:error=EIO:when=1");
-        QTest::newRow("second block") << QStringLiteral("write:error=EIO:when=2");
-        QTest::newRow("second block, no room") << QStringLiteral("write:error=ENOSPC:when=2");
-        QTest::newRow("header") << QStringLiteral("write:error=EIO:when=3");
-        QTest::newRow("write-back of the first block")
-            << QStringLiteral("sync_file_range:error=EIO:when=1");
-        QTest::newRow("write-back of the second block")
-            << QStringLiteral("sync_file_range:error=EIO:when=2");
-        QTest::newRow("redo record") << QStringLiteral("pwrite64:error=EIO:when=1");
-        QTest::newRow("end of the redo record") << QStringLiteral("pwrite64:error=EIO:when=2");
-        QTest::newRow("first flush") << QStringLiteral("fdatasync:error=EIO:when=2");
-        QTest::newRow("second flush") << QStringLiteral("fdatasync:error=EIO:when=3");
+        QTest::newRow("magic of the document") << u"read:error=EIO:when=6"_s;
+        QTest::newRow("length of the document") << u"read:error=EIO:when=7"_s;
+        QTest::newRow("header of the document") << u"read:error=EIO:when=8"_s;
+        QTest::newRow("opening to append") << u"openat:error=EROFS:when=5"_s;
+        QTest::newRow("opening for the header") << u"openat:error=EROFS:when=6"_s;
+        QTest::newRow("first block") << u"write:error=EIO:when=1"_s;
+        QTest::newRow("second block") << u"write:error=EIO:when=2"_s;
+        QTest::newRow("second block, no room") << u"write:error=ENOSPC:when=2"_s;
+        QTest::newRow("header") << u"write:error=EIO:when=3"_s;
+        QTest::newRow("write-back of the first block") << u"sync_file_range:error=EIO:when=1"_s;
+        QTest::newRow("write-back of the second block") << u"sync_file_range:error=EIO:when=2"_s;
+        QTest::newRow("redo record") << u"pwrite64:error=EIO:when=1"_s;
+        QTest::newRow("end of the redo record") << u"pwrite64:error=EIO:when=2"_s;
+        QTest::newRow("first flush") << u"fdatasync:error=EIO:when=2"_s;
+        QTest::newRow("second flush") << u"fdatasync:error=EIO:when=3"_s;
     }
     void aDriveThatFailsDuringAnImportIsLeftAsItWas() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
-        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const QString source = fixture.write(u"source"_s, noise(Chunk + 1000));
         const VaultPicture before(fixture);
-        const DriverRun run =
-            runDriver({fixture.container(), QString::fromUtf8(TestPassword),
-                       QStringLiteral("import"), source, QStringLiteral("Docs/a.txt")},
-                      fixture.container(), {injection});
+        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                                         u"import"_s, source, u"Docs/a.txt"_s},
+                                        fixture.container(), {injection});
         QVERIFY(run.refused());
         COMPARE_UNCHANGED(before);
     }
 
     void aSourceThatFailsDuringAnImportIsRolledBack_data() {
         QTest::addColumn<QString>("injection");
-        QTest::newRow("opening") << QStringLiteral("openat:error=EACCES:when=1");
-        QTest::newRow("first chunk") << QStringLiteral("read:error=EIO:when=1");
-        QTest::newRow("second chunk") << QStringLiteral("read:error=EIO:when=2");
+        QTest::newRow("opening") << u"openat:error=EACCES:when=1"_s;
+        QTest::newRow("first chunk") << u"read:error=EIO:when=1"_s;
+        QTest::newRow("second chunk") << u"read:error=EIO:when=2"_s;
     }
     void aSourceThatFailsDuringAnImportIsRolledBack() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
-        const QString source = fixture.write(QStringLiteral("source"), noise(Chunk + 1000));
+        const QString source = fixture.write(u"source"_s, noise(Chunk + 1000));
         const VaultPicture before(fixture);
-        const DriverRun run =
-            runDriver({fixture.container(), QString::fromUtf8(TestPassword),
-                       QStringLiteral("import"), source, QStringLiteral("Docs/a.txt")},
-                      source, {injection});
+        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                                         u"import"_s, source, u"Docs/a.txt"_s},
+                                        source, {injection});
         QVERIFY(run.refused());
         COMPARE_UNCHANGED(before);
     }
 
     void aDriveThatFailsForGoodNeverLosesTheOldFile_data() {
         QTest::addColumn<QStringList>("injections");
-        QTest::newRow("header and its way back")
-            << QStringList{QStringLiteral("write:error=EIO:when=3+")};
+        QTest::newRow("header and its way back") << QStringList{u"write:error=EIO:when=3+"_s};
         QTest::newRow("every flush from the header on")
-            << QStringList{QStringLiteral("fdatasync:error=EIO:when=2+")};
+            << QStringList{u"fdatasync:error=EIO:when=2+"_s};
         QTest::newRow("flush of the header, then the way back")
-            << QStringList{QStringLiteral("fdatasync:error=EIO:when=2+"),
-                           QStringLiteral("write:error=EIO:when=4+")};
-        QTest::newRow("flush of the header, which cannot be read") << QStringList{
-            QStringLiteral("read:error=EIO:when=9+"), QStringLiteral("fdatasync:error=EIO:when=2")};
+            << QStringList{u"fdatasync:error=EIO:when=2+"_s, u"write:error=EIO:when=4+"_s};
+        QTest::newRow("flush of the header, which cannot be read")
+            << QStringList{u"read:error=EIO:when=9+"_s, u"fdatasync:error=EIO:when=2"_s};
     }
     void aDriveThatFailsForGoodNeverLosesTheOldFile() {
         QFETCH(const QStringList, injections);
         NEEDS_TRACING();
         VaultFixture fixture(usedContainer());
         const QByteArray contents = noise(Chunk + 1000);
-        const QString source = fixture.write(QStringLiteral("source"), contents);
-        const DriverRun run =
-            runDriver({fixture.container(), QString::fromUtf8(TestPassword),
-                       QStringLiteral("import"), source, QStringLiteral("Docs/A.TXT")},
-                      fixture.container(), injections);
+        const QString source = fixture.write(u"source"_s, contents);
+        const DriverRun run = runDriver({fixture.container(), QString::fromUtf8(TestPassword),
+                                         u"import"_s, source, u"Docs/A.TXT"_s},
+                                        fixture.container(), injections);
         QVERIFY(run.refused());
         // Whichever of the two headers the drive holds, the file behind it must be whole.
         QVERIFY(fixture.unlock());
-        const QByteArray found = fixture.stored(QStringLiteral("Docs/A.TXT"));
+        const QByteArray found = fixture.stored(u"Docs/A.TXT"_s);
         QVERIFY(found == "contents of A" || found == contents);
-        QCOMPARE(fixture.stored(QStringLiteral("other")), QByteArray("contents of other"));
+        QCOMPARE(fixture.stored(u"other"_s), QByteArray("contents of other"));
     }
 
     // --- Exporting -------------------------------------------------------------------------
@@ -677,12 +659,12 @@ private Q_SLOTS:
     void anExportIsWhatWasImported() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString target = fixture.file(QStringLiteral("target"));
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("Docs/A.TXT"), target));
+        const QString target = fixture.file(u"target"_s);
+        QVERIFY(fixture.vault.exportFile(u"Docs/A.TXT"_s, target));
         QCOMPARE(readFile(target), QByteArray("contents of A"));
         // A longer file is truncated first.
         QVERIFY(writeFile(target, noise(5000)));
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
+        QVERIFY(fixture.vault.exportFile(u"other"_s, target));
         QCOMPARE(readFile(target), QByteArray("contents of other"));
     }
 
@@ -690,63 +672,62 @@ private Q_SLOTS:
         VaultFixture fixture(usedContainer());
         const FileModeMask usual(0022);
         QVERIFY(fixture.unlock());
-        const QString target = fixture.file(QStringLiteral("target"));
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
+        const QString target = fixture.file(u"target"_s);
+        QVERIFY(fixture.vault.exportFile(u"other"_s, target));
         QCOMPARE(modeOf(target), mode_t{0600});
         QCOMPARE(::chmod(QFile::encodeName(target).constData(), 0644), 0);
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("other"), target));
+        QVERIFY(fixture.vault.exportFile(u"other"_s, target));
         QCOMPARE(modeOf(target), mode_t{0644});
     }
 
     void exportedPathsAreNormalizedAndWrittenPathsAreNot() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString target = fixture.file(QStringLiteral("target"));
-        QVERIFY(fixture.vault.exportFile(QStringLiteral(" \\docs//a.txt/ "), target));
+        const QString target = fixture.file(u"target"_s);
+        QVERIFY(fixture.vault.exportFile(u" \\docs//a.txt/ "_s, target));
         QCOMPARE(readFile(target), QByteArray("contents of A"));
-        QCOMPARE(fixture.stored(QStringLiteral("docs/a.txt")), QByteArray("contents of A"));
-        QCOMPARE(fixture.stored(QStringLiteral("/Docs/A.TXT")), QByteArray("(refused)"));
-        QCOMPARE(fixture.stored(QStringLiteral("Docs\\A.TXT")), QByteArray("(refused)"));
-        QCOMPARE(fixture.stored(QStringLiteral("Docs/A.TXT ")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"docs/a.txt"_s), QByteArray("contents of A"));
+        QCOMPARE(fixture.stored(u"/Docs/A.TXT"_s), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"Docs\\A.TXT"_s), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"Docs/A.TXT "_s), QByteArray("(refused)"));
         QCOMPARE(fixture.stored(QString()), QByteArray("(refused)"));
     }
 
     void theFirstOfTwoSpellingsIsGiven() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("a"), "first").addFile(QStringLiteral("A"), "second");
+        crafted.addFile(u"a"_s, "first").addFile(u"A"_s, "second");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("A")), QByteArray("first"));
+        QCOMPARE(fixture.stored(u"A"_s), QByteArray("first"));
     }
 
     void whatIsNotInTheVaultIsNotExported() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
         // The destination is made, or emptied, before the vault is asked.
-        const QString fresh = fixture.file(QStringLiteral("fresh"));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("missing"), fresh));
+        const QString fresh = fixture.file(u"fresh"_s);
+        QVERIFY(!fixture.vault.exportFile(u"missing"_s, fresh));
         QVERIFY(QFileInfo(fresh).isFile());
         QCOMPARE(QFileInfo(fresh).size(), 0);
-        const QString target = fixture.write(QStringLiteral("target"), "what was there before");
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("missing"), target));
+        const QString target = fixture.write(u"target"_s, "what was there before");
+        QVERIFY(!fixture.vault.exportFile(u"missing"_s, target));
         QVERIFY(QFileInfo(target).isFile());
         QCOMPARE(QFileInfo(target).size(), 0);
         // A folder is no file.
-        QCOMPARE(fixture.stored(QStringLiteral("Docs")), QByteArray("(refused)"));
-        QVERIFY(!fixture.vault.writeVaultFileToDevice(QStringLiteral("other"), nullptr));
+        QCOMPARE(fixture.stored(u"Docs"_s), QByteArray("(refused)"));
+        QVERIFY(!fixture.vault.writeVaultFileToDevice(u"other"_s, nullptr));
     }
 
     void destinationsThatCannotBeOpenedAreRefused() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"),
-                                          fixture.file(QStringLiteral("missing/target"))));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), fixture.file(QString())));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), QString()));
-        const QString target = fixture.write(QStringLiteral("target"), "kept");
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, fixture.file(u"missing/target"_s)));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, fixture.file(QString())));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, QString()));
+        const QString target = fixture.write(u"target"_s, "kept");
         QVERIFY(QFile::setPermissions(target, QFile::ReadOwner));
         const ObeyPermissions obey;
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), target));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, target));
         QCOMPARE(readFile(target), QByteArray("kept"));
     }
 
@@ -759,18 +740,18 @@ private Q_SLOTS:
         QFETCH(const bool, isRead);
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        const QString pipe = fixture.file(QStringLiteral("pipe"));
+        const QString pipe = fixture.file(u"pipe"_s);
         const QByteArray name = QFile::encodeName(pipe);
         QCOMPARE(::mkfifo(name.constData(), 0600), 0);
         const int reader = isRead ? ::open(name.constData(), O_RDONLY | O_NONBLOCK) : -1;
         const auto closing = qScopeGuard([reader] { ::close(reader); });
         QCOMPARE(reader >= 0, isRead);
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), pipe));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, pipe));
         // Nothing was written either.
         char byte = 0;
         QVERIFY(!isRead || ::read(reader, &byte, 1) == 0);
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), QStringLiteral("/dev/null")));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("other"), fixture.driveFolder()));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, u"/dev/null"_s));
+        QVERIFY(!fixture.vault.exportFile(u"other"_s, fixture.driveFolder()));
     }
 
     void aDestinationWithoutRoomIsAFailure() {
@@ -779,13 +760,13 @@ private Q_SLOTS:
         QVERIFY(disk.isMounted());
         VaultFixture fixture;
         QVERIFY(fixture.unlock());
-        QVERIFY(fixture.store(QStringLiteral("big"), noise(5 * MiB)));
-        QVERIFY(fixture.store(QStringLiteral("small"), "fits"));
+        QVERIFY(fixture.store(u"big"_s, noise(5 * MiB)));
+        QVERIFY(fixture.store(u"small"_s, "fits"));
         const VaultPicture before(fixture);
-        const QString target = disk.filePath(QStringLiteral("target"));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("big"), target));
+        const QString target = disk.filePath(u"target"_s);
+        QVERIFY(!fixture.vault.exportFile(u"big"_s, target));
         COMPARE_UNCHANGED(before);
-        QVERIFY(fixture.vault.exportFile(QStringLiteral("small"), target));
+        QVERIFY(fixture.vault.exportFile(u"small"_s, target));
         QCOMPARE(readFile(target), QByteArray("fits"));
     }
 
@@ -802,52 +783,52 @@ private Q_SLOTS:
         QFETCH(const qint64, room);
         QFETCH(const bool, enough);
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("f"), noise(25), 10);
+        crafted.addFile(u"f"_s, noise(25), 10);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
         ShortDevice device(room);
-        QCOMPARE(fixture.vault.writeVaultFileToDevice(QStringLiteral("f"), &device), enough);
+        QCOMPARE(fixture.vault.writeVaultFileToDevice(u"f"_s, &device), enough);
     }
 
     void aDeviceThatIsNotOpenIsAFailure() {
         VaultFixture fixture(usedContainer());
         QVERIFY(fixture.unlock());
-        QFile closed(fixture.file(QStringLiteral("closed")));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("device not open")));
-        QVERIFY(!fixture.vault.writeVaultFileToDevice(QStringLiteral("other"), &closed));
+        QFile closed(fixture.file(u"closed"_s));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"device not open"_s));
+        QVERIFY(!fixture.vault.writeVaultFileToDevice(u"other"_s, &closed));
     }
 
     void blocksOfAnySizeAndPlaceAreRead() {
         CraftedContainer crafted;
         crafted.leaveGap(1000)
-            .addFile(QStringLiteral("a"), noise(100), 7)
+            .addFile(u"a"_s, noise(100), 7)
             .leaveGap(3)
-            .addFile(QStringLiteral("b"), noise(50, 2), 1);
+            .addFile(u"b"_s, noise(50, 2), 1);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.entry(QStringLiteral("a")).blocks.size(), 15);
-        QCOMPARE(fixture.stored(QStringLiteral("a")), noise(100));
-        QCOMPARE(fixture.stored(QStringLiteral("b")), noise(50, 2));
+        QCOMPARE(fixture.entry(u"a"_s).blocks.size(), 15);
+        QCOMPARE(fixture.stored(u"a"_s), noise(100));
+        QCOMPARE(fixture.stored(u"b"_s), noise(50, 2));
     }
 
     void sizeAndDigestAreNotCheckedOnTheWayOut() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("f"), "contents")
-            .setFileMember(0, QStringLiteral("sizeBytes"), 12345)
-            .setFileMember(0, QStringLiteral("sha256"), QStringLiteral("00"));
+        crafted.addFile(u"f"_s, "contents")
+            .setFileMember(0, u"sizeBytes"_s, 12345)
+            .setFileMember(0, u"sha256"_s, u"00"_s);
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("contents"));
+        QCOMPARE(fixture.stored(u"f"_s), QByteArray("contents"));
     }
 
     void everyByteOfABlocksAssociatedDataCounts() {
         VaultFixture fixture;
         const auto opensWith = [&fixture](const QByteArray& associatedData) {
             return containerWithBlockSealedUnder(associatedData).writeTo(fixture.container()) &&
-                   fixture.unlock() && fixture.stored(QStringLiteral("f")) == "sealed by hand" &&
+                   fixture.unlock() && fixture.stored(u"f"_s) == "sealed by hand" &&
                    fixture.vault.lockVault();
         };
-        const QByteArray literal = QByteArrayLiteral("TESSEL|file-block|3");
+        const QByteArray literal = "TESSEL|file-block|3"_ba;
         QCOMPARE(literal.size(), 19);
         QVERIFY(opensWith(literal));
         for (qsizetype at = 0; at < literal.size(); ++at) {
@@ -873,62 +854,59 @@ private Q_SLOTS:
         QFETCH(const int, byte);
         CraftedContainer crafted;
         const QByteArray contents = noise(25);
-        crafted.addFile(QStringLiteral("f"), contents, 10).addFile(QStringLiteral("g"), "intact");
+        crafted.addFile(u"f"_s, contents, 10).addFile(u"g"_s, "intact");
         VaultFixture fixture(crafted);
         const qint64 at = crafted.blocks(0).at(block).offset + byte;
         const char altered = static_cast<char>(readFile(fixture.container()).at(at) ^ 0x10);
         QVERIFY(overwriteAt(fixture.container(), at, QByteArray(1, altered)));
         QVERIFY(fixture.unlock());
-        const QString target = fixture.file(QStringLiteral("target"));
-        QVERIFY(!fixture.vault.exportFile(QStringLiteral("f"), target));
+        const QString target = fixture.file(u"target"_s);
+        QVERIFY(!fixture.vault.exportFile(u"f"_s, target));
         // What came before it was authentic and stays.
         QCOMPARE(readFile(target), contents.left(block * 10));
-        QCOMPARE(fixture.stored(QStringLiteral("g")), QByteArray("intact"));
+        QCOMPARE(fixture.stored(u"g"_s), QByteArray("intact"));
     }
 
     void aBlockThatIsNotWhereTheIndexSaysIsRefused_data() {
         QTest::addColumn<QString>("member");
         QTest::addColumn<QJsonValue>("value");
-        QTest::newRow("a byte further")
-            << QStringLiteral("offset") << QJsonValue(PayloadOffset + 1);
-        QTest::newRow("beyond the end")
-            << QStringLiteral("offset") << QJsonValue(PayloadOffset * 2);
-        QTest::newRow("negative") << QStringLiteral("offset") << QJsonValue(-1);
-        QTest::newRow("a byte more") << QStringLiteral("encryptedSize") << QJsonValue(25);
-        QTest::newRow("a byte less") << QStringLiteral("encryptedSize") << QJsonValue(23);
-        QTest::newRow("plaintext longer") << QStringLiteral("plainSize") << QJsonValue(9);
-        QTest::newRow("plaintext shorter") << QStringLiteral("plainSize") << QJsonValue(7);
+        QTest::newRow("a byte further") << u"offset"_s << QJsonValue(PayloadOffset + 1);
+        QTest::newRow("beyond the end") << u"offset"_s << QJsonValue(PayloadOffset * 2);
+        QTest::newRow("negative") << u"offset"_s << QJsonValue(-1);
+        QTest::newRow("a byte more") << u"encryptedSize"_s << QJsonValue(25);
+        QTest::newRow("a byte less") << u"encryptedSize"_s << QJsonValue(23);
+        QTest::newRow("plaintext longer") << u"plainSize"_s << QJsonValue(9);
+        QTest::newRow("plaintext shorter") << u"plainSize"_s << QJsonValue(7);
         QTest::newRow("another nonce")
-            << QStringLiteral("nonce")
-            << QJsonValue(QString::fromLatin1(QByteArray(24, 'n').toBase64()));
-        QTest::newRow("no nonce") << QStringLiteral("nonce") << QJsonValue(QString());
+            << u"nonce"_s << QJsonValue(QString::fromLatin1(QByteArray(24, 'n').toBase64()));
+        QTest::newRow("no nonce") << u"nonce"_s << QJsonValue(QString());
     }
     void aBlockThatIsNotWhereTheIndexSaysIsRefused() {
         QFETCH(const QString, member);
         QFETCH(const QJsonValue, value);
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("f"), "contents").addFile(QStringLiteral("g"), "intact");
+        crafted.addFile(u"f"_s, "contents").addFile(u"g"_s, "intact");
         VaultFixture fixture(crafted);
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("contents"));
+        QCOMPARE(fixture.stored(u"f"_s), QByteArray("contents"));
         QVERIFY(fixture.vault.lockVault());
         crafted.setBlockMember(0, 0, member, value);
         QVERIFY(crafted.writeTo(fixture.container()));
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("(refused)"));
-        QCOMPARE(fixture.stored(QStringLiteral("g")), QByteArray("intact"));
+        QCOMPARE(fixture.stored(u"f"_s), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"g"_s), QByteArray("intact"));
     }
 
     void aContainerThatIsCutShortGivesWhatIsLeft() {
         CraftedContainer crafted;
-        crafted.addFile(QStringLiteral("f"), "first").addFile(QStringLiteral("g"), "second");
+        crafted.addFile(u"f"_s, "first").addFile(u"g"_s, "second");
         VaultFixture fixture(crafted);
         QVERIFY(QFile::resize(fixture.container(), crafted.fileSize() - 1));
         QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("first"));
-        QCOMPARE(fixture.stored(QStringLiteral("g")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"f"_s), QByteArray("first"));
+        QCOMPARE(fixture.stored(u"g"_s), QByteArray("(refused)"));
         QVERIFY(QFile::remove(fixture.container()));
-        QCOMPARE(fixture.stored(QStringLiteral("f")), QByteArray("(refused)"));
+        QCOMPARE(fixture.stored(u"f"_s), QByteArray("(refused)"));
     }
 
     void aFullFlowWithARealKeySurvivesAnotherSession() {
@@ -936,12 +914,12 @@ private Q_SLOTS:
         QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
         QVERIFY(fixture.unlock());
         const QByteArray bytes = noise(Chunk + 12345);
-        QVERIFY(fixture.store(QStringLiteral("docs/big.bin"), bytes));
+        QVERIFY(fixture.store(u"docs/big.bin"_s, bytes));
         QVERIFY(fixture.vault.lockVault());
         VaultManager other;
         QVERIFY(other.unlockVault(fixture.container(), TestPassword));
-        const QString target = fixture.file(QStringLiteral("target"));
-        QVERIFY(other.exportFile(QStringLiteral("docs/big.bin"), target));
+        const QString target = fixture.file(u"target"_s);
+        QVERIFY(other.exportFile(u"docs/big.bin"_s, target));
         QCOMPARE(sha256OfFile(target), sha256(bytes));
         QVERIFY(other.lockVault());
     }

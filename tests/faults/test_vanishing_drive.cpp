@@ -17,6 +17,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -24,11 +25,11 @@ using Operation = std::function<bool(VaultFixture&)>;
 
 /// A vault on a drive that can go away.
 struct Drive {
-    Drive() : disk(40 * MiB), container(disk.filePath(QStringLiteral("tessel.tvlt"))) {
+    Drive() : disk(40 * MiB), container(disk.filePath(u"tessel.tvlt"_s)) {
         CraftedContainer vault(3);
-        vault.addFile(QStringLiteral("a.bin"), noise(50000, 1), 16384);
-        vault.addFile(QStringLiteral("b.txt"), QByteArrayLiteral("conteudo de b"));
-        vault.addFolder(QStringLiteral("pasta"));
+        vault.addFile(u"a.bin"_s, noise(50000, 1), 16384);
+        vault.addFile(u"b.txt"_s, "conteudo de b"_ba);
+        vault.addFolder(u"pasta"_s);
         if (!disk.isMounted() || !vault.writeTo(container) ||
             !fixture.vault.unlockVault(container, TestPassword)) {
             qFatal("cannot set up the drive");
@@ -88,31 +89,31 @@ static void addChanges() {
     const QList<QPair<const char*, Operation>> rows{
         {"import",
          [](VaultFixture& f) {
-             return f.store(QStringLiteral("c"), "de c");
+             return f.store(u"c"_s, "de c");
          }},
         {"new folder",
          [](VaultFixture& f) {
-             return f.vault.createDirectory(QStringLiteral("nova"));
+             return f.vault.createDirectory(u"nova"_s);
          }},
         {"rename",
          [](VaultFixture& f) {
-             return f.vault.renameFile(QStringLiteral("b.txt"), QStringLiteral("d.txt"));
+             return f.vault.renameFile(u"b.txt"_s, u"d.txt"_s);
          }},
         {"move",
          [](VaultFixture& f) {
-             return f.vault.moveFile(QStringLiteral("b.txt"), QStringLiteral("pasta"));
+             return f.vault.moveFile(u"b.txt"_s, u"pasta"_s);
          }},
         {"delete",
          [](VaultFixture& f) {
-             return f.vault.deleteFile(QStringLiteral("b.txt"));
+             return f.vault.deleteFile(u"b.txt"_s);
          }},
         {"rename folder",
          [](VaultFixture& f) {
-             return f.vault.renameDirectory(QStringLiteral("pasta"), QStringLiteral("outra"));
+             return f.vault.renameDirectory(u"pasta"_s, u"outra"_s);
          }},
         {"delete folder",
          [](VaultFixture& f) {
-             return f.vault.deleteDirectory(QStringLiteral("pasta"));
+             return f.vault.deleteDirectory(u"pasta"_s);
          }},
         {"compaction",
          [](VaultFixture& f) {
@@ -137,7 +138,7 @@ void TestVanishingDrive::readOnlyDriveRefusesEveryChange() {
     QVERIFY(!operation(drive.fixture));
     QCOMPARE(drive.fixture.vault.fileIndex().toJson(), index);
     QVERIFY(readFile(drive.container) == bytes);
-    QCOMPARE(drive.fixture.stored(QStringLiteral("a.bin")), noise(50000, 1));
+    QCOMPARE(drive.fixture.stored(u"a.bin"_s), noise(50000, 1));
     QVERIFY(drive.remount(false));
     QVERIFY(operation(drive.fixture));
     QCOMPARE(indexAsOpenedAnew(drive.container, TestPassword),
@@ -154,7 +155,7 @@ void TestVanishingDrive::coveredDriveRefusesEverything() {
     const QByteArray index = drive.fixture.vault.fileIndex().toJson();
     QVERIFY(drive.cover());
     QVERIFY(!operation(drive.fixture));
-    QCOMPARE(drive.fixture.stored(QStringLiteral("a.bin")), QByteArrayLiteral("(refused)"));
+    QCOMPARE(drive.fixture.stored(u"a.bin"_s), "(refused)"_ba);
     QVERIFY2(!QFileInfo::exists(drive.container), "something was left on another drive");
     QCOMPARE(drive.fixture.vault.fileIndex().toJson(), index);
     QVERIFY(drive.uncover());
@@ -182,7 +183,7 @@ void TestVanishingDrive::pulledDriveRefusesEverything() {
 void TestVanishingDrive::driveThatTurnsReadOnlyDuringAnImportKeepsItsFiles() {
     Drive drive;
     const QByteArray before = drive.fixture.vault.fileIndex().toJson();
-    const QString source = drive.fixture.write(QStringLiteral("c"), noise(100000, 2));
+    const QString source = drive.fixture.write(u"c"_s, noise(100000, 2));
     // A file open for writing prevents a remount, which a failing drive does not wait for: here
     // only files opened from now on are read-only.
     const QByteArray mountPoint = QFile::encodeName(drive.disk.path());
@@ -193,24 +194,24 @@ void TestVanishingDrive::driveThatTurnsReadOnlyDuringAnImportKeepsItsFiles() {
                  ::mount(nullptr, mountPoint.constData(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY,
                          nullptr) == 0;
     };
-    QVERIFY(!drive.fixture.vault.importFile(source, QStringLiteral("c"), turn));
+    QVERIFY(!drive.fixture.vault.importFile(source, u"c"_s, turn));
     QVERIFY(turned);
     QVERIFY(drive.uncover());
     QCOMPARE(drive.fixture.vault.fileIndex().toJson(), before);
     QCOMPARE(indexAsOpenedAnew(drive.container, TestPassword), before);
-    QCOMPARE(drive.fixture.stored(QStringLiteral("a.bin")), noise(50000, 1));
-    QVERIFY(drive.fixture.vault.importFile(source, QStringLiteral("c")));
+    QCOMPARE(drive.fixture.stored(u"a.bin"_s), noise(50000, 1));
+    QVERIFY(drive.fixture.vault.importFile(source, u"c"_s));
 }
 
 void TestVanishingDrive::driveThatIsPulledDuringAnImportMakesItFail() {
     Drive drive;
     const QByteArray before = drive.fixture.vault.fileIndex().toJson();
-    const QString source = drive.fixture.write(QStringLiteral("c"), noise(100000, 2));
+    const QString source = drive.fixture.write(u"c"_s, noise(100000, 2));
     bool pulled = false;
     const auto pull = [&](qint64, qint64, const QString&) {
         pulled = drive.pull();
     };
-    QVERIFY(!drive.fixture.vault.importFile(source, QStringLiteral("c"), pull));
+    QVERIFY(!drive.fixture.vault.importFile(source, u"c"_s, pull));
     QVERIFY(pulled);
     QCOMPARE(drive.fixture.vault.fileIndex().toJson(), before);
 }
@@ -222,7 +223,7 @@ void TestVanishingDrive::driveThatIsPulledDuringCompactionMakesItFail() {
     const auto pull = [&](qint64, qint64, const QString&) {
         pulled = pulled || drive.pull();
     };
-    QString error = QStringLiteral("untouched");
+    QString error = u"untouched"_s;
     QVERIFY(!drive.fixture.vault.compactVault(pull, &error));
     QVERIFY(pulled);
     QVERIFY2(error.isEmpty(), "the drive went before the container was deleted");
@@ -232,13 +233,12 @@ void TestVanishingDrive::driveThatIsPulledDuringCompactionMakesItFail() {
 void TestVanishingDrive::sourceThatShrinksWhileItIsReadIsNotStored() {
     Drive drive;
     const qint64 size = QFileInfo(drive.container).size();
-    const QString source =
-        drive.fixture.write(QStringLiteral("c"), noise(VaultManager::ChunkBytes + 5, 2));
+    const QString source = drive.fixture.write(u"c"_s, noise(VaultManager::ChunkBytes + 5, 2));
     bool cut = false;
     const auto shrink = [&](qint64, qint64, const QString&) {
         cut = QFile::resize(source, VaultManager::ChunkBytes);
     };
-    QVERIFY(!drive.fixture.vault.importFile(source, QStringLiteral("c"), shrink));
+    QVERIFY(!drive.fixture.vault.importFile(source, u"c"_s, shrink));
     QVERIFY(cut);
     QCOMPARE(QFileInfo(drive.container).size(), size);
 }

@@ -26,6 +26,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -49,14 +50,14 @@ private:
 bool make(const QString& path) {
     constexpr int Folders = 16;
     CraftedContainer vault(11);
-    vault.addFile(QStringLiteral("docs/a.bin"), noise(70000, 1), 16384);
-    vault.addFile(QStringLiteral("b.txt"), QByteArrayLiteral("conteudo de b"));
+    vault.addFile(u"docs/a.bin"_s, noise(70000, 1), 16384);
+    vault.addFile(u"b.txt"_s, "conteudo de b"_ba);
     vault.leaveGap(30000);
-    vault.addFile(QStringLiteral("c.bin"), noise(9000, 2));
-    vault.addFile(QStringLiteral("vazio"), {});
-    vault.addFolder(QStringLiteral("docs"));
+    vault.addFile(u"c.bin"_s, noise(9000, 2));
+    vault.addFile(u"vazio"_s, {});
+    vault.addFolder(u"docs"_s);
     for (int i = 0; i < Folders; ++i) {
-        vault.addFolder(QStringLiteral("pasta %1").arg(i));
+        vault.addFolder(u"pasta %1"_s.arg(i));
     }
     return vault.writeTo(path);
 }
@@ -76,7 +77,7 @@ QJsonObject contentsOf(const VaultManager& vault) {
                            device.hex() == QString::fromLatin1(entry.sha256.toHex());
         files.insert(entry.vaultPath, given ? QJsonValue(device.hex()) : QJsonValue());
     }
-    return {{QStringLiteral("folders"), folders}, {QStringLiteral("files"), files}};
+    return {{u"folders"_s, folders}, {u"files"_s, files}};
 }
 
 QJsonObject look(const QStringList& arguments, bool change) {
@@ -86,7 +87,7 @@ QJsonObject look(const QStringList& arguments, bool change) {
         if (!vault.unlockVault(path, arguments.at(i).toUtf8())) {
             continue;
         }
-        const bool changed = !change || vault.createDirectory(QStringLiteral("tambem"));
+        const bool changed = !change || vault.createDirectory(u"tambem"_s);
         QJsonObject found = contentsOf(vault);
         found.insert(u"password", i - 1);
         found.insert(u"changed", changed);
@@ -99,10 +100,10 @@ QJsonObject look(const QStringList& arguments, bool change) {
 
 QJsonObject answer(const QStringList& request) {
     const QString what = request.value(0);
-    if (what == QLatin1String("make")) {
-        return {{QStringLiteral("made"), make(request.value(1))}};
+    if (what == "make"_L1) {
+        return {{u"made"_s, make(request.value(1))}};
     }
-    return look(request.mid(1), what == QLatin1String("change"));
+    return look(request.mid(1), what == "change"_L1);
 }
 
 } // namespace

@@ -15,11 +15,12 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Fuzz;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 constexpr qint64 HeaderRegionBytes = 8388608;
-const QByteArray Magic = QByteArrayLiteral("TESSEL3");
+const QByteArray Magic = "TESSEL3"_ba;
 
 struct HostileFile {
     QByteArray start;
@@ -62,7 +63,7 @@ std::optional<QJsonObject> secondReading(const HostileFile& file) {
     const QJsonDocument document = QJsonDocument::fromJson(header);
     const QJsonObject object = document.object();
     const bool good = document.isObject() && object.value(u"magic").isString() &&
-                      object.value(u"magic").toString() == QLatin1String("TESSEL") &&
+                      object.value(u"magic").toString() == "TESSEL"_L1 &&
                       object.value(u"formatVersion").toInt(0) == 3;
     return good ? std::optional<QJsonObject>(object) : std::nullopt;
 }
@@ -104,11 +105,10 @@ void checkDocument(const ContainerDocument& document, const QJsonObject& object)
 
 void checkWrittenHeader(const ContainerManager& manager, const ContainerDocument& document) {
     const QJsonObject object{
-        {QStringLiteral("magic"), QStringLiteral("TESSEL")},
-        {QStringLiteral("formatVersion"), document.formatVersion},
-        {QStringLiteral("crypto"), manager.cryptoMetadataToJson(document.crypto)},
-        {QStringLiteral("encryptedIndex"),
-         QString::fromLatin1(document.encryptedIndex.toBase64())}};
+        {u"magic"_s, u"TESSEL"_s},
+        {u"formatVersion"_s, document.formatVersion},
+        {u"crypto"_s, manager.cryptoMetadataToJson(document.crypto)},
+        {u"encryptedIndex"_s, QString::fromLatin1(document.encryptedIndex.toBase64())}};
     const QByteArray header = manager.buildHeader(document);
     expect(header == QJsonDocument(object).toJson(QJsonDocument::Compact),
            "the header is written as the toolkit would write it");

@@ -17,6 +17,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Fuzz;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -26,10 +27,10 @@ QString textOf(const QDateTime& dateTime) {
 }
 
 QJsonObject toolkitBlock(const VaultFileBlock& block) {
-    return {{QStringLiteral("offset"), block.offset},
-            {QStringLiteral("plainSize"), block.plainSize},
-            {QStringLiteral("encryptedSize"), block.encryptedSize},
-            {QStringLiteral("nonce"), QString::fromLatin1(block.nonce.toBase64())}};
+    return {{u"offset"_s, block.offset},
+            {u"plainSize"_s, block.plainSize},
+            {u"encryptedSize"_s, block.encryptedSize},
+            {u"nonce"_s, QString::fromLatin1(block.nonce.toBase64())}};
 }
 
 QJsonObject toolkitFile(const VaultFileEntry& entry) {
@@ -37,12 +38,12 @@ QJsonObject toolkitFile(const VaultFileEntry& entry) {
     for (const VaultFileBlock& block : entry.blocks) {
         blocks.append(toolkitBlock(block));
     }
-    return {{QStringLiteral("id"), entry.id},
-            {QStringLiteral("vaultPath"), entry.vaultPath},
-            {QStringLiteral("sizeBytes"), entry.sizeBytes},
-            {QStringLiteral("lastModifiedUtc"), textOf(entry.lastModifiedUtc)},
-            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
-            {QStringLiteral("blocks"), blocks}};
+    return {{u"id"_s, entry.id},
+            {u"vaultPath"_s, entry.vaultPath},
+            {u"sizeBytes"_s, entry.sizeBytes},
+            {u"lastModifiedUtc"_s, textOf(entry.lastModifiedUtc)},
+            {u"sha256"_s, QString::fromLatin1(entry.sha256.toHex())},
+            {u"blocks"_s, blocks}};
 }
 
 QByteArray toolkitJson(const SecureFileIndex& index) {
@@ -54,13 +55,12 @@ QByteArray toolkitJson(const SecureFileIndex& index) {
     QJsonArray folders;
     const QList<VaultDirectoryEntry> directories = index.directories();
     for (const VaultDirectoryEntry& directory : directories) {
-        folders.append(QJsonObject{{QStringLiteral("path"), directory.path},
-                                   {QStringLiteral("createdUtc"), textOf(directory.createdUtc)},
-                                   {QStringLiteral("modifiedUtc"), textOf(directory.modifiedUtc)}});
+        folders.append(QJsonObject{{u"path"_s, directory.path},
+                                   {u"createdUtc"_s, textOf(directory.createdUtc)},
+                                   {u"modifiedUtc"_s, textOf(directory.modifiedUtc)}});
     }
-    const QJsonObject object{{QStringLiteral("files"), files},
-                             {QStringLiteral("directories"), folders},
-                             {QStringLiteral("formatVersion"), 1}};
+    const QJsonObject object{
+        {u"files"_s, files}, {u"directories"_s, folders}, {u"formatVersion"_s, 1}};
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 

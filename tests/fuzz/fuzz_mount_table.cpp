@@ -12,6 +12,7 @@
 #include <utility>
 
 using namespace Tessel::Fuzz;
+using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::Platform::Linux {
 
@@ -20,10 +21,10 @@ namespace {
 // Escapes do not overlap, and none appears by decoding if the backslash is decoded last, so one
 // pass from left to right must give the same result.
 QString decodedInOnePass(const QString& token) {
-    static const std::array<std::pair<QString, QString>, 4> escapes{{{u"\\040"_qs, u" "_qs},
-                                                                     {u"\\011"_qs, u"\t"_qs},
-                                                                     {u"\\012"_qs, u"\n"_qs},
-                                                                     {u"\\134"_qs, u"\\"_qs}}};
+    static const std::array<std::pair<QString, QString>, 4> escapes{{{u"\\040"_s, u" "_s},
+                                                                     {u"\\011"_s, u"\t"_s},
+                                                                     {u"\\012"_s, u"\n"_s},
+                                                                     {u"\\134"_s, u"\\"_s}}};
     QString decoded;
     for (qsizetype i = 0; i < token.size();) {
         bool found = false;
@@ -44,7 +45,7 @@ QString decodedInOnePass(const QString& token) {
 void checkLine(const QString& line) {
     MountTableEntry entry;
     const bool parsed = parseMountTableLine(line, &entry);
-    expect(!parsed || line.contains(u" - "_qs), "a line without its separator is skipped");
+    expect(!parsed || line.contains(u" - "_s), "a line without its separator is skipped");
     if (!parsed) {
         expect(entry.mountPoint.isEmpty() && entry.source.isEmpty(),
                "a skipped line leaves nothing behind");
@@ -53,7 +54,7 @@ void checkLine(const QString& line) {
     expect(!entry.mountPoint.isEmpty() && !entry.fileSystemType.isEmpty() &&
                !entry.source.isEmpty(),
            "the fields of a line are not empty");
-    const qsizetype separator = line.indexOf(u" - "_qs);
+    const qsizetype separator = line.indexOf(u" - "_s);
     expect(entry.mountPoint ==
                decodedInOnePass(line.left(separator).split(u' ', Qt::SkipEmptyParts).at(4)),
            "the mount point is the fifth field");

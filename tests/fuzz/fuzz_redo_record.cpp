@@ -14,6 +14,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Fuzz;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -23,7 +24,7 @@ constexpr std::uint8_t TwoRecords = 4;
 constexpr std::uint8_t RewriteHeader = 8;
 constexpr std::uint8_t InHeaderRegion = 16;
 
-const QByteArray Payload = QByteArrayLiteral("the payload");
+const QByteArray Payload = "the payload"_ba;
 
 struct HostileFile {
     std::uint8_t shape = 0;

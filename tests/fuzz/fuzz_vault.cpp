@@ -33,6 +33,7 @@ using Tessel::Tests::CraftedContainer;
 using Tessel::Tests::noise;
 using Tessel::Tests::readFile;
 using Tessel::Tests::writeFile;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -53,7 +54,7 @@ constexpr qsizetype MostFilesTried = 8;
 // Hostile blocks may overlap, so that a rebuilt container is larger than the original.
 constexpr rlim_t LargestFile = rlim_t(48) << 20U;
 
-const QByteArray NewContents = QByteArrayLiteral("a tiny file");
+const QByteArray NewContents = "a tiny file"_ba;
 
 // The valid blocks that an index can refer to: four sealed blocks, one after the other, each under
 // a nonce of one repeated letter. The seeds and the dictionary know their offsets.
@@ -92,11 +93,11 @@ const CraftedContainer& container() {
 // temporary folder.
 class Places {
 public:
-    Places() : m_folder(QDir::tempPath() + QStringLiteral("/tessel-fuzz-XXXXXX")) {
+    Places() : m_folder(QDir::tempPath() + u"/tessel-fuzz-XXXXXX"_s) {
         // Makes a write fail before it fills the machine's disk.
         const rlimit limit{LargestFile, LargestFile};
-        expect(m_folder.isValid() && QDir(m_folder.path()).mkdir(QStringLiteral("tmp")) &&
-                   QDir(m_folder.path()).mkdir(QStringLiteral("drive")) &&
+        expect(m_folder.isValid() && QDir(m_folder.path()).mkdir(u"tmp"_s) &&
+                   QDir(m_folder.path()).mkdir(u"drive"_s) &&
                    ::setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
                    std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR &&
                    qputenv("TMPDIR", QFile::encodeName(temporary())),
@@ -104,12 +105,12 @@ public:
     }
 
     [[nodiscard]] QString root() const { return m_folder.path(); }
-    [[nodiscard]] QString temporary() const { return m_folder.filePath(QStringLiteral("tmp")); }
-    [[nodiscard]] QString workspaces() const { return temporary() + QStringLiteral("/Tessel"); }
+    [[nodiscard]] QString temporary() const { return m_folder.filePath(u"tmp"_s); }
+    [[nodiscard]] QString workspaces() const { return temporary() + u"/Tessel"_s; }
     [[nodiscard]] QString drive(const QString& name) const {
-        return m_folder.path() + QStringLiteral("/drive/") + name;
+        return m_folder.path() + u"/drive/"_s + name;
     }
-    [[nodiscard]] QString containerPath() const { return drive(QStringLiteral("tessel.tvlt")); }
+    [[nodiscard]] QString containerPath() const { return drive(u"tessel.tvlt"_s); }
 
 private:
     QTemporaryDir m_folder;
@@ -186,8 +187,7 @@ public:
 
 private:
     [[nodiscard]] QString chosenPath() const {
-        return m_files.isEmpty() ? QStringLiteral("a")
-                                 : m_files.at(m_selector % m_files.size()).vaultPath;
+        return m_files.isEmpty() ? u"a"_s : m_files.at(m_selector % m_files.size()).vaultPath;
     }
 
     [[nodiscard]] QString chosenFolder() const {
@@ -221,7 +221,7 @@ private:
             expect(!written || plain.data() == *expected, "an export holds the right bytes");
         }
         const QString path = chosenPath();
-        const QString destination = places().drive(QStringLiteral("exported"));
+        const QString destination = places().drive(u"exported"_s);
         const WriteGuard guard(QFile::encodeName(places().drive({}).chopped(1)));
         if (m_vault.exportFile(path, destination)) {
             const std::optional<VaultFileEntry> entry =
@@ -256,16 +256,14 @@ private:
     }
 
     void renameFile() {
-        change(0, [this] {
-            return m_vault.renameFile(chosenPath(), QStringLiteral("outro/não existe/x"));
-        });
+        change(0, [this] { return m_vault.renameFile(chosenPath(), u"outro/não existe/x"_s); });
     }
 
     void changeFolders() {
-        change(0, [this] { return m_vault.createDirectory(chosenPath() + QStringLiteral("/b")); });
+        change(0, [this] { return m_vault.createDirectory(chosenPath() + u"/b"_s); });
         const QByteArray before = m_vault.fileIndex().toJson();
         // Folders that differ only in letter case become one, and so do their files.
-        if (!m_vault.renameDirectory(chosenFolder(), QStringLiteral("nova/pasta"))) {
+        if (!m_vault.renameDirectory(chosenFolder(), u"nova/pasta"_s)) {
             expect(m_vault.fileIndex().toJson() == before, "a refused operation changes nothing");
         }
         change(0, [this] { return m_vault.deleteDirectory(chosenFolder()); });
@@ -273,7 +271,7 @@ private:
     }
 
     void importFile() {
-        const QString source = places().drive(QStringLiteral("source"));
+        const QString source = places().drive(u"source"_s);
         expect(writeFile(source, NewContents), "a file to import is written");
         const QByteArray before = m_vault.fileIndex().toJson();
         const QString path = chosenPath();
@@ -371,7 +369,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         session.perform(operations);
     }
     const QStringList left = namesIn(places().temporary());
-    expect(left.isEmpty() || left == QStringList(QStringLiteral("Tessel")),
+    expect(left.isEmpty() || left == QStringList(u"Tessel"_s),
            "nothing is left in the temporary location");
     return 0;
 }

@@ -12,6 +12,7 @@
 
 using namespace Tessel::Core;
 using namespace Tessel::Fuzz;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -50,7 +51,7 @@ QString secondNormalization(QString path) {
             continue;
         }
         piece = piece.trimmed();
-        if (piece.isEmpty() || piece == QLatin1String(".") || piece == QLatin1String("..")) {
+        if (piece.isEmpty() || piece == "."_L1 || piece == ".."_L1) {
             return {};
         }
         result += result.isEmpty() ? piece : u'/' + piece;
@@ -65,8 +66,7 @@ void checkCanonical(const QString& path) {
            "a canonical path has no separator at its ends and no backslash");
     const QStringList components = path.split(u'/');
     for (const QString& component : components) {
-        expect(!component.isEmpty() && component != QLatin1String(".") &&
-                   component != QLatin1String(".."),
+        expect(!component.isEmpty() && component != "."_L1 && component != ".."_L1,
                "a canonical path has no empty component, no dot and no two dots");
         expect(component.trimmed() == component, "components have no blanks at their ends");
     }

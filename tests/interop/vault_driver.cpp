@@ -15,6 +15,7 @@
 #include <functional>
 
 using namespace Tessel::Core;
+using namespace Qt::Literals::StringLiterals;
 
 // Runs the engine's operations from a script, so that tests in another language can use it. The
 // script is a JSON array of commands, each an array of an operation and its arguments; an operation
@@ -36,12 +37,12 @@ QJsonObject describe(const VaultFileEntry& entry) {
         blocks.append(QJsonArray{block.offset, block.plainSize, block.encryptedSize,
                                  QString::fromLatin1(block.nonce.toHex())});
     }
-    return {{QStringLiteral("path"), entry.vaultPath},
-            {QStringLiteral("size"), entry.sizeBytes},
-            {QStringLiteral("modified"), dateText(entry.lastModifiedUtc)},
-            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
-            {QStringLiteral("id"), entry.id},
-            {QStringLiteral("blocks"), blocks}};
+    return {{u"path"_s, entry.vaultPath},
+            {u"size"_s, entry.sizeBytes},
+            {u"modified"_s, dateText(entry.lastModifiedUtc)},
+            {u"sha256"_s, QString::fromLatin1(entry.sha256.toHex())},
+            {u"id"_s, entry.id},
+            {u"blocks"_s, blocks}};
 }
 
 bool writeIndex(const SecureFileIndex& index, const QString& path) {
@@ -53,72 +54,71 @@ bool writeIndex(const SecureFileIndex& index, const QString& path) {
     QJsonArray folders;
     const QList<VaultDirectoryEntry> directories = index.directories();
     for (const VaultDirectoryEntry& folder : directories) {
-        folders.append(QJsonObject{{QStringLiteral("path"), folder.path},
-                                   {QStringLiteral("created"), dateText(folder.createdUtc)},
-                                   {QStringLiteral("modified"), dateText(folder.modifiedUtc)}});
+        folders.append(QJsonObject{{u"path"_s, folder.path},
+                                   {u"created"_s, dateText(folder.createdUtc)},
+                                   {u"modified"_s, dateText(folder.modifiedUtc)}});
     }
-    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("files"), files},
-                                                      {QStringLiteral("folders"), folders}})
-                                .toJson();
+    const QByteArray json =
+        QJsonDocument(QJsonObject{{u"files"_s, files}, {u"folders"_s, folders}}).toJson();
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(json) == json.size();
 }
 
 QHash<QString, Operation> operationsOf(VaultManager& vault) {
     return {
-        {QStringLiteral("create"),
+        {u"create"_s,
          [&](const Arguments& a) {
              return vault.createVault(a.at(0), a.at(1).toUtf8());
          }},
-        {QStringLiteral("unlock"),
+        {u"unlock"_s,
          [&](const Arguments& a) {
              return vault.unlockVault(a.at(0), a.at(1).toUtf8());
          }},
-        {QStringLiteral("lock"),
+        {u"lock"_s,
          [&](const Arguments&) {
              return vault.lockVault();
          }},
-        {QStringLiteral("password"),
+        {u"password"_s,
          [&](const Arguments& a) {
              return vault.changePassword(a.at(0), a.at(1).toUtf8(), a.at(2).toUtf8());
          }},
-        {QStringLiteral("import"),
+        {u"import"_s,
          [&](const Arguments& a) {
              return vault.importFile(a.at(0), a.at(1));
          }},
-        {QStringLiteral("export"),
+        {u"export"_s,
          [&](const Arguments& a) {
              return vault.exportFile(a.at(0), a.at(1));
          }},
-        {QStringLiteral("move"),
+        {u"move"_s,
          [&](const Arguments& a) {
              return vault.moveFile(a.at(0), a.at(1));
          }},
-        {QStringLiteral("rename"),
+        {u"rename"_s,
          [&](const Arguments& a) {
              return vault.renameFile(a.at(0), a.at(1));
          }},
-        {QStringLiteral("delete"),
+        {u"delete"_s,
          [&](const Arguments& a) {
              return vault.deleteFile(a.at(0));
          }},
-        {QStringLiteral("mkdir"),
+        {u"mkdir"_s,
          [&](const Arguments& a) {
              return vault.createDirectory(a.at(0));
          }},
-        {QStringLiteral("mvdir"),
+        {u"mvdir"_s,
          [&](const Arguments& a) {
              return vault.renameDirectory(a.at(0), a.at(1));
          }},
-        {QStringLiteral("rmdir"),
+        {u"rmdir"_s,
          [&](const Arguments& a) {
              return vault.deleteDirectory(a.at(0));
          }},
-        {QStringLiteral("compact"),
+        {u"compact"_s,
          [&](const Arguments&) {
              return vault.compactVault({}, nullptr);
          }},
-        {QStringLiteral("index"),
+        {u"index"_s,
          [&](const Arguments& a) {
              return writeIndex(vault.fileIndex(), a.at(0));
          }},
@@ -142,7 +142,7 @@ bool runCommand(const QHash<QString, Operation>& operations, Arguments command) 
         return true;
     }
     std::fprintf(stderr, "%s (%s) did not end as it should\n", qPrintable(name),
-                 qPrintable(command.join(QStringLiteral(", "))));
+                 qPrintable(command.join(u", "_s)));
     return false;
 }
 

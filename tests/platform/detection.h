@@ -10,12 +10,13 @@
 
 namespace Tessel::Tests {
 
+using namespace Qt::Literals::StringLiterals;
+
 /// One line with every field of a volume, so that a failed comparison shows them all.
 inline QString described(const Platform::UsbDevice& device) {
-    return u"id=%1 device=%2 name=%3 root=%4 type=%5%6%7"_qs.arg(
+    return u"id=%1 device=%2 name=%3 root=%4 type=%5%6%7"_s.arg(
         device.id, device.devicePath, device.displayName, device.rootPath, device.fileSystemType,
-        device.removable ? u" removable"_qs : QString(),
-        device.mounted ? u" mounted"_qs : QString());
+        device.removable ? u" removable"_s : QString(), device.mounted ? u" mounted"_s : QString());
 }
 
 inline QList<Platform::UsbDevice> detect() {

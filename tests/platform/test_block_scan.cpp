@@ -14,6 +14,7 @@
 
 using namespace Tessel::Tests;
 using Tessel::Platform::UsbDevice;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -64,35 +65,35 @@ void TestBlockScan::init() {
 
 void TestBlockScan::everyFieldOfAnUnmountedPartitionIsFilled() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.setAttribute(u"sdz"_qs, u"removable"_qs, "1");
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.setAttribute(u"sdz"_s, u"removable"_s, "1");
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
     QCOMPARE(detectedVolumes(),
-             QStringList{u"id=/dev/sdz1 device=/dev/sdz1 name=sdz1 root= type= removable"_qs});
+             QStringList{u"id=/dev/sdz1 device=/dev/sdz1 name=sdz1 root= type= removable"_s});
 }
 
 void TestBlockScan::diskWithPartitionsIsLeftToThem() {
     FakeUsb usb;
-    usb.addDisk(u"sdy"_qs);
-    usb.addDisk(u"sdz"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz2"_qs);
+    usb.addDisk(u"sdy"_s);
+    usb.addDisk(u"sdz"_s);
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.addPartition(u"sdz"_s, u"sdz2"_s);
     QStringList ids = detectedIds();
     ids.sort();
-    QCOMPARE(ids, (QStringList{u"/dev/sdy"_qs, u"/dev/sdz1"_qs, u"/dev/sdz2"_qs}));
+    QCOMPARE(ids, (QStringList{u"/dev/sdy"_s, u"/dev/sdz1"_s, u"/dev/sdz2"_s}));
 }
 
 void TestBlockScan::onlyDirectoriesNamedAfterTheDiskArePartitions_data() {
     QTest::addColumn<QString>("child");
     QTest::addColumn<bool>("isDirectory");
     QTest::addColumn<bool>("diskListed");
-    QTest::newRow("partition") << u"sdz1"_qs << true << false;
-    QTest::newRow("any name that begins with the disk's") << u"sdzother"_qs << true << false;
-    QTest::newRow("the disk's own name") << u"sdz"_qs << true << true;
-    QTest::newRow("name of another disk") << u"sdy1"_qs << true << true;
-    QTest::newRow("upper case") << u"SDZ1"_qs << true << true;
-    QTest::newRow("attributes") << u"queue"_qs << true << true;
-    QTest::newRow("file") << u"sdz1"_qs << false << true;
+    QTest::newRow("partition") << u"sdz1"_s << true << false;
+    QTest::newRow("any name that begins with the disk's") << u"sdzother"_s << true << false;
+    QTest::newRow("the disk's own name") << u"sdz"_s << true << true;
+    QTest::newRow("name of another disk") << u"sdy1"_s << true << true;
+    QTest::newRow("upper case") << u"SDZ1"_s << true << true;
+    QTest::newRow("attributes") << u"queue"_s << true << true;
+    QTest::newRow("file") << u"sdz1"_s << false << true;
 }
 
 void TestBlockScan::onlyDirectoriesNamedAfterTheDiskArePartitions() {
@@ -100,128 +101,128 @@ void TestBlockScan::onlyDirectoriesNamedAfterTheDiskArePartitions() {
     QFETCH(const bool, isDirectory);
     QFETCH(const bool, diskListed);
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
+    usb.addDisk(u"sdz"_s);
     if (isDirectory) {
-        usb.makeDirectory(u"/sys/class/block/sdz/%1"_qs.arg(child));
+        usb.makeDirectory(u"/sys/class/block/sdz/%1"_s.arg(child));
     } else {
-        usb.setAttribute(u"sdz"_qs, child, "x");
+        usb.setAttribute(u"sdz"_s, child, "x");
     }
-    QCOMPARE(detectedIds(), diskListed ? QStringList{u"/dev/sdz"_qs} : QStringList());
+    QCOMPARE(detectedIds(), diskListed ? QStringList{u"/dev/sdz"_s} : QStringList());
 }
 
 void TestBlockScan::partitionWithDirectoriesNamedAfterItIsListed() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.makeDirectory(u"/sys/class/block/sdz1/sdz1p1"_qs);
-    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz1"_qs});
+    usb.addDisk(u"sdz"_s);
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.makeDirectory(u"/sys/class/block/sdz1/sdz1p1"_s);
+    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz1"_s});
 }
 
 void TestBlockScan::mountedVolumesAreNotRepeated() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    for (const QString& partition : {u"sdz1"_qs, u"sdz2"_qs, u"sdz3"_qs}) {
-        usb.addPartition(u"sdz"_qs, partition);
+    usb.addDisk(u"sdz"_s);
+    for (const QString& partition : {u"sdz1"_s, u"sdz2"_s, u"sdz3"_s}) {
+        usb.addPartition(u"sdz"_s, partition);
     }
-    usb.mountVolume(u"sdz2"_qs, u"/media/ana/TWO"_qs);
-    usb.mountSizeless(u"sdz1"_qs, u"/media/ana/ONE"_qs);
-    QCOMPARE(detectedIds(), (QStringList{u"/dev/sdz2:/media/ana/TWO"_qs,
-                                         u"/dev/sdz1:/media/ana/ONE"_qs, u"/dev/sdz3"_qs}));
+    usb.mountVolume(u"sdz2"_s, u"/media/ana/TWO"_s);
+    usb.mountSizeless(u"sdz1"_s, u"/media/ana/ONE"_s);
+    QCOMPARE(detectedIds(), (QStringList{u"/dev/sdz2:/media/ana/TWO"_s,
+                                         u"/dev/sdz1:/media/ana/ONE"_s, u"/dev/sdz3"_s}));
 }
 
 void TestBlockScan::devicesComeInTheOrderOfSysfs() {
     FakeUsb usb;
     // In neither direction of reading is this order the alphabet's.
-    for (const QString& disk : {u"sdy"_qs, u"sdw"_qs, u"sdz"_qs, u"sdx"_qs}) {
+    for (const QString& disk : {u"sdy"_s, u"sdw"_s, u"sdz"_s, u"sdx"_s}) {
         usb.addDisk(disk);
     }
     QStringList expected = unsortedNames("/sys/class/block");
-    expected.replaceInStrings(u"sd"_qs, u"/dev/sd"_qs);
+    expected.replaceInStrings(u"sd"_s, u"/dev/sd"_s);
     QCOMPARE(expected.size(), 4);
     QCOMPARE(detectedIds(), expected);
 }
 
 void TestBlockScan::onlyDirectoriesOfSysfsAreDevices() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.makeDirectory(u"/sys/usb/block"_qs);
-    QVERIFY(QFile::link(u"/sys/usb/block/gone"_qs, u"/sys/class/block/gone"_qs));
-    QFile file(u"/sys/class/block/file"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.makeDirectory(u"/sys/usb/block"_s);
+    QVERIFY(QFile::link(u"/sys/usb/block/gone"_s, u"/sys/class/block/gone"_s));
+    QFile file(u"/sys/class/block/file"_s);
     QVERIFY(file.open(QIODevice::WriteOnly));
-    QVERIFY(QFile::link(u"/sys/class/block/file"_qs, u"/sys/usb/block/linked"_qs));
-    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz"_qs});
+    QVERIFY(QFile::link(u"/sys/class/block/file"_s, u"/sys/usb/block/linked"_s));
+    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz"_s});
 }
 
 void TestBlockScan::otherBusesAreIgnored() {
     FakeUsb usb;
-    usb.addDisk(u"sdy"_qs, FakeUsb::Bus::Sata);
-    usb.addPartition(u"sdy"_qs, u"sdy1"_qs);
-    usb.addDisk(u"srz"_qs);
-    usb.setAttribute(u"srz"_qs, u"device/type"_qs, "5");
-    usb.addLabel(u"PEN"_qs, u"sdy1"_qs);
-    usb.makeDirectory(u"/media/ana/PEN"_qs);
+    usb.addDisk(u"sdy"_s, FakeUsb::Bus::Sata);
+    usb.addPartition(u"sdy"_s, u"sdy1"_s);
+    usb.addDisk(u"srz"_s);
+    usb.setAttribute(u"srz"_s, u"device/type"_s, "5");
+    usb.addLabel(u"PEN"_s, u"sdy1"_s);
+    usb.makeDirectory(u"/media/ana/PEN"_s);
     QCOMPARE(detectedIds(), QStringList());
 }
 
 void TestBlockScan::labelNamesTheVolume() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz2"_qs);
-    usb.addLabel(u"PEN"_qs, u"sdz1"_qs);
-    usb.makeDirectory(u"/media/ana/PEN"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.addPartition(u"sdz"_s, u"sdz2"_s);
+    usb.addLabel(u"PEN"_s, u"sdz1"_s);
+    usb.makeDirectory(u"/media/ana/PEN"_s);
     QStringList volumes = detectedVolumes();
     volumes.sort();
     QCOMPARE(
         volumes,
-        (QStringList{u"id=/dev/sdz1 device=/dev/sdz1 name=PEN root=/media/ana/PEN type= mounted"_qs,
-                     u"id=/dev/sdz2 device=/dev/sdz2 name=sdz2 root= type="_qs}));
+        (QStringList{u"id=/dev/sdz1 device=/dev/sdz1 name=PEN root=/media/ana/PEN type= mounted"_s,
+                     u"id=/dev/sdz2 device=/dev/sdz2 name=sdz2 root= type="_s}));
 }
 
 void TestBlockScan::labelIsShownAsUdevWritesIt() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabel(u"MY\\x20DISK"_qs, u"sdz"_qs);
-    usb.makeDirectory(u"/media/ana/MY DISK"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabel(u"MY\\x20DISK"_s, u"sdz"_s);
+    usb.makeDirectory(u"/media/ana/MY DISK"_s);
     QCOMPARE(detectedVolumes(),
-             QStringList{u"id=/dev/sdz device=/dev/sdz name=MY\\x20DISK root= type="_qs});
+             QStringList{u"id=/dev/sdz device=/dev/sdz name=MY\\x20DISK root= type="_s});
 }
 
 void TestBlockScan::labelLinkToAPlainFileCounts() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabelLink(u"PEN"_qs, u"/dev/dir/sdz"_qs);
-    usb.makeDirectory(u"/dev/dir"_qs);
-    QFile file(u"/dev/dir/sdz"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabelLink(u"PEN"_s, u"/dev/dir/sdz"_s);
+    usb.makeDirectory(u"/dev/dir"_s);
+    QFile file(u"/dev/dir/sdz"_s);
     QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(detect().value(0).displayName, u"PEN"_qs);
+    QCOMPARE(detect().value(0).displayName, u"PEN"_s);
 }
 
 void TestBlockScan::labelLinkThatLeadsToNoDeviceIsIgnored_data() {
     QTest::addColumn<QString>("target");
-    QTest::newRow("outside of /dev") << u"/media/sdz"_qs;
-    QTest::newRow("broken") << u"/dev/gone/sdz"_qs;
-    QTest::newRow("directory") << u"/dev/dir/sdz"_qs;
-    QTest::newRow("another device") << u"/dev/sdy"_qs;
+    QTest::newRow("outside of /dev") << u"/media/sdz"_s;
+    QTest::newRow("broken") << u"/dev/gone/sdz"_s;
+    QTest::newRow("directory") << u"/dev/dir/sdz"_s;
+    QTest::newRow("another device") << u"/dev/sdy"_s;
 }
 
 void TestBlockScan::labelLinkThatLeadsToNoDeviceIsIgnored() {
     QFETCH(const QString, target);
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabel(u"OTHER"_qs, u"sdy"_qs);
-    QFile outside(u"/media/sdz"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabel(u"OTHER"_s, u"sdy"_s);
+    QFile outside(u"/media/sdz"_s);
     QVERIFY(outside.open(QIODevice::WriteOnly));
-    usb.makeDirectory(u"/dev/dir/sdz"_qs);
-    usb.addLabelLink(u"PEN"_qs, target);
-    QCOMPARE(detect().value(0).displayName, u"sdz"_qs);
+    usb.makeDirectory(u"/dev/dir/sdz"_s);
+    usb.addLabelLink(u"PEN"_s, target);
+    QCOMPARE(detect().value(0).displayName, u"sdz"_s);
 }
 
 void TestBlockScan::laterLabelOfTheSameDeviceWins() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    for (const QString& label : {u"C"_qs, u"A"_qs, u"D"_qs, u"B"_qs}) {
-        usb.addLabel(label, u"sdz"_qs);
+    usb.addDisk(u"sdz"_s);
+    for (const QString& label : {u"C"_s, u"A"_s, u"D"_s, u"B"_s}) {
+        usb.addLabel(label, u"sdz"_s);
     }
     const QStringList labels = unsortedNames("/dev/disk/by-label");
     QCOMPARE(labels.size(), 4);
@@ -233,11 +234,11 @@ void TestBlockScan::mountDirectoryOfALabel_data() {
     QTest::addColumn<QByteArray>("logname");
     QTest::addColumn<QStringList>("existing");
     QTest::addColumn<QString>("found");
-    const QString mediaAna = u"/media/ana/PEN"_qs;
-    const QString mediaRui = u"/media/rui/PEN"_qs;
-    const QString runAna = u"/run/media/ana/PEN"_qs;
-    const QString runRui = u"/run/media/rui/PEN"_qs;
-    const QString mnt = u"/mnt/PEN"_qs;
+    const QString mediaAna = u"/media/ana/PEN"_s;
+    const QString mediaRui = u"/media/rui/PEN"_s;
+    const QString runAna = u"/run/media/ana/PEN"_s;
+    const QString runRui = u"/run/media/rui/PEN"_s;
+    const QString mnt = u"/mnt/PEN"_s;
     const QByteArray none;
     QTest::newRow("no directory") << QByteArray("ana") << QByteArray("rui") << QStringList()
                                   << QString();
@@ -262,16 +263,15 @@ void TestBlockScan::mountDirectoryOfALabel_data() {
     QTest::newRow("LOGNAME only") << none << QByteArray("rui") << QStringList{mediaRui, mediaAna}
                                   << mediaRui;
     QTest::newRow("empty USER") << QByteArray("") << QByteArray("rui")
-                                << QStringList{u"/media/PEN"_qs, mediaRui} << mediaRui;
+                                << QStringList{u"/media/PEN"_s, mediaRui} << mediaRui;
     QTest::newRow("neither: /mnt only")
-        << none << none
-        << QStringList{u"/media/PEN"_qs, u"/run/media/PEN"_qs, runAna, mediaAna, mnt} << mnt;
+        << none << none << QStringList{u"/media/PEN"_s, u"/run/media/PEN"_s, runAna, mediaAna, mnt}
+        << mnt;
     QTest::newRow("neither, and not in /mnt")
-        << none << none << QStringList{u"/media/PEN"_qs, u"/run/media/PEN"_qs, runAna, mediaAna}
+        << none << none << QStringList{u"/media/PEN"_s, u"/run/media/PEN"_s, runAna, mediaAna}
         << QString();
-    QTest::newRow("name beyond ASCII")
-        << QByteArray("jos\xc3\xa9") << none << QStringList{u"/media/josé/PEN"_qs}
-        << u"/media/josé/PEN"_qs;
+    QTest::newRow("name beyond ASCII") << QByteArray("jos\xc3\xa9") << none
+                                       << QStringList{u"/media/josé/PEN"_s} << u"/media/josé/PEN"_s;
 }
 
 void TestBlockScan::mountDirectoryOfALabel() {
@@ -282,65 +282,65 @@ void TestBlockScan::mountDirectoryOfALabel() {
     user.isNull() ? qunsetenv("USER") : qputenv("USER", user);
     logname.isNull() ? qunsetenv("LOGNAME") : qputenv("LOGNAME", logname);
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabel(u"PEN"_qs, u"sdz"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabel(u"PEN"_s, u"sdz"_s);
     for (const QString& directory : existing) {
         usb.makeDirectory(directory);
     }
     const UsbDevice device = detect().value(0);
     QCOMPARE(device.rootPath, found);
     QCOMPARE(device.mounted, !found.isEmpty());
-    QCOMPARE(device.id, u"/dev/sdz"_qs);
+    QCOMPARE(device.id, u"/dev/sdz"_s);
 }
 
 void TestBlockScan::fileIsNoMountDirectory() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.makeDirectory(u"/media/ana"_qs);
-    QFile file(u"/media/ana/sdz"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.makeDirectory(u"/media/ana"_s);
+    QFile file(u"/media/ana/sdz"_s);
     QVERIFY(file.open(QIODevice::WriteOnly));
     QCOMPARE(detect().value(0).rootPath, QString());
-    usb.makeDirectory(u"/mnt/sdz"_qs);
-    QCOMPARE(detect().value(0).rootPath, u"/mnt/sdz"_qs);
+    usb.makeDirectory(u"/mnt/sdz"_s);
+    QCOMPARE(detect().value(0).rootPath, u"/mnt/sdz"_s);
 }
 
 void TestBlockScan::deviceNameStandsInForAMissingLabel() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.makeDirectory(u"/media/ana/sdz1"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.makeDirectory(u"/media/ana/sdz1"_s);
     QCOMPARE(detectedVolumes(),
              QStringList{
-                 u"id=/dev/sdz1 device=/dev/sdz1 name=sdz1 root=/media/ana/sdz1 type= mounted"_qs});
+                 u"id=/dev/sdz1 device=/dev/sdz1 name=sdz1 root=/media/ana/sdz1 type= mounted"_s});
 }
 
 void TestBlockScan::labelHidesTheDirectoryNamedAfterTheDevice() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabel(u"PEN"_qs, u"sdz"_qs);
-    usb.makeDirectory(u"/media/ana/sdz"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabel(u"PEN"_s, u"sdz"_s);
+    usb.makeDirectory(u"/media/ana/sdz"_s);
     QCOMPARE(detect().value(0).rootPath, QString());
 }
 
 void TestBlockScan::directoryMayBelongToTwoDevices() {
     FakeUsb usb;
-    usb.addDisk(u"sdy"_qs);
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabel(u"sdz"_qs, u"sdy"_qs);
-    usb.makeDirectory(u"/mnt/sdz"_qs);
+    usb.addDisk(u"sdy"_s);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabel(u"sdz"_s, u"sdy"_s);
+    usb.makeDirectory(u"/mnt/sdz"_s);
     const QList<UsbDevice> devices = detect();
     QCOMPARE(devices.size(), 2);
-    QCOMPARE(devices.at(0).rootPath, u"/mnt/sdz"_qs);
-    QCOMPARE(devices.at(1).rootPath, u"/mnt/sdz"_qs);
+    QCOMPARE(devices.at(0).rootPath, u"/mnt/sdz"_s);
+    QCOMPARE(devices.at(1).rootPath, u"/mnt/sdz"_s);
 }
 
 void TestBlockScan::percentSignsInNamesAreKept() {
     qputenv("USER", "%2");
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addLabel(u"%1"_qs, u"sdz"_qs);
-    usb.makeDirectory(u"/media/%2/%1"_qs);
-    QCOMPARE(detect().value(0).rootPath, u"/media/%2/%1"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addLabel(u"%1"_s, u"sdz"_s);
+    usb.makeDirectory(u"/media/%2/%1"_s);
+    QCOMPARE(detect().value(0).rootPath, u"/media/%2/%1"_s);
 }
 
 TESSEL_TEST_MAIN(runOnFakeMachine<QCoreApplication, TestBlockScan>);

@@ -13,6 +13,7 @@ using namespace Tessel::Tests;
 using Tessel::Platform::DeviceManager;
 using Tessel::Platform::UsbDevice;
 using Tessel::Platform::Linux::LinuxDeviceManager;
+using namespace Qt::Literals::StringLiterals;
 
 // What a device answers comes from the kernel's files at every call; nothing is kept.
 static_assert(sizeof(LinuxDeviceManager) == sizeof(DeviceManager));
@@ -33,15 +34,15 @@ namespace {
 class DevicesWithoutADisk : public FakeUsb {
 public:
     DevicesWithoutADisk() {
-        for (const QString& name : {u"sdx"_qs, u"sdy"_qs, u"sdz"_qs}) {
-            addBlockDeviceAt(u"/sys/devices/pci0/usb2/2-1/"_qs + name);
+        for (const QString& name : {u"sdx"_s, u"sdy"_s, u"sdz"_s}) {
+            addBlockDeviceAt(u"/sys/devices/pci0/usb2/2-1/"_s + name);
         }
-        mountVolume(u"sdx"_qs, u"/media/ana/PEN"_qs);
-        mountSizeless(u"sdy"_qs, u"/media/ana/SIZELESS"_qs);
+        mountVolume(u"sdx"_s, u"/media/ana/PEN"_s);
+        mountSizeless(u"sdy"_s, u"/media/ana/SIZELESS"_s);
     }
 
     void setAttributeOfAll(const QString& attribute, const QByteArray& value) {
-        for (const QString& name : {u"sdx"_qs, u"sdy"_qs, u"sdz"_qs}) {
+        for (const QString& name : {u"sdx"_s, u"sdy"_s, u"sdz"_s}) {
             setAttribute(name, attribute, value);
         }
     }
@@ -80,14 +81,14 @@ private Q_SLOTS:
 };
 
 void TestStorageVolumes::newDeviceIsEmptyRemovableAndMounted() {
-    QCOMPARE(described(UsbDevice()), u"id= device= name= root= type= removable mounted"_qs);
+    QCOMPARE(described(UsbDevice()), u"id= device= name= root= type= removable mounted"_s);
 }
 
 void TestStorageVolumes::isReachedThroughItsInterface() {
     static_assert(std::is_abstract_v<DeviceManager>);
     static_assert(std::has_virtual_destructor_v<DeviceManager>);
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
+    usb.addDisk(u"sdz"_s);
     const std::unique_ptr<DeviceManager> manager = std::make_unique<LinuxDeviceManager>();
     QCOMPARE(manager->detectUsbDevices().size(), 1);
 }
@@ -99,131 +100,129 @@ void TestStorageVolumes::nothingIsFoundWithoutDrives() {
 
 void TestStorageVolumes::everyFieldOfAMountedVolumeIsFilled() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.setAttribute(u"sdz"_qs, u"removable"_qs, "1");
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.mountVolume(u"sdz1"_qs, u"/media/ana/PEN"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.setAttribute(u"sdz"_s, u"removable"_s, "1");
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.mountVolume(u"sdz1"_s, u"/media/ana/PEN"_s);
     // A volume without a label is called by its directory, as the storage API has it.
     QCOMPARE(detectedVolumes(),
              QStringList{u"id=/dev/sdz1:/media/ana/PEN device=/dev/sdz1 name=/media/ana/PEN "
-                         "root=/media/ana/PEN type=tmpfs removable mounted"_qs});
+                         "root=/media/ana/PEN type=tmpfs removable mounted"_s});
 }
 
 void TestStorageVolumes::labelNamesTheVolume() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.mountVolume(u"sdz1"_qs, u"/media/ana/PEN"_qs);
-    usb.addLabel(u"MY\\x20DISK"_qs, u"sdz1"_qs);
-    QCOMPARE(detect().value(0).displayName, u"MY DISK"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.mountVolume(u"sdz1"_s, u"/media/ana/PEN"_s);
+    usb.addLabel(u"MY\\x20DISK"_s, u"sdz1"_s);
+    QCOMPARE(detect().value(0).displayName, u"MY DISK"_s);
 }
 
 void TestStorageVolumes::spaceInTheDirectoryIsKept() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.mountVolume(u"sdz"_qs, u"/media/ana/MY DISK"_qs);
-    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz:/media/ana/MY DISK"_qs});
-    QCOMPARE(detect().value(0).rootPath, u"/media/ana/MY DISK"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.mountVolume(u"sdz"_s, u"/media/ana/MY DISK"_s);
+    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz:/media/ana/MY DISK"_s});
+    QCOMPARE(detect().value(0).rootPath, u"/media/ana/MY DISK"_s);
 }
 
 void TestStorageVolumes::diskWithoutPartitionsIsListed() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.mountVolume(u"sdz"_s, u"/media/ana/PEN"_s);
     QCOMPARE(detectedVolumes(),
              QStringList{u"id=/dev/sdz:/media/ana/PEN device=/dev/sdz name=/media/ana/PEN "
-                         "root=/media/ana/PEN type=tmpfs mounted"_qs});
+                         "root=/media/ana/PEN type=tmpfs mounted"_s});
 }
 
 void TestStorageVolumes::driveMountedTwiceIsListedTwice() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.mountVolume(u"sdz"_qs, u"/media/ana/B"_qs);
-    usb.mountVolume(u"sdz"_qs, u"/media/ana/A"_qs);
-    QCOMPARE(detectedIds(),
-             (QStringList{u"/dev/sdz:/media/ana/B"_qs, u"/dev/sdz:/media/ana/A"_qs}));
+    usb.addDisk(u"sdz"_s);
+    usb.mountVolume(u"sdz"_s, u"/media/ana/B"_s);
+    usb.mountVolume(u"sdz"_s, u"/media/ana/A"_s);
+    QCOMPARE(detectedIds(), (QStringList{u"/dev/sdz:/media/ana/B"_s, u"/dev/sdz:/media/ana/A"_s}));
 }
 
 void TestStorageVolumes::directoryMountedOverIsListedOnce() {
     FakeUsb usb;
-    usb.addDisk(u"sdy"_qs);
-    usb.addDisk(u"sdz"_qs);
-    usb.mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    usb.mountVolume(u"sdy"_qs, u"/media/ana/PEN"_qs);
+    usb.addDisk(u"sdy"_s);
+    usb.addDisk(u"sdz"_s);
+    usb.mountVolume(u"sdz"_s, u"/media/ana/PEN"_s);
+    usb.mountVolume(u"sdy"_s, u"/media/ana/PEN"_s);
     // The second drive has no directory of its own left: only the scan of block devices lists it.
-    QCOMPARE(detectedIds(), (QStringList{u"/dev/sdz:/media/ana/PEN"_qs, u"/dev/sdy"_qs}));
+    QCOMPARE(detectedIds(), (QStringList{u"/dev/sdz:/media/ana/PEN"_s, u"/dev/sdy"_s}));
 }
 
 void TestStorageVolumes::volumesComeInTheOrderOfTheirMounts() {
     FakeUsb usb;
-    for (const QString& disk : {u"sdx"_qs, u"sdz"_qs, u"sdy"_qs}) {
+    for (const QString& disk : {u"sdx"_s, u"sdz"_s, u"sdy"_s}) {
         usb.addDisk(disk);
-        usb.mountVolume(disk, u"/media/ana/%1"_qs.arg(disk));
+        usb.mountVolume(disk, u"/media/ana/%1"_s.arg(disk));
     }
-    QCOMPARE(detectedIds(),
-             (QStringList{u"/dev/sdx:/media/ana/sdx"_qs, u"/dev/sdz:/media/ana/sdz"_qs,
-                          u"/dev/sdy:/media/ana/sdy"_qs}));
+    QCOMPARE(detectedIds(), (QStringList{u"/dev/sdx:/media/ana/sdx"_s, u"/dev/sdz:/media/ana/sdz"_s,
+                                         u"/dev/sdy:/media/ana/sdy"_s}));
 }
 
 void TestStorageVolumes::sourceThatIsNoDeviceNodeIsIgnored_data() {
     QTest::addColumn<QString>("source");
-    QTest::newRow("name only") << u"sdz"_qs;
-    QTest::newRow("no leading slash") << u"dev/sdz"_qs;
-    QTest::newRow("upper case") << u"/DEV/sdz"_qs;
-    QTest::newRow("other directory") << u"/devices/sdz"_qs;
-    QTest::newRow("below another directory") << u"/mnt/dev/sdz"_qs;
+    QTest::newRow("name only") << u"sdz"_s;
+    QTest::newRow("no leading slash") << u"dev/sdz"_s;
+    QTest::newRow("upper case") << u"/DEV/sdz"_s;
+    QTest::newRow("other directory") << u"/devices/sdz"_s;
+    QTest::newRow("below another directory") << u"/mnt/dev/sdz"_s;
 }
 
 void TestStorageVolumes::sourceThatIsNoDeviceNodeIsIgnored() {
     QFETCH(const QString, source);
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.mountOther(source, u"/media/ana/PEN"_qs);
+    usb.addDisk(u"sdz"_s);
+    usb.mountOther(source, u"/media/ana/PEN"_s);
     // The drive itself stays what it is: not mounted.
-    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz"_qs});
+    QCOMPARE(detectedIds(), QStringList{u"/dev/sdz"_s});
 }
 
 void TestStorageVolumes::busDecidesWhetherItIsListed_data() {
     QTest::addColumn<QString>("parent");
     QTest::addColumn<bool>("listed");
-    QTest::newRow("USB 2") << u"/sys/devices/pci0/usb2/2-1/host0/block"_qs << true;
-    QTest::newRow("any name that begins with usb") << u"/sys/devices/usbfoo/block"_qs << true;
-    QTest::newRow("SATA") << u"/sys/devices/pci0/ata1/host0/block"_qs << false;
-    QTest::newRow("upper case") << u"/sys/devices/pci0/USB2/block"_qs << false;
-    QTest::newRow("usb inside a name") << u"/sys/devices/pci0/xusb/block"_qs << false;
-    QTest::newRow("memory card reader") << u"/sys/devices/pci0/mmc0/block"_qs << false;
+    QTest::newRow("USB 2") << u"/sys/devices/pci0/usb2/2-1/host0/block"_s << true;
+    QTest::newRow("any name that begins with usb") << u"/sys/devices/usbfoo/block"_s << true;
+    QTest::newRow("SATA") << u"/sys/devices/pci0/ata1/host0/block"_s << false;
+    QTest::newRow("upper case") << u"/sys/devices/pci0/USB2/block"_s << false;
+    QTest::newRow("usb inside a name") << u"/sys/devices/pci0/xusb/block"_s << false;
+    QTest::newRow("memory card reader") << u"/sys/devices/pci0/mmc0/block"_s << false;
 }
 
 void TestStorageVolumes::busDecidesWhetherItIsListed() {
     QFETCH(const QString, parent);
     QFETCH(const bool, listed);
     FakeUsb usb;
-    usb.addBlockDeviceAt(parent + u"/sdy"_qs);
-    usb.addBlockDeviceAt(parent + u"/sdz"_qs);
-    usb.setAttribute(u"sdy"_qs, u"removable"_qs, "1");
-    usb.setAttribute(u"sdz"_qs, u"removable"_qs, "1");
-    usb.mountVolume(u"sdy"_qs, u"/media/ana/PEN"_qs);
-    usb.mountSizeless(u"sdy"_qs, u"/media/ana/SIZELESS"_qs);
+    usb.addBlockDeviceAt(parent + u"/sdy"_s);
+    usb.addBlockDeviceAt(parent + u"/sdz"_s);
+    usb.setAttribute(u"sdy"_s, u"removable"_s, "1");
+    usb.setAttribute(u"sdz"_s, u"removable"_s, "1");
+    usb.mountVolume(u"sdy"_s, u"/media/ana/PEN"_s);
+    usb.mountSizeless(u"sdy"_s, u"/media/ana/SIZELESS"_s);
     // Mounted, and not mounted.
-    const QStringList both{u"/dev/sdy:/media/ana/PEN"_qs, u"/dev/sdz"_qs};
+    const QStringList both{u"/dev/sdy:/media/ana/PEN"_s, u"/dev/sdz"_s};
     QCOMPARE(detectedIds(), listed ? both : QStringList());
 }
 
 void TestStorageVolumes::partitionInheritsTheBusOfItsDisk() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
-    usb.addBlockDeviceAt(u"/sys/devices/virtual/block/sdz/part"_qs);
-    usb.addBlockDeviceAt(u"/sys/devices/virtual/block/sdy/other"_qs);
-    usb.mountVolume(u"part"_qs, u"/media/ana/PEN"_qs);
-    usb.mountVolume(u"other"_qs, u"/media/ana/OTHER"_qs);
-    QVERIFY(detectedIds().contains(u"/dev/part:/media/ana/PEN"_qs));
-    QVERIFY(!detectedIds().contains(u"/dev/other:/media/ana/OTHER"_qs));
+    usb.addDisk(u"sdz"_s);
+    usb.addBlockDeviceAt(u"/sys/devices/virtual/block/sdz/part"_s);
+    usb.addBlockDeviceAt(u"/sys/devices/virtual/block/sdy/other"_s);
+    usb.mountVolume(u"part"_s, u"/media/ana/PEN"_s);
+    usb.mountVolume(u"other"_s, u"/media/ana/OTHER"_s);
+    QVERIFY(detectedIds().contains(u"/dev/part:/media/ana/PEN"_s));
+    QVERIFY(!detectedIds().contains(u"/dev/other:/media/ana/OTHER"_s));
 }
 
 void TestStorageVolumes::deviceUnknownToSysfsIsIgnored() {
     FakeUsb usb;
-    usb.mountVolume(u"sdz1"_qs, u"/media/usb/PEN"_qs);
-    usb.mountSizeless(u"sdz2"_qs, u"/media/usb/SIZELESS"_qs);
+    usb.mountVolume(u"sdz1"_s, u"/media/usb/PEN"_s);
+    usb.mountSizeless(u"sdz2"_s, u"/media/usb/SIZELESS"_s);
     QCOMPARE(detectedIds(), QStringList());
 }
 
@@ -244,44 +243,44 @@ void TestStorageVolumes::scsiTypeTellsOpticalDrives() {
     QFETCH(const QByteArray, type);
     QFETCH(const bool, listed);
     FakeUsb usb;
-    usb.addDisk(u"sry"_qs);
-    usb.addDisk(u"srz"_qs);
-    usb.addDisk(u"srx"_qs);
-    for (const QString& drive : {u"srx"_qs, u"sry"_qs, u"srz"_qs}) {
-        usb.setAttribute(drive, u"device/type"_qs, type);
+    usb.addDisk(u"sry"_s);
+    usb.addDisk(u"srz"_s);
+    usb.addDisk(u"srx"_s);
+    for (const QString& drive : {u"srx"_s, u"sry"_s, u"srz"_s}) {
+        usb.setAttribute(drive, u"device/type"_s, type);
     }
-    usb.mountVolume(u"srx"_qs, u"/media/ana/CD"_qs);
-    usb.mountSizeless(u"sry"_qs, u"/media/ana/SIZELESS"_qs);
+    usb.mountVolume(u"srx"_s, u"/media/ana/CD"_s);
+    usb.mountSizeless(u"sry"_s, u"/media/ana/SIZELESS"_s);
     // In the storage API, in the mount table and in the scan of block devices.
-    const QStringList all{u"/dev/srx:/media/ana/CD"_qs, u"/dev/sry:/media/ana/SIZELESS"_qs,
-                          u"/dev/srz"_qs};
+    const QStringList all{u"/dev/srx:/media/ana/CD"_s, u"/dev/sry:/media/ana/SIZELESS"_s,
+                          u"/dev/srz"_s};
     QCOMPARE(detectedIds(), listed ? all : QStringList());
 }
 
 void TestStorageVolumes::opticalDiskHidesItsPartition() {
     FakeUsb usb;
-    usb.addDisk(u"srz"_qs);
-    usb.setAttribute(u"srz"_qs, u"device/type"_qs, "5");
-    usb.addPartition(u"srz"_qs, u"srz1"_qs);
-    usb.addPartition(u"srz"_qs, u"srz2"_qs);
-    usb.mountVolume(u"srz1"_qs, u"/media/ana/CD"_qs);
+    usb.addDisk(u"srz"_s);
+    usb.setAttribute(u"srz"_s, u"device/type"_s, "5");
+    usb.addPartition(u"srz"_s, u"srz1"_s);
+    usb.addPartition(u"srz"_s, u"srz2"_s);
+    usb.mountVolume(u"srz1"_s, u"/media/ana/CD"_s);
     QCOMPARE(detectedIds(), QStringList());
 }
 
 void TestStorageVolumes::deviceWithoutADiskAnswersForItself() {
     DevicesWithoutADisk usb;
     // It is no disk, so what lies beneath it does not stand for it.
-    usb.addPartition(u"sdz"_qs, u"sdz1"_qs);
-    usb.setAttribute(u"sdz1"_qs, u"removable"_qs, "1");
-    usb.addBlockDeviceAt(u"/sys/devices/pci0/ata1/sdw"_qs);
+    usb.addPartition(u"sdz"_s, u"sdz1"_s);
+    usb.setAttribute(u"sdz1"_s, u"removable"_s, "1");
+    usb.addBlockDeviceAt(u"/sys/devices/pci0/ata1/sdw"_s);
     QStringList ids = detectedIds();
     ids.sort();
-    QCOMPARE(ids, (QStringList{u"/dev/sdx:/media/ana/PEN"_qs, u"/dev/sdy:/media/ana/SIZELESS"_qs,
-                               u"/dev/sdz"_qs, u"/dev/sdz1"_qs}));
+    QCOMPARE(ids, (QStringList{u"/dev/sdx:/media/ana/PEN"_s, u"/dev/sdy:/media/ana/SIZELESS"_s,
+                               u"/dev/sdz"_s, u"/dev/sdz1"_s}));
     for (const UsbDevice& device : detect()) {
         QCOMPARE(device.removable, device.id == u"/dev/sdz1");
     }
-    usb.setAttributeOfAll(u"removable"_qs, "1");
+    usb.setAttributeOfAll(u"removable"_s, "1");
     for (const UsbDevice& device : detect()) {
         QVERIFY(device.removable);
     }
@@ -289,12 +288,12 @@ void TestStorageVolumes::deviceWithoutADiskAnswersForItself() {
 
 void TestStorageVolumes::opticalDeviceWithoutADiskIsIgnored() {
     DevicesWithoutADisk usb;
-    for (const QString& name : {u"sdx"_qs, u"sdy"_qs, u"sdz"_qs}) {
-        usb.makeDirectory(u"/sys/class/block/%1/device"_qs.arg(name));
+    for (const QString& name : {u"sdx"_s, u"sdy"_s, u"sdz"_s}) {
+        usb.makeDirectory(u"/sys/class/block/%1/device"_s.arg(name));
     }
-    usb.setAttributeOfAll(u"device/type"_qs, "0");
+    usb.setAttributeOfAll(u"device/type"_s, "0");
     QCOMPARE(detect().size(), 3);
-    usb.setAttributeOfAll(u"device/type"_qs, "5");
+    usb.setAttributeOfAll(u"device/type"_s, "5");
     QCOMPARE(detectedIds(), QStringList());
 }
 
@@ -319,20 +318,20 @@ void TestStorageVolumes::removableFlag() {
     QFETCH(const QByteArray, ofPartition);
     QFETCH(const bool, removable);
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
+    usb.addDisk(u"sdz"_s);
     // Found by the storage API, by the mount table, and by the scan of block devices.
-    const QStringList partitions{u"sdz1"_qs, u"sdz2"_qs, u"sdz3"_qs};
+    const QStringList partitions{u"sdz1"_s, u"sdz2"_s, u"sdz3"_s};
     if (ofDisk != "-") {
-        usb.setAttribute(u"sdz"_qs, u"removable"_qs, ofDisk);
+        usb.setAttribute(u"sdz"_s, u"removable"_s, ofDisk);
     }
     for (const QString& partition : partitions) {
-        usb.addPartition(u"sdz"_qs, partition);
+        usb.addPartition(u"sdz"_s, partition);
         if (ofPartition != "-") {
-            usb.setAttribute(partition, u"removable"_qs, ofPartition);
+            usb.setAttribute(partition, u"removable"_s, ofPartition);
         }
     }
-    usb.mountVolume(u"sdz1"_qs, u"/media/ana/PEN"_qs);
-    usb.mountSizeless(u"sdz2"_qs, u"/media/ana/SIZELESS"_qs);
+    usb.mountVolume(u"sdz1"_s, u"/media/ana/PEN"_s);
+    usb.mountSizeless(u"sdz2"_s, u"/media/ana/SIZELESS"_s);
     const QList<UsbDevice> devices = detect();
     QCOMPARE(devices.size(), partitions.size());
     for (const UsbDevice& device : devices) {
@@ -342,12 +341,12 @@ void TestStorageVolumes::removableFlag() {
 
 void TestStorageVolumes::eachCallLooksAfresh() {
     FakeUsb usb;
-    usb.addDisk(u"sdz"_qs);
+    usb.addDisk(u"sdz"_s);
     const LinuxDeviceManager manager;
     QCOMPARE(manager.detectUsbDevices().value(0).mounted, false);
-    usb.mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    usb.mountVolume(u"sdz"_s, u"/media/ana/PEN"_s);
     QCOMPARE(manager.detectUsbDevices().value(0).mounted, true);
-    usb.unmount(u"/media/ana/PEN"_qs);
+    usb.unmount(u"/media/ana/PEN"_s);
     QCOMPARE(manager.detectUsbDevices().value(0).mounted, false);
 }
 

@@ -15,11 +15,13 @@
 
 #include <cstring>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Tests {
 
 namespace {
 
-const QString SomeDate = QStringLiteral("2025-03-01T14:05:09.120Z");
+const QString SomeDate = u"2025-03-01T14:05:09.120Z"_s;
 
 const unsigned char* bytesOf(const QByteArray& array) {
     return reinterpret_cast<const unsigned char*>(array.constData());
@@ -156,12 +158,12 @@ CraftedContainer& CraftedContainer::addFile(const QString& path, const QByteArra
                                             qint64 blockBytes) {
     const QByteArray digest = QCryptographicHash::hash(contents, QCryptographicHash::Sha256);
     const QString id =
-        QStringLiteral("00000000-0000-4000-8000-%1").arg(m_files.size(), 12, 16, QLatin1Char('0'));
-    const QJsonObject entry{{QStringLiteral("id"), id},
-                            {QStringLiteral("vaultPath"), path},
-                            {QStringLiteral("sizeBytes"), contents.size()},
-                            {QStringLiteral("lastModifiedUtc"), SomeDate},
-                            {QStringLiteral("sha256"), QString::fromLatin1(digest.toHex())}};
+        u"00000000-0000-4000-8000-%1"_s.arg(m_files.size(), 12, 16, QLatin1Char('0'));
+    const QJsonObject entry{{u"id"_s, id},
+                            {u"vaultPath"_s, path},
+                            {u"sizeBytes"_s, contents.size()},
+                            {u"lastModifiedUtc"_s, SomeDate},
+                            {u"sha256"_s, QString::fromLatin1(digest.toHex())}};
     for (qint64 begin = 0; begin < contents.size(); begin += blockBytes) {
         m_pieces.append({contents.mid(begin, blockBytes), freshBytes(24), m_files.size()});
     }
@@ -170,9 +172,8 @@ CraftedContainer& CraftedContainer::addFile(const QString& path, const QByteArra
 }
 
 CraftedContainer& CraftedContainer::addFolder(const QString& path) {
-    m_folders.append({{QStringLiteral("path"), path},
-                      {QStringLiteral("createdUtc"), SomeDate},
-                      {QStringLiteral("modifiedUtc"), SomeDate}});
+    m_folders.append(
+        {{u"path"_s, path}, {u"createdUtc"_s, SomeDate}, {u"modifiedUtc"_s, SomeDate}});
     return *this;
 }
 
@@ -188,7 +189,7 @@ CraftedContainer& CraftedContainer::addPayload(const QByteArray& bytes) {
 CraftedContainer& CraftedContainer::setFileMember(qsizetype file, const QString& key,
                                                   const QJsonValue& value) {
     m_indexEdits.append([=](QJsonObject& index) {
-        editElement(index, QStringLiteral("files"), file,
+        editElement(index, u"files"_s, file,
                     [&](QJsonObject& entry) { setMember(entry, key, value); });
     });
     return *this;
@@ -197,8 +198,8 @@ CraftedContainer& CraftedContainer::setFileMember(qsizetype file, const QString&
 CraftedContainer& CraftedContainer::setBlockMember(qsizetype file, qsizetype block,
                                                    const QString& key, const QJsonValue& value) {
     m_indexEdits.append([=](QJsonObject& index) {
-        editElement(index, QStringLiteral("files"), file, [&](QJsonObject& entry) {
-            editElement(entry, QStringLiteral("blocks"), block,
+        editElement(index, u"files"_s, file, [&](QJsonObject& entry) {
+            editElement(entry, u"blocks"_s, block,
                         [&](QJsonObject& element) { setMember(element, key, value); });
         });
     });
@@ -208,7 +209,7 @@ CraftedContainer& CraftedContainer::setBlockMember(qsizetype file, qsizetype blo
 CraftedContainer& CraftedContainer::setFolderMember(qsizetype folder, const QString& key,
                                                     const QJsonValue& value) {
     m_indexEdits.append([=](QJsonObject& index) {
-        editElement(index, QStringLiteral("directories"), folder,
+        editElement(index, u"directories"_s, folder,
                     [&](QJsonObject& entry) { setMember(entry, key, value); });
     });
     return *this;
@@ -335,7 +336,7 @@ QByteArray CraftedContainer::rowsAssociatedData() const {
 }
 
 QByteArray CraftedContainer::blockAssociatedData() {
-    return QByteArrayLiteral("TESSEL|file-block|3");
+    return "TESSEL|file-block|3"_ba;
 }
 
 QByteArray CraftedContainer::encryptedMasterKey() const {
@@ -348,10 +349,10 @@ QJsonObject CraftedContainer::plainIndex() const {
         QJsonArray list;
         const QList<CraftedBlock> fileBlocks = blocks(i);
         for (const CraftedBlock& block : fileBlocks) {
-            list.append(QJsonObject{{QStringLiteral("offset"), block.offset},
-                                    {QStringLiteral("plainSize"), block.plainSize},
-                                    {QStringLiteral("encryptedSize"), block.encryptedSize},
-                                    {QStringLiteral("nonce"), base64(block.nonce)}});
+            list.append(QJsonObject{{u"offset"_s, block.offset},
+                                    {u"plainSize"_s, block.plainSize},
+                                    {u"encryptedSize"_s, block.encryptedSize},
+                                    {u"nonce"_s, base64(block.nonce)}});
         }
         QJsonObject entry = m_files.at(i);
         entry.insert(u"blocks", list);
@@ -361,9 +362,7 @@ QJsonObject CraftedContainer::plainIndex() const {
     for (const QJsonObject& folder : m_folders) {
         folders.append(folder);
     }
-    return {{QStringLiteral("formatVersion"), 1},
-            {QStringLiteral("files"), files},
-            {QStringLiteral("directories"), folders}};
+    return {{u"formatVersion"_s, 1}, {u"files"_s, files}, {u"directories"_s, folders}};
 }
 
 QByteArray CraftedContainer::indexJson() const {
@@ -387,18 +386,18 @@ QByteArray CraftedContainer::headerJson() const {
     if (m_headerJson) {
         return *m_headerJson;
     }
-    const QJsonObject crypto{{QStringLiteral("kdf"), QString::fromUtf8(keys.kdf)},
-                             {QStringLiteral("cipher"), QString::fromUtf8(keys.cipher)},
-                             {QStringLiteral("kdfIterations"), keys.kdfIterations},
-                             {QStringLiteral("salt"), base64(keys.salt)},
-                             {QStringLiteral("nonce"), base64(keys.nonce)},
-                             {QStringLiteral("payloadNonce"), base64(keys.payloadNonce)},
-                             {QStringLiteral("authTag"), QString()},
-                             {QStringLiteral("encryptedMasterKey"), base64(encryptedMasterKey())}};
-    QJsonObject header{{QStringLiteral("magic"), QStringLiteral("TESSEL")},
-                       {QStringLiteral("formatVersion"), 3},
-                       {QStringLiteral("crypto"), crypto},
-                       {QStringLiteral("encryptedIndex"), base64(encryptedIndex())}};
+    const QJsonObject crypto{{u"kdf"_s, QString::fromUtf8(keys.kdf)},
+                             {u"cipher"_s, QString::fromUtf8(keys.cipher)},
+                             {u"kdfIterations"_s, keys.kdfIterations},
+                             {u"salt"_s, base64(keys.salt)},
+                             {u"nonce"_s, base64(keys.nonce)},
+                             {u"payloadNonce"_s, base64(keys.payloadNonce)},
+                             {u"authTag"_s, QString()},
+                             {u"encryptedMasterKey"_s, base64(encryptedMasterKey())}};
+    QJsonObject header{{u"magic"_s, u"TESSEL"_s},
+                       {u"formatVersion"_s, 3},
+                       {u"crypto"_s, crypto},
+                       {u"encryptedIndex"_s, base64(encryptedIndex())}};
     for (const Edit& edit : m_headerEdits) {
         edit(header);
     }

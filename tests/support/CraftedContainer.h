@@ -45,8 +45,8 @@ struct CraftedBlock {
 /// that the engine can be tested with containers that it would never write.
 ///
 ///     CraftedContainer crafted;
-///     crafted.addFolder(u"docs"_qs).addFile(u"docs/a.txt"_qs, "abc");
-///     crafted.setHeaderMember(u"formatVersion"_qs, 4);
+///     crafted.addFolder(u"docs"_s).addFile(u"docs/a.txt"_s, "abc");
+///     crafted.setHeaderMember(u"formatVersion"_s, 4);
 ///     QVERIFY(crafted.writeTo(path));
 ///
 /// The same seed and the same calls give the same bytes. Unlocking costs next to nothing, because

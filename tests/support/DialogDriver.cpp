@@ -16,6 +16,8 @@
 #include <QStatusBar>
 #include <QTimer>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Tests {
 
 namespace {
@@ -70,10 +72,10 @@ DialogDriver::Seen describe(const QDialog* dialog) {
 }
 
 void chooseFiles(QFileDialog* dialog, const QStringList& paths) {
-    auto* edit = dialog->findChild<QLineEdit*>(QStringLiteral("fileNameEdit"));
+    auto* edit = dialog->findChild<QLineEdit*>(u"fileNameEdit"_s);
     QString text = paths.value(0);
     if (paths.size() > 1) {
-        text = QLatin1Char('"') + paths.join(QLatin1String("\" \"")) + QLatin1Char('"');
+        text = QLatin1Char('"') + paths.join("\" \""_L1) + QLatin1Char('"');
     }
     edit->setText(text);
     QMetaObject::invokeMethod(dialog, "accept");
@@ -106,8 +108,7 @@ void DialogDriver::answerFiles(const QString& title, const QStringList& paths) {
 void DialogDriver::press(const QString& title, const QString& button) {
     handle(title, [this, button](QDialog* dialog) {
         if (!pressButton(dialog, button)) {
-            m_problems.append(
-                QStringLiteral("no button \"%1\" in \"%2\"").arg(button, dialog->windowTitle()));
+            m_problems.append(u"no button \"%1\" in \"%2\""_s.arg(button, dialog->windowTitle()));
             dialog->reject();
         }
     });
@@ -116,13 +117,13 @@ void DialogDriver::press(const QString& title, const QString& button) {
 void DialogDriver::acknowledge(QMessageBox::Icon icon, const QString& title) {
     handle(title, [this, icon](QDialog* dialog) {
         const Seen& box = m_seen.last();
-        if (box.icon != icon || box.buttons != QStringList(QStringLiteral("OK"))) {
-            m_problems.append(QStringLiteral("\"%1\": \"%2\" has the icon %3 and the buttons %4")
-                                  .arg(box.title, box.text)
-                                  .arg(box.icon)
-                                  .arg(box.buttons.join(QLatin1String(", "))));
+        if (box.icon != icon || box.buttons != QStringList(u"OK"_s)) {
+            m_problems.append(
+                u"\"%1\": \"%2\" has the icon %3 and the buttons %4"_s.arg(box.title, box.text)
+                    .arg(box.icon)
+                    .arg(box.buttons.join(", "_L1)));
         }
-        if (!pressButton(dialog, QStringLiteral("OK"))) {
+        if (!pressButton(dialog, u"OK"_s)) {
             dialog->reject();
         }
     });
@@ -139,9 +140,9 @@ void DialogDriver::handle(const QString& title, const std::function<void(QDialog
 QString DialogDriver::problems() const {
     QStringList all = m_problems;
     for (const Answer& answer : m_answers) {
-        all.append(QStringLiteral("\"%1\" never opened").arg(answer.title));
+        all.append(u"\"%1\" never opened"_s.arg(answer.title));
     }
-    return all.join(QLatin1String("; "));
+    return all.join("; "_L1);
 }
 
 bool DialogDriver::eventFilter(QObject* watched, QEvent* event) {
@@ -160,8 +161,8 @@ bool DialogDriver::eventFilter(QObject* watched, QEvent* event) {
 void DialogDriver::answer(QDialog* dialog) {
     m_seen.append(describe(dialog));
     if (m_answers.isEmpty() || m_answers.first().title != dialog->windowTitle()) {
-        m_problems.append(QStringLiteral("unexpected dialog \"%1\": %2")
-                              .arg(m_seen.last().title, m_seen.last().text));
+        m_problems.append(
+            u"unexpected dialog \"%1\": %2"_s.arg(m_seen.last().title, m_seen.last().text));
         dialog->reject();
         return;
     }

@@ -21,6 +21,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Tests {
 
 namespace {
@@ -80,7 +82,7 @@ struct rlimit lowerLimit(__rlimit_resource resource, qint64 value) {
 }
 
 qint64 addressSpaceInUse() {
-    QFile statm(QStringLiteral("/proc/self/statm"));
+    QFile statm(u"/proc/self/statm"_s);
     const QByteArray pages =
         statm.open(QIODevice::ReadOnly) ? statm.readAll().split(' ').first() : QByteArray();
     if (pages.isEmpty()) {
@@ -105,7 +107,7 @@ bool hasPrivateMounts() {
 }
 
 SmallDisk::SmallDisk(qint64 bytes) {
-    QByteArray path = QFile::encodeName(QDir::tempPath() + QStringLiteral("/small-disk-XXXXXX"));
+    QByteArray path = QFile::encodeName(QDir::tempPath() + u"/small-disk-XXXXXX"_s);
     if (!privateMounts || !::mkdtemp(path.data())) {
         return;
     }
@@ -137,7 +139,7 @@ qint64 SmallDisk::bytesFree() const {
 }
 
 bool SmallDisk::fillUpTo(qint64 bytes) const {
-    const int descriptor = ::open(QFile::encodeName(filePath(QStringLiteral("filler"))).constData(),
+    const int descriptor = ::open(QFile::encodeName(filePath(u"filler"_s)).constData(),
                                   O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     if (descriptor < 0) {
         return false;

@@ -17,6 +17,8 @@
 #include <QToolButton>
 #include <QUrl>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Tests {
 
 namespace {
@@ -28,7 +30,7 @@ QPoint middleOfRow(const QTableWidget* table, int row) {
 }
 
 QString awayFrom(const QString& path) {
-    return path + QLatin1String(".away");
+    return path + ".away"_L1;
 }
 
 } // namespace
@@ -56,15 +58,15 @@ QAction* WindowDriver::action(const QString& text) const {
 }
 
 QToolButton* WindowDriver::padlock() const {
-    return window.findChild<QToolButton*>(QStringLiteral("vaultToggleButton"));
+    return window.findChild<QToolButton*>(u"vaultToggleButton"_s);
 }
 
 QListWidget* WindowDriver::deviceList() const {
-    return window.findChild<QListWidget*>(QStringLiteral("deviceList"));
+    return window.findChild<QListWidget*>(u"deviceList"_s);
 }
 
 QTableWidget* WindowDriver::table() const {
-    return window.findChild<QTableWidget*>(QStringLiteral("vaultTable"));
+    return window.findChild<QTableWidget*>(u"vaultTable"_s);
 }
 
 QLabel* WindowDriver::label(const QString& objectName) const {
@@ -81,24 +83,23 @@ QString WindowDriver::result() const {
     // The status bar has a timer while its message disappears by itself.
     const auto* timer = window.statusBar()->findChild<QTimer*>();
     const int timeMs = timer != nullptr && timer->isActive() ? timer->interval() : 0;
-    return message.isEmpty() || timeMs == ResultTimeMs
-               ? message
-               : QStringLiteral("%1 (%2 ms)").arg(message).arg(timeMs);
+    return message.isEmpty() || timeMs == ResultTimeMs ? message
+                                                       : u"%1 (%2 ms)"_s.arg(message).arg(timeMs);
 }
 
 bool WindowDriver::vaultIsOpen() const {
-    return action(QStringLiteral("Bloquear"))->isEnabled();
+    return action(u"Bloquear"_s)->isEnabled();
 }
 
 bool WindowDriver::chooseContainer(const QString& path) {
-    dialogs.answerFiles(QStringLiteral("Escolher container Tessel"), {path});
-    action(QStringLiteral("Escolher container..."))->trigger();
+    dialogs.answerFiles(u"Escolher container Tessel"_s, {path});
+    action(u"Escolher container..."_s)->trigger();
     return dialogs.finished();
 }
 
 bool WindowDriver::unlock(const QString& password) {
-    dialogs.answerText(QStringLiteral("Senha do cofre"), password);
-    action(QStringLiteral("Desbloquear"))->trigger();
+    dialogs.answerText(u"Senha do cofre"_s, password);
+    action(u"Desbloquear"_s)->trigger();
     return dialogs.finished() && vaultIsOpen();
 }
 
@@ -108,7 +109,7 @@ bool WindowDriver::openVault(const QString& path, const QString& password) {
 
 bool WindowDriver::openWithoutWayBack(const QString& path, const QString& password,
                                       const QString& fileName) {
-    const FakeDesktop desktop(QStringLiteral("file"));
+    const FakeDesktop desktop(u"file"_s);
     if (!openVault(path, password) || !activateRow(fileName) || desktop.opened.isEmpty()) {
         return false;
     }

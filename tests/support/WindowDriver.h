@@ -20,10 +20,10 @@ namespace Tessel::Tests {
 /// Drives the real window as a person does.
 ///
 ///     WindowDriver driver;
-///     QVERIFY(driver.openVault(path, u"senha de teste"_qs));
-///     driver.selectRow(u"a.txt"_qs);
-///     driver.dialogs.press(u"Excluir arquivo"_qs, u"Sim"_qs);
-///     driver.action(u"Excluir..."_qs)->trigger();
+///     QVERIFY(driver.openVault(path, u"senha de teste"_s));
+///     driver.selectRow(u"a.txt"_s);
+///     driver.dialogs.press(u"Excluir arquivo"_s, u"Sim"_s);
+///     driver.action(u"Excluir..."_s)->trigger();
 ///     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
 class WindowDriver {
 public:

@@ -21,12 +21,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessel::Tests {
 
 namespace {
 
 QString mountTable() {
-    return u"/proc/self/mountinfo"_qs;
+    return u"/proc/self/mountinfo"_s;
 }
 
 [[noreturn]] void giveUp(const char* what, const QString& where) {
@@ -35,8 +37,8 @@ QString mountTable() {
 }
 
 int refuse(const char* what) {
-    const QByteArray reason = QByteArrayLiteral("this machine refuses a namespace of its own: ") +
-                              what + ": " + std::strerror(errno);
+    const QByteArray reason =
+        "this machine refuses a namespace of its own: "_ba + what + ": " + std::strerror(errno);
     return refused(reason.constData());
 }
 
@@ -73,8 +75,8 @@ void link(const QString& target, const QString& path) {
 // The paths of both kinds of disk end in /block/NAME; only what is before it tells the bus.
 QString controllerPath(FakeUsb::Bus bus, const QString& disk) {
     const QString pattern = bus == FakeUsb::Bus::Usb
-                                ? u"/sys/devices/pci0000:00/0000:00:14.0/usb2/%1"_qs
-                                : u"/sys/devices/pci0000:00/0000:00:17.0/ata1/%1"_qs;
+                                ? u"/sys/devices/pci0000:00/0000:00:14.0/usb2/%1"_s
+                                : u"/sys/devices/pci0000:00/0000:00:17.0/ata1/%1"_s;
     return pattern.arg(disk);
 }
 
@@ -114,10 +116,10 @@ int enterFakeMachine() {
 }
 
 FakeUsb::FakeUsb() {
-    for (const QString& directory : {u"/sys"_qs, u"/media"_qs, u"/mnt"_qs}) {
+    for (const QString& directory : {u"/sys"_s, u"/media"_s, u"/mnt"_s}) {
         coverWithEmptyDirectory(directory);
     }
-    makePath(u"/sys/class/block"_qs);
+    makePath(u"/sys/class/block"_s);
 }
 
 FakeUsb::~FakeUsb() {
@@ -128,57 +130,57 @@ FakeUsb::~FakeUsb() {
 
 void FakeUsb::addDisk(const QString& disk, Bus bus) {
     const QString controller = controllerPath(bus, disk);
-    const QString directory = controller + u"/block/"_qs + disk;
+    const QString directory = controller + u"/block/"_s + disk;
     addBlockDeviceAt(directory);
-    makePath(controller + u"/scsi"_qs);
-    link(controller + u"/scsi"_qs, directory + u"/device"_qs);
+    makePath(controller + u"/scsi"_s);
+    link(controller + u"/scsi"_s, directory + u"/device"_s);
 }
 
 void FakeUsb::addPartition(const QString& disk, const QString& partition) {
-    const QString directory = QFileInfo(u"/sys/class/block/%1"_qs.arg(disk)).canonicalFilePath();
+    const QString directory = QFileInfo(u"/sys/class/block/%1"_s.arg(disk)).canonicalFilePath();
     addBlockDeviceAt(directory + u'/' + partition);
 }
 
 void FakeUsb::addBlockDeviceAt(const QString& directory) {
     makePath(directory);
-    link(directory, u"/sys/class/block/%1"_qs.arg(QFileInfo(directory).fileName()));
+    link(directory, u"/sys/class/block/%1"_s.arg(QFileInfo(directory).fileName()));
 }
 
 void FakeUsb::setAttribute(const QString& device, const QString& attribute,
                            const QByteArray& value) {
-    writeNew(u"/sys/class/block/%1/%2"_qs.arg(device, attribute), value + '\n');
+    writeNew(u"/sys/class/block/%1/%2"_s.arg(device, attribute), value + '\n');
 }
 
 void FakeUsb::addLabel(const QString& label, const QString& device) {
-    addLabelLink(label, u"/dev/%1"_qs.arg(device));
-    if (!QFile::exists(u"/dev/%1"_qs.arg(device))) {
-        makeSocket(u"/dev/%1"_qs.arg(device));
+    addLabelLink(label, u"/dev/%1"_s.arg(device));
+    if (!QFile::exists(u"/dev/%1"_s.arg(device))) {
+        makeSocket(u"/dev/%1"_s.arg(device));
     }
 }
 
 void FakeUsb::addLabelLink(const QString& label, const QString& target) {
-    if (!m_mounted.contains(u"/dev"_qs)) {
+    if (!m_mounted.contains(u"/dev"_s)) {
         replaceDev();
     }
-    link(target, u"/dev/disk/by-label/%1"_qs.arg(label));
+    link(target, u"/dev/disk/by-label/%1"_s.arg(label));
 }
 
 void FakeUsb::makeDirectory(const QString& directory) {
-    if (directory.startsWith(u"/run/") && !m_mounted.contains(u"/run"_qs)) {
-        coverWithEmptyDirectory(u"/run"_qs);
+    if (directory.startsWith(u"/run/") && !m_mounted.contains(u"/run"_s)) {
+        coverWithEmptyDirectory(u"/run"_s);
     }
     makePath(directory);
 }
 
 void FakeUsb::mountVolume(const QString& device, const QString& directory, qint64 bytes) {
     makeDirectory(directory);
-    mountAt(u"/dev/%1"_qs.arg(device), directory, "tmpfs",
+    mountAt(u"/dev/%1"_s.arg(device), directory, "tmpfs",
             "mode=0755,size=" + QByteArray::number(bytes));
 }
 
 void FakeUsb::mountSizeless(const QString& device, const QString& directory) {
     makeDirectory(directory);
-    mountAt(u"/dev/%1"_qs.arg(device), directory, "ramfs", {});
+    mountAt(u"/dev/%1"_s.arg(device), directory, "ramfs", {});
 }
 
 void FakeUsb::mountOther(const QString& source, const QString& directory) {
@@ -195,14 +197,14 @@ void FakeUsb::unmount(const QString& directory) {
 }
 
 void FakeUsb::replaceMountTable(const QByteArray& table) {
-    const QString text = u"/sys/mountinfo"_qs;
+    const QString text = u"/sys/mountinfo"_s;
     writeNew(text, table);
     bindMount(text, mountTable());
     m_mounted.append(mountTable());
 }
 
 void FakeUsb::breakMountTable() {
-    const QString socket = u"/sys/mountinfo"_qs;
+    const QString socket = u"/sys/mountinfo"_s;
     makeSocket(socket);
     bindMount(socket, mountTable());
     m_mounted.append(mountTable());
@@ -218,7 +220,7 @@ void FakeUsb::mountAt(const QString& source, const QString& directory, const cha
 }
 
 void FakeUsb::coverWithEmptyDirectory(const QString& directory) {
-    mountAt(u"tmpfs"_qs, directory, "tmpfs", "mode=0755");
+    mountAt(u"tmpfs"_s, directory, "tmpfs", "mode=0755");
 }
 
 void FakeUsb::replaceDev() {
@@ -230,14 +232,14 @@ void FakeUsb::replaceDev() {
         const QByteArray path = QByteArray("/dev/") + names.at(i);
         nodes.at(i) = ::open(path.constData(), O_PATH | O_CLOEXEC);
     }
-    coverWithEmptyDirectory(u"/dev"_qs);
-    makePath(u"/dev/disk/by-label"_qs);
-    makePath(u"/dev/shm"_qs);
+    coverWithEmptyDirectory(u"/dev"_s);
+    makePath(u"/dev/disk/by-label"_s);
+    makePath(u"/dev/shm"_s);
     for (size_t i = 0; i < names.size(); ++i) {
         if (nodes.at(i) >= 0) {
-            const QString path = u"/dev/%1"_qs.arg(QLatin1String(names.at(i)));
+            const QString path = u"/dev/%1"_s.arg(QLatin1String(names.at(i)));
             writeNew(path, {});
-            bindMount(u"/proc/self/fd/%1"_qs.arg(nodes.at(i)), path);
+            bindMount(u"/proc/self/fd/%1"_s.arg(nodes.at(i)), path);
             ::close(nodes.at(i));
         }
     }

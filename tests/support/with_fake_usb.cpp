@@ -21,18 +21,19 @@
 #include <unistd.h>
 
 using Tessel::Tests::FakeUsb;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 constexpr int exitNotStarted = 127;
 
 void addDrive(FakeUsb* machine, const QString& device) {
-    static const QRegularExpression partitionNumber(u"[0-9]+$"_qs);
+    static const QRegularExpression partitionNumber(u"[0-9]+$"_s);
     QString disk = device;
     disk.remove(partitionNumber);
-    if (!QFile::exists(u"/sys/class/block/%1"_qs.arg(disk))) {
+    if (!QFile::exists(u"/sys/class/block/%1"_s.arg(disk))) {
         machine->addDisk(disk);
-        machine->setAttribute(disk, u"removable"_qs, "1");
+        machine->setAttribute(disk, u"removable"_s, "1");
     }
     if (disk != device) {
         machine->addPartition(disk, device);
@@ -82,11 +83,10 @@ int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
     QCommandLineParser parser;
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    parser.addOptions(
-        {{u"mounted"_qs, u"A drive with its directory."_qs, u"DEVICE=DIR[:MIB]"_qs},
-         {u"label"_qs, u"The label of a mounted drive."_qs, u"DEVICE=LABEL"_qs},
-         {u"unmounted"_qs, u"A drive that is not mounted."_qs, u"DEVICE[=LABEL]"_qs}});
-    parser.addPositionalArgument(u"command"_qs, u"What to run, with its arguments."_qs);
+    parser.addOptions({{u"mounted"_s, u"A drive with its directory."_s, u"DEVICE=DIR[:MIB]"_s},
+                       {u"label"_s, u"The label of a mounted drive."_s, u"DEVICE=LABEL"_s},
+                       {u"unmounted"_s, u"A drive that is not mounted."_s, u"DEVICE[=LABEL]"_s}});
+    parser.addPositionalArgument(u"command"_s, u"What to run, with its arguments."_s);
     parser.addHelpOption();
     parser.process(application);
     if (parser.positionalArguments().isEmpty()) {
@@ -94,13 +94,13 @@ int main(int argc, char** argv) {
     }
     // The command replaces this process and keeps its namespaces.
     FakeUsb machine;
-    for (const QString& drive : parser.values(u"mounted"_qs)) {
+    for (const QString& drive : parser.values(u"mounted"_s)) {
         addMounted(&machine, drive);
     }
-    for (const QString& label : parser.values(u"label"_qs)) {
+    for (const QString& label : parser.values(u"label"_s)) {
         machine.addLabel(label.section(u'=', 1), label.section(u'=', 0, 0));
     }
-    for (const QString& drive : parser.values(u"unmounted"_qs)) {
+    for (const QString& drive : parser.values(u"unmounted"_s)) {
         addUnmounted(&machine, drive);
     }
     return become(parser.positionalArguments());

@@ -26,11 +26,12 @@
 using Tessel::Tests::DialogDriver;
 using Tessel::Tests::ProgressProbe;
 using Tessel::UI::MainWindow;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 constexpr int FileMebibytes = 64;
-const QString Password = QStringLiteral("não é segredo");
+const QString Password = u"não é segredo"_s;
 
 bool writeNoise(const QString& path) {
     QFile file(path);
@@ -67,12 +68,9 @@ public:
         QApplication::processEvents();
         const bool good = dialogs.finished() && check();
         m_good = m_good && good;
-        QTextStream(stdout) << QStringLiteral("%1. %2: %3%4\n")
-                                   .arg(m_number)
-                                   .arg(name,
-                                        good ? QStringLiteral("ok") : QStringLiteral("FAILED"),
-                                        good ? QString()
-                                             : QStringLiteral(" (%1)").arg(dialogs.problems()));
+        QTextStream(stdout) << u"%1. %2: %3%4\n"_s.arg(m_number).arg(
+            name, good ? u"ok"_s : u"FAILED"_s,
+            good ? QString() : u" (%1)"_s.arg(dialogs.problems()));
         m_good = m_window.grab().save(picture(m_number, name)) && m_good;
     }
 
@@ -97,7 +95,7 @@ public:
 
 private:
     [[nodiscard]] QString picture(int number, const QString& name) const {
-        QString fileName = QStringLiteral("%1-%2.png").arg(number).arg(name);
+        QString fileName = u"%1-%2.png"_s.arg(number).arg(name);
         return m_pictures.filePath(fileName.replace(QLatin1Char(' '), QLatin1Char('-')));
     }
 
@@ -118,25 +116,23 @@ bool selectRow(QTableWidget* table, const QString& name) {
 
 void createAndFill(Tour& tour, const QString& container, const QString& source) {
     DialogDriver& dialogs = tour.dialogs;
-    dialogs.answerFiles(QStringLiteral("Criar container Tessel"), {container});
-    dialogs.answerText(QStringLiteral("Definir senha do cofre"), Password);
-    dialogs.answerText(QStringLiteral("Confirmar senha do cofre"), Password);
+    dialogs.answerFiles(u"Criar container Tessel"_s, {container});
+    dialogs.answerText(u"Definir senha do cofre"_s, Password);
+    dialogs.answerText(u"Confirmar senha do cofre"_s, Password);
     tour.step(
-        QStringLiteral("create a vault"),
-        [&] { tour.trigger(QStringLiteral("Criar novo cofre...")); },
+        u"create a vault"_s, [&] { tour.trigger(u"Criar novo cofre..."_s); },
         [&] {
-            return tour.status() == QStringLiteral("Cofre criado com sucesso.") &&
-                   QFile::exists(container);
+            return tour.status() == u"Cofre criado com sucesso."_s && QFile::exists(container);
         });
-    dialogs.answerText(QStringLiteral("Senha do cofre"), Password);
+    dialogs.answerText(u"Senha do cofre"_s, Password);
     tour.step(
-        QStringLiteral("unlock it"), [&] { tour.trigger(QStringLiteral("Desbloquear")); },
-        [&] { return tour.status() == QStringLiteral("Cofre desbloqueado."); });
-    dialogs.answerText(QStringLiteral("Nova pasta"), QStringLiteral("Férias"));
+        u"unlock it"_s, [&] { tour.trigger(u"Desbloquear"_s); },
+        [&] { return tour.status() == u"Cofre desbloqueado."_s; });
+    dialogs.answerText(u"Nova pasta"_s, u"Férias"_s);
     tour.step(
-        QStringLiteral("make a folder"), [&] { tour.trigger(QStringLiteral("Nova pasta...")); },
-        [&] { return tour.status() == QStringLiteral("Pasta criada."); });
-    const QString picture = tour.nextPicture(QStringLiteral("import in progress"));
+        u"make a folder"_s, [&] { tour.trigger(u"Nova pasta..."_s); },
+        [&] { return tour.status() == u"Pasta criada."_s; });
+    const QString picture = tour.nextPicture(u"import in progress"_s);
     int moves = 0;
     const ProgressProbe probe([&](QProgressDialog* dialog, int value) {
         moves += value > 0 ? 1 : 0;
@@ -144,12 +140,12 @@ void createAndFill(Tour& tour, const QString& container, const QString& source) 
             static_cast<void>(dialog->grab().save(picture));
         }
     });
-    dialogs.answerFiles(QStringLiteral("Importar arquivos para o cofre"), {source});
+    dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {source});
     tour.step(
-        QStringLiteral("import a file"), [&] { tour.trigger(QStringLiteral("Importar...")); },
+        u"import a file"_s, [&] { tour.trigger(u"Importar..."_s); },
         [&] {
-            return tour.status() == QStringLiteral("Arquivo importado com sucesso.") &&
-                   moves >= 4 && QFile::exists(picture);
+            return tour.status() == u"Arquivo importado com sucesso."_s && moves >= 4 &&
+                   QFile::exists(picture);
         });
 }
 
@@ -157,27 +153,24 @@ void reopenAndExport(Tour& tour, MainWindow& window, const QString& source, cons
     DialogDriver& dialogs = tour.dialogs;
     auto* padlock = window.findChild<QToolButton*>();
     tour.step(
-        QStringLiteral("lock it"), [&] { padlock->click(); },
-        [&] {
-            return tour.status() == QStringLiteral("Cofre bloqueado.") &&
-                   tour.table()->rowCount() == 0;
-        });
-    dialogs.answerText(QStringLiteral("Senha do cofre"), Password);
+        u"lock it"_s, [&] { padlock->click(); },
+        [&] { return tour.status() == u"Cofre bloqueado."_s && tour.table()->rowCount() == 0; });
+    dialogs.answerText(u"Senha do cofre"_s, Password);
     tour.step(
-        QStringLiteral("unlock it again"), [&] { padlock->click(); },
+        u"unlock it again"_s, [&] { padlock->click(); },
         [&] { return tour.table()->rowCount() == 2; });
-    dialogs.press(QStringLiteral("Exportar arquivo"), QStringLiteral("Continuar"));
-    dialogs.answerFiles(QStringLiteral("Exportar arquivo"), {target});
+    dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    dialogs.answerFiles(u"Exportar arquivo"_s, {target});
     tour.step(
-        QStringLiteral("export the file"),
+        u"export the file"_s,
         [&] {
             if (selectRow(tour.table(), QFileInfo(source).fileName())) {
-                tour.trigger(QStringLiteral("Exportar..."));
+                tour.trigger(u"Exportar..."_s);
             }
         },
-        [&] { return tour.status() == QStringLiteral("Arquivo exportado com sucesso."); });
+        [&] { return tour.status() == u"Arquivo exportado com sucesso."_s; });
     tour.step(
-        QStringLiteral("compare the bytes"), [] {},
+        u"compare the bytes"_s, [] {},
         [&] {
             const QByteArray digest = digestOf(source);
             return !digest.isEmpty() && digest == digestOf(target);
@@ -187,7 +180,7 @@ void reopenAndExport(Tour& tour, MainWindow& window, const QString& source, cons
 /// The offscreen platform remarks on every dialog that it has no window manager.
 void passOnMessages(QtMsgType /*type*/, const QMessageLogContext& /*context*/,
                     const QString& message) {
-    if (!message.contains(QLatin1String("does not support propagateSizeHints"))) {
+    if (!message.contains("does not support propagateSizeHints"_L1)) {
         QTextStream(stderr) << message << '\n';
     }
 }
@@ -200,7 +193,7 @@ int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     const QDir pictures(argc > 1 ? QString::fromLocal8Bit(argv[1]) : QDir::currentPath());
     const QTemporaryDir folder;
-    const QString source = folder.filePath(QStringLiteral("video de férias.mp4"));
+    const QString source = folder.filePath(u"video de férias.mp4"_s);
     if (!QDir().mkpath(pictures.path()) || !writeNoise(source)) {
         QTextStream(stderr) << "the tour could not make its files\n";
         return 1;
@@ -208,8 +201,8 @@ int main(int argc, char** argv) {
     MainWindow window(nullptr);
     window.show();
     Tour tour(window, pictures);
-    createAndFill(tour, folder.filePath(QStringLiteral("tessel.tvlt")), source);
-    reopenAndExport(tour, window, source, folder.filePath(QStringLiteral("cópia.mp4")));
+    createAndFill(tour, folder.filePath(u"tessel.tvlt"_s), source);
+    reopenAndExport(tour, window, source, folder.filePath(u"cópia.mp4"_s));
     const bool closed = window.close();
     QTextStream(stdout) << (tour.good() && closed ? "The bytes agree." : "The tour FAILED.")
                         << " Pictures: " << pictures.absolutePath() << '\n';

@@ -21,10 +21,11 @@
 #include <QToolButton>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 
 /// What a person works with or listens to; the rest is frames, separators and layout.
 bool isControl(QAccessible::Role role) {
@@ -60,8 +61,7 @@ void collectNameless(QAccessibleInterface* element, const QString& trail, QStrin
     if (isControl(element->role()) && isShown(element) &&
         element->text(QAccessible::Name).trimmed().isEmpty()) {
         const QObject* object = element->object();
-        nameless->append(QStringLiteral("%1 role %2 (%3)")
-                             .arg(here)
+        nameless->append(u"%1 role %2 (%3)"_s.arg(here)
                              .arg(element->role())
                              .arg(object == nullptr ? QString()
                                                     : object->objectName() + u' ' +
@@ -115,8 +115,8 @@ private:
 
 bool TestAccessibility::openSample() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "a").addFile(u"b.pdf"_qs, "b");
-    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "a").addFile(u"b.pdf"_s, "b");
+    const QString path = m_folder->filePath(u"tessel.tvlt"_s);
     return crafted.writeTo(path) && m_driver->openVault(path, Password);
 }
 
@@ -132,7 +132,7 @@ void TestAccessibility::everyControlOfTheWindowHasAName() {
 
 void TestAccessibility::iconCellsSayWhatTheIconShows() {
     QVERIFY(openSample());
-    const QStringList expected{u"Pasta"_qs, u"TXT"_qs, u"PDF"_qs};
+    const QStringList expected{u"Pasta"_s, u"TXT"_s, u"PDF"_s};
     QTableWidget* table = m_driver->table();
     QAccessibleInterface* element = QAccessible::queryAccessibleInterface(table);
     for (int row = 0; row < table->rowCount(); ++row) {
@@ -142,33 +142,33 @@ void TestAccessibility::iconCellsSayWhatTheIconShows() {
 }
 
 void TestAccessibility::namesAreTheWindowsOwnTexts() {
-    QCOMPARE(accessibleName(m_driver->deviceList()), u"Dispositivos USB"_qs);
-    QCOMPARE(accessibleName(m_driver->table()), u"Arquivos protegidos"_qs);
+    QCOMPARE(accessibleName(m_driver->deviceList()), u"Dispositivos USB"_s);
+    QCOMPARE(accessibleName(m_driver->table()), u"Arquivos protegidos"_s);
 }
 
 void TestAccessibility::padlockIsNamedByWhatItDoes() {
     QCOMPARE(accessibleName(m_driver->padlock()),
-             u"Selecione um container para desbloquear o cofre."_qs);
+             u"Selecione um container para desbloquear o cofre."_s);
     QVERIFY(openSample());
-    QCOMPARE(accessibleName(m_driver->padlock()), u"Bloquear cofre"_qs);
-    m_driver->action(u"Bloquear"_qs)->trigger();
-    QCOMPARE(accessibleName(m_driver->padlock()), u"Desbloquear cofre"_qs);
+    QCOMPARE(accessibleName(m_driver->padlock()), u"Bloquear cofre"_s);
+    m_driver->action(u"Bloquear"_s)->trigger();
+    QCOMPARE(accessibleName(m_driver->padlock()), u"Desbloquear cofre"_s);
 }
 
 void TestAccessibility::tableIsDescribedByItsSummary() {
-    QCOMPARE(accessibleDescription(m_driver->table()), u"Nenhum cofre em uso (aberto)"_qs);
+    QCOMPARE(accessibleDescription(m_driver->table()), u"Nenhum cofre em uso (aberto)"_s);
     QVERIFY(openSample());
     QCOMPARE(accessibleDescription(m_driver->table()),
-             u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_qs);
+             u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_s);
 }
 
 void TestAccessibility::elidedContainerNameIsReadWhole() {
     const QString name =
-        u"<b>um nome bem comprido para um container</b>.tvlt"_qs.replace(u'/', u'_');
+        u"<b>um nome bem comprido para um container</b>.tvlt"_s.replace(u'/', u'_');
     const QString path = m_folder->filePath(name);
     QVERIFY(CraftedContainer().writeTo(path) && m_driver->chooseContainer(path));
-    QLabel* label = m_driver->label(u"containerLabel"_qs);
-    QCOMPARE(accessibleName(label), u"Container: "_qs + name);
+    QLabel* label = m_driver->label(u"containerLabel"_s);
+    QCOMPARE(accessibleName(label), u"Container: "_s + name);
     QVERIFY(label->text().size() < name.size());
     // Its tool tip shows the marks instead of obeying them.
     QVERIFY(label->toolTip().contains(u"&lt;b&gt;um"));
@@ -178,13 +178,13 @@ void TestAccessibility::everyControlOfTheDialogsHasAName_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("title");
     QTest::addColumn<bool>("needsVault");
-    QTest::newRow("help") << u"Ajuda"_qs << u"Ajuda do Tessel"_qs << false;
-    QTest::newRow("about") << u"Sobre o Tessel"_qs << u"Sobre o Tessel"_qs << false;
+    QTest::newRow("help") << u"Ajuda"_s << u"Ajuda do Tessel"_s << false;
+    QTest::newRow("about") << u"Sobre o Tessel"_s << u"Sobre o Tessel"_s << false;
     QTest::newRow("choosing a file")
-        << u"Escolher container..."_qs << u"Escolher container Tessel"_qs << false;
-    QTest::newRow("typing a name") << u"Nova pasta..."_qs << u"Nova pasta"_qs << true;
-    QTest::newRow("question") << u"Excluir..."_qs << u"Excluir arquivo"_qs << true;
-    QTest::newRow("moving") << u"Mover para pasta..."_qs << u"Mover arquivo"_qs << true;
+        << u"Escolher container..."_s << u"Escolher container Tessel"_s << false;
+    QTest::newRow("typing a name") << u"Nova pasta..."_s << u"Nova pasta"_s << true;
+    QTest::newRow("question") << u"Excluir..."_s << u"Excluir arquivo"_s << true;
+    QTest::newRow("moving") << u"Mover para pasta..."_s << u"Mover arquivo"_s << true;
 }
 
 void TestAccessibility::everyControlOfTheDialogsHasAName() {
@@ -192,9 +192,9 @@ void TestAccessibility::everyControlOfTheDialogsHasAName() {
     QFETCH(const QString, title);
     QFETCH(const bool, needsVault);
     if (needsVault) {
-        QVERIFY(openSample() && m_driver->selectRow(u"a.txt"_qs));
+        QVERIFY(openSample() && m_driver->selectRow(u"a.txt"_s));
     }
-    QString nameless = u"not looked at"_qs;
+    QString nameless = u"not looked at"_s;
     m_driver->dialogs.handle(title, [&nameless](QDialog* dialog) {
         nameless = namelessControls(dialog);
         dialog->reject();
@@ -205,28 +205,28 @@ void TestAccessibility::everyControlOfTheDialogsHasAName() {
 }
 
 void TestAccessibility::listOfDestinationsIsDescribedByItsQuestion() {
-    QVERIFY(openSample() && m_driver->selectRow(u"a.txt"_qs));
+    QVERIFY(openSample() && m_driver->selectRow(u"a.txt"_s));
     QString description;
-    m_driver->dialogs.handle(u"Mover arquivo"_qs, [&description](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Mover arquivo"_s, [&description](QDialog* dialog) {
         description = accessibleDescription(dialog->findChild<QComboBox*>());
         dialog->reject();
     });
-    m_driver->action(u"Mover para pasta..."_qs)->trigger();
-    QCOMPARE(description, u"Mover a.txt para:"_qs);
+    m_driver->action(u"Mover para pasta..."_s)->trigger();
+    QCOMPARE(description, u"Mover a.txt para:"_s);
 }
 
 void TestAccessibility::progressBarHasTheOperationsName() {
-    QVERIFY(openSample() && writeFile(m_folder->filePath(u"n.txt"_qs), "n"));
+    QVERIFY(openSample() && writeFile(m_folder->filePath(u"n.txt"_s), "n"));
     QString name;
-    QString nameless = u"not looked at"_qs;
+    QString nameless = u"not looked at"_s;
     const ProgressProbe probe([&](QProgressDialog* dialog, int) {
         name = accessibleName(dialog->findChild<QProgressBar*>());
         nameless = namelessControls(dialog);
     });
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs,
-                                  {m_folder->filePath(u"n.txt"_qs)});
-    m_driver->action(u"Importar..."_qs)->trigger();
-    QCOMPARE(name, u"Importar arquivos"_qs);
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s,
+                                  {m_folder->filePath(u"n.txt"_s)});
+    m_driver->action(u"Importar..."_s)->trigger();
+    QCOMPARE(name, u"Importar arquivos"_s);
     QCOMPARE(nameless, QString());
 }
 

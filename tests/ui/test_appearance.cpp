@@ -26,10 +26,11 @@
 #include <cmath>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 
 QPalette darkPalette() {
     QPalette palette(QColor(0x31, 0x36, 0x3b), QColor(0x2a, 0x2e, 0x32));
@@ -116,10 +117,10 @@ QStringList flawsOf(QWidget* window) {
             continue;
         }
         if (isCutOff(widget)) {
-            flaws.append(QStringLiteral("cut off: ") + nameOf(widget));
+            flaws.append(u"cut off: "_s + nameOf(widget));
         }
         if (contrastOfText(imageOf(widget, picture)) < Readable) {
-            flaws.append(QStringLiteral("hard to read: ") + nameOf(widget));
+            flaws.append(u"hard to read: "_s + nameOf(widget));
         }
     }
     return flaws;
@@ -175,12 +176,12 @@ void TestAppearance::cleanup() {
 
 bool TestAppearance::openSample() {
     CraftedContainer crafted;
-    crafted.addFolder(u"Fotos da praia"_qs).addFolder(u"Documentos"_qs);
-    for (const QString& name : {u"contrato.pdf"_qs, u"planilha.xlsx"_qs, u"carta.docx"_qs,
-                                u"notas.txt"_qs, u"foto.png"_qs, u"tudo.zip"_qs}) {
+    crafted.addFolder(u"Fotos da praia"_s).addFolder(u"Documentos"_s);
+    for (const QString& name : {u"contrato.pdf"_s, u"planilha.xlsx"_s, u"carta.docx"_s,
+                                u"notas.txt"_s, u"foto.png"_s, u"tudo.zip"_s}) {
         crafted.addFile(name, noise(70000));
     }
-    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    const QString path = m_folder->filePath(u"tessel.tvlt"_s);
     return crafted.writeTo(path) && m_driver->openVault(path, Password);
 }
 
@@ -189,7 +190,7 @@ void TestAppearance::look(QWidget* window, const QString& name) {
     const QString folder = qEnvironmentVariable("TESSEL_PICTURES");
     if (!folder.isEmpty()) {
         QVERIFY(QDir().mkpath(folder));
-        QVERIFY(window->grab().save(QStringLiteral("%1/%2-%3.png").arg(folder, name, m_shade)));
+        QVERIFY(window->grab().save(u"%1/%2-%3.png"_s.arg(folder, name, m_shade)));
     }
     const QStringList flaws = flawsOf(window);
     for (const QString& flaw : flaws) {
@@ -199,13 +200,13 @@ void TestAppearance::look(QWidget* window, const QString& name) {
 
 void TestAppearance::flawsAreFound() {
     QWidget window;
-    QLabel small(u"um texto que não cabe"_qs, &window);
+    QLabel small(u"um texto que não cabe"_s, &window);
     small.setFixedWidth(30);
-    QLabel faint(u"quase igual"_qs, &window);
+    QLabel faint(u"quase igual"_s, &window);
     faint.move(0, 60);
     faint.setAutoFillBackground(true);
     faint.setPalette(QPalette(QColor(100, 100, 100), QColor(110, 110, 110)));
-    faint.setStyleSheet(u"color: #777777; background: #6e6e6e;"_qs);
+    faint.setStyleSheet(u"color: #777777; background: #6e6e6e;"_s);
     window.show();
     const QString flaws = flawsOf(&window).join(u'\n');
     QVERIFY2(flaws.contains(u"cut off: um texto"), qPrintable(flaws));
@@ -220,28 +221,28 @@ void TestAppearance::nothingIsCutOffOrUnreadable_data() {
 
 void TestAppearance::nothingIsCutOffOrUnreadable() {
     QFETCH(const bool, dark);
-    m_shade = dark ? u"dark"_qs : u"light"_qs;
+    m_shade = dark ? u"dark"_s : u"light"_s;
     QApplication::setPalette(dark ? darkPalette() : m_light);
     m_driver = std::make_unique<WindowDriver>();
-    look(&m_driver->window, u"locked"_qs);
-    QVERIFY(openSample() && m_driver->selectRow(u"carta.docx"_qs));
-    look(&m_driver->window, u"unlocked"_qs);
+    look(&m_driver->window, u"locked"_s);
+    QVERIFY(openSample() && m_driver->selectRow(u"carta.docx"_s));
+    look(&m_driver->window, u"unlocked"_s);
 
-    QVERIFY(writeFile(m_folder->filePath(u"um vídeo de férias.mp4"_qs), noise(3000000)));
+    QVERIFY(writeFile(m_folder->filePath(u"um vídeo de férias.mp4"_s), noise(3000000)));
     const ProgressProbe probe([this](QProgressDialog* dialog, int value) {
         if (value == 1000) {
-            look(dialog, u"progress"_qs);
+            look(dialog, u"progress"_s);
         }
     });
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs,
-                                  {m_folder->filePath(u"um vídeo de férias.mp4"_qs)});
-    m_driver->action(u"Importar..."_qs)->trigger();
-    for (const QString& title : {u"Ajuda do Tessel"_qs, u"Sobre o Tessel"_qs}) {
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s,
+                                  {m_folder->filePath(u"um vídeo de férias.mp4"_s)});
+    m_driver->action(u"Importar..."_s)->trigger();
+    for (const QString& title : {u"Ajuda do Tessel"_s, u"Sobre o Tessel"_s}) {
         m_driver->dialogs.handle(title, [this, title](QDialog* dialog) {
             look(dialog, title.section(u' ', 0, 0).toLower());
             dialog->reject();
         });
-        m_driver->action(title.section(u' ', 0, 0) == u"Ajuda" ? u"Ajuda"_qs : title)->trigger();
+        m_driver->action(title.section(u' ', 0, 0) == u"Ajuda" ? u"Ajuda"_s : title)->trigger();
     }
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY2(m_flaws.isEmpty(), qPrintable(m_flaws.join(u'\n')));
@@ -256,7 +257,7 @@ void TestAppearance::theGuidesHeadingsAndLinksAreReadable() {
     QApplication::setPalette(dark ? darkPalette() : m_light);
     m_driver = std::make_unique<WindowDriver>();
     QStringList faint;
-    m_driver->dialogs.handle(u"Ajuda do Tessel"_qs, [&faint](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Ajuda do Tessel"_s, [&faint](QDialog* dialog) {
         const auto* viewer = dialog->findChild<QTextEdit*>();
         const QColor ground = viewer->palette().color(QPalette::Base);
         for (QTextBlock block = viewer->document()->begin(); block.isValid();
@@ -273,7 +274,7 @@ void TestAppearance::theGuidesHeadingsAndLinksAreReadable() {
         }
         dialog->reject();
     });
-    m_driver->action(u"Ajuda"_qs)->trigger();
+    m_driver->action(u"Ajuda"_s)->trigger();
     QVERIFY2(faint.isEmpty(), qPrintable(faint.join(u'\n')));
 }
 

@@ -29,13 +29,14 @@ using Tessel::Tests::readFile;
 using Tessel::Tests::typeText;
 using Tessel::Tests::WindowDriver;
 using Tessel::UI::ChangePasswordDialog;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString WarningTitle = QStringLiteral("Alterar senha");
-const QString NoCurrentPassword = QStringLiteral("Informe a senha atual.");
-const QString TooShort = QStringLiteral("Use uma nova senha com pelo menos 10 caracteres.");
-const QString NotConfirmed = QStringLiteral("A confirmação não coincide com a nova senha.");
+const QString WarningTitle = u"Alterar senha"_s;
+const QString NoCurrentPassword = u"Informe a senha atual."_s;
+const QString TooShort = u"Use uma nova senha com pelo menos 10 caracteres."_s;
+const QString NotConfirmed = u"A confirmação não coincide com a nova senha."_s;
 
 /// The dialog on the screen and the three fields in the order of their rows.
 class Fields {
@@ -59,32 +60,31 @@ public:
     QList<QLineEdit*> edits;
 };
 
-const QString OldPassword = QStringLiteral("senha de teste");
-const QString NewPassword = QStringLiteral("outra senha, bem mais longa");
+const QString OldPassword = u"senha de teste"_s;
+const QString NewPassword = u"outra senha, bem mais longa"_s;
 
 /// The window with a locked container chosen, which OldPassword opens.
 struct LockedVault {
     LockedVault() {
         CraftedContainer crafted;
-        crafted.addFile(u"carta.txt"_qs, "conteúdo");
+        crafted.addFile(u"carta.txt"_s, "conteúdo");
         ready = folder.isValid() && crafted.writeTo(path) && driver.chooseContainer(path);
     }
 
     /// Asks for the change of password and types into the dialog that opens.
     void changePassword(const QString& current, const QString& fresh) {
-        driver.dialogs.handle(
-            u"Alterar senha do cofre"_qs, [this, current, fresh](QDialog* dialog) {
-                belongsToTheWindow = dialog->parentWidget() == &driver.window;
-                const QList<QLineEdit*> edits = dialog->findChildren<QLineEdit*>();
-                typeText(edits.at(0), current);
-                typeText(edits.at(1), fresh);
-                typeText(edits.at(2), fresh);
-                QVERIFY(pressButton(dialog, u"Alterar"_qs));
-            });
+        driver.dialogs.handle(u"Alterar senha do cofre"_s, [this, current, fresh](QDialog* dialog) {
+            belongsToTheWindow = dialog->parentWidget() == &driver.window;
+            const QList<QLineEdit*> edits = dialog->findChildren<QLineEdit*>();
+            typeText(edits.at(0), current);
+            typeText(edits.at(1), fresh);
+            typeText(edits.at(2), fresh);
+            QVERIFY(pressButton(dialog, u"Alterar"_s));
+        });
     }
 
     const QTemporaryDir folder;
-    const QString path = folder.filePath(u"tessel.tvlt"_qs);
+    const QString path = folder.filePath(u"tessel.tvlt"_s);
     WindowDriver driver;
     bool ready = false;
     /// Of the dialog that asks for the passwords.
@@ -120,12 +120,12 @@ private Q_SLOTS:
 
 void TestChangePasswordDialog::showsThreeHiddenPasswordsAndTwoButtons() {
     const Fields fields;
-    QCOMPARE(fields.dialog.windowTitle(), u"Alterar senha do cofre"_qs);
+    QCOMPARE(fields.dialog.windowTitle(), u"Alterar senha do cofre"_s);
     QVERIFY(fields.dialog.isModal());
 
     const auto* form = fields.dialog.findChild<QFormLayout*>();
     QCOMPARE(fields.edits.size(), 3);
-    const QStringList labels = {u"Senha atual:"_qs, u"Nova senha:"_qs, u"Confirmar nova senha:"_qs};
+    const QStringList labels = {u"Senha atual:"_s, u"Nova senha:"_s, u"Confirmar nova senha:"_s};
     for (int row = 0; row < 3; ++row) {
         const auto* label =
             qobject_cast<QLabel*>(form->itemAt(row, QFormLayout::LabelRole)->widget());
@@ -138,18 +138,18 @@ void TestChangePasswordDialog::showsThreeHiddenPasswordsAndTwoButtons() {
 
     const auto* box = fields.dialog.findChild<QDialogButtonBox*>();
     QCOMPARE(box->standardButtons(), QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
-    QCOMPARE(box->button(QDialogButtonBox::Ok)->text(), u"Alterar"_qs);
-    QCOMPARE(box->button(QDialogButtonBox::Cancel)->text(), u"Cancelar"_qs);
+    QCOMPARE(box->button(QDialogButtonBox::Ok)->text(), u"Alterar"_s);
+    QCOMPARE(box->button(QDialogButtonBox::Cancel)->text(), u"Cancelar"_s);
 }
 
 void TestChangePasswordDialog::eachFieldHasAnEyeOfItsOwn() {
     const Fields fields;
-    fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letras"_qs);
-    QVERIFY(pressButton(fields.edits.at(1), u"Mostrar senha"_qs));
+    fields.type(u"antiga"_s, u"dez letras"_s, u"dez letras"_s);
+    QVERIFY(pressButton(fields.edits.at(1), u"Mostrar senha"_s));
     QCOMPARE(fields.edits.at(0)->echoMode(), QLineEdit::Password);
-    QCOMPARE(fields.edits.at(1)->displayText(), u"dez letras"_qs);
+    QCOMPARE(fields.edits.at(1)->displayText(), u"dez letras"_s);
     QCOMPARE(fields.edits.at(2)->echoMode(), QLineEdit::Password);
-    QVERIFY(pressButton(fields.edits.at(1), u"Ocultar senha"_qs));
+    QVERIFY(pressButton(fields.edits.at(1), u"Ocultar senha"_s));
     QCOMPARE(fields.edits.at(1)->echoMode(), QLineEdit::Password);
     QCOMPARE(fields.dialog.newPassword(), "dez letras");
 }
@@ -169,24 +169,22 @@ void TestChangePasswordDialog::refusesInThisOrder_data() {
     QTest::addColumn<QString>("confirmation");
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("everything wrong")
-        << QString() << u"curta"_qs << u"outra"_qs << NoCurrentPassword;
+    QTest::newRow("everything wrong") << QString() << u"curta"_s << u"outra"_s << NoCurrentPassword;
     QTest::newRow("everything empty") << QString() << QString() << QString() << NoCurrentPassword;
     QTest::newRow("only the current one missing")
-        << QString() << u"dez letras"_qs << u"dez letras"_qs << NoCurrentPassword;
-    QTest::newRow("new one empty") << u"antiga"_qs << QString() << QString() << TooShort;
-    QTest::newRow("nine characters")
-        << u"antiga"_qs << u"123456789"_qs << u"123456789"_qs << TooShort;
+        << QString() << u"dez letras"_s << u"dez letras"_s << NoCurrentPassword;
+    QTest::newRow("new one empty") << u"antiga"_s << QString() << QString() << TooShort;
+    QTest::newRow("nine characters") << u"antiga"_s << u"123456789"_s << u"123456789"_s << TooShort;
     QTest::newRow("short and not confirmed")
-        << u"antiga"_qs << u"123456789"_qs << u"1234567890"_qs << TooShort;
+        << u"antiga"_s << u"123456789"_s << u"1234567890"_s << TooShort;
     QTest::newRow("ten bytes but five characters")
-        << u"antiga"_qs << u"ééééé"_qs << u"ééééé"_qs << TooShort;
+        << u"antiga"_s << u"ééééé"_s << u"ééééé"_s << TooShort;
     QTest::newRow("confirmation empty")
-        << u"antiga"_qs << u"1234567890"_qs << QString() << NotConfirmed;
+        << u"antiga"_s << u"1234567890"_s << QString() << NotConfirmed;
     QTest::newRow("confirmation in other letter case")
-        << u"antiga"_qs << u"Dez letras"_qs << u"dez letras"_qs << NotConfirmed;
+        << u"antiga"_s << u"Dez letras"_s << u"dez letras"_s << NotConfirmed;
     QTest::newRow("confirmation with a space more")
-        << u"antiga"_qs << u"1234567890"_qs << u"1234567890 "_qs << NotConfirmed;
+        << u"antiga"_s << u"1234567890"_s << u"1234567890 "_s << NotConfirmed;
 }
 
 void TestChangePasswordDialog::refusesInThisOrder() {
@@ -199,7 +197,7 @@ void TestChangePasswordDialog::refusesInThisOrder() {
     fields.type(current, fresh, confirmation);
     DialogDriver warnings;
     warnings.acceptWarning(WarningTitle);
-    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_s));
 
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
     QCOMPARE(warnings.lastText(), text);
@@ -211,14 +209,14 @@ void TestChangePasswordDialog::refusesInThisOrder() {
 
 void TestChangePasswordDialog::staysOpenAndKeepsWhatWasTypedAfterARefusal() {
     const Fields fields;
-    fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letra"_qs);
+    fields.type(u"antiga"_s, u"dez letras"_s, u"dez letra"_s);
     DialogDriver warnings;
     warnings.acceptWarning(WarningTitle);
-    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_s));
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
 
-    typeText(fields.edits.at(2), u"s"_qs);
-    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    typeText(fields.edits.at(2), u"s"_s);
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_s));
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
     QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
     QVERIFY(!fields.dialog.isVisible());
@@ -228,11 +226,11 @@ void TestChangePasswordDialog::accepts_data() {
     QTest::addColumn<QString>("current");
     QTest::addColumn<QString>("fresh");
 
-    QTest::newRow("ten characters") << u"a"_qs << u"1234567890"_qs;
-    QTest::newRow("ten characters of two bytes") << u"á"_qs << u"éééééééééé"_qs;
-    QTest::newRow("ten spaces") << u" "_qs << u"          "_qs;
-    QTest::newRow("same as the current one") << u"senha de sempre"_qs << u"senha de sempre"_qs;
-    QTest::newRow("signs and quotes") << u"<&\"'%1"_qs << u"%1 <b>\"'\\ ç"_qs;
+    QTest::newRow("ten characters") << u"a"_s << u"1234567890"_s;
+    QTest::newRow("ten characters of two bytes") << u"á"_s << u"éééééééééé"_s;
+    QTest::newRow("ten spaces") << u" "_s << u"          "_s;
+    QTest::newRow("same as the current one") << u"senha de sempre"_s << u"senha de sempre"_s;
+    QTest::newRow("signs and quotes") << u"<&\"'%1"_s << u"%1 <b>\"'\\ ç"_s;
 }
 
 void TestChangePasswordDialog::accepts() {
@@ -242,7 +240,7 @@ void TestChangePasswordDialog::accepts() {
     const Fields fields;
     fields.type(current, fresh, fresh);
     const DialogDriver warnings;
-    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_s));
 
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
     QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
@@ -255,17 +253,17 @@ void TestChangePasswordDialog::aPasteLosesOneLineBreakAtItsEnd_data() {
     QTest::addColumn<QString>("pasted");
     QTest::addColumn<QString>("password");
 
-    QTest::newRow("none") << u"dez letras"_qs << u"dez letras"_qs;
-    QTest::newRow("line feed") << u"dez letras\n"_qs << u"dez letras"_qs;
-    QTest::newRow("carriage return") << u"dez letras\r"_qs << u"dez letras"_qs;
-    QTest::newRow("both") << u"dez letras\r\n"_qs << u"dez letras"_qs;
-    QTest::newRow("two line feeds") << u"dez letras\n\n"_qs << u"dez letras\n"_qs;
-    QTest::newRow("both, twice") << u"dez letras\r\n\r\n"_qs << u"dez letras\r\n"_qs;
-    QTest::newRow("in the middle") << u"dez\nletras"_qs << u"dez\nletras"_qs;
-    QTest::newRow("at the beginning") << u"\ndez letras"_qs << u"\ndez letras"_qs;
-    QTest::newRow("blanks before it") << u" dez letras \t\n"_qs << u" dez letras \t"_qs;
-    QTest::newRow("blanks behind it") << u"dez letras\n "_qs << u"dez letras\n "_qs;
-    QTest::newRow("accents") << u"açúcar à moda\n"_qs << u"açúcar à moda"_qs;
+    QTest::newRow("none") << u"dez letras"_s << u"dez letras"_s;
+    QTest::newRow("line feed") << u"dez letras\n"_s << u"dez letras"_s;
+    QTest::newRow("carriage return") << u"dez letras\r"_s << u"dez letras"_s;
+    QTest::newRow("both") << u"dez letras\r\n"_s << u"dez letras"_s;
+    QTest::newRow("two line feeds") << u"dez letras\n\n"_s << u"dez letras\n"_s;
+    QTest::newRow("both, twice") << u"dez letras\r\n\r\n"_s << u"dez letras\r\n"_s;
+    QTest::newRow("in the middle") << u"dez\nletras"_s << u"dez\nletras"_s;
+    QTest::newRow("at the beginning") << u"\ndez letras"_s << u"\ndez letras"_s;
+    QTest::newRow("blanks before it") << u" dez letras \t\n"_s << u" dez letras \t"_s;
+    QTest::newRow("blanks behind it") << u"dez letras\n "_s << u"dez letras\n "_s;
+    QTest::newRow("accents") << u"açúcar à moda\n"_s << u"açúcar à moda"_s;
 }
 
 void TestChangePasswordDialog::aPasteLosesOneLineBreakAtItsEnd() {
@@ -279,7 +277,7 @@ void TestChangePasswordDialog::aPasteLosesOneLineBreakAtItsEnd() {
     fields.edits.at(1)->paste();
     fields.edits.at(2)->paste();
     const DialogDriver warnings;
-    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_qs));
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Alterar"_s));
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
     QCOMPARE(fields.dialog.currentPassword(), password.toUtf8());
     QCOMPARE(fields.dialog.newPassword(), password.toUtf8());
@@ -288,53 +286,53 @@ void TestChangePasswordDialog::aPasteLosesOneLineBreakAtItsEnd() {
 void TestChangePasswordDialog::aPasteIntoWhatWasTypedLosesItsLineBreak() {
     const Fields fields;
     QLineEdit* edit = fields.edits.at(0);
-    QGuiApplication::clipboard()->setText(u"meio\n"_qs);
-    typeText(edit, u"antesdepois"_qs);
+    QGuiApplication::clipboard()->setText(u"meio\n"_s);
+    typeText(edit, u"antesdepois"_s);
     edit->setCursorPosition(5);
     edit->paste();
-    QCOMPARE(edit->text(), u"antesmeiodepois"_qs);
+    QCOMPARE(edit->text(), u"antesmeiodepois"_s);
     // What is typed next stands behind the paste.
     QCOMPARE(edit->cursorPosition(), 9);
 
     // In the place of a selection, longer and shorter than the paste, and with a break of its own.
     edit->selectAll();
     edit->paste();
-    QCOMPARE(edit->text(), u"meio"_qs);
+    QCOMPARE(edit->text(), u"meio"_s);
     edit->setSelection(1, 2);
     edit->paste();
-    QCOMPARE(edit->text(), u"mmeioo"_qs);
-    QGuiApplication::clipboard()->setText(u"um\n\n"_qs);
+    QCOMPARE(edit->text(), u"mmeioo"_s);
+    QGuiApplication::clipboard()->setText(u"um\n\n"_s);
     edit->selectAll();
     edit->paste();
-    QCOMPARE(edit->text(), u"um\n"_qs);
+    QCOMPARE(edit->text(), u"um\n"_s);
     edit->selectAll();
     edit->paste();
-    QCOMPARE(edit->text(), u"um\n"_qs);
+    QCOMPARE(edit->text(), u"um\n"_s);
 }
 
 void TestChangePasswordDialog::lineBreaksThatWerePastedAreDeletedAsAnyCharacter() {
     const Fields fields;
     QLineEdit* edit = fields.edits.at(0);
-    QGuiApplication::clipboard()->setText(u"a\nb\nc"_qs);
+    QGuiApplication::clipboard()->setText(u"a\nb\nc"_s);
     edit->paste();
-    QCOMPARE(edit->text(), u"a\nb\nc"_qs);
+    QCOMPARE(edit->text(), u"a\nb\nc"_s);
     // The cursor comes to stand behind a line break, and that one stays.
     edit->backspace();
-    QCOMPARE(edit->text(), u"a\nb\n"_qs);
+    QCOMPARE(edit->text(), u"a\nb\n"_s);
     edit->setSelection(2, 1);
     edit->del();
-    QCOMPARE(edit->text(), u"a\n\n"_qs);
+    QCOMPARE(edit->text(), u"a\n\n"_s);
     edit->backspace();
-    QCOMPARE(edit->text(), u"a\n"_qs);
-    typeText(edit, u"d"_qs);
-    QCOMPARE(edit->text(), u"ad\n"_qs);
+    QCOMPARE(edit->text(), u"a\n"_s);
+    typeText(edit, u"d"_s);
+    QCOMPARE(edit->text(), u"ad\n"_s);
 }
 
 void TestChangePasswordDialog::cancelRejectsWithoutAnyCheck() {
     const Fields fields;
     const DialogDriver warnings;
     const QSignalSpy rejected(&fields.dialog, &QDialog::rejected);
-    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Cancelar"_qs));
+    QVERIFY(pressButton(fields.dialog.findChild<QDialogButtonBox*>(), u"Cancelar"_s));
     QVERIFY2(warnings.finished(), qPrintable(warnings.problems()));
     QCOMPARE(rejected.size(), 1);
     QVERIFY(!fields.dialog.isVisible());
@@ -350,7 +348,7 @@ void TestChangePasswordDialog::escapeRejects() {
 
 void TestChangePasswordDialog::returnKeyPressesAlterar() {
     const Fields fields;
-    fields.type(u"antiga"_qs, u"dez letras"_qs, u"dez letras"_qs);
+    fields.type(u"antiga"_s, u"dez letras"_s, u"dez letras"_s);
     QTest::keyClick(fields.edits.at(2), Qt::Key_Return);
     QCOMPARE(fields.dialog.result(), static_cast<int>(QDialog::Accepted));
 }
@@ -359,17 +357,17 @@ void TestChangePasswordDialog::theWindowChangesThePassword() {
     LockedVault vault;
     QVERIFY(vault.ready);
     vault.changePassword(OldPassword, NewPassword);
-    vault.driver.dialogs.acceptInformation(u"Tessel"_qs);
-    vault.driver.action(u"Alterar senha..."_qs)->trigger();
+    vault.driver.dialogs.acceptInformation(u"Tessel"_s);
+    vault.driver.action(u"Alterar senha..."_s)->trigger();
 
     QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
     QVERIFY(vault.belongsToTheWindow);
-    QCOMPARE(vault.driver.dialogs.lastText(), u"Senha alterada com sucesso."_qs);
-    QCOMPARE(vault.driver.dialogs.last().status, u"Senha alterada com sucesso."_qs);
-    QCOMPARE(vault.driver.result(), u"Senha alterada com sucesso."_qs);
+    QCOMPARE(vault.driver.dialogs.lastText(), u"Senha alterada com sucesso."_s);
+    QCOMPARE(vault.driver.dialogs.last().status, u"Senha alterada com sucesso."_s);
+    QCOMPARE(vault.driver.result(), u"Senha alterada com sucesso."_s);
     QVERIFY(!vault.driver.vaultIsOpen());
     QVERIFY(vault.driver.unlock(NewPassword));
-    QCOMPARE(vault.driver.rowNames(), QStringList{u"carta.txt"_qs});
+    QCOMPARE(vault.driver.rowNames(), QStringList{u"carta.txt"_s});
 }
 
 void TestChangePasswordDialog::theWindowSaysThatTheCurrentPasswordIsWrong() {
@@ -377,14 +375,14 @@ void TestChangePasswordDialog::theWindowSaysThatTheCurrentPasswordIsWrong() {
     QVERIFY(vault.ready);
     const QByteArray before = readFile(vault.path);
     vault.changePassword(OldPassword.toUpper(), NewPassword);
-    vault.driver.dialogs.acceptWarning(u"Tessel"_qs);
-    vault.driver.action(u"Alterar senha..."_qs)->trigger();
+    vault.driver.dialogs.acceptWarning(u"Tessel"_s);
+    vault.driver.action(u"Alterar senha..."_s)->trigger();
 
     QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
     QCOMPARE(vault.driver.dialogs.lastText(),
-             u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_qs);
-    QCOMPARE(vault.driver.dialogs.last().status, u"Container selecionado."_qs);
-    QCOMPARE(vault.driver.result(), u"Falha ao alterar a senha."_qs);
+             u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_s);
+    QCOMPARE(vault.driver.dialogs.last().status, u"Container selecionado."_s);
+    QCOMPARE(vault.driver.result(), u"Falha ao alterar a senha."_s);
     QVERIFY(readFile(vault.path) == before);
 }
 
@@ -393,8 +391,8 @@ void TestChangePasswordDialog::cancellingLeavesTheContainerAlone() {
     QVERIFY(vault.ready);
     const QByteArray before = readFile(vault.path);
     const QString status = vault.driver.statusMessage();
-    vault.driver.dialogs.press(u"Alterar senha do cofre"_qs, u"Cancelar"_qs);
-    vault.driver.action(u"Alterar senha..."_qs)->trigger();
+    vault.driver.dialogs.press(u"Alterar senha do cofre"_s, u"Cancelar"_s);
+    vault.driver.action(u"Alterar senha..."_s)->trigger();
 
     QVERIFY2(vault.driver.dialogs.finished(), qPrintable(vault.driver.dialogs.problems()));
     QCOMPARE(vault.driver.statusMessage(), status);

@@ -33,32 +33,31 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Title = QStringLiteral("Tessel");
-const QString Password = QStringLiteral("senha de teste");
-const QString MountHint =
-    QStringLiteral("Monte a unidade USB no gerenciador de arquivos e atualize a lista.");
+const QString Title = u"Tessel"_s;
+const QString Password = u"senha de teste"_s;
+const QString MountHint = u"Monte a unidade USB no gerenciador de arquivos e atualize a lista."_s;
 
 /// How a row is drawn: in grey or not, and whether it is marked as the container's.
 QString look(const QListWidgetItem* item) {
     QStringList words;
     if (item->foreground().style() != Qt::NoBrush) {
-        words.append(u"text "_qs + item->foreground().color().name());
+        words.append(u"text "_s + item->foreground().color().name());
     }
     if (item->background().style() != Qt::NoBrush) {
-        words.append(u"background "_qs + item->background().color().name());
+        words.append(u"background "_s + item->background().color().name());
     }
     words.append(QString::number(item->font().weight()));
     if (!item->toolTip().isEmpty()) {
         words.append(item->toolTip());
     }
-    return words.join(u", "_qs);
+    return words.join(u", "_s);
 }
 
-const QString Plain = QStringLiteral("400");
+const QString Plain = u"400"_s;
 const QString Marked =
-    QStringLiteral("background #deedff, 700, Dispositivo associado ao container selecionado.");
-const QString Unmounted = QStringLiteral("text #6e6e6e, 400, ") + MountHint;
-const QString UnmountedWithoutHint = QStringLiteral("text #6e6e6e, 400");
+    u"background #deedff, 700, Dispositivo associado ao container selecionado."_s;
+const QString Unmounted = u"text #6e6e6e, 400, "_s + MountHint;
+const QString UnmountedWithoutHint = u"text #6e6e6e, 400"_s;
 
 } // namespace
 
@@ -148,7 +147,7 @@ void TestDeviceList::init() {
     qunsetenv("LOGNAME");
     m_usb = std::make_unique<FakeUsb>();
     // An open vault's workspace goes with the machine, and meets nobody else's.
-    m_usb->makeDirectory(u"/media/tmp"_qs);
+    m_usb->makeDirectory(u"/media/tmp"_s);
     qputenv("TMPDIR", "/media/tmp");
 }
 
@@ -175,7 +174,7 @@ void TestDeviceList::openWindow() {
 }
 
 void TestDeviceList::refresh() {
-    m_driver->action(u"Atualizar lista"_qs)->trigger();
+    m_driver->action(u"Atualizar lista"_s)->trigger();
 }
 
 QListWidget* TestDeviceList::list() const {
@@ -218,28 +217,28 @@ void TestDeviceList::doubleClick(int row) {
 }
 
 QString TestDeviceList::containerText() const {
-    return m_driver->label(u"containerLabel"_qs)->toolTip();
+    return m_driver->label(u"containerLabel"_s)->toolTip();
 }
 
 bool TestDeviceList::openVaultOnDrive(const CraftedContainer& crafted) {
-    plugIn(u"sdz"_qs, u"PEN"_qs);
-    m_usb->mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs, 256 << 20);
-    const QString path = u"/media/ana/PEN/x.tvlt"_qs;
+    plugIn(u"sdz"_s, u"PEN"_s);
+    m_usb->mountVolume(u"sdz"_s, u"/media/ana/PEN"_s, 256 << 20);
+    const QString path = u"/media/ana/PEN/x.tvlt"_s;
     const bool written = crafted.writeTo(path);
     openWindow();
     return written && m_driver->openVault(path, Password);
 }
 
 QString TestDeviceList::rowOfTheDriveNow() {
-    const qint64 free = QStorageInfo(u"/media/ana/PEN"_qs).bytesFree();
-    return u"PEN (/media/ana/PEN) | %1 livres"_qs.arg(formatFileSize(free));
+    const qint64 free = QStorageInfo(u"/media/ana/PEN"_s).bytesFree();
+    return u"PEN (/media/ana/PEN) | %1 livres"_s.arg(formatFileSize(free));
 }
 
 // --- What the rows say -----------------------------------------------------------------------
 
 void TestDeviceList::withoutDrivesAPlainRowSaysSo() {
     openWindow();
-    QCOMPARE(texts(), QStringList{u"Nenhum dispositivo USB detectado."_qs});
+    QCOMPARE(texts(), QStringList{u"Nenhum dispositivo USB detectado."_s});
     QCOMPARE(looks(), QStringList{Plain});
     QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 0);
     QVERIFY(list()->currentItem() == nullptr);
@@ -252,69 +251,69 @@ void TestDeviceList::plainRowCanBeClickedWithoutEffect() {
     QCOMPARE(m_driver->window.selectedUsbRootPath(), QString());
     QCOMPARE(m_driver->window.selectedUsbDisplayName(), QString());
     QVERIFY(m_driver->dialogs.seen().isEmpty());
-    QCOMPARE(containerText(), u"Container: nenhum"_qs);
+    QCOMPARE(containerText(), u"Container: nenhum"_s);
 }
 
 void TestDeviceList::mountedRowTellsNamePlaceAndFreeSpace() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs, u"MINHA\\x20PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s, u"MINHA\\x20PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
     openWindow();
     // A drive without a label is called by its directory.
-    QCOMPARE(texts(), (QStringList{u"MINHA PEN (/media/ana/PEN) | 8.0 MB livres"_qs,
-                                   u"/media/ana/OUTRA (/media/ana/OUTRA) | 8.0 MB livres"_qs}));
+    QCOMPARE(texts(), (QStringList{u"MINHA PEN (/media/ana/PEN) | 8.0 MB livres"_s,
+                                   u"/media/ana/OUTRA (/media/ana/OUTRA) | 8.0 MB livres"_s}));
     QCOMPARE(looks(), (QStringList{Plain, Plain}));
-    QCOMPARE(list()->item(0)->data(Qt::UserRole).toString(), u"/media/ana/PEN"_qs);
-    QCOMPARE(list()->item(0)->data(Qt::UserRole + 1).toString(), u"MINHA PEN"_qs);
+    QCOMPARE(list()->item(0)->data(Qt::UserRole).toString(), u"/media/ana/PEN"_s);
+    QCOMPARE(list()->item(0)->data(Qt::UserRole + 1).toString(), u"MINHA PEN"_s);
     QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 2);
 }
 
 void TestDeviceList::freeSpaceIsReadAgainOnRefresh() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs, u"PEN"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s, u"PEN"_s);
     openWindow();
-    QVERIFY(writeFile(u"/media/ana/PEN/half"_qs, QByteArray(4608 * 1024, 'x')));
-    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 8.0 MB livres"_qs});
+    QVERIFY(writeFile(u"/media/ana/PEN/half"_s, QByteArray(4608 * 1024, 'x')));
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 8.0 MB livres"_s});
     refresh();
-    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 3.5 MB livres"_qs});
-    QVERIFY(writeFile(u"/media/ana/PEN/rest"_qs, QByteArray(3584 * 1024, 'x')));
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 3.5 MB livres"_s});
+    QVERIFY(writeFile(u"/media/ana/PEN/rest"_s, QByteArray(3584 * 1024, 'x')));
     refresh();
-    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 0 bytes livres"_qs});
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/PEN) | 0 bytes livres"_s});
 }
 
 void TestDeviceList::driveWhoseStorageCannotBeReadShowsNoFreeSpace() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/OUTER/PEN"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/OUTER/PEN"_s);
     // What is mounted over the directory above makes the drive's own unreachable.
-    m_usb->mountOther(u"cover"_qs, u"/media/ana/OUTER"_qs);
+    m_usb->mountOther(u"cover"_s, u"/media/ana/OUTER"_s);
     openWindow();
-    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/OUTER/PEN)"_qs});
+    QCOMPARE(texts(), QStringList{u"PEN (/media/ana/OUTER/PEN)"_s});
     QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 1);
 }
 
 void TestDeviceList::unmountedRowIsGreyAndTellsWhatToDo() {
-    plugIn(u"sdz"_qs, u"PEN"_qs);
+    plugIn(u"sdz"_s, u"PEN"_s);
     openWindow();
-    QCOMPARE(texts(), QStringList{u"PEN (/dev/sdz) | não montado"_qs});
+    QCOMPARE(texts(), QStringList{u"PEN (/dev/sdz) | não montado"_s});
     QCOMPARE(looks(), QStringList{Unmounted});
     QCOMPARE(list()->item(0)->data(Qt::UserRole).toString(), QString());
-    QCOMPARE(list()->item(0)->data(Qt::UserRole + 1).toString(), u"PEN"_qs);
+    QCOMPARE(list()->item(0)->data(Qt::UserRole + 1).toString(), u"PEN"_s);
     QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 0);
     QCOMPARE(list()->currentRow(), -1);
 }
 
 void TestDeviceList::unmountedRowCannotBeSelected() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugIn(u"sdy"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugIn(u"sdy"_s);
     openWindow();
     QVERIFY(list()->item(0)->flags() & Qt::ItemIsSelectable);
     QVERIFY(!(list()->item(1)->flags() & Qt::ItemIsSelectable));
     click(1);
     QVERIFY(!list()->item(1)->isSelected());
     QCOMPARE(m_driver->window.selectedUsbRootPath(),
-             list()->currentRow() == 0 ? u"/media/ana/PEN"_qs : QString());
+             list()->currentRow() == 0 ? u"/media/ana/PEN"_s : QString());
 }
 
 void TestDeviceList::driveMountedOnlyByItsDirectoryCountsAsMounted() {
-    plugIn(u"sdz"_qs, u"PEN"_qs);
-    m_usb->makeDirectory(u"/media/ana/PEN"_qs);
+    plugIn(u"sdz"_s, u"PEN"_s);
+    m_usb->makeDirectory(u"/media/ana/PEN"_s);
     openWindow();
     // The space is that of whatever holds the directory.
     QVERIFY2(texts().first().startsWith(u"PEN (/media/ana/PEN) | "), qPrintable(texts().first()));
@@ -324,13 +323,13 @@ void TestDeviceList::driveMountedOnlyByItsDirectoryCountsAsMounted() {
 }
 
 void TestDeviceList::rowsComeInTheOrderOfDetection() {
-    plugIn(u"sda"_qs);
-    plugInMounted(u"sdz"_qs, u"/media/ana/Z"_qs, u"Z"_qs);
-    plugInMounted(u"sdb"_qs, u"/media/ana/B"_qs, u"B"_qs);
+    plugIn(u"sda"_s);
+    plugInMounted(u"sdz"_s, u"/media/ana/Z"_s, u"Z"_s);
+    plugInMounted(u"sdb"_s, u"/media/ana/B"_s, u"B"_s);
     openWindow();
-    QCOMPARE(texts(), (QStringList{u"Z (/media/ana/Z) | 8.0 MB livres"_qs,
-                                   u"B (/media/ana/B) | 8.0 MB livres"_qs,
-                                   u"sda (/dev/sda) | não montado"_qs}));
+    QCOMPARE(texts(), (QStringList{u"Z (/media/ana/Z) | 8.0 MB livres"_s,
+                                   u"B (/media/ana/B) | 8.0 MB livres"_s,
+                                   u"sda (/dev/sda) | não montado"_s}));
 }
 
 // --- Which row is chosen ---------------------------------------------------------------------
@@ -354,10 +353,10 @@ void TestDeviceList::onlyMountedDriveIsChosen() {
     QFETCH(const int, unmounted);
     QFETCH(const int, chosen);
     for (int i = 0; i < unmounted; ++i) {
-        plugIn(u"sda%1"_qs.arg(i));
+        plugIn(u"sda%1"_s.arg(i));
     }
     for (int i = 0; i < mounted; ++i) {
-        plugInMounted(u"sdz%1"_qs.arg(i), u"/media/ana/PEN%1"_qs.arg(i), u"PEN%1"_qs.arg(i));
+        plugInMounted(u"sdz%1"_s.arg(i), u"/media/ana/PEN%1"_s.arg(i), u"PEN%1"_s.arg(i));
     }
     openWindow();
     QCOMPARE(list()->count(), mounted + unmounted);
@@ -365,14 +364,13 @@ void TestDeviceList::onlyMountedDriveIsChosen() {
     QCOMPARE(list()->currentRow(), chosen);
     QCOMPARE(list()->selectedItems().size(), chosen < 0 ? 0 : 1);
     QCOMPARE(chosenRow(), chosen);
-    QCOMPARE(m_driver->window.selectedUsbRootPath(),
-             chosen < 0 ? QString() : u"/media/ana/PEN0"_qs);
-    QCOMPARE(m_driver->window.selectedUsbDisplayName(), chosen < 0 ? QString() : u"PEN0"_qs);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), chosen < 0 ? QString() : u"/media/ana/PEN0"_s);
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), chosen < 0 ? QString() : u"PEN0"_s);
 }
 
 void TestDeviceList::reachingTheListByKeyboardChoosesNoDrive() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
     openWindow();
     list()->clearFocus();
     list()->setFocus(Qt::TabFocusReason);
@@ -389,27 +387,27 @@ void TestDeviceList::reachingTheListByKeyboardChoosesNoDrive() {
 
 void TestDeviceList::refreshFollowsTheDrives() {
     openWindow();
-    plugIn(u"sdz"_qs);
+    plugIn(u"sdz"_s);
     QTest::keyClick(&m_driver->window, Qt::Key_F5, Qt::ControlModifier);
-    QCOMPARE(texts(), QStringList{u"sdz (/dev/sdz) | não montado"_qs});
+    QCOMPARE(texts(), QStringList{u"sdz (/dev/sdz) | não montado"_s});
     QCOMPARE(chosenRow(), -1);
-    m_usb->mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs);
+    m_usb->mountVolume(u"sdz"_s, u"/media/ana/PEN"_s);
     refresh();
-    QCOMPARE(texts(), QStringList{u"/media/ana/PEN (/media/ana/PEN) | 8.0 MB livres"_qs});
+    QCOMPARE(texts(), QStringList{u"/media/ana/PEN (/media/ana/PEN) | 8.0 MB livres"_s});
     QCOMPARE(chosenRow(), 0);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
     refresh();
     QCOMPARE(list()->count(), 2);
     QCOMPARE(chosenRow(), -1);
 }
 
 void TestDeviceList::refreshForgetsTheChosenRow() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
     openWindow();
     click(1);
     QCOMPARE(chosenRow(), 1);
-    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/ana/OUTRA"_qs);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/ana/OUTRA"_s);
     refresh();
     QCOMPARE(list()->currentRow(), -1);
     QVERIFY(list()->selectedItems().isEmpty());
@@ -497,36 +495,36 @@ void TestDeviceList::mountsOfOtherThingsChangeNothing() {
 // --- The drive of the container --------------------------------------------------------------
 
 void TestDeviceList::driveOfTheContainerIsMarked() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/OUTRA/meu.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/meu.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/meu.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/meu.tvlt"_s));
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
-    QCOMPARE(m_driver->result(), u"Container selecionado."_qs);
+    QCOMPARE(m_driver->result(), u"Container selecionado."_s);
 }
 
 void TestDeviceList::markMovesWithTheContainer() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/a.tvlt"_qs, "x"));
-    QVERIFY(writeFile(u"/media/ana/OUTRA/b.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/a.tvlt"_s, "x"));
+    QVERIFY(writeFile(u"/media/ana/OUTRA/b.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/a.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/a.tvlt"_s));
     QCOMPARE(looks(), (QStringList{Marked, Plain}));
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/b.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/b.tvlt"_s));
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
 }
 
 void TestDeviceList::unmountedRowsLoseTheirHintOnceAContainerIsChosen() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugIn(u"sdy"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/a.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugIn(u"sdy"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/a.tvlt"_s, "x"));
     openWindow();
     QCOMPARE(looks(), (QStringList{Plain, Unmounted}));
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/a.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/a.tvlt"_s));
     QCOMPARE(looks(), (QStringList{Marked, UnmountedWithoutHint}));
 }
 
@@ -534,32 +532,32 @@ void TestDeviceList::containerFolderIsComparedWithTheDrive_data() {
     QTest::addColumn<QString>("root");
     QTest::addColumn<QString>("container");
     QTest::addColumn<bool>("matches");
-    const QString pen = u"/media/ana/PEN"_qs;
-    QTest::newRow("at the root") << pen << u"/media/ana/PEN/x.tvlt"_qs << true;
-    QTest::newRow("in a folder") << pen << u"/media/ana/PEN/cofres/x.tvlt"_qs << true;
-    QTest::newRow("deep") << pen << u"/media/ana/PEN/a/b/c/x.tvlt"_qs << true;
-    QTest::newRow("name that goes on") << pen << u"/media/ana/PEN2/x.tvlt"_qs << false;
-    QTest::newRow("name that stops short") << pen << u"/media/ana/PE/x.tvlt"_qs << false;
-    QTest::newRow("folder above") << pen << u"/media/ana/x.tvlt"_qs << false;
-    QTest::newRow("other letter case") << pen << u"/media/ana/pen/x.tvlt"_qs << false;
-    QTest::newRow("short root") << u"/mnt"_qs << u"/mnt/x.tvlt"_qs << true;
+    const QString pen = u"/media/ana/PEN"_s;
+    QTest::newRow("at the root") << pen << u"/media/ana/PEN/x.tvlt"_s << true;
+    QTest::newRow("in a folder") << pen << u"/media/ana/PEN/cofres/x.tvlt"_s << true;
+    QTest::newRow("deep") << pen << u"/media/ana/PEN/a/b/c/x.tvlt"_s << true;
+    QTest::newRow("name that goes on") << pen << u"/media/ana/PEN2/x.tvlt"_s << false;
+    QTest::newRow("name that stops short") << pen << u"/media/ana/PE/x.tvlt"_s << false;
+    QTest::newRow("folder above") << pen << u"/media/ana/x.tvlt"_s << false;
+    QTest::newRow("other letter case") << pen << u"/media/ana/pen/x.tvlt"_s << false;
+    QTest::newRow("short root") << u"/mnt"_s << u"/mnt/x.tvlt"_s << true;
     QTest::newRow("root with a space inside")
-        << u"/media/ana/MINHA PEN"_qs << u"/media/ana/MINHA PEN/x.tvlt"_qs << true;
+        << u"/media/ana/MINHA PEN"_s << u"/media/ana/MINHA PEN/x.tvlt"_s << true;
     QTest::newRow("root with a space at the end")
-        << u"/media/ana/PEN "_qs << u"/media/ana/PEN /x.tvlt"_qs << true;
+        << u"/media/ana/PEN "_s << u"/media/ana/PEN /x.tvlt"_s << true;
     QTest::newRow("blanks around a root do not count")
-        << u"/media/ana/PEN "_qs << u"/media/ana/PEN/x.tvlt"_qs << true;
+        << u"/media/ana/PEN "_s << u"/media/ana/PEN/x.tvlt"_s << true;
     QTest::newRow("blanks inside a path do")
-        << u"/media/ana/PEN "_qs << u"/media/ana/PEN /cofres/x.tvlt"_qs << false;
+        << u"/media/ana/PEN "_s << u"/media/ana/PEN /cofres/x.tvlt"_s << false;
     QTest::newRow("root beyond ASCII")
-        << u"/media/ana/Coração"_qs << u"/media/ana/Coração/x.tvlt"_qs << true;
+        << u"/media/ana/Coração"_s << u"/media/ana/Coração/x.tvlt"_s << true;
 }
 
 void TestDeviceList::containerFolderIsComparedWithTheDrive() {
     QFETCH(const QString, root);
     QFETCH(const QString, container);
     QFETCH(const bool, matches);
-    plugInMounted(u"sdz"_qs, root);
+    plugInMounted(u"sdz"_s, root);
     m_usb->makeDirectory(QFileInfo(container).path());
     QVERIFY(writeFile(container, "x"));
     openWindow();
@@ -575,37 +573,37 @@ void TestDeviceList::slashesOfAShortRootAreKept_data() {
     QTest::addColumn<bool>("matches");
     // The container's folder is compared as "/mnt/". A root loses slashes from its end as long as
     // it has four characters or more, so that of these only "/" is above that folder.
-    QTest::newRow("1") << u"/"_qs << true;
-    QTest::newRow("2") << u"//"_qs << false;
-    QTest::newRow("3") << u"///"_qs << false;
-    QTest::newRow("4") << u"////"_qs << false;
-    QTest::newRow("5") << u"/////"_qs << false;
-    QTest::newRow("4, no slash") << u"/mnt"_qs << true;
-    QTest::newRow("5, a slash") << u"/mnt/"_qs << true;
-    QTest::newRow("6, two slashes") << u"/mnt//"_qs << true;
-    QTest::newRow("7, three slashes") << u"/mnt///"_qs << true;
+    QTest::newRow("1") << u"/"_s << true;
+    QTest::newRow("2") << u"//"_s << false;
+    QTest::newRow("3") << u"///"_s << false;
+    QTest::newRow("4") << u"////"_s << false;
+    QTest::newRow("5") << u"/////"_s << false;
+    QTest::newRow("4, no slash") << u"/mnt"_s << true;
+    QTest::newRow("5, a slash") << u"/mnt/"_s << true;
+    QTest::newRow("6, two slashes") << u"/mnt//"_s << true;
+    QTest::newRow("7, three slashes") << u"/mnt///"_s << true;
 }
 
 void TestDeviceList::slashesOfAShortRootAreKept() {
     QFETCH(const QString, root);
     QFETCH(const bool, matches);
-    QVERIFY(writeFile(u"/mnt/x.tvlt"_qs, "x"));
-    plugIn(u"sdz"_qs);
+    QVERIFY(writeFile(u"/mnt/x.tvlt"_s, "x"));
+    plugIn(u"sdz"_s);
     m_usb->replaceMountTable("36 35 8:1 / " + root.toUtf8() + " rw - vfat /dev/sdz rw\n");
     openWindow();
     QCOMPARE(m_driver->window.selectedUsbRootPath(), root);
-    QVERIFY(m_driver->chooseContainer(u"/mnt/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/mnt/x.tvlt"_s));
     QCOMPARE(looks(), QStringList{matches ? Marked : Plain});
     QCOMPARE(chosenRow(), matches ? 0 : -1);
 }
 
 void TestDeviceList::innerDriveWins() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/PEN/inner"_qs);
-    plugInMounted(u"sdx"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/inner/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/PEN/inner"_s);
+    plugInMounted(u"sdx"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/inner/x.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/inner/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/inner/x.tvlt"_s));
     QCOMPARE(looks(), (QStringList{Plain, Marked, Plain}));
     QCOMPARE(chosenRow(), 1);
 }
@@ -613,22 +611,22 @@ void TestDeviceList::innerDriveWins() {
 void TestDeviceList::lastMatchingRowWins() {
     // The outer directory belongs to a drive that only its label connects with it: such drives
     // come last.
-    plugIn(u"sdz"_qs, u"PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/PEN/inner"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/inner/x.tvlt"_qs, "x"));
+    plugIn(u"sdz"_s, u"PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/PEN/inner"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/inner/x.tvlt"_s, "x"));
     openWindow();
     QVERIFY(texts().last().startsWith(u"PEN (/media/ana/PEN) | "));
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/inner/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/inner/x.tvlt"_s));
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
 }
 
 void TestDeviceList::containerElsewhereLeavesNoDriveChosen() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    m_usb->makeDirectory(u"/mnt/disk"_qs);
-    QVERIFY(writeFile(u"/mnt/disk/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    m_usb->makeDirectory(u"/mnt/disk"_s);
+    QVERIFY(writeFile(u"/mnt/disk/x.tvlt"_s, "x"));
     openWindow();
     QCOMPARE(chosenRow(), 0);
-    QVERIFY(m_driver->chooseContainer(u"/mnt/disk/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/mnt/disk/x.tvlt"_s));
     QCOMPARE(looks(), QStringList{Plain});
     QCOMPARE(list()->currentRow(), -1);
     QVERIFY(list()->selectedItems().isEmpty());
@@ -639,38 +637,38 @@ void TestDeviceList::containerElsewhereLeavesNoDriveChosen() {
 }
 
 void TestDeviceList::refreshKeepsTheMark() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/OUTRA/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/x.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/x.tvlt"_s));
     refresh();
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
 }
 
 void TestDeviceList::unpluggedDriveOfTheContainerLeavesNoneChosen() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/OUTRA/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/x.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/x.tvlt"_qs));
-    m_usb->unmount(u"/media/ana/OUTRA"_qs);
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/OUTRA/x.tvlt"_s));
+    m_usb->unmount(u"/media/ana/OUTRA"_s);
     refresh();
     QCOMPARE(looks(), (QStringList{Plain, UnmountedWithoutHint}));
     QCOMPARE(list()->currentRow(), -1);
-    QCOMPARE(containerText(), u"Container: x.tvlt"_qs);
-    m_usb->mountVolume(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    QCOMPARE(containerText(), u"Container: x.tvlt"_s);
+    m_usb->mountVolume(u"sdy"_s, u"/media/ana/OUTRA"_s);
     refresh();
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
 }
 
 void TestDeviceList::clickOnAnotherDriveGoesBackToTheContainers() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_s));
     click(1);
     QCOMPARE(looks(), (QStringList{Marked, Plain}));
     QCOMPARE(list()->currentRow(), 0);
@@ -679,11 +677,11 @@ void TestDeviceList::clickOnAnotherDriveGoesBackToTheContainers() {
 }
 
 void TestDeviceList::arrowKeyGoesBackToTheDriveOfTheContainer() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_s));
     list()->setFocus();
     QTest::keyClick(list(), Qt::Key_Down);
     QCOMPARE(looks(), (QStringList{Marked, Plain}));
@@ -691,11 +689,11 @@ void TestDeviceList::arrowKeyGoesBackToTheDriveOfTheContainer() {
 }
 
 void TestDeviceList::currentRowAloneGoesBackToTheDriveOfTheContainer() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/x.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/x.tvlt"_s));
     list()->setCurrentRow(1, QItemSelectionModel::NoUpdate);
     QCOMPARE(chosenRow(), 0);
     list()->clearSelection();
@@ -703,26 +701,26 @@ void TestDeviceList::currentRowAloneGoesBackToTheDriveOfTheContainer() {
 }
 
 void TestDeviceList::newVaultMarksItsDrive() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugIn(u"sdy"_qs);
-    m_usb->mountVolume(u"sdy"_qs, u"/media/ana/OUTRA"_qs, 64 << 20);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugIn(u"sdy"_s);
+    m_usb->mountVolume(u"sdy"_s, u"/media/ana/OUTRA"_s, 64 << 20);
     openWindow();
-    const QString path = u"/media/ana/OUTRA/tessel.tvlt"_qs;
-    m_driver->dialogs.answerFiles(u"Criar container Tessel"_qs, {path});
-    m_driver->dialogs.answerText(u"Definir senha do cofre"_qs, Password);
-    m_driver->dialogs.answerText(u"Confirmar senha do cofre"_qs, Password);
-    m_driver->action(u"Criar novo cofre..."_qs)->trigger();
+    const QString path = u"/media/ana/OUTRA/tessel.tvlt"_s;
+    m_driver->dialogs.answerFiles(u"Criar container Tessel"_s, {path});
+    m_driver->dialogs.answerText(u"Definir senha do cofre"_s, Password);
+    m_driver->dialogs.answerText(u"Confirmar senha do cofre"_s, Password);
+    m_driver->action(u"Criar novo cofre..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(QFile::exists(path));
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
-    QCOMPARE(m_driver->result(), u"Cofre criado com sucesso."_qs);
+    QCOMPARE(m_driver->result(), u"Cofre criado com sucesso."_s);
 }
 
 void TestDeviceList::driveOfTheContainerIsScrolledIntoView() {
     constexpr int Drives = 12;
     for (int i = 0; i < Drives; ++i) {
-        plugInMounted(u"sdz%1"_qs.arg(i), u"/media/ana/PEN%1"_qs.arg(i));
+        plugInMounted(u"sdz%1"_s.arg(i), u"/media/ana/PEN%1"_s.arg(i));
     }
     openWindow();
     const auto inView = [this](int row) {
@@ -732,27 +730,27 @@ void TestDeviceList::driveOfTheContainerIsScrolledIntoView() {
     QVERIFY(!inView(Drives - 1));
     const QString last = list()->item(Drives - 1)->data(Qt::UserRole).toString();
     const QString first = list()->item(0)->data(Qt::UserRole).toString();
-    QVERIFY(writeFile(last + u"/x.tvlt"_qs, "x") && writeFile(first + u"/x.tvlt"_qs, "x"));
-    QVERIFY(m_driver->chooseContainer(last + u"/x.tvlt"_qs));
+    QVERIFY(writeFile(last + u"/x.tvlt"_s, "x") && writeFile(first + u"/x.tvlt"_s, "x"));
+    QVERIFY(m_driver->chooseContainer(last + u"/x.tvlt"_s));
     QCOMPARE(chosenRow(), Drives - 1);
     QVERIFY(inView(Drives - 1));
 
     // Someone has scrolled away from it; the row was the current one all the time.
     list()->scrollToTop();
     QVERIFY(!inView(Drives - 1));
-    QVERIFY(m_driver->chooseContainer(last + u"/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(last + u"/x.tvlt"_s));
     QVERIFY(inView(Drives - 1));
-    QVERIFY(m_driver->chooseContainer(first + u"/x.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(first + u"/x.tvlt"_s));
     QVERIFY(inView(0));
 }
 
 void TestDeviceList::importShowsTheSpaceThatIsLeft() {
     QVERIFY(openVaultOnDrive(CraftedContainer()));
-    m_usb->makeDirectory(u"/mnt/disk"_qs);
-    QVERIFY(writeFile(u"/mnt/disk/n.bin"_qs, QByteArray(3 << 20, 'n')));
+    m_usb->makeDirectory(u"/mnt/disk"_s);
+    QVERIFY(writeFile(u"/mnt/disk/n.bin"_s, QByteArray(3 << 20, 'n')));
     const QString before = texts().first();
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {u"/mnt/disk/n.bin"_qs});
-    m_driver->action(u"Importar..."_qs)->trigger();
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {u"/mnt/disk/n.bin"_s});
+    m_driver->action(u"Importar..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(texts().first() != before);
     QCOMPARE(texts(), QStringList{rowOfTheDriveNow()});
@@ -764,9 +762,9 @@ void TestDeviceList::compactionShowsTheSpaceThatIsFree() {
     crafted.addPayload(QByteArray(5 << 20, 'x'));
     QVERIFY(openVaultOnDrive(crafted));
     const QString before = texts().first();
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
-    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_s);
+    m_driver->action(u"Compactar cofre..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(texts().first() != before);
     QCOMPARE(texts(), QStringList{rowOfTheDriveNow()});
@@ -776,61 +774,61 @@ void TestDeviceList::compactionShowsTheSpaceThatIsFree() {
 // --- Double click ----------------------------------------------------------------------------
 
 void TestDeviceList::doubleClickOpensTheContainerOfTheDrive() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
     // What is in it is not looked at.
-    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_qs, {}));
+    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_s, {}));
     openWindow();
-    QVERIFY(!m_driver->action(u"Desbloquear"_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Desbloquear"_s)->isEnabled());
     doubleClick(1);
     QVERIFY(m_driver->dialogs.seen().isEmpty());
-    QCOMPARE(containerText(), u"Container: Tessel"_qs);
+    QCOMPARE(containerText(), u"Container: Tessel"_s);
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
-    QVERIFY(m_driver->action(u"Desbloquear"_qs)->isEnabled());
+    QVERIFY(m_driver->action(u"Desbloquear"_s)->isEnabled());
 }
 
 void TestDeviceList::doubleClickChangesTheContainer() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/PEN/outro.tvlt"_qs, "x"));
-    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_qs, "x"));
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/PEN/outro.tvlt"_s, "x"));
+    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_s, "x"));
     openWindow();
-    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/outro.tvlt"_qs));
+    QVERIFY(m_driver->chooseContainer(u"/media/ana/PEN/outro.tvlt"_s));
     doubleClick(1);
-    QCOMPARE(containerText(), u"Container: Tessel"_qs);
+    QCOMPARE(containerText(), u"Container: Tessel"_s);
     QCOMPARE(looks(), (QStringList{Plain, Marked}));
     QCOMPARE(chosenRow(), 1);
 }
 
 void TestDeviceList::doubleClickFindsAVaultWhoseCompactionWasCut() {
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    const QString container = u"/media/ana/PEN/tessel.tvlt"_qs;
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    const QString container = u"/media/ana/PEN/tessel.tvlt"_s;
     CraftedContainer crafted;
-    QVERIFY(crafted.addFile(u"a.txt"_qs, "aaa").writeTo(container + u".anterior"_qs));
+    QVERIFY(crafted.addFile(u"a.txt"_s, "aaa").writeTo(container + u".anterior"_s));
     openWindow();
     doubleClick(0);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QVERIFY(m_driver->unlock(u"senha de teste"_qs));
+    QVERIFY(m_driver->unlock(u"senha de teste"_s));
     QVERIFY(QFileInfo(container).isFile());
-    QVERIFY(!QFileInfo::exists(container + u".anterior"_qs));
+    QVERIFY(!QFileInfo::exists(container + u".anterior"_s));
 }
 
 void TestDeviceList::doubleClickOnADriveWithoutContainerSaysSo_data() {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("folder");
     QTest::newRow("empty drive") << QString() << QString();
-    QTest::newRow("container of another name") << u"outro.tvlt"_qs << QString();
-    QTest::newRow("other letter case") << u"TESSEL.TVLT"_qs << QString();
-    QTest::newRow("container in a folder") << u"cofres/tessel.tvlt"_qs << u"cofres"_qs;
-    QTest::newRow("folder of that name") << QString() << u"tessel.tvlt"_qs;
+    QTest::newRow("container of another name") << u"outro.tvlt"_s << QString();
+    QTest::newRow("other letter case") << u"TESSEL.TVLT"_s << QString();
+    QTest::newRow("container in a folder") << u"cofres/tessel.tvlt"_s << u"cofres"_s;
+    QTest::newRow("folder of that name") << QString() << u"tessel.tvlt"_s;
 }
 
 void TestDeviceList::doubleClickOnADriveWithoutContainerSaysSo() {
     QFETCH(const QString, file);
     QFETCH(const QString, folder);
-    plugInMounted(u"sdz"_qs, u"/media/ana/PEN"_qs);
-    const QDir root(u"/media/ana/PEN"_qs);
+    plugInMounted(u"sdz"_s, u"/media/ana/PEN"_s);
+    const QDir root(u"/media/ana/PEN"_s);
     QVERIFY(folder.isEmpty() || root.mkdir(folder));
     QVERIFY(file.isEmpty() || writeFile(root.filePath(file), "x"));
     openWindow();
@@ -839,30 +837,30 @@ void TestDeviceList::doubleClickOnADriveWithoutContainerSaysSo() {
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"Nenhum tessel.tvlt foi encontrado em /media/ana/PEN. Use Criar cofre para criar um "
-             "novo container."_qs);
-    QCOMPARE(containerText(), u"Container: nenhum"_qs);
+             "novo container."_s);
+    QCOMPARE(containerText(), u"Container: nenhum"_s);
     QCOMPARE(looks(), QStringList{Plain});
 }
 
 void TestDeviceList::doubleClickOnAnUnmountedDriveDoesNothing() {
-    plugIn(u"sdz"_qs);
+    plugIn(u"sdz"_s);
     openWindow();
     doubleClick(0);
     QVERIFY(m_driver->dialogs.seen().isEmpty());
-    QCOMPARE(containerText(), u"Container: nenhum"_qs);
+    QCOMPARE(containerText(), u"Container: nenhum"_s);
     QCOMPARE(looks(), QStringList{Unmounted});
 }
 
 void TestDeviceList::doubleClickDoesNotChangeTheContainerOfAnOpenVault() {
-    plugIn(u"sdz"_qs);
-    m_usb->mountVolume(u"sdz"_qs, u"/media/ana/PEN"_qs, 64 << 20);
-    plugInMounted(u"sdy"_qs, u"/media/ana/OUTRA"_qs);
-    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_qs, "x"));
-    QVERIFY(CraftedContainer().writeTo(u"/media/ana/PEN/meu.tvlt"_qs));
+    plugIn(u"sdz"_s);
+    m_usb->mountVolume(u"sdz"_s, u"/media/ana/PEN"_s, 64 << 20);
+    plugInMounted(u"sdy"_s, u"/media/ana/OUTRA"_s);
+    QVERIFY(writeFile(u"/media/ana/OUTRA/tessel.tvlt"_s, "x"));
+    QVERIFY(CraftedContainer().writeTo(u"/media/ana/PEN/meu.tvlt"_s));
     openWindow();
-    QVERIFY(m_driver->openVault(u"/media/ana/PEN/meu.tvlt"_qs, Password));
+    QVERIFY(m_driver->openVault(u"/media/ana/PEN/meu.tvlt"_s, Password));
     doubleClick(1);
-    QCOMPARE(containerText(), u"Container: meu.tvlt"_qs);
+    QCOMPARE(containerText(), u"Container: meu.tvlt"_s);
     QCOMPARE(looks(), (QStringList{Marked, Plain}));
     QVERIFY(m_driver->vaultIsOpen());
 }

@@ -27,10 +27,11 @@
 #include <unistd.h>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 
 /// What a file manager holds out.
 class Drag {
@@ -109,8 +110,8 @@ private:
 
 bool TestDroppedFiles::openSample() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "old").addFile(u"docs/b.txt"_qs, "b");
-    const QString container = m_folder->filePath(u"t.tvlt"_qs);
+    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "old").addFile(u"docs/b.txt"_s, "b");
+    const QString container = m_folder->filePath(u"t.tvlt"_s);
     return crafted.writeTo(container) && m_driver->openVault(container, Password);
 }
 
@@ -129,141 +130,140 @@ void TestDroppedFiles::drop(const QStringList& names) {
 }
 
 QByteArray TestDroppedFiles::exported(const QString& name) {
-    const QString target = m_folder->filePath(u"exported"_qs);
+    const QString target = m_folder->filePath(u"exported"_s);
     if (!m_driver->selectRow(name)) {
         return {};
     }
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.answerFiles(u"Exportar arquivo"_qs, {target});
-    m_driver->action(u"Exportar..."_qs)->trigger();
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.answerFiles(u"Exportar arquivo"_s, {target});
+    m_driver->action(u"Exportar..."_s)->trigger();
     const QByteArray bytes = readFile(target);
     QFile::remove(target);
     return bytes;
 }
 
 void TestDroppedFiles::filesAreImportedIntoTheFolderShown() {
-    QVERIFY(openSample() && make(u"um.txt"_qs, "1") && make(u"dois.txt"_qs, "22"));
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    drop({u"um.txt"_qs, u"dois.txt"_qs});
-    QCOMPARE(m_driver->rowNames(),
-             QStringList({u".."_qs, u"b.txt"_qs, u"dois.txt"_qs, u"um.txt"_qs}));
-    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_qs);
-    QCOMPARE(exported(u"dois.txt"_qs), "22");
+    QVERIFY(openSample() && make(u"um.txt"_s, "1") && make(u"dois.txt"_s, "22"));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    drop({u"um.txt"_s, u"dois.txt"_s});
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"b.txt"_s, u"dois.txt"_s, u"um.txt"_s}));
+    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_s);
+    QCOMPARE(exported(u"dois.txt"_s), "22");
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
 }
 
 void TestDroppedFiles::sourceIsToldToKeepItsFiles() {
-    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
-    Drag drag({path(u"um.txt"_qs)});
+    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+    Drag drag({path(u"um.txt"_s)});
     drag.proposed = Qt::MoveAction; // with the shift key held down
     drag.dropOn(m_driver->table());
     QCOMPARE(drag.taken, Qt::CopyAction);
-    QTRY_COMPARE(m_driver->rowNamed(u"um.txt"_qs), 2);
-    QVERIFY(QFile::exists(path(u"um.txt"_qs)));
+    QTRY_COMPARE(m_driver->rowNamed(u"um.txt"_s), 2);
+    QVERIFY(QFile::exists(path(u"um.txt"_s)));
 }
 
 void TestDroppedFiles::folderBringsItsFilesAndFolders() {
-    QVERIFY(openSample() && make(u"fotos/praia.txt"_qs, "p") && make(u"fotos/2024/x.txt"_qs, "x") &&
-            make(u"fotos/.oculto"_qs, "o") && make(u"solto.txt"_qs, "s") &&
-            QDir().mkpath(path(u"fotos/vazia"_qs)));
-    drop({u"fotos"_qs, u"solto.txt"_qs});
+    QVERIFY(openSample() && make(u"fotos/praia.txt"_s, "p") && make(u"fotos/2024/x.txt"_s, "x") &&
+            make(u"fotos/.oculto"_s, "o") && make(u"solto.txt"_s, "s") &&
+            QDir().mkpath(path(u"fotos/vazia"_s)));
+    drop({u"fotos"_s, u"solto.txt"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->statusMessage(), u"4 arquivos importados com sucesso."_qs);
+    QCOMPARE(m_driver->statusMessage(), u"4 arquivos importados com sucesso."_s);
     QCOMPARE(m_driver->rowNames(),
-             QStringList({u"docs"_qs, u"fotos"_qs, u"a.txt"_qs, u"solto.txt"_qs}));
-    QVERIFY(m_driver->activateRow(u"fotos"_qs));
+             QStringList({u"docs"_s, u"fotos"_s, u"a.txt"_s, u"solto.txt"_s}));
+    QVERIFY(m_driver->activateRow(u"fotos"_s));
     QCOMPARE(m_driver->rowNames(),
-             QStringList({u".."_qs, u"2024"_qs, u"vazia"_qs, u".oculto"_qs, u"praia.txt"_qs}));
-    QCOMPARE(exported(u"praia.txt"_qs), "p");
-    QVERIFY(m_driver->activateRow(u"vazia"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList(u".."_qs));
-    QVERIFY(m_driver->activateRow(u".."_qs) && m_driver->activateRow(u"2024"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"x.txt"_qs}));
-    QCOMPARE(exported(u"x.txt"_qs), "x");
+             QStringList({u".."_s, u"2024"_s, u"vazia"_s, u".oculto"_s, u"praia.txt"_s}));
+    QCOMPARE(exported(u"praia.txt"_s), "p");
+    QVERIFY(m_driver->activateRow(u"vazia"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList(u".."_s));
+    QVERIFY(m_driver->activateRow(u".."_s) && m_driver->activateRow(u"2024"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"x.txt"_s}));
+    QCOMPARE(exported(u"x.txt"_s), "x");
 }
 
 void TestDroppedFiles::existingFileIsAskedAbout() {
-    QVERIFY(openSample() && make(u"docs/b.txt"_qs, "new") && make(u"a.txt"_qs, "newer"));
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
-    drop({u"a.txt"_qs, u"docs"_qs});
+    QVERIFY(openSample() && make(u"docs/b.txt"_s, "new") && make(u"a.txt"_s, "newer"));
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Não"_s);
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
+    drop({u"a.txt"_s, u"docs"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"docs/b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs);
-    QCOMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_qs);
-    QCOMPARE(exported(u"a.txt"_qs), "old");
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    QCOMPARE(exported(u"b.txt"_qs), "new");
+             u"docs/b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_s);
+    QCOMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_s);
+    QCOMPARE(exported(u"a.txt"_s), "old");
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    QCOMPARE(exported(u"b.txt"_s), "new");
 }
 
 void TestDroppedFiles::fileDroppedOverAnOpenedOneCountsMoreThanItsEdit() {
-    QVERIFY(openSample() && make(u"a.txt"_qs, "dropped"));
-    const FakeDesktop desktop(u"file"_qs);
-    QVERIFY(m_driver->activateRow(u"a.txt"_qs) && desktop.opened.size() == 1);
+    QVERIFY(openSample() && make(u"a.txt"_s, "dropped"));
+    const FakeDesktop desktop(u"file"_s);
+    QVERIFY(m_driver->activateRow(u"a.txt"_s) && desktop.opened.size() == 1);
     QFile copy(desktop.opened.first().toLocalFile());
     QVERIFY(copy.open(QIODevice::Append) && copy.write("er edit") == 7 && copy.flush());
     QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
                              QFileDevice::FileModificationTime));
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
-    drop({u"a.txt"_qs});
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
+    drop({u"a.txt"_s});
     QCOMPARE(readFile(copy.fileName()), "dropped");
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
     QVERIFY(m_driver->unlock(Password));
-    QCOMPARE(exported(u"a.txt"_qs), "dropped");
+    QCOMPARE(exported(u"a.txt"_s), "dropped");
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
 }
 
 void TestDroppedFiles::linksToFoldersAndNowhereAreRefusedByName() {
-    QVERIFY(openSample() && make(u"fotos/x.txt"_qs, "x") && make(u"outro.txt"_qs, "o"));
-    QVERIFY(QFile::link(path(u"fotos"_qs), path(u"atalho"_qs)));
-    QVERIFY(QFile::link(path(u"fotos"_qs), path(u"fotos/circulo"_qs)));
-    QVERIFY(QFile::link(path(u"nada"_qs), path(u"fotos/solto"_qs)));
-    QVERIFY(QFile::link(path(u"outro.txt"_qs), path(u"fotos/vale.txt"_qs)));
+    QVERIFY(openSample() && make(u"fotos/x.txt"_s, "x") && make(u"outro.txt"_s, "o"));
+    QVERIFY(QFile::link(path(u"fotos"_s), path(u"atalho"_s)));
+    QVERIFY(QFile::link(path(u"fotos"_s), path(u"fotos/circulo"_s)));
+    QVERIFY(QFile::link(path(u"nada"_s), path(u"fotos/solto"_s)));
+    QVERIFY(QFile::link(path(u"outro.txt"_s), path(u"fotos/vale.txt"_s)));
     for (int i = 0; i < 3; ++i) {
-        m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+        m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
     }
-    drop({u"atalho"_qs, u"fotos"_qs});
+    drop({u"atalho"_s, u"fotos"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     const QList<DialogDriver::Seen> seen = m_driver->dialogs.seen();
-    QCOMPARE(seen.at(seen.size() - 3).text, u"Não foi possível importar atalho."_qs);
-    QCOMPARE(seen.at(seen.size() - 2).text, u"Não foi possível importar circulo."_qs);
-    QCOMPARE(seen.last().text, u"Não foi possível importar solto."_qs);
-    QVERIFY(m_driver->activateRow(u"fotos"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"vale.txt"_qs, u"x.txt"_qs}));
-    QCOMPARE(exported(u"vale.txt"_qs), "o");
+    QCOMPARE(seen.at(seen.size() - 3).text, u"Não foi possível importar atalho."_s);
+    QCOMPARE(seen.at(seen.size() - 2).text, u"Não foi possível importar circulo."_s);
+    QCOMPARE(seen.last().text, u"Não foi possível importar solto."_s);
+    QVERIFY(m_driver->activateRow(u"fotos"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"vale.txt"_s, u"x.txt"_s}));
+    QCOMPARE(exported(u"vale.txt"_s), "o");
 }
 
 void TestDroppedFiles::folderNamedAsAFileIsRefused() {
     // A folder "a.txt" must not come to lie beside the file "a.txt", nor beneath it.
-    QVERIFY(openSample() && make(u"a.txt/x.txt"_qs, "x") && QDir().mkpath(path(u"a.txt/vazia"_qs)));
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    drop({u"a.txt"_qs});
+    QVERIFY(openSample() && make(u"a.txt/x.txt"_s, "x") && QDir().mkpath(path(u"a.txt/vazia"_s)));
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    drop({u"a.txt"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.seen().at(m_driver->dialogs.seen().size() - 2).text,
-             u"Não foi possível importar x.txt."_qs);
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível importar vazia."_qs);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs}));
-    QCOMPARE(exported(u"a.txt"_qs), "old");
+             u"Não foi possível importar x.txt."_s);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível importar vazia."_s);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
+    QCOMPARE(exported(u"a.txt"_s), "old");
 }
 
 void TestDroppedFiles::folderWithoutAUsableNameIsRefused() {
     // Blanks alone are no name in the vault; the files must not end up in the folder above.
-    QVERIFY(openSample() && make(u"f/ /x.txt"_qs, "x") && make(u"f/y.txt"_qs, "y") &&
-            make(u"f/  "_qs, "two blanks"));
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    drop({u"f"_qs});
+    QVERIFY(openSample() && make(u"f/ /x.txt"_s, "x") && make(u"f/y.txt"_s, "y") &&
+            make(u"f/  "_s, "two blanks"));
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    drop({u"f"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"f"_qs, u"a.txt"_qs}));
-    QVERIFY(m_driver->activateRow(u"f"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"y.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"f"_s, u"a.txt"_s}));
+    QVERIFY(m_driver->activateRow(u"f"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"y.txt"_s}));
 }
 
 void TestDroppedFiles::namesThatAreNoTextAreRefusedByName() {
     // From a drive that was written under another encoding.
-    QVERIFY(openSample() && make(u"f/y.txt"_qs, "y") && make(u"f/açaí.txt"_qs, "a"));
-    const QByteArray folder = QFile::encodeName(path(u"f"_qs));
+    QVERIFY(openSample() && make(u"f/y.txt"_s, "y") && make(u"f/açaí.txt"_s, "a"));
+    const QByteArray folder = QFile::encodeName(path(u"f"_s));
     const QByteArray fileName = folder + "/caf\xe9.txt";
     const QByteArray folderName = folder + "/\xc1lbum";
     const int file = ::open(fileName.constData(), O_CREAT | O_WRONLY, 0600);
@@ -274,71 +274,71 @@ void TestDroppedFiles::namesThatAreNoTextAreRefusedByName() {
         ::unlink(fileName.constData());
         ::rmdir(folderName.constData());
     });
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
-    drop({u"f"_qs});
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    drop({u"f"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QStringList refused;
     for (const DialogDriver::Seen& seen : m_driver->dialogs.seen().last(2)) {
         refused.append(seen.text);
     }
     refused.sort();
-    QCOMPARE(refused, QStringList({u"Não foi possível importar caf\ufffd.txt."_qs,
-                                   u"Não foi possível importar \ufffdlbum."_qs}));
-    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_qs);
-    QVERIFY(m_driver->activateRow(u"f"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"açaí.txt"_qs, u"y.txt"_qs}));
+    QCOMPARE(refused, QStringList({u"Não foi possível importar caf\ufffd.txt."_s,
+                                   u"Não foi possível importar \ufffdlbum."_s}));
+    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_s);
+    QVERIFY(m_driver->activateRow(u"f"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"açaí.txt"_s, u"y.txt"_s}));
 }
 
 void TestDroppedFiles::folderThatCannotBeReadIsRefused() {
-    QVERIFY(make(u"f/aberto.txt"_qs, "a") && make(u"f/fechado/x.txt"_qs, "x"));
-    QVERIFY(QFile::setPermissions(m_folder->path(), QFile::permissions(u"/usr"_qs)));
-    QVERIFY(QFile::setPermissions(path(u"f/fechado"_qs), QFile::WriteOwner));
+    QVERIFY(make(u"f/aberto.txt"_s, "a") && make(u"f/fechado/x.txt"_s, "x"));
+    QVERIFY(QFile::setPermissions(m_folder->path(), QFile::permissions(u"/usr"_s)));
+    QVERIFY(QFile::setPermissions(path(u"f/fechado"_s), QFile::WriteOwner));
     // Root reads everything: somebody else looks.
     const uid_t before = geteuid();
     QVERIFY(before != 0 || seteuid(65534) == 0);
-    const Tessel::UI::ImportPlan plan = Tessel::UI::planImport({path(u"f"_qs)}, QString());
+    const Tessel::UI::ImportPlan plan = Tessel::UI::planImport({path(u"f"_s)}, QString());
     QCOMPARE(seteuid(before), 0);
-    QVERIFY(QFile::setPermissions(path(u"f/fechado"_qs),
+    QVERIFY(QFile::setPermissions(path(u"f/fechado"_s),
                                   QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner));
-    QCOMPARE(plan.unusable, QStringList(path(u"f/fechado"_qs)));
+    QCOMPARE(plan.unusable, QStringList(path(u"f/fechado"_s)));
     QCOMPARE(plan.emptyDirectories, QStringList());
     QCOMPARE(plan.files.size(), 1);
-    QCOMPARE(plan.files.first().sourcePath, path(u"f/aberto.txt"_qs));
+    QCOMPARE(plan.files.first().sourcePath, path(u"f/aberto.txt"_s));
 }
 
 void TestDroppedFiles::folderThatSharesAFilesNameStillTakesFiles() {
     // An import may put a file beside a folder of its path; the folder is no worse for that.
-    QVERIFY(openSample() && make(u"docs"_qs, "a file") && make(u"n.txt"_qs, "n"));
-    drop({u"docs"_qs});
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs, u"docs"_qs}));
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {path(u"n.txt"_qs)});
-    m_driver->action(u"Importar..."_qs)->trigger();
+    QVERIFY(openSample() && make(u"docs"_s, "a file") && make(u"n.txt"_s, "n"));
+    drop({u"docs"_s});
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"docs"_s}));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {path(u"n.txt"_s)});
+    m_driver->action(u"Importar..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"b.txt"_qs, u"n.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"b.txt"_s, u"n.txt"_s}));
 }
 
 void TestDroppedFiles::emptyFolderIsMade() {
-    QVERIFY(openSample() && QDir().mkpath(path(u"vazia"_qs)));
-    drop({u"vazia"_qs});
-    QCOMPARE(m_driver->statusMessage(), u"Pasta criada."_qs);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"vazia"_qs, u"a.txt"_qs}));
+    QVERIFY(openSample() && QDir().mkpath(path(u"vazia"_s)));
+    drop({u"vazia"_s});
+    QCOMPARE(m_driver->statusMessage(), u"Pasta criada."_s);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"vazia"_s, u"a.txt"_s}));
 }
 
 void TestDroppedFiles::fileThatHasGoneRefusesAll() {
-    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
-    m_driver->dialogs.press(u"Importar arquivos"_qs, u"OK"_qs);
-    drop({u"um.txt"_qs, u"foi.txt"_qs});
+    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+    m_driver->dialogs.press(u"Importar arquivos"_s, u"OK"_s);
+    drop({u"um.txt"_s, u"foi.txt"_s});
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"O arquivo foi.txt não está disponível para importação."_qs);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs}));
+             u"O arquivo foi.txt não está disponível para importação."_s);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
 }
 
 void TestDroppedFiles::lockedVaultTakesNothing() {
-    QVERIFY(make(u"um.txt"_qs, "1"));
-    Drag drag({path(u"um.txt"_qs)});
+    QVERIFY(make(u"um.txt"_s, "1"));
+    Drag drag({path(u"um.txt"_s)});
     drag.dropOn(m_driver->table());
     QCOMPARE(drag.taken, Qt::IgnoreAction);
 }
@@ -346,47 +346,47 @@ void TestDroppedFiles::lockedVaultTakesNothing() {
 void TestDroppedFiles::onlyLocalFilesAreTaken() {
     QVERIFY(openSample());
     Drag page({});
-    page.data.setUrls({QUrl(u"https://example.org/a.txt"_qs)});
+    page.data.setUrls({QUrl(u"https://example.org/a.txt"_s)});
     page.dropOn(m_driver->table());
     QCOMPARE(page.taken, Qt::IgnoreAction);
-    QVERIFY(make(u"um.txt"_qs, "1"));
-    Drag mixture({path(u"um.txt"_qs)});
+    QVERIFY(make(u"um.txt"_s, "1"));
+    Drag mixture({path(u"um.txt"_s)});
     mixture.data.setUrls(mixture.data.urls() << page.data.urls());
     mixture.dropOn(m_driver->table());
     QCOMPARE(mixture.taken, Qt::IgnoreAction);
     Drag text({});
-    text.data.setText(u"/etc/hostname"_qs);
+    text.data.setText(u"/etc/hostname"_s);
     text.dropOn(m_driver->table());
     QCOMPARE(text.taken, Qt::IgnoreAction);
 }
 
 void TestDroppedFiles::sourceThatOnlyMovesIsRefused() {
-    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
-    Drag drag({path(u"um.txt"_qs)});
+    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+    Drag drag({path(u"um.txt"_s)});
     drag.offered = Qt::MoveAction;
     drag.dropOn(m_driver->table());
     QCOMPARE(drag.taken, Qt::IgnoreAction);
 }
 
 void TestDroppedFiles::nothingIsTakenDuringAnImport() {
-    QVERIFY(openSample() && make(u"um.txt"_qs, "1") && make(u"dois.txt"_qs, "2"));
+    QVERIFY(openSample() && make(u"um.txt"_s, "1") && make(u"dois.txt"_s, "2"));
     int tried = 0;
     const ProgressProbe probe([&](QProgressDialog*, int) {
         ++tried;
-        Drag drag({path(u"dois.txt"_qs)});
+        Drag drag({path(u"dois.txt"_s)});
         drag.dropOn(m_driver->table());
         QCOMPARE(drag.taken, Qt::IgnoreAction);
     });
-    drop({u"um.txt"_qs});
+    drop({u"um.txt"_s});
     QVERIFY(tried > 0);
     QCoreApplication::processEvents();
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs, u"um.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"um.txt"_s}));
 }
 
 void TestDroppedFiles::dropBeforeALockIsForgotten() {
-    QVERIFY(openSample() && make(u"um.txt"_qs, "1"));
-    Drag({path(u"um.txt"_qs)}).dropOn(m_driver->table());
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+    Drag({path(u"um.txt"_s)}).dropOn(m_driver->table());
+    m_driver->action(u"Bloquear"_s)->trigger();
     QCoreApplication::processEvents();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(!m_driver->vaultIsOpen());

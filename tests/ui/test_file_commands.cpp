@@ -39,17 +39,18 @@ using Tessel::UI::addByteCounts;
 using Tessel::UI::forecastImport;
 using Tessel::UI::formatFileSize;
 using Tessel::UI::ImportFit;
+using namespace Qt::Literals::StringLiterals;
 namespace VaultColumn = Tessel::UI::VaultColumn;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
-const QString OpenTitle = QStringLiteral("Importar arquivos para o cofre");
-const QString SimpleFileName = QStringLiteral(
-    "Use um nome de arquivo simples, sem barras, pontos isolados ou caminho relativo.");
-const QString SimpleFolderName = QStringLiteral(
-    "Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.");
-const QString NameTaken = QStringLiteral("Já existe um item com esse nome nesta pasta.");
+const QString Password = u"senha de teste"_s;
+const QString OpenTitle = u"Importar arquivos para o cofre"_s;
+const QString SimpleFileName =
+    u"Use um nome de arquivo simples, sem barras, pontos isolados ou caminho relativo."_s;
+const QString SimpleFolderName =
+    u"Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo."_s;
+const QString NameTaken = u"Já existe um item com esse nome nesta pasta."_s;
 
 /// How a person says no to a question.
 enum class No { Button, Escape, Close, Return };
@@ -147,7 +148,7 @@ private Q_SLOTS:
     void shortcutsTriggerTheirCommand();
 
 private:
-    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"drive/t.tvlt"_qs); }
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"drive/t.tvlt"_s); }
     [[nodiscard]] QString filePath(const QString& name) const { return m_folder->filePath(name); }
     [[nodiscard]] bool open(const CraftedContainer& crafted);
     /// In docs and docs/sub a file each, Apoio empty, a.txt and b.txt at the root.
@@ -174,7 +175,7 @@ private:
 
 void TestFileCommands::init() {
     WindowTest::init();
-    QVERIFY(QDir(m_folder->path()).mkdir(u"drive"_qs));
+    QVERIFY(QDir(m_folder->path()).mkdir(u"drive"_s));
 }
 
 bool TestFileCommands::open(const CraftedContainer& crafted) {
@@ -187,9 +188,9 @@ bool TestFileCommands::open(const CraftedContainer& crafted) {
 
 bool TestFileCommands::openSample() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFolder(u"docs/sub"_qs).addFolder(u"Apoio"_qs);
-    crafted.addFile(u"a.txt"_qs, "aaa").addFile(u"b.txt"_qs, "bb");
-    crafted.addFile(u"docs/c.txt"_qs, "c").addFile(u"docs/sub/d.txt"_qs, "d");
+    crafted.addFolder(u"docs"_s).addFolder(u"docs/sub"_s).addFolder(u"Apoio"_s);
+    crafted.addFile(u"a.txt"_s, "aaa").addFile(u"b.txt"_s, "bb");
+    crafted.addFile(u"docs/c.txt"_s, "c").addFile(u"docs/sub/d.txt"_s, "d");
     return open(crafted);
 }
 
@@ -212,30 +213,30 @@ QStringList TestFileCommands::dialogTexts() const {
 }
 
 QByteArray TestFileCommands::exported(const QString& row) {
-    const QString destination = filePath(u"exported"_qs);
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.answerFiles(u"Exportar arquivo"_qs, {destination});
-    const QByteArray contents = run(u"Exportar..."_qs, row) ? readFile(destination) : QByteArray();
+    const QString destination = filePath(u"exported"_s);
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.answerFiles(u"Exportar arquivo"_s, {destination});
+    const QByteArray contents = run(u"Exportar..."_s, row) ? readFile(destination) : QByteArray();
     return QFile::remove(destination) ? contents : QByteArray();
 }
 
 void TestFileCommands::compareWithYesNoQuestion(const DialogDriver::Seen& seen) {
     QCOMPARE(seen.icon, QMessageBox::Question);
-    QCOMPARE(seen.buttons, QStringList({u"Sim"_qs, u"Não"_qs}));
-    QCOMPARE(seen.defaultButton, u"Não"_qs);
+    QCOMPARE(seen.buttons, QStringList({u"Sim"_s, u"Não"_s}));
+    QCOMPARE(seen.defaultButton, u"Não"_s);
 }
 
 void TestFileCommands::takeContainerAway() {
-    QVERIFY(QDir(m_folder->path()).rename(u"drive"_qs, u"elsewhere"_qs));
+    QVERIFY(QDir(m_folder->path()).rename(u"drive"_s, u"elsewhere"_s));
 }
 
 void TestFileCommands::bringContainerBack() {
-    QVERIFY(QDir(m_folder->path()).rename(u"elsewhere"_qs, u"drive"_qs));
+    QVERIFY(QDir(m_folder->path()).rename(u"elsewhere"_s, u"drive"_s));
 }
 
 QString TestFileCommands::openAndEdit(const QString& row, const QByteArray& bytes) {
-    const FakeDesktop desktop(u"file"_qs);
-    if (!run(u"Abrir"_qs, row) || desktop.opened.size() != 1) {
+    const FakeDesktop desktop(u"file"_s);
+    if (!run(u"Abrir"_s, row) || desktop.opened.size() != 1) {
         return {};
     }
     const QString path = desktop.opened.first().toLocalFile();
@@ -243,7 +244,7 @@ QString TestFileCommands::openAndEdit(const QString& row, const QByteArray& byte
 }
 
 bool TestFileCommands::reopen() {
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
     return m_driver->dialogs.finished() && !m_driver->vaultIsOpen() && m_driver->unlock(Password);
 }
 
@@ -289,20 +290,20 @@ void TestFileCommands::fullDriveRefusesAnImport() {
     NEEDS_PRIVATE_MOUNTS();
     const SmallDisk disk(32 * MiB);
     QVERIFY(disk.isMounted());
-    const QString container = disk.filePath(u"t.tvlt"_qs);
+    const QString container = disk.filePath(u"t.tvlt"_s);
     QVERIFY(CraftedContainer().writeTo(container));
     QVERIFY(m_driver->openVault(container, Password));
     QVERIFY(disk.fillUpTo(16 * MiB));
-    const QString source = filePath(u"novo.bin"_qs);
+    const QString source = filePath(u"novo.bin"_s);
     QVERIFY(writeFile(source, noise(1000)));
     const qint64 available = disk.bytesFree();
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    m_driver->dialogs.acceptWarning(u"Espaço insuficiente"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    m_driver->dialogs.acceptWarning(u"Espaço insuficiente"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"Não há espaço livre suficiente na unidade do container.\n\nArquivos selecionados: "
              u"%1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB ou selecione "
-             u"arquivos menores."_qs.arg(formatFileSize(1000), formatFileSize(available)));
+             u"arquivos menores."_s.arg(formatFileSize(1000), formatFileSize(available)));
     QVERIFY(m_driver->rowNames().isEmpty());
 }
 
@@ -310,29 +311,29 @@ void TestFileCommands::littleRoomIsAskedAbout() {
     NEEDS_PRIVATE_MOUNTS();
     const SmallDisk disk(64 * MiB);
     QVERIFY(disk.isMounted());
-    const QString container = disk.filePath(u"t.tvlt"_qs);
+    const QString container = disk.filePath(u"t.tvlt"_s);
     QVERIFY(CraftedContainer().writeTo(container));
     QVERIFY(m_driver->openVault(container, Password));
-    const QString source = filePath(u"novo.bin"_qs);
+    const QString source = filePath(u"novo.bin"_s);
     QVERIFY(writeFile(source, noise(1000)));
     const qint64 remaining = disk.bytesFree() - 1050 - 16 * MiB;
-    const QString title = u"Espaço livre reduzido"_qs;
+    const QString title = u"Espaço livre reduzido"_s;
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    m_driver->dialogs.press(title, u"Não"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    m_driver->dialogs.press(title, u"Não"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
              u"A importação deixará pouco espaço livre na unidade do container.\n\nArquivos "
-             u"selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja continuar?"_qs.arg(
+             u"selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja continuar?"_s.arg(
                  formatFileSize(1000), formatFileSize(remaining)));
     compareWithYesNoQuestion(m_driver->dialogs.last());
     QVERIFY(m_driver->rowNames().isEmpty());
 
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    m_driver->dialogs.press(title, u"Sim"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList(u"novo.bin"_qs));
+    m_driver->dialogs.press(title, u"Sim"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList(u"novo.bin"_s));
     // Leave the drive before it is taken away.
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
 }
 
 // --- Import ----------------------------------------------------------------------------------
@@ -340,8 +341,8 @@ void TestFileCommands::littleRoomIsAskedAbout() {
 void TestFileCommands::importReportsTheCount_data() {
     QTest::addColumn<int>("count");
     QTest::addColumn<QString>("message");
-    QTest::newRow("one") << 1 << u"Arquivo importado com sucesso."_qs;
-    QTest::newRow("two") << 2 << u"2 arquivos importados com sucesso."_qs;
+    QTest::newRow("one") << 1 << u"Arquivo importado com sucesso."_s;
+    QTest::newRow("two") << 2 << u"2 arquivos importados com sucesso."_s;
 }
 
 void TestFileCommands::importReportsTheCount() {
@@ -350,11 +351,11 @@ void TestFileCommands::importReportsTheCount() {
     QVERIFY(open(CraftedContainer()));
     QStringList paths;
     for (int i = 0; i < count; ++i) {
-        paths.append(filePath(u"n%1.bin"_qs.arg(i)));
+        paths.append(filePath(u"n%1.bin"_s.arg(i)));
         QVERIFY(writeFile(paths.last(), noise(100)));
     }
     m_driver->dialogs.answerFiles(OpenTitle, paths);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->rowNames().size(), count);
     QCOMPARE(status(), message);
 }
@@ -362,10 +363,10 @@ void TestFileCommands::importReportsTheCount() {
 void TestFileCommands::importTellsWhichFileOfHowMany_data() {
     QTest::addColumn<int>("count");
     QTest::addColumn<QStringList>("bars");
-    QTest::newRow("one") << 1 << QStringList({u"100%"_qs});
+    QTest::newRow("one") << 1 << QStringList({u"100%"_s});
     QTest::newRow("three") << 3
                            << QStringList(
-                                  {u"100% | 1 de 3"_qs, u"100% | 2 de 3"_qs, u"100% | 3 de 3"_qs});
+                                  {u"100% | 1 de 3"_s, u"100% | 2 de 3"_s, u"100% | 3 de 3"_s});
 }
 
 void TestFileCommands::importTellsWhichFileOfHowMany() {
@@ -374,7 +375,7 @@ void TestFileCommands::importTellsWhichFileOfHowMany() {
     QVERIFY(open(CraftedContainer()));
     QStringList paths;
     for (int i = 0; i < count; ++i) {
-        paths.append(filePath(u"n%1.bin"_qs.arg(i)));
+        paths.append(filePath(u"n%1.bin"_s.arg(i)));
         QVERIFY(writeFile(paths.last(), noise(100)));
     }
     QStringList shown;
@@ -385,14 +386,14 @@ void TestFileCommands::importTellsWhichFileOfHowMany() {
         }
     });
     m_driver->dialogs.answerFiles(OpenTitle, paths);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(shown, bars);
 }
 
 void TestFileCommands::importOfNothingIsSilent() {
     QVERIFY(openSample());
     m_driver->dialogs.reject(OpenTitle);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(status(), QString());
 }
 
@@ -405,8 +406,8 @@ void TestFileCommands::importRefusesWhatIsNoFile_data() {
 void TestFileCommands::importRefusesWhatIsNoFile() {
     QFETCH(const bool, becomesFolder);
     QVERIFY(open(CraftedContainer()));
-    const QString good = filePath(u"good.bin"_qs);
-    const QString bad = filePath(u"bad.bin"_qs);
+    const QString good = filePath(u"good.bin"_s);
+    const QString bad = filePath(u"bad.bin"_s);
     QVERIFY(writeFile(good, "x"));
     QVERIFY(writeFile(bad, "x"));
     m_driver->dialogs.handle(OpenTitle, [&](QDialog* dialog) {
@@ -415,162 +416,162 @@ void TestFileCommands::importRefusesWhatIsNoFile() {
             QVERIFY(QFile::remove(bad));
             QVERIFY(!becomesFolder || QDir().mkdir(bad));
         });
-        dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)
-            ->setText(u"\"%1\" \"%2\""_qs.arg(good, bad));
+        dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)
+            ->setText(u"\"%1\" \"%2\""_s.arg(good, bad));
         QMetaObject::invokeMethod(dialog, "accept");
     });
-    m_driver->dialogs.acceptWarning(u"Importar arquivos"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    m_driver->dialogs.acceptWarning(u"Importar arquivos"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"O arquivo bad.bin não está disponível para importação."_qs);
+             u"O arquivo bad.bin não está disponível para importação."_s);
     QVERIFY(m_driver->rowNames().isEmpty());
     QCOMPARE(status(), QString());
 }
 
 void TestFileCommands::importGoesIntoTheFolderShown() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    const QString source = filePath(u"novo.txt"_qs);
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    const QString source = filePath(u"novo.txt"_s);
     QVERIFY(writeFile(source, "n"));
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QVERIFY(m_driver->rowNamed(u"novo.txt"_qs) > 0);
-    QVERIFY(m_driver->activateRow(u".."_qs));
-    QCOMPARE(m_driver->rowNamed(u"novo.txt"_qs), -1);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QVERIFY(m_driver->rowNamed(u"novo.txt"_s) > 0);
+    QVERIFY(m_driver->activateRow(u".."_s));
+    QCOMPARE(m_driver->rowNamed(u"novo.txt"_s), -1);
 }
 
 void TestFileCommands::importTakesTheBlanksOffAName() {
     QVERIFY(open(CraftedContainer()));
-    const QString source = filePath(u" x.txt"_qs);
+    const QString source = filePath(u" x.txt"_s);
     QVERIFY(writeFile(source, "x"));
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList(u"x.txt"_qs));
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList(u"x.txt"_s));
 
     // It is found again under the name that it bears in the vault.
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Não"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"x.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs);
+             u"x.txt já existe no cofre. Deseja substituir o arquivo protegido?"_s);
 }
 
 void TestFileCommands::importReplacesRefusesAndFailsInOneGo() {
     QVERIFY(openSample());
-    const QStringList names{u"A.TXT"_qs, u"b.txt"_qs, u"lost.bin"_qs, u"z.bin"_qs};
+    const QStringList names{u"A.TXT"_s, u"b.txt"_s, u"lost.bin"_s, u"z.bin"_s};
     QStringList paths;
     for (const QString& name : names) {
         paths.append(filePath(name));
         QVERIFY(writeFile(paths.last(), "new " + name.toUtf8()));
     }
     m_driver->dialogs.answerFiles(OpenTitle, paths);
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
-    m_driver->dialogs.handle(u"Substituir arquivo"_qs, [&](QDialog* dialog) {
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
+    m_driver->dialogs.handle(u"Substituir arquivo"_s, [&](QDialog* dialog) {
         QFile::remove(paths.at(2));
         dialog->reject();
     });
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(dialogTexts().mid(1),
-             QStringList({u"A.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_qs,
-                          u"b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_qs,
-                          u"Não foi possível importar lost.bin."_qs}));
-    QCOMPARE(status(), u"2 arquivos importados com sucesso."_qs);
+             QStringList({u"A.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_s,
+                          u"b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_s,
+                          u"Não foi possível importar lost.bin."_s}));
+    QCOMPARE(status(), u"2 arquivos importados com sucesso."_s);
     QCOMPARE(m_driver->rowNames(),
-             QStringList({u"Apoio"_qs, u"docs"_qs, u"A.TXT"_qs, u"b.txt"_qs, u"z.bin"_qs}));
-    QCOMPARE(exported(u"A.TXT"_qs), QByteArray("new A.TXT"));
-    QCOMPARE(exported(u"b.txt"_qs), QByteArray("bb"));
-    QCOMPARE(exported(u"z.bin"_qs), QByteArray("new z.bin"));
+             QStringList({u"Apoio"_s, u"docs"_s, u"A.TXT"_s, u"b.txt"_s, u"z.bin"_s}));
+    QCOMPARE(exported(u"A.TXT"_s), QByteArray("new A.TXT"));
+    QCOMPARE(exported(u"b.txt"_s), QByteArray("bb"));
+    QCOMPARE(exported(u"z.bin"_s), QByteArray("new z.bin"));
 }
 
 void TestFileCommands::refusingAllReportsNone() {
     QVERIFY(openSample());
-    const QStringList paths{filePath(u"a.txt"_qs), filePath(u"b.txt"_qs)};
+    const QStringList paths{filePath(u"a.txt"_s), filePath(u"b.txt"_s)};
     QVERIFY(writeFile(paths.at(0), "new") && writeFile(paths.at(1), "new"));
     m_driver->dialogs.answerFiles(OpenTitle, paths);
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
-    m_driver->dialogs.reject(u"Substituir arquivo"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"0 arquivos importados com sucesso."_qs);
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Não"_s);
+    m_driver->dialogs.reject(u"Substituir arquivo"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QCOMPARE(status(), u"0 arquivos importados com sucesso."_s);
 }
 
 void TestFileCommands::replacingIsAskedWithTheWholePath() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs) && m_driver->activateRow(u"sub"_qs));
-    const QString source = filePath(u"D.TXT"_qs);
+    QVERIFY(m_driver->activateRow(u"docs"_s) && m_driver->activateRow(u"sub"_s));
+    const QString source = filePath(u"D.TXT"_s);
     QVERIFY(writeFile(source, "new"));
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Não"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"docs/sub/D.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_qs);
+             u"docs/sub/D.TXT já existe no cofre. Deseja substituir o arquivo protegido?"_s);
     compareWithYesNoQuestion(m_driver->dialogs.last());
-    QCOMPARE(exported(u"d.txt"_qs), QByteArray("d"));
+    QCOMPARE(exported(u"d.txt"_s), QByteArray("d"));
 
     m_driver->dialogs.answerFiles(OpenTitle, {source});
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"D.TXT"_qs}));
-    QCOMPARE(exported(u"D.TXT"_qs), QByteArray("new"));
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"D.TXT"_s}));
+    QCOMPARE(exported(u"D.TXT"_s), QByteArray("new"));
 }
 
 // --- Export and open -------------------------------------------------------------------------
 
 void TestFileCommands::exportWritesACopy() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    const QString destination = filePath(u"out.txt"_qs);
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    const QString destination = filePath(u"out.txt"_s);
     QString proposed;
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
-        auto* edit = dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs);
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.handle(u"Exportar arquivo"_s, [&](QDialog* dialog) {
+        auto* edit = dialog->findChild<QLineEdit*>(u"fileNameEdit"_s);
         proposed = edit->text();
         edit->setText(destination);
         QMetaObject::invokeMethod(dialog, "accept");
     });
-    QVERIFY2(run(u"Exportar..."_qs, u"c.txt"_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Exportar..."_s, u"c.txt"_s), qPrintable(problems()));
     QCOMPARE(dialogTexts().first(),
              u"Exportar docs/c.txt criará uma cópia descriptografada fora do cofre. Alterações "
-             u"feitas nessa cópia não voltam automaticamente para o Tessel."_qs);
-    QCOMPARE(proposed, u"c.txt"_qs);
+             u"feitas nessa cópia não voltam automaticamente para o Tessel."_s);
+    QCOMPARE(proposed, u"c.txt"_s);
     QCOMPARE(readFile(destination), QByteArray("c"));
-    QCOMPARE(status(), u"Arquivo exportado com sucesso."_qs);
+    QCOMPARE(status(), u"Arquivo exportado com sucesso."_s);
     QVERIFY(m_driver->table()->currentRow() >= 0);
 }
 
 void TestFileCommands::cancelledExportIsSilent() {
     QVERIFY(openSample());
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.reject(u"Exportar arquivo"_qs);
-    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.last().className, u"QFileDialog"_qs);
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.reject(u"Exportar arquivo"_s);
+    QVERIFY2(run(u"Exportar..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.last().className, u"QFileDialog"_s);
     QCOMPARE(status(), QString());
 }
 
 void TestFileCommands::exportFailureIsTold() {
     QVERIFY(openSample());
-    const QString destination = filePath(u"out.txt"_qs);
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+    const QString destination = filePath(u"out.txt"_s);
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.handle(u"Exportar arquivo"_s, [&](QDialog* dialog) {
         connect(dialog, &QDialog::finished, this, [this] { takeContainerAway(); });
-        dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(destination);
+        dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)->setText(destination);
         QMetaObject::invokeMethod(dialog, "accept");
     });
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Exportar..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_s);
     QCOMPARE(m_driver->dialogs.last().status, QString());
-    QCOMPARE(status(), u"Falha ao exportar o arquivo."_qs);
+    QCOMPARE(status(), u"Falha ao exportar o arquivo."_s);
     QCOMPARE(readFile(destination), QByteArray());
 }
 
 void TestFileCommands::openHandsTheCopyToTheDesktop() {
     QVERIFY(openSample());
-    const FakeDesktop desktop(u"file"_qs);
-    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
+    const FakeDesktop desktop(u"file"_s);
+    QVERIFY2(run(u"Abrir"_s, u"a.txt"_s), qPrintable(problems()));
     QCOMPARE(desktop.opened.size(), 1);
     QCOMPARE(readFile(desktop.opened.first().toLocalFile()), QByteArray("aaa"));
-    QCOMPARE(status(), u"Arquivo aberto para edição."_qs);
+    QCOMPARE(status(), u"Arquivo aberto para edição."_s);
 }
 
 void TestFileCommands::openFailuresAreTold() {
@@ -578,20 +579,20 @@ void TestFileCommands::openFailuresAreTold() {
     // No program of any kind can be found to open the copy with.
     const QByteArray pathBefore = qgetenv("PATH");
     qputenv("PATH", "/nowhere");
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    const bool asExpected = run(u"Abrir"_qs, u"a.txt"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    const bool asExpected = run(u"Abrir"_s, u"a.txt"_s);
     qputenv("PATH", pathBefore);
     QVERIFY2(asExpected, qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"Não foi possível abrir o arquivo no aplicativo padrão."_qs);
+             u"Não foi possível abrir o arquivo no aplicativo padrão."_s);
     QCOMPARE(m_driver->dialogs.last().status, QString());
-    QCOMPARE(status(), u"Falha ao abrir o arquivo."_qs);
+    QCOMPARE(status(), u"Falha ao abrir o arquivo."_s);
 
     m_driver->window.statusBar()->clearMessage();
     takeContainerAway();
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Abrir"_qs, u"b.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Abrir"_s, u"b.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_s);
     QCOMPARE(status(), QString());
 }
 
@@ -599,101 +600,101 @@ void TestFileCommands::openFailuresAreTold() {
 
 void TestFileCommands::openingAgainKeepsTheSavedEdit() {
     QVERIFY(openSample());
-    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    const QString copy = openAndEdit(u"a.txt"_s, "edited");
     QVERIFY(!copy.isEmpty());
-    const FakeDesktop desktop(u"file"_qs);
-    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
+    const FakeDesktop desktop(u"file"_s);
+    QVERIFY2(run(u"Abrir"_s, u"a.txt"_s), qPrintable(problems()));
     QCOMPARE(desktop.opened, QList<QUrl>{QUrl::fromLocalFile(copy)});
     QCOMPARE(readFile(copy), QByteArray("edited"));
     QCOMPARE(dialogTexts(), QStringList());
-    QCOMPARE(status(), u"Arquivo aberto para edição."_qs);
+    QCOMPARE(status(), u"Arquivo aberto para edição."_s);
     // The row shows the new size, and stays the chosen one.
-    QCOMPARE(m_driver->table()->currentRow(), m_driver->rowNamed(u"a.txt"_qs));
-    QCOMPARE(m_driver->table()->item(m_driver->rowNamed(u"a.txt"_qs), VaultColumn::Size)->text(),
+    QCOMPARE(m_driver->table()->currentRow(), m_driver->rowNamed(u"a.txt"_s));
+    QCOMPARE(m_driver->table()->item(m_driver->rowNamed(u"a.txt"_s), VaultColumn::Size)->text(),
              formatFileSize(6));
     QVERIFY(reopen());
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("edited"));
 }
 
 void TestFileCommands::openingAgainWithoutTheDriveLeavesTheCopy() {
     QVERIFY(openSample());
-    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    const QString copy = openAndEdit(u"a.txt"_s, "edited");
     QVERIFY(!copy.isEmpty());
     m_driver->window.statusBar()->clearMessage();
     const QDateTime time = QFileInfo(copy).lastModified();
-    const FakeDesktop desktop(u"file"_qs);
+    const FakeDesktop desktop(u"file"_s);
     takeContainerAway();
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Abrir"_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_s);
     QCOMPARE(status(), QString());
     QVERIFY(desktop.opened.isEmpty());
     QCOMPARE(readFile(copy), QByteArray("edited"));
     QCOMPARE(QFileInfo(copy).lastModified(), time);
     bringContainerBack();
     QVERIFY(reopen());
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("edited"));
 }
 
 void TestFileCommands::aMovedWorkspaceLetsNoEditBeLeftOut() {
     QVERIFY(openSample());
-    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    const QString copy = openAndEdit(u"a.txt"_s, "edited");
     QVERIFY(!copy.isEmpty());
     // With another folder in its place, the path no longer tells whether the copy changed.
     const QString workspace = QFileInfo(copy).path();
-    const QString moved = workspace + u".away"_qs;
+    const QString moved = workspace + u".away"_s;
     QVERIFY(QDir().rename(workspace, moved) && QDir().mkdir(workspace));
-    const FakeDesktop desktop(u"file"_qs);
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Abrir"_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_qs);
+    const FakeDesktop desktop(u"file"_s);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Abrir"_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível preparar o arquivo para edição."_s);
     QVERIFY(desktop.opened.isEmpty());
-    QCOMPARE(readFile(moved + u"/a.txt"_qs), QByteArray("edited"));
-    const QString destination = filePath(u"out.txt"_qs);
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.answerFiles(u"Exportar arquivo"_qs, {destination});
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    QCOMPARE(readFile(moved + u"/a.txt"_s), QByteArray("edited"));
+    const QString destination = filePath(u"out.txt"_s);
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.answerFiles(u"Exportar arquivo"_s, {destination});
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Exportar..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_s);
     QVERIFY(!QFile::exists(destination));
     QVERIFY(QDir().rmdir(workspace) && QDir().rename(moved, workspace));
     QVERIFY(reopen());
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("edited"));
 }
 
 void TestFileCommands::exportingASavedEditTakesItBackFirst() {
     QVERIFY(openSample());
-    QVERIFY(!openAndEdit(u"a.txt"_qs, "edited").isEmpty());
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
-    QCOMPARE(status(), u"Arquivo exportado com sucesso."_qs);
-    QCOMPARE(m_driver->table()->currentRow(), m_driver->rowNamed(u"a.txt"_qs));
+    QVERIFY(!openAndEdit(u"a.txt"_s, "edited").isEmpty());
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("edited"));
+    QCOMPARE(status(), u"Arquivo exportado com sucesso."_s);
+    QCOMPARE(m_driver->table()->currentRow(), m_driver->rowNamed(u"a.txt"_s));
     // Taken back once: another export and the lock have nothing to take.
     const qint64 size = QFileInfo(containerPath()).size();
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("edited"));
     QVERIFY(reopen());
     QCOMPARE(QFileInfo(containerPath()).size(), size);
 }
 
 void TestFileCommands::exportWithoutTheDriveWritesNothing() {
     QVERIFY(openSample());
-    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
+    const QString copy = openAndEdit(u"a.txt"_s, "edited");
     QVERIFY(!copy.isEmpty());
     m_driver->window.statusBar()->clearMessage();
-    const QString destination = filePath(u"out.txt"_qs);
+    const QString destination = filePath(u"out.txt"_s);
     QVERIFY(writeFile(destination, "what was there before"));
     takeContainerAway();
-    m_driver->dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-    m_driver->dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+    m_driver->dialogs.handle(u"Exportar arquivo"_s, [&](QDialog* dialog) {
         // Its question whether to replace the file is not the subject here.
         qobject_cast<QFileDialog*>(dialog)->setOption(QFileDialog::DontConfirmOverwrite);
-        dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(destination);
+        dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)->setText(destination);
         QMetaObject::invokeMethod(dialog, "accept");
     });
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Exportar..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Exportar..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível exportar o arquivo."_s);
     QCOMPARE(m_driver->dialogs.last().status, QString());
-    QCOMPARE(status(), u"Falha ao exportar o arquivo."_qs);
+    QCOMPARE(status(), u"Falha ao exportar o arquivo."_s);
     QCOMPARE(readFile(destination), QByteArray("what was there before"));
     QCOMPARE(readFile(copy), QByteArray("edited"));
     bringContainerBack();
@@ -702,38 +703,38 @@ void TestFileCommands::exportWithoutTheDriveWritesNothing() {
 void TestFileCommands::importOverAnOpenedFileCountsMoreThanTheEditBeforeIt_data() {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("savedLater");
-    QTest::newRow("as it is") << u"a.txt"_qs << false;
-    QTest::newRow("other letter case") << u"A.TXT"_qs << false;
-    QTest::newRow("and saved again") << u"a.txt"_qs << true;
+    QTest::newRow("as it is") << u"a.txt"_s << false;
+    QTest::newRow("other letter case") << u"A.TXT"_s << false;
+    QTest::newRow("and saved again") << u"a.txt"_s << true;
 }
 
 void TestFileCommands::importOverAnOpenedFileCountsMoreThanTheEditBeforeIt() {
     QFETCH(const QString, name);
     QFETCH(const bool, savedLater);
     QVERIFY(openSample());
-    const QString copy = openAndEdit(u"a.txt"_qs, "the older edit");
+    const QString copy = openAndEdit(u"a.txt"_s, "the older edit");
     QVERIFY(!copy.isEmpty() && writeFile(filePath(name), "imported"));
     m_driver->dialogs.answerFiles(OpenTitle, {filePath(name)});
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Sim"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"Arquivo importado com sucesso."_qs);
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QCOMPARE(status(), u"Arquivo importado com sucesso."_s);
     QCOMPARE(readFile(copy), QByteArray("imported"));
     QVERIFY(!savedLater || save(copy, "saved later"));
     QVERIFY(reopen());
-    QCOMPARE(exported(savedLater ? u"a.txt"_qs : name),
+    QCOMPARE(exported(savedLater ? u"a.txt"_s : name),
              QByteArray(savedLater ? "saved later" : "imported"));
 }
 
 void TestFileCommands::refusedImportLeavesTheEdit() {
     QVERIFY(openSample());
-    const QString copy = openAndEdit(u"a.txt"_qs, "edited");
-    QVERIFY(!copy.isEmpty() && writeFile(filePath(u"a.txt"_qs), "imported"));
-    m_driver->dialogs.answerFiles(OpenTitle, {filePath(u"a.txt"_qs)});
-    m_driver->dialogs.press(u"Substituir arquivo"_qs, u"Não"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
+    const QString copy = openAndEdit(u"a.txt"_s, "edited");
+    QVERIFY(!copy.isEmpty() && writeFile(filePath(u"a.txt"_s), "imported"));
+    m_driver->dialogs.answerFiles(OpenTitle, {filePath(u"a.txt"_s)});
+    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Não"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
     QCOMPARE(readFile(copy), QByteArray("edited"));
     QVERIFY(reopen());
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("edited"));
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("edited"));
 }
 
 // --- Questions -------------------------------------------------------------------------------
@@ -745,7 +746,7 @@ void TestFileCommands::questionsDefaultToNo_data() {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QStringList>("buttons");
     QTest::addColumn<No>("no");
-    const QStringList yesNo{u"Sim"_qs, u"Não"_qs};
+    const QStringList yesNo{u"Sim"_s, u"Não"_s};
     const struct {
         const char* name;
         No no;
@@ -755,24 +756,24 @@ void TestFileCommands::questionsDefaultToNo_data() {
                 {"Return", No::Return}};
     for (const auto& way : ways) {
         QTest::addRow("export, %s", way.name)
-            << u"Exportar..."_qs << u"a.txt"_qs << u"Exportar arquivo"_qs
+            << u"Exportar..."_s << u"a.txt"_s << u"Exportar arquivo"_s
             << u"Exportar a.txt criará uma cópia descriptografada fora do cofre. Alterações feitas "
-               u"nessa cópia não voltam automaticamente para o Tessel."_qs
-            << QStringList({u"Continuar"_qs, u"Cancelar"_qs}) << way.no;
+               u"nessa cópia não voltam automaticamente para o Tessel."_s
+            << QStringList({u"Continuar"_s, u"Cancelar"_s}) << way.no;
         QTest::addRow("delete, %s", way.name)
-            << u"Excluir..."_qs << u"a.txt"_qs << u"Excluir arquivo"_qs
+            << u"Excluir..."_s << u"a.txt"_s << u"Excluir arquivo"_s
             << u"Excluir a.txt removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
-               u"liberados do container após executar Compactar cofre."_qs
+               u"liberados do container após executar Compactar cofre."_s
             << yesNo << way.no;
         QTest::addRow("delete folder, %s", way.name)
-            << u"Excluir pasta vazia"_qs << u"Apoio"_qs << u"Excluir pasta"_qs
-            << u"Excluir a pasta vazia Apoio?"_qs << yesNo << way.no;
+            << u"Excluir pasta vazia"_s << u"Apoio"_s << u"Excluir pasta"_s
+            << u"Excluir a pasta vazia Apoio?"_s << yesNo << way.no;
         QTest::addRow("compact, %s", way.name)
-            << u"Compactar cofre..."_qs << QString() << u"Compactar cofre"_qs
+            << u"Compactar cofre..."_s << QString() << u"Compactar cofre"_s
             << u"A compactação reconstruirá o container removendo fisicamente dados de arquivos "
                u"já excluídos.\n\nDurante a operação, será criado temporariamente um container "
                u"criptografado no disco local. Nenhum arquivo descriptografado será gravado fora "
-               u"do cofre.\n\nDeseja continuar?"_qs
+               u"do cofre.\n\nDeseja continuar?"_s
             << yesNo << way.no;
     }
 }
@@ -816,10 +817,10 @@ void TestFileCommands::questionsDefaultToNo() {
 
 void TestFileCommands::deleteRemovesTheFile() {
     QVERIFY(openSample());
-    m_driver->dialogs.press(u"Excluir arquivo"_qs, u"Sim"_qs);
-    QVERIFY2(run(u"Excluir..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->rowNamed(u"a.txt"_qs), -1);
-    QCOMPARE(status(), u"Arquivo excluído do cofre."_qs);
+    m_driver->dialogs.press(u"Excluir arquivo"_s, u"Sim"_s);
+    QVERIFY2(run(u"Excluir..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNamed(u"a.txt"_s), -1);
+    QCOMPARE(status(), u"Arquivo excluído do cofre."_s);
 }
 
 // --- Names -----------------------------------------------------------------------------------
@@ -827,27 +828,27 @@ void TestFileCommands::deleteRemovesTheFile() {
 void TestFileCommands::renameFileTrimsTheName() {
     QVERIFY(openSample());
     QString prefilled;
-    m_driver->dialogs.handle(u"Renomear arquivo"_qs, [&](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Renomear arquivo"_s, [&](QDialog* dialog) {
         auto* input = qobject_cast<QInputDialog*>(dialog);
         prefilled = input->textValue();
-        input->setTextValue(u"  novo nome.txt "_qs);
+        input->setTextValue(u"  novo nome.txt "_s);
         dialog->accept();
     });
-    QVERIFY2(run(u"Renomear arquivo..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(prefilled, u"a.txt"_qs);
-    QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_qs);
-    QVERIFY(m_driver->rowNamed(u"novo nome.txt"_qs) >= 0);
-    QCOMPARE(status(), u"Arquivo renomeado."_qs);
+    QVERIFY2(run(u"Renomear arquivo..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(prefilled, u"a.txt"_s);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_s);
+    QVERIFY(m_driver->rowNamed(u"novo nome.txt"_s) >= 0);
+    QCOMPARE(status(), u"Arquivo renomeado."_s);
 }
 
 void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix_data() {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("selected");
-    QTest::newRow("suffix") << u"carta.txt"_qs << u"carta"_qs;
-    QTest::newRow("two suffixes") << u"tudo.tar.gz"_qs << u"tudo.tar"_qs;
-    QTest::newRow("no suffix") << u"LEIAME"_qs << u"LEIAME"_qs;
-    QTest::newRow("hidden file") << u".bashrc"_qs << u".bashrc"_qs;
-    QTest::newRow("folder") << u"versão 1.0"_qs << u"versão 1.0"_qs;
+    QTest::newRow("suffix") << u"carta.txt"_s << u"carta"_s;
+    QTest::newRow("two suffixes") << u"tudo.tar.gz"_s << u"tudo.tar"_s;
+    QTest::newRow("no suffix") << u"LEIAME"_s << u"LEIAME"_s;
+    QTest::newRow("hidden file") << u".bashrc"_s << u".bashrc"_s;
+    QTest::newRow("folder") << u"versão 1.0"_s << u"versão 1.0"_s;
 }
 
 void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix() {
@@ -857,12 +858,12 @@ void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix() {
     CraftedContainer crafted;
     QVERIFY(open(isFolder ? crafted.addFolder(name) : crafted.addFile(name, "a")));
     QString found;
-    m_driver->dialogs.handle(isFolder ? u"Renomear pasta"_qs : u"Renomear arquivo"_qs,
+    m_driver->dialogs.handle(isFolder ? u"Renomear pasta"_s : u"Renomear arquivo"_s,
                              [&found](QDialog* dialog) {
                                  found = dialog->findChild<QLineEdit*>()->selectedText();
                                  dialog->reject();
                              });
-    QVERIFY2(run(isFolder ? u"Renomear pasta..."_qs : u"Renomear arquivo..."_qs, name),
+    QVERIFY2(run(isFolder ? u"Renomear pasta..."_s : u"Renomear arquivo..."_s, name),
              qPrintable(problems()));
     QCOMPARE(found, selected);
 }
@@ -870,14 +871,14 @@ void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix() {
 void TestFileCommands::longNamesDoNotWidenADialog_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("title");
-    QTest::newRow("question") << u"Excluir..."_qs << u"Excluir arquivo"_qs;
-    QTest::newRow("choice") << u"Mover para pasta..."_qs << u"Mover arquivo"_qs;
+    QTest::newRow("question") << u"Excluir..."_s << u"Excluir arquivo"_s;
+    QTest::newRow("choice") << u"Mover para pasta..."_s << u"Mover arquivo"_s;
 }
 
 void TestFileCommands::longNamesDoNotWidenADialog() {
     QFETCH(const QString, command);
     QFETCH(const QString, title);
-    const QString name = QString(246, u'm') + u".txt"_qs;
+    const QString name = QString(246, u'm') + u".txt"_s;
     CraftedContainer crafted;
     QVERIFY(open(crafted.addFile(name, "a").addFolder(QString(250, u'w'))));
     int width = 0;
@@ -899,44 +900,44 @@ void TestFileCommands::longNamesDoNotWidenADialog() {
 
 void TestFileCommands::directionMarksTurnNoQuestion() {
     // Shown as it is, the first name looks like "fotoexe.jpg".
-    const QString disguised = u"foto\u202Egpj.exe"_qs;
-    const QString hebrew = u"\u05D0\u200F.txt"_qs;
+    const QString disguised = u"foto\u202Egpj.exe"_s;
+    const QString hebrew = u"\u05D0\u200F.txt"_s;
     CraftedContainer crafted;
     QVERIFY(open(crafted.addFile(disguised, "a").addFile(hebrew, "b")));
     for (const QString& name : {disguised, hebrew}) {
-        m_driver->dialogs.reject(u"Excluir arquivo"_qs);
-        QVERIFY2(run(u"Excluir..."_qs, name), qPrintable(problems()));
+        m_driver->dialogs.reject(u"Excluir arquivo"_s);
+        QVERIFY2(run(u"Excluir..."_s, name), qPrintable(problems()));
     }
     const QStringList texts = dialogTexts();
-    QVERIFY(texts.at(0).startsWith(u"Excluir \u2068foto\uFFFDgpj.exe\u2069 removerá"_qs));
-    QVERIFY(texts.at(1).startsWith(u"Excluir \u2068"_qs + hebrew + u"\u2069 removerá"_qs));
+    QVERIFY(texts.at(0).startsWith(u"Excluir \u2068foto\uFFFDgpj.exe\u2069 removerá"_s));
+    QVERIFY(texts.at(1).startsWith(u"Excluir \u2068"_s + hebrew + u"\u2069 removerá"_s));
 }
 
 void TestFileCommands::renameFolderTrimsTheName() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
     QString prefilled;
-    m_driver->dialogs.handle(u"Renomear pasta"_qs, [&](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Renomear pasta"_s, [&](QDialog* dialog) {
         auto* input = qobject_cast<QInputDialog*>(dialog);
         prefilled = input->textValue();
-        input->setTextValue(u" outra\t"_qs);
+        input->setTextValue(u" outra\t"_s);
         dialog->accept();
     });
-    QVERIFY2(run(u"Renomear pasta..."_qs, u"sub"_qs), qPrintable(problems()));
-    QCOMPARE(prefilled, u"sub"_qs);
-    QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_qs);
-    QVERIFY(m_driver->rowNamed(u"outra"_qs) >= 0);
-    QCOMPARE(status(), u"Pasta renomeada."_qs);
+    QVERIFY2(run(u"Renomear pasta..."_s, u"sub"_s), qPrintable(problems()));
+    QCOMPARE(prefilled, u"sub"_s);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Novo nome:"_s);
+    QVERIFY(m_driver->rowNamed(u"outra"_s) >= 0);
+    QCOMPARE(status(), u"Pasta renomeada."_s);
 }
 
 void TestFileCommands::newFolderTrimsTheName() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    m_driver->dialogs.answerText(u"Nova pasta"_qs, u" fotos "_qs);
-    QVERIFY2(run(u"Nova pasta..."_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Nome da pasta:"_qs);
-    QVERIFY(m_driver->rowNamed(u"fotos"_qs) >= 0);
-    QCOMPARE(status(), u"Pasta criada."_qs);
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    m_driver->dialogs.answerText(u"Nova pasta"_s, u" fotos "_s);
+    QVERIFY2(run(u"Nova pasta..."_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Nome da pasta:"_s);
+    QVERIFY(m_driver->rowNamed(u"fotos"_s) >= 0);
+    QCOMPARE(status(), u"Pasta criada."_s);
 }
 
 void TestFileCommands::namesAreChecked_data() {
@@ -952,22 +953,22 @@ void TestFileCommands::namesAreChecked_data() {
         QString title;
         QString simple;
     } commands[] = {
-        {"file", u"Renomear arquivo..."_qs, u"a.txt"_qs, u"Renomear arquivo"_qs, SimpleFileName},
-        {"folder", u"Renomear pasta..."_qs, u"docs"_qs, u"Renomear pasta"_qs, SimpleFolderName},
-        {"new folder", u"Nova pasta..."_qs, QString(), u"Nova pasta"_qs, SimpleFolderName},
+        {"file", u"Renomear arquivo..."_s, u"a.txt"_s, u"Renomear arquivo"_s, SimpleFileName},
+        {"folder", u"Renomear pasta..."_s, u"docs"_s, u"Renomear pasta"_s, SimpleFolderName},
+        {"new folder", u"Nova pasta..."_s, QString(), u"Nova pasta"_s, SimpleFolderName},
     };
     for (const auto& c : commands) {
-        for (const QString& name : {u"."_qs, u".."_qs, u"x/y"_qs, u"x\\y"_qs, u" .. "_qs}) {
+        for (const QString& name : {u"."_s, u".."_s, u"x/y"_s, u"x\\y"_s, u" .. "_s}) {
             QTest::addRow("%s, %s", c.name, qPrintable(name))
                 << c.command << c.row << c.title << name << c.simple;
         }
-        for (const QString& name : {u"B.TXT"_qs, u"APOIO"_qs}) {
+        for (const QString& name : {u"B.TXT"_s, u"APOIO"_s}) {
             QTest::addRow("%s, taken by %s", c.name, qPrintable(name))
                 << c.command << c.row << c.title << name << NameTaken;
         }
     }
-    QTest::newRow("file, other case") << u"Renomear arquivo..."_qs << u"a.txt"_qs
-                                      << u"Renomear arquivo"_qs << u"A.txt"_qs << NameTaken;
+    QTest::newRow("file, other case") << u"Renomear arquivo..."_s << u"a.txt"_s
+                                      << u"Renomear arquivo"_s << u"A.txt"_s << NameTaken;
 }
 
 void TestFileCommands::namesAreChecked() {
@@ -991,16 +992,16 @@ void TestFileCommands::emptyAnswersAreSilent_data() {
     QTest::addColumn<QString>("row");
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("name");
-    QTest::newRow("file, blanks") << u"Renomear arquivo..."_qs << u"a.txt"_qs
-                                  << u"Renomear arquivo"_qs << u"   "_qs;
-    QTest::newRow("file, same") << u"Renomear arquivo..."_qs << u"a.txt"_qs
-                                << u"Renomear arquivo"_qs << u" a.txt "_qs;
+    QTest::newRow("file, blanks") << u"Renomear arquivo..."_s << u"a.txt"_s << u"Renomear arquivo"_s
+                                  << u"   "_s;
+    QTest::newRow("file, same") << u"Renomear arquivo..."_s << u"a.txt"_s << u"Renomear arquivo"_s
+                                << u" a.txt "_s;
     QTest::newRow("folder, blanks")
-        << u"Renomear pasta..."_qs << u"docs"_qs << u"Renomear pasta"_qs << u" "_qs;
-    QTest::newRow("folder, same") << u"Renomear pasta..."_qs << u"docs"_qs << u"Renomear pasta"_qs
-                                  << u"docs"_qs;
+        << u"Renomear pasta..."_s << u"docs"_s << u"Renomear pasta"_s << u" "_s;
+    QTest::newRow("folder, same") << u"Renomear pasta..."_s << u"docs"_s << u"Renomear pasta"_s
+                                  << u"docs"_s;
     QTest::newRow("new folder, blanks")
-        << u"Nova pasta..."_qs << QString() << u"Nova pasta"_qs << u"  "_qs;
+        << u"Nova pasta..."_s << QString() << u"Nova pasta"_s << u"  "_s;
 }
 
 void TestFileCommands::emptyAnswersAreSilent() {
@@ -1024,12 +1025,12 @@ void TestFileCommands::moveOffersFoldersInOrder_data() {
     QTest::addColumn<QStringList>("way");
     QTest::addColumn<QString>("file");
     QTest::addColumn<QStringList>("labels");
-    QTest::newRow("root") << QStringList() << u"a.txt"_qs
-                          << QStringList({u"Apoio"_qs, u"docs"_qs, u"docs/sub"_qs});
-    QTest::newRow("docs") << QStringList(u"docs"_qs) << u"c.txt"_qs
-                          << QStringList({u"Raiz"_qs, u"Apoio"_qs, u"docs/sub"_qs});
-    QTest::newRow("docs/sub") << QStringList({u"docs"_qs, u"sub"_qs}) << u"d.txt"_qs
-                              << QStringList({u"Raiz"_qs, u"Apoio"_qs, u"docs"_qs});
+    QTest::newRow("root") << QStringList() << u"a.txt"_s
+                          << QStringList({u"Apoio"_s, u"docs"_s, u"docs/sub"_s});
+    QTest::newRow("docs") << QStringList(u"docs"_s) << u"c.txt"_s
+                          << QStringList({u"Raiz"_s, u"Apoio"_s, u"docs/sub"_s});
+    QTest::newRow("docs/sub") << QStringList({u"docs"_s, u"sub"_s}) << u"d.txt"_s
+                              << QStringList({u"Raiz"_s, u"Apoio"_s, u"docs"_s});
 }
 
 void TestFileCommands::moveOffersFoldersInOrder() {
@@ -1046,7 +1047,7 @@ void TestFileCommands::moveOffersFoldersInOrder() {
     bool modal = false;
     QList<const QWidget*> expectedColumn;
     QList<const QWidget*> column;
-    m_driver->dialogs.handle(u"Mover arquivo"_qs, [&](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Mover arquivo"_s, [&](QDialog* dialog) {
         const auto* combo = dialog->findChild<QComboBox*>();
         for (int i = 0; i < combo->count(); ++i) {
             offered.append(combo->itemText(i));
@@ -1062,104 +1063,104 @@ void TestFileCommands::moveOffersFoldersInOrder() {
         }
         dialog->reject();
     });
-    QVERIFY2(run(u"Mover para pasta..."_qs, file), qPrintable(problems()));
+    QVERIFY2(run(u"Mover para pasta..."_s, file), qPrintable(problems()));
     QCOMPARE(column, expectedColumn);
     QCOMPARE(offered, labels);
     QCOMPARE(icons, 0);
     QVERIFY(modal);
-    QCOMPARE(paths, QStringList(labels).replaceInStrings(u"Raiz"_qs, QString()));
+    QCOMPARE(paths, QStringList(labels).replaceInStrings(u"Raiz"_s, QString()));
     const DialogDriver::Seen seen = m_driver->dialogs.last();
-    QCOMPARE(seen.text, u"Mover %1 para:"_qs.arg(file));
+    QCOMPARE(seen.text, u"Mover %1 para:"_s.arg(file));
     QCOMPARE(QSet<QString>(seen.buttons.cbegin(), seen.buttons.cend()),
-             QSet<QString>({u"Mover"_qs, u"Cancelar"_qs}));
+             QSet<QString>({u"Mover"_s, u"Cancelar"_s}));
     QCOMPARE(status(), QString());
 }
 
 void TestFileCommands::moveSortsFoldersWhateverTheirCase() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFolder(u"Zeta"_qs).addFolder(u"beta"_qs);
+    crafted.addFolder(u"docs"_s).addFolder(u"Zeta"_s).addFolder(u"beta"_s);
     // Its folder goes by another letter case, and is not offered all the same.
-    crafted.addFolder(u"Apoio"_qs).addFile(u"DOCS/c.txt"_qs, "c");
+    crafted.addFolder(u"Apoio"_s).addFile(u"DOCS/c.txt"_s, "c");
     QVERIFY(open(crafted));
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
     QStringList offered;
-    m_driver->dialogs.handle(u"Mover arquivo"_qs, [&offered](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Mover arquivo"_s, [&offered](QDialog* dialog) {
         const auto* combo = dialog->findChild<QComboBox*>();
         for (int i = 0; i < combo->count(); ++i) {
             offered.append(combo->itemText(i));
         }
         dialog->reject();
     });
-    QVERIFY2(run(u"Mover para pasta..."_qs, u"c.txt"_qs), qPrintable(problems()));
-    QCOMPARE(offered, QStringList({u"Raiz"_qs, u"Apoio"_qs, u"beta"_qs, u"Zeta"_qs}));
+    QVERIFY2(run(u"Mover para pasta..."_s, u"c.txt"_s), qPrintable(problems()));
+    QCOMPARE(offered, QStringList({u"Raiz"_s, u"Apoio"_s, u"beta"_s, u"Zeta"_s}));
 }
 
 void TestFileCommands::moveToTheRoot() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    m_driver->dialogs.press(u"Mover arquivo"_qs, u"Mover"_qs);
-    QVERIFY2(run(u"Mover para pasta..."_qs, u"c.txt"_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"Arquivo movido."_qs);
-    QCOMPARE(m_driver->rowNamed(u"c.txt"_qs), -1);
-    QVERIFY(m_driver->activateRow(u".."_qs));
-    QVERIFY(m_driver->rowNamed(u"c.txt"_qs) >= 0);
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    m_driver->dialogs.press(u"Mover arquivo"_s, u"Mover"_s);
+    QVERIFY2(run(u"Mover para pasta..."_s, u"c.txt"_s), qPrintable(problems()));
+    QCOMPARE(status(), u"Arquivo movido."_s);
+    QCOMPARE(m_driver->rowNamed(u"c.txt"_s), -1);
+    QVERIFY(m_driver->activateRow(u".."_s));
+    QVERIFY(m_driver->rowNamed(u"c.txt"_s) >= 0);
 }
 
 void TestFileCommands::moveIntoAFolderOfAFolder() {
     QVERIFY(openSample());
-    m_driver->dialogs.handle(u"Mover arquivo"_qs, [](QDialog* dialog) {
-        dialog->findChild<QComboBox*>()->setCurrentText(u"docs/sub"_qs);
+    m_driver->dialogs.handle(u"Mover arquivo"_s, [](QDialog* dialog) {
+        dialog->findChild<QComboBox*>()->setCurrentText(u"docs/sub"_s);
         dialog->accept();
     });
-    QVERIFY2(run(u"Mover para pasta..."_qs, u"a.txt"_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"Arquivo movido."_qs);
-    QCOMPARE(m_driver->rowNamed(u"a.txt"_qs), -1);
-    QVERIFY(m_driver->activateRow(u"docs"_qs) && m_driver->activateRow(u"sub"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"a.txt"_qs, u"d.txt"_qs}));
-    QCOMPARE(exported(u"a.txt"_qs), QByteArray("aaa"));
+    QVERIFY2(run(u"Mover para pasta..."_s, u"a.txt"_s), qPrintable(problems()));
+    QCOMPARE(status(), u"Arquivo movido."_s);
+    QCOMPARE(m_driver->rowNamed(u"a.txt"_s), -1);
+    QVERIFY(m_driver->activateRow(u"docs"_s) && m_driver->activateRow(u"sub"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"a.txt"_s, u"d.txt"_s}));
+    QCOMPARE(exported(u"a.txt"_s), QByteArray("aaa"));
 }
 
 void TestFileCommands::moveWithoutFolderIsTold() {
     // The command is enabled while folders exist; one folder is enough for a file inside it to go
     // to the root, and none leaves it disabled.
     CraftedContainer crafted;
-    QVERIFY(open(crafted.addFile(u"a.txt"_qs, "a")));
-    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
-    QVERIFY(!m_driver->action(u"Mover para pasta..."_qs)->isEnabled());
-    m_driver->action(u"Mover para pasta..."_qs)->setEnabled(true);
-    m_driver->dialogs.acceptInformation(u"Mover arquivo"_qs);
-    QVERIFY2(run(u"Mover para pasta..."_qs), qPrintable(problems()));
+    QVERIFY(open(crafted.addFile(u"a.txt"_s, "a")));
+    QVERIFY(m_driver->selectRow(u"a.txt"_s));
+    QVERIFY(!m_driver->action(u"Mover para pasta..."_s)->isEnabled());
+    m_driver->action(u"Mover para pasta..."_s)->setEnabled(true);
+    m_driver->dialogs.acceptInformation(u"Mover arquivo"_s);
+    QVERIFY2(run(u"Mover para pasta..."_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"Não há outra pasta disponível para receber este arquivo."_qs);
+             u"Não há outra pasta disponível para receber este arquivo."_s);
 }
 
 void TestFileCommands::moveOntoAnItemIsRefused() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "1").addFile(u"docs/A.TXT"_qs, "2");
+    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "1").addFile(u"docs/A.TXT"_s, "2");
     QVERIFY(open(crafted));
-    m_driver->dialogs.press(u"Mover arquivo"_qs, u"Mover"_qs);
-    m_driver->dialogs.acceptWarning(u"Mover arquivo"_qs);
-    QVERIFY2(run(u"Mover para pasta..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    m_driver->dialogs.press(u"Mover arquivo"_s, u"Mover"_s);
+    m_driver->dialogs.acceptWarning(u"Mover arquivo"_s);
+    QVERIFY2(run(u"Mover para pasta..."_s, u"a.txt"_s), qPrintable(problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"Já existe um item com esse nome na pasta de destino."_qs);
-    QVERIFY(m_driver->rowNamed(u"a.txt"_qs) >= 0);
+             u"Já existe um item com esse nome na pasta de destino."_s);
+    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
 }
 
 void TestFileCommands::emptyFolderIsDeleted() {
     QVERIFY(openSample());
-    m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
-    QVERIFY2(run(u"Excluir pasta vazia"_qs, u"Apoio"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->rowNamed(u"Apoio"_qs), -1);
-    QCOMPARE(status(), u"Pasta excluída."_qs);
+    m_driver->dialogs.press(u"Excluir pasta"_s, u"Sim"_s);
+    QVERIFY2(run(u"Excluir pasta vazia"_s, u"Apoio"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->rowNamed(u"Apoio"_s), -1);
+    QCOMPARE(status(), u"Pasta excluída."_s);
 }
 
 void TestFileCommands::folderWithFilesStays() {
     QVERIFY(openSample());
-    m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptWarning(u"Excluir pasta"_qs);
-    QVERIFY2(run(u"Excluir pasta vazia"_qs, u"docs"_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"A pasta não está vazia ou não pode ser excluída."_qs);
-    QVERIFY(m_driver->rowNamed(u"docs"_qs) >= 0);
+    m_driver->dialogs.press(u"Excluir pasta"_s, u"Sim"_s);
+    m_driver->dialogs.acceptWarning(u"Excluir pasta"_s);
+    QVERIFY2(run(u"Excluir pasta vazia"_s, u"docs"_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"A pasta não está vazia ou não pode ser excluída."_s);
+    QVERIFY(m_driver->rowNamed(u"docs"_s) >= 0);
     QCOMPARE(status(), QString());
 }
 
@@ -1168,28 +1169,28 @@ void TestFileCommands::folderWithFilesStays() {
 void TestFileCommands::commandsWithoutTheirSelectionDoNothing_data() {
     QTest::addColumn<QString>("row");
     QTest::addColumn<QStringList>("commands");
-    const QStringList ofAFile{u"Exportar..."_qs, u"Abrir"_qs, u"Renomear arquivo..."_qs,
-                              u"Excluir..."_qs, u"Mover para pasta..."_qs};
-    const QStringList ofAFolder{u"Renomear pasta..."_qs, u"Excluir pasta vazia"_qs};
+    const QStringList ofAFile{u"Exportar..."_s, u"Abrir"_s, u"Renomear arquivo..."_s,
+                              u"Excluir..."_s, u"Mover para pasta..."_s};
+    const QStringList ofAFolder{u"Renomear pasta..."_s, u"Excluir pasta vazia"_s};
     QTest::newRow("nothing") << QString() << ofAFile + ofAFolder;
-    QTest::newRow("file") << u"c.txt"_qs << ofAFolder;
-    QTest::newRow("folder") << u"sub"_qs << ofAFile;
-    QTest::newRow("parent row") << u".."_qs << ofAFile + ofAFolder;
+    QTest::newRow("file") << u"c.txt"_s << ofAFolder;
+    QTest::newRow("folder") << u"sub"_s << ofAFile;
+    QTest::newRow("parent row") << u".."_s << ofAFile + ofAFolder;
 }
 
 void TestFileCommands::commandsWithoutTheirSelectionDoNothing() {
     QFETCH(const QString, row);
     QFETCH(const QStringList, commands);
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
     if (row == u"..") {
         // Two levels down this row stands for a folder that has a name.
-        QVERIFY(m_driver->activateRow(u"sub"_qs));
+        QVERIFY(m_driver->activateRow(u"sub"_s));
     }
     QVERIFY(row.isEmpty() || m_driver->selectRow(row));
     const QByteArray before = sha256OfFile(containerPath());
     const QStringList rowsBefore = m_driver->rowNames();
-    const FakeDesktop desktop(u"file"_qs);
+    const FakeDesktop desktop(u"file"_s);
     for (const QString& command : commands) {
         // The menu does not offer it; whoever gets there all the same is asked nothing.
         QVERIFY2(!m_driver->action(command)->isEnabled(), qPrintable(command));
@@ -1212,38 +1213,37 @@ void TestFileCommands::vanishedContainerFailsEveryCommand_data() {
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("statusText");
     QTest::newRow("rename file")
-        << u"Renomear arquivo..."_qs << u"a.txt"_qs << u"Renomear arquivo"_qs << QString()
-        << u"Renomear arquivo"_qs
+        << u"Renomear arquivo..."_s << u"a.txt"_s << u"Renomear arquivo"_s << QString()
+        << u"Renomear arquivo"_s
         << u"Não foi possível renomear o arquivo. Feche o arquivo se ele estiver aberto e tente "
-           u"novamente."_qs
+           u"novamente."_s
         << QString();
-    QTest::newRow("delete file") << u"Excluir..."_qs << u"a.txt"_qs << u"Excluir arquivo"_qs
-                                 << u"Sim"_qs << u"Tessel"_qs
-                                 << u"Não foi possível excluir o arquivo do cofre."_qs
-                                 << u"Falha ao excluir o arquivo."_qs;
+    QTest::newRow("delete file") << u"Excluir..."_s << u"a.txt"_s << u"Excluir arquivo"_s
+                                 << u"Sim"_s << u"Tessel"_s
+                                 << u"Não foi possível excluir o arquivo do cofre."_s
+                                 << u"Falha ao excluir o arquivo."_s;
     QTest::newRow("move file")
-        << u"Mover para pasta..."_qs << u"a.txt"_qs << u"Mover arquivo"_qs << u"Mover"_qs
-        << u"Mover arquivo"_qs
+        << u"Mover para pasta..."_s << u"a.txt"_s << u"Mover arquivo"_s << u"Mover"_s
+        << u"Mover arquivo"_s
         << u"Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
-           u"novamente."_qs
+           u"novamente."_s
         << QString();
-    QTest::newRow("new folder") << u"Nova pasta..."_qs << QString() << u"Nova pasta"_qs << QString()
-                                << u"Nova pasta"_qs << u"Não foi possível criar a pasta."_qs
+    QTest::newRow("new folder") << u"Nova pasta..."_s << QString() << u"Nova pasta"_s << QString()
+                                << u"Nova pasta"_s << u"Não foi possível criar a pasta."_s
                                 << QString();
     QTest::newRow("rename folder")
-        << u"Renomear pasta..."_qs << u"docs"_qs << u"Renomear pasta"_qs << QString()
-        << u"Renomear pasta"_qs
+        << u"Renomear pasta..."_s << u"docs"_s << u"Renomear pasta"_s << QString()
+        << u"Renomear pasta"_s
         << u"Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
-           u"novamente."_qs
+           u"novamente."_s
         << QString();
     QTest::newRow("delete folder")
-        << u"Excluir pasta vazia"_qs << u"Apoio"_qs << u"Excluir pasta"_qs << u"Sim"_qs
-        << u"Excluir pasta"_qs << u"A pasta não está vazia ou não pode ser excluída."_qs
-        << QString();
-    QTest::newRow("compact") << u"Compactar cofre..."_qs << QString() << u"Compactar cofre"_qs
-                             << u"Sim"_qs << u"Compactar cofre"_qs
-                             << u"Não foi possível compactar o cofre."_qs
-                             << u"Falha ao compactar o cofre."_qs;
+        << u"Excluir pasta vazia"_s << u"Apoio"_s << u"Excluir pasta"_s << u"Sim"_s
+        << u"Excluir pasta"_s << u"A pasta não está vazia ou não pode ser excluída."_s << QString();
+    QTest::newRow("compact") << u"Compactar cofre..."_s << QString() << u"Compactar cofre"_s
+                             << u"Sim"_s << u"Compactar cofre"_s
+                             << u"Não foi possível compactar o cofre."_s
+                             << u"Falha ao compactar o cofre."_s;
 }
 
 void TestFileCommands::vanishedContainerFailsEveryCommand() {
@@ -1259,7 +1259,7 @@ void TestFileCommands::vanishedContainerFailsEveryCommand() {
     m_driver->dialogs.handle(title, [&](QDialog* dialog) {
         takeContainerAway();
         if (answer.isEmpty()) {
-            qobject_cast<QInputDialog*>(dialog)->setTextValue(u"novo"_qs);
+            qobject_cast<QInputDialog*>(dialog)->setTextValue(u"novo"_s);
             dialog->accept();
         } else {
             QVERIFY(pressButton(dialog, answer));
@@ -1279,15 +1279,15 @@ void TestFileCommands::vanishedContainerFailsEveryCommand() {
 
 void TestFileCommands::compactionFreesTheSpace() {
     CraftedContainer crafted;
-    QVERIFY(open(crafted.addFile(u"a.txt"_qs, "aaa").leaveGap(MiB).addFile(u"b.txt"_qs, "bb")));
+    QVERIFY(open(crafted.addFile(u"a.txt"_s, "aaa").leaveGap(MiB).addFile(u"b.txt"_s, "bb")));
     const qint64 before = QFileInfo(containerPath()).size();
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
-    QVERIFY2(run(u"Compactar cofre..."_qs, u"a.txt"_qs), qPrintable(problems()));
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_s);
+    QVERIFY2(run(u"Compactar cofre..."_s, u"a.txt"_s), qPrintable(problems()));
     QCOMPARE(m_driver->table()->currentRow(), -1);
-    QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_qs);
-    QCOMPARE(m_driver->dialogs.last().status, u"Cofre compactado com sucesso."_qs);
-    QCOMPARE(status(), u"Cofre compactado com sucesso."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_s);
+    QCOMPARE(m_driver->dialogs.last().status, u"Cofre compactado com sucesso."_s);
+    QCOMPARE(status(), u"Cofre compactado com sucesso."_s);
     QCOMPARE(QFileInfo(containerPath()).size(), before - MiB);
 }
 
@@ -1296,12 +1296,12 @@ void TestFileCommands::containerThatCannotBeReplacedIsTold() {
     QVERIFY(openSample());
     const PinnedFile pinned(containerPath());
     QVERIFY(pinned.isMounted());
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptWarning(u"Compactar cofre"_qs);
-    QVERIFY2(run(u"Compactar cofre..."_qs), qPrintable(problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível compactar o cofre."_qs);
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptWarning(u"Compactar cofre"_s);
+    QVERIFY2(run(u"Compactar cofre..."_s), qPrintable(problems()));
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível compactar o cofre."_s);
     QCOMPARE(m_driver->dialogs.last().status, QString());
-    QCOMPARE(status(), u"Falha ao compactar o cofre."_qs);
+    QCOMPARE(status(), u"Falha ao compactar o cofre."_s);
 }
 
 void TestFileCommands::preservedCopyIsNamed() {
@@ -1309,23 +1309,23 @@ void TestFileCommands::preservedCopyIsNamed() {
     std::unique_ptr<FileSizeLimit> limit;
     const ProgressProbe probe([&](const QProgressDialog* dialog, int) {
         // Writing back to the drive has begun: it takes no more than the header region.
-        if (!limit && dialog->labelText().startsWith(u"Substituindo container no USB"_qs)) {
+        if (!limit && dialog->labelText().startsWith(u"Substituindo container no USB"_s)) {
             limit = std::make_unique<FileSizeLimit>(CraftedContainer::HeaderRegionBytes + 5);
         }
     });
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptWarning(u"Compactar cofre"_qs);
-    const bool asExpected = run(u"Compactar cofre..."_qs);
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptWarning(u"Compactar cofre"_s);
+    const bool asExpected = run(u"Compactar cofre..."_s);
     limit.reset();
     QVERIFY2(asExpected, qPrintable(problems()));
     const QString start = u"Não foi possível substituir o container no USB.\n\nUm container "
-                          u"compactado criptografado foi preservado em:\n"_qs;
+                          u"compactado criptografado foi preservado em:\n"_s;
     const QString text = m_driver->dialogs.lastText();
     QVERIFY2(text.startsWith(start), qPrintable(text));
     const QString preserved = text.mid(start.size());
     QVERIFY2(QFileInfo(preserved).isFile(), qPrintable(preserved));
     QCOMPARE(m_driver->dialogs.last().status, QString());
-    QCOMPARE(status(), u"Falha ao compactar o cofre."_qs);
+    QCOMPARE(status(), u"Falha ao compactar o cofre."_s);
     QVERIFY(QDir(QFileInfo(preserved).absolutePath()).removeRecursively());
 }
 
@@ -1338,11 +1338,11 @@ void TestFileCommands::shortcutsTriggerTheirCommand_data() {
     const int none = Qt::NoModifier;
     const int control = Qt::ControlModifier;
     QTest::newRow("new folder") << int(Qt::Key_N) << int(Qt::ControlModifier | Qt::ShiftModifier)
-                                << u"Nova pasta"_qs;
+                                << u"Nova pasta"_s;
     QTest::newRow("import") << int(Qt::Key_I) << control << OpenTitle;
-    QTest::newRow("export") << int(Qt::Key_E) << control << u"Exportar arquivo"_qs;
-    QTest::newRow("delete") << int(Qt::Key_Delete) << none << u"Excluir arquivo"_qs;
-    QTest::newRow("compact") << int(Qt::Key_F6) << none << u"Compactar cofre"_qs;
+    QTest::newRow("export") << int(Qt::Key_E) << control << u"Exportar arquivo"_s;
+    QTest::newRow("delete") << int(Qt::Key_Delete) << none << u"Excluir arquivo"_s;
+    QTest::newRow("compact") << int(Qt::Key_F6) << none << u"Compactar cofre"_s;
     QTest::newRow("open") << int(Qt::Key_Return) << none << QString();
 }
 
@@ -1352,8 +1352,8 @@ void TestFileCommands::shortcutsTriggerTheirCommand() {
     QFETCH(const QString, title);
     QVERIFY(openSample());
     QVERIFY(m_driver->activate());
-    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
-    const FakeDesktop desktop(u"file"_qs);
+    QVERIFY(m_driver->selectRow(u"a.txt"_s));
+    const FakeDesktop desktop(u"file"_s);
     if (!title.isEmpty()) {
         m_driver->dialogs.reject(title);
     }

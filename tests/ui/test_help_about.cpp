@@ -45,15 +45,15 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString CompilerName = QStringLiteral("Microsoft Visual C++ Runtime");
-const QString WindowsName = QStringLiteral("Microsoft Windows APIs");
+const QString CompilerName = u"Microsoft Visual C++ Runtime"_s;
+const QString WindowsName = u"Microsoft Windows APIs"_s;
 
 QString qtName() {
-    return QStringLiteral("Qt 6 Core/Widgets - ") + QString::fromLatin1(qVersion());
+    return u"Qt 6 Core/Widgets - "_s + QString::fromLatin1(qVersion());
 }
 
 QString sodiumName() {
-    return QStringLiteral("libsodium - ") + QString::fromLatin1(sodium_version_string());
+    return u"libsodium - "_s + QString::fromLatin1(sodium_version_string());
 }
 
 /// Takes the place of the desktop's browser and notes what it was asked to open.
@@ -61,8 +61,8 @@ class BrowserStandIn : public QObject {
     Q_OBJECT
 
 public:
-    BrowserStandIn() { QDesktopServices::setUrlHandler(u"https"_qs, this, "open"); }
-    ~BrowserStandIn() override { QDesktopServices::unsetUrlHandler(u"https"_qs); }
+    BrowserStandIn() { QDesktopServices::setUrlHandler(u"https"_s, this, "open"); }
+    ~BrowserStandIn() override { QDesktopServices::unsetUrlHandler(u"https"_s); }
     Q_DISABLE_COPY_MOVE(BrowserStandIn)
 
     QList<QUrl> opened;
@@ -82,7 +82,7 @@ QLabel* labelWith(const QWidget& dialog, const QString& start) {
 }
 
 QLabel* versionLabel(const QWidget& dialog) {
-    return labelWith(dialog, u"Tessel<br>"_qs);
+    return labelWith(dialog, u"Tessel<br>"_s);
 }
 
 QLabel* iconLabel(const QWidget& dialog) {
@@ -159,7 +159,7 @@ private Q_SLOTS:
 
 void TestHelpAbout::helpIsAModalDialogOfItsSize() {
     const HelpDialog dialog(nullptr);
-    QCOMPARE(dialog.windowTitle(), u"Ajuda do Tessel"_qs);
+    QCOMPARE(dialog.windowTitle(), u"Ajuda do Tessel"_s);
     QVERIFY(dialog.isModal());
     QCOMPARE(dialog.size(), QSize(760, 560));
 
@@ -172,7 +172,7 @@ void TestHelpAbout::helpIsAModalDialogOfItsSize() {
 }
 
 void TestHelpAbout::helpShowsTheGuideOfTheProgram() {
-    QFile page(u":/help/pt_BR/index.html"_qs);
+    QFile page(u":/help/pt_BR/index.html"_s);
     QVERIFY(page.open(QIODevice::ReadOnly));
     QTextDocument expected;
     expected.setHtml(QString::fromUtf8(page.readAll()));
@@ -180,7 +180,7 @@ void TestHelpAbout::helpShowsTheGuideOfTheProgram() {
     const HelpDialog dialog(nullptr);
     const QString shown = dialog.findChild<QTextBrowser*>()->toPlainText();
     QCOMPARE(shown, expected.toPlainText());
-    QVERIFY(shown.contains(u"Sem a senha não há nada a fazer."_qs));
+    QVERIFY(shown.contains(u"Sem a senha não há nada a fazer."_s));
 }
 
 void TestHelpAbout::helpShowsThePicturesAtTheirWidthOnThePage() {
@@ -212,7 +212,7 @@ void TestHelpAbout::helpFollowsLinksInsideTheGuide() {
     auto* viewer = dialog.findChild<QTextBrowser*>();
     const QString before = viewer->toPlainText();
     QCOMPARE(viewer->verticalScrollBar()->value(), 0);
-    viewer->setSource(QUrl(u"#senha"_qs));
+    viewer->setSource(QUrl(u"#senha"_s));
     QVERIFY(viewer->verticalScrollBar()->value() > 0);
     QCOMPARE(viewer->toPlainText(), before);
 }
@@ -221,14 +221,14 @@ void TestHelpAbout::helpFollowsLinksInsideTheGuide() {
 void TestHelpAbout::theGuideKeepsTheOnlyCopyOfAnEdit() {
     const HelpDialog dialog(nullptr);
     const QString guide = dialog.findChild<QTextBrowser*>()->toPlainText();
-    const qsizetype message = guide.indexOf(u"Não foi possível limpar a área temporária."_qs);
-    const qsizetype green = guide.indexOf(u"Verde:"_qs, message);
-    const qsizetype red = guide.indexOf(u"Vermelho:"_qs, green);
-    const qsizetype end = guide.indexOf(u"O Tessel foi encerrado sem bloquear o cofre."_qs, red);
+    const qsizetype message = guide.indexOf(u"Não foi possível limpar a área temporária."_s);
+    const qsizetype green = guide.indexOf(u"Verde:"_s, message);
+    const qsizetype red = guide.indexOf(u"Vermelho:"_s, green);
+    const qsizetype end = guide.indexOf(u"O Tessel foi encerrado sem bloquear o cofre."_s, red);
     QVERIFY(message >= 0 && message < green && green < red && red < end);
-    QVERIFY(!guide.mid(message, green - message).contains(u"apague"_qs));
-    QVERIFY(guide.mid(green, red - green).contains(u"não a apague"_qs));
-    QVERIFY(guide.mid(red, end - red).contains(u"apague"_qs));
+    QVERIFY(!guide.mid(message, green - message).contains(u"apague"_s));
+    QVERIFY(guide.mid(green, red - green).contains(u"não a apague"_s));
+    QVERIFY(guide.mid(red, end - red).contains(u"apague"_s));
 }
 
 /// Where a password is chosen, and in the chapter about it.
@@ -252,29 +252,29 @@ void TestHelpAbout::helpHasOnlyTheCloseButton() {
     auto* box = dialog.findChild<QDialogButtonBox*>();
     QCOMPARE(box->standardButtons(), QDialogButtonBox::Close);
     QCOMPARE(box->buttons().size(), 1);
-    QCOMPARE(box->button(QDialogButtonBox::Close)->text(), u"Fechar"_qs);
-    QVERIFY(pressButton(box, u"Fechar"_qs));
+    QCOMPARE(box->button(QDialogButtonBox::Close)->text(), u"Fechar"_s);
+    QVERIFY(pressButton(box, u"Fechar"_s));
     QVERIFY(!dialog.isVisible());
 }
 
 void TestHelpAbout::helpSaysWhenTheGuideIsMissing() {
     takeResourcesAway();
     const auto restore = qScopeGuard(bringResourcesBack);
-    QVERIFY(!QFile::exists(u":/help/pt_BR/index.html"_qs));
+    QVERIFY(!QFile::exists(u":/help/pt_BR/index.html"_s));
 
     QTextDocument expected;
     expected.setHtml(u"<h1>Ajuda indisponível</h1>"
-                     u"<p>Não foi possível carregar o arquivo de ajuda do Tessel.</p>"_qs);
+                     u"<p>Não foi possível carregar o arquivo de ajuda do Tessel.</p>"_s);
     const HelpDialog dialog(nullptr);
     const auto* viewer = dialog.findChild<QTextBrowser*>();
     QCOMPARE(viewer->toPlainText(),
-             u"Ajuda indisponível\nNão foi possível carregar o arquivo de ajuda do Tessel."_qs);
+             u"Ajuda indisponível\nNão foi possível carregar o arquivo de ajuda do Tessel."_s);
     QCOMPARE(viewer->toHtml(), expected.toHtml());
 }
 
 void TestHelpAbout::aboutIsAModalDialogOfItsSize() {
     const AboutDialog dialog(nullptr);
-    QCOMPARE(dialog.windowTitle(), u"Sobre o Tessel"_qs);
+    QCOMPARE(dialog.windowTitle(), u"Sobre o Tessel"_s);
     QVERIFY(dialog.isModal());
     QCOMPARE(dialog.size(), QSize(760, 520));
 }
@@ -290,8 +290,8 @@ void TestHelpAbout::aboutShowsIconAndTitle() {
 
     const auto* title = qobject_cast<QLabel*>(header->itemAt(1)->widget());
     QVERIFY(title);
-    QCOMPARE(title->text(), u"Tessel"_qs);
-    QCOMPARE(title->styleSheet(), u"color: #0B4F8A;"_qs);
+    QCOMPARE(title->text(), u"Tessel"_s);
+    QCOMPARE(title->styleSheet(), u"color: #0B4F8A;"_s);
     QCOMPARE(title->font().pointSize(), dialog.font().pointSize() + 16);
     QCOMPARE(static_cast<int>(title->font().weight()), 600);
 
@@ -303,7 +303,7 @@ void TestHelpAbout::aboutShowsIconAndTitle() {
     QCOMPARE(icon->maximumSize(), QSize(side, side));
     QCOMPARE(icon->alignment(), Qt::AlignLeft | Qt::AlignVCenter);
     QCOMPARE(icon->pixmap(Qt::ReturnByValue).toImage(),
-             QIcon(u":/icons/Tessel.ico"_qs).pixmap(side, side).toImage());
+             QIcon(u":/icons/Tessel.ico"_s).pixmap(side, side).toImage());
     QCOMPARE(icon->pixmap(Qt::ReturnByValue).deviceIndependentSize(), QSizeF(side, side));
 }
 
@@ -317,7 +317,7 @@ void TestHelpAbout::aboutStandsInAGridWithTwoEqualColumns() {
     QCOMPARE(grid->columnStretch(0), grid->columnStretch(1));
     QCOMPARE(grid->itemAtPosition(1, 0)->widget(), versionLabel(dialog));
     QCOMPARE(grid->itemAtPosition(1, 0)->alignment(), Qt::AlignTop);
-    QCOMPARE(grid->itemAtPosition(1, 1)->widget(), labelWith(dialog, u"Ambiente de execução"_qs));
+    QCOMPARE(grid->itemAtPosition(1, 1)->widget(), labelWith(dialog, u"Ambiente de execução"_s));
     QCOMPARE(grid->itemAtPosition(1, 1)->alignment(), Qt::AlignTop);
 }
 
@@ -329,21 +329,21 @@ void TestHelpAbout::aboutIsLaidOutFromTopToBottom() {
     QVERIFY(qobject_cast<QGridLayout*>(layout->itemAt(0)->layout()));
     QCOMPARE(layout->itemAt(1)->sizeHint().height(), 10);
     QCOMPARE(layout->itemAt(2)->widget(),
-             labelWith(dialog, u"Componentes e bibliotecas relevantes:"_qs));
+             labelWith(dialog, u"Componentes e bibliotecas relevantes:"_s));
     QCOMPARE(layout->itemAt(3)->widget(), dialog.findChild<QListWidget*>());
     QCOMPARE(layout->itemAt(4)->sizeHint().height(), 8);
-    QCOMPARE(layout->itemAt(5)->widget(), labelWith(dialog, u"Detalhes do componente:"_qs));
+    QCOMPARE(layout->itemAt(5)->widget(), labelWith(dialog, u"Detalhes do componente:"_s));
     QCOMPARE(layout->itemAt(6)->widget(), dialog.findChild<QTextEdit*>());
-    QCOMPARE(layout->itemAt(7)->widget(), labelWith(dialog, u"O Tessel é software livre"_qs));
+    QCOMPARE(layout->itemAt(7)->widget(), labelWith(dialog, u"O Tessel é software livre"_s));
     QCOMPARE(layout->itemAt(8)->widget(), dialog.findChild<QDialogButtonBox*>());
 }
 
 void TestHelpAbout::aboutNamesTheVersion_data() {
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("line");
-    QTest::newRow("of the application") << u"2.7.1"_qs << u"Tessel<br>Versão 2.7.1<br>"_qs;
-    QTest::newRow("none") << QString() << u"Tessel<br>Versão 1.0.0<br>"_qs;
-    QTest::newRow("with mark-up") << u"<b>&"_qs << u"Tessel<br>Versão &lt;b&gt;&amp;<br>"_qs;
+    QTest::newRow("of the application") << u"2.7.1"_s << u"Tessel<br>Versão 2.7.1<br>"_s;
+    QTest::newRow("none") << QString() << u"Tessel<br>Versão 1.0.0<br>"_s;
+    QTest::newRow("with mark-up") << u"<b>&"_s << u"Tessel<br>Versão &lt;b&gt;&amp;<br>"_s;
 }
 
 void TestHelpAbout::aboutNamesTheVersion() {
@@ -368,19 +368,19 @@ void TestHelpAbout::aboutNamesTheOwner() {
     QVERIFY(!label->openExternalLinks());
 
     const QString address = QStringLiteral(TESSEL_HOMEPAGE_URL);
-    const QStringList lines = label->text().split(u"<br>"_qs);
+    const QStringList lines = label->text().split(u"<br>"_s);
     QCOMPARE(lines.size(), 4);
-    QCOMPARE(lines.at(2), u"© 2026 %1 – <a href=\"%2\">%2</a>"_qs.arg(
+    QCOMPARE(lines.at(2), u"© 2026 %1 – <a href=\"%2\">%2</a>"_s.arg(
                               QStringLiteral(TESSEL_OWNER_NAME).toHtmlEscaped(), address));
-    QCOMPARE(lines.at(3), u"Direitos reservados nos termos da licença GPL-3.0-or-later."_qs);
+    QCOMPARE(lines.at(3), u"Direitos reservados nos termos da licença GPL-3.0-or-later."_s);
 }
 
 void TestHelpAbout::aboutNamesWhatItRunsOn() {
     const AboutDialog dialog(nullptr);
-    const QLabel* label = labelWith(dialog, u"Ambiente"_qs);
+    const QLabel* label = labelWith(dialog, u"Ambiente"_s);
     QVERIFY(label);
-    QCOMPARE(label->text(), u"Ambiente de execução\n"_qs + QSysInfo::prettyProductName() +
-                                u"\nQt "_qs + QString::fromLatin1(qVersion()) + u"\n"_qs +
+    QCOMPARE(label->text(), u"Ambiente de execução\n"_s + QSysInfo::prettyProductName() +
+                                u"\nQt "_s + QString::fromLatin1(qVersion()) + u"\n"_s +
                                 QSysInfo::currentCpuArchitecture());
 }
 
@@ -420,7 +420,7 @@ void TestHelpAbout::aboutShowsTheDetails_data() {
            u"O Qt é usado sob a GNU Lesser General Public License, versão 3 (LGPLv3), com "
            u"vinculação dinâmica. © The Qt Company Ltd. e outros colaboradores. Qt é marca "
            u"registrada da The Qt Company Ltd. e de suas subsidiárias.\n"
-           u"Prefixo de instalação do Qt detectado em tempo de execução:\n"_qs +
+           u"Prefixo de instalação do Qt detectado em tempo de execução:\n"_s +
                QLibraryInfo::path(QLibraryInfo::PrefixPath);
     QTest::newRow("libsodium")
         << sodiumName()
@@ -428,19 +428,19 @@ void TestHelpAbout::aboutShowsTheDetails_data() {
            u"Biblioteca criptográfica usada para Argon2id e XChaCha20-Poly1305.\n"
            u"Licença: ISC License. © 2013-2017 Frank Denis.\n"
            u"Ao distribuir binários da libsodium, mantenha o aviso de direitos autorais e o texto "
-           u"da licença ISC."_qs;
+           u"da licença ISC."_s;
     QTest::newRow("compiler runtime")
         << CompilerName
         << u"Microsoft Visual C++ Runtime\n"
            u"Compilações do Tessel feitas com o compilador Microsoft Visual C++ precisam das "
            u"bibliotecas de execução desse compilador, distribuídas segundo os termos de "
-           u"redistribuição da Microsoft."_qs;
+           u"redistribuição da Microsoft."_s;
     QTest::newRow("Windows")
         << WindowsName
         << u"Microsoft Windows APIs\n"
            u"No Windows, o Tessel usa as APIs do Windows para detectar unidades removíveis e "
            u"integrar-se à área de trabalho. Elas fazem parte da plataforma do sistema "
-           u"operacional."_qs;
+           u"operacional."_s;
 }
 
 void TestHelpAbout::aboutShowsTheDetails() {
@@ -457,10 +457,10 @@ void TestHelpAbout::aboutShowsTheDetails() {
 
 void TestHelpAbout::aboutShowsNothingForWhatIsNotListed_data() {
     QTest::addColumn<QString>("name");
-    QTest::newRow("unknown") << u"libfoo"_qs;
+    QTest::newRow("unknown") << u"libfoo"_s;
     QTest::newRow("empty") << QString();
     QTest::newRow("other letter case") << WindowsName.toUpper();
-    QTest::newRow("only the beginning") << u"libsodium"_qs;
+    QTest::newRow("only the beginning") << u"libsodium"_s;
 }
 
 void TestHelpAbout::aboutShowsNothingForWhatIsNotListed() {
@@ -479,7 +479,7 @@ void TestHelpAbout::aboutListIsTight() {
     QCOMPARE(list->minimumHeight(), 82);
     QCOMPARE(list->spacing(), 0);
     QVERIFY(!list->uniformItemSizes());
-    QCOMPARE(list->styleSheet(), u"QListWidget::item { padding: 0px; margin: 0px; }"_qs);
+    QCOMPARE(list->styleSheet(), u"QListWidget::item { padding: 0px; margin: 0px; }"_s);
 
     QFont large = list->font();
     large.setPointSize(31);
@@ -498,12 +498,12 @@ void TestHelpAbout::aboutDetailsCannotBeChanged() {
     QVERIFY(details->isReadOnly());
     QCOMPARE(details->minimumHeight(), 104);
     QCOMPARE(details->document()->documentMargin(), 4.0);
-    QCOMPARE(details->styleSheet(), u"QTextEdit { padding: 0px; }"_qs);
+    QCOMPARE(details->styleSheet(), u"QTextEdit { padding: 0px; }"_s);
 }
 
 void TestHelpAbout::aboutGivesTheLegalNotice() {
     const AboutDialog dialog(nullptr);
-    const QLabel* notice = labelWith(dialog, u"O Tessel é software livre"_qs);
+    const QLabel* notice = labelWith(dialog, u"O Tessel é software livre"_s);
     QVERIFY(notice);
     QVERIFY(notice->wordWrap());
     QCOMPARE(notice->text(),
@@ -511,7 +511,7 @@ void TestHelpAbout::aboutGivesTheLegalNotice() {
              u"General Public License, versão 3 ou, a seu critério, qualquer versão posterior. É "
              u"distribuído SEM NENHUMA GARANTIA, na extensão permitida pela lei. O Tessel também "
              u"usa a biblioteca libcrypto do OpenSSL (Apache License 2.0) para calcular o resumo "
-             u"dos arquivos. As marcas citadas pertencem aos respectivos titulares."_qs);
+             u"dos arquivos. As marcas citadas pertencem aos respectivos titulares."_s);
 }
 
 void TestHelpAbout::aboutNeedsNoScrollingAtItsSize() {
@@ -531,10 +531,10 @@ void TestHelpAbout::aboutHasOnlyTheCloseButton() {
     dialog.show();
     auto* box = dialog.findChild<QDialogButtonBox*>();
     QCOMPARE(box->buttons().size(), 1);
-    QCOMPARE(box->buttons().constFirst()->text(), u"Fechar"_qs);
+    QCOMPARE(box->buttons().constFirst()->text(), u"Fechar"_s);
     QCOMPARE(box->buttonRole(box->buttons().constFirst()), QDialogButtonBox::AcceptRole);
     const QSignalSpy accepted(&dialog, &QDialog::accepted);
-    QVERIFY(pressButton(box, u"Fechar"_qs));
+    QVERIFY(pressButton(box, u"Fechar"_s));
     QCOMPARE(accepted.size(), 1);
     QVERIFY(!dialog.isVisible());
 }
@@ -543,9 +543,9 @@ void TestHelpAbout::theMenuOpensTheDialog_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("className");
-    QTest::newRow("help") << u"Ajuda"_qs << u"Ajuda do Tessel"_qs << u"Tessel::UI::HelpDialog"_qs;
-    QTest::newRow("about") << u"Sobre o Tessel"_qs << u"Sobre o Tessel"_qs
-                           << u"Tessel::UI::AboutDialog"_qs;
+    QTest::newRow("help") << u"Ajuda"_s << u"Ajuda do Tessel"_s << u"Tessel::UI::HelpDialog"_s;
+    QTest::newRow("about") << u"Sobre o Tessel"_s << u"Sobre o Tessel"_s
+                           << u"Tessel::UI::AboutDialog"_s;
 }
 
 void TestHelpAbout::theMenuOpensTheDialog() {
@@ -555,20 +555,20 @@ void TestHelpAbout::theMenuOpensTheDialog() {
     WindowDriver driver;
     driver.dialogs.handle(title, [&driver](QDialog* dialog) {
         QCOMPARE(dialog->parentWidget(), &driver.window);
-        QVERIFY(pressButton(dialog, u"Fechar"_qs));
+        QVERIFY(pressButton(dialog, u"Fechar"_s));
     });
     driver.action(command)->trigger();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QCOMPARE(driver.dialogs.seen().size(), 1);
     QCOMPARE(driver.dialogs.seen().constFirst().className, className);
-    QCOMPARE(driver.dialogs.seen().constFirst().buttons, QStringList{u"Fechar"_qs});
+    QCOMPARE(driver.dialogs.seen().constFirst().buttons, QStringList{u"Fechar"_s});
     QVERIFY(driver.window.findChildren<QDialog*>().isEmpty());
 }
 
 void TestHelpAbout::theMenuOpensTheOfficialPage() {
     const BrowserStandIn browser;
     const WindowDriver driver;
-    driver.action(u"Visitar a página oficial do Tessel"_qs)->trigger();
+    driver.action(u"Visitar a página oficial do Tessel"_s)->trigger();
     QCOMPARE(browser.opened, QList<QUrl>{QUrl(QStringLiteral(TESSEL_HOMEPAGE_URL))});
 }
 

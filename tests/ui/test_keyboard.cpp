@@ -24,7 +24,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 
 } // namespace
 
@@ -76,9 +76,9 @@ private:
 
 bool TestKeyboard::openSample() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFolder(u"docs/sub"_qs);
-    crafted.addFile(u"a.txt"_qs, "aaaa").addFile(u"b.bin"_qs, "b").addFile(u"docs/c.txt"_qs, "c");
-    const QString path = m_folder->filePath(u"t.tvlt"_qs);
+    crafted.addFolder(u"docs"_s).addFolder(u"docs/sub"_s);
+    crafted.addFile(u"a.txt"_s, "aaaa").addFile(u"b.bin"_s, "b").addFile(u"docs/c.txt"_s, "c");
+    const QString path = m_folder->filePath(u"t.tvlt"_s);
     return crafted.writeTo(path) && m_driver->openVault(path, Password) && m_driver->activate();
 }
 
@@ -121,26 +121,26 @@ QStringList TestKeyboard::entriesOfMenuShownBy(const std::function<void()>& open
 
 void TestKeyboard::arrowsChooseARow() {
     QVERIFY(openSample());
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs, u"b.bin"_qs}));
-    for (const QString& name : {u"docs"_qs, u"a.txt"_qs, u"b.bin"_qs, u"b.bin"_qs}) {
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"b.bin"_s}));
+    for (const QString& name : {u"docs"_s, u"a.txt"_s, u"b.bin"_s, u"b.bin"_s}) {
         press(Qt::Key_Down);
         QCOMPARE(currentName(), name);
     }
-    for (const QString& name : {u"a.txt"_qs, u"docs"_qs, u"docs"_qs}) {
+    for (const QString& name : {u"a.txt"_s, u"docs"_s, u"docs"_s}) {
         press(Qt::Key_Up);
         QCOMPARE(currentName(), name);
     }
-    QVERIFY(m_driver->action(u"Renomear pasta..."_qs)->isEnabled());
-    QVERIFY(!m_driver->action(u"Abrir"_qs)->isEnabled());
+    QVERIFY(m_driver->action(u"Renomear pasta..."_s)->isEnabled());
+    QVERIFY(!m_driver->action(u"Abrir"_s)->isEnabled());
 }
 
 void TestKeyboard::firstArrowBeginsAtAnEnd_data() {
     QTest::addColumn<int>("key");
     QTest::addColumn<QString>("name");
-    QTest::newRow("down") << int{Qt::Key_Down} << u"docs"_qs;
-    QTest::newRow("up") << int{Qt::Key_Up} << u"b.bin"_qs;
-    QTest::newRow("home") << int{Qt::Key_Home} << u"docs"_qs;
-    QTest::newRow("end") << int{Qt::Key_End} << u"b.bin"_qs;
+    QTest::newRow("down") << int{Qt::Key_Down} << u"docs"_s;
+    QTest::newRow("up") << int{Qt::Key_Up} << u"b.bin"_s;
+    QTest::newRow("home") << int{Qt::Key_Home} << u"docs"_s;
+    QTest::newRow("end") << int{Qt::Key_End} << u"b.bin"_s;
 }
 
 void TestKeyboard::firstArrowBeginsAtAnEnd() {
@@ -155,9 +155,9 @@ void TestKeyboard::firstArrowBeginsAtAnEnd() {
 void TestKeyboard::longListMovesByPagesAndEnds() {
     CraftedContainer crafted;
     for (int i = 100; i < 300; ++i) {
-        crafted.addFile(QStringLiteral("%1.txt").arg(i), "x");
+        crafted.addFile(u"%1.txt"_s.arg(i), "x");
     }
-    const QString path = m_folder->filePath(u"long.tvlt"_qs);
+    const QString path = m_folder->filePath(u"long.tvlt"_s);
     QVERIFY(crafted.writeTo(path) && m_driver->openVault(path, Password) && m_driver->activate());
     const QTableWidget* table = m_driver->table();
     const auto currentIsVisible = [table] {
@@ -166,14 +166,14 @@ void TestKeyboard::longListMovesByPagesAndEnds() {
     };
 
     press(Qt::Key_End);
-    QCOMPARE(currentName(), u"299.txt"_qs);
+    QCOMPARE(currentName(), u"299.txt"_s);
     QTRY_VERIFY(currentIsVisible());
     press(Qt::Key_PageUp);
     const int pageUp = 199 - table->currentRow();
     QVERIFY(pageUp > 1 && pageUp < 199);
     QTRY_VERIFY(currentIsVisible());
     press(Qt::Key_Home);
-    QCOMPARE(currentName(), u"100.txt"_qs);
+    QCOMPARE(currentName(), u"100.txt"_s);
     press(Qt::Key_PageDown);
     QCOMPARE(table->currentRow(), pageUp);
     QTRY_VERIFY(currentIsVisible());
@@ -191,34 +191,34 @@ void TestKeyboard::enterOpensFoldersAndFiles() {
         press(static_cast<Qt::Key>(key),
               key == Qt::Key_Enter ? Qt::KeypadModifier : Qt::NoModifier);
     };
-    FakeDesktop desktop(u"file"_qs);
+    FakeDesktop desktop(u"file"_s);
     QVERIFY(openSample());
     enter(); // no row: nothing
     QCOMPARE(m_driver->rowNames().size(), 3);
     press(Qt::Key_Down);
     enter();
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"sub"_qs, u"c.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"sub"_s, u"c.txt"_s}));
     press(Qt::Key_End);
     enter();
     QCOMPARE(desktop.opened.size(), 1);
     QVERIFY(desktop.opened.first().path().endsWith(u"/docs/c.txt"));
     press(Qt::Key_Home);
     enter();
-    QCOMPARE(m_driver->rowNames().first(), u"docs"_qs);
+    QCOMPARE(m_driver->rowNames().first(), u"docs"_s);
 }
 
 void TestKeyboard::backspaceLeavesAFolder() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    QVERIFY(m_driver->activateRow(u"sub"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList(u".."_qs));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    QVERIFY(m_driver->activateRow(u"sub"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList(u".."_s));
     press(Qt::Key_Backspace);
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"sub"_qs, u"c.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"sub"_s, u"c.txt"_s}));
     press(Qt::Key_Backspace);
-    QCOMPARE(m_driver->rowNames().first(), u"docs"_qs);
+    QCOMPARE(m_driver->rowNames().first(), u"docs"_s);
     press(Qt::Key_Down);
     press(Qt::Key_Backspace); // the root has no parent, and the row stays chosen
-    QCOMPARE(currentName(), u"docs"_qs);
+    QCOMPARE(currentName(), u"docs"_s);
 }
 
 void TestKeyboard::leftAndRightStepThroughSorting() {
@@ -241,17 +241,17 @@ void TestKeyboard::leftAndRightStepThroughSorting() {
         press(Qt::Key_Left);
     }
     QCOMPARE(indicator(), steps.at(2));
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"b.bin"_qs, u"a.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"b.bin"_s, u"a.txt"_s}));
 }
 
 bool TestKeyboard::openNames() {
     CraftedContainer crafted;
-    crafted.addFolder(u"Beta"_qs);
-    for (const QString& name : {u"alfa.txt"_qs, u"azul.txt"_qs, u"beta dois.txt"_qs, u"beta.txt"_qs,
-                                u"maçã.txt"_qs, u"Álbum.jpg"_qs}) {
+    crafted.addFolder(u"Beta"_s);
+    for (const QString& name : {u"alfa.txt"_s, u"azul.txt"_s, u"beta dois.txt"_s, u"beta.txt"_s,
+                                u"maçã.txt"_s, u"Álbum.jpg"_s}) {
         crafted.addFile(name, "x");
     }
-    const QString path = m_folder->filePath(u"names.tvlt"_qs);
+    const QString path = m_folder->filePath(u"names.tvlt"_s);
     return crafted.writeTo(path) && m_driver->openVault(path, Password) && m_driver->activate();
 }
 
@@ -261,25 +261,25 @@ void TestKeyboard::lettersChooseTheRowThatBeginsWithThem_data() {
     const auto row = [](const QString& letters, const QString& name) {
         QTest::newRow(qPrintable(letters)) << letters << name;
     };
-    row(u"a"_qs, u"alfa.txt"_qs);
-    row(u"az"_qs, u"azul.txt"_qs);
-    row(u"AZ"_qs, u"azul.txt"_qs);
-    row(u"al"_qs, u"alfa.txt"_qs);
-    row(u"alb"_qs, u"Álbum.jpg"_qs);
-    row(u"álb"_qs, u"Álbum.jpg"_qs);
-    row(u"a\u0301lb"_qs, u"Álbum.jpg"_qs);
-    row(u"maca"_qs, u"maçã.txt"_qs);
-    row(u"b"_qs, u"Beta"_qs);
-    row(u"beta "_qs, u"beta dois.txt"_qs);
-    row(u"beta."_qs, u"beta.txt"_qs);
+    row(u"a"_s, u"alfa.txt"_s);
+    row(u"az"_s, u"azul.txt"_s);
+    row(u"AZ"_s, u"azul.txt"_s);
+    row(u"al"_s, u"alfa.txt"_s);
+    row(u"alb"_s, u"Álbum.jpg"_s);
+    row(u"álb"_s, u"Álbum.jpg"_s);
+    row(u"a\u0301lb"_s, u"Álbum.jpg"_s);
+    row(u"maca"_s, u"maçã.txt"_s);
+    row(u"b"_s, u"Beta"_s);
+    row(u"beta "_s, u"beta dois.txt"_s);
+    row(u"beta."_s, u"beta.txt"_s);
     // The same letter again goes on, and from the end to the top.
-    row(u"bb"_qs, u"beta dois.txt"_qs);
-    row(u"bbb"_qs, u"beta.txt"_qs);
-    row(u"bbbb"_qs, u"Beta"_qs);
-    row(u"aáA"_qs, u"Álbum.jpg"_qs);
+    row(u"bb"_s, u"beta dois.txt"_s);
+    row(u"bbb"_s, u"beta.txt"_s);
+    row(u"bbbb"_s, u"Beta"_s);
+    row(u"aáA"_s, u"Álbum.jpg"_s);
     // Letters that no name begins with leave the row.
-    row(u"azq"_qs, u"azul.txt"_qs);
-    row(u"q"_qs, QString());
+    row(u"azq"_s, u"azul.txt"_s);
+    row(u"q"_s, QString());
 }
 
 void TestKeyboard::lettersChooseTheRowThatBeginsWithThem() {
@@ -288,63 +288,63 @@ void TestKeyboard::lettersChooseTheRowThatBeginsWithThem() {
     QVERIFY(openNames());
     type(letters);
     QCOMPARE(currentName(), name);
-    QCOMPARE(m_driver->statusMessage(), u"Procurar: "_qs + letters);
-    QCOMPARE(m_driver->action(u"Excluir..."_qs)->isEnabled(), name.contains(u'.'));
+    QCOMPARE(m_driver->statusMessage(), u"Procurar: "_s + letters);
+    QCOMPARE(m_driver->action(u"Excluir..."_s)->isEnabled(), name.contains(u'.'));
 }
 
 void TestKeyboard::lettersGoOnFromTheCurrentRow() {
     QVERIFY(openNames());
-    QVERIFY(m_driver->selectRow(u"beta dois.txt"_qs));
-    type(u"a"_qs);
-    QCOMPARE(currentName(), u"Álbum.jpg"_qs);
+    QVERIFY(m_driver->selectRow(u"beta dois.txt"_s));
+    type(u"a"_s);
+    QCOMPARE(currentName(), u"Álbum.jpg"_s);
     press(Qt::Key_Home);
     press(Qt::Key_B, Qt::ShiftModifier);
-    QCOMPARE(currentName(), u"beta dois.txt"_qs);
+    QCOMPARE(currentName(), u"beta dois.txt"_s);
 }
 
 void TestKeyboard::pauseEndsWhatWasTyped() {
     QVERIFY(openNames());
-    type(u"az"_qs);
+    type(u"az"_s);
     QTRY_COMPARE(m_driver->statusMessage(), QString());
-    type(u"m"_qs);
-    QCOMPARE(currentName(), u"maçã.txt"_qs);
-    QCOMPARE(m_driver->statusMessage(), u"Procurar: m"_qs);
+    type(u"m"_s);
+    QCOMPARE(currentName(), u"maçã.txt"_s);
+    QCOMPARE(m_driver->statusMessage(), u"Procurar: m"_s);
 }
 
 void TestKeyboard::escapeForgetsWhatWasTyped() {
     QVERIFY(openNames());
-    type(u"az"_qs);
+    type(u"az"_s);
     press(Qt::Key_Escape);
     QCOMPARE(m_driver->statusMessage(), QString());
-    QCOMPARE(currentName(), u"azul.txt"_qs);
-    type(u"m"_qs);
-    QCOMPARE(currentName(), u"maçã.txt"_qs);
+    QCOMPARE(currentName(), u"azul.txt"_s);
+    type(u"m"_s);
+    QCOMPARE(currentName(), u"maçã.txt"_s);
 }
 
 void TestKeyboard::otherKeysEndWhatWasTyped() {
     QVERIFY(openNames());
-    type(u"az"_qs);
+    type(u"az"_s);
     press(Qt::Key_Home);
     QCOMPARE(m_driver->statusMessage(), QString());
-    type(u"m"_qs);
-    QCOMPARE(currentName(), u"maçã.txt"_qs);
+    type(u"m"_s);
+    QCOMPARE(currentName(), u"maçã.txt"_s);
 }
 
 void TestKeyboard::spaceIsALetterOnlyWhileTyping() {
     QVERIFY(openNames());
-    type(u" "_qs);
+    type(u" "_s);
     QVERIFY(!m_driver->statusMessage().startsWith(u"Procurar"));
     QCOMPARE(m_driver->table()->currentRow(), -1);
-    type(u"beta d"_qs);
-    QCOMPARE(currentName(), u"beta dois.txt"_qs);
+    type(u"beta d"_s);
+    QCOMPARE(currentName(), u"beta dois.txt"_s);
 }
 
 void TestKeyboard::resultIsNotTakenForLetters() {
     QVERIFY(openNames());
-    type(u"a"_qs);
-    m_driver->window.setStatusMessage(u"outra"_qs, 0);
+    type(u"a"_s);
+    m_driver->window.setStatusMessage(u"outra"_s, 0);
     press(Qt::Key_Escape);
-    QCOMPARE(m_driver->statusMessage(), u"outra"_qs);
+    QCOMPARE(m_driver->statusMessage(), u"outra"_s);
 }
 
 void TestKeyboard::deletionKeepsThePlaceForTheKeys_data() {
@@ -353,12 +353,12 @@ void TestKeyboard::deletionKeepsThePlaceForTheKeys_data() {
     QTest::addColumn<QString>("name");
     const int down = Qt::Key_Down;
     const int up = Qt::Key_Up;
-    QTest::newRow("down") << u"azul.txt"_qs << down << u"beta dois.txt"_qs;
-    QTest::newRow("up") << u"azul.txt"_qs << up << u"alfa.txt"_qs;
-    QTest::newRow("down from the last row") << u"Álbum.jpg"_qs << down << u"maçã.txt"_qs;
-    QTest::newRow("up from the last row") << u"Álbum.jpg"_qs << up << u"maçã.txt"_qs;
-    QTest::newRow("down from a folder") << u"Beta"_qs << down << u"alfa.txt"_qs;
-    QTest::newRow("up from a folder") << u"Beta"_qs << up << u"alfa.txt"_qs;
+    QTest::newRow("down") << u"azul.txt"_s << down << u"beta dois.txt"_s;
+    QTest::newRow("up") << u"azul.txt"_s << up << u"alfa.txt"_s;
+    QTest::newRow("down from the last row") << u"Álbum.jpg"_s << down << u"maçã.txt"_s;
+    QTest::newRow("up from the last row") << u"Álbum.jpg"_s << up << u"maçã.txt"_s;
+    QTest::newRow("down from a folder") << u"Beta"_s << down << u"alfa.txt"_s;
+    QTest::newRow("up from a folder") << u"Beta"_s << up << u"alfa.txt"_s;
 }
 
 void TestKeyboard::deletionKeepsThePlaceForTheKeys() {
@@ -367,8 +367,8 @@ void TestKeyboard::deletionKeepsThePlaceForTheKeys() {
     QFETCH(const QString, name);
     QVERIFY(openNames() && m_driver->selectRow(deleted));
     const bool isFolder = deleted == u"Beta";
-    m_driver->dialogs.press(isFolder ? u"Excluir pasta"_qs : u"Excluir arquivo"_qs, u"Sim"_qs);
-    m_driver->action(isFolder ? u"Excluir pasta vazia"_qs : u"Excluir..."_qs)->trigger();
+    m_driver->dialogs.press(isFolder ? u"Excluir pasta"_s : u"Excluir arquivo"_s, u"Sim"_s);
+    m_driver->action(isFolder ? u"Excluir pasta vazia"_s : u"Excluir..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->table()->currentRow(), -1);
     press(static_cast<Qt::Key>(key));
@@ -426,16 +426,16 @@ void TestKeyboard::menuKeyShowsTheRowsMenu() {
         QApplication::sendEvent(m_driver->deviceList(), &event);
     });
     QCOMPARE(entries,
-             QStringList({u"Nova pasta..."_qs, u"Importar..."_qs, u"Exportar..."_qs, u"Abrir"_qs,
-                          u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs, u"Excluir..."_qs}));
-    QCOMPARE(currentName(), u"b.bin"_qs);
+             QStringList({u"Nova pasta..."_s, u"Importar..."_s, u"Exportar..."_s, u"Abrir"_s,
+                          u"Mover para pasta..."_s, u"Renomear arquivo..."_s, u"Excluir..."_s}));
+    QCOMPARE(currentName(), u"b.bin"_s);
 }
 
 void TestKeyboard::menuKeyWithoutARowChoosesNone() {
     QVERIFY(openSample());
     const QStringList entries =
         entriesOfMenuShownBy([&] { press(Qt::Key_F10, Qt::ShiftModifier); });
-    QCOMPARE(entries, QStringList({u"Nova pasta..."_qs, u"Importar..."_qs}));
+    QCOMPARE(entries, QStringList({u"Nova pasta..."_s, u"Importar..."_s}));
     QCOMPARE(m_driver->table()->currentRow(), -1);
 }
 
@@ -446,16 +446,16 @@ void TestKeyboard::f10OpensTheFirstMenu() {
             QVERIFY(openSample());
         }
         const QStringList entries = entriesOfMenuShownBy([&] { press(Qt::Key_F10); });
-        QCOMPARE(entries, QStringList(u"Sair"_qs));
+        QCOMPARE(entries, QStringList(u"Sair"_s));
     }
 }
 
 void TestKeyboard::shortcutsStayWhatTheyAre() {
     QVERIFY(openSample());
     press(Qt::Key_End);
-    m_driver->dialogs.press(u"Excluir arquivo"_qs, u"Não"_qs);
+    m_driver->dialogs.press(u"Excluir arquivo"_s, u"Não"_s);
     press(Qt::Key_Delete);
-    m_driver->dialogs.reject(u"Nova pasta"_qs);
+    m_driver->dialogs.reject(u"Nova pasta"_s);
     press(Qt::Key_N, Qt::ControlModifier | Qt::ShiftModifier);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     press(Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
@@ -478,7 +478,7 @@ void TestKeyboard::lockedVaultLeavesTheKeysToTheDeviceList() {
     QVERIFY(m_driver->activate());
     QListWidget* devices = m_driver->deviceList();
     devices->clear();
-    devices->addItems({u"um"_qs, u"dois"_qs});
+    devices->addItems({u"um"_s, u"dois"_s});
     devices->setFocus();
     press(Qt::Key_Down);
     press(Qt::Key_Down);
@@ -488,13 +488,13 @@ void TestKeyboard::lockedVaultLeavesTheKeysToTheDeviceList() {
 
     // Enter does what a double click on the drive does.
     devices->item(0)->setData(Qt::UserRole, m_folder->path());
-    m_driver->dialogs.press(u"Tessel"_qs, u"OK"_qs);
+    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
     press(Qt::Key_Return);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(m_driver->dialogs.lastText().startsWith(u"Nenhum tessel.tvlt foi encontrado em"));
-    QVERIFY(CraftedContainer().writeTo(m_folder->filePath(u"tessel.tvlt"_qs)));
+    QVERIFY(CraftedContainer().writeTo(m_folder->filePath(u"tessel.tvlt"_s)));
     press(Qt::Key_Return);
-    QCOMPARE(m_driver->label(u"containerLabel"_qs)->text(), u"Container: Tessel"_qs);
+    QCOMPARE(m_driver->label(u"containerLabel"_s)->text(), u"Container: Tessel"_s);
 }
 
 void TestKeyboard::focusNeverLeavesTheDeviceList() {

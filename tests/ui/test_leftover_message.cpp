@@ -21,11 +21,11 @@
 #include <memory>
 
 using namespace Tessel::Tests;
-using namespace Qt::StringLiterals;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = u"senha de teste"_qs;
+const QString Password = u"senha de teste"_s;
 
 /// The message box that is shown beside the window; nothing without one.
 QMessageBox* message() {
@@ -45,7 +45,7 @@ bool openCopy(const QString& container, bool edit) {
     static Tessel::Core::VaultManager vault;
     QString copy;
     return vault.unlockVault(container, Password.toUtf8()) &&
-           vault.prepareFileForEditing(u"a.txt"_qs, &copy) &&
+           vault.prepareFileForEditing(u"a.txt"_s, &copy) &&
            (!edit || writeFile(copy, "alterado, e mais longo"));
 }
 
@@ -65,7 +65,7 @@ private Q_SLOTS:
     void theProgramEndsBesideIt();
 
 private:
-    [[nodiscard]] QDir runs() const { return QDir(m_folder->filePath(u"Tessel"_qs)); }
+    [[nodiscard]] QDir runs() const { return QDir(m_folder->filePath(u"Tessel"_s)); }
     [[nodiscard]] QStringList workspaces() const {
         return runs().entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     }
@@ -79,9 +79,9 @@ void TestLeftoverMessage::init() {
     m_folder = std::make_unique<QTemporaryDir>();
     m_tmpdirBefore = qgetenv("TMPDIR");
     qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
-    m_container = m_folder->filePath(u"tessel.tvlt"_qs);
+    m_container = m_folder->filePath(u"tessel.tvlt"_s);
     CraftedContainer crafted;
-    crafted.addFile(u"a.txt"_qs, "como no cofre");
+    crafted.addFile(u"a.txt"_s, "como no cofre");
     QVERIFY(crafted.writeTo(m_container));
 }
 
@@ -107,11 +107,11 @@ void TestLeftoverMessage::itIsShownOnceAfterTheWindow() {
         window.show();
         QVERIFY(!message());
         QTRY_VERIFY(message());
-        QCOMPARE(message()->windowTitle(), u"Tessel"_qs);
+        QCOMPARE(message()->windowTitle(), u"Tessel"_s);
         QCOMPARE(message()->text(),
                  u"O Tessel foi encerrado sem bloquear o cofre. As cópias de arquivos abertos que "
                  "foram alteradas continuam em:\n\n%1\n\nImporte para o cofre o que quiser guardar "
-                 "e depois apague o que restar ali."_qs.arg(folder));
+                 "e depois apague o que restar ali."_s.arg(folder));
         QCOMPARE(message()->icon(), QMessageBox::Information);
         QCOMPARE(message()->parentWidget(), &window);
         // Once for a window, however often it is hidden and shown.
@@ -125,7 +125,7 @@ void TestLeftoverMessage::itIsShownOnceAfterTheWindow() {
     next.show();
     QCoreApplication::processEvents();
     QVERIFY(!message());
-    QCOMPARE(readFile(folder + u"/a.txt"_qs), QByteArray("alterado, e mais longo"));
+    QCOMPARE(readFile(folder + u"/a.txt"_s), QByteArray("alterado, e mais longo"));
 }
 
 void TestLeftoverMessage::nothingIsSaidOfUnchangedCopies() {
@@ -156,7 +156,7 @@ void TestLeftoverMessage::theWindowWorksBesideIt() {
     QTRY_VERIFY(message());
     QVERIFY(!message()->isModal());
     QVERIFY(driver.openVault(m_container, Password));
-    QCOMPARE(driver.rowNames(), QStringList(u"a.txt"_qs));
+    QCOMPARE(driver.rowNames(), QStringList(u"a.txt"_s));
     QVERIFY(driver.window.close());
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
 }
@@ -166,10 +166,10 @@ void TestLeftoverMessage::theProgramEndsBesideIt() {
     QVERIFY(run.isReady());
     run.kill();
     QProcess program;
-    program.start(QStringLiteral(TESSEL_PROGRAM), {u"-platform"_qs, u"offscreen"_qs});
+    program.start(QStringLiteral(TESSEL_PROGRAM), {u"-platform"_s, u"offscreen"_s});
     QVERIFY(program.waitForStarted());
     // The note says so as soon as the message is shown.
-    const QStringList notes = runs().entryList({u".*.lock"_qs}, QDir::Files | QDir::Hidden);
+    const QStringList notes = runs().entryList({u".*.lock"_s}, QDir::Files | QDir::Hidden);
     QCOMPARE(notes.size(), 1);
     QTRY_VERIFY_WITH_TIMEOUT(readFile(runs().filePath(notes.first())).endsWith("told\n"), 30000);
     QCOMPARE(::kill(static_cast<pid_t>(program.processId()), SIGTERM), 0);

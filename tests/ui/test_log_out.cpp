@@ -24,10 +24,11 @@
 #include <unistd.h>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 constexpr int PatienceMs = 10000;
 /// Where the session manager writes what it was answered.
 constexpr const char* LogVariable = "TESSEL_TEST_SESSION_LOG";
@@ -57,7 +58,7 @@ private Q_SLOTS:
     void aDialogThatIsOpenCancels();
 
 private:
-    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_qs); }
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_s); }
     /// What has been answered since the test began.
     [[nodiscard]] QStringList answers() const {
         return QString::fromLatin1(readFile(logPath()).mid(m_logBefore))
@@ -70,13 +71,13 @@ private:
 
 void TestLogOut::initTestCase() {
     // This program itself; each one that comes later has the next number.
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 takes part"_qs}, PatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 takes part"_s}, PatienceMs);
 }
 
 void TestLogOut::init() {
     m_folder = std::make_unique<QTemporaryDir>();
     CraftedContainer crafted;
-    QVERIFY(crafted.addFile(u"a.txt"_qs, "aaa").writeTo(containerPath()));
+    QVERIFY(crafted.addFile(u"a.txt"_s, "aaa").writeTo(containerPath()));
     m_logBefore = readFile(logPath()).size();
 }
 
@@ -89,14 +90,14 @@ void TestLogOut::theProgramAgreesAndEnds() {
     program.start(QStringLiteral(TESSEL_PROGRAM), QStringList());
     QVERIFY(program.waitForStarted());
     const auto end = qScopeGuard([&program] { program.kill(); });
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"2 takes part"_qs}, PatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"2 takes part"_s}, PatienceMs);
     askForTheEnd();
     // Nobody tells it to end: it ends because its window has been closed.
     QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, PatienceMs);
     QCOMPARE(program.exitStatus(), QProcess::NormalExit);
     QCOMPARE(program.exitCode(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(answers().contains(u"2 has ended"_qs), PatienceMs);
-    QVERIFY(answers().contains(u"2 agrees"_qs));
+    QTRY_VERIFY_WITH_TIMEOUT(answers().contains(u"2 has ended"_s), PatienceMs);
+    QVERIFY(answers().contains(u"2 agrees"_s));
 }
 
 void TestLogOut::anOpenVaultIsLockedFirst() {
@@ -104,7 +105,7 @@ void TestLogOut::anOpenVaultIsLockedFirst() {
     Tessel::UI::closeAtLogOut(*qApp, driver.window);
     QVERIFY(driver.openVault(containerPath(), Password));
     askForTheEnd();
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 agrees"_qs}, PatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 agrees"_s}, PatienceMs);
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
     driver.window.updateActions();
@@ -114,13 +115,12 @@ void TestLogOut::anOpenVaultIsLockedFirst() {
 void TestLogOut::aVaultThatCannotBeLockedCancels() {
     WindowDriver driver;
     Tessel::UI::closeAtLogOut(*qApp, driver.window);
-    QVERIFY(driver.openWithoutWayBack(containerPath(), Password, u"a.txt"_qs));
-    driver.dialogs.acceptWarning(u"Tessel"_qs);
+    QVERIFY(driver.openWithoutWayBack(containerPath(), Password, u"a.txt"_s));
+    driver.dialogs.acceptWarning(u"Tessel"_s);
     askForTheEnd();
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_qs, u"1 cannot"_qs}),
-                              PatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_s, u"1 cannot"_s}), PatienceMs);
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
-    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_s);
     QVERIFY(driver.window.isVisible());
     QVERIFY(driver.vaultIsOpen());
     QVERIFY(WindowDriver::bringBack(containerPath()));
@@ -131,13 +131,13 @@ void TestLogOut::aDialogThatIsOpenCancels() {
     WindowDriver driver;
     Tessel::UI::closeAtLogOut(*qApp, driver.window);
     QVERIFY(driver.openVault(containerPath(), Password));
-    driver.dialogs.handle(u"Nova pasta"_qs, [this](QDialog* dialog) {
+    driver.dialogs.handle(u"Nova pasta"_s, [this](QDialog* dialog) {
         const auto close = qScopeGuard([dialog] { dialog->reject(); });
         askForTheEnd();
-        QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_qs, u"1 cannot"_qs}),
+        QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_s, u"1 cannot"_s}),
                                   PatienceMs);
     });
-    driver.action(u"Nova pasta..."_qs)->trigger();
+    driver.action(u"Nova pasta..."_s)->trigger();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(driver.window.isVisible());
     QVERIFY(driver.vaultIsOpen());
@@ -153,7 +153,7 @@ int run(int argc, char** argv) {
     }
     // Only the X platform takes part in a session.
     if (!isOnOwnDisplay()) {
-        const QString log = QDir::temp().filePath(u"tessel-session-%1"_qs.arg(::getpid()));
+        const QString log = QDir::temp().filePath(u"tessel-session-%1"_s.arg(::getpid()));
         qputenv(LogVariable, QFile::encodeName(log));
         return startOnOwnDisplay(argc, argv, {sessionManager, QFile::encodeName(log)});
     }

@@ -42,12 +42,13 @@ using Tessel::Tests::FakeDesktop;
 using Tessel::Tests::ProgressProbe;
 using Tessel::Tests::WindowDriver;
 using Tessel::Tests::WindowTest;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
-const QString Title = QStringLiteral("Tessel");
-const QString PasswordTitle = QStringLiteral("Senha do cofre");
+const QString Password = u"senha de teste"_s;
+const QString Title = u"Tessel"_s;
+const QString PasswordTitle = u"Senha do cofre"_s;
 const QString UnlockFailure =
     QStringLiteral("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi "
                    "alterado.");
@@ -59,13 +60,12 @@ QStringList menuLines(const QMenu* menu, const QString& indent) {
     const QList<QAction*> actions = menu->actions();
     for (const QAction* action : actions) {
         if (action->isSeparator()) {
-            lines.append(indent + QStringLiteral("--"));
+            lines.append(indent + u"--"_s);
         } else if (action->menu() != nullptr) {
-            lines.append(indent + action->text() + QStringLiteral(" >"));
-            lines.append(menuLines(action->menu(), indent + QStringLiteral("  ")));
+            lines.append(indent + action->text() + u" >"_s);
+            lines.append(menuLines(action->menu(), indent + u"  "_s));
         } else {
-            lines.append(indent + action->text() +
-                         QStringLiteral(" [%1]").arg(action->shortcut().toString()));
+            lines.append(indent + action->text() + u" [%1]"_s.arg(action->shortcut().toString()));
         }
     }
     return lines;
@@ -171,7 +171,7 @@ private Q_SLOTS:
     void progressDialogCannotBeClosed();
 
 private:
-    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_s); }
     /// Writes a container with a folder and two files, and opens it.
     [[nodiscard]] bool openSample();
     [[nodiscard]] QStringList enabledActions() const;
@@ -181,7 +181,7 @@ private:
 
 bool TestMainWindowFrame::openSample() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "abc").addFile(u"docs/b.txt"_qs, "bcd");
+    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "abc").addFile(u"docs/b.txt"_s, "bcd");
     return crafted.writeTo(containerPath()) && m_driver->openVault(containerPath(), Password);
 }
 
@@ -208,9 +208,8 @@ void TestMainWindowFrame::addDevice(const QString& name, const QString& rootPath
 
 void TestMainWindowFrame::startsReady() {
     QCOMPARE(m_driver->window.windowTitle(), Title);
-    QCOMPARE(m_driver->result(), u"Pronto (0 ms)"_qs);
-    QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->text(),
-             u"Nenhum cofre em uso (aberto)"_qs);
+    QCOMPARE(m_driver->result(), u"Pronto (0 ms)"_s);
+    QCOMPARE(m_driver->label(u"protectedFilesLabel"_s)->text(), u"Nenhum cofre em uso (aberto)"_s);
     QCOMPARE(m_driver->table()->rowCount(), 0);
 }
 
@@ -253,10 +252,10 @@ void TestMainWindowFrame::widgetsStandInOrder() {
     QCOMPARE(layout->count(), 4);
     const auto* heading = qobject_cast<QLabel*>(layout->itemAt(0)->widget());
     QVERIFY(heading);
-    QCOMPARE(heading->text(), u"Dispositivos USB"_qs);
+    QCOMPARE(heading->text(), u"Dispositivos USB"_s);
     const auto* row = qobject_cast<QHBoxLayout*>(layout->itemAt(1)->layout());
     QVERIFY(row);
-    QCOMPARE(layout->itemAt(2)->widget(), m_driver->label(u"protectedFilesLabel"_qs));
+    QCOMPARE(layout->itemAt(2)->widget(), m_driver->label(u"protectedFilesLabel"_s));
     QCOMPARE(layout->itemAt(3)->widget(), m_driver->table());
 
     QCOMPARE(row->contentsMargins(), QMargins(0, 0, 0, 0));
@@ -279,7 +278,7 @@ void TestMainWindowFrame::deviceRowIsAsHighAsThreeLines() {
     const QLayout* row = m_driver->window.centralWidget()->layout()->itemAt(1)->layout();
     const auto* icon = qobject_cast<QLabel*>(row->itemAt(0)->widget());
     QCOMPARE(icon->size(), QSize(side, side));
-    const QImage picture = QIcon(u":/icons/Tessel.ico"_qs).pixmap(side, side).toImage();
+    const QImage picture = QIcon(u":/icons/Tessel.ico"_s).pixmap(side, side).toImage();
     QVERIFY(!picture.isNull());
     QCOMPARE(icon->pixmap().toImage(),
              picture.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation));
@@ -293,7 +292,7 @@ void TestMainWindowFrame::padlockButtonIsSetUp() {
     QCOMPARE(button->iconSize(), QSize(48, 48));
     QCOMPARE(
         button->styleSheet(),
-        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }QToolButton:pressed:enabled { background: #e2e2e2; }QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_qs);
+        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }QToolButton:pressed:enabled { background: #e2e2e2; }QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
 }
 
 void TestMainWindowFrame::tableIsSetUp() {
@@ -313,7 +312,7 @@ void TestMainWindowFrame::tableIsSetUp() {
     QVERIFY(table->verticalHeader()->isHidden());
     QCOMPARE(
         table->styleSheet(),
-        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }QTableWidget::item:focus { outline: none; }QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_qs);
+        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }QTableWidget::item:focus { outline: none; }QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
 }
 
 void TestMainWindowFrame::tableColumnsAreSetUp() {
@@ -325,8 +324,8 @@ void TestMainWindowFrame::tableColumnsAreSetUp() {
         texts.append(table->horizontalHeaderItem(column)->text());
         modes.append(header->sectionResizeMode(column));
     }
-    QCOMPARE(texts, QStringList({QString(), u"Nome do arquivo"_qs, u"Tamanho"_qs, u"Tipo"_qs,
-                                 u"Modificado em"_qs}));
+    QCOMPARE(texts, QStringList({QString(), u"Nome do arquivo"_s, u"Tamanho"_s, u"Tipo"_s,
+                                 u"Modificado em"_s}));
     QCOMPARE(modes, QList<QHeaderView::ResizeMode>({QHeaderView::Fixed, QHeaderView::Stretch,
                                                     QHeaderView::Fixed, QHeaderView::Fixed,
                                                     QHeaderView::Fixed}));
@@ -343,9 +342,9 @@ void TestMainWindowFrame::tableColumnsAreSetUp() {
 }
 
 void TestMainWindowFrame::statusBarHoldsFourWidgets() {
-    const QString padded = u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_qs;
-    const QLabel* container = m_driver->label(u"containerLabel"_qs);
-    QCOMPARE(container->text(), u"Container: nenhum"_qs);
+    const QString padded = u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_s;
+    const QLabel* container = m_driver->label(u"containerLabel"_s);
+    QCOMPARE(container->text(), u"Container: nenhum"_s);
     QCOMPARE(container->alignment(), Qt::AlignCenter);
     QCOMPARE(container->styleSheet(), padded);
     const QWidget* box = container->parentWidget();
@@ -353,22 +352,22 @@ void TestMainWindowFrame::statusBarHoldsFourWidgets() {
     const auto frames = box->findChildren<QFrame*>(QString(), Qt::FindDirectChildrenOnly);
     QCOMPARE(frames.size(), 2);
     QCOMPARE(frames.first()->width(), 1);
-    QCOMPARE(frames.first()->styleSheet(), u"QFrame { background-color: #c8c8c8; }"_qs);
+    QCOMPARE(frames.first()->styleSheet(), u"QFrame { background-color: #c8c8c8; }"_s);
     QVERIFY(frames.first()->x() < container->x());
 
-    const QLabel* version = m_driver->label(u"versionLabel"_qs);
-    QCOMPARE(version->text(), u"Versão 1.0.0"_qs);
+    const QLabel* version = m_driver->label(u"versionLabel"_s);
+    QCOMPARE(version->text(), u"Versão 1.0.0"_s);
     QCOMPARE(version->width(), 180);
     QCOMPARE(version->alignment(), Qt::AlignCenter);
     QCOMPARE(version->styleSheet(), padded);
 
-    const QLabel* date = m_driver->label(u"dateLabel"_qs);
+    const QLabel* date = m_driver->label(u"dateLabel"_s);
     QCOMPARE(date->text(), QDate::currentDate().toString(u"dd/MM/yyyy"));
     QCOMPARE(date->width(), 78);
     QCOMPARE(date->alignment(), Qt::AlignCenter);
-    QCOMPARE(date->styleSheet(), u"QLabel { font-size: 11px; }"_qs);
+    QCOMPARE(date->styleSheet(), u"QLabel { font-size: 11px; }"_s);
 
-    const QLabel* state = m_driver->label(u"vaultStateLabel"_qs);
+    const QLabel* state = m_driver->label(u"vaultStateLabel"_s);
     QCOMPARE(state->width(), 50);
     QCOMPARE(state->alignment(), Qt::AlignCenter);
 
@@ -380,8 +379,8 @@ void TestMainWindowFrame::statusBarHoldsFourWidgets() {
 
 void TestMainWindowFrame::menusLeaveTheMessage_data() {
     QTest::addColumn<QString>("message");
-    QTest::newRow("ready") << u"Pronto"_qs;
-    QTest::newRow("result") << u"Container selecionado."_qs;
+    QTest::newRow("ready") << u"Pronto"_s;
+    QTest::newRow("result") << u"Container selecionado."_s;
 }
 
 void TestMainWindowFrame::menusLeaveTheMessage() {
@@ -403,12 +402,12 @@ void TestMainWindowFrame::menusLeaveTheMessage() {
 }
 
 void TestMainWindowFrame::messagesLeaveTheStatusBarsWidgetsInSight() {
-    QCOMPARE(m_driver->statusMessage(), u"Pronto"_qs);
+    QCOMPARE(m_driver->statusMessage(), u"Pronto"_s);
     // The first message came before the window did; one that comes later takes more away.
-    for (const QString& message : {u"Pronto"_qs, u"Container selecionado."_qs}) {
+    for (const QString& message : {u"Pronto"_s, u"Container selecionado."_s}) {
         m_driver->window.setStatusMessage(message, 0);
         for (const QString& name :
-             {u"containerLabel"_qs, u"versionLabel"_qs, u"dateLabel"_qs, u"vaultStateLabel"_qs}) {
+             {u"containerLabel"_s, u"versionLabel"_s, u"dateLabel"_s, u"vaultStateLabel"_s}) {
             const QLabel* label = m_driver->label(name);
             QVERIFY2(label->isVisible(), qPrintable(name));
             QVERIFY2(!label->visibleRegion().isEmpty(), qPrintable(name));
@@ -424,43 +423,43 @@ void TestMainWindowFrame::menuBarHoldsTheMenusInOrder() {
     for (const QAction* action : actions) {
         titles.append(action->text());
     }
-    QCOMPARE(titles, QStringList({u"Arquivo"_qs, u"USB"_qs, u"Sobre"_qs}));
+    QCOMPARE(titles, QStringList({u"Arquivo"_s, u"USB"_s, u"Sobre"_s}));
 }
 
 void TestMainWindowFrame::menusHoldActionsInOrder_data() {
     QTest::addColumn<int>("menu");
     QTest::addColumn<QStringList>("lines");
-    QTest::newRow("Arquivo") << 0 << QStringList({u"Sair [Ctrl+Q]"_qs});
+    QTest::newRow("Arquivo") << 0 << QStringList({u"Sair [Ctrl+Q]"_s});
     QTest::newRow("USB") << 1
-                         << QStringList({u"Dispositivos >"_qs,
-                                         u"  Atualizar lista [Ctrl+F5]"_qs,
-                                         u"Container >"_qs,
-                                         u"  Escolher container... [Ctrl+O]"_qs,
-                                         u"  Criar novo cofre... [Ctrl+N]"_qs,
-                                         u"  --"_qs,
-                                         u"  Fazer backup... [Ctrl+B]"_qs,
-                                         u"  --"_qs,
-                                         u"  Alterar senha... [Ctrl+P]"_qs,
-                                         u"Acesso ao cofre >"_qs,
-                                         u"  Desbloquear [Ctrl+L]"_qs,
-                                         u"  Bloquear [Ctrl+Shift+L]"_qs,
-                                         u"  Arquivos protegidos >"_qs,
-                                         u"    Nova pasta... [Ctrl+Shift+N]"_qs,
-                                         u"    --"_qs,
-                                         u"    Importar... [Ctrl+I]"_qs,
-                                         u"    Exportar... [Ctrl+E]"_qs,
-                                         u"    Abrir [Return]"_qs,
-                                         u"    --"_qs,
-                                         u"    Renomear pasta... []"_qs,
-                                         u"    Excluir pasta vazia []"_qs,
-                                         u"    --"_qs,
-                                         u"    Excluir... [Del]"_qs,
-                                         u"  --"_qs,
-                                         u"  Compactar cofre... [F6]"_qs});
+                         << QStringList({u"Dispositivos >"_s,
+                                         u"  Atualizar lista [Ctrl+F5]"_s,
+                                         u"Container >"_s,
+                                         u"  Escolher container... [Ctrl+O]"_s,
+                                         u"  Criar novo cofre... [Ctrl+N]"_s,
+                                         u"  --"_s,
+                                         u"  Fazer backup... [Ctrl+B]"_s,
+                                         u"  --"_s,
+                                         u"  Alterar senha... [Ctrl+P]"_s,
+                                         u"Acesso ao cofre >"_s,
+                                         u"  Desbloquear [Ctrl+L]"_s,
+                                         u"  Bloquear [Ctrl+Shift+L]"_s,
+                                         u"  Arquivos protegidos >"_s,
+                                         u"    Nova pasta... [Ctrl+Shift+N]"_s,
+                                         u"    --"_s,
+                                         u"    Importar... [Ctrl+I]"_s,
+                                         u"    Exportar... [Ctrl+E]"_s,
+                                         u"    Abrir [Return]"_s,
+                                         u"    --"_s,
+                                         u"    Renomear pasta... []"_s,
+                                         u"    Excluir pasta vazia []"_s,
+                                         u"    --"_s,
+                                         u"    Excluir... [Del]"_s,
+                                         u"  --"_s,
+                                         u"  Compactar cofre... [F6]"_s});
     QTest::newRow("Sobre") << 2
-                           << QStringList({u"Ajuda []"_qs,
-                                           u"Visitar a página oficial do Tessel []"_qs, u"--"_qs,
-                                           u"Sobre o Tessel []"_qs});
+                           << QStringList({u"Ajuda []"_s,
+                                           u"Visitar a página oficial do Tessel []"_s, u"--"_s,
+                                           u"Sobre o Tessel []"_s});
 }
 
 void TestMainWindowFrame::menusHoldActionsInOrder() {
@@ -469,7 +468,7 @@ void TestMainWindowFrame::menusHoldActionsInOrder() {
 }
 
 void TestMainWindowFrame::tableActionsAreInNoMenu() {
-    for (const QString& text : {u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs}) {
+    for (const QString& text : {u"Mover para pasta..."_s, u"Renomear arquivo..."_s}) {
         const QAction* action = m_driver->action(text);
         QVERIFY(action->shortcut().isEmpty());
         QVERIFY(action->associatedObjects().isEmpty());
@@ -482,27 +481,26 @@ void TestMainWindowFrame::actionsAreEnabledByTheSituation_data() {
     QTest::addColumn<QString>("row");
     QTest::addColumn<QStringList>("enabled");
 
-    const QStringList always = {u"Sair"_qs, u"Ajuda"_qs, u"Visitar a página oficial do Tessel"_qs,
-                                u"Sobre o Tessel"_qs};
+    const QStringList always = {u"Sair"_s, u"Ajuda"_s, u"Visitar a página oficial do Tessel"_s,
+                                u"Sobre o Tessel"_s};
     const QStringList locked =
         always +
-        QStringList{u"Atualizar lista"_qs, u"Escolher container..."_qs, u"Criar novo cofre..."_qs};
+        QStringList{u"Atualizar lista"_s, u"Escolher container..."_s, u"Criar novo cofre..."_s};
     const QStringList withContainer =
-        locked + QStringList{u"Fazer backup..."_qs, u"Alterar senha..."_qs, u"Desbloquear"_qs};
-    const QStringList open = always + QStringList{u"Bloquear"_qs, u"Nova pasta..."_qs,
-                                                  u"Importar..."_qs, u"Compactar cofre..."_qs};
-    const QStringList folder =
-        open + QStringList{u"Renomear pasta..."_qs, u"Excluir pasta vazia"_qs};
+        locked + QStringList{u"Fazer backup..."_s, u"Alterar senha..."_s, u"Desbloquear"_s};
+    const QStringList open = always + QStringList{u"Bloquear"_s, u"Nova pasta..."_s,
+                                                  u"Importar..."_s, u"Compactar cofre..."_s};
+    const QStringList folder = open + QStringList{u"Renomear pasta..."_s, u"Excluir pasta vazia"_s};
     const QStringList file =
-        open + QStringList{u"Exportar..."_qs, u"Abrir"_qs, u"Renomear arquivo..."_qs,
-                           u"Excluir..."_qs, u"Mover para pasta..."_qs};
+        open + QStringList{u"Exportar..."_s, u"Abrir"_s, u"Renomear arquivo..."_s, u"Excluir..."_s,
+                           u"Mover para pasta..."_s};
 
     QTest::newRow("no container") << false << false << QString() << locked;
     QTest::newRow("container chosen") << true << false << QString() << withContainer;
     QTest::newRow("open, nothing selected") << true << true << QString() << open;
-    QTest::newRow("open, folder selected") << true << true << u"docs"_qs << folder;
-    QTest::newRow("open, file selected") << true << true << u"a.txt"_qs << file;
-    QTest::newRow("open, parent row selected") << true << true << u".."_qs << open;
+    QTest::newRow("open, folder selected") << true << true << u"docs"_s << folder;
+    QTest::newRow("open, file selected") << true << true << u"a.txt"_s << file;
+    QTest::newRow("open, parent row selected") << true << true << u".."_s << open;
 }
 
 void TestMainWindowFrame::actionsAreEnabledByTheSituation() {
@@ -517,7 +515,7 @@ void TestMainWindowFrame::actionsAreEnabledByTheSituation() {
         QVERIFY(m_driver->chooseContainer(containerPath()));
     }
     if (row == u"..") {
-        QVERIFY(m_driver->activateRow(u"docs"_qs));
+        QVERIFY(m_driver->activateRow(u"docs"_s));
     }
     if (!row.isEmpty()) {
         QVERIFY(m_driver->selectRow(row));
@@ -528,12 +526,12 @@ void TestMainWindowFrame::actionsAreEnabledByTheSituation() {
 
 void TestMainWindowFrame::movingNeedsAFolder() {
     CraftedContainer crafted;
-    crafted.addFile(u"a.txt"_qs, "abc");
+    crafted.addFile(u"a.txt"_s, "abc");
     QVERIFY(crafted.writeTo(containerPath()));
     QVERIFY(m_driver->openVault(containerPath(), Password));
-    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
-    QVERIFY(m_driver->action(u"Renomear arquivo..."_qs)->isEnabled());
-    QVERIFY(!m_driver->action(u"Mover para pasta..."_qs)->isEnabled());
+    QVERIFY(m_driver->selectRow(u"a.txt"_s));
+    QVERIFY(m_driver->action(u"Renomear arquivo..."_s)->isEnabled());
+    QVERIFY(!m_driver->action(u"Mover para pasta..."_s)->isEnabled());
 }
 
 // --- Padlock ---------------------------------------------------------------------------------
@@ -564,13 +562,12 @@ void TestMainWindowFrame::padlockIsDrawnForItsState() {
 }
 
 void TestMainWindowFrame::toolTipSaysWhatThePadlockDoes() {
-    QCOMPARE(m_driver->padlock()->toolTip(),
-             u"Selecione um container para desbloquear o cofre."_qs);
+    QCOMPARE(m_driver->padlock()->toolTip(), u"Selecione um container para desbloquear o cofre."_s);
     QVERIFY(CraftedContainer().writeTo(containerPath()));
     QVERIFY(m_driver->chooseContainer(containerPath()));
-    QCOMPARE(m_driver->padlock()->toolTip(), u"Desbloquear cofre"_qs);
+    QCOMPARE(m_driver->padlock()->toolTip(), u"Desbloquear cofre"_s);
     QVERIFY(m_driver->unlock(Password));
-    QCOMPARE(m_driver->padlock()->toolTip(), u"Bloquear cofre"_qs);
+    QCOMPARE(m_driver->padlock()->toolTip(), u"Bloquear cofre"_s);
 }
 
 void TestMainWindowFrame::padlockAsksForThePasswordAndLocks() {
@@ -585,7 +582,7 @@ void TestMainWindowFrame::padlockAsksForThePasswordAndLocks() {
     QTest::mouseClick(m_driver->padlock(), Qt::LeftButton);
     QVERIFY(!m_driver->vaultIsOpen());
     QVERIFY(!m_driver->padlock()->isChecked());
-    QCOMPARE(m_driver->result(), u"Cofre bloqueado."_qs);
+    QCOMPARE(m_driver->result(), u"Cofre bloqueado."_s);
 }
 
 void TestMainWindowFrame::cancelledPadlockStaysClosed() {
@@ -615,7 +612,7 @@ void TestMainWindowFrame::padlockTurnsOverWithoutASignal() {
     const QSignalSpy toggled(m_driver->padlock(), &QToolButton::toggled);
     QVERIFY(openSample());
     QVERIFY(m_driver->padlock()->isChecked());
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
     QVERIFY(!m_driver->padlock()->isChecked());
     QCOMPARE(toggled.count(), 0);
 }
@@ -628,22 +625,22 @@ void TestMainWindowFrame::devicesAreCountedAndNamed() {
     QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 0);
     QCOMPARE(m_driver->window.selectedUsbRootPath(), QString());
     QCOMPARE(m_driver->window.selectedUsbDisplayName(), QString());
-    addDevice(u"PEN"_qs, u"/media/user/PEN"_qs);
-    addDevice(u"sdz1"_qs, QString());
+    addDevice(u"PEN"_s, u"/media/user/PEN"_s);
+    addDevice(u"sdz1"_s, QString());
     QCOMPARE(m_driver->window.mountedUsbDeviceCount(), 1);
     devices->setCurrentRow(0);
-    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/user/PEN"_qs);
-    QCOMPARE(m_driver->window.selectedUsbDisplayName(), u"PEN"_qs);
+    QCOMPARE(m_driver->window.selectedUsbRootPath(), u"/media/user/PEN"_s);
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), u"PEN"_s);
     devices->setCurrentRow(1);
     QCOMPARE(m_driver->window.selectedUsbRootPath(), QString());
-    QCOMPARE(m_driver->window.selectedUsbDisplayName(), u"sdz1"_qs);
+    QCOMPARE(m_driver->window.selectedUsbDisplayName(), u"sdz1"_s);
 }
 
 void TestMainWindowFrame::deviceOfTheContainerStaysSelected() {
     QListWidget* devices = m_driver->deviceList();
     devices->clear();
-    addDevice(u"other"_qs, u"/media/user/other"_qs);
-    addDevice(u"PEN"_qs, m_folder->path());
+    addDevice(u"other"_s, u"/media/user/other"_s);
+    addDevice(u"PEN"_s, m_folder->path());
     QVERIFY(CraftedContainer().writeTo(containerPath()));
     QVERIFY(m_driver->chooseContainer(containerPath()));
     QCOMPARE(devices->currentRow(), 1);
@@ -663,10 +660,10 @@ void TestMainWindowFrame::deviceOfTheContainerStaysSelected() {
 void TestMainWindowFrame::containerLabelNamesTheContainer_data() {
     QTest::addColumn<QString>("fileName");
     QTest::addColumn<QString>("text");
-    QTest::newRow("usual name") << u"tessel.tvlt"_qs << u"Container: Tessel"_qs;
-    QTest::newRow("usual name in capitals") << u"TESSEL.TVLT"_qs << u"Container: Tessel"_qs;
-    QTest::newRow("other name") << u"casa.tvlt"_qs << u"Container: casa.tvlt"_qs;
-    QTest::newRow("usual name, other suffix") << u"tessel.bak"_qs << u"Container: tessel.bak"_qs;
+    QTest::newRow("usual name") << u"tessel.tvlt"_s << u"Container: Tessel"_s;
+    QTest::newRow("usual name in capitals") << u"TESSEL.TVLT"_s << u"Container: Tessel"_s;
+    QTest::newRow("other name") << u"casa.tvlt"_s << u"Container: casa.tvlt"_s;
+    QTest::newRow("usual name, other suffix") << u"tessel.bak"_s << u"Container: tessel.bak"_s;
 }
 
 void TestMainWindowFrame::containerLabelNamesTheContainer() {
@@ -675,16 +672,16 @@ void TestMainWindowFrame::containerLabelNamesTheContainer() {
     const QString path = m_folder->filePath(fileName);
     QVERIFY(CraftedContainer().writeTo(path));
     QVERIFY(m_driver->chooseContainer(path));
-    QCOMPARE(m_driver->label(u"containerLabel"_qs)->text(), text);
-    QCOMPARE(m_driver->label(u"containerLabel"_qs)->toolTip(), text);
+    QCOMPARE(m_driver->label(u"containerLabel"_s)->text(), text);
+    QCOMPARE(m_driver->label(u"containerLabel"_s)->toolTip(), text);
 }
 
 void TestMainWindowFrame::longContainerNameIsCutInTheMiddle() {
-    const QString fileName = u"um cofre com um nome bem comprido.tvlt"_qs;
+    const QString fileName = u"um cofre com um nome bem comprido.tvlt"_s;
     QVERIFY(CraftedContainer().writeTo(m_folder->filePath(fileName)));
     QVERIFY(m_driver->chooseContainer(m_folder->filePath(fileName)));
-    const QLabel* label = m_driver->label(u"containerLabel"_qs);
-    const QString whole = u"Container: "_qs + fileName;
+    const QLabel* label = m_driver->label(u"containerLabel"_s);
+    const QString whole = u"Container: "_s + fileName;
     QCOMPARE(label->toolTip(), whole);
     QCOMPARE(label->text(),
              label->fontMetrics().elidedText(whole, Qt::ElideMiddle, label->width() - 8));
@@ -694,53 +691,53 @@ void TestMainWindowFrame::longContainerNameIsCutInTheMiddle() {
 }
 
 void TestMainWindowFrame::stateLabelIsGreenWhileOpen() {
-    const QLabel* state = m_driver->label(u"vaultStateLabel"_qs);
-    QCOMPARE(state->text(), u"COFRE"_qs);
+    const QLabel* state = m_driver->label(u"vaultStateLabel"_s);
+    QCOMPARE(state->text(), u"COFRE"_s);
     QCOMPARE(
         state->styleSheet(),
-        u"QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; padding-left: 4px; padding-right: 4px; }"_qs);
+        u"QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; padding-left: 4px; padding-right: 4px; }"_s);
     QVERIFY(openSample());
-    QCOMPARE(state->text(), u"COFRE"_qs);
+    QCOMPARE(state->text(), u"COFRE"_s);
     QCOMPARE(
         state->styleSheet(),
-        u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; padding-left: 4px; padding-right: 4px; }"_qs);
+        u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; padding-left: 4px; padding-right: 4px; }"_s);
 }
 
 // --- Shortcuts and pages ---------------------------------------------------------------------
 
 void TestMainWindowFrame::shortcutsActInTheWindow() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
+    QVERIFY(m_driver->selectRow(u"a.txt"_s));
     QVERIFY(m_driver->activate());
-    m_driver->dialogs.reject(u"Excluir arquivo"_qs);
+    m_driver->dialogs.reject(u"Excluir arquivo"_s);
     QTest::keyClick(&m_driver->window, Qt::Key_Delete);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
 
     QVERIFY(m_driver->activate());
-    FakeDesktop desktop(u"file"_qs);
+    FakeDesktop desktop(u"file"_s);
     QTest::keyClick(&m_driver->window, Qt::Key_Return);
     QCOMPARE(desktop.opened.size(), 1);
-    QCOMPARE(desktop.opened.first().fileName(), u"a.txt"_qs);
+    QCOMPARE(desktop.opened.first().fileName(), u"a.txt"_s);
 }
 
 void TestMainWindowFrame::shortcutsDoNotReachThroughDialogs() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
-    FakeDesktop desktop(u"file"_qs);
-    m_driver->dialogs.handle(u"Nova pasta"_qs, [](QDialog* dialog) {
+    QVERIFY(m_driver->selectRow(u"a.txt"_s));
+    FakeDesktop desktop(u"file"_s);
+    m_driver->dialogs.handle(u"Nova pasta"_s, [](QDialog* dialog) {
         dialog->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(dialog));
         auto* edit = dialog->findChild<QLineEdit*>();
-        edit->setText(u"xy"_qs);
+        edit->setText(u"xy"_s);
         edit->setCursorPosition(0);
         QTest::keyClick(edit, Qt::Key_Delete);
-        QCOMPARE(edit->text(), u"y"_qs);
+        QCOMPARE(edit->text(), u"y"_s);
         QTest::keyClick(edit, Qt::Key_F6);
         QTest::keyClick(edit, Qt::Key_I, Qt::ControlModifier);
         edit->clear();
         QTest::keyClick(edit, Qt::Key_Return);
     });
-    m_driver->action(u"Nova pasta..."_qs)->trigger();
+    m_driver->action(u"Nova pasta..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(desktop.opened.isEmpty());
 }
@@ -748,7 +745,7 @@ void TestMainWindowFrame::shortcutsDoNotReachThroughDialogs() {
 void TestMainWindowFrame::homepageOpensInTheBrowser() {
     const QUrl homepage(QStringLiteral(TESSEL_HOMEPAGE_URL));
     FakeDesktop desktop(homepage.scheme());
-    m_driver->action(u"Visitar a página oficial do Tessel"_qs)->trigger();
+    m_driver->action(u"Visitar a página oficial do Tessel"_s)->trigger();
     QCOMPARE(desktop.opened, QList<QUrl>{homepage});
 }
 
@@ -761,7 +758,7 @@ void TestMainWindowFrame::vaultThatAnotherWindowHoldsStaysClosed() {
     QVERIFY(otherWindow.acquire(containerPath()));
     m_driver->dialogs.answerText(PasswordTitle, Password);
     m_driver->dialogs.acceptWarning(Title);
-    m_driver->action(u"Desbloquear"_qs)->trigger();
+    m_driver->action(u"Desbloquear"_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
     QVERIFY(!m_driver->vaultIsOpen());
@@ -774,14 +771,14 @@ void TestMainWindowFrame::openVaultIsHeldUntilItIsLocked() {
     QVERIFY(openSample());
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(!otherWindow.acquire(containerPath()));
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
     QVERIFY(otherWindow.acquire(containerPath()));
     otherWindow.release();
 
     // A wrong password leaves no hold behind.
-    m_driver->dialogs.answerText(PasswordTitle, u"outra senha"_qs);
+    m_driver->dialogs.answerText(PasswordTitle, u"outra senha"_s);
     m_driver->dialogs.acceptWarning(Title);
-    m_driver->action(u"Desbloquear"_qs)->trigger();
+    m_driver->action(u"Desbloquear"_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(otherWindow.acquire(containerPath()));
     otherWindow.release();
@@ -793,15 +790,15 @@ void TestMainWindowFrame::openVaultIsHeldUntilItIsLocked() {
 
 void TestMainWindowFrame::compactionKeepsTheHoldOnTheContainer() {
     QVERIFY(openSample());
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
-    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_s);
+    m_driver->action(u"Compactar cofre..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
 
     Tessel::Core::ContainerLock lock;
     QVERIFY(!lock.acquire(containerPath()));
     // The space of the old container is free: nothing holds a file that has no name any more.
-    const QFileInfoList descriptors = QDir(u"/proc/self/fd"_qs).entryInfoList(QDir::System);
+    const QFileInfoList descriptors = QDir(u"/proc/self/fd"_s).entryInfoList(QDir::System);
     for (const QFileInfo& descriptor : descriptors) {
         QVERIFY2(!descriptor.symLinkTarget().contains(u"tessel.tvlt (deleted)"),
                  qPrintable(descriptor.symLinkTarget()));
@@ -817,9 +814,9 @@ void TestMainWindowFrame::compactionNeverLetsGoOfTheContainer() {
         wasFree = otherWindow.acquire(containerPath()) || wasFree;
         ++looks;
     });
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
-    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_s);
+    m_driver->action(u"Compactar cofre..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(looks > 0);
     QVERIFY(!wasFree);
@@ -832,10 +829,10 @@ void TestMainWindowFrame::containerThatAnotherWindowTookLocksTheVault() {
     QVERIFY(Tessel::Tests::writeFile(containerPath(), bytes));
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(otherWindow.acquire(containerPath()));
-    m_driver->action(u"Nova pasta..."_qs)->trigger();
+    m_driver->action(u"Nova pasta..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(!m_driver->vaultIsOpen());
-    QCOMPARE(m_driver->result(), u"Cofre bloqueado."_qs);
+    QCOMPARE(m_driver->result(), u"Cofre bloqueado."_s);
     QVERIFY(Tessel::Tests::readFile(containerPath()) == bytes);
 }
 
@@ -844,8 +841,8 @@ void TestMainWindowFrame::containerPutBackIsHeldWithTheNextCommand() {
     const QByteArray bytes = Tessel::Tests::readFile(containerPath());
     QVERIFY(QFile::remove(containerPath()));
     QVERIFY(Tessel::Tests::writeFile(containerPath(), bytes));
-    m_driver->dialogs.reject(u"Nova pasta"_qs);
-    m_driver->action(u"Nova pasta..."_qs)->trigger();
+    m_driver->dialogs.reject(u"Nova pasta"_s);
+    m_driver->action(u"Nova pasta..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(m_driver->vaultIsOpen());
     Tessel::Core::ContainerLock otherWindow;
@@ -857,14 +854,14 @@ void TestMainWindowFrame::vaultThatAnotherWindowHoldsIsNotReplaced() {
     const QByteArray bytes = Tessel::Tests::readFile(containerPath());
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(otherWindow.acquire(containerPath()));
-    m_driver->dialogs.answerFiles(u"Criar container Tessel"_qs, {containerPath()});
-    m_driver->dialogs.press(u"Criar container Tessel"_qs, u"Yes"_qs);
-    m_driver->dialogs.answerText(u"Definir senha do cofre"_qs, Password);
-    m_driver->dialogs.answerText(u"Confirmar senha do cofre"_qs, Password);
+    m_driver->dialogs.answerFiles(u"Criar container Tessel"_s, {containerPath()});
+    m_driver->dialogs.press(u"Criar container Tessel"_s, u"Yes"_s);
+    m_driver->dialogs.answerText(u"Definir senha do cofre"_s, Password);
+    m_driver->dialogs.answerText(u"Confirmar senha do cofre"_s, Password);
     m_driver->dialogs.acceptWarning(Title);
-    m_driver->action(u"Criar novo cofre..."_qs)->trigger();
+    m_driver->action(u"Criar novo cofre..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível criar o cofre."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível criar o cofre."_s);
     QVERIFY(Tessel::Tests::readFile(containerPath()) == bytes);
 }
 
@@ -874,19 +871,19 @@ void TestMainWindowFrame::passwordOfAVaultThatAnotherWindowHoldsIsNotChanged() {
     QVERIFY(m_driver->chooseContainer(containerPath()));
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(otherWindow.acquire(containerPath()));
-    m_driver->dialogs.handle(u"Alterar senha do cofre"_qs, [](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Alterar senha do cofre"_s, [](QDialog* dialog) {
         const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
         for (QLineEdit* field : fields) {
             field->setText(Password);
         }
-        QVERIFY(Tessel::Tests::pressButton(dialog, u"Alterar"_qs));
+        QVERIFY(Tessel::Tests::pressButton(dialog, u"Alterar"_s));
     });
     m_driver->dialogs.acceptWarning(Title);
-    m_driver->action(u"Alterar senha..."_qs)->trigger();
+    m_driver->action(u"Alterar senha..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(),
-             u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_qs);
-    QCOMPARE(m_driver->result(), u"Falha ao alterar a senha."_qs);
+             u"Não foi possível alterar a senha. Verifique a senha atual e tente novamente."_s);
+    QCOMPARE(m_driver->result(), u"Falha ao alterar a senha."_s);
     QVERIFY(Tessel::Tests::readFile(containerPath()) == bytes);
 }
 
@@ -895,29 +892,29 @@ void TestMainWindowFrame::backupOfAVaultThatAnotherWindowHoldsIsRefused() {
     QVERIFY(m_driver->chooseContainer(containerPath()));
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(otherWindow.acquire(containerPath()));
-    const QString copy = m_folder->filePath(u"copia.tvlt"_qs);
-    m_driver->dialogs.answerFiles(u"Fazer backup do container"_qs, {copy});
-    m_driver->dialogs.acceptWarning(u"Fazer backup"_qs);
-    m_driver->action(u"Fazer backup..."_qs)->trigger();
+    const QString copy = m_folder->filePath(u"copia.tvlt"_s);
+    m_driver->dialogs.answerFiles(u"Fazer backup do container"_s, {copy});
+    m_driver->dialogs.acceptWarning(u"Fazer backup"_s);
+    m_driver->action(u"Fazer backup..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível abrir o container para backup."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível abrir o container para backup."_s);
     QVERIFY(!QFileInfo::exists(copy));
 }
 
 void TestMainWindowFrame::backupOverAVaultThatAnotherWindowHoldsIsRefused() {
     QVERIFY(CraftedContainer().writeTo(containerPath()));
     QVERIFY(m_driver->chooseContainer(containerPath()));
-    const QString other = m_folder->filePath(u"outro.tvlt"_qs);
+    const QString other = m_folder->filePath(u"outro.tvlt"_s);
     QVERIFY(CraftedContainer(2).writeTo(other));
     const QByteArray bytes = Tessel::Tests::readFile(other);
     Tessel::Core::ContainerLock otherWindow;
     QVERIFY(otherWindow.acquire(other));
-    m_driver->dialogs.answerFiles(u"Fazer backup do container"_qs, {other});
-    m_driver->dialogs.press(u"Fazer backup do container"_qs, u"Yes"_qs);
-    m_driver->dialogs.acceptWarning(u"Fazer backup"_qs);
-    m_driver->action(u"Fazer backup..."_qs)->trigger();
+    m_driver->dialogs.answerFiles(u"Fazer backup do container"_s, {other});
+    m_driver->dialogs.press(u"Fazer backup do container"_s, u"Yes"_s);
+    m_driver->dialogs.acceptWarning(u"Fazer backup"_s);
+    m_driver->action(u"Fazer backup..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível criar o arquivo de backup."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível criar o arquivo de backup."_s);
     QVERIFY(Tessel::Tests::readFile(other) == bytes);
 }
 
@@ -926,14 +923,14 @@ void TestMainWindowFrame::pipeInTheContainersPlaceIsRefused() {
     QVERIFY(m_driver->chooseContainer(containerPath()));
     m_driver->dialogs.answerText(PasswordTitle, Password);
     m_driver->dialogs.acceptWarning(Title);
-    m_driver->action(u"Desbloquear"_qs)->trigger();
+    m_driver->action(u"Desbloquear"_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
 }
 
 void TestMainWindowFrame::missingWorkspaceLeavesTheVaultOpen() {
     // A file where the temporary folder should be: nothing can be created below it.
-    const QString obstacle = m_folder->filePath(u"obstacle"_qs);
+    const QString obstacle = m_folder->filePath(u"obstacle"_s);
     QVERIFY(Tessel::Tests::writeFile(obstacle, "x"));
     const QByteArray before = qgetenv("TMPDIR");
     qputenv("TMPDIR", QFile::encodeName(obstacle));
@@ -941,18 +938,18 @@ void TestMainWindowFrame::missingWorkspaceLeavesTheVaultOpen() {
         qScopeGuard([&] { before.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", before); });
     m_driver = std::make_unique<WindowDriver>();
     CraftedContainer crafted;
-    crafted.addFile(u"a.txt"_qs, "abc");
+    crafted.addFile(u"a.txt"_s, "abc");
     QVERIFY(crafted.writeTo(containerPath()));
     QVERIFY(m_driver->chooseContainer(containerPath()));
     m_driver->dialogs.answerText(PasswordTitle, Password);
     m_driver->dialogs.acceptWarning(Title);
-    m_driver->action(u"Desbloquear"_qs)->trigger();
+    m_driver->action(u"Desbloquear"_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(m_driver->dialogs.lastText(), UnlockFailure);
     // What the window shows is what the vault is.
     QVERIFY(m_driver->vaultIsOpen());
     QVERIFY(m_driver->padlock()->isChecked());
-    QCOMPARE(m_driver->rowNames(), QStringList{u"a.txt"_qs});
+    QCOMPARE(m_driver->rowNames(), QStringList{u"a.txt"_s});
 }
 
 // --- Closing and long operations -------------------------------------------------------------
@@ -972,7 +969,7 @@ void TestMainWindowFrame::closingLocksAnOpenVault() {
 
 void TestMainWindowFrame::quitLocksAnOpenVault() {
     QVERIFY(openSample());
-    m_driver->action(u"Sair"_qs)->trigger();
+    m_driver->action(u"Sair"_s)->trigger();
     QVERIFY(!m_driver->window.isVisible());
     m_driver->window.updateActions();
     QVERIFY(!m_driver->vaultIsOpen());
@@ -980,8 +977,8 @@ void TestMainWindowFrame::quitLocksAnOpenVault() {
 
 void TestMainWindowFrame::failedLockKeepsTheWindowOpen() {
     QVERIFY(openSample());
-    FakeDesktop desktop(u"file"_qs);
-    QVERIFY(m_driver->activateRow(u"a.txt"_qs));
+    FakeDesktop desktop(u"file"_s);
+    QVERIFY(m_driver->activateRow(u"a.txt"_s));
     QCOMPARE(desktop.opened.size(), 1);
     const QString copy = desktop.opened.first().toLocalFile();
     QVERIFY(Tessel::Tests::writeFile(copy, "changed"));
@@ -991,17 +988,17 @@ void TestMainWindowFrame::failedLockKeepsTheWindowOpen() {
                              QFileDevice::FileModificationTime));
     file.close();
     // The changed copy cannot be taken back while the container is away.
-    QVERIFY(QFile::rename(containerPath(), m_folder->filePath(u"away"_qs)));
+    QVERIFY(QFile::rename(containerPath(), m_folder->filePath(u"away"_s)));
 
     m_driver->dialogs.acceptWarning(Title);
     QVERIFY(!m_driver->window.close());
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível bloquear o cofre."_s);
     QVERIFY(m_driver->window.isVisible());
     QVERIFY(m_driver->vaultIsOpen());
     QVERIFY(QFileInfo::exists(copy));
 
-    QVERIFY(QFile::rename(m_folder->filePath(u"away"_qs), containerPath()));
+    QVERIFY(QFile::rename(m_folder->filePath(u"away"_s), containerPath()));
     QVERIFY(m_driver->window.close());
     QVERIFY(!QFileInfo::exists(copy));
 }
@@ -1011,18 +1008,18 @@ void TestMainWindowFrame::openDialogKeepsTheWindowOpen() {
     QVERIFY(m_driver->chooseContainer(containerPath()));
     m_driver->dialogs.handle(PasswordTitle, [this](QDialog* dialog) {
         QVERIFY(!m_driver->window.close());
-        m_driver->action(u"Sair"_qs)->trigger();
+        m_driver->action(u"Sair"_s)->trigger();
         dialog->reject();
     });
-    m_driver->action(u"Desbloquear"_qs)->trigger();
+    m_driver->action(u"Desbloquear"_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(m_driver->window.isVisible());
 }
 
 void TestMainWindowFrame::nothingElseStartsDuringALongOperation() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"a.txt"_qs));
-    FakeDesktop desktop(u"file"_qs);
+    QVERIFY(m_driver->selectRow(u"a.txt"_s));
+    FakeDesktop desktop(u"file"_s);
     int movements = 0;
     const ProgressProbe whileCompacting([&](const QProgressDialog* progress, int) {
         ++movements;
@@ -1040,12 +1037,12 @@ void TestMainWindowFrame::nothingElseStartsDuringALongOperation() {
         QTest::keyClick(&m_driver->window, Qt::Key_Return);
         QTest::keyClick(&m_driver->window, Qt::Key_Delete);
     });
-    m_driver->dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-    m_driver->dialogs.acceptInformation(u"Compactar cofre"_qs);
-    m_driver->action(u"Compactar cofre..."_qs)->trigger();
+    m_driver->dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+    m_driver->dialogs.acceptInformation(u"Compactar cofre"_s);
+    m_driver->action(u"Compactar cofre..."_s)->trigger();
     QVERIFY(movements > 0);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_qs);
+    QCOMPARE(m_driver->dialogs.lastText(), u"Cofre compactado com sucesso."_s);
     QVERIFY(m_driver->vaultIsOpen());
     QVERIFY(m_driver->window.isVisible());
     QVERIFY(desktop.opened.isEmpty());
@@ -1064,13 +1061,13 @@ void TestMainWindowFrame::progressDialogCannotBeClosed_data() {
 
 void TestMainWindowFrame::progressDialogCannotBeClosed() {
     QFETCH(std::function<void(QProgressDialog*)>, attempt);
-    Tessel::UI::ModalProgress progress(&m_driver->window, Title, u"..."_qs);
+    Tessel::UI::ModalProgress progress(&m_driver->window, Title, u"..."_s);
     QVERIFY(progress.isVisible());
     attempt(&progress);
     QVERIFY(progress.isVisible());
-    progress.report(500, u"<b>500</b>"_qs);
+    progress.report(500, u"<b>500</b>"_s);
     QCOMPARE(progress.value(), 500);
-    QCOMPARE(progress.labelText(), u"<b>500</b>"_qs);
+    QCOMPARE(progress.labelText(), u"<b>500</b>"_s);
     QVERIFY(!progress.wasCanceled());
     progress.finish();
     QCOMPARE(progress.value(), 1000);

@@ -26,10 +26,11 @@
 
 using namespace Tessel::Tests;
 using Tessel::UI::formatFileSize;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 const QString SpeedNote = QStringLiteral(
     "A velocidade depende da taxa de leitura e escrita da unidade USB.\nDispositivos USB 3 ou "
     "superiores tendem a ser mais rápidos.");
@@ -73,7 +74,7 @@ private Q_SLOTS:
     void longNamesDoNotWidenTheProgress();
 
 private:
-    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_qs); }
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_s); }
     [[nodiscard]] bool prepare(const QString& operation);
     void start(const QString& operation);
     void tryEverything(QProgressDialog* dialog);
@@ -90,27 +91,26 @@ void TestModalOperations::init() {
 
 bool TestModalOperations::prepare(const QString& operation) {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "aaa").addFile(u"b.txt"_qs, noise(5000));
-    if (!crafted.writeTo(containerPath()) || !writeFile(m_folder->filePath(u"n.bin"_qs), "n")) {
+    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "aaa").addFile(u"b.txt"_s, noise(5000));
+    if (!crafted.writeTo(containerPath()) || !writeFile(m_folder->filePath(u"n.bin"_s), "n")) {
         return false;
     }
     if (operation == u"Fazer backup...") {
         return m_driver->chooseContainer(containerPath());
     }
-    return m_driver->openVault(containerPath(), Password) && m_driver->selectRow(u"a.txt"_qs);
+    return m_driver->openVault(containerPath(), Password) && m_driver->selectRow(u"a.txt"_s);
 }
 
 void TestModalOperations::start(const QString& operation) {
     DialogDriver& dialogs = m_driver->dialogs;
     if (operation == u"Importar...") {
-        dialogs.answerFiles(u"Importar arquivos para o cofre"_qs,
-                            {m_folder->filePath(u"n.bin"_qs)});
+        dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {m_folder->filePath(u"n.bin"_s)});
     } else if (operation == u"Compactar cofre...") {
-        dialogs.press(u"Compactar cofre"_qs, u"Sim"_qs);
-        dialogs.acceptInformation(u"Compactar cofre"_qs);
+        dialogs.press(u"Compactar cofre"_s, u"Sim"_s);
+        dialogs.acceptInformation(u"Compactar cofre"_s);
     } else {
-        dialogs.answerFiles(u"Fazer backup do container"_qs, {m_folder->filePath(u"copy.tvlt"_qs)});
-        dialogs.acceptInformation(u"Fazer backup"_qs);
+        dialogs.answerFiles(u"Fazer backup do container"_s, {m_folder->filePath(u"copy.tvlt"_s)});
+        dialogs.acceptInformation(u"Fazer backup"_s);
     }
     m_driver->action(operation)->trigger();
 }
@@ -189,12 +189,12 @@ void TestModalOperations::nothingElseStartsMeanwhile_data() {
     QTest::addColumn<QString>("operation");
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("result");
-    QTest::newRow("import") << u"Importar..."_qs << u"Importar arquivos"_qs
-                            << u"Arquivo importado com sucesso."_qs;
-    QTest::newRow("compaction") << u"Compactar cofre..."_qs << u"Compactar cofre"_qs
-                                << u"Cofre compactado com sucesso."_qs;
-    QTest::newRow("backup") << u"Fazer backup..."_qs << u"Fazer backup"_qs
-                            << u"Backup do container concluído."_qs;
+    QTest::newRow("import") << u"Importar..."_s << u"Importar arquivos"_s
+                            << u"Arquivo importado com sucesso."_s;
+    QTest::newRow("compaction") << u"Compactar cofre..."_s << u"Compactar cofre"_s
+                                << u"Cofre compactado com sucesso."_s;
+    QTest::newRow("backup") << u"Fazer backup..."_s << u"Fazer backup"_s
+                            << u"Backup do container concluído."_s;
 }
 
 void TestModalOperations::nothingElseStartsMeanwhile() {
@@ -243,18 +243,18 @@ void TestModalOperations::progressMovesInThousandths_data() {
     QTest::addColumn<QString>("firstLabel");
     QTest::addColumn<QString>("lastLabel");
     const QString one = formatFileSize(1);
-    QTest::newRow("compaction") << u"Compactar cofre..."_qs
+    QTest::newRow("compaction") << u"Compactar cofre..."_s
                                 << u"Compactando o cofre...\n\nSerá criado temporariamente um "
                                    u"container criptografado no disco "
-                                   u"local."_qs
-                                << u"Substituindo container no USB...\n%1 de %1"_qs;
-    QTest::newRow("import") << u"Importar..."_qs
-                            << u"Importando arquivos para o cofre...\n\n%1"_qs.arg(SpeedNote)
-                            << u"Importando n.bin...\n%1 de %1\n\n%2"_qs.arg(one, SpeedNote);
-    QTest::newRow("backup") << u"Fazer backup..."_qs
+                                   u"local."_s
+                                << u"Substituindo container no USB...\n%1 de %1"_s;
+    QTest::newRow("import") << u"Importar..."_s
+                            << u"Importando arquivos para o cofre...\n\n%1"_s.arg(SpeedNote)
+                            << u"Importando n.bin...\n%1 de %1\n\n%2"_s.arg(one, SpeedNote);
+    QTest::newRow("backup") << u"Fazer backup..."_s
                             << u"Copiando backup criptografado...\n\nO backup permanece protegido "
-                               u"pela senha do cofre."_qs
-                            << u"Copiando backup criptografado...\n%1 de %1"_qs;
+                               u"pela senha do cofre."_s
+                            << u"Copiando backup criptografado...\n%1 de %1"_s;
 }
 
 void TestModalOperations::progressMovesInThousandths() {
@@ -292,53 +292,53 @@ void TestModalOperations::backupCountsItsChunks() {
     const qint64 total = crafted.fileSize();
     QStringList expected;
     for (const qint64 copied : {8 * MiB, 16 * MiB, total}) {
-        expected.append(u"%1: Copiando backup criptografado...\n%2 de %3"_qs.arg(
+        expected.append(u"%1: Copiando backup criptografado...\n%2 de %3"_s.arg(
             QString::number(copied * 1000 / total), formatFileSize(copied), formatFileSize(total)));
     }
     QStringList steps;
     const ProgressProbe probe([&steps](const QProgressDialog* dialog, int value) {
-        steps.append(u"%1: %2"_qs.arg(QString::number(value), dialog->labelText()));
+        steps.append(u"%1: %2"_s.arg(QString::number(value), dialog->labelText()));
     });
-    start(u"Fazer backup..."_qs);
+    start(u"Fazer backup..."_s);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCOMPARE(steps, expected);
 }
 
 void TestModalOperations::importNamesEachFileAndCountsItsBytes() {
-    QVERIFY(prepare(u"Importar..."_qs));
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    const QString small = m_folder->filePath(u"n.bin"_qs);
-    const QString large = m_folder->filePath(u"grande.bin"_qs);
+    QVERIFY(prepare(u"Importar..."_s));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    const QString small = m_folder->filePath(u"n.bin"_s);
+    const QString large = m_folder->filePath(u"grande.bin"_s);
     QVERIFY(writeFile(large, noise(17 * MiB)));
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {small, large});
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {small, large});
     QStringList steps;
     const ProgressProbe probe([&steps](const QProgressDialog* dialog, int value) {
-        steps.append(u"%1: %2"_qs.arg(QString::number(value), dialog->labelText()));
+        steps.append(u"%1: %2"_s.arg(QString::number(value), dialog->labelText()));
     });
-    m_driver->action(u"Importar..."_qs)->trigger();
+    m_driver->action(u"Importar..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     // Before its first byte a file is called by its name alone, then by its place in the vault.
     QCOMPARE(steps,
              QStringList(
-                 {u"0: Importando n.bin...\n\n"_qs + SpeedNote,
-                  u"1000: Importando docs/n.bin...\n1 bytes de 1 bytes\n\n"_qs + SpeedNote,
-                  u"0: Importando grande.bin...\n\n"_qs + SpeedNote,
-                  u"941: Importando docs/grande.bin...\n16.0 MB de 17.0 MB\n\n"_qs + SpeedNote,
-                  u"1000: Importando docs/grande.bin...\n17.0 MB de 17.0 MB\n\n"_qs + SpeedNote}));
+                 {u"0: Importando n.bin...\n\n"_s + SpeedNote,
+                  u"1000: Importando docs/n.bin...\n1 bytes de 1 bytes\n\n"_s + SpeedNote,
+                  u"0: Importando grande.bin...\n\n"_s + SpeedNote,
+                  u"941: Importando docs/grande.bin...\n16.0 MB de 17.0 MB\n\n"_s + SpeedNote,
+                  u"1000: Importando docs/grande.bin...\n17.0 MB de 17.0 MB\n\n"_s + SpeedNote}));
 }
 
 void TestModalOperations::longNamesDoNotWidenTheProgress() {
-    QVERIFY(prepare(u"Importar..."_qs));
+    QVERIFY(prepare(u"Importar..."_s));
     const QString name = QString(250, u'm');
     QVERIFY(writeFile(m_folder->filePath(name), "n"));
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {m_folder->filePath(name)});
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {m_folder->filePath(name)});
     int widest = 0;
     bool named = false;
     const ProgressProbe probe([&](QProgressDialog* dialog, int) {
         widest = std::max(widest, dialog->width());
         named = dialog->labelText().contains(name);
     });
-    m_driver->action(u"Importar..."_qs)->trigger();
+    m_driver->action(u"Importar..."_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY2(widest <= m_driver->window.width(), qPrintable(QString::number(widest)));
     QVERIFY(named);

@@ -16,12 +16,13 @@
 #include <QTest>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 // As UTF-16 only: a text in UTF-8 is what the test looks for.
-const QString OldPassword = QStringLiteral("primeira senha que se reconhece");
-const QString NewPassword = QStringLiteral("segunda senha que se reconhece");
+const QString OldPassword = u"primeira senha que se reconhece"_s;
+const QString NewPassword = u"segunda senha que se reconhece"_s;
 
 /// How often the text's UTF-8 form, which is ASCII here, is in this program's memory. It is
 /// compared character by character, so that looking leaves no copy.
@@ -53,32 +54,32 @@ private:
 
 private Q_SLOTS:
     void noPasswordRemainsInTheWindow() {
-        const QString container = path(u"t.tvlt"_qs);
-        m_driver->dialogs.answerFiles(u"Criar container Tessel"_qs, {container});
-        m_driver->dialogs.answerText(u"Definir senha do cofre"_qs, OldPassword);
-        m_driver->dialogs.answerText(u"Confirmar senha do cofre"_qs, OldPassword);
-        QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(m_driver->dialogs.problems()));
+        const QString container = path(u"t.tvlt"_s);
+        m_driver->dialogs.answerFiles(u"Criar container Tessel"_s, {container});
+        m_driver->dialogs.answerText(u"Definir senha do cofre"_s, OldPassword);
+        m_driver->dialogs.answerText(u"Confirmar senha do cofre"_s, OldPassword);
+        QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(m_driver->dialogs.problems()));
         QCOMPARE(occurrencesOf(OldPassword), 0);
 
-        m_driver->dialogs.handle(u"Alterar senha do cofre"_qs, [](QDialog* dialog) {
+        m_driver->dialogs.handle(u"Alterar senha do cofre"_s, [](QDialog* dialog) {
             const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
             typeText(fields.at(0), OldPassword);
             typeText(fields.at(1), NewPassword);
             typeText(fields.at(2), NewPassword);
-            QVERIFY(pressButton(dialog, u"Alterar"_qs));
+            QVERIFY(pressButton(dialog, u"Alterar"_s));
         });
         // The box may be left open for hours.
         qsizetype whileTold = 0;
-        m_driver->dialogs.handle(u"Tessel"_qs, [&whileTold](QDialog* dialog) {
+        m_driver->dialogs.handle(u"Tessel"_s, [&whileTold](QDialog* dialog) {
             whileTold = occurrencesOf(OldPassword) + occurrencesOf(NewPassword);
             dialog->accept();
         });
-        QVERIFY2(run(u"Alterar senha..."_qs), qPrintable(m_driver->dialogs.problems()));
+        QVERIFY2(run(u"Alterar senha..."_s), qPrintable(m_driver->dialogs.problems()));
         QCOMPARE(whileTold, 0);
 
         QVERIFY(m_driver->unlock(NewPassword));
         QCOMPARE(occurrencesOf(NewPassword), 0);
-        QVERIFY2(run(u"Bloquear"_qs), qPrintable(m_driver->dialogs.problems()));
+        QVERIFY2(run(u"Bloquear"_s), qPrintable(m_driver->dialogs.problems()));
         QCOMPARE(occurrencesOf(OldPassword), 0);
         QCOMPARE(occurrencesOf(NewPassword), 0);
     }

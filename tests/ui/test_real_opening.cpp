@@ -18,10 +18,11 @@
 #include <utility>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 
 } // namespace
 
@@ -43,11 +44,11 @@ private:
 };
 
 void TestRealOpening::initTestCase() {
-    const std::pair<const char*, QString> folders[] = {{"HOME", u"home"_qs},
-                                                       {"TMPDIR", u"tmp"_qs},
-                                                       {"XDG_RUNTIME_DIR", u"run"_qs},
-                                                       {"XDG_DATA_HOME", u"data"_qs},
-                                                       {"XDG_CONFIG_HOME", u"config"_qs}};
+    const std::pair<const char*, QString> folders[] = {{"HOME", u"home"_s},
+                                                       {"TMPDIR", u"tmp"_s},
+                                                       {"XDG_RUNTIME_DIR", u"run"_s},
+                                                       {"XDG_DATA_HOME", u"data"_s},
+                                                       {"XDG_CONFIG_HOME", u"config"_s}};
     for (const auto& [variable, folder] : folders) {
         QVERIFY(QDir().mkdir(pathOf(folder)));
         QVERIFY(QFile::setPermissions(pathOf(folder),
@@ -61,7 +62,7 @@ void TestRealOpening::initTestCase() {
 
 /// The editor tells which path it was given, once it has appended a line to the file there.
 bool TestRealOpening::installEditor() const {
-    const QString editor = pathOf(u"editor"_qs);
+    const QString editor = pathOf(u"editor"_s);
     const QByteArray script = "#!/bin/sh\n"
                               "echo 'mais uma linha' >>\"$1\"\n"
                               "printf %s \"$1\" >\"$0.new\" && mv \"$0.new\" \"$0.opened\"\n";
@@ -70,24 +71,24 @@ bool TestRealOpening::installEditor() const {
                              QFile::encodeName(editor) + " %f\n";
     return writeFile(editor, script) &&
            QFile::setPermissions(editor, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner) &&
-           QDir().mkpath(pathOf(u"data/applications"_qs)) &&
-           writeFile(pathOf(u"data/applications/editor.desktop"_qs), entry) &&
-           writeFile(pathOf(u"config/mimeapps.list"_qs),
+           QDir().mkpath(pathOf(u"data/applications"_s)) &&
+           writeFile(pathOf(u"data/applications/editor.desktop"_s), entry) &&
+           writeFile(pathOf(u"config/mimeapps.list"_s),
                      "[Default Applications]\ntext/plain=editor.desktop\n");
 }
 
 void TestRealOpening::theEditorsChangeComesBackOnLocking_data() {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("name");
-    QTest::newRow("plain name") << QString() << u"a.txt"_qs;
-    QTest::newRow("name that a URL encodes") << u"atas"_qs << u"março & abril, 100%25 #1?.txt"_qs;
+    QTest::newRow("plain name") << QString() << u"a.txt"_s;
+    QTest::newRow("name that a URL encodes") << u"atas"_s << u"março & abril, 100%25 #1?.txt"_s;
 }
 
 void TestRealOpening::theEditorsChangeComesBackOnLocking() {
     QFETCH(const QString, folder);
     QFETCH(const QString, name);
     const QString vaultPath = folder.isEmpty() ? name : folder + u'/' + name;
-    const QString container = pathOf(u"t.tvlt"_qs);
+    const QString container = pathOf(u"t.tvlt"_s);
     CraftedContainer crafted;
     if (!folder.isEmpty()) {
         crafted.addFolder(folder);
@@ -98,28 +99,28 @@ void TestRealOpening::theEditorsChangeComesBackOnLocking() {
     QVERIFY(driver.openVault(container, Password));
     QVERIFY(folder.isEmpty() || driver.activateRow(folder));
     QVERIFY(driver.selectRow(name));
-    driver.action(u"Abrir"_qs)->trigger();
-    QCOMPARE(driver.statusMessage(), u"Arquivo aberto para edição."_qs);
+    driver.action(u"Abrir"_s)->trigger();
+    QCOMPARE(driver.statusMessage(), u"Arquivo aberto para edição."_s);
 
-    const QString told = pathOf(u"editor.opened"_qs);
+    const QString told = pathOf(u"editor.opened"_s);
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(told), 30000);
     const QString copy = QFile::decodeName(readFile(told));
     QVERIFY(QFile::remove(told));
-    QVERIFY2(copy.startsWith(pathOf(u"tmp/Tessel/"_qs)), qPrintable(copy));
+    QVERIFY2(copy.startsWith(pathOf(u"tmp/Tessel/"_s)), qPrintable(copy));
     QVERIFY2(copy.endsWith(u'/' + vaultPath), qPrintable(copy));
     QCOMPARE(readFile(copy), QByteArray("uma linha\nmais uma linha\n"));
 
-    driver.action(u"Bloquear"_qs)->trigger();
+    driver.action(u"Bloquear"_s)->trigger();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.vaultIsOpen());
     QVERIFY(!QFile::exists(copy));
 
     Tessel::Core::VaultManager vault;
     QVERIFY(vault.unlockVault(container, Password.toUtf8()));
-    const bool exported = vault.exportFile(vaultPath, pathOf(u"exported"_qs));
+    const bool exported = vault.exportFile(vaultPath, pathOf(u"exported"_s));
     QVERIFY(vault.lockVault());
     QVERIFY(exported);
-    QCOMPARE(readFile(pathOf(u"exported"_qs)), QByteArray("uma linha\nmais uma linha\n"));
+    QCOMPARE(readFile(pathOf(u"exported"_s)), QByteArray("uma linha\nmais uma linha\n"));
 }
 
 namespace {
@@ -129,10 +130,10 @@ int run(int argc, char** argv) {
     if (!isOnOwnDisplay()) {
         return startOnOwnDisplay(argc, argv);
     }
-    if (QStandardPaths::findExecutable(u"xdg-open"_qs).isEmpty()) {
+    if (QStandardPaths::findExecutable(u"xdg-open"_s).isEmpty()) {
         return refused("xdg-open is not installed here");
     }
-    if (QStandardPaths::findExecutable(u"file"_qs).isEmpty()) {
+    if (QStandardPaths::findExecutable(u"file"_s).isEmpty()) {
         return refused("file, which tells xdg-open the type, is not installed here");
     }
     return runTest<QApplication, TestRealOpening>(argc, argv);

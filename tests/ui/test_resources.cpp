@@ -17,10 +17,12 @@
 
 #include <algorithm>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 QString helpPage() {
-    QFile page(QStringLiteral(":/help/pt_BR/index.html"));
+    QFile page(u":/help/pt_BR/index.html"_s);
     return page.open(QIODevice::ReadOnly) ? QString::fromUtf8(page.readAll()) : QString();
 }
 
@@ -81,22 +83,22 @@ private Q_SLOTS:
 
 void TestResources::theProgramCarriesTheseFilesAndNoOthers() {
     QStringList carried =
-        pathsBelow(u":/icons"_qs) + pathsBelow(u":/help"_qs) + pathsBelow(u":/backgrounds"_qs);
+        pathsBelow(u":/icons"_s) + pathsBelow(u":/help"_s) + pathsBelow(u":/backgrounds"_s);
     carried.sort();
     QCOMPARE(carried,
-             QStringList({u":/backgrounds/Fundo01.png"_qs, u":/backgrounds/Fundo02.png"_qs,
-                          u":/help/pt_BR/cofre-aberto.png"_qs,
-                          u":/help/pt_BR/cofre-bloqueado.png"_qs, u":/help/pt_BR/importando.png"_qs,
-                          u":/help/pt_BR/index.html"_qs, u":/icons/Tessel.ico"_qs}));
+             QStringList({u":/backgrounds/Fundo01.png"_s, u":/backgrounds/Fundo02.png"_s,
+                          u":/help/pt_BR/cofre-aberto.png"_s, u":/help/pt_BR/cofre-bloqueado.png"_s,
+                          u":/help/pt_BR/importando.png"_s, u":/help/pt_BR/index.html"_s,
+                          u":/icons/Tessel.ico"_s}));
 }
 
 void TestResources::theIconHasEverySize() {
-    QList<QSize> sizes = QIcon(u":/icons/Tessel.ico"_qs).availableSizes();
+    QList<QSize> sizes = QIcon(u":/icons/Tessel.ico"_s).availableSizes();
     std::sort(sizes.begin(), sizes.end(), [](QSize a, QSize b) { return a.width() < b.width(); });
     QCOMPARE(
         sizes,
         QList<QSize>({{16, 16}, {24, 24}, {32, 32}, {48, 48}, {64, 64}, {128, 128}, {256, 256}}));
-    QCOMPARE(Tessel::UI::ProductInfo::iconResource(), u":/icons/Tessel.ico"_qs);
+    QCOMPARE(Tessel::UI::ProductInfo::iconResource(), u":/icons/Tessel.ico"_s);
 }
 
 void TestResources::everyPictureOfTheIconIsDrawn_data() {
@@ -108,7 +110,7 @@ void TestResources::everyPictureOfTheIconIsDrawn_data() {
 
 void TestResources::everyPictureOfTheIconIsDrawn() {
     QFETCH(const int, number);
-    QImageReader reader(u":/icons/Tessel.ico"_qs);
+    QImageReader reader(u":/icons/Tessel.ico"_s);
     QVERIFY(reader.jumpToImage(number));
     const QImage picture = reader.read();
     QVERIFY2(!picture.isNull(), qPrintable(reader.errorString()));
@@ -128,48 +130,48 @@ void TestResources::theApplicationBearsNameAndIcon() {
     QVERIFY(QApplication::applicationName() != u"Tessel");
     QVERIFY(QApplication::windowIcon().isNull());
     Tessel::UI::setUpApplication(*qApp);
-    QCOMPARE(QApplication::applicationName(), u"Tessel"_qs);
-    QCOMPARE(QApplication::applicationVersion(), u"1.0.0"_qs);
-    QCOMPARE(QApplication::organizationName(), u"Tessel"_qs);
+    QCOMPARE(QApplication::applicationName(), u"Tessel"_s);
+    QCOMPARE(QApplication::applicationVersion(), u"1.0.0"_s);
+    QCOMPARE(QApplication::organizationName(), u"Tessel"_s);
     // The desktop finds the program's entry, and so its icon, by this name.
     const QString desktopFile = QGuiApplication::desktopFileName();
-    QVERIFY2(QFile::exists(u"%1/%2.desktop"_qs.arg(QStringLiteral(PACKAGING_FOLDER), desktopFile)),
+    QVERIFY2(QFile::exists(u"%1/%2.desktop"_s.arg(QStringLiteral(PACKAGING_FOLDER), desktopFile)),
              qPrintable(desktopFile));
     const QSize size(48, 48);
     QCOMPARE(QApplication::windowIcon().pixmap(size, 1.0).toImage(),
-             QIcon(u":/icons/Tessel.ico"_qs).pixmap(size, 1.0).toImage());
+             QIcon(u":/icons/Tessel.ico"_s).pixmap(size, 1.0).toImage());
     // The toolkit's own buttons speak the language of the others.
-    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), u"Cancelar"_qs);
+    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), u"Cancelar"_s);
 }
 
 void TestResources::theHelpPageIsUtf8() {
     const QString page = helpPage();
     QVERIFY(!page.isEmpty());
     QVERIFY(!page.contains(QChar::ReplacementCharacter));
-    QVERIFY(page.contains(u"Ajuda do Tessel"_qs));
-    QCOMPARE(inHelpPage(u"<meta charset=\"([^\"]*)\">"_qs), QStringList{u"utf-8"_qs});
+    QVERIFY(page.contains(u"Ajuda do Tessel"_s));
+    QCOMPARE(inHelpPage(u"<meta charset=\"([^\"]*)\">"_s), QStringList{u"utf-8"_s});
 }
 
 void TestResources::theHelpPageShowsThePicturesAndNoOthers() {
-    const QStringList shown = inHelpPage(u"<img src=\"([^\"]*)\""_qs);
-    QCOMPARE(shown, QStringList(
-                        {u"cofre-bloqueado.png"_qs, u"cofre-aberto.png"_qs, u"importando.png"_qs}));
+    const QStringList shown = inHelpPage(u"<img src=\"([^\"]*)\""_s);
+    QCOMPARE(shown,
+             QStringList({u"cofre-bloqueado.png"_s, u"cofre-aberto.png"_s, u"importando.png"_s}));
     for (const QString& name : shown) {
-        QVERIFY2(!QImage(u":/help/pt_BR/"_qs + name).isNull(), qPrintable(name));
+        QVERIFY2(!QImage(u":/help/pt_BR/"_s + name).isNull(), qPrintable(name));
     }
 }
 
 void TestResources::everyPictureSaysInWordsWhatItShows() {
-    QCOMPARE(inHelpPage(u"<img [^>]*alt=\"([^\"]+)\""_qs).size(), 3);
+    QCOMPARE(inHelpPage(u"<img [^>]*alt=\"([^\"]+)\""_s).size(), 3);
 }
 
 void TestResources::thePicturesAreSharpAtTheSizeOfThePage() {
-    const QStringList names = inHelpPage(u"<img src=\"([^\"]*)\""_qs);
-    const QStringList widths = inHelpPage(u"<img [^>]*width=\"([0-9]+)\""_qs);
+    const QStringList names = inHelpPage(u"<img src=\"([^\"]*)\""_s);
+    const QStringList widths = inHelpPage(u"<img [^>]*width=\"([0-9]+)\""_s);
     QCOMPARE(names.size(), 3);
     QCOMPARE(widths.size(), names.size());
     for (qsizetype i = 0; i < names.size(); ++i) {
-        const QImage picture(u":/help/pt_BR/"_qs + names.at(i));
+        const QImage picture(u":/help/pt_BR/"_s + names.at(i));
         QVERIFY2(picture.width() >= 2 * widths.at(i).toInt(), qPrintable(names.at(i)));
         // The page is 760 pixels wide, less its margins and the scroll bar.
         QVERIFY2(widths.at(i).toInt() <= 680, qPrintable(names.at(i)));
@@ -177,8 +179,8 @@ void TestResources::thePicturesAreSharpAtTheSizeOfThePage() {
 }
 
 void TestResources::everyLinkInsideThePageHasItsPlace() {
-    const QStringList targets = inHelpPage(u"<a name=\"([^\"]*)\">"_qs);
-    const QStringList links = inHelpPage(u"<a href=\"([^\"]*)\">"_qs);
+    const QStringList targets = inHelpPage(u"<a name=\"([^\"]*)\">"_s);
+    const QStringList links = inHelpPage(u"<a href=\"([^\"]*)\">"_s);
     QVERIFY(links.size() > 5);
     for (const QString& link : links) {
         QVERIFY2(link.startsWith(u'#'), qPrintable(link));
@@ -188,37 +190,37 @@ void TestResources::everyLinkInsideThePageHasItsPlace() {
 
 void TestResources::theHelpPageSaysWhatToDoWithADriveThatTurnedReadOnly() {
     const QString page = helpPage().simplified();
-    const qsizetype chapter = page.indexOf(u"<a name=\"unidade\">"_qs);
-    const qsizetype readOnly = page.indexOf(u"somente leitura"_qs, chapter);
+    const qsizetype chapter = page.indexOf(u"<a name=\"unidade\">"_s);
+    const qsizetype readOnly = page.indexOf(u"somente leitura"_s, chapter);
     const qsizetype check =
-        page.indexOf(u"conecte-a de novo e deixe o sistema verificá-la"_qs, readOnly);
+        page.indexOf(u"conecte-a de novo e deixe o sistema verificá-la"_s, readOnly);
     QVERIFY(chapter > 0 && readOnly > chapter && check > readOnly);
-    QVERIFY(check < page.indexOf(u"<h2>"_qs, readOnly));
+    QVERIFY(check < page.indexOf(u"<h2>"_s, readOnly));
 }
 
 void TestResources::theHelpPageNamesEveryCommand_data() {
     QTest::addColumn<QString>("command");
-    const QStringList commands = {u"Atualizar lista"_qs,
-                                  u"Escolher container..."_qs,
-                                  u"Criar novo cofre..."_qs,
-                                  u"Fazer backup..."_qs,
-                                  u"Alterar senha..."_qs,
-                                  u"Desbloquear"_qs,
-                                  u"Bloquear"_qs,
-                                  u"Nova pasta..."_qs,
-                                  u"Importar..."_qs,
-                                  u"Exportar..."_qs,
-                                  u"Abrir"_qs,
-                                  u"Renomear pasta..."_qs,
-                                  u"Excluir pasta vazia"_qs,
-                                  u"Excluir..."_qs,
-                                  u"Compactar cofre..."_qs,
-                                  u"Mover para pasta..."_qs,
-                                  u"Renomear arquivo..."_qs,
-                                  u"Sair"_qs,
-                                  u"Ajuda"_qs,
-                                  u"Visitar a página oficial do Tessel"_qs,
-                                  u"Sobre o Tessel"_qs};
+    const QStringList commands = {u"Atualizar lista"_s,
+                                  u"Escolher container..."_s,
+                                  u"Criar novo cofre..."_s,
+                                  u"Fazer backup..."_s,
+                                  u"Alterar senha..."_s,
+                                  u"Desbloquear"_s,
+                                  u"Bloquear"_s,
+                                  u"Nova pasta..."_s,
+                                  u"Importar..."_s,
+                                  u"Exportar..."_s,
+                                  u"Abrir"_s,
+                                  u"Renomear pasta..."_s,
+                                  u"Excluir pasta vazia"_s,
+                                  u"Excluir..."_s,
+                                  u"Compactar cofre..."_s,
+                                  u"Mover para pasta..."_s,
+                                  u"Renomear arquivo..."_s,
+                                  u"Sair"_s,
+                                  u"Ajuda"_s,
+                                  u"Visitar a página oficial do Tessel"_s,
+                                  u"Sobre o Tessel"_s};
     for (const QString& command : commands) {
         QTest::newRow(qPrintable(command)) << command;
     }
@@ -226,14 +228,14 @@ void TestResources::theHelpPageNamesEveryCommand_data() {
 
 void TestResources::theHelpPageNamesEveryCommand() {
     QFETCH(const QString, command);
-    const QString row = u"<tr><td><b>%1</b>"_qs.arg(command);
+    const QString row = u"<tr><td><b>%1</b>"_s.arg(command);
     QCOMPARE(helpPage().count(row), 1);
 }
 
 void TestResources::backgroundsArePictures_data() {
     QTest::addColumn<QString>("path");
-    QTest::newRow("Fundo01") << u":/backgrounds/Fundo01.png"_qs;
-    QTest::newRow("Fundo02") << u":/backgrounds/Fundo02.png"_qs;
+    QTest::newRow("Fundo01") << u":/backgrounds/Fundo01.png"_s;
+    QTest::newRow("Fundo02") << u":/backgrounds/Fundo02.png"_s;
 }
 
 void TestResources::backgroundsArePictures() {
@@ -246,11 +248,11 @@ void TestResources::backgroundsArePictures() {
 
 void TestResources::everythingStaysSmall() {
     constexpr qint64 KiB = 1024;
-    QVERIFY(QFile(u":/icons/Tessel.ico"_qs).size() < 64 * KiB);
-    for (const QString& path : pathsBelow(u":/backgrounds"_qs)) {
+    QVERIFY(QFile(u":/icons/Tessel.ico"_s).size() < 64 * KiB);
+    for (const QString& path : pathsBelow(u":/backgrounds"_s)) {
         QVERIFY2(QFile(path).size() < 16 * KiB, qPrintable(path));
     }
-    for (const QString& path : pathsBelow(u":/help"_qs)) {
+    for (const QString& path : pathsBelow(u":/help"_s)) {
         QVERIFY2(QFile(path).size() < 160 * KiB, qPrintable(path));
     }
 }

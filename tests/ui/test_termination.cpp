@@ -31,15 +31,15 @@
 #include <unistd.h>
 
 using namespace Tessel::Tests;
-using namespace Qt::StringLiterals;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = u"senha de teste"_qs;
+const QString Password = u"senha de teste"_s;
 
 /// The workspace folders of every run under this temporary folder.
 QStringList workspaces() {
-    return QDir(QDir::tempPath() + u"/Tessel"_qs).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return QDir(QDir::tempPath() + u"/Tessel"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
 }
 
 /// As far as the system lets this process.
@@ -92,9 +92,9 @@ private:
 
 void TestTermination::initTestCase() {
     qputenv("TMPDIR", m_folder.path().toLocal8Bit());
-    m_container = m_folder.filePath(u"tessel.tvlt"_qs);
+    m_container = m_folder.filePath(u"tessel.tvlt"_s);
     CraftedContainer crafted;
-    crafted.addFile(u"a.txt"_qs, "conteúdo");
+    crafted.addFile(u"a.txt"_s, "conteúdo");
     QVERIFY(crafted.writeTo(m_container));
 }
 
@@ -102,8 +102,8 @@ void TestTermination::startedProgramsInheritNothing() {
     // What an editor goes by when it saves, or when it crashes.
     const auto surroundings = [] {
         QProcess shell;
-        shell.start(u"sh"_qs, {u"-c"_qs, u"umask; ulimit -S -c; ulimit -H -c; "
-                                         "grep -E 'SigIgn|SigBlk' /proc/self/status"_qs});
+        shell.start(u"sh"_s, {u"-c"_s, u"umask; ulimit -S -c; ulimit -H -c; "
+                                       "grep -E 'SigIgn|SigBlk' /proc/self/status"_s});
         return shell.waitForFinished() ? shell.readAllStandardOutput() : QByteArray();
     };
     const FileModeMask usual(0022);
@@ -139,7 +139,7 @@ void TestTermination::aSizeLimitMakesAWriteFail() {
     const rlimit tight{100, before.rlim_max};
     Tessel::UI::makeProcessPrivate();
     QCOMPARE(::setrlimit(RLIMIT_FSIZE, &tight), 0);
-    const bool written = writeFile(m_folder.filePath(u"limited"_qs), QByteArray(1000, 'x'));
+    const bool written = writeFile(m_folder.filePath(u"limited"_s), QByteArray(1000, 'x'));
     QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
     QVERIFY(!written);
 }
@@ -172,8 +172,8 @@ void TestTermination::aRequestLocksTheVaultAndClosesTheWindow() {
 void TestTermination::aRequestWithdrawsTheDialogThatIsOpen() {
     WindowDriver driver;
     QVERIFY(driver.openVault(m_container, Password));
-    driver.dialogs.handle(u"Nova pasta"_qs, [&](QDialog*) { driver.window.requestClose(); });
-    driver.action(u"Nova pasta..."_qs)->trigger();
+    driver.dialogs.handle(u"Nova pasta"_s, [&](QDialog*) { driver.window.requestClose(); });
+    driver.action(u"Nova pasta..."_s)->trigger();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
     QCOMPARE(workspaces().size(), 0);
@@ -181,13 +181,13 @@ void TestTermination::aRequestWithdrawsTheDialogThatIsOpen() {
 
 void TestTermination::aRequestWithdrawsEveryDialogOfAFlow() {
     WindowDriver driver;
-    const QString path = m_folder.filePath(u"novo.tvlt"_qs);
-    driver.dialogs.answerFiles(u"Criar container Tessel"_qs, {path});
-    driver.dialogs.answerText(u"Definir senha do cofre"_qs, u"dez caracteres"_qs);
-    driver.dialogs.handle(u"Confirmar senha do cofre"_qs,
+    const QString path = m_folder.filePath(u"novo.tvlt"_s);
+    driver.dialogs.answerFiles(u"Criar container Tessel"_s, {path});
+    driver.dialogs.answerText(u"Definir senha do cofre"_s, u"dez caracteres"_s);
+    driver.dialogs.handle(u"Confirmar senha do cofre"_s,
                           [&](QDialog*) { driver.window.requestClose(); });
-    driver.dialogs.handle(u"Tessel"_qs, [](QDialog*) {}); // "não coincidem": goes by itself
-    driver.action(u"Criar novo cofre..."_qs)->trigger();
+    driver.dialogs.handle(u"Tessel"_s, [](QDialog*) {}); // "não coincidem": goes by itself
+    driver.action(u"Criar novo cofre..."_s)->trigger();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
     QVERIFY(!QFile::exists(path));
@@ -206,26 +206,26 @@ void TestTermination::aRequestWithdrawsADialogThatStandsOnAnother() {
         driver.window.requestClose();
     };
     if (exports) {
-        const QString existing = m_folder.filePath(u"existe.txt"_qs);
+        const QString existing = m_folder.filePath(u"existe.txt"_s);
         QVERIFY(writeFile(existing, "o que já estava"));
-        QVERIFY(driver.openVault(m_container, Password) && driver.selectRow(u"a.txt"_qs));
-        driver.dialogs.press(u"Exportar arquivo"_qs, u"Continuar"_qs);
-        driver.dialogs.handle(u"Exportar arquivo"_qs, [&](QDialog* dialog) {
+        QVERIFY(driver.openVault(m_container, Password) && driver.selectRow(u"a.txt"_s));
+        driver.dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
+        driver.dialogs.handle(u"Exportar arquivo"_s, [&](QDialog* dialog) {
             // The toolkit asks, on the file dialog, whether to replace the file.
-            driver.dialogs.handle(u"Exportar arquivo"_qs, request);
-            dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(existing);
+            driver.dialogs.handle(u"Exportar arquivo"_s, request);
+            dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)->setText(existing);
             QMetaObject::invokeMethod(dialog, "accept");
         });
-        driver.action(u"Exportar..."_qs)->trigger();
+        driver.action(u"Exportar..."_s)->trigger();
         QCOMPARE(readFile(existing), QByteArray("o que já estava"));
         QVERIFY(QFile::remove(existing));
     } else {
         QVERIFY(driver.chooseContainer(m_container));
-        driver.dialogs.handle(u"Alterar senha do cofre"_qs, [&](QDialog* dialog) {
-            driver.dialogs.handle(u"Alterar senha"_qs, request);
-            QVERIFY(pressButton(dialog, u"Alterar"_qs));
+        driver.dialogs.handle(u"Alterar senha do cofre"_s, [&](QDialog* dialog) {
+            driver.dialogs.handle(u"Alterar senha"_s, request);
+            QVERIFY(pressButton(dialog, u"Alterar"_s));
         });
-        driver.action(u"Alterar senha..."_qs)->trigger();
+        driver.action(u"Alterar senha..."_s)->trigger();
     }
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QVERIFY(!driver.window.isVisible());
@@ -233,13 +233,13 @@ void TestTermination::aRequestWithdrawsADialogThatStandsOnAnother() {
 }
 
 void TestTermination::aRequestDuringAnImportWaitsForItsEnd() {
-    const QString source = m_folder.filePath(u"grande.bin"_qs);
+    const QString source = m_folder.filePath(u"grande.bin"_s);
     QVERIFY(writeFile(source, noise(40 * 1024 * 1024)));
     bool asked = false;
     {
         WindowDriver driver;
         QVERIFY(driver.openVault(m_container, Password));
-        driver.dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {source});
+        driver.dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {source});
         const ProgressProbe probe([&](QProgressDialog* dialog, int value) {
             if (value > 300 && value < 1000) {
                 driver.window.requestClose();
@@ -248,13 +248,13 @@ void TestTermination::aRequestDuringAnImportWaitsForItsEnd() {
                 asked = true;
             }
         });
-        driver.action(u"Importar..."_qs)->trigger();
+        driver.action(u"Importar..."_s)->trigger();
         QVERIFY(!driver.window.isVisible());
         QCOMPARE(workspaces().size(), 0);
     }
     Tessel::Core::VaultManager vault;
     QVERIFY(vault.unlockVault(m_container, Password.toUtf8()));
-    const bool imported = vault.fileIndex().contains(u"grande.bin"_qs);
+    const bool imported = vault.fileIndex().contains(u"grande.bin"_s);
     QVERIFY(vault.lockVault());
     QVERIFY(asked);
     QVERIFY(imported);
@@ -263,27 +263,27 @@ void TestTermination::aRequestDuringAnImportWaitsForItsEnd() {
 void TestTermination::aSecondRequestChangesNothing() {
     WindowDriver driver;
     QVERIFY(driver.openVault(m_container, Password));
-    driver.dialogs.handle(u"Nova pasta"_qs, [&](QDialog*) {
+    driver.dialogs.handle(u"Nova pasta"_s, [&](QDialog*) {
         driver.window.requestClose();
         driver.window.requestClose();
     });
-    driver.action(u"Nova pasta..."_qs)->trigger();
+    driver.action(u"Nova pasta..."_s)->trigger();
     QVERIFY(!driver.window.isVisible());
     driver.window.requestClose();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
 }
 
 void TestTermination::theWindowStaysWhenTheVaultCannotBeLocked() {
-    const QString container = m_folder.filePath(u"gone.tvlt"_qs);
+    const QString container = m_folder.filePath(u"gone.tvlt"_s);
     QVERIFY(QFile::copy(m_container, container));
     WindowDriver driver;
-    QVERIFY(driver.openWithoutWayBack(container, Password, u"a.txt"_qs));
-    driver.dialogs.handle(u"Tessel"_qs, [&](QDialog* dialog) {
+    QVERIFY(driver.openWithoutWayBack(container, Password, u"a.txt"_s));
+    driver.dialogs.handle(u"Tessel"_s, [&](QDialog* dialog) {
         driver.window.requestClose(); // a second signal while the first is being answered
         dialog->accept();
     });
     driver.window.requestClose();
-    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_s);
     QVERIFY(driver.window.isVisible());
     QVERIFY(driver.vaultIsOpen());
 
@@ -308,18 +308,18 @@ void TestTermination::logOutLocksTheVaultAndClosesTheWindow() {
 }
 
 void TestTermination::logOutIsCancelledWhenTheVaultCannotBeLocked() {
-    const QString container = m_folder.filePath(u"logout.tvlt"_qs);
+    const QString container = m_folder.filePath(u"logout.tvlt"_s);
     QVERIFY(QFile::copy(m_container, container));
     WindowDriver driver;
-    QVERIFY(driver.openWithoutWayBack(container, Password, u"a.txt"_qs));
+    QVERIFY(driver.openWithoutWayBack(container, Password, u"a.txt"_s));
     int cancelled = 0;
     const auto cancel = [&cancelled] {
         ++cancelled;
     };
-    driver.dialogs.acceptWarning(u"Tessel"_qs);
+    driver.dialogs.acceptWarning(u"Tessel"_s);
     Tessel::UI::closeOrCancel(driver.window, cancel);
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
-    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_s);
     QCOMPARE(cancelled, 1);
     QVERIFY(driver.window.isVisible());
     QVERIFY(driver.vaultIsOpen());
@@ -336,11 +336,11 @@ void TestTermination::logOutIsCancelledWhileACommandRuns() {
     WindowDriver driver;
     QVERIFY(driver.openVault(m_container, Password));
     int cancelled = 0;
-    driver.dialogs.handle(u"Nova pasta"_qs, [&](QDialog* dialog) {
+    driver.dialogs.handle(u"Nova pasta"_s, [&](QDialog* dialog) {
         Tessel::UI::closeOrCancel(driver.window, [&cancelled] { ++cancelled; });
         dialog->reject();
     });
-    driver.action(u"Nova pasta..."_qs)->trigger();
+    driver.action(u"Nova pasta..."_s)->trigger();
     QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
     QCOMPARE(cancelled, 1);
     QVERIFY(driver.window.isVisible());
@@ -355,10 +355,10 @@ void TestTermination::theProgramEndsOnASignal_data() {
 bool TestTermination::startProgram(QProcess* program, const QStringList& arguments, int signal) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     // Where a session has no such folder, the toolkit says so.
-    environment.insert(u"XDG_RUNTIME_DIR"_qs, QDir::tempPath());
+    environment.insert(u"XDG_RUNTIME_DIR"_s, QDir::tempPath());
     program->setProcessEnvironment(environment);
     program->start(QStringLiteral(TESSEL_PROGRAM),
-                   arguments + QStringList{u"-platform"_qs, u"offscreen"_qs});
+                   arguments + QStringList{u"-platform"_s, u"offscreen"_s});
     if (!program->waitForStarted()) {
         return false;
     }
@@ -366,7 +366,7 @@ bool TestTermination::startProgram(QProcess* program, const QStringList& argumen
     // follows the window.
     const auto catches = [program, signal] {
         const QList<QByteArray> lines =
-            readFile(u"/proc/%1/status"_qs.arg(program->processId())).split('\n');
+            readFile(u"/proc/%1/status"_s.arg(program->processId())).split('\n');
         for (const QByteArray& line : lines) {
             if (line.startsWith("SigCgt:")) {
                 return (line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1) & 1) == 1;
@@ -393,8 +393,8 @@ void TestTermination::theProgramEndsOnASignal() {
 
 void TestTermination::theProgramHasNoOptions_data() {
     QTest::addColumn<QString>("argument");
-    QTest::newRow("--version") << u"--version"_qs;
-    QTest::newRow("--help") << u"--help"_qs;
+    QTest::newRow("--version") << u"--version"_s;
+    QTest::newRow("--help") << u"--help"_s;
     QTest::newRow("a container") << m_container;
 }
 

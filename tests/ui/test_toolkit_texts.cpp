@@ -26,17 +26,18 @@
 #include <utility>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 
 /// Words that the toolkit shows when it has no Portuguese, none of which is a Portuguese word.
 const QRegularExpression
     EnglishWords(u"\\b(?:cancel|ok to|open|save|close|yes|apply|help|back|forward|parent|look in|"
                  u"create|new|folder|file|files|name|type|size|date|modified|directory|undo|redo|"
                  u"cut|copy|paste|delete|select|list|detail|details|view|show|hide|computer|"
-                 u"search|up|of|the|all|location|rename)\\b"_qs,
+                 u"search|up|of|the|all|location|rename)\\b"_s,
                  QRegularExpression::CaseInsensitiveOption);
 
 void collectMenu(const QMenu* menu, QStringList* texts) {
@@ -163,7 +164,7 @@ QStringList TestToolkitTexts::textsOfDialog(const QString& command, const QStrin
 /// Runs first: once installed, the catalogue stays.
 void TestToolkitTexts::withoutTheCatalogueTheyAreEnglish() {
     const QStringList texts =
-        textsOfDialog(u"Escolher container..."_qs, u"Escolher container Tessel"_qs);
+        textsOfDialog(u"Escolher container..."_s, u"Escolher container Tessel"_s);
     QVERIFY(!englishAmong(texts).isEmpty());
     Tessel::UI::setUpApplication(*qApp);
 }
@@ -172,30 +173,29 @@ void TestToolkitTexts::noDialogShowsAnEnglishWord_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("title");
     QTest::newRow("choose a container")
-        << u"Escolher container..."_qs << u"Escolher container Tessel"_qs;
-    QTest::newRow("create a container")
-        << u"Criar novo cofre..."_qs << u"Criar container Tessel"_qs;
-    QTest::newRow("import") << u"Importar..."_qs << u"Importar arquivos para o cofre"_qs;
-    QTest::newRow("type a name") << u"Nova pasta..."_qs << u"Nova pasta"_qs;
-    QTest::newRow("type a password") << u"Desbloquear"_qs << u"Senha do cofre"_qs;
-    QTest::newRow("change the password") << u"Alterar senha..."_qs << u"Alterar senha do cofre"_qs;
-    QTest::newRow("question") << u"Excluir..."_qs << u"Excluir arquivo"_qs;
-    QTest::newRow("move") << u"Mover para pasta..."_qs << u"Mover arquivo"_qs;
-    QTest::newRow("back up") << u"Fazer backup..."_qs << u"Fazer backup do container"_qs;
-    QTest::newRow("compact") << u"Compactar cofre..."_qs << u"Compactar cofre"_qs;
-    QTest::newRow("help") << u"Ajuda"_qs << u"Ajuda do Tessel"_qs;
+        << u"Escolher container..."_s << u"Escolher container Tessel"_s;
+    QTest::newRow("create a container") << u"Criar novo cofre..."_s << u"Criar container Tessel"_s;
+    QTest::newRow("import") << u"Importar..."_s << u"Importar arquivos para o cofre"_s;
+    QTest::newRow("type a name") << u"Nova pasta..."_s << u"Nova pasta"_s;
+    QTest::newRow("type a password") << u"Desbloquear"_s << u"Senha do cofre"_s;
+    QTest::newRow("change the password") << u"Alterar senha..."_s << u"Alterar senha do cofre"_s;
+    QTest::newRow("question") << u"Excluir..."_s << u"Excluir arquivo"_s;
+    QTest::newRow("move") << u"Mover para pasta..."_s << u"Mover arquivo"_s;
+    QTest::newRow("back up") << u"Fazer backup..."_s << u"Fazer backup do container"_s;
+    QTest::newRow("compact") << u"Compactar cofre..."_s << u"Compactar cofre"_s;
+    QTest::newRow("help") << u"Ajuda"_s << u"Ajuda do Tessel"_s;
 }
 
 void TestToolkitTexts::noDialogShowsAnEnglishWord() {
     QFETCH(const QString, command);
     QFETCH(const QString, title);
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "a");
-    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
+    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "a");
+    const QString path = m_folder->filePath(u"tessel.tvlt"_s);
     QVERIFY(crafted.writeTo(path) && m_driver->openVault(path, Password) &&
-            m_driver->selectRow(u"a.txt"_qs));
+            m_driver->selectRow(u"a.txt"_s));
     if (!m_driver->action(command)->isEnabled()) {
-        m_driver->action(u"Bloquear"_qs)->trigger();
+        m_driver->action(u"Bloquear"_s)->trigger();
     }
     const QStringList texts = textsOfDialog(command, title);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
@@ -205,10 +205,10 @@ void TestToolkitTexts::noDialogShowsAnEnglishWord() {
 
 void TestToolkitTexts::buttonsOfTheToolkitArePortuguese() {
     const QStringList texts =
-        textsOfDialog(u"Escolher container..."_qs, u"Escolher container Tessel"_qs);
-    QVERIFY2(texts.contains(u"&Abrir"_qs) || texts.contains(u"Abrir"_qs),
+        textsOfDialog(u"Escolher container..."_s, u"Escolher container Tessel"_s);
+    QVERIFY2(texts.contains(u"&Abrir"_s) || texts.contains(u"Abrir"_s),
              qPrintable(texts.join(u'|')));
-    QVERIFY2(texts.contains(u"Cancelar"_qs) || texts.contains(u"&Cancelar"_qs),
+    QVERIFY2(texts.contains(u"Cancelar"_s) || texts.contains(u"&Cancelar"_s),
              qPrintable(texts.join(u'|')));
 }
 
@@ -221,17 +221,17 @@ void TestToolkitTexts::theWindowsOwnTextsCanBeTranslated() {
     const NotingTranslator translator;
     m_driver = std::make_unique<WindowDriver>();
     CraftedContainer crafted;
-    const QString path = m_folder->filePath(u"tessel.tvlt"_qs);
-    QVERIFY(crafted.addFile(u"a.txt"_qs, "a").writeTo(path) && m_driver->chooseContainer(path));
-    m_driver->dialogs.answerText(u"Senha do cofre"_qs, u"senha errada"_qs);
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    m_driver->action(u"Desbloquear"_qs)->trigger();
+    const QString path = m_folder->filePath(u"tessel.tvlt"_s);
+    QVERIFY(crafted.addFile(u"a.txt"_s, "a").writeTo(path) && m_driver->chooseContainer(path));
+    m_driver->dialogs.answerText(u"Senha do cofre"_s, u"senha errada"_s);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    m_driver->action(u"Desbloquear"_s)->trigger();
     QStringList texts{m_driver->dialogs.lastText(),
-                      m_driver->label(u"protectedFilesLabel"_qs)->text()};
-    QVERIFY(m_driver->unlock(Password) && m_driver->selectRow(u"a.txt"_qs));
+                      m_driver->label(u"protectedFilesLabel"_s)->text()};
+    QVERIFY(m_driver->unlock(Password) && m_driver->selectRow(u"a.txt"_s));
     texts.append(m_driver->statusMessage());
-    m_driver->dialogs.reject(u"Excluir arquivo"_qs);
-    m_driver->action(u"Excluir..."_qs)->trigger();
+    m_driver->dialogs.reject(u"Excluir arquivo"_s);
+    m_driver->action(u"Excluir..."_s)->trigger();
     texts.append(m_driver->dialogs.last().buttons);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     const QList<DialogDriver::Seen> dialogs = m_driver->dialogs.seen();
@@ -248,13 +248,13 @@ void TestToolkitTexts::theWindowsOwnTextsCanBeTranslated() {
         }
     }
     // As they are before names and numbers are put in.
-    texts.append({u"Arquivos protegidos | Pasta: %1 | %2"_qs, u"Raiz"_qs, u"1 arquivo no cofre."_qs,
-                  u"Container: %1"_qs, u"Versão %1"_qs,
+    texts.append({u"Arquivos protegidos | Pasta: %1 | %2"_s, u"Raiz"_s, u"1 arquivo no cofre."_s,
+                  u"Container: %1"_s, u"Versão %1"_s,
                   u"Excluir %1 removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
-                  u"liberados do container após executar Compactar cofre."_qs});
+                  u"liberados do container após executar Compactar cofre."_s});
     for (const QString& text : std::as_const(texts)) {
-        QVERIFY2(translator.contextsOf(text) == QStringList(u"Tessel::UI::MainWindow"_qs),
-                 qPrintable(u"%1: %2"_qs.arg(text, translator.contextsOf(text).join(u' '))));
+        QVERIFY2(translator.contextsOf(text) == QStringList(u"Tessel::UI::MainWindow"_s),
+                 qPrintable(u"%1: %2"_s.arg(text, translator.contextsOf(text).join(u' '))));
     }
 }
 

@@ -29,22 +29,23 @@
 #include <unistd.h>
 
 using namespace Tessel::Tests;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const QString Password = QStringLiteral("senha de teste");
-const QString CreateTitle = QStringLiteral("Criar container Tessel");
-const QString FirstTitle = QStringLiteral("Definir senha do cofre");
-const QString SecondTitle = QStringLiteral("Confirmar senha do cofre");
-const QString BackupTitle = QStringLiteral("Fazer backup");
-const QString BackupFileTitle = QStringLiteral("Fazer backup do container");
+const QString Password = u"senha de teste"_s;
+const QString CreateTitle = u"Criar container Tessel"_s;
+const QString FirstTitle = u"Definir senha do cofre"_s;
+const QString SecondTitle = u"Confirmar senha do cofre"_s;
+const QString BackupTitle = u"Fazer backup"_s;
+const QString BackupFileTitle = u"Fazer backup do container"_s;
 
 /// Keeps the open vault's temporary folder from being removed while it lives; removes it then.
 class StubbornWorkspace {
 public:
     StubbornWorkspace() {
         const QFileInfoList workspaces =
-            QDir(QDir::tempPath() + u"/Tessel"_qs).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+            QDir(QDir::tempPath() + u"/Tessel"_s).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
         if (workspaces.size() == 1) {
             m_path = workspaces.first().filePath();
             m_mount = std::make_unique<ReadOnlyMount>(m_path);
@@ -110,7 +111,7 @@ private Q_SLOTS:
     void backupOntoSomethingThatIsNoFileIsRefused();
 
 private:
-    [[nodiscard]] QString containerPath() const { return path(u"t.tvlt"_qs); }
+    [[nodiscard]] QString containerPath() const { return path(u"t.tvlt"_s); }
     [[nodiscard]] bool chooseCrafted();
     [[nodiscard]] bool run(const QString& action) {
         m_driver->action(action)->trigger();
@@ -123,7 +124,7 @@ private:
 
 bool TestVaultAccess::chooseCrafted() {
     CraftedContainer crafted;
-    const bool chosen = crafted.addFile(u"a.txt"_qs, "aaa").writeTo(containerPath()) &&
+    const bool chosen = crafted.addFile(u"a.txt"_s, "aaa").writeTo(containerPath()) &&
                         m_driver->chooseContainer(containerPath());
     m_driver->window.statusBar()->clearMessage();
     return chosen;
@@ -133,8 +134,8 @@ void TestVaultAccess::choosingSaysSo() {
     // What the file holds is found out only when it is unlocked.
     QVERIFY(writeFile(containerPath(), "no container"));
     QVERIFY(m_driver->chooseContainer(containerPath()));
-    QCOMPARE(status(), u"Container selecionado."_qs);
-    QVERIFY(m_driver->action(u"Desbloquear"_qs)->isEnabled());
+    QCOMPARE(status(), u"Container selecionado."_s);
+    QVERIFY(m_driver->action(u"Desbloquear"_s)->isEnabled());
 }
 
 // --- Creating --------------------------------------------------------------------------------
@@ -143,14 +144,14 @@ void TestVaultAccess::createRefusesPasswords_data() {
     QTest::addColumn<QString>("first");
     QTest::addColumn<QString>("second");
     QTest::addColumn<QString>("message");
-    const QString differ = u"As senhas informadas não coincidem."_qs;
-    const QString tooShort = u"Use uma senha com pelo menos 10 caracteres para criar o cofre."_qs;
+    const QString differ = u"As senhas informadas não coincidem."_s;
+    const QString tooShort = u"Use uma senha com pelo menos 10 caracteres para criar o cofre."_s;
     QTest::newRow("no password") << QString() << QString() << QString();
-    QTest::newRow("mismatch") << u"senha de teste"_qs << u"senha de testes"_qs << differ;
-    QTest::newRow("confirmation cancelled") << u"senha de teste"_qs << QString() << differ;
-    QTest::newRow("mismatch before length") << u"curta"_qs << u"outra"_qs << differ;
-    QTest::newRow("nine bytes") << u"123456789"_qs << u"123456789"_qs << tooShort;
-    QTest::newRow("four accented letters") << u"éééé"_qs << u"éééé"_qs << tooShort;
+    QTest::newRow("mismatch") << u"senha de teste"_s << u"senha de testes"_s << differ;
+    QTest::newRow("confirmation cancelled") << u"senha de teste"_s << QString() << differ;
+    QTest::newRow("mismatch before length") << u"curta"_s << u"outra"_s << differ;
+    QTest::newRow("nine bytes") << u"123456789"_s << u"123456789"_s << tooShort;
+    QTest::newRow("four accented letters") << u"éééé"_s << u"éééé"_s << tooShort;
 }
 
 void TestVaultAccess::createRefusesPasswords() {
@@ -165,40 +166,40 @@ void TestVaultAccess::createRefusesPasswords() {
         } else {
             m_driver->dialogs.answerText(SecondTitle, second);
         }
-        m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+        m_driver->dialogs.acceptWarning(u"Tessel"_s);
     }
-    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), message.isEmpty() ? u"Senha:"_qs : message);
+    QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), message.isEmpty() ? u"Senha:"_s : message);
     QVERIFY(!m_driver->dialogs.last().hasParent);
     QVERIFY(!QFileInfo::exists(containerPath()));
-    QCOMPARE(status(), u"Pronto (0 ms)"_qs);
+    QCOMPARE(status(), u"Pronto (0 ms)"_s);
 }
 
 void TestVaultAccess::fiveAccentedLettersMakeAVault() {
-    const QString password = u"ééééé"_qs;
+    const QString password = u"ééééé"_s;
     m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
     m_driver->dialogs.answerText(FirstTitle, password);
     m_driver->dialogs.answerText(SecondTitle, password);
-    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"Cofre criado com sucesso."_qs);
+    QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(problems()));
+    QCOMPARE(status(), u"Cofre criado com sucesso."_s);
     QVERIFY(!m_driver->vaultIsOpen());
     QVERIFY(m_driver->unlock(password));
 }
 
 void TestVaultAccess::createFailureIsTold() {
-    QVERIFY(QDir(m_folder->path()).mkdir(u"gone"_qs));
-    m_driver->dialogs.answerFiles(CreateTitle, {path(u"gone/t.tvlt"_qs)});
+    QVERIFY(QDir(m_folder->path()).mkdir(u"gone"_s));
+    m_driver->dialogs.answerFiles(CreateTitle, {path(u"gone/t.tvlt"_s)});
     m_driver->dialogs.answerText(FirstTitle, Password);
     m_driver->dialogs.handle(SecondTitle, [this](QDialog* dialog) {
-        QVERIFY(QDir(m_folder->path()).rmdir(u"gone"_qs));
+        QVERIFY(QDir(m_folder->path()).rmdir(u"gone"_s));
         dialog->findChild<QLineEdit*>()->setText(Password);
         dialog->accept();
     });
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível criar o cofre."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível criar o cofre."_s);
     QVERIFY(m_driver->dialogs.last().hasParent);
-    QVERIFY(!m_driver->action(u"Desbloquear"_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Desbloquear"_s)->isEnabled());
 }
 
 // --- Unlocking and locking -------------------------------------------------------------------
@@ -215,7 +216,7 @@ void TestVaultAccess::unlockRefuses() {
     QFETCH(const QString, fault);
     CraftedContainer crafted;
     if (fault == u"other version") {
-        crafted.setHeaderMember(u"formatVersion"_qs, 4);
+        crafted.setHeaderMember(u"formatVersion"_s, 4);
     }
     QVERIFY(crafted.writeTo(containerPath()));
     QVERIFY(m_driver->chooseContainer(containerPath()));
@@ -226,18 +227,18 @@ void TestVaultAccess::unlockRefuses() {
         QVERIFY(QFile::remove(containerPath()));
         QVERIFY(fault == u"missing" || QDir().mkdir(containerPath()));
     }
-    m_driver->dialogs.handle(u"Senha do cofre"_qs, [&fault](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Senha do cofre"_s, [&fault](QDialog* dialog) {
         auto* edit = dialog->findChild<QLineEdit*>();
         edit->setMaxLength(8 * 1048576);
         edit->setText(fault == u"long password"    ? QString(4 * 1048576, u'x')
-                      : fault == u"wrong password" ? u"senha errada"_qs
+                      : fault == u"wrong password" ? u"senha errada"_s
                                                    : Password);
         dialog->accept();
     });
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
     QCOMPARE(lastText(), u"Não foi possível desbloquear o cofre. Verifique a senha ou se o "
-                         u"container foi alterado."_qs);
+                         u"container foi alterado."_s);
     QVERIFY(m_driver->dialogs.last().hasParent);
     QVERIFY(!m_driver->vaultIsOpen());
     QCOMPARE(status(), QString());
@@ -256,15 +257,15 @@ void TestVaultAccess::passwordsAreAskedForOutOfSight() {
     m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
     m_driver->dialogs.handle(FirstTitle, typeUnseen);
     m_driver->dialogs.handle(SecondTitle, typeUnseen);
-    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
-    m_driver->dialogs.handle(u"Senha do cofre"_qs, typeUnseen);
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(problems()));
+    m_driver->dialogs.handle(u"Senha do cofre"_s, typeUnseen);
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
     QVERIFY(m_driver->vaultIsOpen());
     QCOMPARE(shown, QStringList({QString(), QString(), QString()}));
     QCOMPARE(echoModes, QList<QLineEdit::EchoMode>(3, QLineEdit::Password));
     const QList<DialogDriver::Seen> passwords = m_driver->dialogs.seen().mid(1);
     for (const DialogDriver::Seen& dialog : passwords) {
-        QCOMPARE(dialog.text, u"Senha:"_qs);
+        QCOMPARE(dialog.text, u"Senha:"_s);
         QVERIFY2(!dialog.hasParent, qPrintable(dialog.title));
     }
 }
@@ -287,23 +288,23 @@ void TestVaultAccess::passwordDialogsShowAndSayTheirWholeTitle() {
     m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
     m_driver->dialogs.handle(FirstTitle, look);
     m_driver->dialogs.handle(SecondTitle, look);
-    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
-    m_driver->dialogs.handle(u"Senha do cofre"_qs, look);
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(problems()));
+    m_driver->dialogs.handle(u"Senha do cofre"_s, look);
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
     QCOMPARE(cut, QStringList());
-    QCOMPARE(names, QStringList({FirstTitle, SecondTitle, u"Senha do cofre"_qs}));
+    QCOMPARE(names, QStringList({FirstTitle, SecondTitle, u"Senha do cofre"_s}));
 }
 
 void TestVaultAccess::theEyeShowsAPasswordAndHidesIt() {
     QVERIFY(chooseCrafted());
     QStringList shown;
     bool pressed = false;
-    m_driver->dialogs.handle(u"Senha do cofre"_qs, [&](QDialog* dialog) {
+    m_driver->dialogs.handle(u"Senha do cofre"_s, [&](QDialog* dialog) {
         auto* field = dialog->findChild<QLineEdit*>();
         typeText(field, Password);
-        pressed = pressButton(dialog, u"Mostrar senha"_qs);
+        pressed = pressButton(dialog, u"Mostrar senha"_s);
         shown.append(field->displayText());
-        pressed = pressButton(dialog, u"Ocultar senha"_qs) && pressed;
+        pressed = pressButton(dialog, u"Ocultar senha"_s) && pressed;
         shown.append(field->displayText());
         dialog->activateWindow();
         pressed = QTest::qWaitForWindowActive(dialog) && pressed;
@@ -311,7 +312,7 @@ void TestVaultAccess::theEyeShowsAPasswordAndHidesIt() {
         shown.append(field->displayText());
         dialog->accept();
     });
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
     QVERIFY(pressed);
     QCOMPARE(shown.value(0), Password);
     QVERIFY(shown.value(1) != Password);
@@ -328,19 +329,19 @@ void TestVaultAccess::pastedPasswordsLoseTheirLineBreak() {
     m_driver->dialogs.answerFiles(CreateTitle, {containerPath()});
     m_driver->dialogs.handle(FirstTitle, paste);
     m_driver->dialogs.answerText(SecondTitle, Password);
-    QVERIFY2(run(u"Criar novo cofre..."_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"Cofre criado com sucesso."_qs);
-    m_driver->dialogs.handle(u"Senha do cofre"_qs, paste);
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(problems()));
+    QCOMPARE(status(), u"Cofre criado com sucesso."_s);
+    m_driver->dialogs.handle(u"Senha do cofre"_s, paste);
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
     QVERIFY(m_driver->vaultIsOpen());
 }
 
 void TestVaultAccess::emptyPasswordIsSilent() {
     QVERIFY(chooseCrafted());
-    m_driver->dialogs.answerText(u"Senha do cofre"_qs, QString());
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
-    m_driver->dialogs.reject(u"Senha do cofre"_qs);
-    QVERIFY2(run(u"Desbloquear"_qs), qPrintable(problems()));
+    m_driver->dialogs.answerText(u"Senha do cofre"_s, QString());
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
+    m_driver->dialogs.reject(u"Senha do cofre"_s);
+    QVERIFY2(run(u"Desbloquear"_s), qPrintable(problems()));
     QCOMPARE(status(), QString());
     QVERIFY(!m_driver->vaultIsOpen());
 }
@@ -348,10 +349,10 @@ void TestVaultAccess::emptyPasswordIsSilent() {
 void TestVaultAccess::unlockAndLockSaySo() {
     QVERIFY(chooseCrafted());
     QVERIFY(m_driver->unlock(Password));
-    QCOMPARE(status(), u"Cofre desbloqueado."_qs);
-    QCOMPARE(m_driver->rowNames(), QStringList(u"a.txt"_qs));
-    QVERIFY(run(u"Bloquear"_qs));
-    QCOMPARE(status(), u"Cofre bloqueado."_qs);
+    QCOMPARE(status(), u"Cofre desbloqueado."_s);
+    QCOMPARE(m_driver->rowNames(), QStringList(u"a.txt"_s));
+    QVERIFY(run(u"Bloquear"_s));
+    QCOMPARE(status(), u"Cofre bloqueado."_s);
     QVERIFY(m_driver->rowNames().isEmpty());
 }
 
@@ -361,11 +362,11 @@ void TestVaultAccess::aStubbornWorkspaceIsToldAndLockedAllTheSame() {
     QVERIFY(m_driver->unlock(Password));
     const StubbornWorkspace workspace;
     QVERIFY(workspace.isHeld());
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Bloquear"_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
-    QCOMPARE(m_driver->dialogs.last().status, u"Cofre desbloqueado."_qs);
-    QCOMPARE(status(), u"Cofre bloqueado."_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Bloquear"_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_s);
+    QCOMPARE(m_driver->dialogs.last().status, u"Cofre desbloqueado."_s);
+    QCOMPARE(status(), u"Cofre bloqueado."_s);
     QVERIFY(!m_driver->vaultIsOpen());
 }
 
@@ -375,41 +376,40 @@ void TestVaultAccess::aStubbornWorkspaceKeepsTheWindowButLocksTheVault() {
     QVERIFY(m_driver->unlock(Password));
     const StubbornWorkspace workspace;
     QVERIFY(workspace.isHeld());
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
     QVERIFY(!m_driver->window.close());
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível bloquear o cofre."_qs);
+    QCOMPARE(lastText(), u"Não foi possível bloquear o cofre."_s);
     QVERIFY(m_driver->window.isVisible());
     // The window shows what the vault is.
     QVERIFY(m_driver->rowNames().isEmpty());
-    QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->text(),
-             u"Nenhum cofre em uso (aberto)"_qs);
+    QCOMPARE(m_driver->label(u"protectedFilesLabel"_s)->text(), u"Nenhum cofre em uso (aberto)"_s);
     QVERIFY(!m_driver->padlock()->isChecked());
-    for (const QString& command : {u"Bloquear"_qs, u"Nova pasta..."_qs, u"Importar..."_qs,
-                                   u"Exportar..."_qs, u"Compactar cofre..."_qs}) {
+    for (const QString& command : {u"Bloquear"_s, u"Nova pasta..."_s, u"Importar..."_s,
+                                   u"Exportar..."_s, u"Compactar cofre..."_s}) {
         QVERIFY2(!m_driver->action(command)->isEnabled(), qPrintable(command));
     }
-    for (const QString& command : {u"Desbloquear"_qs, u"Escolher container..."_qs,
-                                   u"Fazer backup..."_qs, u"Alterar senha..."_qs}) {
+    for (const QString& command : {u"Desbloquear"_s, u"Escolher container..."_s,
+                                   u"Fazer backup..."_s, u"Alterar senha..."_s}) {
         QVERIFY2(m_driver->action(command)->isEnabled(), qPrintable(command));
     }
 }
 
 void TestVaultAccess::aLockThatFailsGoesOnAllTheSame() {
     CraftedContainer crafted;
-    QVERIFY(crafted.addFolder(u"docs"_qs).addFile(u"a.txt"_qs, "aaa").writeTo(containerPath()));
-    QVERIFY(m_driver->openWithoutWayBack(containerPath(), Password, u"a.txt"_qs));
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    const QLabel* summary = m_driver->label(u"protectedFilesLabel"_qs);
-    QCOMPARE(summary->text(), u"Arquivos protegidos | Pasta: docs | 1 arquivo no cofre."_qs);
-    m_driver->dialogs.acceptWarning(u"Tessel"_qs);
-    QVERIFY2(run(u"Bloquear"_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_qs);
-    QCOMPARE(status(), u"Cofre bloqueado."_qs);
+    QVERIFY(crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "aaa").writeTo(containerPath()));
+    QVERIFY(m_driver->openWithoutWayBack(containerPath(), Password, u"a.txt"_s));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    const QLabel* summary = m_driver->label(u"protectedFilesLabel"_s);
+    QCOMPARE(summary->text(), u"Arquivos protegidos | Pasta: docs | 1 arquivo no cofre."_s);
+    m_driver->dialogs.acceptWarning(u"Tessel"_s);
+    QVERIFY2(run(u"Bloquear"_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível limpar a área temporária."_s);
+    QCOMPARE(status(), u"Cofre bloqueado."_s);
     // It is still open, with the change that could not be taken back, and shown from the root.
     QVERIFY(m_driver->vaultIsOpen());
-    QCOMPARE(summary->text(), u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_qs);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs, u"a.txt"_qs}));
+    QCOMPARE(summary->text(), u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_s);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
     QVERIFY(WindowDriver::bringBack(containerPath()));
 }
 
@@ -419,11 +419,11 @@ void TestVaultAccess::fileDialogsProposeANameAndFilter_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("namePattern");
-    QTest::newRow("choose") << u"Escolher container..."_qs << u"Escolher container Tessel"_qs
+    QTest::newRow("choose") << u"Escolher container..."_s << u"Escolher container Tessel"_s
                             << QString();
-    QTest::newRow("create") << u"Criar novo cofre..."_qs << CreateTitle << u"tessel\\.tvlt"_qs;
-    QTest::newRow("backup") << u"Fazer backup..."_qs << BackupFileTitle
-                            << u"tessel_backup_\\d{4}-\\d\\d-\\d\\d_\\d{4}\\.tvlt"_qs;
+    QTest::newRow("create") << u"Criar novo cofre..."_s << CreateTitle << u"tessel\\.tvlt"_s;
+    QTest::newRow("backup") << u"Fazer backup..."_s << BackupFileTitle
+                            << u"tessel_backup_\\d{4}-\\d\\d-\\d\\d_\\d{4}\\.tvlt"_s;
 }
 
 void TestVaultAccess::fileDialogsProposeANameAndFilter() {
@@ -431,7 +431,7 @@ void TestVaultAccess::fileDialogsProposeANameAndFilter() {
     QFETCH(const QString, title);
     QFETCH(const QString, namePattern);
     QVERIFY(chooseCrafted());
-    const QString container = m_driver->label(u"containerLabel"_qs)->text();
+    const QString container = m_driver->label(u"containerLabel"_s)->text();
     QStringList filters;
     QString name;
     QString folder;
@@ -439,12 +439,11 @@ void TestVaultAccess::fileDialogsProposeANameAndFilter() {
         const auto* files = qobject_cast<QFileDialog*>(dialog);
         filters = files->nameFilters();
         folder = files->directory().absolutePath();
-        name = dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->text();
+        name = dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)->text();
         dialog->reject();
     });
     QVERIFY2(run(command), qPrintable(problems()));
-    QCOMPARE(filters,
-             QStringList({u"Tessel Container (*.tvlt)"_qs, u"Todos os arquivos (*.*)"_qs}));
+    QCOMPARE(filters, QStringList({u"Tessel Container (*.tvlt)"_s, u"Todos os arquivos (*.*)"_s}));
     const QRegularExpression pattern(QRegularExpression::anchoredPattern(namePattern));
     QVERIFY2(pattern.match(name).hasMatch(), qPrintable(name));
     if (title == BackupFileTitle) {
@@ -452,20 +451,20 @@ void TestVaultAccess::fileDialogsProposeANameAndFilter() {
     }
     // Cancelled, they change nothing.
     QCOMPARE(status(), QString());
-    QCOMPARE(m_driver->label(u"containerLabel"_qs)->text(), container);
+    QCOMPARE(m_driver->label(u"containerLabel"_s)->text(), container);
 }
 
 void TestVaultAccess::commandsOutOfPlaceAreTold_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("unlocked");
     QTest::addColumn<QString>("message");
-    const QString none = u"Selecione um container primeiro."_qs;
-    QTest::newRow("password, no container") << u"Alterar senha..."_qs << false << none;
-    QTest::newRow("backup, no container") << u"Fazer backup..."_qs << false << none;
+    const QString none = u"Selecione um container primeiro."_s;
+    QTest::newRow("password, no container") << u"Alterar senha..."_s << false << none;
+    QTest::newRow("backup, no container") << u"Fazer backup..."_s << false << none;
     QTest::newRow("password, unlocked")
-        << u"Alterar senha..."_qs << true << u"Bloqueie o cofre antes de alterar a senha."_qs;
+        << u"Alterar senha..."_s << true << u"Bloqueie o cofre antes de alterar a senha."_s;
     QTest::newRow("backup, unlocked")
-        << u"Fazer backup..."_qs << true << u"Bloqueie o cofre antes de fazer o backup."_qs;
+        << u"Fazer backup..."_s << true << u"Bloqueie o cofre antes de fazer o backup."_s;
 }
 
 void TestVaultAccess::commandsOutOfPlaceAreTold() {
@@ -479,22 +478,22 @@ void TestVaultAccess::commandsOutOfPlaceAreTold() {
     // The menu does not offer it; whoever gets there all the same is told why not.
     QVERIFY(!m_driver->action(command)->isEnabled());
     m_driver->action(command)->setEnabled(true);
-    m_driver->dialogs.acceptInformation(u"Tessel"_qs);
+    m_driver->dialogs.acceptInformation(u"Tessel"_s);
     QVERIFY2(run(command), qPrintable(problems()));
     QCOMPARE(lastText(), message);
 }
 
 void TestVaultAccess::anImportWhoseDriveIsGoneIsTold() {
-    const QString drive = path(u"drive"_qs);
+    const QString drive = path(u"drive"_s);
     QVERIFY(QDir().mkdir(drive));
-    QVERIFY(CraftedContainer().writeTo(drive + u"/t.tvlt"_qs));
-    QVERIFY(writeFile(path(u"n.bin"_qs), "n"));
-    QVERIFY(m_driver->openVault(drive + u"/t.tvlt"_qs, Password));
-    QVERIFY(QDir().rename(drive, path(u"gone"_qs)));
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_qs, {path(u"n.bin"_qs)});
-    m_driver->dialogs.acceptWarning(u"Importar arquivos"_qs);
-    QVERIFY2(run(u"Importar..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível verificar o espaço livre da unidade do container."_qs);
+    QVERIFY(CraftedContainer().writeTo(drive + u"/t.tvlt"_s));
+    QVERIFY(writeFile(path(u"n.bin"_s), "n"));
+    QVERIFY(m_driver->openVault(drive + u"/t.tvlt"_s, Password));
+    QVERIFY(QDir().rename(drive, path(u"gone"_s)));
+    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {path(u"n.bin"_s)});
+    m_driver->dialogs.acceptWarning(u"Importar arquivos"_s);
+    QVERIFY2(run(u"Importar..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível verificar o espaço livre da unidade do container."_s);
     QVERIFY(m_driver->rowNames().isEmpty());
 }
 
@@ -502,18 +501,18 @@ void TestVaultAccess::anImportWhoseDriveIsGoneIsTold() {
 
 void TestVaultAccess::backupCopiesByteForByte() {
     QVERIFY(chooseCrafted());
-    const QString copy = path(u"copy.tvlt"_qs);
+    const QString copy = path(u"copy.tvlt"_s);
     QVERIFY(writeFile(copy, noise(20 * 1048576)));
     m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
     // The file dialog asks before it lets anything be replaced.
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptInformation(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
     QCOMPARE(lastText(),
              u"Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada do "
-             u"container e permanece protegido pela senha do cofre."_qs);
-    QCOMPARE(m_driver->dialogs.last().status, u"Backup do container concluído."_qs);
-    QCOMPARE(status(), u"Backup do container concluído."_qs);
+             u"container e permanece protegido pela senha do cofre."_s);
+    QCOMPARE(m_driver->dialogs.last().status, u"Backup do container concluído."_s);
+    QCOMPARE(status(), u"Backup do container concluído."_s);
     QCOMPARE(sha256OfFile(copy), sha256OfFile(containerPath()));
 }
 
@@ -522,23 +521,23 @@ void TestVaultAccess::backupOfNothingIsComplete() {
     QVERIFY(m_driver->chooseContainer(containerPath()));
     int last = -1;
     const ProgressProbe probe([&last](const QProgressDialog*, int value) { last = value; });
-    m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
+    m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_s)});
     m_driver->dialogs.acceptInformation(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
-    QCOMPARE(status(), u"Backup do container concluído."_qs);
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
+    QCOMPARE(status(), u"Backup do container concluído."_s);
     QCOMPARE(last, 1000);
-    QVERIFY(QFileInfo(path(u"copy.tvlt"_qs)).isFile());
-    QCOMPARE(QFileInfo(path(u"copy.tvlt"_qs)).size(), 0);
+    QVERIFY(QFileInfo(path(u"copy.tvlt"_s)).isFile());
+    QCOMPARE(QFileInfo(path(u"copy.tvlt"_s)).size(), 0);
 }
 
 void TestVaultAccess::backupRefusesTheContainerItself() {
     QVERIFY(chooseCrafted());
     const QByteArray before = sha256OfFile(containerPath());
     m_driver->dialogs.answerFiles(BackupFileTitle, {containerPath()});
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Escolha um destino diferente do container original."_qs);
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Escolha um destino diferente do container original."_s);
     QCOMPARE(sha256OfFile(containerPath()), before);
     QCOMPARE(status(), QString());
 }
@@ -546,12 +545,12 @@ void TestVaultAccess::backupRefusesTheContainerItself() {
 void TestVaultAccess::backupOntoALinkKeepsTheVault() {
     QVERIFY(chooseCrafted());
     const QByteArray before = sha256OfFile(containerPath());
-    const QString link = path(u"link.tvlt"_qs);
+    const QString link = path(u"link.tvlt"_s);
     QVERIFY(QFile::link(containerPath(), link));
     m_driver->dialogs.answerFiles(BackupFileTitle, {link});
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptInformation(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
     QCOMPARE(sha256OfFile(containerPath()), before);
     QVERIFY(m_driver->unlock(Password));
 }
@@ -559,13 +558,13 @@ void TestVaultAccess::backupOntoALinkKeepsTheVault() {
 void TestVaultAccess::backupOntoASecondNameIsRefused() {
     QVERIFY(chooseCrafted());
     const QByteArray before = sha256OfFile(containerPath());
-    const QString name = path(u"name.tvlt"_qs);
+    const QString name = path(u"name.tvlt"_s);
     QCOMPARE(::link(qPrintable(containerPath()), qPrintable(name)), 0);
     m_driver->dialogs.answerFiles(BackupFileTitle, {name});
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível criar o arquivo de backup."_qs);
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível criar o arquivo de backup."_s);
     QCOMPARE(status(), QString());
     QCOMPARE(sha256OfFile(containerPath()), before);
     QVERIFY(QFileInfo::exists(name));
@@ -574,19 +573,19 @@ void TestVaultAccess::backupOntoASecondNameIsRefused() {
 void TestVaultAccess::backupFailuresAreTold_data() {
     QTest::addColumn<QString>("fault");
     QTest::addColumn<QString>("message");
-    QTest::newRow("missing") << u"missing"_qs << u"O arquivo do container não foi encontrado."_qs;
-    QTest::newRow("folder") << u"folder"_qs << u"O arquivo do container não foi encontrado."_qs;
+    QTest::newRow("missing") << u"missing"_s << u"O arquivo do container não foi encontrado."_s;
+    QTest::newRow("folder") << u"folder"_s << u"O arquivo do container não foi encontrado."_s;
     QTest::newRow("gone meanwhile")
-        << u"meanwhile"_qs << u"Não foi possível abrir o container para backup."_qs;
+        << u"meanwhile"_s << u"Não foi possível abrir o container para backup."_s;
     QTest::newRow("destination without folder")
-        << u"destination"_qs << u"Não foi possível criar o arquivo de backup."_qs;
+        << u"destination"_s << u"Não foi possível criar o arquivo de backup."_s;
 }
 
 void TestVaultAccess::backupFailuresAreTold() {
     QFETCH(const QString, fault);
     QFETCH(const QString, message);
     QVERIFY(chooseCrafted());
-    QVERIFY(QDir(m_folder->path()).mkdir(u"gone"_qs));
+    QVERIFY(QDir(m_folder->path()).mkdir(u"gone"_s));
     if (fault == u"missing" || fault == u"folder") {
         QVERIFY(QFile::remove(containerPath()));
         QVERIFY(fault == u"missing" || QDir().mkdir(containerPath()));
@@ -594,14 +593,14 @@ void TestVaultAccess::backupFailuresAreTold() {
         m_driver->dialogs.handle(BackupFileTitle, [&](QDialog* dialog) {
             connect(dialog, &QDialog::finished, this, [&] {
                 QVERIFY(fault == u"meanwhile" ? QFile::remove(containerPath())
-                                              : QDir(m_folder->path()).rmdir(u"gone"_qs));
+                                              : QDir(m_folder->path()).rmdir(u"gone"_s));
             });
-            dialog->findChild<QLineEdit*>(u"fileNameEdit"_qs)->setText(path(u"gone/copy.tvlt"_qs));
+            dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)->setText(path(u"gone/copy.tvlt"_s));
             QMetaObject::invokeMethod(dialog, "accept");
         });
     }
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
     QCOMPARE(lastText(), message);
     QCOMPARE(status(), QString());
 }
@@ -611,13 +610,13 @@ void TestVaultAccess::fullDestinationLeavesNoPartialCopy() {
     QVERIFY(chooseCrafted());
     const SmallDisk disk(MiB);
     QVERIFY(disk.isMounted());
-    const QString copy = disk.filePath(u"copy.tvlt"_qs);
+    const QString copy = disk.filePath(u"copy.tvlt"_s);
     m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_s);
     QCOMPARE(m_driver->dialogs.last().status, QString());
-    QCOMPARE(status(), u"Falha ao fazer backup do container."_qs);
+    QCOMPARE(status(), u"Falha ao fazer backup do container."_s);
     QVERIFY(!QFileInfo::exists(copy));
 }
 
@@ -626,20 +625,20 @@ void TestVaultAccess::fullDestinationKeepsAnEarlierBackup() {
     QVERIFY(chooseCrafted());
     const SmallDisk disk(MiB);
     QVERIFY(disk.isMounted());
-    const QString copy = disk.filePath(u"copy.tvlt"_qs);
+    const QString copy = disk.filePath(u"copy.tvlt"_s);
     QVERIFY(writeFile(copy, "an earlier backup"));
     m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_s);
     QCOMPARE(readFile(copy), QByteArray("an earlier backup"));
-    QCOMPARE(QDir(disk.path()).entryList(QDir::Files | QDir::Hidden), {u"copy.tvlt"_qs});
+    QCOMPARE(QDir(disk.path()).entryList(QDir::Files | QDir::Hidden), {u"copy.tvlt"_s});
 }
 
 void TestVaultAccess::anEarlierBackupStaysUntilTheNewOneIsWhole() {
     QVERIFY(chooseCrafted());
-    const QString copy = path(u"copy.tvlt"_qs);
+    const QString copy = path(u"copy.tvlt"_s);
     QVERIFY(writeFile(copy, "an earlier backup"));
     QByteArrayList seen;
     const ProgressProbe probe([&](const QProgressDialog*, int) {
@@ -647,9 +646,9 @@ void TestVaultAccess::anEarlierBackupStaysUntilTheNewOneIsWhole() {
         seen.append(readFile(copy).left(100));
     });
     m_driver->dialogs.answerFiles(BackupFileTitle, {copy});
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptInformation(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
     QVERIFY(!seen.isEmpty());
     QCOMPARE(seen.first(), QByteArray("an earlier backup"));
     QCOMPARE(sha256OfFile(copy), sha256OfFile(containerPath()));
@@ -669,21 +668,21 @@ void TestVaultAccess::aContainerThatChangesItsSizeMeanwhileIsNoBackup() {
     const ProgressProbe probe([&](const QProgressDialog*, int) {
         changed = changed || QFile::resize(containerPath(), size + change);
     });
-    m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
+    m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_s)});
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
     QVERIFY(changed);
-    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_qs);
-    QVERIFY(!QFileInfo::exists(path(u"copy.tvlt"_qs)));
+    QCOMPARE(lastText(), u"Não foi possível concluir o backup."_s);
+    QVERIFY(!QFileInfo::exists(path(u"copy.tvlt"_s)));
 }
 
 void TestVaultAccess::aVaultWhoseCompactionWasCutIsUnlockedAndSaved_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("copyBegun");
     for (const bool begun : {false, true}) {
-        QTest::addRow("unlock, copy begun: %d", begun) << u"Desbloquear"_qs << begun;
-        QTest::addRow("password, copy begun: %d", begun) << u"Alterar senha..."_qs << begun;
-        QTest::addRow("backup, copy begun: %d", begun) << u"Fazer backup..."_qs << begun;
+        QTest::addRow("unlock, copy begun: %d", begun) << u"Desbloquear"_s << begun;
+        QTest::addRow("password, copy begun: %d", begun) << u"Alterar senha..."_s << begun;
+        QTest::addRow("backup, copy begun: %d", begun) << u"Fazer backup..."_s << begun;
     }
 }
 
@@ -692,49 +691,49 @@ void TestVaultAccess::aVaultWhoseCompactionWasCutIsUnlockedAndSaved() {
     QFETCH(const bool, copyBegun);
     QVERIFY(chooseCrafted());
     const QByteArray whole = readFile(containerPath());
-    QVERIFY(QFile::rename(containerPath(), containerPath() + u".anterior"_qs));
+    QVERIFY(QFile::rename(containerPath(), containerPath() + u".anterior"_s));
     QVERIFY(!copyBegun || writeFile(containerPath(), QByteArray(7, '\0') + whole.mid(7, 5000)));
     if (command == u"Desbloquear") {
         QVERIFY(m_driver->unlock(Password));
     } else if (command == u"Fazer backup...") {
-        m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_qs)});
+        m_driver->dialogs.answerFiles(BackupFileTitle, {path(u"copy.tvlt"_s)});
         m_driver->dialogs.acceptInformation(BackupTitle);
         QVERIFY2(run(command), qPrintable(problems()));
-        QVERIFY(readFile(path(u"copy.tvlt"_qs)) == whole);
+        QVERIFY(readFile(path(u"copy.tvlt"_s)) == whole);
     } else {
-        m_driver->dialogs.handle(u"Alterar senha do cofre"_qs, [&](QDialog* dialog) {
+        m_driver->dialogs.handle(u"Alterar senha do cofre"_s, [&](QDialog* dialog) {
             const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
             QCOMPARE(fields.size(), 3);
             fields.at(0)->setText(Password);
-            fields.at(1)->setText(u"outra senha longa"_qs);
-            fields.at(2)->setText(u"outra senha longa"_qs);
+            fields.at(1)->setText(u"outra senha longa"_s);
+            fields.at(2)->setText(u"outra senha longa"_s);
             dialog->accept();
         });
-        m_driver->dialogs.acceptInformation(u"Tessel"_qs);
+        m_driver->dialogs.acceptInformation(u"Tessel"_s);
         QVERIFY2(run(command), qPrintable(problems()));
-        QCOMPARE(lastText(), u"Senha alterada com sucesso."_qs);
+        QCOMPARE(lastText(), u"Senha alterada com sucesso."_s);
     }
     QVERIFY(command == u"Alterar senha..." || readFile(containerPath()) == whole);
-    QVERIFY(!QFileInfo::exists(containerPath() + u".anterior"_qs));
+    QVERIFY(!QFileInfo::exists(containerPath() + u".anterior"_s));
 }
 
 void TestVaultAccess::backupOntoSomethingThatIsNoFileIsRefused_data() {
     QTest::addColumn<QString>("kind");
-    QTest::newRow("pipe") << u"pipe"_qs;
-    QTest::newRow("link to a device") << u"link"_qs;
+    QTest::newRow("pipe") << u"pipe"_s;
+    QTest::newRow("link to a device") << u"link"_s;
 }
 
 void TestVaultAccess::backupOntoSomethingThatIsNoFileIsRefused() {
     QFETCH(const QString, kind);
     QVERIFY(chooseCrafted());
-    const QString name = path(u"name.tvlt"_qs);
+    const QString name = path(u"name.tvlt"_s);
     QVERIFY(kind == u"pipe" ? ::mkfifo(qPrintable(name), 0600) == 0
-                            : QFile::link(u"/dev/null"_qs, name));
+                            : QFile::link(u"/dev/null"_s, name));
     m_driver->dialogs.answerFiles(BackupFileTitle, {name});
-    m_driver->dialogs.press(BackupFileTitle, u"Yes"_qs);
+    m_driver->dialogs.press(BackupFileTitle, u"Yes"_s);
     m_driver->dialogs.acceptWarning(BackupTitle);
-    QVERIFY2(run(u"Fazer backup..."_qs), qPrintable(problems()));
-    QCOMPARE(lastText(), u"Não foi possível criar o arquivo de backup."_qs);
+    QVERIFY2(run(u"Fazer backup..."_s), qPrintable(problems()));
+    QCOMPARE(lastText(), u"Não foi possível criar o arquivo de backup."_s);
     QCOMPARE(status(), QString());
 }
 

@@ -33,12 +33,13 @@ using Tessel::Tests::FakeDesktop;
 using Tessel::Tests::WindowTest;
 using Tessel::UI::VaultIcons;
 using Tessel::UI::VaultTableItemKind;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 enum Column { IconColumn, NameColumn, SizeColumn, TypeColumn, DateColumn };
 
-const QString Password = QStringLiteral("senha de teste");
+const QString Password = u"senha de teste"_s;
 const Qt::Alignment Centred = Qt::AlignCenter;
 const Qt::Alignment AtEnd = Qt::AlignRight | Qt::AlignVCenter;
 
@@ -146,7 +147,7 @@ private:
 
     /// Opens the table's menu at a position of its viewport, and closes it again.
     [[nodiscard]] ShownMenu openContextMenu(const QPoint& position);
-    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_qs); }
+    [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"tessel.tvlt"_s); }
     [[nodiscard]] bool open(const CraftedContainer& crafted);
     [[nodiscard]] bool openSample();
     /// Opens a vault with more folders at the root than fit, one of which holds as many files.
@@ -171,7 +172,7 @@ private:
     /// What appears when the mouse rests in the middle of the place.
     [[nodiscard]] static QString toolTipAt(QWidget* widget, const QRect& place);
     [[nodiscard]] QString summary() const {
-        return m_driver->label(u"protectedFilesLabel"_qs)->text();
+        return m_driver->label(u"protectedFilesLabel"_s)->text();
     }
 };
 
@@ -180,7 +181,7 @@ QString TestVaultBrowser::toolTipAt(QWidget* widget, const QRect& place) {
     // One that is shown goes away with a delay.
     const bool hidden = QTest::qWaitFor([] { return !QToolTip::isVisible(); });
     if (!hidden) {
-        return u"still shown"_qs;
+        return u"still shown"_s;
     }
     QHelpEvent rests(QEvent::ToolTip, place.center(), widget->mapToGlobal(place.center()));
     QApplication::sendEvent(widget, &rests);
@@ -197,20 +198,20 @@ bool TestVaultBrowser::openSample() {
     auto addFile = [&, number = 0](const QString& path, qsizetype size,
                                    const QString& time) mutable {
         crafted.addFile(path, QByteArray(size, 'x'));
-        crafted.setFileMember(number++, u"lastModifiedUtc"_qs, time);
+        crafted.setFileMember(number++, u"lastModifiedUtc"_s, time);
     };
     auto addFolder = [&, number = 0](const QString& path, const QString& time) mutable {
         crafted.addFolder(path);
-        crafted.setFolderMember(number++, u"modifiedUtc"_qs, time);
+        crafted.setFolderMember(number++, u"modifiedUtc"_s, time);
     };
-    addFolder(u"zeta"_qs, u"2024-01-01T12:00:00.000Z"_qs);
-    addFolder(u"Alfa"_qs, u"2025-01-01T12:00:00.000Z"_qs);
-    addFolder(u"Alfa/beta"_qs, u"2025-02-01T12:00:00.000Z"_qs);
-    addFile(u"nota.txt"_qs, 3000, u"2024-05-06T01:30:00.000Z"_qs);
-    addFile(u"Foto.JPG"_qs, 100, u"2024-05-08T12:00:00.000Z"_qs);
-    addFile(u"Alfa/dentro.pdf"_qs, 10, u"2024-05-09T12:00:00.000Z"_qs);
-    addFile(u"README"_qs, 2000, u"2024-05-07T12:00:00.000Z"_qs);
-    addFile(u"chave.pem"_qs, 100, u"2024-05-10T12:00:00.000Z"_qs);
+    addFolder(u"zeta"_s, u"2024-01-01T12:00:00.000Z"_s);
+    addFolder(u"Alfa"_s, u"2025-01-01T12:00:00.000Z"_s);
+    addFolder(u"Alfa/beta"_s, u"2025-02-01T12:00:00.000Z"_s);
+    addFile(u"nota.txt"_s, 3000, u"2024-05-06T01:30:00.000Z"_s);
+    addFile(u"Foto.JPG"_s, 100, u"2024-05-08T12:00:00.000Z"_s);
+    addFile(u"Alfa/dentro.pdf"_s, 10, u"2024-05-09T12:00:00.000Z"_s);
+    addFile(u"README"_s, 2000, u"2024-05-07T12:00:00.000Z"_s);
+    addFile(u"chave.pem"_s, 100, u"2024-05-10T12:00:00.000Z"_s);
     return open(crafted);
 }
 
@@ -226,38 +227,38 @@ void TestVaultBrowser::clickHeader(int column) {
 void TestVaultBrowser::lockedVaultShowsNothing() {
     QVERIFY(openSample());
     QCOMPARE(m_driver->table()->rowCount(), 6);
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
     QCOMPARE(m_driver->table()->rowCount(), 0);
-    QCOMPARE(summary(), u"Nenhum cofre em uso (aberto)"_qs);
+    QCOMPARE(summary(), u"Nenhum cofre em uso (aberto)"_s);
 }
 
 void TestVaultBrowser::rootShowsFoldersThenFiles() {
     QVERIFY(openSample());
-    QCOMPARE(m_driver->rowNames(), QStringList({u"Alfa"_qs, u"zeta"_qs, u"chave.pem"_qs,
-                                                u"Foto.JPG"_qs, u"nota.txt"_qs, u"README"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"Alfa"_s, u"zeta"_s, u"chave.pem"_s, u"Foto.JPG"_s,
+                                                u"nota.txt"_s, u"README"_s}));
 }
 
 void TestVaultBrowser::folderRowCarriesItsData() {
     QVERIFY(openSample());
     QCOMPARE(text(0, IconColumn), QString());
-    QCOMPARE(path(0, IconColumn).toString(), u"Alfa"_qs);
+    QCOMPARE(path(0, IconColumn).toString(), u"Alfa"_s);
     QCOMPARE(kind(0, IconColumn).toInt(), 1);
     QCOMPARE(alignment(0, IconColumn), Centred);
-    QCOMPARE(text(0, NameColumn), u"Alfa"_qs);
-    QCOMPARE(path(0, NameColumn).toString(), u"Alfa"_qs);
+    QCOMPARE(text(0, NameColumn), u"Alfa"_s);
+    QCOMPARE(path(0, NameColumn).toString(), u"Alfa"_s);
     QCOMPARE(kind(0, NameColumn).toInt(), 1);
     QCOMPARE(text(0, SizeColumn), QString());
-    QCOMPARE(text(0, TypeColumn), u"Pasta"_qs);
+    QCOMPARE(text(0, TypeColumn), u"Pasta"_s);
     QCOMPARE(alignment(0, TypeColumn), Centred);
-    QCOMPARE(text(0, DateColumn), u"01/01/2025 09:00"_qs);
+    QCOMPARE(text(0, DateColumn), u"01/01/2025 09:00"_s);
     QCOMPARE(alignment(0, DateColumn), Centred);
 }
 
 void TestVaultBrowser::fileRowCarriesItsData() {
     QVERIFY(openSample());
-    const int row = m_driver->rowNamed(u"nota.txt"_qs);
+    const int row = m_driver->rowNamed(u"nota.txt"_s);
     for (int column = IconColumn; column <= DateColumn; ++column) {
-        QCOMPARE(path(row, column).toString(), u"nota.txt"_qs);
+        QCOMPARE(path(row, column).toString(), u"nota.txt"_s);
     }
     QCOMPARE(text(row, IconColumn), QString());
     QCOMPARE(kind(row, IconColumn).toInt(), 0);
@@ -267,17 +268,17 @@ void TestVaultBrowser::fileRowCarriesItsData() {
     QVERIFY(kind(row, NameColumn).isValid());
     QCOMPARE(text(row, SizeColumn), Tessel::UI::formatFileSize(3000));
     QCOMPARE(alignment(row, SizeColumn), AtEnd);
-    QCOMPARE(text(row, TypeColumn), u"TXT"_qs);
+    QCOMPARE(text(row, TypeColumn), u"TXT"_s);
     QCOMPARE(alignment(row, TypeColumn), Centred);
     // Half past one in the morning is still the evening before, three hours to the west.
-    QCOMPARE(text(row, DateColumn), u"05/05/2024 22:30"_qs);
+    QCOMPARE(text(row, DateColumn), u"05/05/2024 22:30"_s);
     QCOMPARE(alignment(row, DateColumn), Centred);
 }
 
 void TestVaultBrowser::parentRowCarriesItsData() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"beta"_qs, u"dentro.pdf"_qs}));
+    QVERIFY(m_driver->activateRow(u"Alfa"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"beta"_s, u"dentro.pdf"_s}));
     for (const int column : {IconColumn, NameColumn}) {
         QVERIFY(path(0, column).isValid());
         QCOMPARE(path(0, column).toString(), QString());
@@ -285,42 +286,42 @@ void TestVaultBrowser::parentRowCarriesItsData() {
     }
     QCOMPARE(alignment(0, IconColumn), Centred);
     QCOMPARE(text(0, SizeColumn), QString());
-    QCOMPARE(text(0, TypeColumn), u"Pasta"_qs);
+    QCOMPARE(text(0, TypeColumn), u"Pasta"_s);
     QCOMPARE(alignment(0, TypeColumn), Centred);
     QCOMPARE(text(0, DateColumn), QString());
 
-    QVERIFY(m_driver->activateRow(u"beta"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs}));
-    QCOMPARE(path(0, NameColumn).toString(), u"Alfa"_qs);
+    QVERIFY(m_driver->activateRow(u"beta"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s}));
+    QCOMPARE(path(0, NameColumn).toString(), u"Alfa"_s);
 }
 
 void TestVaultBrowser::foldersMatchWhateverTheirCase() {
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs).addFolder(u"Docs/A"_qs).addFile(u"DOCS/b.txt"_qs, "b");
+    crafted.addFolder(u"docs"_s).addFolder(u"Docs/A"_s).addFile(u"DOCS/b.txt"_s, "b");
     QVERIFY(open(crafted));
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_qs}));
-    QVERIFY(m_driver->activateRow(u"docs"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"A"_qs, u"b.txt"_qs}));
-    QCOMPARE(path(1, NameColumn).toString(), u"Docs/A"_qs);
-    QCOMPARE(path(2, NameColumn).toString(), u"DOCS/b.txt"_qs);
+    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s}));
+    QVERIFY(m_driver->activateRow(u"docs"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"A"_s, u"b.txt"_s}));
+    QCOMPARE(path(1, NameColumn).toString(), u"Docs/A"_s);
+    QCOMPARE(path(2, NameColumn).toString(), u"DOCS/b.txt"_s);
 }
 
 void TestVaultBrowser::onlyTheFolderItselfIsShown() {
     CraftedContainer crafted;
-    crafted.addFolder(u"a"_qs).addFolder(u"ab"_qs).addFolder(u"a/b"_qs);
-    crafted.addFile(u"a/b/c.txt"_qs, "c").addFile(u"ab/d.txt"_qs, "d").addFile(u"a/e.txt"_qs, "e");
+    crafted.addFolder(u"a"_s).addFolder(u"ab"_s).addFolder(u"a/b"_s);
+    crafted.addFile(u"a/b/c.txt"_s, "c").addFile(u"ab/d.txt"_s, "d").addFile(u"a/e.txt"_s, "e");
     QVERIFY(open(crafted));
-    QVERIFY(m_driver->activateRow(u"a"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"b"_qs, u"e.txt"_qs}));
+    QVERIFY(m_driver->activateRow(u"a"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"b"_s, u"e.txt"_s}));
 }
 
 void TestVaultBrowser::nothingIsSelectedAfterARefresh() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    QVERIFY(m_driver->selectRow(u"nota.txt"_s));
     clickHeader(SizeColumn);
     QCOMPARE(m_driver->table()->currentRow(), -1);
     QVERIFY(m_driver->table()->selectedItems().isEmpty());
-    QVERIFY(!m_driver->action(u"Excluir..."_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Excluir..."_s)->isEnabled());
 }
 
 void TestVaultBrowser::selectionSpeaksForTheCurrentRow_data() {
@@ -330,15 +331,14 @@ void TestVaultBrowser::selectionSpeaksForTheCurrentRow_data() {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<bool>("isFolder");
     QTest::addColumn<bool>("isParent");
-    const QStringList alfa{u"Alfa"_qs};
-    const QStringList beta{u"Alfa"_qs, u"beta"_qs};
+    const QStringList alfa{u"Alfa"_s};
+    const QStringList beta{u"Alfa"_s, u"beta"_s};
     QTest::newRow("nothing") << alfa << QString() << QString() << QString() << false << false;
-    QTest::newRow("file") << alfa << u"dentro.pdf"_qs << u"Alfa/dentro.pdf"_qs << QString() << false
+    QTest::newRow("file") << alfa << u"dentro.pdf"_s << u"Alfa/dentro.pdf"_s << QString() << false
                           << false;
-    QTest::newRow("folder") << alfa << u"beta"_qs << QString() << u"Alfa/beta"_qs << true << false;
-    QTest::newRow("row to the root") << alfa << u".."_qs << QString() << QString() << false << true;
-    QTest::newRow("row to a folder")
-        << beta << u".."_qs << QString() << u"Alfa"_qs << false << true;
+    QTest::newRow("folder") << alfa << u"beta"_s << QString() << u"Alfa/beta"_s << true << false;
+    QTest::newRow("row to the root") << alfa << u".."_s << QString() << QString() << false << true;
+    QTest::newRow("row to a folder") << beta << u".."_s << QString() << u"Alfa"_s << false << true;
 }
 
 void TestVaultBrowser::selectionSpeaksForTheCurrentRow() {
@@ -359,23 +359,23 @@ void TestVaultBrowser::selectionSpeaksForTheCurrentRow() {
 
 void TestVaultBrowser::clickBesideTheRowsChoosesNone() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    QVERIFY(m_driver->selectRow(u"nota.txt"_s));
     QWidget* viewport = m_driver->table()->viewport();
     QTest::mouseClick(viewport, Qt::LeftButton, {}, {5, viewport->height() - 2});
     QVERIFY(m_driver->table()->selectedItems().isEmpty());
     QCOMPARE(m_driver->table()->currentRow(), -1);
     QCOMPARE(m_driver->window.selectedVaultPath(), QString());
-    QVERIFY(!m_driver->action(u"Excluir..."_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Excluir..."_s)->isEnabled());
 }
 
 void TestVaultBrowser::rowWhoseHighlightIsTakenAwayIsNotCurrent() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    QVERIFY(m_driver->selectRow(u"nota.txt"_s));
     const QPoint position = m_driver->table()->visualItemRect(item(4, NameColumn)).center();
     QTest::mouseClick(m_driver->table()->viewport(), Qt::LeftButton, Qt::ControlModifier, position);
     QVERIFY(m_driver->table()->selectedItems().isEmpty());
     QCOMPARE(m_driver->table()->currentRow(), -1);
-    QVERIFY(!m_driver->action(u"Excluir..."_qs)->isEnabled());
+    QVERIFY(!m_driver->action(u"Excluir..."_s)->isEnabled());
 }
 
 // --- Sorting ---------------------------------------------------------------------------------
@@ -386,26 +386,26 @@ void TestVaultBrowser::headerClicksSort_data() {
     QTest::addColumn<Qt::SortOrder>("order");
     QTest::addColumn<QString>("names");
     QTest::newRow("no click") << QList<int>{} << 1 << Qt::AscendingOrder
-                              << u"Alfa zeta chave.pem Foto.JPG nota.txt README"_qs;
+                              << u"Alfa zeta chave.pem Foto.JPG nota.txt README"_s;
     QTest::newRow("name") << QList<int>{1} << 1 << Qt::DescendingOrder
-                          << u"zeta Alfa README nota.txt Foto.JPG chave.pem"_qs;
+                          << u"zeta Alfa README nota.txt Foto.JPG chave.pem"_s;
     QTest::newRow("name twice") << QList<int>{1, 1} << 1 << Qt::AscendingOrder
-                                << u"Alfa zeta chave.pem Foto.JPG nota.txt README"_qs;
+                                << u"Alfa zeta chave.pem Foto.JPG nota.txt README"_s;
     QTest::newRow("size") << QList<int>{2} << 2 << Qt::AscendingOrder
-                          << u"Alfa zeta chave.pem Foto.JPG README nota.txt"_qs;
+                          << u"Alfa zeta chave.pem Foto.JPG README nota.txt"_s;
     QTest::newRow("size twice") << QList<int>{2, 2} << 2 << Qt::DescendingOrder
-                                << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_qs;
+                                << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_s;
     QTest::newRow("type") << QList<int>{3} << 3 << Qt::AscendingOrder
-                          << u"Alfa zeta README Foto.JPG chave.pem nota.txt"_qs;
+                          << u"Alfa zeta README Foto.JPG chave.pem nota.txt"_s;
     QTest::newRow("type twice") << QList<int>{3, 3} << 3 << Qt::DescendingOrder
-                                << u"zeta Alfa nota.txt chave.pem Foto.JPG README"_qs;
+                                << u"zeta Alfa nota.txt chave.pem Foto.JPG README"_s;
     QTest::newRow("date") << QList<int>{4} << 4 << Qt::AscendingOrder
-                          << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_qs;
+                          << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_s;
     QTest::newRow("date twice") << QList<int>{4, 4} << 4 << Qt::DescendingOrder
-                                << u"Alfa zeta chave.pem Foto.JPG README nota.txt"_qs;
+                                << u"Alfa zeta chave.pem Foto.JPG README nota.txt"_s;
     QTest::newRow("another column starts ascending")
         << QList<int>{2, 2, 4} << 4 << Qt::AscendingOrder
-        << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_qs;
+        << u"zeta Alfa nota.txt README Foto.JPG chave.pem"_s;
 }
 
 void TestVaultBrowser::headerClicksSort() {
@@ -425,28 +425,28 @@ void TestVaultBrowser::tiesGoByName_data() {
     QTest::addColumn<QList<int>>("clicks");
     QTest::addColumn<QString>("names");
     // A file without suffix has a type that is a word, between "ARJ" and "ASC".
-    QTest::newRow("type") << QList<int>{TypeColumn} << u"a B z v.arj README w.asc A.TXT b.txt"_qs;
+    QTest::newRow("type") << QList<int>{TypeColumn} << u"a B z v.arj README w.asc A.TXT b.txt"_s;
     QTest::newRow("type, descending")
-        << QList<int>{TypeColumn, TypeColumn} << u"z B a b.txt A.TXT w.asc README v.arj"_qs;
-    QTest::newRow("date") << QList<int>{DateColumn} << u"z a B w.asc A.TXT b.txt README v.arj"_qs;
+        << QList<int>{TypeColumn, TypeColumn} << u"z B a b.txt A.TXT w.asc README v.arj"_s;
+    QTest::newRow("date") << QList<int>{DateColumn} << u"z a B w.asc A.TXT b.txt README v.arj"_s;
     QTest::newRow("date, descending")
-        << QList<int>{DateColumn, DateColumn} << u"B a z v.arj README b.txt A.TXT w.asc"_qs;
+        << QList<int>{DateColumn, DateColumn} << u"B a z v.arj README b.txt A.TXT w.asc"_s;
 }
 
 void TestVaultBrowser::tiesGoByName() {
     QFETCH(const QList<int>, clicks);
-    const QString early = u"2023-01-01T12:00:00.000Z"_qs;
-    const QString late = u"2024-01-01T12:00:00.000Z"_qs;
+    const QString early = u"2023-01-01T12:00:00.000Z"_s;
+    const QString late = u"2024-01-01T12:00:00.000Z"_s;
     CraftedContainer crafted;
-    crafted.addFolder(u"B"_qs).addFolder(u"a"_qs).addFolder(u"z"_qs);
+    crafted.addFolder(u"B"_s).addFolder(u"a"_s).addFolder(u"z"_s);
     const QStringList folderTimes{late, late, early};
     for (int i = 0; i < folderTimes.size(); ++i) {
-        crafted.setFolderMember(i, u"modifiedUtc"_qs, folderTimes.at(i));
+        crafted.setFolderMember(i, u"modifiedUtc"_s, folderTimes.at(i));
     }
-    const QStringList files{u"b.txt"_qs, u"A.TXT"_qs, u"README"_qs, u"w.asc"_qs, u"v.arj"_qs};
+    const QStringList files{u"b.txt"_s, u"A.TXT"_s, u"README"_s, u"w.asc"_s, u"v.arj"_s};
     for (int i = 0; i < files.size(); ++i) {
         crafted.addFile(files.at(i), "x");
-        crafted.setFileMember(i, u"lastModifiedUtc"_qs, files.at(i) == u"w.asc" ? early : late);
+        crafted.setFileMember(i, u"lastModifiedUtc"_s, files.at(i) == u"w.asc" ? early : late);
     }
     QVERIFY(open(crafted));
     for (const int column : clicks) {
@@ -460,12 +460,12 @@ void TestVaultBrowser::iconHeaderIsIgnored() {
     clickHeader(SizeColumn);
     clickHeader(SizeColumn);
     const QStringList names = m_driver->rowNames();
-    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    QVERIFY(m_driver->selectRow(u"nota.txt"_s));
     clickHeader(IconColumn);
     QCOMPARE(m_driver->rowNames(), names);
     QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorSection(), 2);
     QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorOrder(), Qt::DescendingOrder);
-    QCOMPARE(m_driver->window.selectedVaultPath(), u"nota.txt"_qs);
+    QCOMPARE(m_driver->window.selectedVaultPath(), u"nota.txt"_s);
     clickHeader(SizeColumn);
     QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorOrder(), Qt::AscendingOrder);
 }
@@ -475,7 +475,7 @@ void TestVaultBrowser::sortingSurvivesLocking() {
     clickHeader(SizeColumn);
     clickHeader(SizeColumn);
     const QStringList names = m_driver->rowNames();
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    m_driver->action(u"Bloquear"_s)->trigger();
     QVERIFY(m_driver->unlock(Password));
     QCOMPARE(m_driver->rowNames(), names);
     QCOMPARE(m_driver->table()->horizontalHeader()->sortIndicatorSection(), 2);
@@ -483,25 +483,24 @@ void TestVaultBrowser::sortingSurvivesLocking() {
 
 void TestVaultBrowser::namesThatDifferInCaseKeepTheirOrder() {
     CraftedContainer crafted;
-    crafted.addFile(u"b.txt"_qs, "1").addFile(u"a.txt"_qs, "2").addFile(u"A.txt"_qs, "3");
+    crafted.addFile(u"b.txt"_s, "1").addFile(u"a.txt"_s, "2").addFile(u"A.txt"_s, "3");
     QVERIFY(open(crafted));
-    QCOMPARE(m_driver->rowNames(), QStringList({u"a.txt"_qs, u"A.txt"_qs, u"b.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"a.txt"_s, u"A.txt"_s, u"b.txt"_s}));
     clickHeader(NameColumn);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"b.txt"_qs, u"a.txt"_qs, u"A.txt"_qs}));
+    QCOMPARE(m_driver->rowNames(), QStringList({u"b.txt"_s, u"a.txt"_s, u"A.txt"_s}));
 }
 
 void TestVaultBrowser::invalidTimeIsBlankAndSortsAsQtDoes() {
     CraftedContainer crafted;
-    crafted.addFile(u"a.txt"_qs, "1").addFile(u"b.txt"_qs, "2").addFile(u"c.txt"_qs, "3");
-    crafted.setFileMember(0, u"lastModifiedUtc"_qs, u"2024-05-06T01:30:00.000Z"_qs);
-    crafted.setFileMember(1, u"lastModifiedUtc"_qs, u"no time at all"_qs);
-    crafted.setFileMember(2, u"lastModifiedUtc"_qs, u"1960-01-01T00:00:00.000Z"_qs);
+    crafted.addFile(u"a.txt"_s, "1").addFile(u"b.txt"_s, "2").addFile(u"c.txt"_s, "3");
+    crafted.setFileMember(0, u"lastModifiedUtc"_s, u"2024-05-06T01:30:00.000Z"_s);
+    crafted.setFileMember(1, u"lastModifiedUtc"_s, u"no time at all"_s);
+    crafted.setFileMember(2, u"lastModifiedUtc"_s, u"1960-01-01T00:00:00.000Z"_s);
     QVERIFY(open(crafted));
     QCOMPARE(text(1, DateColumn), QString());
-    QList<std::pair<QDateTime, QString>> expected = {
-        {utc(u"2024-05-06T01:30:00Z"_qs), u"a.txt"_qs},
-        {QDateTime(), u"b.txt"_qs},
-        {utc(u"1960-01-01T00:00:00Z"_qs), u"c.txt"_qs}};
+    QList<std::pair<QDateTime, QString>> expected = {{utc(u"2024-05-06T01:30:00Z"_s), u"a.txt"_s},
+                                                     {QDateTime(), u"b.txt"_s},
+                                                     {utc(u"1960-01-01T00:00:00Z"_s), u"c.txt"_s}};
     std::stable_sort(expected.begin(), expected.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     clickHeader(DateColumn);
@@ -513,55 +512,55 @@ void TestVaultBrowser::invalidTimeIsBlankAndSortsAsQtDoes() {
 
 void TestVaultBrowser::doubleClicksNavigate() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa | 5 arquivos no cofre."_qs);
-    QVERIFY(m_driver->activateRow(u"beta"_qs));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/beta | 5 arquivos no cofre."_qs);
-    QVERIFY(m_driver->activateRow(u".."_qs));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa | 5 arquivos no cofre."_qs);
-    QVERIFY(m_driver->activateRow(u".."_qs));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
-    QCOMPARE(m_driver->rowNamed(u".."_qs), -1);
-    QVERIFY(!m_driver->action(u"Renomear pasta..."_qs)->isEnabled());
+    QVERIFY(m_driver->activateRow(u"Alfa"_s));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa | 5 arquivos no cofre."_s);
+    QVERIFY(m_driver->activateRow(u"beta"_s));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/beta | 5 arquivos no cofre."_s);
+    QVERIFY(m_driver->activateRow(u".."_s));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa | 5 arquivos no cofre."_s);
+    QVERIFY(m_driver->activateRow(u".."_s));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_s);
+    QCOMPARE(m_driver->rowNamed(u".."_s), -1);
+    QVERIFY(!m_driver->action(u"Renomear pasta..."_s)->isEnabled());
 }
 
 void TestVaultBrowser::parentOfTheRootIsTheRoot() {
     QVERIFY(openSample());
     QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "navigateToParentDirectory"));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_s);
     QCOMPARE(m_driver->table()->rowCount(), 6);
 }
 
 void TestVaultBrowser::withoutAFolderSelectedNoneIsEntered() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    QVERIFY(m_driver->activateRow(u"Alfa"_s));
     const QString before = summary();
     QCOMPARE(m_driver->table()->currentRow(), -1);
     QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "enterSelectedDirectory"));
     QCOMPARE(summary(), before);
-    QVERIFY(m_driver->selectRow(u"dentro.pdf"_qs));
+    QVERIFY(m_driver->selectRow(u"dentro.pdf"_s));
     QVERIFY(QMetaObject::invokeMethod(&m_driver->window, "enterSelectedDirectory"));
     QCOMPARE(summary(), before);
-    QCOMPARE(m_driver->window.selectedVaultPath(), u"Alfa/dentro.pdf"_qs);
+    QCOMPARE(m_driver->window.selectedVaultPath(), u"Alfa/dentro.pdf"_s);
 }
 
 void TestVaultBrowser::lockingReturnsToTheRoot() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(m_driver->activateRow(u"Alfa"_s));
+    m_driver->action(u"Bloquear"_s)->trigger();
     QVERIFY(m_driver->unlock(Password));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_qs);
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Raiz | 5 arquivos no cofre."_s);
     QCOMPARE(m_driver->table()->rowCount(), 6);
 }
 
 void TestVaultBrowser::doubleClickOpensAFile() {
     QVERIFY(openSample());
-    const FakeDesktop desktop(u"file"_qs);
-    QVERIFY(m_driver->activateRow(u"README"_qs));
+    const FakeDesktop desktop(u"file"_s);
+    QVERIFY(m_driver->activateRow(u"README"_s));
     QCOMPARE(desktop.opened.size(), 1);
-    QCOMPARE(desktop.opened.first().fileName(), u"README"_qs);
+    QCOMPARE(desktop.opened.first().fileName(), u"README"_s);
 
-    m_driver->action(u"Abrir"_qs)->setEnabled(false);
+    m_driver->action(u"Abrir"_s)->setEnabled(false);
     Q_EMIT m_driver->table()->itemDoubleClicked(m_driver->table()->currentItem());
     QCOMPARE(desktop.opened.size(), 1);
 }
@@ -569,21 +568,21 @@ void TestVaultBrowser::doubleClickOpensAFile() {
 void TestVaultBrowser::folderThatIsGoneShowsOnlyTheWayUp() {
     QVERIFY(openSample());
     // The row outlives its folder.
-    const int row = m_driver->rowNamed(u"zeta"_qs);
-    m_driver->table()->item(row, NameColumn)->setData(Qt::UserRole, u"Alfa/gone"_qs);
-    QVERIFY(m_driver->activateRow(u"zeta"_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList{u".."_qs});
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/gone | 5 arquivos no cofre."_qs);
-    QVERIFY(m_driver->activateRow(u".."_qs));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_qs, u"beta"_qs, u"dentro.pdf"_qs}));
+    const int row = m_driver->rowNamed(u"zeta"_s);
+    m_driver->table()->item(row, NameColumn)->setData(Qt::UserRole, u"Alfa/gone"_s);
+    QVERIFY(m_driver->activateRow(u"zeta"_s));
+    QCOMPARE(m_driver->rowNames(), QStringList{u".."_s});
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: Alfa/gone | 5 arquivos no cofre."_s);
+    QVERIFY(m_driver->activateRow(u".."_s));
+    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"beta"_s, u"dentro.pdf"_s}));
 }
 
 bool TestVaultBrowser::openLong() {
     constexpr int Items = 80;
     CraftedContainer crafted;
     for (int i = 0; i < Items; ++i) {
-        crafted.addFolder(u"pasta %1"_qs.arg(i, 2, 10, QChar(u'0')));
-        crafted.addFile(u"pasta 60/%1.txt"_qs.arg(i, 2, 10, QChar(u'0')), "x");
+        crafted.addFolder(u"pasta %1"_s.arg(i, 2, 10, QChar(u'0')));
+        crafted.addFile(u"pasta 60/%1.txt"_s.arg(i, 2, 10, QChar(u'0')), "x");
     }
     return open(crafted);
 }
@@ -595,23 +594,23 @@ bool TestVaultBrowser::isInSight(const QString& name) const {
 
 void TestVaultBrowser::folderIsShownFromItsTop() {
     QVERIFY(openLong());
-    QVERIFY(m_driver->activateRow(u"pasta 60"_qs));
+    QVERIFY(m_driver->activateRow(u"pasta 60"_s));
     QCoreApplication::processEvents();
     QCOMPARE(scrollBar()->value(), 0);
-    QVERIFY(isInSight(u".."_qs));
+    QVERIFY(isInSight(u".."_s));
 
     // Back at the root, and from its end into the same folder by the keyboard.
     QWidget* focused = m_driver->deviceList();
     QTest::keyClick(focused, Qt::Key_Backspace);
     QTest::keyClick(focused, Qt::Key_End);
-    Tessel::Tests::typeText(focused, u"pasta 60"_qs);
+    Tessel::Tests::typeText(focused, u"pasta 60"_s);
     QTest::keyClick(focused, Qt::Key_Return);
     QCoreApplication::processEvents();
-    QCOMPARE(m_driver->rowNames().first(), u".."_qs);
+    QCOMPARE(m_driver->rowNames().first(), u".."_s);
     QCOMPARE(scrollBar()->value(), 0);
 
-    QVERIFY(m_driver->selectRow(u"79.txt"_qs));
-    m_driver->action(u"Bloquear"_qs)->trigger();
+    QVERIFY(m_driver->selectRow(u"79.txt"_s));
+    m_driver->action(u"Bloquear"_s)->trigger();
     QVERIFY(m_driver->unlock(Password));
     QCoreApplication::processEvents();
     QCOMPARE(scrollBar()->value(), 0);
@@ -619,10 +618,10 @@ void TestVaultBrowser::folderIsShownFromItsTop() {
 
 void TestVaultBrowser::folderJustLeftIsInSight() {
     QVERIFY(openLong());
-    QVERIFY(m_driver->activateRow(u"pasta 60"_qs));
-    QVERIFY(m_driver->activateRow(u".."_qs));
+    QVERIFY(m_driver->activateRow(u"pasta 60"_s));
+    QVERIFY(m_driver->activateRow(u".."_s));
     QCoreApplication::processEvents();
-    QVERIFY(isInSight(u"pasta 60"_qs));
+    QVERIFY(isInSight(u"pasta 60"_s));
     QCOMPARE(m_driver->table()->currentRow(), -1);
     QVERIFY(m_driver->table()->selectedItems().isEmpty());
 }
@@ -630,11 +629,11 @@ void TestVaultBrowser::folderJustLeftIsInSight() {
 void TestVaultBrowser::deletionLeavesTheTableWhereItIs() {
     QVERIFY(openLong());
     QCoreApplication::processEvents(); // the rows are laid out
-    QVERIFY(m_driver->selectRow(u"pasta 40"_qs));
+    QVERIFY(m_driver->selectRow(u"pasta 40"_s));
     const int before = scrollBar()->value();
     QVERIFY(before > 0);
-    m_driver->dialogs.press(u"Excluir pasta"_qs, u"Sim"_qs);
-    m_driver->action(u"Excluir pasta vazia"_qs)->trigger();
+    m_driver->dialogs.press(u"Excluir pasta"_s, u"Sim"_s);
+    m_driver->action(u"Excluir pasta vazia"_s)->trigger();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QCoreApplication::processEvents();
     QCOMPARE(scrollBar()->value(), before);
@@ -652,19 +651,19 @@ void TestVaultBrowser::badgesAreDrawn_data() {
         QString badge;
         QColor colour;
     } rows[] = {
-        {u"pem key PEM"_qs, u"KEY"_qs, QColor(u"#1F735C")},
-        {u"sig asc"_qs, u"SIG"_qs, QColor(u"#7050A0")},
-        {u"crt cer csr"_qs, u"CRT"_qs, QColor(u"#B87118")},
-        {u"encrypted"_qs, u"ENC"_qs, QColor(u"#455C7A")},
-        {u"txt log"_qs, u"TXT"_qs, QColor(u"#5A5A5A")},
-        {u"mp3 wav flac ogg m4a"_qs, u"AUD"_qs, QColor(u"#2563B4")},
-        {u"jpg jpeg png gif bmp webp JPG tar.gIf"_qs, u"IMG"_qs, QColor(u"#1F848D")},
+        {u"pem key PEM"_s, u"KEY"_s, QColor(u"#1F735C")},
+        {u"sig asc"_s, u"SIG"_s, QColor(u"#7050A0")},
+        {u"crt cer csr"_s, u"CRT"_s, QColor(u"#B87118")},
+        {u"encrypted"_s, u"ENC"_s, QColor(u"#455C7A")},
+        {u"txt log"_s, u"TXT"_s, QColor(u"#5A5A5A")},
+        {u"mp3 wav flac ogg m4a"_s, u"AUD"_s, QColor(u"#2563B4")},
+        {u"jpg jpeg png gif bmp webp JPG tar.gIf"_s, u"IMG"_s, QColor(u"#1F848D")},
     };
     for (const auto& row : rows) {
         const QStringList suffixes = row.suffixes.split(u' ');
         for (const QString& suffix : suffixes) {
             QTest::newRow(qPrintable(suffix))
-                << u"pasta/arquivo."_qs + suffix << row.badge << row.colour;
+                << u"pasta/arquivo."_s + suffix << row.badge << row.colour;
         }
     }
 }
@@ -687,11 +686,11 @@ void TestVaultBrowser::otherFilesHaveTheDesktopsIcons() {
         return icon.pixmap(QSize(22, 22), 1.0).toImage();
     };
     const QImage general = image(provider.icon(QFileIconProvider::File));
-    QCOMPARE(iconImage(VaultTableItemKind::File, u"README"_qs), general);
-    QCOMPARE(iconImage(VaultTableItemKind::File, u"a.b/README"_qs), general);
-    QCOMPARE(iconImage(VaultTableItemKind::Directory, u"fotos.jpg"_qs),
+    QCOMPARE(iconImage(VaultTableItemKind::File, u"README"_s), general);
+    QCOMPARE(iconImage(VaultTableItemKind::File, u"a.b/README"_s), general);
+    QCOMPARE(iconImage(VaultTableItemKind::Directory, u"fotos.jpg"_s),
              image(provider.icon(QFileIconProvider::Folder)));
-    QCOMPARE(iconImage(VaultTableItemKind::ParentDirectory, u"fotos.jpg"_qs),
+    QCOMPARE(iconImage(VaultTableItemKind::ParentDirectory, u"fotos.jpg"_s),
              image(QApplication::style()->standardIcon(QStyle::SP_ArrowUp)));
 }
 
@@ -699,9 +698,9 @@ void TestVaultBrowser::desktopIsAskedAboutAPlaceholder() {
     // Nobody has such a file. A folder of the placeholder's name gives the answer away.
     const QString before = QDir::currentPath();
     QVERIFY(QDir::setCurrent(m_folder->path()));
-    QVERIFY(QDir().mkdir(u"tessel-placeholder.pdf"_qs));
-    const QImage pdf = iconImage(VaultTableItemKind::File, u"docs/relatorio.PDF"_qs);
-    const QImage doc = iconImage(VaultTableItemKind::File, u"docs/relatorio.doc"_qs);
+    QVERIFY(QDir().mkdir(u"tessel-placeholder.pdf"_s));
+    const QImage pdf = iconImage(VaultTableItemKind::File, u"docs/relatorio.PDF"_s);
+    const QImage doc = iconImage(VaultTableItemKind::File, u"docs/relatorio.doc"_s);
     QVERIFY(QDir::setCurrent(before));
     const QFileIconProvider provider;
     const auto image = [](const QIcon& icon) {
@@ -719,23 +718,23 @@ void TestVaultBrowser::iconColumnShowsTheIcons() {
     const auto shown = [this](int row) {
         return item(row, IconColumn)->icon().pixmap(QSize(22, 22), 1.0).toImage();
     };
-    QCOMPARE(shown(0), iconImage(VaultTableItemKind::Directory, u"Alfa"_qs));
-    QCOMPARE(shown(2), drawnBadge(u"KEY"_qs, QColor(u"#1F735C")));
-    QCOMPARE(shown(3), drawnBadge(u"IMG"_qs, QColor(u"#1F848D")));
-    QCOMPARE(shown(5), iconImage(VaultTableItemKind::File, u"README"_qs));
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
-    QCOMPARE(shown(0), iconImage(VaultTableItemKind::ParentDirectory, u"Alfa"_qs));
+    QCOMPARE(shown(0), iconImage(VaultTableItemKind::Directory, u"Alfa"_s));
+    QCOMPARE(shown(2), drawnBadge(u"KEY"_s, QColor(u"#1F735C")));
+    QCOMPARE(shown(3), drawnBadge(u"IMG"_s, QColor(u"#1F848D")));
+    QCOMPARE(shown(5), iconImage(VaultTableItemKind::File, u"README"_s));
+    QVERIFY(m_driver->activateRow(u"Alfa"_s));
+    QCOMPARE(shown(0), iconImage(VaultTableItemKind::ParentDirectory, u"Alfa"_s));
 }
 
 void TestVaultBrowser::typeLabelIsTheSuffix_data() {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("label");
-    QTest::newRow("suffix") << u"photo.JPG"_qs << u"JPG"_qs;
-    QTest::newRow("lower case") << u"docs/a.txt"_qs << u"TXT"_qs;
-    QTest::newRow("last of two") << u"a.tar.gz"_qs << u"GZ"_qs;
-    QTest::newRow("none") << u"README"_qs << u"Arquivo"_qs;
-    QTest::newRow("dot at the end") << u"README."_qs << u"Arquivo"_qs;
-    QTest::newRow("dot in the folder") << u"a.b/README"_qs << u"Arquivo"_qs;
+    QTest::newRow("suffix") << u"photo.JPG"_s << u"JPG"_s;
+    QTest::newRow("lower case") << u"docs/a.txt"_s << u"TXT"_s;
+    QTest::newRow("last of two") << u"a.tar.gz"_s << u"GZ"_s;
+    QTest::newRow("none") << u"README"_s << u"Arquivo"_s;
+    QTest::newRow("dot at the end") << u"README."_s << u"Arquivo"_s;
+    QTest::newRow("dot in the folder") << u"a.b/README"_s << u"Arquivo"_s;
 }
 
 void TestVaultBrowser::typeLabelIsTheSuffix() {
@@ -746,12 +745,12 @@ void TestVaultBrowser::typeLabelIsTheSuffix() {
 void TestVaultBrowser::sizesHaveOneDecimal_data() {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("text");
-    QTest::newRow("none") << qint64{0} << u"0 bytes"_qs;
-    QTest::newRow("below a kilobyte") << qint64{1023} << u"1,023 bytes"_qs;
-    QTest::newRow("a kilobyte") << qint64{1024} << u"1.0 kB"_qs;
-    QTest::newRow("one and a half") << qint64{1536} << u"1.5 kB"_qs;
-    QTest::newRow("a megabyte") << qint64{1048576} << u"1.0 MB"_qs;
-    QTest::newRow("a gigabyte") << qint64{1073741824} << u"1.0 GB"_qs;
+    QTest::newRow("none") << qint64{0} << u"0 bytes"_s;
+    QTest::newRow("below a kilobyte") << qint64{1023} << u"1,023 bytes"_s;
+    QTest::newRow("a kilobyte") << qint64{1024} << u"1.0 kB"_s;
+    QTest::newRow("one and a half") << qint64{1536} << u"1.5 kB"_s;
+    QTest::newRow("a megabyte") << qint64{1048576} << u"1.0 MB"_s;
+    QTest::newRow("a gigabyte") << qint64{1073741824} << u"1.0 GB"_s;
 }
 
 void TestVaultBrowser::sizesHaveOneDecimal() {
@@ -762,17 +761,17 @@ void TestVaultBrowser::sizesHaveOneDecimal() {
 void TestVaultBrowser::summaryCountsTheWholeVault_data() {
     QTest::addColumn<int>("files");
     QTest::addColumn<QString>("text");
-    QTest::newRow("empty") << 0 << u"Arquivos protegidos | Pasta: Raiz | O cofre está vazio."_qs;
-    QTest::newRow("one") << 1 << u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_qs;
-    QTest::newRow("two") << 2 << u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_qs;
+    QTest::newRow("empty") << 0 << u"Arquivos protegidos | Pasta: Raiz | O cofre está vazio."_s;
+    QTest::newRow("one") << 1 << u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_s;
+    QTest::newRow("two") << 2 << u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_s;
 }
 
 void TestVaultBrowser::summaryCountsTheWholeVault() {
     QFETCH(int, files);
     CraftedContainer crafted;
-    crafted.addFolder(u"docs"_qs);
+    crafted.addFolder(u"docs"_s);
     for (int i = 0; i < files; ++i) {
-        crafted.addFile(u"docs/%1.txt"_qs.arg(i), "x");
+        crafted.addFile(u"docs/%1.txt"_s.arg(i), "x");
     }
     QVERIFY(open(crafted));
     QTEST(summary(), "text");
@@ -780,11 +779,11 @@ void TestVaultBrowser::summaryCountsTheWholeVault() {
 
 void TestVaultBrowser::summaryShowsAFolderNameAsItIs() {
     CraftedContainer crafted;
-    crafted.addFolder(u"<b>%2"_qs);
+    crafted.addFolder(u"<b>%2"_s);
     QVERIFY(open(crafted));
-    QVERIFY(m_driver->activateRow(u"<b>%2"_qs));
-    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: <b>%2 | O cofre está vazio."_qs);
-    QCOMPARE(m_driver->label(u"protectedFilesLabel"_qs)->textFormat(), Qt::PlainText);
+    QVERIFY(m_driver->activateRow(u"<b>%2"_s));
+    QCOMPARE(summary(), u"Arquivos protegidos | Pasta: <b>%2 | O cofre está vazio."_s);
+    QCOMPARE(m_driver->label(u"protectedFilesLabel"_s)->textFormat(), Qt::PlainText);
 }
 
 // --- Context menu ----------------------------------------------------------------------------
@@ -804,7 +803,7 @@ TestVaultBrowser::ShownMenu TestVaultBrowser::openContextMenu(const QPoint& posi
         QVERIFY(menu);
         const QList<QAction*> actions = menu->actions();
         for (const QAction* action : actions) {
-            shown.texts.append(action->isSeparator() ? u"--"_qs : action->text());
+            shown.texts.append(action->isSeparator() ? u"--"_s : action->text());
             if (!action->isSeparator() && action->isEnabled()) {
                 shown.enabled.append(action->text());
             }
@@ -817,10 +816,10 @@ TestVaultBrowser::ShownMenu TestVaultBrowser::openContextMenu(const QPoint& posi
 }
 
 void TestVaultBrowser::aDeepPathIsReadInTheToolTipOfTheSummary() {
-    const QString deep = QString(120, u'm') + u"/"_qs + QString(120, u'w');
+    const QString deep = QString(120, u'm') + u"/"_s + QString(120, u'w');
     CraftedContainer crafted;
     QVERIFY(open(crafted.addFolder(deep.section(u'/', 0, 0)).addFolder(deep)));
-    QLabel* label = m_driver->label(u"protectedFilesLabel"_qs);
+    QLabel* label = m_driver->label(u"protectedFilesLabel"_s);
     QCOMPARE(toolTipAt(label, label->rect()), QString());
     QVERIFY(m_driver->activateRow(deep.section(u'/', 0, 0)));
     QVERIFY(m_driver->activateRow(deep.section(u'/', 1)));
@@ -829,9 +828,9 @@ void TestVaultBrowser::aDeepPathIsReadInTheToolTipOfTheSummary() {
 }
 
 void TestVaultBrowser::cutCellsAreReadInTheirToolTip() {
-    const QString longName = u"<b>"_qs + QString(240, u'm');
+    const QString longName = u"<b>"_s + QString(240, u'm');
     CraftedContainer crafted;
-    QVERIFY(open(crafted.addFile(longName, "a").addFile(u"curto"_qs, "b")));
+    QVERIFY(open(crafted.addFile(longName, "a").addFile(u"curto"_s, "b")));
     QTableWidget* table = m_driver->table();
     const auto toolTipOf = [&](const QString& name, int column) {
         const QTableWidgetItem* cell = table->item(m_driver->rowNamed(name), column);
@@ -839,18 +838,18 @@ void TestVaultBrowser::cutCellsAreReadInTheirToolTip() {
     };
     // The name's marks are shown, not obeyed.
     QVERIFY(toolTipOf(longName, NameColumn).contains(u"&lt;b&gt;mmm"));
-    QCOMPARE(toolTipOf(u"curto"_qs, NameColumn), QString());
+    QCOMPARE(toolTipOf(u"curto"_s, NameColumn), QString());
     QFont large = table->font();
     large.setPointSize(40);
     table->setFont(large);
-    QCOMPARE(toolTipOf(u"curto"_qs, DateColumn), text(m_driver->rowNamed(u"curto"_qs), DateColumn));
+    QCOMPARE(toolTipOf(u"curto"_s, DateColumn), text(m_driver->rowNamed(u"curto"_s), DateColumn));
 }
 
 void TestVaultBrowser::headingsStayTheSameWithASelection() {
     QVERIFY(openSample());
     QHeaderView* header = m_driver->table()->horizontalHeader();
     const QImage before = header->grab().toImage();
-    QVERIFY(m_driver->selectRow(u"zeta"_qs));
+    QVERIFY(m_driver->selectRow(u"zeta"_s));
     QVERIFY(header->grab().toImage() == before);
 }
 
@@ -858,30 +857,30 @@ void TestVaultBrowser::contextMenuHoldsCommandsInOrder_data() {
     QTest::addColumn<QString>("row");
     QTest::addColumn<QStringList>("texts");
     QTest::addColumn<QStringList>("enabled");
-    const QStringList start = {u"Nova pasta..."_qs,
-                               u"Renomear pasta..."_qs,
-                               u"Excluir pasta vazia"_qs,
-                               u"--"_qs,
-                               u"Importar..."_qs,
-                               u"Exportar..."_qs,
-                               u"Abrir"_qs};
-    const QStringList ofAFile = {u"Mover para pasta..."_qs, u"Renomear arquivo..."_qs};
-    const QStringList end = {u"--"_qs, u"Excluir..."_qs};
-    const QStringList always = {u"Nova pasta..."_qs, u"Importar..."_qs};
+    const QStringList start = {u"Nova pasta..."_s,
+                               u"Renomear pasta..."_s,
+                               u"Excluir pasta vazia"_s,
+                               u"--"_s,
+                               u"Importar..."_s,
+                               u"Exportar..."_s,
+                               u"Abrir"_s};
+    const QStringList ofAFile = {u"Mover para pasta..."_s, u"Renomear arquivo..."_s};
+    const QStringList end = {u"--"_s, u"Excluir..."_s};
+    const QStringList always = {u"Nova pasta..."_s, u"Importar..."_s};
     QTest::newRow("no row") << QString() << start + end << always;
-    QTest::newRow("folder") << u"beta"_qs << start + end
-                            << QStringList{u"Nova pasta..."_qs, u"Renomear pasta..."_qs,
-                                           u"Excluir pasta vazia"_qs, u"Importar..."_qs};
-    QTest::newRow("file") << u"dentro.pdf"_qs << start + ofAFile + end
-                          << always + QStringList{u"Exportar..."_qs, u"Abrir"_qs} + ofAFile +
-                                 QStringList{u"Excluir..."_qs};
-    QTest::newRow("parent row") << u".."_qs << start + end << always;
+    QTest::newRow("folder") << u"beta"_s << start + end
+                            << QStringList{u"Nova pasta..."_s, u"Renomear pasta..."_s,
+                                           u"Excluir pasta vazia"_s, u"Importar..."_s};
+    QTest::newRow("file") << u"dentro.pdf"_s << start + ofAFile + end
+                          << always + QStringList{u"Exportar..."_s, u"Abrir"_s} + ofAFile +
+                                 QStringList{u"Excluir..."_s};
+    QTest::newRow("parent row") << u".."_s << start + end << always;
 }
 
 void TestVaultBrowser::contextMenuHoldsCommandsInOrder() {
     QFETCH(const QString, row);
     QVERIFY(openSample());
-    QVERIFY(m_driver->activateRow(u"Alfa"_qs));
+    QVERIFY(m_driver->activateRow(u"Alfa"_s));
     QTableWidget* table = m_driver->table();
     const int hit = m_driver->rowNamed(row);
     // Any place of the row will do: this is the last line of its icon.
@@ -901,11 +900,11 @@ void TestVaultBrowser::contextMenuHoldsCommandsInOrder() {
 
 void TestVaultBrowser::contextMenuBesideTheRowsKeepsTheSelection() {
     QVERIFY(openSample());
-    QVERIFY(m_driver->selectRow(u"nota.txt"_qs));
+    QVERIFY(m_driver->selectRow(u"nota.txt"_s));
     const ShownMenu shown = openContextMenu({5, m_driver->table()->viewport()->height() - 2});
-    QVERIFY(shown.enabled.contains(u"Excluir..."_qs));
-    QCOMPARE(m_driver->window.selectedVaultPath(), u"nota.txt"_qs);
-    QVERIFY(item(m_driver->rowNamed(u"nota.txt"_qs), NameColumn)->isSelected());
+    QVERIFY(shown.enabled.contains(u"Excluir..."_s));
+    QCOMPARE(m_driver->window.selectedVaultPath(), u"nota.txt"_s);
+    QVERIFY(item(m_driver->rowNamed(u"nota.txt"_s), NameColumn)->isSelected());
 }
 
 // --- Size ------------------------------------------------------------------------------------
@@ -915,7 +914,7 @@ void TestVaultBrowser::fifteenThousandFilesAreShownInOrder() {
     CraftedContainer crafted;
     for (int i = 0; i < Files; ++i) {
         // Neither sorted nor of one kind.
-        crafted.addFile(u"%1.x%2"_qs.arg(i * 7919 % Files).arg(i % 50), QByteArray());
+        crafted.addFile(u"%1.x%2"_s.arg(i * 7919 % Files).arg(i % 50), QByteArray());
     }
     QVERIFY(open(crafted));
     QCOMPARE(m_driver->table()->rowCount(), Files);
