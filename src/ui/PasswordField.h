@@ -10,8 +10,9 @@ class QLineEdit;
 namespace Tessel::UI {
 
 /// Makes a line edit a password field: its text is hidden until its eye is pressed, and one line
-/// break at the end of a paste is removed. A copied line brings such a break along, unseen, and would make a password that
-/// typing never matches. Nothing else of what is typed or pasted changes.
+/// break at the end of a paste is removed. A copied line brings such a break along, unseen, and
+/// would make a password that typing never matches. Nothing else of what is typed or pasted
+/// changes.
 void makePasswordField(QLineEdit* edit);
 
 /// The field's text in UTF-8, for the engine. Wipe it after use (Core::wipe).
