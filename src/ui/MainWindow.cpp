@@ -164,7 +164,9 @@ void MainWindow::connectSignals() {
     // Queued, because the program that the files come from waits until the drop is answered.
     connect(
         m_vaultTable, &VaultTableWidget::pathsDropped, this,
-        [this](const QStringList& paths) { runCommand([&] { importDropped(paths); }); },
+        [this](const QStringList& paths, const QString& directory) {
+            runCommand([&] { importDropped(paths, directory); });
+        },
         Qt::QueuedConnection);
 }
 

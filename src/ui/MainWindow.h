@@ -98,7 +98,7 @@ private Q_SLOTS:
     void enterSelectedDirectory();
     void navigateToParentDirectory();
     void importFiles();
-    void importDropped(const QStringList& paths);
+    void importDropped(const QStringList& paths, const QString& directory);
     void exportSelectedFile();
     void openSelectedFile();
     void renameSelectedFile();

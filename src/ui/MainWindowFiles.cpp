@@ -205,10 +205,10 @@ void MainWindow::importFiles() {
     importPlanned(plan);
 }
 
-void MainWindow::importDropped(const QStringList& paths) {
+void MainWindow::importDropped(const QStringList& paths, const QString& directory) {
     // The vault may have been locked since the drop.
     if (vaultIsUnlocked()) {
-        importPlanned(planImport(paths, m_currentDirectory));
+        importPlanned(planImport(paths, directory));
     }
 }
 

@@ -8,11 +8,13 @@
 #include "ui/WindowText.h"
 
 #include <QDragEnterEvent>
+#include <QDragLeaveEvent>
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QHeaderView>
 #include <QHelpEvent>
 #include <QMimeData>
+#include <QPainter>
 #include <QSignalBlocker>
 #include <QStyle>
 #include <QToolTip>
@@ -96,6 +98,8 @@ VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
                   "QTableWidget::item:selected { background-color: palette(highlight); color: "
                   "palette(highlighted-text); }"_s);
     setUpHeader();
+    // The table marks folders itself, not the gaps between rows.
+    setDropIndicatorShown(false);
     setAcceptDrops(true);
     viewport()->setAcceptDrops(true);
 
@@ -389,18 +393,68 @@ bool VaultTableWidget::acceptsDrop(QDropEvent* event) const {
     return true;
 }
 
+int VaultTableWidget::folderRowAt(const QPoint& position) const {
+    const int row = rowAt(position.y());
+    const QTableWidgetItem* nameItem = item(row, VaultColumn::Name);
+    return nameItem == nullptr || kindOf(nameItem) == VaultTableItemKind::File ? -1 : row;
+}
+
+void VaultTableWidget::showDropAt(std::optional<QPoint> position) {
+    if (std::exchange(m_dropPosition, position) != position) {
+        viewport()->update();
+    }
+}
+
 void VaultTableWidget::dragEnterEvent(QDragEnterEvent* event) {
     static_cast<void>(acceptsDrop(event));
 }
 
 void VaultTableWidget::dragMoveEvent(QDragMoveEvent* event) {
-    static_cast<void>(acceptsDrop(event));
+    // Scrolls at the edges.
+    QTableWidget::dragMoveEvent(event);
+    const QPoint position = event->position().toPoint();
+    const bool accepted = acceptsDrop(event);
+    showDropAt(accepted ? std::optional(position) : std::nullopt);
+}
+
+void VaultTableWidget::dragLeaveEvent(QDragLeaveEvent* event) {
+    QTableWidget::dragLeaveEvent(event);
+    showDropAt({});
 }
 
 void VaultTableWidget::dropEvent(QDropEvent* event) {
-    if (acceptsDrop(event)) {
-        Q_EMIT pathsDropped(localPaths(*event->mimeData()));
+    stopAutoScroll();
+    showDropAt({});
+    if (!acceptsDrop(event)) {
+        return;
     }
+    const int row = folderRowAt(event->position().toPoint());
+    const QString directory =
+        row < 0 ? m_directory : item(row, VaultColumn::Name)->data(VaultPathRole).toString();
+    Q_EMIT pathsDropped(localPaths(*event->mimeData()), directory);
+}
+
+void VaultTableWidget::paintEvent(QPaintEvent* event) {
+    QTableWidget::paintEvent(event);
+    // Asked of the place, not kept: the rows may have been scrolled beneath a resting pointer.
+    const int row = m_dropPosition ? folderRowAt(*m_dropPosition) : -1;
+    if (row < 0) {
+        return;
+    }
+    constexpr int Opacity = 70;
+    constexpr int FrameWidth = 2;
+    const bool selected = row == currentRow();
+    QPainter painter(viewport());
+    const QRect place(0, rowViewportPosition(row), viewport()->width(), rowHeight(row));
+    if (!selected) {
+        // Thin enough for the text beneath it to be read.
+        QColor veil = palette().color(QPalette::Highlight);
+        veil.setAlpha(Opacity);
+        painter.fillRect(place, veil);
+    }
+    painter.setPen(QPen(palette().color(selected ? QPalette::HighlightedText : QPalette::Text),
+                        FrameWidth, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
+    painter.drawRect(place.adjusted(1, 1, -1, -1));
 }
 
 } // namespace Tessel::UI

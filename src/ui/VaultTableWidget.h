@@ -70,14 +70,19 @@ Q_SIGNALS:
     void menuRequested(const QPoint& position);
     /// Absolute paths, in the order in which they were selected. They are to be copied, never
     /// taken away from where they are.
-    void pathsDropped(const QStringList& paths);
+    /// @param directory vault path of the folder on whose row they were dropped, or of the one
+    /// shown; empty for the root
+    void pathsDropped(const QStringList& paths, const QString& directory);
 
 protected:
     /// Shows the whole text of a cell that is too narrow for it.
     bool viewportEvent(QEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
+    void dragLeaveEvent(QDragLeaveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
+    /// Marks the folder's row under a drag.
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void setUpHeader();
@@ -97,6 +102,11 @@ private:
     [[nodiscard]] const QTableWidgetItem* currentNameItem() const;
     /// Answers the drag; the source is told whether it may drop here.
     [[nodiscard]] bool acceptsDrop(QDropEvent* event) const;
+    /// The row at this place of the viewport if something can be put into it: a folder's, or the
+    /// one that leads up. -1 for any other.
+    [[nodiscard]] int folderRowAt(const QPoint& position) const;
+    /// Where in the viewport the drag is that may be dropped there; nothing without one.
+    void showDropAt(std::optional<QPoint> position);
 
     VaultIcons m_icons;
     VaultOrder m_order;
@@ -107,6 +117,7 @@ private:
     TypeAhead m_typeAhead;
     QTimer m_typingPause;
     bool m_dropsAllowed = false;
+    std::optional<QPoint> m_dropPosition;
 };
 
 } // namespace Tessel::UI

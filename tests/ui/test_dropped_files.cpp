@@ -13,11 +13,14 @@
 #include <QApplication>
 #include <QDir>
 #include <QDragEnterEvent>
+#include <QDragLeaveEvent>
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QFileInfo>
+#include <QImage>
 #include <QMimeData>
 #include <QScopeGuard>
+#include <QScrollBar>
 #include <QTableWidget>
 #include <QTest>
 #include <QUrl>
@@ -49,16 +52,22 @@ public:
     Qt::DropAction proposed = Qt::CopyAction;
     /// What the table made of it; IgnoreAction when it was refused.
     Qt::DropAction taken = Qt::IgnoreAction;
+    /// Where it is, in the table's viewport.
+    QPoint position = {40, 200};
+
+    /// Enters the table and moves over it. @return whether it is welcome.
+    bool hoverOver(QTableWidget* table) {
+        QDragEnterEvent enter(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        if (!accepts(table, &enter)) {
+            return false;
+        }
+        QDragMoveEvent move(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        return accepts(table, &move);
+    }
 
     /// Enters the table, moves over it and, if it is welcome, lets go.
     void dropOn(QTableWidget* table) {
-        const QPoint position(40, 60);
-        QDragEnterEvent enter(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
-        if (!accepts(table, &enter)) {
-            return;
-        }
-        QDragMoveEvent move(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
-        if (!accepts(table, &move)) {
+        if (!hoverOver(table)) {
             return;
         }
         QDropEvent drop(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
@@ -101,10 +110,22 @@ private Q_SLOTS:
     void nothingIsTakenDuringAnImport();
     void dropBeforeALockIsForgotten();
 
+    void filesDroppedOnAFolderGoIntoIt_data();
+    void filesDroppedOnAFolderGoIntoIt();
+    void onlyTheFolderUnderADragIsHighlighted();
+    void selectedFolderUnderADragIsHighlighted();
+    void dragAtTheEdgeScrolls();
+
 private:
     [[nodiscard]] bool openSample();
     [[nodiscard]] bool make(const QString& name, const QByteArray& bytes) const;
     void drop(const QStringList& names);
+    /// Opens a vault with folders in folders.
+    [[nodiscard]] bool openFolders();
+    /// The middle of the row with this name, in the table's viewport.
+    [[nodiscard]] QPoint middleOf(const QString& row) const;
+    /// How the row with this name looks now.
+    [[nodiscard]] QImage picture(const QString& row) const;
     [[nodiscard]] QByteArray exported(const QString& name);
 };
 
@@ -390,6 +411,100 @@ void TestDroppedFiles::dropBeforeALockIsForgotten() {
     QCoreApplication::processEvents();
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(!m_driver->vaultIsOpen());
+}
+
+// --- Folders as destinations -----------------------------------------------------------------
+
+bool TestDroppedFiles::openFolders() {
+    CraftedContainer crafted;
+    for (const QString& folder : {u"docs"_s, u"docs/sub"_s, u"docs/outra"_s, u"outra"_s}) {
+        crafted.addFolder(folder);
+    }
+    for (const QString& file : {u"a.txt"_s, u"b.txt"_s, u"docs/b.txt"_s, u"docs/c.txt"_s}) {
+        crafted.addFile(file, "x");
+    }
+    const QString container = path(u"folders.tvlt"_s);
+    return crafted.writeTo(container) && m_driver->openVault(container, Password);
+}
+
+QPoint TestDroppedFiles::middleOf(const QString& row) const {
+    const QTableWidget* table = m_driver->table();
+    return table->visualItemRect(table->item(m_driver->rowNamed(row), 1)).center();
+}
+
+QImage TestDroppedFiles::picture(const QString& row) const {
+    QTableWidget* table = m_driver->table();
+    const QRect place = table->visualItemRect(table->item(m_driver->rowNamed(row), 1));
+    return table->viewport()->grab(place).toImage();
+}
+
+void TestDroppedFiles::filesDroppedOnAFolderGoIntoIt_data() {
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("row");
+    QTest::newRow("folder") << QString() << u"docs"_s;
+    QTest::newRow("folder above") << u"docs"_s << u".."_s;
+}
+
+void TestDroppedFiles::filesDroppedOnAFolderGoIntoIt() {
+    QFETCH(const QString, shown);
+    QFETCH(const QString, row);
+    QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
+    QVERIFY(shown.isEmpty() || m_driver->activateRow(shown));
+    Drag drag({path(u"um.txt"_s)});
+    drag.position = middleOf(row);
+    drag.dropOn(m_driver->table());
+    QCOMPARE(drag.taken, Qt::CopyAction);
+    QTRY_COMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_s);
+    QCOMPARE(m_driver->rowNamed(u"um.txt"_s), -1);
+    QVERIFY(m_driver->activateRow(row));
+    QCOMPARE(exported(u"um.txt"_s), "1");
+}
+
+void TestDroppedFiles::onlyTheFolderUnderADragIsHighlighted() {
+    QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
+    const QImage folder = picture(u"docs"_s);
+    const QImage file = picture(u"a.txt"_s);
+    Drag drag({path(u"um.txt"_s)});
+    drag.position = middleOf(u"docs"_s);
+    QVERIFY(drag.hoverOver(m_driver->table()));
+    QVERIFY(picture(u"docs"_s) != folder);
+    drag.position = middleOf(u"a.txt"_s);
+    QVERIFY(drag.hoverOver(m_driver->table()));
+    QCOMPARE(picture(u"a.txt"_s), file);
+    QCOMPARE(picture(u"docs"_s), folder);
+    drag.position = middleOf(u"docs"_s);
+    QVERIFY(drag.hoverOver(m_driver->table()));
+    QDragLeaveEvent leave;
+    QApplication::sendEvent(m_driver->table()->viewport(), &leave);
+    QCOMPARE(picture(u"docs"_s), folder);
+    drag.dropOn(m_driver->table());
+    QCOMPARE(picture(u"docs"_s), folder);
+}
+
+void TestDroppedFiles::selectedFolderUnderADragIsHighlighted() {
+    QVERIFY(openFolders() && make(u"um.txt"_s, "1") && m_driver->selectRow(u"docs"_s));
+    const QImage folder = picture(u"docs"_s);
+    Drag drag({path(u"um.txt"_s)});
+    drag.position = middleOf(u"docs"_s);
+    QVERIFY(drag.hoverOver(m_driver->table()));
+    QVERIFY(picture(u"docs"_s) != folder);
+}
+
+void TestDroppedFiles::dragAtTheEdgeScrolls() {
+    CraftedContainer crafted;
+    for (int i = 0; i < 100; ++i) {
+        crafted.addFolder(u"pasta %1"_s.arg(i));
+    }
+    QVERIFY(crafted.writeTo(path(u"long.tvlt"_s)));
+    QVERIFY(m_driver->openVault(path(u"long.tvlt"_s), Password) && make(u"um.txt"_s, "1"));
+    QTableWidget* table = m_driver->table();
+    Drag drag({path(u"um.txt"_s)});
+    drag.position = {40, table->viewport()->height() - 2};
+    QVERIFY(drag.hoverOver(table));
+    const QScrollBar* bar = table->verticalScrollBar();
+    QTRY_VERIFY(bar->value() > 0);
+    QDragLeaveEvent leave;
+    QApplication::sendEvent(table->viewport(), &leave);
 }
 
 TESSEL_TEST_MAIN(runTest<QApplication, TestDroppedFiles>);
