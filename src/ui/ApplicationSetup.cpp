@@ -4,6 +4,7 @@
 #include "ui/ApplicationSetup.h"
 
 #include "ui/ProductInfo.h"
+#include "ui/QtTexts.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -28,6 +29,8 @@ void setUpApplication(QApplication& application) {
     if (translator->load(u"qtbase_pt_BR"_s, QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
         QApplication::installTranslator(translator);
     }
+    // Qt asks the translator that was installed last first.
+    QApplication::installTranslator(new QtTexts(&application));
 }
 
 void closeAtLogOut(QApplication& application, QWidget& window) {

@@ -60,7 +60,12 @@ void MainWindow::refreshVaultFiles() {
 void MainWindow::updateProtectedFilesLabel() {
     const QString text = summaryText();
     m_protectedFilesLabel->setText(text);
-    m_vaultTable->setAccessibleDescription(text);
+    const QString description =
+        vaultIsUnlocked() ? tr("%1 | Ordem: %2").arg(text, m_vaultTable->orderText()) : text;
+    // Screen readers are told each time it is set, and so of a new order too.
+    if (description != m_vaultTable->accessibleDescription()) {
+        m_vaultTable->setAccessibleDescription(description);
+    }
 }
 
 QString MainWindow::summaryText() const {

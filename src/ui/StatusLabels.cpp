@@ -105,6 +105,9 @@ void StatusLabels::showContainer(const QString& containerPath) {
 
 void StatusLabels::showVaultState(bool unlocked) {
     m_vaultState->setStyleSheet(vaultStateStyle(unlocked));
+    // The colour says it to those who see it.
+    m_vaultState->setAccessibleName(unlocked ? WindowText::tr("Cofre aberto")
+                                             : WindowText::tr("Cofre bloqueado"));
 }
 
 } // namespace Tessel::UI

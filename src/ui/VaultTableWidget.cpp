@@ -118,9 +118,9 @@ void VaultTableWidget::setUpHeader() {
     setHorizontalHeaderLabels({QString(), WindowText::tr("Nome do arquivo"),
                                WindowText::tr("Tamanho"), WindowText::tr("Tipo"),
                                WindowText::tr("Modificado em")});
-    // The icons say what the type column says; to a screen reader both have a name.
+    // To a screen reader the column of the icons has a name too.
     horizontalHeaderItem(VaultColumn::Icon)
-        ->setData(Qt::AccessibleTextRole, WindowText::tr("Tipo"));
+        ->setData(Qt::AccessibleTextRole, WindowText::tr("Ícone"));
     verticalHeader()->hide();
 
     QHeaderView* header = horizontalHeader();
@@ -208,6 +208,12 @@ void VaultTableWidget::setOrder(VaultOrder order) {
     if (changes) {
         Q_EMIT orderChanged();
     }
+}
+
+QString VaultTableWidget::orderText() const {
+    const QString heading = horizontalHeaderItem(m_order.column)->text();
+    return m_order.order == Qt::AscendingOrder ? WindowText::tr("%1, crescente").arg(heading)
+                                               : WindowText::tr("%1, decrescente").arg(heading);
 }
 
 void VaultTableWidget::followHighlight() {

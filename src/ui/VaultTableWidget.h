@@ -38,6 +38,8 @@ public:
     void continueFrom(int row) { m_place = row; }
     /// The order that the user has chosen and the header shows.
     [[nodiscard]] VaultOrder order() const { return m_order; }
+    /// The same in words, for a screen reader.
+    [[nodiscard]] QString orderText() const;
 
     /// Of the current row; nothing without one.
     [[nodiscard]] std::optional<VaultTableItemKind> currentKind() const;

@@ -13,6 +13,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QFileDialog>
+#include <QHeaderView>
 #include <QInputDialog>
 #include <QLabel>
 #include <QListWidget>
@@ -102,7 +103,10 @@ private Q_SLOTS:
     void iconCellsSayWhatTheIconShows();
     void namesAreTheWindowsOwnTexts();
     void padlockIsNamedByWhatItDoes();
-    void tableIsDescribedByItsSummary();
+    void tableIsDescribedByItsSummaryAndOrder();
+    void changeOfOrderChangesTheDescription();
+    void columnsHaveNamesOfTheirOwn();
+    void stateOfTheVaultIsNamed();
     void elidedContainerNameIsReadWhole();
     void everyControlOfTheDialogsHasAName_data();
     void everyControlOfTheDialogsHasAName();
@@ -155,11 +159,48 @@ void TestAccessibility::padlockIsNamedByWhatItDoes() {
     QCOMPARE(accessibleName(m_driver->padlock()), u"Desbloquear cofre"_s);
 }
 
-void TestAccessibility::tableIsDescribedByItsSummary() {
+void TestAccessibility::tableIsDescribedByItsSummaryAndOrder() {
     QCOMPARE(accessibleDescription(m_driver->table()), u"Nenhum cofre em uso (aberto)"_s);
     QVERIFY(openSample());
     QCOMPARE(accessibleDescription(m_driver->table()),
-             u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre."_s);
+             u"Arquivos protegidos | Pasta: Raiz | 2 arquivos no cofre. | Ordem: Nome do arquivo, "
+             "crescente"_s);
+}
+
+/// Qt tells screen readers when a description changes.
+void TestAccessibility::changeOfOrderChangesTheDescription() {
+    QVERIFY(openSample());
+    QTableWidget* table = m_driver->table();
+    QTest::keyClick(&m_driver->window, Qt::Key_Right);
+    QVERIFY(accessibleDescription(table).endsWith(u"| Ordem: Nome do arquivo, decrescente"));
+    const QHeaderView* header = table->horizontalHeader();
+    const QPoint type(header->sectionViewportPosition(3) + 5, header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, type);
+    QVERIFY(accessibleDescription(table).endsWith(u"| Ordem: Tipo, crescente"));
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, type);
+    QVERIFY(accessibleDescription(table).endsWith(u"| Ordem: Tipo, decrescente"));
+}
+
+void TestAccessibility::columnsHaveNamesOfTheirOwn() {
+    QStringList names;
+    QAccessibleInterface* table = QAccessible::queryAccessibleInterface(m_driver->table());
+    for (int i = 0; i < table->childCount(); ++i) {
+        if (table->child(i)->role() == QAccessible::ColumnHeader) {
+            names.append(table->child(i)->text(QAccessible::Name));
+        }
+    }
+    QCOMPARE(names, QStringList({u"Ícone"_s, u"Nome do arquivo"_s, u"Tamanho"_s, u"Tipo"_s,
+                                 u"Modificado em"_s}));
+}
+
+void TestAccessibility::stateOfTheVaultIsNamed() {
+    QLabel* label = m_driver->label(u"vaultStateLabel"_s);
+    QCOMPARE(accessibleName(label), u"Cofre bloqueado"_s);
+    QVERIFY(openSample());
+    QCOMPARE(accessibleName(label), u"Cofre aberto"_s);
+    QCOMPARE(label->text(), u"COFRE"_s);
+    m_driver->action(u"Bloquear"_s)->trigger();
+    QCOMPARE(accessibleName(label), u"Cofre bloqueado"_s);
 }
 
 void TestAccessibility::elidedContainerNameIsReadWhole() {

@@ -11,11 +11,14 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
+#include <QFileSystemModel>
 #include <QHash>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMutex>
+#include <QMutexLocker>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTest>
@@ -37,7 +40,7 @@ const QRegularExpression
     EnglishWords(u"\\b(?:cancel|ok to|open|save|close|yes|apply|help|back|forward|parent|look in|"
                  u"create|new|folder|file|files|name|type|size|date|modified|directory|undo|redo|"
                  u"cut|copy|paste|delete|select|list|detail|details|view|show|hide|computer|"
-                 u"search|up|of|the|all|location|rename)\\b"_s,
+                 u"search|up|of|the|all|location|rename|drive|return|insert|remove|unknown)\\b"_s,
                  QRegularExpression::CaseInsensitiveOption);
 
 void collectMenu(const QMenu* menu, QStringList* texts) {
@@ -83,6 +86,34 @@ public:
 
 private:
     mutable QHash<QString, QSet<QString>> m_contexts;
+};
+
+/// Is asked for what no other translator has, and notes it.
+class LastTranslator : public QTranslator {
+public:
+    [[nodiscard]] QString translate(const char* context, const char* sourceText,
+                                    const char* /*disambiguation*/, int /*n*/) const override {
+        // File dialogs ask from a thread too. The program's own texts are Portuguese already.
+        const QMutexLocker locker(&m_mutex);
+        if (!QLatin1StringView(context).startsWith("Tessel::UI::"_L1)) {
+            m_lacking.insert(
+                u"%1: %2"_s.arg(QLatin1StringView(context), QString::fromUtf8(sourceText)));
+        }
+        return {};
+    }
+    [[nodiscard]] bool isEmpty() const override { return false; }
+
+    /// What was asked for since the last call, in alphabetical order.
+    QStringList takeLacking() {
+        const QMutexLocker locker(&m_mutex);
+        QStringList lacking = std::exchange(m_lacking, {}).values();
+        lacking.sort();
+        return lacking;
+    }
+
+private:
+    mutable QMutex m_mutex;
+    mutable QSet<QString> m_lacking;
 };
 
 /// All that a person can read in a dialog, without the program's own documents.
@@ -143,12 +174,16 @@ private Q_SLOTS:
     void withoutTheCatalogueTheyAreEnglish();
     void noDialogShowsAnEnglishWord_data();
     void noDialogShowsAnEnglishWord();
+    void fileDialogsNameFoldersAndDrives();
+    void menusNameKeysAsKeyboardsDo();
     void buttonsOfTheToolkitArePortuguese();
     void numbersStayTheSystems();
     void theWindowsOwnTextsCanBeTranslated();
 
 private:
     [[nodiscard]] QStringList textsOfDialog(const QString& command, const QString& title);
+
+    LastTranslator m_last;
 };
 
 QStringList TestToolkitTexts::textsOfDialog(const QString& command, const QString& title) {
@@ -163,6 +198,8 @@ QStringList TestToolkitTexts::textsOfDialog(const QString& command, const QStrin
 
 /// Runs first: once installed, the catalogue stays.
 void TestToolkitTexts::withoutTheCatalogueTheyAreEnglish() {
+    // Installed first, so that it is asked last.
+    QVERIFY(QCoreApplication::installTranslator(&m_last));
     const QStringList texts =
         textsOfDialog(u"Escolher container..."_s, u"Escolher container Tessel"_s);
     QVERIFY(!englishAmong(texts).isEmpty());
@@ -197,10 +234,38 @@ void TestToolkitTexts::noDialogShowsAnEnglishWord() {
     if (!m_driver->action(command)->isEnabled()) {
         m_driver->action(u"Bloquear"_s)->trigger();
     }
+    m_last.takeLacking();
     const QStringList texts = textsOfDialog(command, title);
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY(texts.contains(title));
     QCOMPARE(englishAmong(texts).join(u'|'), QString());
+    QCOMPARE(m_last.takeLacking().join(u'|'), QString());
+}
+
+void TestToolkitTexts::fileDialogsNameFoldersAndDrives() {
+    QString folder;
+    QString drive;
+    m_driver->dialogs.handle(u"Escolher container Tessel"_s, [&](QDialog* dialog) {
+        const auto* model = dialog->findChild<QFileSystemModel*>();
+        folder = model->type(model->index(m_folder->path()));
+        drive = model->type(model->index(u"/"_s));
+        dialog->reject();
+    });
+    m_driver->action(u"Escolher container..."_s)->trigger();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(folder, u"Pasta"_s);
+    QCOMPARE(drive, u"Unidade"_s);
+}
+
+void TestToolkitTexts::menusNameKeysAsKeyboardsDo() {
+    const QKeySequence key = m_driver->action(u"Abrir"_s)->shortcut();
+    QCOMPARE(key, QKeySequence(Qt::Key_Return));
+    QCOMPARE(key.toString(QKeySequence::NativeText), u"Enter"_s);
+    const QList<QAction*> actions = m_driver->window.findChildren<QAction*>();
+    for (const QAction* action : actions) {
+        const QString keys = action->shortcut().toString(QKeySequence::NativeText);
+        QVERIFY2(!EnglishWords.match(keys).hasMatch() || keys == u"Delete", qPrintable(keys));
+    }
 }
 
 void TestToolkitTexts::buttonsOfTheToolkitArePortuguese() {
