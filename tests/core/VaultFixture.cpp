@@ -3,12 +3,11 @@
 
 #include "VaultFixture.h"
 
+#include "core/ContainerManager.h"
 #include "support/Files.h"
 
 #include <QBuffer>
-#include <QDateTime>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -18,20 +17,11 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace Tessel::Tests {
 
-VaultFixture::Folders::Folders() : tmpdirBefore(qgetenv("TMPDIR")) {
+VaultFixture::Folders::Folders() {
     for (const QString& name : {u"drive"_s, u"files"_s, u"tmp"_s}) {
         if (!QDir(root.path()).mkdir(name)) {
             qFatal("cannot make a folder for the test");
         }
-    }
-    qputenv("TMPDIR", QFile::encodeName(root.filePath(u"tmp"_s)));
-}
-
-VaultFixture::Folders::~Folders() {
-    if (tmpdirBefore.isNull()) {
-        qunsetenv("TMPDIR");
-    } else {
-        qputenv("TMPDIR", tmpdirBefore);
     }
 }
 
@@ -80,17 +70,14 @@ bool VaultFixture::store(const QString& vaultPath, const QByteArray& bytes) {
     return vault.importFile(write(u"stored"_s, bytes), vaultPath);
 }
 
-QString VaultFixture::openAndEdit(const QString& vaultPath, const QByteArray& bytes) {
+QString VaultFixture::opened(const QString& vaultPath) {
     QString path;
-    if (!vault.prepareFileForEditing(vaultPath, &path)) {
-        return {};
-    }
-    QFile copy(path);
-    const QDateTime later = QFileInfo(path).lastModified().addSecs(60);
-    const bool edited = copy.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-                        copy.write(bytes) == bytes.size() && copy.flush() &&
-                        copy.setFileTime(later, QFileDevice::FileModificationTime);
-    return edited ? path : QString();
+    return vault.prepareFileForEditing(vaultPath, &path) ? path : QString();
+}
+
+QString VaultFixture::openAndEdit(const QString& vaultPath, const QByteArray& bytes) {
+    const QString path = opened(vaultPath);
+    return !path.isEmpty() && writeFile(path, bytes) && makeLater(path, 60000) ? path : QString();
 }
 
 QByteArray VaultFixture::stored(const QString& vaultPath) const {
@@ -134,11 +121,46 @@ VaultDirectoryEntry VaultFixture::folder(const QString& path) const {
     return found == folders.cend() ? VaultDirectoryEntry() : *found;
 }
 
-QByteArray indexAsOpenedAnew(const QString& container, const QByteArray& password) {
+bool VaultFixture::isSaved(const QByteArray& password) const {
+    return indexOnDrive(m_container, password) == vault.fileIndex().toJson();
+}
+
+qint64 VaultFixture::containerSize() const {
+    return QFileInfo(m_container).size();
+}
+
+QByteArray VaultFixture::bytes() const {
+    return readFile(m_container);
+}
+
+ContainerDocument VaultFixture::document() const {
+    ContainerDocument document;
+    return ContainerManager().readDocument(m_container, &document) ? document : ContainerDocument();
+}
+
+OpenVault::OpenVault(const CraftedContainer& crafted) : VaultFixture(crafted) {
+    if (!unlock()) {
+        qFatal("cannot unlock the vault for the test");
+    }
+}
+
+OpenVault::OpenVault(const CraftedContainer& crafted, const QString& path) : VaultFixture(crafted) {
+    if (!moveContainerTo(path) || !unlock()) {
+        qFatal("cannot unlock the vault for the test");
+    }
+}
+
+QByteArray indexOnDrive(const QString& container, const QByteArray& password) {
     VaultManager other;
     const QByteArray index =
         other.unlockVault(container, password) ? other.fileIndex().toJson() : QByteArray();
     return other.lockVault() ? index : QByteArray();
+}
+
+VaultManager::Progress recordInto(QList<ProgressCall>* calls) {
+    return [calls](qint64 done, qint64 total, const QString& name) {
+        calls->append({done, total, name});
+    };
 }
 
 VaultPicture::VaultPicture(const VaultFixture& fixture, const QByteArray& password)
@@ -162,7 +184,7 @@ QString VaultPicture::changes() const {
     if (m_fixture.vault.fileIndex().toJson() != m_index) {
         return u"the index in memory changed"_s;
     }
-    const QByteArray opened = indexAsOpenedAnew(m_fixture.container(), m_password);
+    const QByteArray opened = indexOnDrive(m_fixture.container(), m_password);
     if (opened.isEmpty()) {
         return u"another session cannot open the container"_s;
     }

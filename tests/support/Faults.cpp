@@ -91,6 +91,13 @@ qint64 addressSpaceInUse() {
     return pages.toLongLong() * ::sysconf(_SC_PAGESIZE);
 }
 
+// Where mounts are possible, a test must not go on without its own.
+void requireMount(bool mounted) {
+    if (privateMounts && !mounted) {
+        qFatal("cannot mount what the test needs");
+    }
+}
+
 void unmount(const QString& path) {
     ::umount2(QFile::encodeName(path).constData(), MNT_DETACH);
 }
@@ -115,6 +122,7 @@ SmallDisk::SmallDisk(qint64 bytes) {
     const QByteArray options = "size=" + QByteArray::number(bytes);
     m_mounted =
         ::mount("tmpfs", path.constData(), "tmpfs", MS_NOSUID | MS_NODEV, options.constData()) == 0;
+    requireMount(m_mounted);
 }
 
 SmallDisk::~SmallDisk() {
@@ -149,18 +157,17 @@ bool SmallDisk::fillUpTo(qint64 bytes) const {
     return filled;
 }
 
-TemporaryFolderInMemory::TemporaryFolderInMemory()
-    : m_disk(512 * MiB), m_tmpdirBefore(qgetenv("TMPDIR")) {
-    if (m_disk.isMounted()) {
-        qputenv("TMPDIR", QFile::encodeName(m_disk.path()));
+TemporaryFolderAt::TemporaryFolderAt(const QString& path) : m_before(qgetenv("TMPDIR")) {
+    if (!path.isEmpty()) {
+        qputenv("TMPDIR", QFile::encodeName(path));
     }
 }
 
-TemporaryFolderInMemory::~TemporaryFolderInMemory() {
-    if (m_tmpdirBefore.isNull()) {
+TemporaryFolderAt::~TemporaryFolderAt() {
+    if (m_before.isNull()) {
         qunsetenv("TMPDIR");
     } else {
-        qputenv("TMPDIR", m_tmpdirBefore);
+        qputenv("TMPDIR", m_before);
     }
 }
 
@@ -169,6 +176,7 @@ ReadOnlyMount::ReadOnlyMount(const QString& path) : m_path(path) {
     m_mounted = privateMounts && bindOnItself(name) &&
                 ::mount(nullptr, name.constData(), nullptr,
                         MS_REMOUNT | MS_BIND | MS_RDONLY | inheritedFlags(name), nullptr) == 0;
+    requireMount(m_mounted);
 }
 
 ReadOnlyMount::~ReadOnlyMount() {
@@ -178,7 +186,9 @@ ReadOnlyMount::~ReadOnlyMount() {
 }
 
 PinnedFile::PinnedFile(const QString& path)
-    : m_path(path), m_mounted(privateMounts && bindOnItself(QFile::encodeName(path))) {}
+    : m_path(path), m_mounted(privateMounts && bindOnItself(QFile::encodeName(path))) {
+    requireMount(m_mounted);
+}
 
 PinnedFile::~PinnedFile() {
     if (m_mounted) {

@@ -26,7 +26,8 @@ constexpr qint64 MiB = 1048576;
 [[nodiscard]] bool hasPrivateMounts();
 
 /// A file system in memory that holds no more than the given number of bytes (whole pages).
-/// Needs private mounts.
+/// Needs private mounts; where they are possible, this one and the ones below are mounted, or the
+/// test program ends.
 class SmallDisk {
 public:
     explicit SmallDisk(qint64 bytes);
@@ -45,17 +46,23 @@ private:
     bool m_mounted = false;
 };
 
+/// Puts the system's temporary folder at a path as long as it exists; an empty path changes
+/// nothing.
+class TemporaryFolderAt {
+public:
+    explicit TemporaryFolderAt(const QString& path);
+    ~TemporaryFolderAt();
+    Q_DISABLE_COPY_MOVE(TemporaryFolderAt)
+
+private:
+    QByteArray m_before;
+};
+
 /// Puts the system's temporary folder into memory, so that tests that sync on purpose do not wait
 /// for a busy disk. Without private mounts it changes nothing.
 class TemporaryFolderInMemory {
-public:
-    TemporaryFolderInMemory();
-    ~TemporaryFolderInMemory();
-    Q_DISABLE_COPY_MOVE(TemporaryFolderInMemory)
-
-private:
-    SmallDisk m_disk;
-    QByteArray m_tmpdirBefore;
+    SmallDisk m_disk{512 * 1024 * 1024};
+    TemporaryFolderAt m_folder{m_disk.path()};
 };
 
 /// Makes a file or folder a read-only mount point: whatever rights this process has, it can be

@@ -5,7 +5,9 @@
 
 #include <QByteArray>
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QFile>
+#include <QFileInfo>
 #include <QStorageInfo>
 #include <QString>
 
@@ -31,6 +33,30 @@ namespace Tessel::Tests {
     QFile file(path);
     return file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) &&
            file.seek(offset) && file.write(bytes) == bytes.size();
+}
+
+/// The time of the last change, in UTC.
+[[nodiscard]] inline QDateTime modifiedTime(const QString& path) {
+    return QFileInfo(path).lastModified().toUTC();
+}
+
+[[nodiscard]] inline bool setModified(const QString& path, const QDateTime& time) {
+    QFile file(path);
+    return file.open(QIODevice::ReadWrite) &&
+           file.setFileTime(time, QFileDevice::FileModificationTime);
+}
+
+/// Gives a file a later time, as if it had been saved then: file systems differ in how fine their
+/// clock is.
+[[nodiscard]] inline bool makeLater(const QString& path, qint64 milliseconds = 2000) {
+    return setModified(path, modifiedTime(path).addMSecs(milliseconds));
+}
+
+/// The bytes with the lowest bit of one of them changed; the last one if none is named.
+[[nodiscard]] inline QByteArray withByteChanged(QByteArray bytes, qsizetype at = -1) {
+    char& byte = bytes.data()[at < 0 ? bytes.size() - 1 : at];
+    byte = static_cast<char>(byte ^ 1);
+    return bytes;
 }
 
 /// Bytes that look random and are the same in every run (SplitMix64) with the same @p seed.
