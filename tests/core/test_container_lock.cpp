@@ -19,145 +19,129 @@ using namespace Qt::Literals::StringLiterals;
 class TestContainerLock : public QObject {
     Q_OBJECT
 
-private Q_SLOTS:
-    void init();
-    void refusesASecondHolder();
-    void isFreeAfterRelease();
-    void isFreeWhenTheHolderIsGone();
-    void refusesAnotherProcess();
-    void survivesAnotherDescriptorBeingClosed();
-    void acquiringElsewhereGivesTheFormerUp();
-    void refusesAMissingFile();
-    void refusesAPipeAtOnce();
-    void followsAReplacedFile();
-    void followsNothingAnotherWindowHolds();
-    void keepsTheOldFileWhileThereIsNoNewOne();
-    void followsNothingWithoutALock();
-
 private:
-    /// Puts another file at the path.
-    [[nodiscard]] bool replaceFile() const;
-
     QTemporaryDir m_folder;
     QString m_path;
-};
 
-void TestContainerLock::init() {
-    m_path = m_folder.filePath(u"tessel.tvlt"_s);
-    QVERIFY(writeFile(m_path, {}));
-}
+    /// Puts another file at the path.
+    [[nodiscard]] bool replaceFile() const {
+        const QString next = m_folder.filePath(u"next"_s);
+        return writeFile(next, {}) && QFile::remove(m_path) && QFile::rename(next, m_path);
+    }
 
-bool TestContainerLock::replaceFile() const {
-    const QString next = m_folder.filePath(u"next"_s);
-    return writeFile(next, {}) && QFile::remove(m_path) && QFile::rename(next, m_path);
-}
+private Q_SLOTS:
+    void init() {
+        m_path = m_folder.filePath(u"tessel.tvlt"_s);
+        QVERIFY(writeFile(m_path, {}));
+    }
 
-void TestContainerLock::refusesASecondHolder() {
-    ContainerLock first;
-    ContainerLock second;
-    QVERIFY(first.acquire(m_path));
-    QVERIFY(!second.acquire(m_path));
-    QVERIFY(!second.acquire(m_path));
-}
+    void refusesASecondHolder() {
+        ContainerLock first;
+        ContainerLock second;
+        QVERIFY(first.acquire(m_path));
+        QVERIFY(!second.acquire(m_path));
+        QVERIFY(!second.acquire(m_path));
+    }
 
-void TestContainerLock::isFreeAfterRelease() {
-    ContainerLock first;
-    ContainerLock second;
-    QVERIFY(first.acquire(m_path));
-    first.release();
-    QVERIFY(second.acquire(m_path));
-}
+    void isFreeAfterRelease() {
+        ContainerLock first;
+        ContainerLock second;
+        QVERIFY(first.acquire(m_path));
+        first.release();
+        QVERIFY(second.acquire(m_path));
+    }
 
-void TestContainerLock::isFreeWhenTheHolderIsGone() {
-    {
+    void isFreeWhenTheHolderIsGone() {
+        {
+            ContainerLock first;
+            QVERIFY(first.acquire(m_path));
+        }
+        ContainerLock second;
+        QVERIFY(second.acquire(m_path));
+    }
+
+    void refusesAnotherProcess() {
+        const QStringList tryLock{u"-n"_s, m_path, u"true"_s};
+        QCOMPARE(QProcess::execute(u"flock"_s, tryLock), 0);
+        ContainerLock lock;
+        QVERIFY(lock.acquire(m_path));
+        QVERIFY(QProcess::execute(u"flock"_s, tryLock) != 0);
+    }
+
+    void survivesAnotherDescriptorBeingClosed() {
         ContainerLock first;
         QVERIFY(first.acquire(m_path));
+        {
+            QFile other(m_path);
+            QVERIFY(other.open(QIODevice::ReadOnly));
+        }
+        ContainerLock second;
+        QVERIFY(!second.acquire(m_path));
     }
-    ContainerLock second;
-    QVERIFY(second.acquire(m_path));
-}
 
-void TestContainerLock::refusesAnotherProcess() {
-    const QStringList tryLock{u"-n"_s, m_path, u"true"_s};
-    QCOMPARE(QProcess::execute(u"flock"_s, tryLock), 0);
-    ContainerLock lock;
-    QVERIFY(lock.acquire(m_path));
-    QVERIFY(QProcess::execute(u"flock"_s, tryLock) != 0);
-}
-
-void TestContainerLock::survivesAnotherDescriptorBeingClosed() {
-    ContainerLock first;
-    QVERIFY(first.acquire(m_path));
-    {
-        QFile other(m_path);
-        QVERIFY(other.open(QIODevice::ReadOnly));
+    void acquiringElsewhereGivesTheFormerUp() {
+        const QString other = m_folder.filePath(u"other.tvlt"_s);
+        QVERIFY(QFile::copy(m_path, other) || QFile::exists(other));
+        ContainerLock first;
+        QVERIFY(first.acquire(m_path));
+        QVERIFY(first.acquire(other));
+        ContainerLock second;
+        QVERIFY(second.acquire(m_path));
     }
-    ContainerLock second;
-    QVERIFY(!second.acquire(m_path));
-}
 
-void TestContainerLock::acquiringElsewhereGivesTheFormerUp() {
-    const QString other = m_folder.filePath(u"other.tvlt"_s);
-    QVERIFY(QFile::copy(m_path, other) || QFile::exists(other));
-    ContainerLock first;
-    QVERIFY(first.acquire(m_path));
-    QVERIFY(first.acquire(other));
-    ContainerLock second;
-    QVERIFY(second.acquire(m_path));
-}
+    void refusesAMissingFile() {
+        ContainerLock lock;
+        QVERIFY(!lock.acquire(m_folder.filePath(u"missing"_s)));
+    }
 
-void TestContainerLock::refusesAMissingFile() {
-    ContainerLock lock;
-    QVERIFY(!lock.acquire(m_folder.filePath(u"missing"_s)));
-}
+    void refusesAPipeAtOnce() {
+        const QString pipe = m_folder.filePath(u"pipe"_s);
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        ContainerLock lock;
+        QVERIFY(!lock.acquire(pipe));
+    }
 
-void TestContainerLock::refusesAPipeAtOnce() {
-    const QString pipe = m_folder.filePath(u"pipe"_s);
-    QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
-    ContainerLock lock;
-    QVERIFY(!lock.acquire(pipe));
-}
+    void followsAReplacedFile() {
+        ContainerLock first;
+        QVERIFY(first.acquire(m_path));
+        QVERIFY(replaceFile());
+        QVERIFY(first.follow());
+        ContainerLock second;
+        QVERIFY(!second.acquire(m_path));
+        first.release();
+        QVERIFY(second.acquire(m_path));
+    }
 
-void TestContainerLock::followsAReplacedFile() {
-    ContainerLock first;
-    QVERIFY(first.acquire(m_path));
-    QVERIFY(replaceFile());
-    QVERIFY(first.follow());
-    ContainerLock second;
-    QVERIFY(!second.acquire(m_path));
-    first.release();
-    QVERIFY(second.acquire(m_path));
-}
+    void followsNothingAnotherWindowHolds() {
+        ContainerLock first;
+        ContainerLock second;
+        QVERIFY(first.acquire(m_path));
+        QVERIFY(replaceFile());
+        QVERIFY(second.acquire(m_path));
+        QVERIFY(!first.follow());
+        second.release();
+        QVERIFY(first.follow());
+    }
 
-void TestContainerLock::followsNothingAnotherWindowHolds() {
-    ContainerLock first;
-    ContainerLock second;
-    QVERIFY(first.acquire(m_path));
-    QVERIFY(replaceFile());
-    QVERIFY(second.acquire(m_path));
-    QVERIFY(!first.follow());
-    second.release();
-    QVERIFY(first.follow());
-}
+    void keepsTheOldFileWhileThereIsNoNewOne() {
+        const QString elsewhere = m_folder.filePath(u"elsewhere"_s);
+        ContainerLock first;
+        QVERIFY(first.acquire(m_path));
+        QVERIFY(QFile::remove(elsewhere) || !QFile::exists(elsewhere));
+        QVERIFY(QFile::rename(m_path, elsewhere));
+        QVERIFY(first.follow());
+        ContainerLock second;
+        QVERIFY(!second.acquire(elsewhere));
+    }
 
-void TestContainerLock::keepsTheOldFileWhileThereIsNoNewOne() {
-    const QString elsewhere = m_folder.filePath(u"elsewhere"_s);
-    ContainerLock first;
-    QVERIFY(first.acquire(m_path));
-    QVERIFY(QFile::remove(elsewhere) || !QFile::exists(elsewhere));
-    QVERIFY(QFile::rename(m_path, elsewhere));
-    QVERIFY(first.follow());
-    ContainerLock second;
-    QVERIFY(!second.acquire(elsewhere));
-}
-
-void TestContainerLock::followsNothingWithoutALock() {
-    ContainerLock lock;
-    QVERIFY(!lock.follow());
-    QVERIFY(lock.acquire(m_path));
-    lock.release();
-    QVERIFY(!lock.follow());
-}
+    void followsNothingWithoutALock() {
+        ContainerLock lock;
+        QVERIFY(!lock.follow());
+        QVERIFY(lock.acquire(m_path));
+        lock.release();
+        QVERIFY(!lock.follow());
+    }
+};
 
 TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestContainerLock>);
 #include "test_container_lock.moc"
