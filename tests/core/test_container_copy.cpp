@@ -128,7 +128,7 @@ private Q_SLOTS:
         ContainerBackup backup(destination);
         QVERIFY(backup.create(copy.source.fileName()));
         QVERIFY(backup.copyFrom(copy.source, [&](qint64, qint64) {
-            QCOMPARE(readFile(destination), QByteArray("an earlier backup"));
+            QCOMPARE(readFile(destination), "an earlier backup"_ba);
         }));
         QVERIFY(readFile(destination) == someContainer());
     }

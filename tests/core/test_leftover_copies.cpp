@@ -104,7 +104,7 @@ private Q_SLOTS:
     void unchangedCopiesOfAKilledRunAreRemoved() {
         KilledRun run([this] { return openBoth(*m_fixture); });
         QVERIFY(run.isReady());
-        QCOMPARE(readFile(inWorkspace(A)), QByteArray("line of a\n"));
+        QCOMPARE(readFile(inWorkspace(A)), "line of a\n"_ba);
         run.kill();
         QCOMPARE(start(), QStringList());
         QCOMPARE(left(), QStringList());
@@ -114,8 +114,8 @@ private Q_SLOTS:
         KilledRun run([this] { return openBoth(*m_fixture); });
         QVERIFY(run.isReady());
         QCOMPARE(start(), QStringList());
-        QCOMPARE(readFile(inWorkspace(A)), QByteArray("line of a\n"));
-        QCOMPARE(readFile(inWorkspace(B)), QByteArray("line of b\n"));
+        QCOMPARE(readFile(inWorkspace(A)), "line of a\n"_ba);
+        QCOMPARE(readFile(inWorkspace(B)), "line of b\n"_ba);
     }
 
     void changedCopiesStayAndAreToldOfOnce() {
@@ -126,10 +126,10 @@ private Q_SLOTS:
         run.kill();
         const QString folder = workspace();
         QCOMPARE(start(), QStringList(folder));
-        QCOMPARE(readFile(folder + QLatin1Char('/') + A), QByteArray("edited"));
+        QCOMPARE(readFile(folder + QLatin1Char('/') + A), "edited"_ba);
         QVERIFY(!QFileInfo::exists(folder + QLatin1Char('/') + B));
         QCOMPARE(start(), QStringList());
-        QCOMPARE(readFile(folder + QLatin1Char('/') + A), QByteArray("edited"));
+        QCOMPARE(readFile(folder + QLatin1Char('/') + A), "edited"_ba);
         // Once the user has removed the folder, its note goes too.
         QVERIFY(QDir(folder).removeRecursively());
         QCOMPARE(start(), QStringList());
@@ -139,9 +139,9 @@ private Q_SLOTS:
     void aCopyOfTheSameSizeOrTimeIsChangedAllTheSame_data() {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<int>("laterNs");
-        QTest::newRow("same size, a nanosecond later") << QByteArray("LINE OF A\n") << 1;
-        QTest::newRow("same size, a nanosecond earlier") << QByteArray("LINE OF A\n") << -1;
-        QTest::newRow("other size, same time") << QByteArray("shorter") << 0;
+        QTest::newRow("same size, a nanosecond later") << "LINE OF A\n"_ba << 1;
+        QTest::newRow("same size, a nanosecond earlier") << "LINE OF A\n"_ba << -1;
+        QTest::newRow("other size, same time") << "shorter"_ba << 0;
     }
     void aCopyOfTheSameSizeOrTimeIsChangedAllTheSame() {
         QFETCH(const QByteArray, bytes);
@@ -170,7 +170,7 @@ private Q_SLOTS:
         QCOMPARE(start(), QStringList());
         QCOMPARE(left(), QStringList());
         QVERIFY(m_fixture->unlock());
-        QCOMPARE(m_fixture->stored(A), QByteArray("edited"));
+        QCOMPARE(m_fixture->stored(A), "edited"_ba);
         QVERIFY(m_fixture->vault.lockVault());
     }
 
@@ -181,7 +181,7 @@ private Q_SLOTS:
         run.kill();
         const QString folder = workspace();
         QCOMPARE(start(), QStringList(folder));
-        QCOMPARE(readFile(folder + u"/docs/new"_s), QByteArray("x"));
+        QCOMPARE(readFile(folder + u"/docs/new"_s), "x"_ba);
         QVERIFY(!QFileInfo::exists(folder + QLatin1Char('/') + A));
     }
 
@@ -197,7 +197,7 @@ private Q_SLOTS:
         run.kill();
         QCOMPARE(start(), QStringList());
         QCOMPARE(left(), QStringList());
-        QCOMPARE(readFile(outside + u"/a.txt"_s), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside + u"/a.txt"_s), "not the vault's"_ba);
     }
 
     void aSessionOfThisProcessIsNoEarlierRun() {
@@ -208,7 +208,7 @@ private Q_SLOTS:
             QVERIFY(vault.prepareFileForEditing(A, &copy));
         }
         QCOMPARE(start(), QStringList());
-        QCOMPARE(readFile(copy), QByteArray("line of a\n"));
+        QCOMPARE(readFile(copy), "line of a\n"_ba);
     }
 
     void lockingLeavesNothing() {
@@ -227,19 +227,18 @@ private Q_SLOTS:
     void aNoteThatTellsNothingUsefulKeepsTheCopy_data() {
         QTest::addColumn<QByteArray>("note");
         QTest::newRow("empty") << QByteArray();
-        QTest::newRow("another file") << QByteArray("unfinished b\n");
-        QTest::newRow("a line cut short") << QByteArray("unfinished a");
-        QTest::newRow("no numbers") << QByteArray("copy x y a\n");
-        QTest::newRow("numbers too large") << QByteArray("copy 99999999999999999999999 5 a\n");
-        QTest::newRow("up and back")
-            << QByteArray("unfinished ../") + Workspace.toLatin1() + "/a\n";
-        QTest::newRow("absolute") << QByteArray("unfinished /a\n");
-        QTest::newRow("too many words") << QByteArray("unfinished a b c d e f\n");
+        QTest::newRow("another file") << "unfinished b\n"_ba;
+        QTest::newRow("a line cut short") << "unfinished a"_ba;
+        QTest::newRow("no numbers") << "copy x y a\n"_ba;
+        QTest::newRow("numbers too large") << "copy 99999999999999999999999 5 a\n"_ba;
+        QTest::newRow("up and back") << "unfinished ../"_ba + Workspace.toLatin1() + "/a\n";
+        QTest::newRow("absolute") << "unfinished /a\n"_ba;
+        QTest::newRow("too many words") << "unfinished a b c d e f\n"_ba;
         QTest::newRow("only blanks") << QByteArray(1048576, ' ') + "\nunfinished\n";
         QTest::newRow("zero bytes") << QByteArray(1048576, '\0') + "\n";
         QTest::newRow("larger than any note")
-            << QByteArray("unfinished a\n") + QByteArray(5 * 1048576, '\n');
-        QTest::newRow("many names") << QByteArray("unfinished b\n").repeated(100000);
+            << "unfinished a\n"_ba + QByteArray(5 * 1048576, '\n');
+        QTest::newRow("many names") << "unfinished b\n"_ba.repeated(100000);
     }
     void aNoteThatTellsNothingUsefulKeepsTheCopy() {
         QFETCH(const QByteArray, note);
@@ -248,7 +247,7 @@ private Q_SLOTS:
         const PeakMemory memory;
         QCOMPARE(start(), QStringList(folder));
         QVERIFY2(memory.growth() < 128 * 1048576, qPrintable(QString::number(memory.growth())));
-        QCOMPARE(readFile(folder + u"/a"_s), QByteArray("bytes"));
+        QCOMPARE(readFile(folder + u"/a"_s), "bytes"_ba);
     }
 
     void aNoteNeverLeadsOutOfItsFolder() {
@@ -256,7 +255,7 @@ private Q_SLOTS:
         QVERIFY(plant("unfinished ../outside\nunfinished " + QFile::encodeName(outside) + "\n"));
         QVERIFY(writeFile(outside, "not the vault's"));
         QCOMPARE(start().size(), 1);
-        QCOMPARE(readFile(outside), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside), "not the vault's"_ba);
     }
 
     void whatIsNoNoteOfOursIsLeftAlone_data() {
@@ -280,7 +279,7 @@ private Q_SLOTS:
         const QStringList before = left();
         QCOMPARE(start(), QStringList());
         QCOMPARE(left(), before);
-        QCOMPARE(readFile(folder + u"/a"_s), QByteArray("bytes"));
+        QCOMPARE(readFile(folder + u"/a"_s), "bytes"_ba);
     }
 };
 

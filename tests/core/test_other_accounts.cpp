@@ -99,7 +99,7 @@ private Q_SLOTS:
                    m_fixture->vault.lockVault();
         }));
         QVERIFY(m_fixture->unlock());
-        QCOMPARE(m_fixture->stored(u"a.txt"_s), QByteArray("edited"));
+        QCOMPARE(m_fixture->stored(u"a.txt"_s), "edited"_ba);
         QVERIFY(m_fixture->vault.lockVault());
     }
 
@@ -163,8 +163,8 @@ private Q_SLOTS:
         QVERIFY(copy.isEmpty());
         QVERIFY(!m_fixture->vault.syncModifiedTempFiles());
         QVERIFY(!m_fixture->vault.lockVault());
-        QCOMPARE(m_fixture->stored(u"a.txt"_s), QByteArray("line of a\n"));
-        QCOMPARE(readFile(workspace + u"/a.txt"_s), QByteArray("planted"));
+        QCOMPARE(m_fixture->stored(u"a.txt"_s), "line of a\n"_ba);
+        QCOMPARE(readFile(workspace + u"/a.txt"_s), "planted"_ba);
     }
 };
 

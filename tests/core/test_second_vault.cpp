@@ -47,11 +47,6 @@ bool makeOther(const QString& path) {
     return otherContainer().writeTo(path);
 }
 
-QByteArray withLastByteChanged(QByteArray bytes) {
-    bytes.back() = static_cast<char>(bytes.back() ^ 1);
-    return bytes;
-}
-
 } // namespace
 
 Q_DECLARE_METATYPE(Make)
@@ -60,19 +55,19 @@ class TestSecondVault : public QObject {
     Q_OBJECT
 
 private:
-    static QString otherPath(const VaultFixture& fixture) {
-        return fixture.driveFolder() + u"/other.tvlt"_s;
+    static QString otherPath(const VaultFixture& vault) {
+        return vault.driveFolder() + u"/other.tvlt"_s;
     }
 
     /// The copy that was being edited gets back into the vault once that is open again.
-    static void compareEditIsTakenBack(VaultFixture& fixture, const QString& copy) {
-        QCOMPARE(readFile(copy), QByteArray("edited"));
-        QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
-        QVERIFY(fixture.vault.lockVault());
+    static void compareEditIsTakenBack(VaultFixture& vault, const QString& copy) {
+        QCOMPARE(readFile(copy), "edited"_ba);
+        QVERIFY(vault.unlock());
+        QCOMPARE(vault.stored(A), "contents of a"_ba);
+        QVERIFY(vault->lockVault());
         QVERIFY(!QFileInfo::exists(copy));
-        QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(A), QByteArray("edited"));
+        QVERIFY(vault.unlock());
+        QCOMPARE(vault.stored(A), "edited"_ba);
     }
 
 private Q_SLOTS:
@@ -96,21 +91,19 @@ private Q_SLOTS:
     void whatCannotBeReadLeavesTheOpenVault() {
         QFETCH(const QByteArray, password);
         QFETCH(const QVariant, make);
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const QString copy = fixture.openAndEdit(A, "edited");
-        const VaultPicture before(fixture);
-        QVERIFY(make.value<Make>()(otherPath(fixture)));
-        QVERIFY(!fixture.vault.unlockVault(otherPath(fixture), password));
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        OpenVault vault(openContainer());
+        const QString copy = vault.openAndEdit(A, "edited");
+        const VaultPicture before(vault);
+        QVERIFY(make.value<Make>()(otherPath(vault)));
+        QVERIFY(!vault->unlockVault(otherPath(vault), password));
+        QCOMPARE(vault->state(), VaultState::Unlocked);
         COMPARE_UNCHANGED(before);
 
         // Its key and its container are still the session's.
-        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
-        QVERIFY(fixture.vault.createDirectory(u"new"_s));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-                 fixture.vault.fileIndex().toJson());
-        compareEditIsTakenBack(fixture, copy);
+        QCOMPARE(vault.stored(A), "contents of a"_ba);
+        QVERIFY(vault->createDirectory(u"new"_s));
+        QVERIFY(vault.isSaved());
+        compareEditIsTakenBack(vault, copy);
     }
 
     void whatDoesNotOpenTakesTheKeyOfTheOpenVault_data() {
@@ -122,92 +115,77 @@ private Q_SLOTS:
             const QByteArray sealed = otherContainer().encryptedMasterKey();
             return otherContainer()
                 .setCryptoMember(u"encryptedMasterKey"_s,
-                                 QString::fromLatin1(withLastByteChanged(sealed).toBase64()))
+                                 QString::fromLatin1(withByteChanged(sealed).toBase64()))
                 .writeTo(path);
         });
         addRow("altered index", OtherPassword, [](const QString& path) {
             return otherContainer()
-                .setEncryptedIndex(withLastByteChanged(otherContainer().encryptedIndex()))
+                .setEncryptedIndex(withByteChanged(otherContainer().encryptedIndex()))
                 .writeTo(path);
         });
     }
     void whatDoesNotOpenTakesTheKeyOfTheOpenVault() {
         QFETCH(const QByteArray, password);
         QFETCH(const QVariant, make);
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const QString copy = fixture.openAndEdit(A, "edited");
-        const VaultPicture before(fixture);
-        QVERIFY(make.value<Make>()(otherPath(fixture)));
-        const QByteArray other = readFile(otherPath(fixture));
-        QVERIFY(!fixture.vault.unlockVault(otherPath(fixture), password));
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        OpenVault vault(openContainer());
+        const QString copy = vault.openAndEdit(A, "edited");
+        const VaultPicture before(vault);
+        QVERIFY(make.value<Make>()(otherPath(vault)));
+        const QByteArray other = readFile(otherPath(vault));
+        QVERIFY(!vault->unlockVault(otherPath(vault), password));
+        QCOMPARE(vault->state(), VaultState::Unlocked);
         COMPARE_UNCHANGED(before);
 
         // The index stays in memory, but without the key nothing is given out, nothing is changed
         // and no edit is lost.
-        compareNothingCanBeDone(fixture);
+        compareNothingCanBeDone(vault);
         COMPARE_UNCHANGED(before);
-        QVERIFY(readFile(otherPath(fixture)) == other);
-        QVERIFY(!fixture.vault.lockVault());
+        QVERIFY(readFile(otherPath(vault)) == other);
+        QVERIFY(!vault->lockVault());
         COMPARE_UNCHANGED(before);
-        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 1);
-        compareEditIsTakenBack(fixture, copy);
+        QCOMPARE(vault->modifiedOpenFiles().size(), 1);
+        compareEditIsTakenBack(vault, copy);
     }
 
     void aWrongPasswordForTheOpenVaultItselfTakesItsKey() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.unlockVault(fixture.container(), "errada"));
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        compareNothingCanBeDone(fixture);
+        OpenVault vault(openContainer());
+        const VaultPicture before(vault);
+        QVERIFY(!vault->unlockVault(vault.container(), "errada"));
+        QCOMPARE(vault->state(), VaultState::Unlocked);
+        compareNothingCanBeDone(vault);
         COMPARE_UNCHANGED(before);
-        QVERIFY(fixture.vault.lockVault());
-        QCOMPARE(fixture.vault.state(), VaultState::Locked);
-        QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
+        QVERIFY(vault->lockVault());
+        QCOMPARE(vault->state(), VaultState::Locked);
+        QVERIFY(vault.unlock());
+        QCOMPARE(vault.stored(A), "contents of a"_ba);
     }
 
     // --- Another in its place -------------------------------------------------------------
 
-    void aVaultThatLiesInThePlaceOfTheOpenOneIsNotTouched() {
+    void aVaultInThePlaceOfTheOpenOneIsNotTouched() {
         // Two drives of one name are mounted at one place, one after the other.
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const QString unplugged = fixture.file(u"unplugged"_s);
-        QVERIFY(QFile::rename(fixture.container(), unplugged));
-        QVERIFY(makeOther(fixture.container()));
-        const QByteArray other = readFile(fixture.container());
-        compareNothingCanBeDone(fixture);
-        QVERIFY(readFile(fixture.container()) == other);
+        OpenVault vault(openContainer());
+        const QString unplugged = vault.file(u"unplugged"_s);
+        QVERIFY(QFile::rename(vault.container(), unplugged));
+        QVERIFY(makeOther(vault.container()));
+        const QByteArray other = vault.bytes();
+        compareNothingCanBeDone(vault);
+        QVERIFY(vault.bytes() == other);
         // With its own drive back, the session goes on.
-        QVERIFY(QFile::remove(fixture.container()));
-        QVERIFY(QFile::rename(unplugged, fixture.container()));
-        QVERIFY(fixture.vault.createDirectory(u"new"_s));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-                 fixture.vault.fileIndex().toJson());
+        QVERIFY(QFile::remove(vault.container()));
+        QVERIFY(QFile::rename(unplugged, vault.container()));
+        QVERIFY(vault->createDirectory(u"new"_s));
+        QVERIFY(vault.isSaved());
     }
 
-    void aHeaderDamagedMeanwhileIsWrittenAnew() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
+    void aHeaderDamagedMeanwhileIsWrittenAgain() {
+        OpenVault vault(openContainer());
         CraftedContainer damaged = openContainer();
-        damaged.setEncryptedIndex(withLastByteChanged(damaged.encryptedIndex()));
-        QVERIFY(damaged.writeTo(fixture.container()));
-        QVERIFY(indexAsOpenedAnew(fixture.container(), TestPassword).isEmpty());
-        QVERIFY(fixture.vault.createDirectory(u"new"_s));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-                 fixture.vault.fileIndex().toJson());
-    }
-
-    void aPasswordChangedMeanwhileIsKept() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        QVERIFY(VaultManager().changePassword(fixture.container(), TestPassword, OtherPassword));
-        QVERIFY(fixture.vault.createDirectory(u"new"_s));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), OtherPassword),
-                 fixture.vault.fileIndex().toJson());
+        damaged.setEncryptedIndex(withByteChanged(damaged.encryptedIndex()));
+        QVERIFY(damaged.writeTo(vault.container()));
+        QVERIFY(indexOnDrive(vault.container(), TestPassword).isEmpty());
+        QVERIFY(vault->createDirectory(u"new"_s));
+        QVERIFY(vault.isSaved());
     }
 
     // --- Creating another -----------------------------------------------------------------
@@ -221,111 +199,103 @@ private Q_SLOTS:
     void creatingLocksTheOpenVaultAndLeavesItsCopies() {
         QFETCH(const QString, name);
         QFETCH(const bool, created);
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const QString copy = fixture.openAndEdit(A, "edited");
-        const QByteArray container = readFile(fixture.container());
-        const QString path = fixture.driveFolder() + name;
-        QCOMPARE(fixture.vault.createVault(path, OtherPassword), created);
+        OpenVault vault(openContainer());
+        const QString copy = vault.openAndEdit(A, "edited");
+        const QByteArray container = vault.bytes();
+        const QString path = vault.driveFolder() + name;
+        QCOMPARE(vault->createVault(path, OtherPassword), created);
         QCOMPARE(QFileInfo::exists(path), created);
-        QCOMPARE(fixture.vault.state(), VaultState::Locked);
-        QVERIFY(fixture.filePaths().isEmpty());
-        QVERIFY(fixture.folderPaths().isEmpty());
-        compareNothingCanBeDone(fixture);
-        QVERIFY(readFile(fixture.container()) == container);
-        QCOMPARE(fixture.vault.modifiedOpenFiles().size(), 1);
-        compareEditIsTakenBack(fixture, copy);
+        QCOMPARE(vault->state(), VaultState::Locked);
+        QVERIFY(vault.filePaths().isEmpty());
+        QVERIFY(vault.folderPaths().isEmpty());
+        compareNothingCanBeDone(vault);
+        QVERIFY(vault.bytes() == container);
+        QCOMPARE(vault->modifiedOpenFiles().size(), 1);
+        compareEditIsTakenBack(vault, copy);
     }
 
     void creatingOverTheOpenVaultReplacesIt() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.createVault(fixture.container(), OtherPassword));
-        QCOMPARE(fixture.vault.state(), VaultState::Locked);
-        QVERIFY(!fixture.unlock());
-        QVERIFY(fixture.vault.unlockVault(fixture.container(), OtherPassword));
-        QVERIFY(fixture.filePaths().isEmpty());
+        OpenVault vault(openContainer());
+        QVERIFY(vault->createVault(vault.container(), OtherPassword));
+        QCOMPARE(vault->state(), VaultState::Locked);
+        QVERIFY(!vault.unlock());
+        QVERIFY(vault->unlockVault(vault.container(), OtherPassword));
+        QVERIFY(vault.filePaths().isEmpty());
     }
 
     void creatingWithoutAPasswordLeavesTheOpenVault() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QVERIFY(!fixture.vault.createVault(otherPath(fixture), {}));
-        QVERIFY(!QFileInfo::exists(otherPath(fixture)));
+        OpenVault vault(openContainer());
+        const VaultPicture before(vault);
+        QVERIFY(!vault->createVault(otherPath(vault), {}));
+        QVERIFY(!QFileInfo::exists(otherPath(vault)));
         COMPARE_UNCHANGED(before);
-        QVERIFY(fixture.vault.createDirectory(u"new"_s));
+        QVERIFY(vault->createDirectory(u"new"_s));
     }
 
     void creatingWithoutTheMemoryForTheKeyLeavesTheStateAndTheCopies() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const QString copy = fixture.openAndEdit(A, "edited");
-        const QByteArray container = readFile(fixture.container());
+        OpenVault vault(openContainer());
+        const QString copy = vault.openAndEdit(A, "edited");
+        const QByteArray container = vault.bytes();
         {
             const MemoryLimit limit(100 * MiB);
-            QVERIFY(!fixture.vault.createVault(otherPath(fixture), OtherPassword));
+            QVERIFY(!vault->createVault(otherPath(vault), OtherPassword));
         }
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        QVERIFY(!QFileInfo::exists(otherPath(fixture)));
+        QCOMPARE(vault->state(), VaultState::Unlocked);
+        QVERIFY(!QFileInfo::exists(otherPath(vault)));
         // By then the session has forgotten the vault's index and turned to the path that was not
         // written. Nothing reaches the vault that was open, and no edit is lost.
-        QVERIFY(fixture.filePaths().isEmpty());
-        QVERIFY(fixture.folderPaths().isEmpty());
-        compareNothingCanBeDone(fixture);
-        QVERIFY(!fixture.vault.lockVault());
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        QVERIFY(!QFileInfo::exists(otherPath(fixture)));
-        QVERIFY(readFile(fixture.container()) == container);
-        compareEditIsTakenBack(fixture, copy);
+        QVERIFY(vault.filePaths().isEmpty());
+        QVERIFY(vault.folderPaths().isEmpty());
+        compareNothingCanBeDone(vault);
+        QVERIFY(!vault->lockVault());
+        QCOMPARE(vault->state(), VaultState::Unlocked);
+        QVERIFY(!QFileInfo::exists(otherPath(vault)));
+        QVERIFY(vault.bytes() == container);
+        compareEditIsTakenBack(vault, copy);
     }
 
     void creatingInThePlaceOfAnotherWithoutTheMemoryLeavesThatOne() {
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        QVERIFY(makeOther(otherPath(fixture)));
-        const QByteArray other = readFile(otherPath(fixture));
+        OpenVault vault(openContainer());
+        QVERIFY(makeOther(otherPath(vault)));
+        const QByteArray other = readFile(otherPath(vault));
         {
             const MemoryLimit limit(100 * MiB);
-            QVERIFY(!fixture.vault.createVault(otherPath(fixture), OtherPassword));
+            QVERIFY(!vault->createVault(otherPath(vault), OtherPassword));
         }
         // The session has turned to it, with a key that never became its own.
-        compareNothingCanBeDone(fixture);
-        QVERIFY(readFile(otherPath(fixture)) == other);
+        compareNothingCanBeDone(vault);
+        QVERIFY(readFile(otherPath(vault)) == other);
     }
 
     void creatingOverTheOpenVaultWithoutTheMemoryLeavesIt() {
         // The container is still wrapped as it was, the session's key is not: a change sealed with
         // that would make the vault unreadable, a compaction empty.
-        VaultFixture fixture(openContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray container = readFile(fixture.container());
+        OpenVault vault(openContainer());
+        const QByteArray container = vault.bytes();
         {
             const MemoryLimit limit(100 * MiB);
-            QVERIFY(!fixture.vault.createVault(fixture.container(), OtherPassword));
+            QVERIFY(!vault->createVault(vault.container(), OtherPassword));
         }
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        compareNothingCanBeDone(fixture);
-        QVERIFY(readFile(fixture.container()) == container);
-        QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(A), QByteArray("contents of a"));
+        QCOMPARE(vault->state(), VaultState::Unlocked);
+        compareNothingCanBeDone(vault);
+        QVERIFY(vault.bytes() == container);
+        QVERIFY(vault.unlock());
+        QCOMPARE(vault.stored(A), "contents of a"_ba);
     }
 
 private:
     /// Each of these would succeed in the open vault.
-    static void compareNothingCanBeDone(VaultFixture& fixture) {
-        VaultManager& vault = fixture.vault;
-        QCOMPARE(fixture.stored(A), QByteArray("(refused)"));
-        QVERIFY(!vault.exportFile(A, fixture.file(u"out"_s)));
-        QVERIFY(!fixture.store(u"new"_s, "new"));
-        QVERIFY(!vault.createDirectory(u"new"_s));
-        QVERIFY(!vault.moveFile(A, QString()));
-        QVERIFY(!vault.renameDirectory(u"docs"_s, u"new"_s));
-        QVERIFY(!vault.deleteFile(A));
-        QVERIFY(!vault.saveIndex(vault.fileIndex()));
-        QString error = u"to be emptied"_s;
-        QVERIFY(!vault.compactVault({}, &error));
-        QCOMPARE(error, QString());
+    static void compareNothingCanBeDone(VaultFixture& vault) {
+        QCOMPARE(vault.stored(A), "(refused)"_ba);
+        QVERIFY(!vault->exportFile(A, vault.file(u"out"_s)));
+        QVERIFY(!vault.store(u"new"_s, "new"));
+        QVERIFY(!vault->createDirectory(u"new"_s));
+        QVERIFY(!vault->moveFile(A, QString()));
+        QVERIFY(!vault->renameDirectory(u"docs"_s, u"new"_s));
+        QVERIFY(!vault->deleteFile(A));
+        QVERIFY(!vault->saveIndex(vault->fileIndex()));
+        QVERIFY(!vault.compact());
+        QCOMPARE(vault.kept, QString());
     }
 };
 

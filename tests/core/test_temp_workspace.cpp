@@ -137,14 +137,14 @@ private Q_SLOTS:
                  QStringList(u"Tessel"_s));
         QVERIFY(plantFile(workspace.pathForVaultFile(u"a"_s), "kept"));
         QVERIFY(workspace.prepare());
-        QCOMPARE(readFile(workspace.pathForVaultFile(u"a"_s)), QByteArray("kept"));
+        QCOMPARE(readFile(workspace.pathForVaultFile(u"a"_s)), "kept"_ba);
     }
 
     void preparingFailsWhereAFileIsInTheWay() {
         QVERIFY(writeFile(inTemp(u"Tessel"_s), "a file"));
         TempWorkspaceManager workspace;
         QVERIFY(!workspace.prepare());
-        QCOMPARE(readFile(inTemp(u"Tessel"_s)), QByteArray("a file"));
+        QCOMPARE(readFile(inTemp(u"Tessel"_s)), "a file"_ba);
     }
 
     void preparingFailsWithoutTheRight() {
@@ -241,7 +241,7 @@ private Q_SLOTS:
         QVERIFY(workspace.prepare() && other.prepare());
         QVERIFY(writeFile(other.pathForVaultFile(u"a"_s), "of another run"));
         QVERIFY(workspace.cleanup());
-        QCOMPARE(readFile(other.pathForVaultFile(u"a"_s)), QByteArray("of another run"));
+        QCOMPARE(readFile(other.pathForVaultFile(u"a"_s)), "of another run"_ba);
         QVERIFY(other.cleanup());
         QVERIFY(QFileInfo(inTemp(u"Tessel"_s)).isDir());
     }
@@ -275,7 +275,7 @@ private Q_SLOTS:
         QVERIFY(QFile::link(outside(target), link));
         QVERIFY(workspace.cleanup());
         QVERIFY(!isThere(workspace.workspacePath()));
-        QCOMPARE(readFile(outside(u"folder/file"_s)), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside(u"folder/file"_s)), "not the vault's"_ba);
     }
 
     void aLinkInItsPlaceIsRemovedAndNotFollowed_data() {
@@ -293,7 +293,7 @@ private Q_SLOTS:
         QVERIFY(QFile::link(outside(target), workspace.workspacePath()));
         QVERIFY(workspace.cleanup());
         QVERIFY(!isThere(workspace.workspacePath()));
-        QCOMPARE(readFile(outside(u"folder/file"_s)), QByteArray("not the vault's"));
+        QCOMPARE(readFile(outside(u"folder/file"_s)), "not the vault's"_ba);
     }
 
     void aFolderInItsPlaceIsLeftAlone_data() {
@@ -313,7 +313,7 @@ private Q_SLOTS:
         QVERIFY(plantFile(other + u"/docs/a"_s, "not the vault's"));
         QVERIFY(!isLink || QFile::link(other, workspace.workspacePath()));
         QVERIFY(!workspace.cleanup());
-        QCOMPARE(readFile(other + u"/docs/a"_s), QByteArray("not the vault's"));
+        QCOMPARE(readFile(other + u"/docs/a"_s), "not the vault's"_ba);
         // The copies are removed where they are.
         QVERIFY(QDir(moved).isEmpty());
     }
@@ -347,7 +347,6 @@ private Q_SLOTS:
         QVERIFY(plantFile(stuck, "x") && plantFile(other, "y"));
         {
             const PinnedFile pinned(stuck);
-            QVERIFY(pinned.isMounted());
             QVERIFY(!workspace.cleanup());
             QVERIFY(QFileInfo::exists(stuck));
             // One file that stays is no reason to leave the others.

@@ -65,10 +65,10 @@ bool compactElsewhere(const QString& container) {
            other.lockVault();
 }
 
-bool importElsewhere(const VaultFixture& fixture, const QString& path, const QByteArray& bytes) {
+bool importElsewhere(const VaultFixture& vault, const QString& path, const QByteArray& bytes) {
     VaultManager other;
-    return other.unlockVault(fixture.container(), TestPassword) &&
-           other.importFile(fixture.write(u"fonte"_s, bytes), path) && other.lockVault();
+    return other.unlockVault(vault.container(), TestPassword) &&
+           other.importFile(vault.write(u"fonte"_s, bytes), path) && other.lockVault();
 }
 
 /// Runs something once, before it takes the first bytes.
@@ -92,7 +92,7 @@ private:
     bool m_succeeded = false;
 };
 
-using Change = bool (*)(VaultFixture& fixture);
+using Change = bool (*)(VaultFixture& vault);
 
 } // namespace
 
@@ -129,143 +129,135 @@ private:
 
 private Q_SLOTS:
     void changesInTurnLoseNothing() {
-        VaultFixture fixture(withAGap());
+        VaultFixture vault(withAGap());
         VaultManager other;
-        QVERIFY(fixture.unlock());
-        QVERIFY(other.unlockVault(fixture.container(), TestPassword));
+        QVERIFY(vault.unlock());
+        QVERIFY(other.unlockVault(vault.container(), TestPassword));
 
-        QVERIFY(fixture.store(u"c.bin"_s, noise(5000, 3)));
-        QVERIFY(other.importFile(fixture.write(u"d"_s, noise(6000, 4)), u"d.bin"_s));
-        QVERIFY(fixture.vault.createDirectory(u"minha"_s));
+        QVERIFY(vault.store(u"c.bin"_s, noise(5000, 3)));
+        QVERIFY(other.importFile(vault.write(u"d"_s, noise(6000, 4)), u"d.bin"_s));
+        QVERIFY(vault->createDirectory(u"minha"_s));
         QVERIFY(other.createDirectory(u"dela"_s));
-        QVERIFY(fixture.vault.moveFile(u"d.bin"_s, u"dela"_s));
+        QVERIFY(vault->moveFile(u"d.bin"_s, u"dela"_s));
         QVERIFY(other.deleteFile(B));
-        QVERIFY(fixture.vault.deleteDirectory(u"vazia"_s));
+        QVERIFY(vault->deleteDirectory(u"vazia"_s));
         QVERIFY(other.lockVault());
-        QVERIFY(fixture.vault.renameDirectory(u"dela"_s, u"nossa"_s));
+        QVERIFY(vault->renameDirectory(u"dela"_s, u"nossa"_s));
 
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-                 fixture.vault.fileIndex().toJson());
-        QVERIFY(!fixture.filePaths().contains(B));
-        QCOMPARE(fixture.folderPaths(), QStringList({u"docs"_s, u"minha"_s, u"nossa"_s}));
-        QCOMPARE(fixture.stored(A), contentsOfA());
-        QCOMPARE(fixture.stored(u"c.bin"_s), noise(5000, 3));
-        QCOMPARE(fixture.stored(u"nossa/d.bin"_s), noise(6000, 4));
+        QVERIFY(vault.isSaved());
+        QVERIFY(!vault.filePaths().contains(B));
+        QCOMPARE(vault.folderPaths(), QStringList({u"docs"_s, u"minha"_s, u"nossa"_s}));
+        QCOMPARE(vault.stored(A), contentsOfA());
+        QCOMPARE(vault.stored(u"c.bin"_s), noise(5000, 3));
+        QCOMPARE(vault.stored(u"nossa/d.bin"_s), noise(6000, 4));
     }
 
     void whatAnotherSessionMadeIsInTheWay() {
-        VaultFixture fixture(withAGap());
-        QVERIFY(fixture.unlock());
-        QVERIFY(importElsewhere(fixture, u"novo"_s, "dela"));
-        QVERIFY(!fixture.vault.createDirectory(u"novo"_s));
-        QVERIFY(!fixture.vault.renameFile(B, u"novo"_s));
-        QVERIFY(bothAreKept(fixture.container()));
+        OpenVault vault(withAGap());
+        QVERIFY(importElsewhere(vault, u"novo"_s, "dela"));
+        QVERIFY(!vault->createDirectory(u"novo"_s));
+        QVERIFY(!vault->renameFile(B, u"novo"_s));
+        QVERIFY(bothAreKept(vault.container()));
     }
 
     void aChangeAfterAnotherSessionCompacted_data() { addChanges(); }
     void aChangeAfterAnotherSessionCompacted() {
         QFETCH(const QVariant, change);
-        VaultFixture fixture(withAGap());
-        QVERIFY(fixture.unlock());
-        QVERIFY(compactElsewhere(fixture.container()));
-        QVERIFY(change.value<Change>()(fixture));
-        QVERIFY(bothAreKept(fixture.container()));
+        OpenVault vault(withAGap());
+        QVERIFY(compactElsewhere(vault.container()));
+        QVERIFY(change.value<Change>()(vault));
+        QVERIFY(bothAreKept(vault.container()));
     }
 
     void aChangeAfterACopyWasPutBack_data() { addChanges(); }
     void aChangeAfterACopyWasPutBack() {
         // As a backup is, or the container that a compaction could not put in place.
         QFETCH(const QVariant, change);
-        VaultFixture fixture(withAGap());
-        const QByteArray backup = readFile(fixture.container());
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(fixture.store(u"perdido"_s, "perdido"));
-        QVERIFY(writeFile(fixture.container(), backup));
-        QVERIFY(change.value<Change>()(fixture));
-        QVERIFY(bothAreKept(fixture.container()));
+        VaultFixture vault(withAGap());
+        const QByteArray backup = vault.bytes();
+        QVERIFY(vault.unlock());
+        QVERIFY(vault.compact());
+        QVERIFY(vault.store(u"perdido"_s, "perdido"));
+        QVERIFY(writeFile(vault.container(), backup));
+        QVERIFY(change.value<Change>()(vault));
+        QVERIFY(bothAreKept(vault.container()));
     }
 
     void anExportFindsMovedBlocks() {
-        VaultFixture fixture(withAGap());
-        QVERIFY(fixture.unlock());
-        QVERIFY(compactElsewhere(fixture.container()));
-        QCOMPARE(fixture.stored(A), contentsOfA());
-        const QString out = fixture.file(u"saida"_s);
-        QVERIFY(fixture.vault.exportFile(B, out));
+        OpenVault vault(withAGap());
+        QVERIFY(compactElsewhere(vault.container()));
+        QCOMPARE(vault.stored(A), contentsOfA());
+        const QString out = vault.file(u"saida"_s);
+        QVERIFY(vault->exportFile(B, out));
         QCOMPARE(readFile(out), contentsOfB());
     }
 
     void anOpenedCopyFindsMovedBlocks() {
-        VaultFixture fixture(withAGap());
-        QVERIFY(fixture.unlock());
-        QVERIFY(compactElsewhere(fixture.container()));
+        OpenVault vault(withAGap());
+        QVERIFY(compactElsewhere(vault.container()));
         QString copy;
-        QVERIFY(fixture.vault.prepareFileForEditing(A, &copy));
+        QVERIFY(vault->prepareFileForEditing(A, &copy));
         QCOMPARE(readFile(copy), contentsOfA());
     }
 
     void blocksThatMoveDuringAnExportAreFollowed() {
-        VaultFixture fixture(withAGap());
-        const QByteArray before = readFile(fixture.container());
-        QVERIFY(compactElsewhere(fixture.container()));
-        const QByteArray compacted = readFile(fixture.container());
-        QVERIFY(writeFile(fixture.container(), before));
-        QVERIFY(fixture.unlock());
-        InterruptedDevice device([&] { return writeFile(fixture.container(), compacted); });
+        VaultFixture vault(withAGap());
+        const QByteArray before = vault.bytes();
+        QVERIFY(compactElsewhere(vault.container()));
+        const QByteArray compacted = vault.bytes();
+        QVERIFY(writeFile(vault.container(), before));
+        QVERIFY(vault.unlock());
+        InterruptedDevice device([&] { return writeFile(vault.container(), compacted); });
         QVERIFY(device.open(QIODevice::WriteOnly));
-        QVERIFY(fixture.vault.writeVaultFileToDevice(A, &device));
+        QVERIFY(vault->writeVaultFileToDevice(A, &device));
         QVERIFY(device.succeeded());
         QCOMPARE(device.data(), contentsOfA());
     }
 
     void anExportNeverMixesTwoStoredCopies() {
-        VaultFixture fixture(withAGap());
-        const QByteArray before = readFile(fixture.container());
-        QVERIFY(importElsewhere(fixture, A, noise(5000, 9)));
-        QVERIFY(compactElsewhere(fixture.container()));
-        const QByteArray replaced = readFile(fixture.container());
-        QVERIFY(writeFile(fixture.container(), before));
-        QVERIFY(fixture.unlock());
-        InterruptedDevice device([&] { return writeFile(fixture.container(), replaced); });
+        VaultFixture vault(withAGap());
+        const QByteArray before = vault.bytes();
+        QVERIFY(importElsewhere(vault, A, noise(5000, 9)));
+        QVERIFY(compactElsewhere(vault.container()));
+        const QByteArray replaced = vault.bytes();
+        QVERIFY(writeFile(vault.container(), before));
+        QVERIFY(vault.unlock());
+        InterruptedDevice device([&] { return writeFile(vault.container(), replaced); });
         QVERIFY(device.open(QIODevice::WriteOnly));
-        QVERIFY(!fixture.vault.writeVaultFileToDevice(A, &device));
+        QVERIFY(!vault->writeVaultFileToDevice(A, &device));
         QVERIFY(device.succeeded());
         QCOMPARE(device.data(), contentsOfA().first(1000));
     }
 
     void savingAnIndexSavesWhatItIsGiven() {
-        VaultFixture fixture(withAGap());
-        QVERIFY(fixture.unlock());
-        const SecureFileIndex given = fixture.vault.fileIndex();
-        QVERIFY(importElsewhere(fixture, u"c"_s, "c"));
-        QVERIFY(fixture.vault.saveIndex(given));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword), given.toJson());
-        QCOMPARE(fixture.vault.fileIndex().toJson(), given.toJson());
+        OpenVault vault(withAGap());
+        const SecureFileIndex given = vault->fileIndex();
+        QVERIFY(importElsewhere(vault, u"c"_s, "c"));
+        QVERIFY(vault->saveIndex(given));
+        QCOMPARE(indexOnDrive(vault.container(), TestPassword), given.toJson());
+        QCOMPARE(vault->fileIndex().toJson(), given.toJson());
     }
 
     void aContainerBehindALinkIsCompactedWhereItIs() {
-        VaultFixture fixture(withAGap());
-        const QString link = fixture.file(u"link.tvlt"_s);
-        QVERIFY(QFile::link(fixture.container(), link));
-        QVERIFY(fixture.vault.unlockVault(link, TestPassword));
-        const qint64 before = QFileInfo(fixture.container()).size();
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        VaultFixture vault(withAGap());
+        const QString link = vault.file(u"link.tvlt"_s);
+        QVERIFY(QFile::link(vault.container(), link));
+        QVERIFY(vault->unlockVault(link, TestPassword));
+        const qint64 before = vault.containerSize();
+        QVERIFY(vault.compact());
         QVERIFY(QFileInfo(link).isSymLink());
-        QVERIFY(QFileInfo(fixture.container()).size() < before);
-        QVERIFY(bothAreKept(fixture.container()));
+        QVERIFY(vault.containerSize() < before);
+        QVERIFY(bothAreKept(vault.container()));
     }
 
     void aPasswordChangedElsewhereStaysChanged() {
-        VaultFixture fixture(withAGap());
-        QVERIFY(fixture.unlock());
+        OpenVault vault(withAGap());
         const QByteArray newPassword = "outra senha"_ba;
-        QVERIFY(VaultManager().changePassword(fixture.container(), TestPassword, newPassword));
-        QVERIFY(fixture.vault.createDirectory(u"um"_s));
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(fixture.vault.createDirectory(u"dois"_s));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), newPassword),
-                 fixture.vault.fileIndex().toJson());
+        QVERIFY(VaultManager().changePassword(vault.container(), TestPassword, newPassword));
+        QVERIFY(vault->createDirectory(u"um"_s));
+        QVERIFY(vault.compact());
+        QVERIFY(vault->createDirectory(u"dois"_s));
+        QVERIFY(vault.isSaved(newPassword));
     }
 };
 

@@ -3,7 +3,6 @@
 
 #include "DriverRun.h"
 #include "VaultFixture.h"
-#include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
@@ -53,35 +52,27 @@ CraftedContainer usedContainer() {
 constexpr qint64 UsedPlainBytes = 3200;
 constexpr qint64 UsedSealedBytes = 3296;
 
-struct ProgressCall {
-    qint64 done = 0;
-    qint64 total = 0;
-    QString name;
-
-    bool operator==(const ProgressCall&) const = default;
-};
-
 /// The folder in which a container is rebuilt, when there is exactly one.
-std::optional<QString> rebuildFolder(const VaultFixture& fixture) {
-    const QStringList names = QDir(fixture.temporaryFolder())
-                                  .entryList({u"Tessel-compact-*"_s}, QDir::Dirs | QDir::Hidden);
-    return names.size() == 1 ? std::optional<QString>(fixture.temporaryFolder() + QLatin1Char('/') +
-                                                      names.first())
-                             : std::nullopt;
+std::optional<QString> rebuildFolder(const VaultFixture& vault) {
+    const QStringList names =
+        QDir(vault.temporaryFolder()).entryList({u"Tessel-compact-*"_s}, QDir::Dirs | QDir::Hidden);
+    return names.size() == 1
+               ? std::optional<QString>(vault.temporaryFolder() + QLatin1Char('/') + names.first())
+               : std::nullopt;
 }
 
-bool hasUsedContents(const VaultFixture& fixture) {
-    return fixture.stored(u"docs/a.bin"_s) == noise(2500, 1) &&
-           fixture.stored(u"b.bin"_s) == noise(700, 2) && fixture.stored(u"nothing"_s).isEmpty() &&
-           fixture.folderPaths() == QStringList({u"docs"_s, u"empty folder"_s});
+bool hasUsedContents(const VaultFixture& vault) {
+    return vault.stored(u"docs/a.bin"_s) == noise(2500, 1) &&
+           vault.stored(u"b.bin"_s) == noise(700, 2) && vault.stored(u"nothing"_s).isEmpty() &&
+           vault.folderPaths() == QStringList({u"docs"_s, u"empty folder"_s});
 }
 
-QStringList compaction(const VaultFixture& fixture) {
-    return {fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s};
+QStringList compaction(const VaultFixture& vault) {
+    return {vault.container(), QString::fromUtf8(TestPassword), u"compact"_s};
 }
 
 /// How often a compaction calls @p name until it makes a call that looks like @p last; 0 when it
-/// does not. The path of the rebuilt container is drawn anew each time, so an injection can only
+/// does not. The path of the rebuilt container is new each time, so an injection can only
 /// count its way there, and this run is the rehearsal.
 int callsUntil(const QString& name, const QString& last) {
     const QRegularExpression end(last);
@@ -99,8 +90,8 @@ int callsUntil(const QString& name, const QString& last) {
 }
 
 /// Puts a container where a compaction that was killed leaves it; its path.
-QString leaveRebuiltContainer(const VaultFixture& fixture, const CraftedContainer& container) {
-    const QString folder = fixture.temporaryFolder() + u"/Tessel-compact-killed"_s;
+QString leaveRebuiltContainer(const VaultFixture& vault, const CraftedContainer& container) {
+    const QString folder = vault.temporaryFolder() + u"/Tessel-compact-killed"_s;
     const QString path = folder + u"/tessel.tvlt"_s;
     if (::mkdir(QFile::encodeName(folder).constData(), 0700) != 0 || !container.writeTo(path)) {
         qFatal("cannot write the container");
@@ -109,8 +100,8 @@ QString leaveRebuiltContainer(const VaultFixture& fixture, const CraftedContaine
 }
 
 /// What is on the drive beside the container.
-QStringList besideContainer(const VaultFixture& fixture) {
-    const QFileInfo container(fixture.container());
+QStringList besideContainer(const VaultFixture& vault) {
+    const QFileInfo container(vault.container());
     QStringList names = container.dir().entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
                                                   QDir::NoDotAndDotDot);
     names.removeAll(container.fileName());
@@ -131,60 +122,65 @@ VaultManager::Progress whenCopyingBackBegins(const std::function<void()>& action
     };
 }
 
+/// An open vault that is compacted.
+class CompactedVault : public OpenVault {
+public:
+    explicit CompactedVault(const CraftedContainer& crafted = usedContainer())
+        : OpenVault(crafted) {}
+    explicit CompactedVault(const QString& path) : OpenVault(usedContainer(), path) {}
+
+    /// The old container is untouched, nothing is left behind, and no path is given.
+    void compareNothingHappened() const {
+        QCOMPARE(kept, QString());
+        COMPARE_UNCHANGED(m_before);
+        QVERIFY(!rebuildFolder(*this));
+        QVERIFY(hasUsedContents(*this));
+    }
+    /// The drive has no container; the rebuilt one was kept, and is the whole vault.
+    void compareRebuiltContainerIsKept() {
+        QVERIFY(!QFileInfo::exists(container()));
+        QCOMPARE(besideContainer(*this), QStringList());
+        const std::optional<QString> folder = rebuildFolder(*this);
+        QVERIFY(folder);
+        QCOMPARE(kept, *folder + u"/tessel.tvlt"_s);
+        QVERIFY(QFileInfo(kept).isAbsolute());
+        QCOMPARE(vault.fileIndex().toJson(), m_index);
+        QVERIFY(vault.lockVault());
+        QVERIFY(QFile::copy(kept, container()));
+        QVERIFY(unlock());
+        QVERIFY(hasUsedContents(*this));
+        QCOMPARE(containerSize(), PayloadOffset + UsedSealedBytes);
+    }
+
+private:
+    VaultPicture m_before{*this};
+    QByteArray m_index = vault.fileIndex().toJson();
+};
+
 } // namespace
 
 class TestVaultCompaction : public QObject {
     Q_OBJECT
-
-private:
-    /// The old container is untouched, nothing is left behind, and no path is given.
-    static void compareNothingHappened(const VaultFixture& fixture, const VaultPicture& before,
-                                       const QString& error) {
-        QCOMPARE(error, QString());
-        COMPARE_UNCHANGED(before);
-        QVERIFY(!rebuildFolder(fixture));
-        QVERIFY(hasUsedContents(fixture));
-    }
-
-    /// The drive has no container; the rebuilt one was kept, and is the whole vault.
-    static void compareRebuiltContainerIsKept(VaultFixture& fixture, const QByteArray& indexBefore,
-                                              const QString& error) {
-        QVERIFY(!QFileInfo::exists(fixture.container()));
-        QCOMPARE(besideContainer(fixture), QStringList());
-        const std::optional<QString> folder = rebuildFolder(fixture);
-        QVERIFY(folder);
-        QCOMPARE(error, *folder + u"/tessel.tvlt"_s);
-        QVERIFY(QFileInfo(error).isAbsolute());
-        QCOMPARE(fixture.vault.fileIndex().toJson(), indexBefore);
-        QVERIFY(fixture.vault.lockVault());
-        QVERIFY(QFile::copy(error, fixture.container()));
-        QVERIFY(fixture.unlock());
-        QVERIFY(hasUsedContents(fixture));
-        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + UsedSealedBytes);
-    }
 
 private Q_SLOTS:
     // --- What compaction does --------------------------------------------------------------
 
     void deadBytesAreGoneAndEverythingElseIsThere() {
         const CraftedContainer crafted = usedContainer();
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
-        const QByteArray before = readFile(fixture.container());
-        const QList<VaultFileEntry> oldEntries = fixture.vault.fileIndex().entries();
-        ContainerDocument old;
-        QVERIFY(ContainerManager().readDocument(fixture.container(), &old));
-        QString error = u"to be emptied"_s;
-        QVERIFY(fixture.vault.compactVault({}, &error));
-        QCOMPARE(error, QString());
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
-        QVERIFY(hasUsedContents(fixture));
-        QVERIFY(!rebuildFolder(fixture));
+        CompactedVault vault(crafted);
+        const QByteArray before = vault.bytes();
+        const QList<VaultFileEntry> oldEntries = vault->fileIndex().entries();
+        const ContainerDocument old = vault.document();
+        QVERIFY(vault.compact());
+        QCOMPARE(vault.kept, QString());
+        QCOMPARE(vault->state(), VaultState::Unlocked);
+        QVERIFY(hasUsedContents(vault));
+        QVERIFY(!rebuildFolder(vault));
 
         // The sealed bytes moved together, in the order of the index, and did not change.
-        const QByteArray after = readFile(fixture.container());
+        const QByteArray after = vault.bytes();
         QCOMPARE(after.size(), PayloadOffset + UsedSealedBytes);
-        const QList<VaultFileEntry> entries = fixture.vault.fileIndex().entries();
+        const QList<VaultFileEntry> entries = vault->fileIndex().entries();
         QCOMPARE(entries.size(), oldEntries.size());
         qint64 offset = PayloadOffset;
         for (qsizetype file = 0; file < entries.size(); ++file) {
@@ -208,9 +204,8 @@ private Q_SLOTS:
             }
         }
 
-        // Nothing is re-keyed; only the index is sealed anew.
-        ContainerDocument now;
-        QVERIFY(ContainerManager().readDocument(fixture.container(), &now));
+        // Nothing is re-keyed; only the index is sealed again.
+        const ContainerDocument now = vault.document();
         QCOMPARE(now.crypto.salt, old.crypto.salt);
         QCOMPARE(now.crypto.nonce, old.crypto.nonce);
         QCOMPARE(now.crypto.kdf, old.crypto.kdf);
@@ -219,50 +214,44 @@ private Q_SLOTS:
         QCOMPARE(now.crypto.encryptedMasterKey, old.crypto.encryptedMasterKey);
         QVERIFY(now.crypto.payloadNonce != old.crypto.payloadNonce);
         QCOMPARE(now.crypto.payloadNonce.size(), 24);
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-                 fixture.vault.fileIndex().toJson());
+        QVERIFY(vault.isSaved());
     }
 
     // --- The old container ------------------------------------------------------------------
 
     void theOldContainerStaysUntilTheNewOneIsWhole() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray before = readFile(fixture.container());
+        CompactedVault vault;
+        const QByteArray before = vault.bytes();
         int looks = 0;
         const auto look = [&](qint64, qint64, const QString& name) {
             if (name != CopyLabel) {
-                QCOMPARE(besideContainer(fixture), QStringList());
+                QCOMPARE(besideContainer(vault), QStringList());
                 return;
             }
             ++looks;
-            const QStringList beside = besideContainer(fixture);
+            const QStringList beside = besideContainer(vault);
             QCOMPARE(beside.size(), 1);
             QVERIFY(!beside.first().endsWith(".tvlt"_L1));
-            QVERIFY(readFile(fixture.driveFolder() + QLatin1Char('/') + beside.first()) == before);
-            QVERIFY(QFileInfo::exists(fixture.container()));
+            QVERIFY(readFile(vault.driveFolder() + QLatin1Char('/') + beside.first()) == before);
+            QVERIFY(QFileInfo::exists(vault.container()));
         };
-        QVERIFY(fixture.vault.compactVault(look, nullptr));
+        QVERIFY(vault.compact(look));
         QCOMPARE(looks, 3);
-        QCOMPARE(besideContainer(fixture), QStringList());
-        QVERIFY(hasUsedContents(fixture));
+        QCOMPARE(besideContainer(vault), QStringList());
+        QVERIFY(hasUsedContents(vault));
     }
 
     void withoutRoomForBothTheOldContainerGoesFirst() {
         NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(roomFor(1));
-        QVERIFY(disk.isMounted());
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
-        QVERIFY(fixture.unlock());
+        CompactedVault vault(disk.filePath(u"tessel.tvlt"_s));
         qint64 size = -1;
-        QVERIFY(fixture.vault.compactVault(whenCopyingBackBegins([&] {
-                                               size = QFileInfo(fixture.container()).size();
-                                               QCOMPARE(besideContainer(fixture), QStringList());
-                                           }),
-                                           nullptr));
+        QVERIFY(vault.compact(whenCopyingBackBegins([&] {
+            size = vault.containerSize();
+            QCOMPARE(besideContainer(vault), QStringList());
+        })));
         QCOMPARE(size, 0);
-        QVERIFY(hasUsedContents(fixture));
+        QVERIFY(hasUsedContents(vault));
     }
 
     void anOldContainerThatCannotBeRenamedGoesFirst_data() {
@@ -274,14 +263,14 @@ private Q_SLOTS:
     void anOldContainerThatCannotBeRenamedGoesFirst() {
         QFETCH(const QString, error);
         NEEDS_TRACING();
-        VaultFixture fixture(usedContainer());
+        VaultFixture vault(usedContainer());
         const DriverRun run =
-            runDriver(compaction(fixture), fixture.container(),
+            runDriver(compaction(vault), vault.container(),
                       {u"renameat2:error="_s + error, u"rename:error="_s + error});
         QVERIFY(run.succeeded());
-        QCOMPARE(besideContainer(fixture), QStringList());
-        QVERIFY(fixture.unlock());
-        QVERIFY(hasUsedContents(fixture));
+        QCOMPARE(besideContainer(vault), QStringList());
+        QVERIFY(vault.unlock());
+        QVERIFY(hasUsedContents(vault));
     }
 
     void permissionsAreKept_data() {
@@ -292,11 +281,11 @@ private Q_SLOTS:
     }
     void permissionsAreKept() {
         QFETCH(const int, mode);
-        VaultFixture fixture(usedContainer());
-        const QByteArray path = QFile::encodeName(fixture.container());
+        VaultFixture vault(usedContainer());
+        const QByteArray path = QFile::encodeName(vault.container());
         QCOMPARE(::chmod(path.constData(), static_cast<mode_t>(mode)), 0);
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(vault.unlock());
+        QVERIFY(vault.compact());
         struct stat info {};
         QCOMPARE(::stat(path.constData(), &info), 0);
         QCOMPARE(static_cast<int>(info.st_mode & 07777), mode);
@@ -305,12 +294,12 @@ private Q_SLOTS:
     // --- What a compaction that was killed leaves -------------------------------------------
 
     void aRebuiltContainerThatNobodyNeedsIsRemoved() {
-        VaultFixture fixture(usedContainer());
-        const QString left = leaveRebuiltContainer(fixture, usedContainer());
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        VaultFixture vault(usedContainer());
+        const QString left = leaveRebuiltContainer(vault, usedContainer());
+        QVERIFY(vault.unlock());
+        QVERIFY(vault.compact());
         QVERIFY(!QFileInfo::exists(left));
-        QVERIFY(!rebuildFolder(fixture));
+        QVERIFY(!rebuildFolder(vault));
     }
 
     void otherRebuiltContainersStay_data() {
@@ -321,10 +310,10 @@ private Q_SLOTS:
     }
     void otherRebuiltContainersStay() {
         QFETCH(const QString, kind);
-        VaultFixture fixture(usedContainer());
+        VaultFixture vault(usedContainer());
         CraftedContainer another(9);
         const QString left =
-            leaveRebuiltContainer(fixture, kind == "another vault"_L1 ? another : usedContainer());
+            leaveRebuiltContainer(vault, kind == "another vault"_L1 ? another : usedContainer());
         const QString folder = QFileInfo(left).path();
         const QByteArray name = QFile::encodeName(folder);
         const int descriptor = ::open(name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -336,98 +325,77 @@ private Q_SLOTS:
         } else if (kind == "writable"_L1) {
             QCOMPARE(::fchmod(descriptor, 0777), 0);
         } else if (kind == "link"_L1) {
-            const QString elsewhere = fixture.file(u"elsewhere"_s);
+            const QString elsewhere = vault.file(u"elsewhere"_s);
             QVERIFY(QDir().rename(folder, elsewhere));
             QVERIFY(QFile::link(elsewhere, folder));
         }
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(vault.unlock());
+        QVERIFY(vault.compact());
         QVERIFY(QFileInfo::exists(left));
-        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + UsedSealedBytes);
+        QCOMPARE(vault.containerSize(), PayloadOffset + UsedSealedBytes);
     }
 
     void aRebuiltContainerStaysWhileTheVaultIsNotWhole() {
-        VaultFixture fixture(usedContainer());
-        const QString left = leaveRebuiltContainer(fixture, usedContainer());
-        QVERIFY(fixture.unlock());
+        VaultFixture vault(usedContainer());
+        const QString left = leaveRebuiltContainer(vault, usedContainer());
+        QVERIFY(vault.unlock());
         // The sealed index, not its nonce.
-        QVERIFY(overwriteAt(fixture.container(), 700, "AAAAAAAA"));
-        static_cast<void>(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(overwriteAt(vault.container(), 700, "AAAAAAAA"));
+        static_cast<void>(vault.compact());
         QVERIFY(QFileInfo::exists(left));
     }
 
-    void aSecondCompactionChangesNothingButTheIndexNonce() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        const QByteArray payload = readFile(fixture.container()).mid(PayloadOffset);
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(readFile(fixture.container()).mid(PayloadOffset) == payload);
-        QCOMPARE(fixture.vault.fileIndex().toJson(), index);
-    }
-
     void theVaultGoesOnAfterCompaction() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(fixture.store(u"new"_s, "stored afterwards"));
-        QVERIFY(fixture.vault.renameFile(u"b.bin"_s, u"c.bin"_s));
-        QCOMPARE(fixture.stored(u"new"_s), QByteArray("stored afterwards"));
-        QCOMPARE(fixture.stored(u"c.bin"_s), noise(700, 2));
-        QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-                 fixture.vault.fileIndex().toJson());
+        CompactedVault vault;
+        QVERIFY(vault.compact());
+        const QByteArray payload = vault.payload();
+        QVERIFY(vault.compact());
+        QVERIFY(vault.payload() == payload);
+        QVERIFY(vault.store(u"new"_s, "stored afterwards"));
+        QVERIFY(vault->renameFile(u"b.bin"_s, u"c.bin"_s));
+        QCOMPARE(vault.stored(u"new"_s), "stored afterwards"_ba);
+        QCOMPARE(vault.stored(u"c.bin"_s), noise(700, 2));
+        QVERIFY(vault.isSaved());
     }
 
     void aLargeFileIsMovedThroughLittleMemory() {
         constexpr qint64 Size = 96 * MiB;
         constexpr qint64 SealedSize = Size + 6 * CraftedContainer::TagBytes;
-        VaultFixture fixture;
-        QVERIFY(fixture.unlock());
-        const QString source = fixture.write(u"source"_s, {});
+        OpenVault vault;
+        const QString source = vault.write(u"source"_s, {});
         QVERIFY(QFile::resize(source, Size));
-        QVERIFY(fixture.store(u"dead"_s, noise(1000)));
-        QVERIFY(fixture.vault.importFile(source, u"big"_s));
-        QVERIFY(fixture.vault.deleteFile(u"dead"_s));
+        QVERIFY(vault.store(u"dead"_s, noise(1000)));
+        QVERIFY(vault->importFile(source, u"big"_s));
+        QVERIFY(vault->deleteFile(u"dead"_s));
         const PeakMemory memory;
         QVERIFY(memory.canMeasure());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
+        QVERIFY(vault.compact());
         // A block and a piece of the copy, and more than as much again.
         QVERIFY2(memory.growth() < 64 * MiB, qPrintable(QString::number(memory.growth())));
-        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + SealedSize);
+        QCOMPARE(vault.containerSize(), PayloadOffset + SealedSize);
     }
 
     void aVaultWithoutFilesShrinksToItsHeader() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        for (const QString& path : fixture.filePaths()) {
-            QVERIFY(fixture.vault.deleteFile(path));
+        CompactedVault vault;
+        for (const QString& path : vault.filePaths()) {
+            QVERIFY(vault->deleteFile(path));
         }
         QList<ProgressCall> calls;
-        QVERIFY(fixture.vault.compactVault(
-            [&](qint64 done, qint64 total, const QString& name) {
-                calls.append({done, total, name});
-            },
-            nullptr));
-        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
-        QVERIFY(fixture.filePaths().isEmpty());
-        QCOMPARE(fixture.folderPaths(), QStringList({u"docs"_s, u"empty folder"_s}));
+        QVERIFY(vault.compact(recordInto(&calls)));
+        QCOMPARE(vault.containerSize(), PayloadOffset);
+        QVERIFY(vault.filePaths().isEmpty());
+        QCOMPARE(vault.folderPaths(), QStringList({u"docs"_s, u"empty folder"_s}));
         // No block, no call while rebuilding.
         QCOMPARE(calls, (QList<ProgressCall>{{0, PayloadOffset, CopyLabel},
                                              {CopyChunk, PayloadOffset, CopyLabel},
                                              {PayloadOffset, PayloadOffset, CopyLabel}}));
-        QVERIFY(!indexAsOpenedAnew(fixture.container(), TestPassword).isEmpty());
+        QVERIFY(!indexOnDrive(vault.container(), TestPassword).isEmpty());
     }
 
     void progressCountsPlaintextThenTheContainer() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
+        CompactedVault vault;
         QList<ProgressCall> calls;
-        QVERIFY(fixture.vault.compactVault(
-            [&](qint64 done, qint64 total, const QString& name) {
-                calls.append({done, total, name});
-            },
-            nullptr));
+        QVERIFY(vault.compact(recordInto(&calls)));
         const qint64 size = PayloadOffset + UsedSealedBytes;
         const QString a = u"docs/a.bin"_s;
         const QString b = u"b.bin"_s;
@@ -468,21 +436,18 @@ private Q_SLOTS:
         for (qsizetype block = 0; block < 3; ++block) {
             crafted.setBlockMember(0, block, u"plainSize"_s, plainSize);
         }
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
-        const qint64 claimed = fixture.entry(u"docs/a.bin"_s).blocks.at(1).plainSize;
+        CompactedVault vault(crafted);
+        const qint64 claimed = vault.entry(u"docs/a.bin"_s).blocks.at(1).plainSize;
         QList<qint64> rebuilt;
-        QVERIFY(fixture.vault.compactVault(
-            [&](qint64 done, qint64 total, const QString& name) {
-                if (name != CopyLabel) {
-                    rebuilt.append(done);
-                    QCOMPARE(total, UsedPlainBytes);
-                }
-            },
-            nullptr));
+        QVERIFY(vault.compact([&](qint64 done, qint64 total, const QString& name) {
+            if (name != CopyLabel) {
+                rebuilt.append(done);
+                QCOMPARE(total, UsedPlainBytes);
+            }
+        }));
         QCOMPARE(rebuilt, expected);
         // What is claimed is carried over as it stood.
-        QCOMPARE(fixture.entry(u"docs/a.bin"_s).blocks.at(1).plainSize, claimed);
+        QCOMPARE(vault.entry(u"docs/a.bin"_s).blocks.at(1).plainSize, claimed);
     }
 
     void progressAddsUpTheSizesThatTheIndexClaims_data() {
@@ -504,35 +469,30 @@ private Q_SLOTS:
         QFETCH(const qint64, total);
         CraftedContainer crafted = usedContainer();
         crafted.setFileMember(0, u"sizeBytes"_s, sizeBytes);
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
+        CompactedVault vault(crafted);
         QSet<qint64> totals;
-        QVERIFY(fixture.vault.compactVault(
-            [&](qint64, qint64 outOf, const QString& name) {
-                if (name != CopyLabel) {
-                    totals.insert(outOf);
-                }
-            },
-            nullptr));
+        QVERIFY(vault.compact([&](qint64, qint64 outOf, const QString& name) {
+            if (name != CopyLabel) {
+                totals.insert(outOf);
+            }
+        }));
         QCOMPARE(totals, QSet<qint64>{total});
-        QVERIFY(hasUsedContents(fixture));
+        QVERIFY(hasUsedContents(vault));
     }
 
     void theContainerIsRebuiltInAPrivateFolderThatHoldsNoPlaintext() {
         CraftedContainer crafted;
         const QByteArray secret = "a secret that must stay sealed"_ba;
         crafted.addFile(u"a-secret-name"_s, secret.repeated(100));
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
+        CompactedVault vault(crafted);
         QString folder;
         QByteArray rebuilt;
         QFile::Permissions permissions;
-        QVERIFY(fixture.vault.compactVault(whenCopyingBackBegins([&] {
-                                               folder = rebuildFolder(fixture).value_or(QString());
-                                               permissions = QFile::permissions(folder);
-                                               rebuilt = readFile(folder + u"/tessel.tvlt"_s);
-                                           }),
-                                           nullptr));
+        QVERIFY(vault.compact(whenCopyingBackBegins([&] {
+            folder = rebuildFolder(vault).value_or(QString());
+            permissions = QFile::permissions(folder);
+            rebuilt = readFile(folder + u"/tessel.tvlt"_s);
+        })));
         const QRegularExpression name(u"/Tessel-compact-[A-Za-z0-9]{6}$"_s);
         QVERIFY2(name.match(folder).hasMatch(), qPrintable(folder));
         QVERIFY(!(permissions & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
@@ -540,78 +500,41 @@ private Q_SLOTS:
         QVERIFY(!rebuilt.isEmpty());
         QVERIFY(!rebuilt.contains(secret) && !rebuilt.contains("a-secret-name"));
         // What is on the drive is that file, byte for byte.
-        QVERIFY(readFile(fixture.container()) == rebuilt);
+        QVERIFY(vault.bytes() == rebuilt);
         QVERIFY(!QFileInfo::exists(folder));
     }
 
     void openCopiesAreNeitherTakenBackNorTouched() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QString copy = fixture.openAndEdit(u"b.bin"_s, "edited");
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QCOMPARE(readFile(copy), QByteArray("edited"));
-        QCOMPARE(fixture.stored(u"b.bin"_s), noise(700, 2));
-        QVERIFY(fixture.vault.lockVault());
-        QVERIFY(fixture.unlock());
-        QCOMPARE(fixture.stored(u"b.bin"_s), QByteArray("edited"));
+        CompactedVault vault;
+        const QString copy = vault.openAndEdit(u"b.bin"_s, "edited");
+        QVERIFY(vault.compact());
+        QCOMPARE(readFile(copy), "edited"_ba);
+        QCOMPARE(vault.stored(u"b.bin"_s), noise(700, 2));
+        QVERIFY(vault.reopen());
+        QCOMPARE(vault.stored(u"b.bin"_s), "edited"_ba);
     }
 
     void keysOfOlderLayoutsAreDropped() {
         CraftedContainer crafted = usedContainer();
         crafted.setCryptoMember(u"authTag"_s, u"AAAA"_s)
             .setHeaderMember(u"encryptedPayload"_s, u"AAAA"_s);
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        ContainerDocument now;
-        QVERIFY(ContainerManager().readDocument(fixture.container(), &now));
+        CompactedVault vault(crafted);
+        QVERIFY(vault.compact());
+        const ContainerDocument now = vault.document();
         QVERIFY(now.crypto.authTag.isEmpty());
         QVERIFY(now.encryptedPayload.isEmpty());
     }
 
-    void aFullFlowWithARealKeyKeepsItsPassword() {
-        VaultFixture fixture;
-        QVERIFY(fixture.vault.createVault(fixture.container(), TestPassword));
-        QVERIFY(fixture.unlock());
-        const QByteArray bytes = noise(VaultManager::ChunkBytes + 1000);
-        QVERIFY(fixture.store(u"old"_s, noise(100000)));
-        QVERIFY(fixture.store(u"kept"_s, bytes));
-        QVERIFY(fixture.vault.deleteFile(u"old"_s));
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + bytes.size() + 32);
-        QVERIFY(fixture.vault.lockVault());
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.stored(u"kept"_s) == bytes);
-    }
-
     // --- Failures that leave the old container ---------------------------------------------
 
-    void aContainerThatIsGoneOrBrokenIsNotCompacted() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        QString error = u"to be emptied"_s;
-        QVERIFY(overwriteAt(fixture.container(), 0, "BROKEN!"));
-        const QByteArray broken = readFile(fixture.container());
-        QVERIFY(!fixture.vault.compactVault({}, &error));
-        QCOMPARE(error, QString());
-        QVERIFY(readFile(fixture.container()) == broken);
-        QVERIFY(QFile::remove(fixture.container()));
-        QVERIFY(!fixture.vault.compactVault({}, &error));
-        QVERIFY(!QFileInfo::exists(fixture.container()));
-        QVERIFY(!rebuildFolder(fixture));
-    }
-
     void aTemporaryFolderThatCannotBeMadeIsAFailure() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QString error = u"to be emptied"_s;
-        const QString inTheWay = fixture.write(u"file"_s, "no folder");
-        qputenv("TMPDIR", QFile::encodeName(inTheWay));
-        const bool compacted = fixture.vault.compactVault({}, &error);
-        qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
-        QVERIFY(!compacted);
-        compareNothingHappened(fixture, before, error);
+        CompactedVault vault;
+        const QString inTheWay = vault.write(u"file"_s, "no folder");
+        {
+            const TemporaryFolderAt temporary(inTheWay);
+            QVERIFY(!vault.compact());
+        }
+        vault.compareNothingHappened();
     }
 
     void aLocalDiskWithoutRoomIsAFailure_data() {
@@ -625,22 +548,18 @@ private Q_SLOTS:
         QFETCH(const qint64, room);
         NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(12 * MiB);
-        QVERIFY(disk.isMounted());
         QVERIFY(disk.fillUpTo(room));
         CraftedContainer crafted = usedContainer();
         crafted.addFile(u"big"_s, noise(100000));
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QString error = u"to be emptied"_s;
-        qputenv("TMPDIR", QFile::encodeName(disk.path()));
-        const bool compacted = fixture.vault.compactVault({}, &error);
-        qputenv("TMPDIR", QFile::encodeName(fixture.temporaryFolder()));
-        QVERIFY(!compacted);
+        CompactedVault vault(crafted);
+        {
+            const TemporaryFolderAt temporary(disk.path());
+            QVERIFY(!vault.compact());
+        }
         QCOMPARE(QDir(disk.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                  QStringList(u"filler"_s));
         QCOMPARE(disk.bytesFree(), room);
-        compareNothingHappened(fixture, before, error);
+        vault.compareNothingHappened();
     }
 
     void aBlockThatCannotBeReadIsAFailure_data() {
@@ -651,8 +570,7 @@ private Q_SLOTS:
             << u"offset"_s << QJsonValue(usedContainer().fileSize() - 10);
         QTest::newRow("negative") << u"offset"_s << QJsonValue(-1);
         // No block of ours is as short as its tag alone, or longer than a chunk and its tag. The
-        // old container stays: whoever wants the rest of it smaller has to delete such a file
-        // first.
+        // old container stays: such a file must be deleted before the vault can be compacted.
         const QString size = u"encryptedSize"_s;
         constexpr qint64 LongestSealed = 16777216 + 16;
         QTest::newRow("of no bytes") << size << QJsonValue(0);
@@ -667,127 +585,56 @@ private Q_SLOTS:
         QFETCH(const QJsonValue, value);
         CraftedContainer crafted = usedContainer();
         crafted.addFile(u"lost"_s, "lost").setBlockMember(3, 0, member, value);
-        VaultFixture fixture(crafted);
         if (member == "offset"_L1) {
-            QVERIFY(QFile::resize(fixture.container(), usedContainer().fileSize()));
+            crafted.cutAt(usedContainer().fileSize());
         } else {
             // The bytes that the index claims are there.
-            QVERIFY(QFile::resize(fixture.container(), crafted.fileSize() + 32 * MiB));
+            crafted.leaveGap(32 * MiB);
         }
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QString error = u"to be emptied"_s;
-        QVERIFY(!fixture.vault.compactVault({}, &error));
-        compareNothingHappened(fixture, before, error);
+        CompactedVault vault(crafted);
+        QVERIFY(!vault.compact());
+        vault.compareNothingHappened();
     }
 
     void aBlockOfOneByteIsCarriedOver() {
         CraftedContainer crafted;
         crafted.leaveGap(100).addFile(u"short"_s, "x");
-        VaultFixture fixture(crafted);
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset + 17);
-        QCOMPARE(fixture.stored(u"short"_s), QByteArray("x"));
+        CompactedVault vault(crafted);
+        QVERIFY(vault.compact());
+        QCOMPARE(vault.containerSize(), PayloadOffset + 17);
+        QCOMPARE(vault.stored(u"short"_s), "x"_ba);
     }
 
     void aRebuiltContainerThatVanishesIsAFailure() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QString error = u"to be emptied"_s;
+        CompactedVault vault;
         // Somebody tidies up the temporary folder while the blocks are copied.
-        QVERIFY(!fixture.vault.compactVault(
-            [&](qint64, qint64, const QString&) {
-                const std::optional<QString> folder = rebuildFolder(fixture);
-                QVERIFY(!folder || QDir(*folder).removeRecursively());
-            },
-            &error));
-        compareNothingHappened(fixture, before, error);
+        QVERIFY(!vault.compact([&](qint64, qint64, const QString&) {
+            const std::optional<QString> folder = rebuildFolder(vault);
+            QVERIFY(!folder || QDir(*folder).removeRecursively());
+        }));
+        vault.compareNothingHappened();
     }
 
     void aContainerThatCannotBeDeletedStays() {
         NEEDS_PRIVATE_MOUNTS();
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        const PinnedFile pinned(fixture.container());
-        QVERIFY(pinned.isMounted());
-        QString error = u"to be emptied"_s;
-        QVERIFY(!fixture.vault.compactVault({}, &error));
-        compareNothingHappened(fixture, before, error);
+        CompactedVault vault;
+        const PinnedFile pinned(vault.container());
+        QVERIFY(!vault.compact());
+        vault.compareNothingHappened();
     }
 
     void aContainerInAFolderWithoutTheRightStays() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const VaultPicture before(fixture);
-        QVERIFY(QFile::setPermissions(fixture.driveFolder(), QFile::ReadOwner | QFile::ExeOwner));
-        QString error = u"to be emptied"_s;
+        CompactedVault vault;
+        QVERIFY(QFile::setPermissions(vault.driveFolder(), QFile::ReadOwner | QFile::ExeOwner));
         bool compacted = true;
         {
             const ObeyPermissions obey;
-            compacted = fixture.vault.compactVault({}, &error);
+            compacted = vault.compact();
         }
-        QVERIFY(QFile::setPermissions(fixture.driveFolder(),
+        QVERIFY(QFile::setPermissions(vault.driveFolder(),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(!compacted);
-        compareNothingHappened(fixture, before, error);
-    }
-
-    void callsThatFailBeforeTheContainerIsDeletedLeaveIt_data() {
-        QTest::addColumn<QString>("injection");
-        // Unlocking reads the container three times, and so does reading the document anew.
-        QTest::newRow("document") << u"read:error=EIO:when=7"_s;
-        QTest::newRow("source cannot be opened") << u"openat:error=EACCES:when=5"_s;
-        QTest::newRow("first block") << u"read:error=EIO:when=10"_s;
-        QTest::newRow("last block") << u"read:error=EIO:when=15"_s;
-        // Each opening asks for the position once.
-        QTest::newRow("seek") << u"lseek:error=EIO:when=9"_s;
-        QTest::newRow("renaming") << u"renameat2:error=EROFS rename:error=EROFS"_s;
-        QTest::newRow("renaming and deletion")
-            << u"renameat2:error=EPERM rename:error=EPERM unlink:error=EROFS"_s;
-        QTest::newRow("sync") << u"fdatasync:error=EIO:when=2"_s;
-    }
-    void callsThatFailBeforeTheContainerIsDeletedLeaveIt() {
-        QFETCH(const QString, injection);
-        NEEDS_TRACING();
-        VaultFixture fixture(usedContainer());
-        const VaultPicture before(fixture);
-        const DriverRun run =
-            runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s},
-                      fixture.container(), injection.split(QLatin1Char(' ')));
-        QVERIFY(run.refused());
-        QVERIFY(!rebuildFolder(fixture));
-        QCOMPARE(run.text(), QString());
-        QCOMPARE(besideContainer(fixture), QStringList());
-        COMPARE_UNCHANGED(before);
-    }
-
-    void aDriveThatStillHasAnErrorToTellKeepsTheOldContainer_data() {
-        QTest::addColumn<QString>("place");
-        QTest::addColumn<int>("when");
-        QTest::newRow("folder") << QString() << 1;
-        QTest::newRow("container set aside") << u"/tessel.tvlt.anterior"_s << 1;
-        QTest::newRow("folder, container set aside") << QString() << 2;
-    }
-    void aDriveThatStillHasAnErrorToTellKeepsTheOldContainer() {
-        QFETCH(const QString, place);
-        QFETCH(const int, when);
-        NEEDS_TRACING();
-        VaultFixture fixture(usedContainer());
-        const VaultPicture before(fixture);
-        const DriverRun run = runDriver(compaction(fixture), fixture.driveFolder() + place,
-                                        {u"fsync:error=EIO:when=%1"_s.arg(when)});
-        QVERIFY(run.refused());
-        QVERIFY(!rebuildFolder(fixture));
-        QCOMPARE(run.text(), QString());
-        QCOMPARE(besideContainer(fixture), QStringList());
-        COMPARE_UNCHANGED(before);
-        // The drive is well again.
-        QVERIFY(fixture.unlock());
-        QVERIFY(fixture.vault.compactVault({}, nullptr));
-        QVERIFY(hasUsedContents(fixture));
+        vault.compareNothingHappened();
     }
 
     void aRebuiltContainerThatCannotBeReadBackIsAFailure() {
@@ -796,29 +643,16 @@ private Q_SLOTS:
         const int before =
             callsUntil(u"read"_s, u"(linkat|rename).*/Tessel-compact-.*/tessel.tvlt"_s);
         QVERIFY(before > 0);
-        VaultFixture fixture(usedContainer());
-        const VaultPicture picture(fixture);
+        VaultFixture vault(usedContainer());
+        const VaultPicture picture(vault);
         for (int further = 1; further <= 3; ++further) {
-            const DriverRun run = runDriver(compaction(fixture), QString(),
+            const DriverRun run = runDriver(compaction(vault), QString(),
                                             {u"read:error=EIO:when=%1"_s.arg(before + further)});
             QVERIFY(run.refused());
-            QVERIFY(!rebuildFolder(fixture));
+            QVERIFY(!rebuildFolder(vault));
             QCOMPARE(run.text(), QString());
             COMPARE_UNCHANGED(picture);
         }
-    }
-
-    void aRebuiltContainerThatTheDiskDoesNotTakeIsAFailure() {
-        NEEDS_TRACING();
-        VaultFixture fixture(usedContainer());
-        const VaultPicture before(fixture);
-        const DriverRun run =
-            runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s},
-                      QString(), {u"fdatasync:error=EIO:when=2"_s});
-        QVERIFY(run.refused());
-        QVERIFY(!rebuildFolder(fixture));
-        QCOMPARE(run.text(), QString());
-        COMPARE_UNCHANGED(before);
     }
 
     // --- Failures that leave the rebuilt container -----------------------------------------
@@ -837,93 +671,55 @@ private Q_SLOTS:
         QFETCH(const int, containers);
         NEEDS_PRIVATE_MOUNTS();
         const SmallDisk disk(roomFor(containers));
-        QVERIFY(disk.isMounted());
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.moveContainerTo(disk.filePath(u"tessel.tvlt"_s)));
-        QVERIFY(fixture.unlock());
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        QString error;
-        QVERIFY(!fixture.vault.compactVault(
-            whenCopyingBackBegins([&] { QVERIFY(disk.fillUpTo(room)); }), &error));
+        CompactedVault vault(disk.filePath(u"tessel.tvlt"_s));
+        QVERIFY(!vault.compact(whenCopyingBackBegins([&] { QVERIFY(disk.fillUpTo(room)); })));
         QVERIFY(QFile::remove(disk.filePath(u"filler"_s)));
-        compareRebuiltContainerIsKept(fixture, index, error);
+        vault.compareRebuiltContainerIsKept();
     }
 
     void aFileSizeLimitKeepsTheRebuiltContainer() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        QString error;
+        CompactedVault vault;
         std::unique_ptr<FileSizeLimit> limit;
-        QVERIFY(!fixture.vault.compactVault(
-            whenCopyingBackBegins([&] { limit = std::make_unique<FileSizeLimit>(CopyChunk + 5); }),
-            &error));
+        QVERIFY(!vault.compact(whenCopyingBackBegins(
+            [&] { limit = std::make_unique<FileSizeLimit>(CopyChunk + 5); })));
         limit.reset();
-        compareRebuiltContainerIsKept(fixture, index, error);
+        vault.compareRebuiltContainerIsKept();
     }
 
     void aRebuiltContainerThatIsCutIsNotTakenForWhole() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        QString error;
+        CompactedVault vault;
         QByteArray rebuilt;
-        QVERIFY(!fixture.vault.compactVault(whenCopyingBackBegins([&] {
-                                                const QString path =
-                                                    rebuildFolder(fixture).value_or(QString()) +
-                                                    u"/tessel.tvlt"_s;
-                                                rebuilt = readFile(path);
-                                                QVERIFY(QFile::resize(path, rebuilt.size() - 1));
-                                            }),
-                                            &error));
-        QVERIFY(writeFile(error, rebuilt));
-        compareRebuiltContainerIsKept(fixture, index, error);
-    }
-
-    void aCopyThatIsNotCompleteIsNoContainer() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        int looks = 0;
-        const auto look = [&](qint64, qint64, const QString& name) {
-            ContainerDocument document;
-            if (name == CopyLabel) {
-                ++looks;
-                QVERIFY(!ContainerManager().readDocument(fixture.container(), &document));
-            }
-        };
-        QVERIFY(fixture.vault.compactVault(look, nullptr));
-        QCOMPARE(looks, 3);
-        QVERIFY(hasUsedContents(fixture));
+        QVERIFY(!vault.compact(whenCopyingBackBegins([&] {
+            const QString path = rebuildFolder(vault).value_or(QString()) + u"/tessel.tvlt"_s;
+            rebuilt = readFile(path);
+            QVERIFY(QFile::resize(path, rebuilt.size() - 1));
+        })));
+        QVERIFY(writeFile(vault.kept, rebuilt));
+        vault.compareRebuiltContainerIsKept();
     }
 
     void aRebuiltContainerThatGrowsIsNotTakenForWhole() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        QString error;
+        CompactedVault vault;
         qint64 size = 0;
-        QVERIFY(!fixture.vault.compactVault(
-            [&](qint64 done, qint64 total, const QString& name) {
-                if (name == CopyLabel && done == CopyChunk) {
-                    size = total;
-                    QVERIFY(QFile::resize(
-                        rebuildFolder(fixture).value_or(QString()) + u"/tessel.tvlt"_s, total + 1));
-                }
-            },
-            &error));
-        QVERIFY(QFile::resize(error, size));
-        compareRebuiltContainerIsKept(fixture, index, error);
+        QVERIFY(!vault.compact([&](qint64 done, qint64 total, const QString& name) {
+            if (name == CopyLabel && done == CopyChunk) {
+                size = total;
+                QVERIFY(QFile::resize(rebuildFolder(vault).value_or(QString()) + u"/tessel.tvlt"_s,
+                                      total + 1));
+            }
+        }));
+        QVERIFY(QFile::resize(vault.kept, size));
+        vault.compareRebuiltContainerIsKept();
     }
 
     void theErrorMayBeUnwanted() {
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
+        CompactedVault vault;
         std::unique_ptr<FileSizeLimit> limit;
-        QVERIFY(!fixture.vault.compactVault(
-            whenCopyingBackBegins([&] { limit = std::make_unique<FileSizeLimit>(5); }), nullptr));
+        QVERIFY(!vault.compact(
+            whenCopyingBackBegins([&] { limit = std::make_unique<FileSizeLimit>(5); })));
         limit.reset();
-        QVERIFY(rebuildFolder(fixture));
-        QCOMPARE(fixture.vault.state(), VaultState::Unlocked);
+        QVERIFY(rebuildFolder(vault));
+        QCOMPARE(vault->state(), VaultState::Unlocked);
     }
 
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer_data() {
@@ -942,14 +738,11 @@ private Q_SLOTS:
     void callsThatFailWhileCopyingBackKeepTheRebuiltContainer() {
         QFETCH(const QString, injection);
         NEEDS_TRACING();
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        const DriverRun run =
-            runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"compact"_s},
-                      fixture.container(), {injection});
+        CompactedVault vault;
+        const DriverRun run = runDriver(compaction(vault), vault.container(), {injection});
         QVERIFY(run.refused());
-        compareRebuiltContainerIsKept(fixture, index, run.text());
+        vault.kept = run.text();
+        vault.compareRebuiltContainerIsKept();
     }
 
     void aRebuiltContainerThatCannotBeOpenedIsKept() {
@@ -957,13 +750,12 @@ private Q_SLOTS:
         // Setting the old container aside opens it, the new one and their folder for syncs.
         const int before = 4 + callsUntil(u"openat"_s, u"renameat2.*/drive/tessel.tvlt.anterior"_s);
         QVERIFY(before > 4);
-        VaultFixture fixture(usedContainer());
-        QVERIFY(fixture.unlock());
-        const QByteArray index = fixture.vault.fileIndex().toJson();
-        const DriverRun run = runDriver(compaction(fixture), QString(),
+        CompactedVault vault;
+        const DriverRun run = runDriver(compaction(vault), QString(),
                                         {u"openat:error=EMFILE:when=%1"_s.arg(before + 1)});
         QVERIFY(run.refused());
-        compareRebuiltContainerIsKept(fixture, index, run.text());
+        vault.kept = run.text();
+        vault.compareRebuiltContainerIsKept();
     }
 };
 

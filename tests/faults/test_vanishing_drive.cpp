@@ -70,6 +70,7 @@ private Q_SLOTS:
     void init();
     void readOnlyDriveRefusesEveryChange_data();
     void readOnlyDriveRefusesEveryChange();
+    void readOnlyDriveKeepsItsPassword();
     void coveredDriveRefusesEverything_data();
     void coveredDriveRefusesEverything();
     void pulledDriveRefusesEverything_data();
@@ -115,6 +116,15 @@ static void addChanges() {
          [](VaultFixture& f) {
              return f.vault.deleteDirectory(u"pasta"_s);
          }},
+        {"save the index",
+         [](VaultFixture& f) {
+             return f.vault.saveIndex(f.vault.fileIndex());
+         }},
+        {"take an edit back",
+         [](VaultFixture& f) {
+             return !f.openAndEdit(u"b.txt"_s, "editado").isEmpty() &&
+                    f.vault.syncModifiedTempFiles();
+         }},
         {"compaction",
          [](VaultFixture& f) {
              return f.vault.compactVault({}, nullptr);
@@ -143,6 +153,18 @@ void TestVanishingDrive::readOnlyDriveRefusesEveryChange() {
     QVERIFY(operation(drive.fixture));
     QCOMPARE(indexAsOpenedAnew(drive.container, TestPassword),
              drive.fixture.vault.fileIndex().toJson());
+}
+
+void TestVanishingDrive::readOnlyDriveKeepsItsPassword() {
+    Drive drive;
+    QVERIFY(drive.fixture.vault.lockVault());
+    const QByteArray bytes = readFile(drive.container);
+    QVERIFY(drive.remount(true));
+    QVERIFY(!drive.fixture.vault.changePassword(drive.container, TestPassword, "outra senha"));
+    QVERIFY(!drive.fixture.vault.createVault(drive.container, "outra senha"));
+    QVERIFY(readFile(drive.container) == bytes);
+    QVERIFY(drive.fixture.vault.unlockVault(drive.container, TestPassword));
+    QCOMPARE(drive.fixture.stored(u"a.bin"_s), noise(50000, 1));
 }
 
 void TestVanishingDrive::coveredDriveRefusesEverything_data() {
