@@ -168,6 +168,13 @@ void MainWindow::connectSignals() {
             runCommand([&] { importDropped(paths, directory); });
         },
         Qt::QueuedConnection);
+    // Queued as well: the drag's own event loop is to end first.
+    connect(
+        m_vaultTable, &VaultTableWidget::rowDropped, this,
+        [this](VaultTableItemKind kind, const QString& path, const QString& directory) {
+            runCommand([&] { moveDropped(kind, path, directory); });
+        },
+        Qt::QueuedConnection);
 }
 
 QAction* MainWindow::action(Command command) const {

@@ -29,6 +29,7 @@ class StatusLabels;
 class VaultTableWidget;
 struct ImportPlan;
 struct ImportSource;
+enum class VaultTableItemKind;
 
 /// The program's one window: the USB drives, the padlock, the vault's contents and every command.
 ///
@@ -171,6 +172,11 @@ private:
     [[nodiscard]] bool confirmDeleteVaultFile(const QString& vaultPath);
     [[nodiscard]] bool confirmCompactVault();
     void importPlanned(const ImportPlan& plan);
+    /// Moves a row's file or folder into a folder, empty for the root.
+    void moveDropped(VaultTableItemKind kind, const QString& path, const QString& directory);
+    void moveFileTo(const QString& path, const QString& directory);
+    void moveDirectoryTo(const QString& path, const QString& directory);
+    [[nodiscard]] bool renameDirectory(const QString& path, const QString& target);
     /// Takes what was saved in the file's opened copy into the vault, for a command that works on
     /// the file's contents. True also when there is nothing to take.
     [[nodiscard]] bool takeBackEdit(const QString& vaultPath);

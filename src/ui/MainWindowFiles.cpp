@@ -324,22 +324,37 @@ void MainWindow::moveSelectedFile() {
     if (path.isEmpty()) {
         return;
     }
-    const QString title = tr("Mover arquivo");
-    const std::optional<QString> folder = askMoveDestination(this, m_vault.fileIndex(), path);
-    if (!folder) {
-        return;
+    if (const auto folder = askMoveDestination(this, m_vault.fileIndex(), path)) {
+        moveFileTo(path, *folder);
     }
-    if (indexHolds(m_vault.fileIndex(), Core::joinVaultPath(*folder, vaultBaseName(path)))) {
+}
+
+void MainWindow::moveFileTo(const QString& path, const QString& directory) {
+    const QString title = tr("Mover arquivo");
+    if (indexHolds(m_vault.fileIndex(), Core::joinVaultPath(directory, vaultBaseName(path)))) {
         showWarning(this, title, tr("Já existe um item com esse nome na pasta de destino."));
         return;
     }
-    if (!m_vault.moveFile(path, *folder)) {
+    if (!m_vault.moveFile(path, directory)) {
         showWarning(this, title,
                     tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e "
                        "tente novamente."));
         return;
     }
     rowTakenOut(tr("Arquivo movido."));
+}
+
+void MainWindow::moveDropped(VaultTableItemKind kind, const QString& path,
+                             const QString& directory) {
+    // The vault may have been locked since the drop.
+    if (!vaultIsUnlocked()) {
+        return;
+    }
+    if (kind == VaultTableItemKind::File) {
+        moveFileTo(path, directory);
+    } else {
+        moveDirectoryTo(path, directory);
+    }
 }
 
 // --- Folders ---------------------------------------------------------------------------------
@@ -364,23 +379,38 @@ void MainWindow::renameSelectedDirectory() {
     if (path.isEmpty()) {
         return;
     }
-    const QString title = tr("Renomear pasta");
-    const NameQuestion question = {title, tr("Novo nome:"), badFolderName()};
+    const NameQuestion question = {tr("Renomear pasta"), tr("Novo nome:"), badFolderName()};
     const QString target = askFreePath(this, question, m_vault.fileIndex(), parentVaultPath(path),
                                        vaultBaseName(path));
     if (target.isEmpty()) {
         return;
     }
-    if (!m_vault.renameDirectory(path, target)) {
-        showWarning(this, title,
-                    tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e "
-                       "tente novamente."));
+    if (!renameDirectory(path, target)) {
         return;
     }
     if (sameVaultPath(m_currentDirectory, path)) {
         m_currentDirectory = target;
     }
     vaultChanged(tr("Pasta renomeada."));
+}
+
+bool MainWindow::renameDirectory(const QString& path, const QString& target) {
+    if (m_vault.renameDirectory(path, target)) {
+        return true;
+    }
+    showWarning(this, tr("Renomear pasta"),
+                tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e "
+                   "tente novamente."));
+    return false;
+}
+
+void MainWindow::moveDirectoryTo(const QString& path, const QString& directory) {
+    const QString target = Core::joinVaultPath(directory, vaultBaseName(path));
+    if (indexHolds(m_vault.fileIndex(), target)) {
+        showWarning(this, tr("Renomear pasta"), tr("Já existe um item com esse nome nesta pasta."));
+    } else if (renameDirectory(path, target)) {
+        rowTakenOut(tr("Pasta renomeada."));
+    }
 }
 
 void MainWindow::deleteSelectedDirectory() {

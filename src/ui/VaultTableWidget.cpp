@@ -7,6 +7,7 @@
 #include "ui/DisplayFormats.h"
 #include "ui/WindowText.h"
 
+#include <QDrag>
 #include <QDragEnterEvent>
 #include <QDragLeaveEvent>
 #include <QDragMoveEvent>
@@ -77,6 +78,26 @@ QStringList localPaths(const QMimeData& data) {
     return paths;
 }
 
+/// A row under the pointer. What it stands for is in its members, which no other program sees.
+class DraggedRow : public QMimeData {
+public:
+    DraggedRow(const QTableWidget* from, VaultTableItemKind draggedKind, QString draggedPath)
+        : table(from), kind(draggedKind), path(std::move(draggedPath)) {
+        // Without any type it would not be offered at all.
+        setData(u"application/x-tessel-row"_s, {});
+    }
+
+    const QTableWidget* const table;
+    const VaultTableItemKind kind;
+    const QString path;
+};
+
+/// The row of @p table that is being dragged; null when it is something else.
+const DraggedRow* draggedRow(const QTableWidget* table, const QDropEvent& event) {
+    const auto* row = dynamic_cast<const DraggedRow*>(event.mimeData());
+    return row != nullptr && row->table == table ? row : nullptr;
+}
+
 } // namespace
 
 VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
@@ -98,6 +119,7 @@ VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
                   "QTableWidget::item:selected { background-color: palette(highlight); color: "
                   "palette(highlighted-text); }"_s);
     setUpHeader();
+    setDragEnabled(true);
     // The table marks folders itself, not the gaps between rows.
     setDropIndicatorShown(false);
     setAcceptDrops(true);
@@ -384,19 +406,69 @@ bool VaultTableWidget::viewportEvent(QEvent* event) {
     return QTableWidget::viewportEvent(event);
 }
 
+// --- Dragging --------------------------------------------------------------------------------
+
+QMimeData* VaultTableWidget::mimeData(const QList<QTableWidgetItem*>& items) const {
+    if (!m_dropsAllowed || items.isEmpty()) {
+        return nullptr;
+    }
+    const QTableWidgetItem* nameItem = item(items.first()->row(), VaultColumn::Name);
+    const VaultTableItemKind kind = kindOf(nameItem);
+    return kind == VaultTableItemKind::ParentDirectory
+               ? nullptr
+               : new DraggedRow(this, kind, nameItem->data(VaultPathRole).toString());
+}
+
+void VaultTableWidget::startDrag(Qt::DropActions /*supportedActions*/) {
+    QTableWidgetItem* nameItem = item(currentRow(), VaultColumn::Name);
+    QMimeData* row = nameItem == nullptr ? nullptr : mimeData({nameItem});
+    if (row == nullptr) {
+        return;
+    }
+    auto* drag = new QDrag(this);
+    drag->setMimeData(row);
+    drag->setPixmap(item(currentRow(), VaultColumn::Icon)->icon().pixmap(iconSize()));
+    // The result does not matter: whatever another program makes of the drop, rows are taken out
+    // by rowDropped() alone.
+    drag->exec(Qt::MoveAction);
+    showDropAt({});
+}
+
 // --- Drops -----------------------------------------------------------------------------------
 
 bool VaultTableWidget::acceptsDrop(QDropEvent* event) const {
-    const bool copyable = event->possibleActions().testFlag(Qt::CopyAction);
-    if (!copyable || !m_dropsAllowed || localPaths(*event->mimeData()).isEmpty()) {
-        event->ignore();
+    const bool isRow = draggedRow(this, *event) != nullptr;
+    const bool accepted = m_dropsAllowed && (isRow ? acceptsRow(event) : acceptsFiles(event));
+    event->setAccepted(accepted);
+    return accepted;
+}
+
+bool VaultTableWidget::acceptsFiles(QDropEvent* event) const {
+    if (!event->possibleActions().testFlag(Qt::CopyAction) ||
+        localPaths(*event->mimeData()).isEmpty()) {
         return false;
     }
     // Always a copy, whatever the source proposes: it deletes files that it believes moved, before
     // the user has seen them in the vault.
     event->setDropAction(Qt::CopyAction);
-    event->accept();
     return true;
+}
+
+bool VaultTableWidget::acceptsRow(QDropEvent* event) const {
+    event->setDropAction(Qt::MoveAction);
+    // A hand that is not quite at rest while it clicks does not ask for anything to be moved.
+    return m_rowDraggedAway && folderRowAt(event->position().toPoint()) >= 0;
+}
+
+void VaultTableWidget::followDraggedRow(const QDropEvent& event) {
+    const DraggedRow* row = draggedRow(this, event);
+    const QTableWidgetItem* under = itemAt(event.position().toPoint());
+    if (row != nullptr) {
+        const auto* nameItem = under == nullptr ? nullptr : item(under->row(), VaultColumn::Name);
+        const bool onItself = nameItem != nullptr && kindOf(nameItem) == row->kind &&
+                              nameItem->data(VaultPathRole).toString() == row->path;
+        m_rowDraggedAway = m_rowDraggedAway || !onItself;
+    }
 }
 
 int VaultTableWidget::folderRowAt(const QPoint& position) const {
@@ -411,16 +483,28 @@ void VaultTableWidget::showDropAt(std::optional<QPoint> position) {
     }
 }
 
+QString VaultTableWidget::directoryAt(const QPoint& position) const {
+    const QTableWidgetItem* folder = item(folderRowAt(position), VaultColumn::Name);
+    return folder == nullptr ? m_directory : folder->data(VaultPathRole).toString();
+}
+
 void VaultTableWidget::dragEnterEvent(QDragEnterEvent* event) {
-    static_cast<void>(acceptsDrop(event));
+    m_rowDraggedAway = false;
+    followDraggedRow(*event);
+    // A row enters where it was, and may move on from there.
+    if (m_dropsAllowed && draggedRow(this, *event) != nullptr) {
+        event->acceptProposedAction();
+    } else {
+        static_cast<void>(acceptsDrop(event));
+    }
 }
 
 void VaultTableWidget::dragMoveEvent(QDragMoveEvent* event) {
     // Scrolls at the edges.
     QTableWidget::dragMoveEvent(event);
-    const QPoint position = event->position().toPoint();
+    followDraggedRow(*event);
     const bool accepted = acceptsDrop(event);
-    showDropAt(accepted ? std::optional(position) : std::nullopt);
+    showDropAt(accepted ? std::optional(event->position().toPoint()) : std::nullopt);
 }
 
 void VaultTableWidget::dragLeaveEvent(QDragLeaveEvent* event) {
@@ -434,10 +518,12 @@ void VaultTableWidget::dropEvent(QDropEvent* event) {
     if (!acceptsDrop(event)) {
         return;
     }
-    const int row = folderRowAt(event->position().toPoint());
-    const QString directory =
-        row < 0 ? m_directory : item(row, VaultColumn::Name)->data(VaultPathRole).toString();
-    Q_EMIT pathsDropped(localPaths(*event->mimeData()), directory);
+    const QString directory = directoryAt(event->position().toPoint());
+    if (const DraggedRow* row = draggedRow(this, *event)) {
+        Q_EMIT rowDropped(row->kind, row->path, directory);
+    } else {
+        Q_EMIT pathsDropped(localPaths(*event->mimeData()), directory);
+    }
 }
 
 void VaultTableWidget::paintEvent(QPaintEvent* event) {
@@ -458,7 +544,7 @@ void VaultTableWidget::paintEvent(QPaintEvent* event) {
         veil.setAlpha(Opacity);
         painter.fillRect(place, veil);
     }
-    painter.setPen(QPen(palette().color(selected ? QPalette::HighlightedText : QPalette::Text),
+    painter.setPen(QPen(palette().color(selected ? QPalette::HighlightedText : QPalette::Highlight),
                         FrameWidth, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
     painter.drawRect(place.adjusted(1, 1, -1, -1));
 }

@@ -56,7 +56,7 @@ public:
     /// Asks for the menu beside the current row, or at the table's top without one.
     void requestMenuAtCurrentRow();
 
-    /// Whether files of the computer can be dropped on the table: not at first.
+    /// Whether rows can be dragged, and files of the computer dropped on the table: not at first.
     void setDropsAllowed(bool allowed) { m_dropsAllowed = allowed; }
 
 Q_SIGNALS:
@@ -75,8 +75,15 @@ Q_SIGNALS:
     /// @param directory vault path of the folder on whose row they were dropped, or of the one
     /// shown; empty for the root
     void pathsDropped(const QStringList& paths, const QString& directory);
+    /// A file or folder was dragged from its row onto that of a folder, perhaps its own.
+    /// @param directory vault path of the folder; empty for the root
+    void rowDropped(VaultTableItemKind kind, const QString& path, const QString& directory);
 
 protected:
+    /// What a dragged row holds out: to other programs nothing, not even a name. Null where nothing
+    /// can be dragged.
+    [[nodiscard]] QMimeData* mimeData(const QList<QTableWidgetItem*>& items) const override;
+    void startDrag(Qt::DropActions supportedActions) override;
     /// Shows the whole text of a cell that is too narrow for it.
     bool viewportEvent(QEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -104,9 +111,15 @@ private:
     [[nodiscard]] const QTableWidgetItem* currentNameItem() const;
     /// Answers the drag; the source is told whether it may drop here.
     [[nodiscard]] bool acceptsDrop(QDropEvent* event) const;
+    [[nodiscard]] bool acceptsFiles(QDropEvent* event) const;
+    [[nodiscard]] bool acceptsRow(QDropEvent* event) const;
+    /// Notes whether a dragged row has been elsewhere than on itself.
+    void followDraggedRow(const QDropEvent& event);
     /// The row at this place of the viewport if something can be put into it: a folder's, or the
     /// one that leads up. -1 for any other.
     [[nodiscard]] int folderRowAt(const QPoint& position) const;
+    /// Vault path of the folder at this place, and of the one shown where there is none.
+    [[nodiscard]] QString directoryAt(const QPoint& position) const;
     /// Where in the viewport the drag is that may be dropped there; nothing without one.
     void showDropAt(std::optional<QPoint> position);
 
@@ -120,6 +133,7 @@ private:
     QTimer m_typingPause;
     bool m_dropsAllowed = false;
     std::optional<QPoint> m_dropPosition;
+    bool m_rowDraggedAway = false;
 };
 
 } // namespace Tessel::UI

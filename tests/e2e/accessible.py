@@ -18,6 +18,8 @@ PATIENCE_S = 30
 POLL_MS = 20
 # While it derives a key, the program does not answer.
 ANSWER_MS = 20000
+# So far a pressed mouse moves before the toolkit takes it for a drag, and more.
+DRAG_PIXELS = 20 * SCALE
 
 # How a Brazilian keyboard writes what stands above a letter.
 DEAD_KEYS = {"\u0300": "dead_grave", "\u0301": "dead_acute", "\u0302": "dead_circumflex",
@@ -150,9 +152,27 @@ def place_of(element):
 
 
 def click(element, button=1, times=1):
+    x, y = middle_of(element)
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "--repeat", str(times), "--delay", "40", str(button)], check=True)
+
+
+def middle_of(element):
     left, top, width, height = place_of(element)
-    subprocess.run(["xdotool", "mousemove", str(left + width // 2), str(top + height // 2),
-                    "click", "--repeat", str(times), "--delay", "40", str(button)], check=True)
+    return left + width // 2, top + height // 2
+
+
+def drag(element, target):
+    """Drags an element to a point of the screen with the left button. Of moves that wait for the
+    program together, the toolkit sees the last one only; so each is answered before the next. The
+    first says that the mouse moves while it is pressed, the second begins the drag."""
+    x, y = middle_of(element)
+    moves = ((x, y), (x + DRAG_PIXELS, y), (x + 2 * DRAG_PIXELS, y),
+             (target[0] + SCALE, target[1]), target)
+    for number, point in enumerate(moves):
+        press = ["mousedown", "1"] if number == 0 else []
+        subprocess.run(["xdotool", "mousemove", *map(str, point), *press], check=True)
+        place_of(element)
+    subprocess.run(["xdotool", "mouseup", "1"], check=True)
 
 
 class Program:

@@ -20,8 +20,8 @@ import time
 import pyatspi
 
 import desktop
-from accessible import (PATIENCE_S, click, find, has_state, listening, press_keys, type_into,
-                        wait_until)
+from accessible import (PATIENCE_S, click, drag, find, has_state, listening, middle_of, press_keys,
+                        type_into, wait_until)
 from tessel_window import TesselWindow
 
 HOME = desktop.home()
@@ -91,6 +91,12 @@ def start_program(screen, errors):
 
 class Story(TesselWindow):
     """A person's way through the program. The chapters stand in their order."""
+
+    # Once everything is where it stays.
+    ROOT = (("Documentos", "", "Pasta"), ("Fotos", "", "Pasta"),
+            ("certidão.pdf", "412,0 kB", "PDF"), ("chave do servidor.pem", "4,0 kB", "PEM"),
+            ("diário.txt", "38,1 kB", "TXT"), ("entrevista.mp3", "5,0 MB", "MP3"),
+            ("farol.jpg", "2,8 MB", "JPG"))
 
     def __init__(self, process, album):
         super().__init__(album)
@@ -218,6 +224,28 @@ class Story(TesselWindow):
         click(self.cell(".."), times=2)
         self.expect_label("Arquivos protegidos | Pasta: Raiz | 6 arquivos no cofre.")
 
+    def drag_it(self):
+        click(self.cell("Documentos"), times=2)
+        drag(self.cell("orçamento da reforma.ods"), middle_of(self.cell("..")))
+        self.expect_rows(("..", "", "Pasta"))
+        self.expect_status("Arquivo movido.")
+        click(self.cell(".."), times=2)
+        drag(self.cell("orçamento da reforma.ods"), middle_of(self.cell("Documentos")))
+        self.expect_rows(*self.ROOT)
+        drag(self.cell("Fotos"), middle_of(self.cell("Documentos")))
+        self.expect_rows(self.ROOT[0], *self.ROOT[2:])
+        self.expect_status("Pasta renomeada.")
+        click(self.cell("Documentos"), times=2)
+        drag(self.cell("Fotos"), middle_of(self.cell("..")))
+        click(self.cell(".."), times=2)
+        self.expect_rows(*self.ROOT)
+
+    def drag_out_of_the_window(self):
+        drag(self.cell("certidão.pdf"), (1, 1))
+        self.expect_rows(*self.ROOT)
+        # The window goes on as before.
+        self.select("diário.txt")
+
     def watch_an_import(self):
         self.choose_for_files("Importar...")
         moves = []
@@ -286,11 +314,7 @@ class Story(TesselWindow):
         self.answer_password("Senha do cofre", NEW_PASSWORD)
         self.expect_status("Cofre desbloqueado.")
         self.expect_label("Arquivos protegidos | Pasta: Raiz | 6 arquivos no cofre.")
-        self.expect_rows(("Documentos", "", "Pasta"), ("Fotos", "", "Pasta"),
-                         ("certidão.pdf", "412,0 kB", "PDF"),
-                         ("chave do servidor.pem", "4,0 kB", "PEM"),
-                         ("diário.txt", "38,1 kB", "TXT"), ("entrevista.mp3", "5,0 MB", "MP3"),
-                         ("farol.jpg", "2,8 MB", "JPG"))
+        self.expect_rows(*self.ROOT)
 
     def close_the_window(self):
         click(self.cell("diário.txt"), times=2)
@@ -321,9 +345,9 @@ CHAPTERS = (
     Story.find_the_drive, Story.read_the_guide, Story.create_the_vault, Story.unlock_it,
     Story.make_folders, Story.import_three_files, Story.import_more, Story.open_one, Story.lock_it,
     Story.refuse_a_wrong_password, Story.unlock_it_again, Story.find_the_change,
-    Story.export_unchanged, Story.rename_one, Story.move_it, Story.watch_an_import,
-    Story.delete_it, Story.compact, Story.change_the_password, Story.back_up,
-    Story.open_the_backup, Story.close_the_window)
+    Story.export_unchanged, Story.rename_one, Story.move_it, Story.drag_it,
+    Story.drag_out_of_the_window, Story.watch_an_import, Story.delete_it, Story.compact,
+    Story.change_the_password, Story.back_up, Story.open_the_backup, Story.close_the_window)
 
 
 def check_silence(errors):

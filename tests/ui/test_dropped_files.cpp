@@ -8,6 +8,7 @@
 #include "support/TestProgram.h"
 #include "support/WindowTest.h"
 #include "ui/ImportPlan.h"
+#include "ui/VaultTableWidget.h"
 
 #include <QAction>
 #include <QApplication>
@@ -25,6 +26,8 @@
 #include <QTest>
 #include <QUrl>
 
+#include <memory>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,18 +39,23 @@ namespace {
 
 const QString Password = u"senha de teste"_s;
 
-/// What a file manager holds out.
+/// What a file manager, or the table itself, holds out.
 class Drag {
 public:
-    explicit Drag(const QStringList& paths) {
+    explicit Drag(const QStringList& paths) : data(std::make_unique<QMimeData>()) {
         QList<QUrl> urls;
         for (const QString& path : paths) {
             urls.append(QUrl::fromLocalFile(path));
         }
-        data.setUrls(urls);
+        data->setUrls(urls);
     }
 
-    QMimeData data;
+    /// A row of the table; without data when the table lets nobody drag that.
+    Drag(const QTableWidget* table, int row)
+        : data(table->model()->mimeData({table->model()->index(row, 1)})), offered(Qt::MoveAction),
+          proposed(Qt::MoveAction) {}
+
+    std::unique_ptr<QMimeData> data;
     Qt::DropActions offered = Qt::CopyAction | Qt::MoveAction | Qt::LinkAction;
     Qt::DropAction proposed = Qt::CopyAction;
     /// What the table made of it; IgnoreAction when it was refused.
@@ -57,20 +65,25 @@ public:
 
     /// Enters the table and moves over it. @return whether it is welcome.
     bool hoverOver(QTableWidget* table) {
-        QDragEnterEvent enter(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
-        if (!accepts(table, &enter)) {
-            return false;
-        }
-        QDragMoveEvent move(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        QDragEnterEvent enter(position, offered, data.get(), Qt::LeftButton, Qt::NoModifier);
+        return accepts(table, &enter) && moveOver(table);
+    }
+
+    /// Moves to where it is now. @return whether it is welcome there.
+    bool moveOver(QTableWidget* table) {
+        QDragMoveEvent move(position, offered, data.get(), Qt::LeftButton, Qt::NoModifier);
         return accepts(table, &move);
     }
 
     /// Enters the table, moves over it and, if it is welcome, lets go.
     void dropOn(QTableWidget* table) {
-        if (!hoverOver(table)) {
-            return;
+        if (hoverOver(table)) {
+            letGo(table);
         }
-        QDropEvent drop(position, offered, &data, Qt::LeftButton, Qt::NoModifier);
+    }
+
+    void letGo(QTableWidget* table) {
+        QDropEvent drop(position, offered, data.get(), Qt::LeftButton, Qt::NoModifier);
         static_cast<void>(accepts(table, &drop));
     }
 
@@ -86,7 +99,7 @@ private:
 
 } // namespace
 
-/// Files and folders from a file manager, dropped on the table.
+/// What is dropped on the table: files and folders from a file manager, and its own rows.
 class TestDroppedFiles : public WindowTest {
     Q_OBJECT
 
@@ -116,6 +129,20 @@ private Q_SLOTS:
     void selectedFolderUnderADragIsHighlighted();
     void dragAtTheEdgeScrolls();
 
+    void draggedRowIsMoved_data();
+    void draggedRowIsMoved();
+    void draggedRowIsRefusedAsItsCommandIs_data();
+    void draggedRowIsRefusedAsItsCommandIs();
+    void folderBackOnItsOwnRowIsRefused();
+    void slipOnARowMovesNothing();
+    void openedFileIsNotMovedByDragging();
+    void rowIsWelcomeOnFoldersAlone();
+    void onlyFilesAndFoldersCanBeDragged();
+    void nothingCanBeDraggedDuringAnImport();
+    void draggedRowShowsOthersNothing();
+    void rowOfAnotherWindowIsRefused();
+    void moveBeforeALockIsForgotten();
+
 private:
     [[nodiscard]] bool openSample();
     [[nodiscard]] bool make(const QString& name, const QByteArray& bytes) const;
@@ -126,6 +153,8 @@ private:
     [[nodiscard]] QPoint middleOf(const QString& row) const;
     /// How the row with this name looks now.
     [[nodiscard]] QImage picture(const QString& row) const;
+    /// Drags one row onto another.
+    void dragRow(const QString& row, const QString& onto);
     [[nodiscard]] QByteArray exported(const QString& name);
 };
 
@@ -367,16 +396,16 @@ void TestDroppedFiles::lockedVaultTakesNothing() {
 void TestDroppedFiles::onlyLocalFilesAreTaken() {
     QVERIFY(openSample());
     Drag page({});
-    page.data.setUrls({QUrl(u"https://example.org/a.txt"_s)});
+    page.data->setUrls({QUrl(u"https://example.org/a.txt"_s)});
     page.dropOn(m_driver->table());
     QCOMPARE(page.taken, Qt::IgnoreAction);
     QVERIFY(make(u"um.txt"_s, "1"));
     Drag mixture({path(u"um.txt"_s)});
-    mixture.data.setUrls(mixture.data.urls() << page.data.urls());
+    mixture.data->setUrls(mixture.data->urls() << page.data->urls());
     mixture.dropOn(m_driver->table());
     QCOMPARE(mixture.taken, Qt::IgnoreAction);
     Drag text({});
-    text.data.setText(u"/etc/hostname"_s);
+    text.data->setText(u"/etc/hostname"_s);
     text.dropOn(m_driver->table());
     QCOMPARE(text.taken, Qt::IgnoreAction);
 }
@@ -417,7 +446,8 @@ void TestDroppedFiles::dropBeforeALockIsForgotten() {
 
 bool TestDroppedFiles::openFolders() {
     CraftedContainer crafted;
-    for (const QString& folder : {u"docs"_s, u"docs/sub"_s, u"docs/outra"_s, u"outra"_s}) {
+    for (const QString& folder :
+         {u"docs"_s, u"docs/sub"_s, u"docs/outra"_s, u"outra"_s, u"fotos"_s}) {
         crafted.addFolder(folder);
     }
     for (const QString& file : {u"a.txt"_s, u"b.txt"_s, u"docs/b.txt"_s, u"docs/c.txt"_s}) {
@@ -505,6 +535,198 @@ void TestDroppedFiles::dragAtTheEdgeScrolls() {
     QTRY_VERIFY(bar->value() > 0);
     QDragLeaveEvent leave;
     QApplication::sendEvent(table->viewport(), &leave);
+}
+
+// --- Rows that are dragged -------------------------------------------------------------------
+
+void TestDroppedFiles::dragRow(const QString& row, const QString& onto) {
+    QTableWidget* table = m_driver->table();
+    QVERIFY(m_driver->selectRow(row));
+    Drag drag(table, m_driver->rowNamed(row));
+    drag.position = middleOf(row);
+    QVERIFY(drag.data && !drag.hoverOver(table));
+    drag.position = middleOf(onto);
+    QVERIFY(drag.moveOver(table));
+    drag.letGo(table);
+    QCOMPARE(drag.taken, Qt::MoveAction);
+    // The move follows when the drag has ended.
+    QCoreApplication::processEvents();
+}
+
+void TestDroppedFiles::draggedRowIsMoved_data() {
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("onto");
+    QTest::addColumn<QString>("message");
+    const QString file = u"Arquivo movido."_s;
+    const QString folder = u"Pasta renomeada."_s;
+    QTest::newRow("file into a folder") << QString() << u"a.txt"_s << u"docs"_s << file;
+    QTest::newRow("file out of a folder") << u"docs"_s << u"c.txt"_s << u".."_s << file;
+    QTest::newRow("folder into a folder") << QString() << u"fotos"_s << u"docs"_s << folder;
+    QTest::newRow("folder out of a folder") << u"docs"_s << u"sub"_s << u".."_s << folder;
+}
+
+void TestDroppedFiles::draggedRowIsMoved() {
+    QFETCH(const QString, shown);
+    QFETCH(const QString, row);
+    QFETCH(const QString, onto);
+    QVERIFY(openFolders());
+    QVERIFY(shown.isEmpty() || m_driver->activateRow(shown));
+    dragRow(row, onto);
+    QTEST(m_driver->statusMessage(), "message");
+    QCOMPARE(m_driver->rowNamed(row), -1);
+    QCOMPARE(m_driver->table()->currentRow(), -1);
+    QVERIFY(m_driver->activateRow(onto));
+    QVERIFY(m_driver->rowNamed(row) >= 0);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+}
+
+void TestDroppedFiles::draggedRowIsRefusedAsItsCommandIs_data() {
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("file") << u"b.txt"_s << u"Mover arquivo"_s
+                          << u"Já existe um item com esse nome na pasta de destino."_s;
+    QTest::newRow("folder") << u"outra"_s << u"Renomear pasta"_s
+                            << u"Já existe um item com esse nome nesta pasta."_s;
+}
+
+void TestDroppedFiles::draggedRowIsRefusedAsItsCommandIs() {
+    QFETCH(const QString, row);
+    QFETCH(const QString, title);
+    QVERIFY(openFolders());
+    m_driver->dialogs.acceptWarning(title);
+    dragRow(row, u"docs"_s);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QTEST(m_driver->dialogs.lastText(), "text");
+    QVERIFY(m_driver->rowNamed(row) >= 0);
+}
+
+void TestDroppedFiles::folderBackOnItsOwnRowIsRefused() {
+    QVERIFY(openFolders());
+    QTableWidget* table = m_driver->table();
+    Drag drag(table, m_driver->rowNamed(u"fotos"_s));
+    drag.position = middleOf(u"fotos"_s);
+    QVERIFY(drag.data && !drag.hoverOver(table));
+    drag.position = middleOf(u"docs"_s);
+    QVERIFY(drag.moveOver(table));
+    m_driver->dialogs.acceptWarning(u"Renomear pasta"_s);
+    drag.position = middleOf(u"fotos"_s);
+    QVERIFY(drag.moveOver(table));
+    drag.letGo(table);
+    QCoreApplication::processEvents();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
+             "novamente."_s);
+    QVERIFY(m_driver->rowNamed(u"fotos"_s) >= 0);
+}
+
+void TestDroppedFiles::slipOnARowMovesNothing() {
+    // A click during which the hand was not quite at rest.
+    QVERIFY(openFolders());
+    const QStringList before = m_driver->rowNames();
+    const QImage folder = picture(u"fotos"_s);
+    Drag drag(m_driver->table(), m_driver->rowNamed(u"fotos"_s));
+    drag.position = middleOf(u"fotos"_s);
+    QVERIFY(drag.data && !drag.hoverOver(m_driver->table()));
+    QCOMPARE(picture(u"fotos"_s), folder);
+    drag.letGo(m_driver->table());
+    QCOMPARE(drag.taken, Qt::IgnoreAction);
+    QCoreApplication::processEvents();
+    QCOMPARE(m_driver->rowNames(), before);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+}
+
+void TestDroppedFiles::openedFileIsNotMovedByDragging() {
+    QVERIFY(openFolders());
+    const FakeDesktop desktop(u"file"_s);
+    QVERIFY(m_driver->activateRow(u"a.txt"_s) && desktop.opened.size() == 1);
+    m_driver->dialogs.acceptWarning(u"Mover arquivo"_s);
+    dragRow(u"a.txt"_s, u"docs"_s);
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QCOMPARE(m_driver->dialogs.lastText(),
+             u"Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
+             "novamente."_s);
+    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
+}
+
+void TestDroppedFiles::rowIsWelcomeOnFoldersAlone() {
+    QVERIFY(openFolders());
+    QTableWidget* table = m_driver->table();
+    Drag drag(table, m_driver->rowNamed(u"a.txt"_s));
+    for (const QPoint& place :
+         {middleOf(u"b.txt"_s), QPoint(40, table->viewport()->height() - 2)}) {
+        drag.position = place;
+        QVERIFY(drag.data && !drag.hoverOver(table));
+        drag.letGo(table);
+        QCOMPARE(drag.taken, Qt::IgnoreAction);
+    }
+    QCoreApplication::processEvents();
+    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
+}
+
+void TestDroppedFiles::onlyFilesAndFoldersCanBeDragged() {
+    QVERIFY(openFolders() && m_driver->activateRow(u"docs"_s));
+    const QTableWidget* table = m_driver->table();
+    QVERIFY(table->dragEnabled());
+    QVERIFY(!Drag(table, m_driver->rowNamed(u".."_s)).data);
+    QVERIFY(Drag(table, m_driver->rowNamed(u"sub"_s)).data);
+    QVERIFY(Drag(table, m_driver->rowNamed(u"c.txt"_s)).data);
+}
+
+void TestDroppedFiles::nothingCanBeDraggedDuringAnImport() {
+    QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
+    QTableWidget* table = m_driver->table();
+    Drag begun(table, m_driver->rowNamed(u"a.txt"_s));
+    QVERIFY(begun.data);
+    begun.position = middleOf(u"docs"_s);
+    int tried = 0;
+    const ProgressProbe probe([&](QProgressDialog*, int) {
+        ++tried;
+        QVERIFY(!Drag(table, m_driver->rowNamed(u"a.txt"_s)).data);
+        QVERIFY(!begun.hoverOver(table));
+        begun.letGo(table);
+        QCOMPARE(begun.taken, Qt::IgnoreAction);
+    });
+    drop({u"um.txt"_s});
+    QVERIFY(tried > 0);
+    QCoreApplication::processEvents();
+    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
+}
+
+void TestDroppedFiles::draggedRowShowsOthersNothing() {
+    QVERIFY(openFolders());
+    const Drag drag(m_driver->table(), m_driver->rowNamed(u"a.txt"_s));
+    QVERIFY(drag.data);
+    QCOMPARE(drag.data->formats(), QStringList(u"application/x-tessel-row"_s));
+    QCOMPARE(drag.data->data(u"application/x-tessel-row"_s), QByteArray());
+}
+
+void TestDroppedFiles::rowOfAnotherWindowIsRefused() {
+    QVERIFY(openFolders());
+    Tessel::UI::VaultTableWidget other;
+    Tessel::UI::VaultRow row;
+    row.path = row.name = u"a.txt"_s;
+    other.showRows(QString(), {row});
+    other.setDropsAllowed(true);
+    Drag drag(&other, 0);
+    drag.position = middleOf(u"docs"_s);
+    QVERIFY(drag.data && !drag.hoverOver(m_driver->table()));
+    drag.letGo(m_driver->table());
+    QCOMPARE(drag.taken, Qt::IgnoreAction);
+}
+
+void TestDroppedFiles::moveBeforeALockIsForgotten() {
+    QVERIFY(openFolders());
+    Drag drag(m_driver->table(), m_driver->rowNamed(u"a.txt"_s));
+    drag.position = middleOf(u"docs"_s);
+    QVERIFY(drag.data && drag.hoverOver(m_driver->table()));
+    drag.letGo(m_driver->table());
+    m_driver->action(u"Bloquear"_s)->trigger();
+    QCoreApplication::processEvents();
+    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
+    QVERIFY(m_driver->unlock(Password) && m_driver->rowNamed(u"a.txt"_s) >= 0);
 }
 
 TESSEL_TEST_MAIN(runTest<QApplication, TestDroppedFiles>);
