@@ -4,6 +4,7 @@
 #include "ui/AboutDialog.h"
 
 #include "ui/ProductInfo.h"
+#include "ui/ReadableColours.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -171,6 +172,7 @@ QListWidget* AboutDialog::buildComponentList() {
     list->setUniformItemSizes(false);
     list->setItemDelegate(new CompactListItemDelegate(list));
     list->setStyleSheet(u"QListWidget::item { padding: 0px; margin: 0px; }"_s);
+    keepReadable(list);
     return list;
 }
 

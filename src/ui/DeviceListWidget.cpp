@@ -5,6 +5,7 @@
 
 #include "platform/UsbDevice.h"
 #include "ui/DisplayFormats.h"
+#include "ui/ReadableColours.h"
 #include "ui/WindowText.h"
 
 #include <QDir>
@@ -62,6 +63,10 @@ QString rootPathOf(const QListWidgetItem* item) {
 
 void clearMark(QListWidgetItem* item) {
     item->setData(Qt::BackgroundRole, QVariant());
+    // The others are grey, marked or not.
+    if (!rootPathOf(item).isEmpty()) {
+        item->setData(Qt::ForegroundRole, QVariant());
+    }
     item->setToolTip(QString());
     QFont font = item->font();
     font.setWeight(QFont::Normal);
@@ -73,6 +78,8 @@ void mark(QListWidgetItem* item) {
     font.setWeight(QFont::Bold);
     item->setFont(font);
     item->setBackground(QColor(222, 237, 255));
+    // The text of a dark theme is light, and so is the mark.
+    item->setForeground(QColor(Qt::black));
     item->setToolTip(WindowText::tr("Dispositivo associado ao container selecionado."));
 }
 
@@ -84,6 +91,7 @@ DeviceListWidget::DeviceListWidget() {
     constexpr int TextLines = 3;
     constexpr int Padding = 24;
     setFixedHeight(TextLines * fontMetrics().lineSpacing() + Padding + 2 * frameWidth());
+    keepReadable(this);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
 

@@ -4,6 +4,7 @@
 #include "ui/ModalProgress.h"
 
 #include "ui/LongText.h"
+#include "ui/ReadableColours.h"
 #include "ui/WindowText.h"
 
 #include <QCloseEvent>
@@ -30,7 +31,9 @@ ModalProgress::ModalProgress(QWidget* parent, const QString& title, const QStrin
     auto* label = new WrappedLabel(QString(), widestTextFor(parent), this);
     label->setAlignment(Qt::AlignCenter);
     setLabel(label);
-    findChild<QProgressBar*>()->setAccessibleName(title);
+    auto* bar = findChild<QProgressBar*>();
+    bar->setAccessibleName(title);
+    keepReadable(bar);
 
     setLabelText(text);
     setRange(0, ProgressMaximum);

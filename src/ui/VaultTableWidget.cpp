@@ -5,6 +5,7 @@
 
 #include "core/VaultPath.h"
 #include "ui/DisplayFormats.h"
+#include "ui/ReadableColours.h"
 #include "ui/WindowText.h"
 
 #include <QDrag>
@@ -118,6 +119,7 @@ VaultTableWidget::VaultTableWidget() : QTableWidget(0, VaultColumn::Count) {
                   "QTableWidget::item:focus { outline: none; }"
                   "QTableWidget::item:selected { background-color: palette(highlight); color: "
                   "palette(highlighted-text); }"_s);
+    keepReadable(this);
     setUpHeader();
     setDragEnabled(true);
     // The table marks folders itself, not the gaps between rows.

@@ -1,19 +1,24 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "platform/UsbDevice.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/ProgressProbe.h"
 #include "support/TestProgram.h"
 #include "support/WindowDriver.h"
 #include "ui/ApplicationSetup.h"
+#include "ui/DeviceListWidget.h"
 
 #include <QAbstractButton>
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
 #include <QDialog>
 #include <QDir>
+#include <QHeaderView>
 #include <QLabel>
+#include <QProgressBar>
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
@@ -89,6 +94,77 @@ double contrastOfText(const QImage& image) {
     return best;
 }
 
+/// A part of a widget's image.
+QImage partOf(const QImage& image, const QRect& place) {
+    const qreal ratio = image.devicePixelRatio();
+    return image.copy(
+        QRectF(QPointF(place.topLeft()) * ratio, QSizeF(place.size()) * ratio).toRect());
+}
+
+/// Of normal text (WCAG 2.1, level AA).
+constexpr double Readable = 4.5;
+
+/// The contrast that a row must have. Two are below the others, because their colours are fixed:
+/// the grey of a drive that is not mounted is the same in every theme, and on a dark ground it
+/// reaches that of large text only; the table's style sheet takes the highlight that the theme has
+/// for all programs, and Fusion's has 3.7 : 1.
+double wantedOf(const QAbstractItemView* view, const QModelIndex& index) {
+    constexpr double ReadableWhenLarge = 3.0;
+    const bool fixedGrey = !index.flags().testFlag(Qt::ItemIsSelectable);
+    const bool themesHighlight = view->styleSheet().contains(u"palette(highlight)"_s) &&
+                                 view->selectionModel()->isSelected(index);
+    return fixedGrey || themesHighlight ? ReadableWhenLarge : Readable;
+}
+
+/// The rows that are hard to read, of a view in the picture of its window.
+QStringList faintRowsOf(const QAbstractItemView* view, const QImage& picture) {
+    QStringList faint;
+    const QImage image = imageOf(view->viewport(), picture);
+    const QAbstractItemModel* model = view->model();
+    for (int row = 0; row < model->rowCount(); ++row) {
+        for (int column = 0; column < model->columnCount(); ++column) {
+            const QModelIndex index = model->index(row, column);
+            // Without the line between rows, which can be told from any ground.
+            const QRect place = view->visualRect(index).adjusted(0, 1, 0, -2);
+            const QString text = index.data().toString();
+            const double best = contrastOfText(partOf(image, place & view->viewport()->rect()));
+            if (!text.isEmpty() && !place.isEmpty() && best < wantedOf(view, index)) {
+                faint.append(u"%1 (%2 : 1)"_s.arg(text).arg(best, 0, 'f', 2));
+            }
+        }
+    }
+    return faint;
+}
+
+QStringList faintHeadingsOf(const QHeaderView* header, const QImage& picture) {
+    QStringList faint;
+    const QImage image = imageOf(header->viewport(), picture);
+    for (int section = 0; section < header->count(); ++section) {
+        const QString text = header->model()->headerData(section, header->orientation()).toString();
+        // Without the lines around it.
+        const QRect place = QRect(header->sectionViewportPosition(section), 0,
+                                  header->sectionSize(section), header->height())
+                                .adjusted(3, 3, -3, -3);
+        if (!text.isEmpty() && contrastOfText(partOf(image, place)) < Readable) {
+            faint.append(text);
+        }
+    }
+    return faint;
+}
+
+QStringList faintViewsOf(const QWidget* window, const QImage& picture) {
+    QStringList faint;
+    const QList<QAbstractItemView*> views = window->findChildren<QAbstractItemView*>();
+    for (const QAbstractItemView* view : views) {
+        if (!view->isVisible()) {
+            continue;
+        }
+        const auto* header = qobject_cast<const QHeaderView*>(view);
+        faint += header == nullptr ? faintRowsOf(view, picture) : faintHeadingsOf(header, picture);
+    }
+    return faint;
+}
+
 bool isCutOff(const QWidget* widget) {
     const QSize wanted = widget->sizeHint();
     const auto* label = qobject_cast<const QLabel*>(widget);
@@ -106,13 +182,17 @@ QString nameOf(const QWidget* widget) {
 /// Labels and buttons that are smaller than their text, and texts that cannot be told from the
 /// ground.
 QStringList flawsOf(QWidget* window) {
-    constexpr double Readable = 4.5;
     QStringList flaws;
     const QImage picture = window->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const QStringList faint = faintViewsOf(window, picture);
+    for (const QString& text : faint) {
+        flaws.append(u"hard to read: "_s + text);
+    }
     const QList<QWidget*> widgets = window->findChildren<QWidget*>();
     for (const QWidget* widget : widgets) {
         const bool isText = qobject_cast<const QLabel*>(widget) != nullptr ||
-                            qobject_cast<const QAbstractButton*>(widget);
+                            qobject_cast<const QAbstractButton*>(widget) != nullptr ||
+                            qobject_cast<const QProgressBar*>(widget) != nullptr;
         if (!isText || !widget->isVisible() || widget->property("text").toString().isEmpty()) {
             continue;
         }
@@ -141,6 +221,10 @@ private Q_SLOTS:
     void flawsAreFound();
     void nothingIsCutOffOrUnreadable_data();
     void nothingIsCutOffOrUnreadable();
+    void rowsStayReadableWhenTheThemeChanges_data();
+    void rowsStayReadableWhenTheThemeChanges();
+    void drivesAreReadable_data();
+    void drivesAreReadable();
     void theGuidesHeadingsAndLinksAreReadable_data();
     void theGuidesHeadingsAndLinksAreReadable();
 
@@ -246,6 +330,79 @@ void TestAppearance::nothingIsCutOffOrUnreadable() {
     }
     QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
     QVERIFY2(m_flaws.isEmpty(), qPrintable(m_flaws.join(u'\n')));
+}
+
+namespace {
+
+/// As themes do that grey out what has no focus.
+QPalette greyWithoutFocus(QPalette palette) {
+    const QColor grey(0x88, 0x88, 0x88);
+    palette.setColor(QPalette::Inactive, QPalette::Text, grey);
+    palette.setColor(QPalette::Inactive, QPalette::HighlightedText, grey);
+    palette.setColor(QPalette::Inactive, QPalette::Highlight, grey.lighter());
+    return palette;
+}
+
+} // namespace
+
+void TestAppearance::rowsStayReadableWhenTheThemeChanges_data() {
+    QTest::addColumn<QList<bool>>("darkOnes");
+    QTest::newRow("light") << QList<bool>{false};
+    QTest::newRow("dark") << QList<bool>{true};
+    QTest::newRow("light, then dark") << QList<bool>{false, true};
+    QTest::newRow("dark, then light") << QList<bool>{true, false};
+}
+
+void TestAppearance::rowsStayReadableWhenTheThemeChanges() {
+    QFETCH(const QList<bool>, darkOnes);
+    const auto theme = [this](bool dark) {
+        return greyWithoutFocus(dark ? darkPalette() : m_light);
+    };
+    QApplication::setPalette(theme(darkOnes.first()));
+    m_driver = std::make_unique<WindowDriver>();
+    QVERIFY(openSample() && m_driver->selectRow(u"carta.docx"_s));
+    for (const bool dark : darkOnes) {
+        QApplication::setPalette(theme(dark));
+        QCoreApplication::processEvents();
+    }
+    const QTableWidget* table = m_driver->table();
+    const QImage picture = m_driver->window.grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const QStringList faint = faintRowsOf(table, picture);
+    QVERIFY2(faint.isEmpty(), qPrintable(faint.join(u'\n')));
+    const QImage rows = imageOf(table->viewport(), picture);
+    QCOMPARE(QColor(rows.pixel(rows.width() / 2, rows.height() - 2)),
+             theme(darkOnes.last()).color(QPalette::Base));
+}
+
+void TestAppearance::drivesAreReadable_data() {
+    nothingIsCutOffOrUnreadable_data();
+}
+
+void TestAppearance::drivesAreReadable() {
+    QFETCH(const bool, dark);
+    QApplication::setPalette(greyWithoutFocus(dark ? darkPalette() : m_light));
+    Tessel::Platform::UsbDevice container;
+    container.displayName = u"COFRE"_s;
+    container.rootPath = u"/media/ana/COFRE"_s;
+    container.devicePath = u"/dev/sdx1"_s;
+    container.mounted = true;
+    Tessel::Platform::UsbDevice unmounted;
+    unmounted.displayName = u"FOTOS"_s;
+    unmounted.devicePath = u"/dev/sdy1"_s;
+    unmounted.mounted = false;
+    QWidget window;
+    auto* list = new Tessel::UI::DeviceListWidget;
+    list->setParent(&window);
+    list->resize(500, list->height());
+    list->showVolumes({container, unmounted});
+    list->selectForContainer(container.rootPath + u"/tessel.tvlt"_s);
+    window.show();
+    for (const bool selected : {true, false}) {
+        list->item(0)->setSelected(selected);
+        const QImage picture = window.grab().toImage().convertToFormat(QImage::Format_RGB32);
+        const QStringList faint = faintRowsOf(list, picture);
+        QVERIFY2(faint.isEmpty(), qPrintable(faint.join(u'\n')));
+    }
 }
 
 void TestAppearance::theGuidesHeadingsAndLinksAreReadable_data() {

@@ -55,7 +55,7 @@ QString look(const QListWidgetItem* item) {
 
 const QString Plain = u"400"_s;
 const QString Marked =
-    u"background #deedff, 700, Dispositivo associado ao container selecionado."_s;
+    u"text #000000, background #deedff, 700, Dispositivo associado ao container selecionado."_s;
 const QString Unmounted = u"text #6e6e6e, 400, "_s + MountHint;
 const QString UnmountedWithoutHint = u"text #6e6e6e, 400"_s;
 
