@@ -18,7 +18,7 @@ namespace {
 constexpr int PatienceMs = 60000;
 
 // -f because some of strace's injections are lost without it; -o because it would otherwise mix
-// its report with what the driver says.
+// its report with what the tool says.
 const QStringList StraceOptions{u"-f"_s, u"-qq"_s, u"-o"_s, u"/dev/null"_s};
 
 int run(QProcess& process, const QStringList& arguments) {
@@ -44,10 +44,17 @@ DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
     if (!watchedPath.isEmpty()) {
         options << u"-P"_s << watchedPath;
     }
+    QStringList names;
     for (const QString& injection : injections) {
         options << u"-e"_s << u"inject="_s + injection;
+        names << injection.section(u':', 0, 0);
     }
-    options << QStringLiteral(TESSEL_FAULT_DRIVER);
+    options << u"-e"_s << u"trace="_s + (names.isEmpty() ? u"none"_s : names.join(u','));
+    if (!names.isEmpty() && injections.filter(u"signal="_s).isEmpty()) {
+        // Only these calls stop the program, but strace cannot kill it there.
+        options << u"--seccomp-bpf"_s;
+    }
+    options << QStringLiteral(TESSEL_VAULT_TOOL);
 
     DriverRun result;
     QProcess process;
@@ -74,7 +81,7 @@ QStringList callsOfDriver(const QStringList& arguments, const QString& names) {
                               trace.fileName(),
                               u"-e"_s,
                               u"trace="_s + names,
-                              QStringLiteral(TESSEL_FAULT_DRIVER)};
+                              QStringLiteral(TESSEL_VAULT_TOOL)};
     if (run(process, options + arguments) != 0) {
         return {};
     }

@@ -12,10 +12,10 @@
 
 namespace Tessel::Tests {
 
-/// What fault_driver said of its one operation.
+/// What vault_tool said of its operation.
 struct DriverRun {
     int exitCode = -1;
-    /// "result", "state", "index", "text"; see fault_driver.cpp.
+    /// "result", "state", "index", "text"; see vault_tool.cpp.
     QMap<QString, QString> said;
 
     [[nodiscard]] bool ended() const { return exitCode == 0; }

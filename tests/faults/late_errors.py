@@ -9,9 +9,7 @@ must fail, and when the drive works again the vault must have its former content
 loop device.
 """
 
-import contextlib
 import os
-import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -35,7 +33,7 @@ class LyingDrive(power_cut.Drive):
         power_cut.run("mount", "-t", "tmpfs", "-o", f"size={SMALL_BYTES}", "tmpfs", self.small)
         try:
             super().__init__(self.small)
-        except power_cut.Refused:
+        except OSError:
             power_cut.run("umount", self.small)
             raise
 
@@ -54,57 +52,43 @@ class LyingDrive(power_cut.Drive):
         power_cut.run("umount", self.small)
 
 
-def problem_with(drive, operation, base, checker):
-    world = vw.World(drive.place / "world", operation, base)
-    drive.mount()
-    expected = vw.Expected.learn(world, checker)
-    world.reset()
-    drive.rob()
-    ran = subprocess.run(world.command(), env=world.environment(), text=True, check=False,
-                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-    drive.give_back()
-    drive.unmount()
-    drive.mount()
-    try:
-        if vw.parse_said(ran.stdout).get("result") != "false":
-            return f"what the drive has lost was reported done: {ran.stdout!r}"
-        state = world.state(checker)
-        if state is None:
-            return "the vault does not open"
-        return None if state == expected.before else "the vault holds something else"
-    except vw.Disagreement as disagreement:
-        return str(disagreement)
-    finally:
+class LateErrors(power_cut.PowerCuts):
+    def __init__(self, folder, thorough, jobs):
+        super().__init__(folder, thorough, jobs, LyingDrive)
+
+    def problem_with(self, operation):
+        drive = self.drive
+        world = vw.World(drive.place / "world", operation, self.base, dense=True)
+        drive.mount()
+        expected = vw.Expected.learn(world, self.checker())
+        world.reset()
+        drive.rob()
+        ran = subprocess.run(world.command(), env=world.environment(), text=True, check=False,
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        drive.give_back()
         drive.unmount()
+        drive.mount()
+        try:
+            if vw.parse_said(ran.stdout).get("result") != "false":
+                return f"what the drive has lost was reported done: {ran.stdout!r}"
+            state = world.state(self.checker())
+            if state != expected.before:
+                return vw.problem_with(state) or "the vault holds something else"
+            return None
+        except vw.Disagreement as disagreement:
+            return str(disagreement)
 
-
-def try_all(drive, base, checker):
-    whole = True
-    for operation in vw.OPERATIONS:
-        if operation.name in OPERATIONS:
-            problem = problem_with(drive, operation, base, checker)
-            print(f"{operation.name}: {problem or 'fails, and leaves the vault whole'}", flush=True)
-            whole = whole and problem is None
-    return 0 if whole else 1
+    def run(self, operation):
+        problem = self.problem_with(operation)
+        if problem:
+            print(f"FAIL {operation.name}: {problem}", flush=True)
+        return 1, int(problem is None)
 
 
 def main():
-    if os.geteuid() != 0 or not shutil.which("mkfs.ext4"):
-        return vw.refused("only root can mount a loop device, and needs mkfs.ext4")
-    power_cut.enter_own_mounts()
-    with vw.fast_folder() as folder, contextlib.ExitStack() as closing:
-        checker = vw.Checker(False)
-        closing.callback(checker.close)
-        base = vw.make_base(checker, folder)
-        try:
-            drive = LyingDrive(folder)
-            closing.callback(drive.close)
-            drive.mount()
-            drive.unmount()
-        except power_cut.Refused as reason:
-            return vw.refused(reason)
-        return try_all(drive, base, checker)
+    operations = [operation for operation in vw.OPERATIONS if operation.name in OPERATIONS]
+    return vw.run_sweep(__doc__, LateErrors, "late errors", operations)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(power_cut.run_on_a_drive(main))

@@ -9,10 +9,7 @@ It is then mounted again, which replays its journal. The vault must have its con
 after the operation; what was reported done must be there. Needs root and a loop device.
 """
 
-import argparse
-import contextlib
 import fcntl
-import json
 import os
 import random
 import shutil
@@ -31,14 +28,14 @@ IMAGE_BYTES = 192 << 20
 
 
 class Refused(Exception):
-    pass
+    """This machine cannot provide such a drive."""
 
 
 def run(*command):
     found = subprocess.run(command, check=False, text=True, stdout=subprocess.PIPE,
                            stderr=subprocess.STDOUT)
     if found.returncode != 0:
-        raise Refused(f"{' '.join(map(str, command))}: {found.stdout.strip()}")
+        raise OSError(f"{' '.join(map(str, command))}: {found.stdout.strip()}")
     return found.stdout
 
 
@@ -57,8 +54,9 @@ class Drive:
         self.mounted = False
 
     def mount(self):
-        run("mount", self.device, self.place)
-        self.mounted = True
+        if not self.mounted:
+            run("mount", self.device, self.place)
+            self.mounted = True
 
     def unmount(self):
         if self.mounted:
@@ -73,8 +71,6 @@ class Drive:
         descriptor = os.open(self.place, os.O_RDONLY)
         try:
             fcntl.ioctl(descriptor, SHUTDOWN, WITHOUT_LOG)
-        except OSError as error:
-            raise Refused(f"the file system does not shut down: {error}") from error
         finally:
             os.close(descriptor)
 
@@ -106,46 +102,51 @@ def problem_with(drive, world, expected, checker, delay):
     drive.mount()
     try:
         state = world.state(checker)
-        if state is None:
-            return "the vault does not open"
-        if not state.is_whole():
-            return "a file cannot be read"
-        if delay is None and said.get("result") != "true":
+        if vw.problem_with(state):
+            return vw.problem_with(state)
+        done = said.get("result") == "true"
+        if delay is None and not done:
             return "the operation failed undisturbed"
-        if said.get("result") == "true" and state != expected.after:
+        if done and state != expected.after:
             return "what was reported done is lost"
         if state not in (expected.before, expected.after):
             return "the vault holds something else"
-        if said.get("result") == "true" and world.operation.command == "export" and \
-                world.exported() != dict(expected.after.files)["docs/a.bin"]:
-            return "the exported file is lost"
-        return None
+        return None if not done or world.has_exported(expected) else "the exported file is lost"
     except vw.Disagreement as disagreement:
         return str(disagreement)
-    finally:
-        drive.unmount()
 
 
-def try_operation(drive, operation, base, checker, times):
-    world = vw.World(drive.place / "world", operation, base)
-    drive.mount()
-    expected = vw.Expected.learn(world, checker)
-    began = time.monotonic()
-    world.reset()
-    subprocess.run(world.command(), env=world.environment(), check=True, stdout=subprocess.DEVNULL)
-    lasts = time.monotonic() - began
-    drive.unmount()
-    chance = random.Random(operation.name)
-    delays = [None] + [chance.random() * lasts for _ in range(times - 1)]
-    whole = 0
-    for delay in delays:
-        problem = problem_with(drive, world, expected, checker, delay)
-        whole += problem is None
-        if problem:
-            print(f"FAIL {operation.name}: power cut after {delay} s of {lasts}: {problem}",
-                  flush=True)
-    print(f"{operation.name}: {len(delays)} power cuts, {whole} left the vault whole", flush=True)
-    return {"operation": operation.name, "cuts": len(delays), "whole": whole}
+class PowerCuts(vw.Sweep):
+    def __init__(self, folder, thorough, jobs, drive=Drive):
+        super().__init__(folder, thorough, jobs)
+        try:
+            self.drive = drive(folder)
+            self.drive.mount()
+            self.drive.unmount()
+        except OSError as reason:
+            super().close()
+            raise Refused(str(reason)) from reason
+
+    def close(self):
+        self.drive.close()
+        super().close()
+
+    def run(self, operation):
+        drive = self.drive
+        world = vw.World(drive.place / "world", operation, self.base, dense=True)
+        drive.mount()
+        expected = vw.Expected.learn(world, self.checker())
+        chance = random.Random(operation.name)
+        times = 20 if self.thorough else 2
+        delays = [None] + [chance.random() * expected.lasted for _ in range(times - 1)]
+        whole = 0
+        for delay in delays:
+            problem = problem_with(drive, world, expected, self.checker(), delay)
+            whole += problem is None
+            if problem:
+                print(f"FAIL {operation.name}: power cut after {delay} s of "
+                      f"{expected.lasted}: {problem}", flush=True)
+        return len(delays), whole
 
 
 def enter_own_mounts():
@@ -157,36 +158,16 @@ def enter_own_mounts():
                               "-B", *sys.argv])
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--long", action="store_true", help="cut the power more often")
-    parser.add_argument("--json", help="where to write the counts")
-    parser.add_argument("--only", help="the operation to try")
-    options = parser.parse_args()
+def run_on_a_drive(run):
+    """Runs a test that mounts a drive; the exit status, also where none can be mounted."""
     if os.geteuid() != 0 or not shutil.which("mkfs.ext4"):
         return vw.refused("only root can mount a loop device, and needs mkfs.ext4")
     enter_own_mounts()
-    results = []
-    with vw.fast_folder() as folder:
-        with contextlib.ExitStack() as closing:
-            checker = vw.Checker(options.long)
-            closing.callback(checker.close)
-            base = vw.make_base(checker, folder)
-            try:
-                drive = Drive(folder)
-                closing.callback(drive.close)
-                drive.mount()
-                drive.unmount()
-            except Refused as reason:
-                return vw.refused(reason)
-            for operation in vw.OPERATIONS:
-                if options.only in (None, operation.name):
-                    times = 20 if options.long else (1 if operation.slow else 2)
-                    results.append(try_operation(drive, operation, base, checker, times))
-    if options.json:
-        Path(options.json).write_text(json.dumps(results), encoding="utf-8")
-    return 0 if all(row["cuts"] == row["whole"] for row in results) else 1
+    try:
+        return run()
+    except Refused as reason:
+        return vw.refused(reason)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_on_a_drive(lambda: vw.run_sweep(__doc__, PowerCuts, "cuts")))

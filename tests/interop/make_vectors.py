@@ -132,10 +132,9 @@ def tear(path, writer, in_rows=False):
 MAKERS = {"argon2id": argon2id, "lenient": lenient, "torn": torn, "torn-rows": torn_rows}
 
 
-def describe(path):
+def describe(container):
     """Everything between the password and the plaintext, for comparison step by step."""
-    container = fmt.Container(path, PASSWORD.encode())
-    with open(path, "rb") as file:
+    with open(container.path, "rb") as file:
         whole = file.read()
     crypto = container.crypto
     return {
@@ -186,7 +185,7 @@ def main():
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "tessel.tvlt")
             make(path)
-            description = describe(path)
+            description = describe(fmt.Container(path, PASSWORD.encode()))
             with open(path, "rb") as file:
                 packed = lzma.compress(file.read(), preset=9)
         target = os.path.join(VECTORS, name)

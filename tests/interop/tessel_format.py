@@ -394,12 +394,12 @@ class Container:
                 self._open_redo_record(file, password, fault)
 
     def _read_region(self, file):
-        """The length line, the header and the rest of its region."""
+        """The length line and the header."""
         line, length = read_length_line(file)
-        region = file.read(HEADER_REGION_BYTES)
-        if len(region) != HEADER_REGION_BYTES:
+        header = file.read(length)
+        if os.fstat(file.fileno()).st_size < len(MAGIC) + len(line) + HEADER_REGION_BYTES:
             raise FormatError("header region cut short")
-        return line, region[:length], region[length:]
+        return line, header
 
     def _open_redo_record(self, file, password, fault):
         """Opens the record instead of the header; without one, raises the header's fault."""
@@ -408,13 +408,11 @@ class Container:
         except FormatError:
             raise fault from None
         line_bytes = LENGTH_DIGITS + 1
-        header = image[line_bytes:]
         self.from_redo_record = True
-        self._open_header(image[:line_bytes], header, bytes(HEADER_REGION_BYTES - len(header)),
-                          password)
+        self._open_header(image[:line_bytes], image[line_bytes:], password)
 
-    def _open_header(self, line, header, padding, password):
-        self.length_line, self.header_json, self.padding = line, header, padding
+    def _open_header(self, line, header, password):
+        self.length_line, self.header_json = line, header
         self.payload_offset = len(MAGIC) + len(line) + HEADER_REGION_BYTES
         self.header = parse_json_object(header, "header")
         if self.header.get("magic") != "TESSEL":
@@ -505,7 +503,7 @@ class Container:
         faults = []
         checks = [
             ("length line", self.length_line == b"%020d\n" % len(self.header_json)),
-            ("padding", not self.padding.strip(b"\0")),
+            ("padding", not self._padding().strip(b"\0")),
             ("header JSON", self.header_json == compact_json({
                 "crypto": self.crypto.to_json(), "encryptedIndex": to_base64(self.encrypted_index),
                 "formatVersion": FORMAT_VERSION, "magic": "TESSEL"})),
@@ -521,6 +519,15 @@ class Container:
         for entry in self.files:
             faults += [f"{entry.path}: {fault}" for fault in _entry_faults(entry)]
         return faults + self._block_faults()
+
+    def _padding(self):
+        """The rest of the header region; nothing if the header is not the one there."""
+        if self.from_redo_record:
+            return b""
+        begin = len(MAGIC) + len(self.length_line) + len(self.header_json)
+        with open(self.path, "rb") as file:
+            file.seek(begin)
+            return file.read(self.payload_offset - begin)
 
     def _index_as_written(self):
         if self.in_rows:
