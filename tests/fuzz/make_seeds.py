@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 The Tessel developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 
@@ -9,16 +9,16 @@ Each is named after its contents or the fault that it once showed. Usage:
     make_seeds.py --check    fails if the committed seeds are not what it would write
 """
 
-import base64
-import hashlib
 import json
 import sys
 from pathlib import Path
 
 SEEDS = Path(__file__).parent / "seeds"
-MAGIC = b"TESSEL3"
-PAYLOAD_OFFSET = 8388636
-TAG_BYTES = 16
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "interop"))
+
+import tessel_format as fmt
+from tessel_format import MAGIC, length_line
+
 DATE = "2025-03-01T14:05:09.120Z"
 
 
@@ -26,12 +26,7 @@ def compact(value):
     return json.dumps(value, separators=(",", ":"), ensure_ascii=False).encode()
 
 
-def length_line(size):
-    return b"%020d\n" % size
-
-
-def text64(data):
-    return base64.b64encode(data).decode()
+text64 = fmt.to_base64
 
 
 # --- The index ----------------------------------------------------------------------------------
@@ -40,12 +35,11 @@ def text64(data):
 def sealed_blocks():
     """The blocks that are in the vault target's container."""
     blocks = []
-    offset = PAYLOAD_OFFSET
+    offset = fmt.PAYLOAD_OFFSET
     for number, size in enumerate((1, 100, 5000, 70000)):
-        nonce = bytes([ord("A") + number]) * 24
-        blocks.append({"encryptedSize": size + TAG_BYTES, "nonce": text64(nonce),
-                       "offset": offset, "plainSize": size})
-        offset += size + TAG_BYTES
+        nonce = bytes([ord("A") + number]) * fmt.NONCE_BYTES
+        blocks.append(fmt.Block(offset, size, size + fmt.TAG_BYTES, nonce).to_json())
+        offset += size + fmt.TAG_BYTES
     return blocks
 
 
@@ -53,15 +47,13 @@ ONE, HUNDRED, THOUSANDS, LARGE = sealed_blocks()
 
 
 def file(path, *blocks, **members):
-    entry = {"blocks": list(blocks), "id": "0f8fad5b-d9cb-469f-a165-70867728950e",
-             "lastModifiedUtc": DATE, "sha256": "00" * 32,
-             "sizeBytes": sum(block.get("plainSize", 0) for block in blocks), "vaultPath": path}
-    entry.update(members)
-    return entry
+    entry = fmt.FileEntry("0f8fad5b-d9cb-469f-a165-70867728950e", path,
+                          sum(block.get("plainSize", 0) for block in blocks), DATE, bytes(32))
+    return {**entry.to_json(), "blocks": list(blocks), **members}
 
 
 def folder(path):
-    return {"createdUtc": DATE, "modifiedUtc": DATE, "path": path}
+    return fmt.FolderEntry(path, DATE, DATE).to_json()
 
 
 def index(files=(), folders=()):
@@ -69,12 +61,8 @@ def index(files=(), folders=()):
 
 
 def rows(value):
-    """The index in the form of a redo record; every date is the same one."""
-    return compact([
-        [[item["path"], 1740837909120, 1740837909120] for item in value["directories"]],
-        [[item["id"], item["vaultPath"], item["sizeBytes"], 1740837909120, text64(bytes(32)),
-          [[block["offset"], block["plainSize"], block["encryptedSize"], block["nonce"]]
-           for block in item["blocks"]]] for item in value["files"]]])
+    """The index in the form of a redo record."""
+    return fmt.index_to_rows(*fmt.index_from_json(compact(value)))
 
 
 GOOD_INDEX = index([file("docs/a.txt", HUNDRED), file("b.bin", ONE, THOUSANDS), file("empty")],
@@ -131,10 +119,9 @@ def rows_seeds():
 
 
 def header(**members):
-    crypto = {"authTag": "", "cipher": "XChaCha20-Poly1305", "encryptedMasterKey": text64(b"m" * 80),
-              "kdf": "Argon2id", "kdfIterations": 0, "nonce": text64(b"n" * 24),
-              "payloadNonce": text64(b"p" * 24), "salt": text64(b"s" * 16)}
-    value = {"crypto": crypto, "encryptedIndex": text64(b"index"), "formatVersion": 3,
+    crypto = fmt.Crypto("Argon2id", fmt.CIPHER, 0, b"s" * fmt.SALT_BYTES, b"n" * fmt.NONCE_BYTES,
+                        b"p" * fmt.NONCE_BYTES, b"", b"m" * 80)
+    value = {"crypto": crypto.to_json(), "encryptedIndex": text64(b"index"), "formatVersion": 3,
              "magic": "TESSEL"}
     value.update(members)
     return compact({key: value[key] for key in value if value[key] is not None})
@@ -178,8 +165,7 @@ def container_seeds():
 # --- The redo record ----------------------------------------------------------------------------
 
 
-def trailer(image, size):
-    return hashlib.sha256(image).digest() + size + b"TESSEL-REDO\n"
+trailer = fmt.redo_trailer
 
 
 def redo_record_seeds():
@@ -202,7 +188,7 @@ def redo_record_seeds():
     yield "region-rewrite-whole", seed(sealed | own_line | in_region | rewrite, b"", good)
     yield "region-twice", seed(sealed | own_line | two | in_region, torn, good)
     yield "region-cut-short", seed(in_region, torn, (
-        image + trailer(image, b"%020d" % len(image)))[:-1])
+        image + trailer(image))[:-1])
     yield "region-size", seed(in_region, torn, image + trailer(image, b"%020d" % 8388629))
     yield "no-header-in-it", seed(sealed, torn, length_line(1) + b"{")
     yield "line-too-small", seed(sealed, torn, length_line(5) + good)
@@ -212,14 +198,14 @@ def redo_record_seeds():
     yield "line-blanks", seed(sealed, torn, b"%20d\n" % len(good) + good)
     yield "line-without-end", seed(sealed, torn, length_line(len(good))[:-1] + b"0" + good)
     yield "only-a-line", seed(sealed, torn, length_line(1))
-    yield "raw", seed(0, torn, image + trailer(image, b"%020d" % len(image)))
+    yield "raw", seed(0, torn, image + trailer(image))
     yield "raw-other-digest", seed(0, torn, image + trailer(good, b"%020d" % len(image)))
     for name, size in (("negative", b"-9223372036854775808"), ("minus-one", b"%20d" % -1),
                        ("largest", b"09223372036854775807"), ("beyond", b"99999999999999999999"),
                        ("plus", b"+%019d" % len(image)), ("zero", b"%020d" % 0),
                        ("one-more", b"%020d" % (len(image) + 1)), ("region", b"%020d" % 8388629)):
         yield "size-" + name, seed(0, torn, image + trailer(image, size))
-    yield "cut-short", seed(0, torn, (image + trailer(image, b"%020d" % len(image)))[:-1])
+    yield "cut-short", seed(0, torn, (image + trailer(image))[:-1])
 
 
 # --- Paths and mounts ---------------------------------------------------------------------------
@@ -280,7 +266,7 @@ def vault_seeds():
     yield "rows-paths-that-leave", seed(everything, rows(index(
         [file(path, HUNDRED) for path in ("../a", "/etc/a", "..", "a/./b")], [folder("..")])))
     yield "rows-hostile-numbers", seed(everything, rows(index([file("a", block(
-        offset=-2**63, plainSize=2**63 - 1, encryptedSize=2**63 - 1))])))
+        offset=-1, plainSize=2**63 - 1, encryptedSize=2**63 - 1))])).replace(b"-1", b"%d" % -2**63))
     yield "no-object", seed(everything, b"7")
     yield "no-json", seed(everything, b"\x00\xff")
     yield "same-block-twice", seed(export | compact_, index([file("a", ONE, ONE), file("b", ONE)]))

@@ -372,8 +372,8 @@ def read_redo_record_at(file, first, end):
         raise FormatError("size of the redo record")
     file.seek(begin)
     image = file.read(int(digits))
-    length_line = b"%020d\n" % (len(image) - LENGTH_DIGITS - 1)
-    if hashlib.sha256(image).digest() != digest or not image.startswith(length_line):
+    line = length_line(len(image) - LENGTH_DIGITS - 1)
+    if hashlib.sha256(image).digest() != digest or not image.startswith(line):
         raise FormatError("redo record cut short")
     return image
 
@@ -502,8 +502,8 @@ class Container:
         """Where the container differs from what writers must write, as a list of texts."""
         faults = []
         checks = [
-            ("length line", self.length_line == b"%020d\n" % len(self.header_json)),
-            ("padding", not self._padding().strip(b"\0")),
+            ("length line", self.length_line == length_line(len(self.header_json))),
+            ("padding", not self.padding().strip(b"\0")),
             ("header JSON", self.header_json == compact_json({
                 "crypto": self.crypto.to_json(), "encryptedIndex": to_base64(self.encrypted_index),
                 "formatVersion": FORMAT_VERSION, "magic": "TESSEL"})),
@@ -520,7 +520,7 @@ class Container:
             faults += [f"{entry.path}: {fault}" for fault in _entry_faults(entry)]
         return faults + self._block_faults()
 
-    def _padding(self):
+    def padding(self):
         """The rest of the header region; nothing if the header is not the one there."""
         if self.from_redo_record:
             return b""
@@ -583,9 +583,18 @@ def _iso_date(moment):
             f"{moment.microsecond // 1000:03d}Z")
 
 
+def length_line(size):
+    return b"%020d\n" % size
+
+
+def redo_trailer(image, size=None):
+    """What follows the image in a record; the size may be given, for a record that is none."""
+    return hashlib.sha256(image).digest() + (size or b"%020d" % len(image)) + REDO_MARK
+
+
 def redo_record(header):
-    image = b"%020d\n" % len(header) + header
-    return image + hashlib.sha256(image).digest() + b"%020d" % len(image) + REDO_MARK
+    image = length_line(len(header)) + header
+    return image + redo_trailer(image)
 
 
 class Writer:
@@ -650,10 +659,10 @@ class Writer:
         self._file.write(MAGIC + self._length_line % len(header) + header)
         self._file.close()
 
-    def header_in_rows(self):
-        """The header of a redo record, with the index in rows."""
+    def header_in_rows(self, rows=None):
+        """The header of a redo record, with the index in rows; any text may be given for them."""
         crypto = replace(self.crypto, payload_nonce=self._random(NONCE_BYTES))
-        rows = index_to_rows(self.files, self.folders)
+        rows = rows or index_to_rows(self.files, self.folders)
         return compact_json(self._header(crypto, rows, rows_data))
 
     def _header(self, crypto, index, associated_data):

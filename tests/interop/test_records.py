@@ -2,9 +2,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 """tessel_format.py accepts exactly the redo records that the document defines."""
 
-import hashlib
 import unittest
-from dataclasses import replace
 
 import tessel_format as fmt
 from interop_case import InteropCase
@@ -13,11 +11,11 @@ PASSWORD = b"senha do cofre"
 
 
 def record_of(image):
-    return image + hashlib.sha256(image).digest() + b"%020d" % len(image) + fmt.REDO_MARK
+    return image + fmt.redo_trailer(image)
 
 
 def image_of(header):
-    return b"%020d\n" % len(header) + header
+    return fmt.length_line(len(header)) + header
 
 
 class Records(InteropCase):
@@ -29,14 +27,6 @@ class Records(InteropCase):
         self.writer.finish()
         self.whole = self.read("tessel.tvlt")
 
-    def header_in_rows(self, rows):
-        crypto = replace(self.writer.crypto, payload_nonce=b"R" * fmt.NONCE_BYTES)
-        sealed = fmt.seal(rows, self.writer.master_key[:fmt.KEY_BYTES], crypto.payload_nonce,
-                          fmt.rows_data(crypto))
-        return fmt.compact_json({
-            "crypto": crypto.to_json(), "encryptedIndex": fmt.to_base64(sealed),
-            "formatVersion": fmt.FORMAT_VERSION, "magic": "TESSEL"})
-
     def open_torn(self, behind, in_region=b""):
         torn = self.whole[:100] + b"torn" + self.whole[104:fmt.PAYLOAD_OFFSET - len(in_region)]
         self.write("tessel.tvlt", torn + in_region + behind)
@@ -47,26 +37,26 @@ class Records(InteropCase):
             self.open_torn(behind)
 
     def folder_in(self, rows):
-        container = self.open_torn(record_of(image_of(self.header_in_rows(rows))))
+        container = self.open_torn(record_of(image_of(self.writer.header_in_rows(rows))))
         self.assertTrue(container.in_rows)
         return container.folders[0]
 
     def test_rows_are_no_index_of_a_header(self):
-        image = image_of(self.header_in_rows(b"[[],[]]"))
+        image = image_of(self.writer.header_in_rows(b"[[],[]]"))
         self.write("tessel.tvlt",
                    fmt.MAGIC + image + self.whole[len(fmt.MAGIC) + len(image):])
         with self.assertRaises(fmt.FormatError):
             fmt.Container(self.container, PASSWORD)
 
     def test_header_that_opens_goes_before_a_record(self):
-        record = record_of(image_of(self.header_in_rows(b'[[["d",0,0]],[]]')))
+        record = record_of(image_of(self.writer.header_in_rows(b'[[["d",0,0]],[]]')))
         self.write("tessel.tvlt", self.whole + record)
         container = fmt.Container(self.container, PASSWORD)
         self.assertFalse(container.from_redo_record)
         self.assertEqual(container.folders, [])
 
     def test_record_may_end_the_header_region(self):
-        record = record_of(image_of(self.header_in_rows(b'[[["d",0,0]],[]]')))
+        record = record_of(image_of(self.writer.header_in_rows(b'[[["d",0,0]],[]]')))
         for payload in (b"", b"payload", record[1:]):
             container = self.open_torn(payload, in_region=record)
             self.assertEqual([folder.path for folder in container.folders], ["d"])
@@ -75,13 +65,13 @@ class Records(InteropCase):
                 self.open_torn(b"", in_region=damaged)
 
     def test_record_behind_the_payload_goes_before_one_in_the_region(self):
-        newer, older = (record_of(image_of(self.header_in_rows(rows)))
+        newer, older = (record_of(image_of(self.writer.header_in_rows(rows)))
                         for rows in (b'[[["d",0,0]],[]]', b"[[],[]]"))
         container = self.open_torn(newer, in_region=older)
         self.assertEqual([folder.path for folder in container.folders], ["d"])
 
     def test_header_that_opens_ignores_the_region_behind_it(self):
-        record = record_of(image_of(self.header_in_rows(b'[[["d",0,0]],[]]')))
+        record = record_of(image_of(self.writer.header_in_rows(b'[[["d",0,0]],[]]')))
         self.write("tessel.tvlt", self.whole[:-len(record)] + record)
         container = fmt.Container(self.container, PASSWORD)
         self.assertFalse(container.from_redo_record)
@@ -89,7 +79,7 @@ class Records(InteropCase):
 
     def test_record_must_be_whole(self):
         # White space at the end has no meaning in JSON: only the digest shows that it changed.
-        image = image_of(self.header_in_rows(b"[[],[]]") + b" ")
+        image = image_of(self.writer.header_in_rows(b"[[],[]]") + b" ")
         record = record_of(image)
         self.assertEqual(self.open_torn(record).files, [])
         for behind in (b"", record[1:], record[:-1], record + b"x",
@@ -97,13 +87,13 @@ class Records(InteropCase):
             self.refuses(behind)
 
     def test_record_must_have_its_own_length_line(self):
-        header = self.header_in_rows(b"[[],[]]")
+        header = self.writer.header_in_rows(b"[[],[]]")
         for length in (len(header) - 1, len(header) + 1):
             self.refuses(record_of(b"%020d\n" % length + header))
 
     def test_record_must_begin_behind_the_header_region(self):
         # Its digest is right for everything that it covers.
-        image = image_of(self.header_in_rows(b"[[],[]]"))
+        image = image_of(self.writer.header_in_rows(b"[[],[]]"))
         with open(self.container, "wb") as file:
             file.write(fmt.MAGIC)
             file.seek(fmt.PAYLOAD_OFFSET - 1)
@@ -112,7 +102,7 @@ class Records(InteropCase):
             fmt.Container(self.container, PASSWORD)
 
     def test_record_must_not_be_larger_than_a_header_can_be(self):
-        header = self.header_in_rows(b"[[],[]]")
+        header = self.writer.header_in_rows(b"[[],[]]")
         for size in (fmt.HEADER_REGION_BYTES, fmt.HEADER_REGION_BYTES + 1):
             behind = record_of(image_of(header + b" " * (size - len(header))))
             if size > fmt.HEADER_REGION_BYTES:
@@ -124,11 +114,11 @@ class Records(InteropCase):
         for rows in (b"[" * 100000, b"no JSON", b"{}", b"7", b"[[1,{}],[null,[],[[]]]]",
                      b'[[["",0,0]],[["id",""]]]'):
             with self.subTest(rows[:20]):
-                container = self.open_torn(record_of(image_of(self.header_in_rows(rows))))
+                container = self.open_torn(record_of(image_of(self.writer.header_in_rows(rows))))
                 self.assertEqual((container.files, container.folders), ([], []))
 
     def test_short_and_repeated_rows(self):
-        container = self.open_torn(record_of(image_of(self.header_in_rows(
+        container = self.open_torn(record_of(image_of(self.writer.header_in_rows(
             b'[[["d"]],[["1","f"],["2","g","7",{},5,[[],[1]]],["3","f"]]]'))))
         self.assertEqual([(entry.id, entry.path, entry.size) for entry in container.files],
                          [("3", "f", 0), ("2", "g", 7)])
