@@ -111,6 +111,9 @@ class TestDiskSync : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // For the other process.
+    void initTestCase() { qputenv("TESSEL_CHEAP_DERIVATION", "1"); }
+
     // --- Syncs that fail --------------------------------------------------------------------
 
     void aSyncThatFailsIsAFailure_data() {

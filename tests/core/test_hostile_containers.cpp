@@ -143,145 +143,135 @@ class TestHostileContainers : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void unlockingRefuses_data();
-    void unlockingRefuses();
-    void oddContainersOpenAllTheSame_data();
-    void oddContainersOpenAllTheSame();
-    void anEndlessLengthLineTakesNoMemory_data();
-    void anEndlessLengthLineTakesNoMemory();
-    void aFullHeaderRegionTakesBoundedMemory_data();
-    void aFullHeaderRegionTakesBoundedMemory();
-};
+    void initTestCase() { keepTemporaryFilesInMemory(); }
 
-void TestHostileContainers::unlockingRefuses_data() {
-    QTest::addColumn<Spoil>("spoil");
-    addLayoutFaults();
-    addHeaderFaults();
-    addCryptoFaults();
-}
-
-void TestHostileContainers::unlockingRefuses() {
-    QFETCH(const Spoil, spoil);
-    CraftedContainer crafted;
-    crafted.addFile(u"a"_s, "abc");
-    spoil(crafted);
-    VaultFixture fixture(crafted);
-    const QByteArray before = readFile(fixture.container());
-
-    QVERIFY(!fixture.vault.unlockVault(fixture.container(), crafted.keys.password));
-    QCOMPARE(fixture.vault.state(), VaultState::Locked);
-    QVERIFY(fixture.vault.fileIndex().entries().isEmpty());
-    QVERIFY(!fixture.vault.importFile(fixture.container(), u"b"_s));
-    QVERIFY(readFile(fixture.container()) == before);
-}
-
-void TestHostileContainers::oddContainersOpenAllTheSame_data() {
-    QTest::addColumn<Spoil>("spoil");
-    addRow("as it should be", [](auto&) {});
-    addRow("garbage behind the header", [](auto& c) { c.setPadding('\xff'); });
-    addRow("length line with blanks and a sign", [](auto& c) {
-        c.setLengthLine("  +" + QByteArray::number(c.headerJson().size()) + "\t\r\n");
-    });
-    addRow("length line of a mebibyte", [](auto& c) {
-        c.setLengthLine(QByteArray(MebiByte, ' ') + QByteArray::number(c.headerJson().size()) +
-                        '\n');
-    });
-    addRow("header nested as deeply as it may", [](auto& c) {
-        c.replaceInHeader("{\"crypto\"", "{\"x\":" + QByteArray(1023, '[') + QByteArray(1023, ']') +
-                                             ",\"crypto\"");
-    });
-    addRow("unknown members", [](auto& c) {
-        c.setHeaderMember(u"unknown"_s, QJsonObject{{u"a"_s, 1}});
-    });
-    addRow("version 3.0",
-           [](auto& c) { c.replaceInHeader("\"formatVersion\":3", "\"formatVersion\":3.0"); });
-    addRow("first of two magics does not count", [](auto& c) {
-        c.replaceInHeader("\"magic\":\"TESSEL\"", "\"magic\":\"OTHER\",\"magic\":\"TESSEL\"");
-    });
-    addRow("master key of 32 bytes", [](auto& c) { c.keys.masterKey.truncate(32); });
-    addRow("authTag with bytes", [](auto& c) { setBytes(c, "authTag", QByteArray(99, 't')); });
-    addRow("no authTag", [](auto& c) { c.setCryptoMember(u"authTag"_s, QJsonValue::Undefined); });
-    addRow("plain index of something else", [](auto& c) {
-        c.setHeaderMember(u"fileIndex"_s,
-                          QJsonObject{{u"files"_s, QJsonArray{QJsonObject{
-                                                       {u"vaultPath"_s, u"not in the vault"_s}}}}});
-    });
-}
-
-void TestHostileContainers::oddContainersOpenAllTheSame() {
-    QFETCH(const Spoil, spoil);
-    CraftedContainer crafted;
-    crafted.addFile(u"a"_s, "abc");
-    spoil(crafted);
-    VaultFixture fixture(crafted);
-    QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.filePaths(), QStringList{u"a"_s});
-    QCOMPARE(fixture.stored(u"a"_s), QByteArray("abc"));
-}
-
-void TestHostileContainers::anEndlessLengthLineTakesNoMemory_data() {
-    QTest::addColumn<char>("byte");
-    QTest::addRow("a hole in the file") << '\0';
-    QTest::addRow("blanks") << ' ';
-    QTest::addRow("zeros") << '0';
-}
-
-void TestHostileContainers::anEndlessLengthLineTakesNoMemory() {
-    QFETCH(const char, byte);
-    const QTemporaryDir folder;
-    const QString path = folder.filePath(u"tessel.tvlt"_s);
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-    QCOMPARE(file.write("TESSEL3"), 7);
-    const QByteArray piece(16 * MebiByte, byte);
-    for (qint64 written = 0; byte != '\0' && written < GibiByte; written += piece.size()) {
-        QCOMPARE(file.write(piece), piece.size());
+    void unlockingRefuses_data() {
+        QTest::addColumn<Spoil>("spoil");
+        addLayoutFaults();
+        addHeaderFaults();
+        addCryptoFaults();
     }
-    QVERIFY(file.resize(7 + GibiByte));
-    file.close();
+    void unlockingRefuses() {
+        QFETCH(const Spoil, spoil);
+        CraftedContainer crafted;
+        crafted.addFile(u"a"_s, "abc");
+        spoil(crafted);
+        VaultFixture fixture(crafted);
+        const QByteArray before = readFile(fixture.container());
 
-    const PeakMemory memory;
-    VaultManager vault;
-    QVERIFY(!vault.unlockVault(path, TestPassword));
-    QVERIFY(memory.canMeasure());
-    QVERIFY2(memory.growth() < 4 * MebiByte, qPrintable(QString::number(memory.growth())));
-}
+        QVERIFY(!fixture.vault.unlockVault(fixture.container(), crafted.keys.password));
+        QCOMPARE(fixture.vault.state(), VaultState::Locked);
+        QVERIFY(fixture.vault.fileIndex().entries().isEmpty());
+        QVERIFY(!fixture.vault.importFile(fixture.container(), u"b"_s));
+        QVERIFY(readFile(fixture.container()) == before);
+    }
 
-void TestHostileContainers::aFullHeaderRegionTakesBoundedMemory_data() {
-    QTest::addColumn<QByteArray>("start");
-    QTest::addColumn<QByteArray>("element");
-    QTest::addColumn<QByteArray>("end");
-    const QByteArray rest(",\"formatVersion\":3,\"magic\":\"TESSEL\"}");
-    QTest::addRow("an array of digits")
-        << QByteArray("{\"x\":[0") << QByteArray(",0") << QByteArray("]" + rest);
-    QTest::addRow("an array of empty objects")
-        << QByteArray("{\"x\":[0") << QByteArray(",{}") << QByteArray("]" + rest);
-    QTest::addRow("a plain index of empty entries") << QByteArray("{\"fileIndex\":{\"files\":[0")
-                                                    << QByteArray(",{}") << QByteArray("]}" + rest);
-    QTest::addRow("a plain index of one entry again and again")
-        << QByteArray("{\"fileIndex\":{\"files\":[0") << QByteArray(",{\"vaultPath\":\"a\"}")
-        << QByteArray("]}" + rest);
-    QTest::addRow("a plain index of one entry with empty blocks")
-        << QByteArray("{\"fileIndex\":{\"files\":[{\"vaultPath\":\"a\",\"blocks\":[0")
-        << QByteArray(",0") << QByteArray("]}]}" + rest);
-}
+    void oddContainersOpenAllTheSame_data() {
+        QTest::addColumn<Spoil>("spoil");
+        addRow("as it should be", [](auto&) {});
+        addRow("garbage behind the header", [](auto& c) { c.setPadding('\xff'); });
+        addRow("length line with blanks and a sign", [](auto& c) {
+            c.setLengthLine("  +" + QByteArray::number(c.headerJson().size()) + "\t\r\n");
+        });
+        addRow("length line of a mebibyte", [](auto& c) {
+            c.setLengthLine(QByteArray(MebiByte, ' ') + QByteArray::number(c.headerJson().size()) +
+                            '\n');
+        });
+        addRow("header nested as deeply as it may", [](auto& c) {
+            c.replaceInHeader("{\"crypto\"", "{\"x\":" + QByteArray(1023, '[') +
+                                                 QByteArray(1023, ']') + ",\"crypto\"");
+        });
+        addRow("unknown members", [](auto& c) {
+            c.setHeaderMember(u"unknown"_s, QJsonObject{{u"a"_s, 1}});
+        });
+        addRow("version 3.0",
+               [](auto& c) { c.replaceInHeader("\"formatVersion\":3", "\"formatVersion\":3.0"); });
+        addRow("first of two magics does not count", [](auto& c) {
+            c.replaceInHeader("\"magic\":\"TESSEL\"", "\"magic\":\"OTHER\",\"magic\":\"TESSEL\"");
+        });
+        addRow("master key of 32 bytes", [](auto& c) { c.keys.masterKey.truncate(32); });
+        addRow("authTag with bytes", [](auto& c) { setBytes(c, "authTag", QByteArray(99, 't')); });
+        addRow("no authTag",
+               [](auto& c) { c.setCryptoMember(u"authTag"_s, QJsonValue::Undefined); });
+        addRow("plain index of something else", [](auto& c) {
+            c.setHeaderMember(
+                u"fileIndex"_s,
+                QJsonObject{{u"files"_s,
+                             QJsonArray{QJsonObject{{u"vaultPath"_s, u"not in the vault"_s}}}}});
+        });
+    }
+    void oddContainersOpenAllTheSame() {
+        QFETCH(const Spoil, spoil);
+        CraftedContainer crafted;
+        crafted.addFile(u"a"_s, "abc");
+        spoil(crafted);
+        VaultFixture fixture(crafted);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.filePaths(), QStringList{u"a"_s});
+        QCOMPARE(fixture.stored(u"a"_s), QByteArray("abc"));
+    }
 
-void TestHostileContainers::aFullHeaderRegionTakesBoundedMemory() {
-    QFETCH(const QByteArray, start);
-    QFETCH(const QByteArray, element);
-    QFETCH(const QByteArray, end);
-    const qsizetype count =
-        (CraftedContainer::HeaderRegionBytes - start.size() - end.size()) / element.size();
-    CraftedContainer crafted;
-    crafted.setHeaderJson(start + element.repeated(count) + end);
-    VaultFixture fixture(crafted);
+    void anEndlessLengthLineTakesNoMemory_data() {
+        QTest::addColumn<char>("byte");
+        QTest::addRow("a hole in the file") << '\0';
+        QTest::addRow("blanks") << ' ';
+        QTest::addRow("zeros") << '0';
+    }
+    void anEndlessLengthLineTakesNoMemory() {
+        QFETCH(const char, byte);
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(u"tessel.tvlt"_s);
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        QCOMPARE(file.write("TESSEL3"), 7);
+        const QByteArray line(byte == '\0' ? 0 : 64 * MebiByte, byte);
+        QCOMPARE(file.write(line), line.size());
+        QVERIFY(byte != '\0' || file.resize(7 + GibiByte));
+        file.close();
 
-    const PeakMemory memory;
-    QVERIFY(!fixture.vault.unlockVault(fixture.container(), TestPassword));
-    QVERIFY(memory.canMeasure());
-    // What the engine's Argon2id takes for every password, good or bad, and as much again.
-    QVERIFY2(memory.growth() < 512 * MebiByte, qPrintable(QString::number(memory.growth())));
-}
+        const PeakMemory memory;
+        VaultManager vault;
+        QVERIFY(!vault.unlockVault(path, TestPassword));
+        QVERIFY(memory.canMeasure());
+        QVERIFY2(memory.growth() < 4 * MebiByte, qPrintable(QString::number(memory.growth())));
+    }
+
+    void aFullHeaderRegionTakesBoundedMemory_data() {
+        QTest::addColumn<QByteArray>("start");
+        QTest::addColumn<QByteArray>("element");
+        QTest::addColumn<QByteArray>("end");
+        const QByteArray rest(",\"formatVersion\":3,\"magic\":\"TESSEL\"}");
+        QTest::addRow("an array of digits")
+            << QByteArray("{\"x\":[0") << QByteArray(",0") << QByteArray("]" + rest);
+        QTest::addRow("an array of empty objects")
+            << QByteArray("{\"x\":[0") << QByteArray(",{}") << QByteArray("]" + rest);
+        QTest::addRow("a plain index of empty entries")
+            << QByteArray("{\"fileIndex\":{\"files\":[0") << QByteArray(",{}")
+            << QByteArray("]}" + rest);
+        QTest::addRow("a plain index of one entry again and again")
+            << QByteArray("{\"fileIndex\":{\"files\":[0") << QByteArray(",{\"vaultPath\":\"a\"}")
+            << QByteArray("]}" + rest);
+        QTest::addRow("a plain index of one entry with empty blocks")
+            << QByteArray("{\"fileIndex\":{\"files\":[{\"vaultPath\":\"a\",\"blocks\":[0")
+            << QByteArray(",0") << QByteArray("]}]}" + rest);
+    }
+    void aFullHeaderRegionTakesBoundedMemory() {
+        QFETCH(const QByteArray, start);
+        QFETCH(const QByteArray, element);
+        QFETCH(const QByteArray, end);
+        const qsizetype count =
+            (CraftedContainer::HeaderRegionBytes - start.size() - end.size()) / element.size();
+        CraftedContainer crafted;
+        crafted.setHeaderJson(start + element.repeated(count) + end);
+        VaultFixture fixture(crafted);
+
+        const PeakMemory memory;
+        QVERIFY(!fixture.vault.unlockVault(fixture.container(), TestPassword));
+        QVERIFY(memory.canMeasure());
+        // What the engine's Argon2id takes for every password, good or bad, and as much again.
+        QVERIFY2(memory.growth() < 512 * MebiByte, qPrintable(QString::number(memory.growth())));
+    }
+};
 
 TESSEL_TEST_MAIN(runTest<QCoreApplication, TestHostileContainers>);
 #include "test_hostile_containers.moc"

@@ -4,11 +4,13 @@
 #include "DriverRun.h"
 #include "VaultFixture.h"
 
+#include "support/CheapDerivation.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QFileInfo>
 #include <QSet>
 #include <QTest>
@@ -16,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <functional>
+#include <limits>
 
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -75,7 +78,7 @@ public:
 
 } // namespace
 
-// Stands before the C library's, for the toolkit as well.
+// Comes before the C library's, for Qt as well.
 extern "C" ssize_t write(int descriptor, const void* bytes, size_t size) {
     const qint64 allowed = bytesBeforeTheFault(descriptor, size);
     if (allowed < 0) {
@@ -162,6 +165,16 @@ CraftedContainer withALargeHeader() {
     return Change::base().addFolder(QString(3300000, u'x'));
 }
 
+QByteArray twentyDigits(qint64 number) {
+    return QByteArray::number(number).rightJustified(20, '0');
+}
+
+/// A redo record as the format describes it, around any image and under any size.
+QByteArray recordOf(const QByteArray& image, const QByteArray& size = {}) {
+    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
+           (size.isEmpty() ? twentyDigits(image.size()) : size) + RecordMark;
+}
+
 constexpr qint64 PageBytes = 4096;
 
 /// Bytes of no block that leave nothing of the file's last page when @p behind follow them.
@@ -169,17 +182,8 @@ CraftedContainer withoutRoomInItsLastPage(CraftedContainer vault, qint64 behind 
     return vault.leaveGap(PageBytes - (vault.fileSize() + behind) % PageBytes);
 }
 
-QStringList foldersOf(const VaultManager& vault) {
-    QStringList paths;
-    const QList<VaultDirectoryEntry> folders = vault.fileIndex().directories();
-    for (const VaultDirectoryEntry& folder : folders) {
-        paths.append(folder.path);
-    }
-    return paths;
-}
-
-bool isAfterState(const VaultManager& vault) {
-    return foldersOf(vault).contains(u"nova"_s);
+bool isAfterState(const VaultFixture& fixture) {
+    return fixture.folderPaths().contains(u"nova"_s);
 }
 
 // The length line, the header and all that is behind it in its region.
@@ -190,12 +194,25 @@ bool isZeroBehindTheHeader(const QByteArray& container) {
     return header > 0 && restBytes >= 0 && rest.left(restBytes) == QByteArray(restBytes, '\0');
 }
 
+bool isZeroBehindTheHeader(const VaultFixture& fixture) {
+    return isZeroBehindTheHeader(fixture.bytes());
+}
+
+/// A locked vault whose container has these bytes.
+struct ContainerOf : VaultFixture {
+    explicit ContainerOf(const QByteArray& bytes) {
+        if (!writeFile(container(), bytes)) {
+            qFatal("cannot write the container for the test");
+        }
+    }
+};
+
 /// Whether the container is what the change would have left, but for the nonce of the index: a
 /// second sealing never uses it again.
 bool isFinished(const QString& container, const Change& change) {
     const QByteArray bytes = readFile(container);
     return isZeroBehindTheHeader(bytes) && bytes.mid(PayloadOffset) == change.after.payload() &&
-           indexAsOpenedAnew(container, change.after.keys.password) == change.after.indexJson();
+           indexOnDrive(container, change.after.keys.password) == change.after.indexJson();
 }
 
 struct FileTimes {
@@ -238,301 +255,10 @@ private:
 
 } // namespace
 
-class TestRedoRecord : public QObject {
-    Q_OBJECT
-
-private Q_SLOTS:
-    void repairsAHeaderTornAtAnyByte_data();
-    void repairsAHeaderTornAtAnyByte();
-    void repairsFromARecordOfTheHeaderAsItIs();
-    void recordIsSealedUnderANonceOfItsOwn();
-    void repairSealsTheIndexUnderAFreshNonce();
-    void headerWithItsIndexInRowsIsRefused();
-    void everyChangeLeavesZerosBehindTheHeader();
-    void bytesBehindAHeaderGoWithTheFirstChangeOfEachSession();
-    void laterChangesOfASessionReadTheHeaderAlone();
-    void ignoresARecordCutShort();
-    void ignoresARecordWithAByteAltered();
-    void ignoresARecordOfAnotherVault();
-    void ignoresARecordWhoseLengthLineIsWrong();
-    void readingLeavesARecordBehindAWholeHeaderAlone_data();
-    void readingLeavesARecordBehindAWholeHeaderAlone();
-    void nextChangeRemovesTheRecord_data();
-    void nextChangeRemovesTheRecord();
-    void nextChangeRemovesStackedRecords();
-    void changeRepairsAHeaderTornMeanwhile_data();
-    void changeRepairsAHeaderTornMeanwhile();
-    void backupOfATornContainerIsRepaired();
-    void readOnlyTornContainerIsReadable();
-    void repairsFromARecordInTheHeaderRegion();
-    void recordInTheHeaderRegionMustBeWhole();
-    void recordThatTheHeaderWouldOverwriteIsLeft();
-    void newerRecordIsTheOneBehindThePayload();
-    void fullDriveTakesEveryChangeThatFits_data();
-    void fullDriveTakesEveryChangeThatFits();
-    void fullDriveProtectsItsRewrite_data();
-    void fullDriveProtectsItsRewrite();
-    void fullDriveUsesARegionWithTheRestOfARecord();
-    void fullDriveUndoesARewriteThatFails();
-    void fullDriveKeepsTheBlocksOfARecordThatIsNeeded();
-    void fullDriveReportsAChangeWhoseRecordStays();
-    void recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne();
-    void whatFitsNowhereIsRefusedUnlessItDeletes();
-    void plainRewriteGoesOnWithoutARecord();
-    void fullDriveStillDeletes();
-    void fullDriveUsesTheRoomOfAnOldRecord();
-    void fullDriveRefusesAChangeInFrontOfARecordThatStays();
-    void fullDriveClearsWhatAFailedChangeLeft();
-    void failedRewritePutsTheOldHeaderBack_data();
-    void failedRewritePutsTheOldHeaderBack();
-    void rewriteThatCannotBeUndoneLeavesItsRecord_data();
-    void rewriteThatCannotBeUndoneLeavesItsRecord();
-    void rollBackKeepsARecordThatIsNeeded();
-    void sessionGoesOnAfterARewriteThatCouldNotBeUndone();
-    void failedSyncOfTheRecordIsNotBelieved_data();
-    void failedSyncOfTheRecordIsNotBelieved();
-    void oldPasswordOpensUntilTheHeaderIsTorn();
-    void newPasswordRepairsATornPasswordChange();
-    void tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten();
-    void passwordChangeOfATornContainerKeepsTheNewIndex();
-    void undisturbedContainersEndAtTheirLastBlock();
-    void newContainerEndsAtItsHeaderRegion();
-};
-
-void TestRedoRecord::repairsAHeaderTornAtAnyByte_data() {
-    QTest::addColumn<qint64>("from");
-    QTest::addColumn<qint64>("to");
-    const Change change;
-    const qint64 end = change.headersEnd();
-    QList<qint64> cuts;
-    for (const qint64 around :
-         {LengthLineAt, LengthLineAt + 20, change.before.headerOffset(),
-          change.before.headerOffset() + change.before.headerJson().size(), end}) {
-        cuts << around - 1 << around << around + 1;
-    }
-    for (qint64 sector = 512; sector < end; sector += 512) {
-        cuts << sector;
-    }
-    for (const qint64 cut : qAsConst(cuts)) {
-        QTest::addRow("new before %lld", static_cast<long long>(cut)) << LengthLineAt << cut;
-        QTest::addRow("new from %lld", static_cast<long long>(cut)) << cut << end;
-    }
-    QTest::newRow("one sector of the middle") << qint64(1024) << qint64(1536);
-}
-
-void TestRedoRecord::repairsAHeaderTornAtAnyByte() {
-    QFETCH(const qint64, from);
-    QFETCH(const qint64, to);
-    const Change change;
-    const QByteArray torn = change.torn(from, std::max(from, to));
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), torn + change.record));
-
-    QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-    QCOMPARE(fixture.stored(u"b.txt"_s), "conteudo de b"_ba);
-    const QByteArray found = readFile(fixture.container());
-    const bool isOld = change.hasWholeHeader(torn, change.before);
-    const bool isNew = change.hasWholeHeader(torn, change.after);
-    if (isOld || isNew) {
-        QCOMPARE(isAfterState(fixture.vault), isNew);
-        QVERIFY2(found == torn + change.record, "a container that opens was written to");
-    } else {
-        QVERIFY(isAfterState(fixture.vault));
-        QCOMPARE(found.size(), change.after.fileSize());
-        QVERIFY2(isFinished(fixture.container(), change),
-                 "the repaired container is not the finished one");
-    }
-}
-
-void TestRedoRecord::repairsFromARecordOfTheHeaderAsItIs() {
-    // As a password change leaves it, which does not know the index.
-    const Change change;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.after.redoRecord()));
-    QVERIFY(fixture.unlock());
-    QVERIFY(isAfterState(fixture.vault));
-    QVERIFY(readFile(fixture.container()) == change.after.bytes());
-}
-
-void TestRedoRecord::recordIsSealedUnderANonceOfItsOwn() {
-    NEEDS_TRACING();
-    // Two texts under one nonce would show what they have in common, to anybody.
-    const Change change;
-    const VaultFixture fixture(change.before);
-    const DriverRun run =
-        runDriver({fixture.container(), QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s},
-                  fixture.container(), {u"ftruncate:error=EIO"_s});
-    QVERIFY(run.ended());
-    ContainerDocument header;
-    ContainerDocument record;
-    const ContainerManager manager;
-    QVERIFY(manager.readDocument(fixture.container(), &header));
-    QVERIFY2(manager.readRedoRecord(fixture.container(), &record), "the record was to stay");
-    const QSet<QByteArray> nonces{change.before.keys.payloadNonce, header.crypto.payloadNonce,
-                                  record.crypto.payloadNonce};
-    QCOMPARE(nonces.size(), 3);
-    QVERIFY(record.encryptedIndex.size() < header.encryptedIndex.size());
-    record.crypto.payloadNonce = header.crypto.payloadNonce;
-    QCOMPARE(manager.cryptoMetadataToJson(record.crypto),
-             manager.cryptoMetadataToJson(header.crypto));
-}
-
-void TestRedoRecord::repairSealsTheIndexUnderAFreshNonce() {
-    const Change change;
-    const QByteArray torn = change.tornInTheMiddle() + change.record;
-    QSet<QByteArray> nonces{change.before.keys.payloadNonce, change.after.keys.payloadNonce,
-                            change.after.withIndexInRows().keys.payloadNonce};
-    const qsizetype known = nonces.size();
-    for (int times = 1; times <= 2; ++times) {
-        VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), torn));
-        QVERIFY(fixture.unlock());
-        ContainerDocument document;
-        QVERIFY(ContainerManager().readDocument(fixture.container(), &document));
-        nonces.insert(document.crypto.payloadNonce);
-        QCOMPARE(nonces.size(), known + times);
-    }
-}
-
-void TestRedoRecord::headerWithItsIndexInRowsIsRefused() {
-    const Change change;
-    VaultFixture fixture(change.after.withIndexInRows());
-    QVERIFY(!fixture.unlock());
-}
-
-void TestRedoRecord::everyChangeLeavesZerosBehindTheHeader() {
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    const auto isZero = [&fixture] {
-        return isZeroBehindTheHeader(readFile(fixture.container()));
-    };
-    // Growing and shrinking headers; the first change looks at all of the region, later ones
-    // at what the header before them covered.
-    QVERIFY(fixture.vault.createDirectory(QString(5000, u'x')) && isZero());
-    QVERIFY(fixture.vault.deleteDirectory(QString(5000, u'x')) && isZero());
-    QVERIFY(fixture.store(QString(3000, u'y'), "y") && isZero());
-    QVERIFY(fixture.vault.renameFile(QString(3000, u'y'), u"y"_s) && isZero());
-    QVERIFY(fixture.vault.compactVault({}, nullptr) && isZero());
-    QVERIFY(fixture.vault.deleteFile(u"docs/a.bin"_s) && isZero());
-}
-
-void TestRedoRecord::bytesBehindAHeaderGoWithTheFirstChangeOfEachSession() {
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-    QVERIFY(fixture.vault.lockVault());
-    QVERIFY(writeFile(fixture.container(), Change::base().setPadding('x').bytes()));
-    QVERIFY(fixture.unlock());
-    QVERIFY(!isZeroBehindTheHeader(readFile(fixture.container())));
-    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-    QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
-}
-
-void TestRedoRecord::laterChangesOfASessionReadTheHeaderAlone() {
-    NEEDS_TRACING();
-    const auto bytesReadBy = [](const QStringList& operation) {
-        const VaultFixture fixture(Change().before);
-        const QStringList calls =
-            callsOfDriver(QStringList{fixture.container(), QString::fromUtf8(TestPassword)} +
-                              operation + QStringList{u"x"_s},
-                          u"read,pread64,rmdir"_s);
-        qint64 sum = 0;
-        bool begun = false;
-        for (const QString& call : calls) {
-            begun = begun || call.contains(u"/tessel-begin"_s);
-            if (begun && call.contains(fixture.container())) {
-                sum += call.mid(call.lastIndexOf(u' ') + 1).toLongLong();
-            }
-        }
-        return sum;
-    };
-    QVERIFY(bytesReadBy({u"mkdir"_s}) > HeaderBytes - 100000);
-    const qint64 later = bytesReadBy({u"save"_s, u"then"_s, u"mkdir"_s});
-    QVERIFY2(later > 1000 && later < 100000, qPrintable(QString::number(later)));
-}
-
-void TestRedoRecord::ignoresARecordCutShort() {
-    const Change change;
-    const QByteArray torn = change.tornInTheMiddle();
-    const QByteArray record = change.record;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), torn + record));
-    QFile file(fixture.container());
-    QVERIFY(file.open(QIODevice::ReadWrite));
-    for (qsizetype left = record.size() - 1; left >= 0;
-         left -= left > record.size() - 80 ? 1 : 97) {
-        QVERIFY(file.resize(torn.size() + left));
-        QVERIFY2(!fixture.unlock(), qPrintable(u"%1 bytes left"_s.arg(left)));
-        QCOMPARE(file.size(), torn.size() + left);
-    }
-    QVERIFY(readFile(fixture.container()).startsWith(torn.left(change.headersEnd())));
-}
-
-void TestRedoRecord::ignoresARecordWithAByteAltered() {
-    const Change change;
-    const QByteArray torn = change.tornInTheMiddle();
-    const QByteArray record = change.record;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), torn + record));
-    for (qsizetype at = 0; at < record.size(); at += at < record.size() - 80 ? 13 : 1) {
-        const QByteArray altered(1, static_cast<char>(record.at(at) ^ 1));
-        QVERIFY(overwriteAt(fixture.container(), torn.size() + at, altered));
-        QVERIFY2(!fixture.unlock(), qPrintable(u"byte %1"_s.arg(at)));
-        QVERIFY(overwriteAt(fixture.container(), torn.size() + at, record.mid(at, 1)));
-    }
-    QVERIFY(readFile(fixture.container()) == torn + record);
-    QVERIFY(fixture.unlock());
-}
-
-void TestRedoRecord::ignoresARecordOfAnotherVault() {
-    const Change change;
-    CraftedContainer other(6);
-    other.keys.password = "senha de outro cofre"_ba;
-    const QByteArray bytes = change.tornInTheMiddle() + other.redoRecord();
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), bytes));
-    QVERIFY(!fixture.unlock());
-    QVERIFY(readFile(fixture.container()) == bytes);
-}
-
-void TestRedoRecord::ignoresARecordWhoseLengthLineIsWrong() {
-    const Change change;
-    CraftedContainer liar = change.after;
-    liar.setLengthLine(QByteArray::number(liar.headerJson().size() - 1).rightJustified(20, '0') +
-                       '\n');
-    const QByteArray bytes = change.tornInTheMiddle() + liar.redoRecord();
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), bytes));
-    QVERIFY(!fixture.unlock());
-    QVERIFY(readFile(fixture.container()) == bytes);
-}
-
-void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone_data() {
-    QTest::addColumn<bool>("inRegion");
-    QTest::newRow("behind the payload") << false;
-    QTest::newRow("in the header region") << true;
-}
-
-void TestRedoRecord::readingLeavesARecordBehindAWholeHeaderAlone() {
-    QFETCH(const bool, inRegion);
-    const Change change;
-    const QByteArray bytes = withRecord(change.before.bytes(), change.record).at(inRegion ? 1 : 0);
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), bytes));
-    const FileTimes times = timesOf(fixture.container());
-
-    QVERIFY(!fixture.vault.unlockVault(fixture.container(), "errada"_ba));
-    QVERIFY(fixture.unlock());
-    QVERIFY(!isAfterState(fixture.vault));
-    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_s, fixture.file(u"a.bin"_s)));
-    QCOMPARE(readFile(fixture.file(u"a.bin"_s)), noise(3000, 1));
-    QString copy;
-    QVERIFY(fixture.vault.prepareFileForEditing(u"b.txt"_s, &copy));
-    QVERIFY(fixture.vault.lockVault());
-
-    QVERIFY(readFile(fixture.container()) == bytes);
-    QVERIFY(timesOf(fixture.container()) == times);
+/// A record of the change whose header is filled up with blanks.
+static QByteArray paddedRecord(qint64 size) {
+    return recordOf(twentyDigits(size) + '\n' +
+                    Change().after.headerJson().leftJustified(size, ' '));
 }
 
 // One row for each kind of change; each works on the vault of struct Change.
@@ -541,665 +267,795 @@ Q_DECLARE_METATYPE(Operation)
 
 static void addOperations() {
     QTest::addColumn<Operation>("operation");
-    const QList<QPair<const char*, Operation>> rows{
-        {"import",
-         [](VaultFixture& f) {
-             return f.store(u"c.txt"_s, "de c");
-         }},
-        {"new folder",
-         [](VaultFixture& f) {
-             return f.vault.createDirectory(u"outra"_s);
-         }},
-        {"rename",
-         [](VaultFixture& f) {
-             return f.vault.renameFile(u"b.txt"_s, u"d.txt"_s);
-         }},
-        {"move",
-         [](VaultFixture& f) {
-             return f.vault.moveFile(u"b.txt"_s, u"pasta 1"_s);
-         }},
-        {"delete",
-         [](VaultFixture& f) {
-             return f.vault.deleteFile(u"b.txt"_s);
-         }},
-        {"rename folder",
-         [](VaultFixture& f) {
-             return f.vault.renameDirectory(u"pasta 1"_s, u"x/y"_s);
-         }},
-        {"delete folder",
-         [](VaultFixture& f) {
-             return f.vault.deleteDirectory(u"pasta 2"_s);
-         }},
-        {"compaction",
-         [](VaultFixture& f) {
-             return f.vault.compactVault({}, nullptr);
-         }},
-        {"password",
-         [](VaultFixture& f) {
-             return f.vault.lockVault() &&
-                    f.vault.changePassword(f.container(), TestPassword, NewPassword) &&
-                    f.vault.unlockVault(f.container(), NewPassword);
-         }},
-    };
-    for (const auto& [name, operation] : rows) {
+    const auto row = [](const char* name, const Operation& operation) {
         QTest::newRow(name) << operation;
-    }
-}
-
-void TestRedoRecord::nextChangeRemovesTheRecord_data() {
-    addOperations();
-}
-
-void TestRedoRecord::nextChangeRemovesTheRecord() {
-    QFETCH(const Operation, operation);
-    const Change change;
-    for (const QByteArray& bytes : withRecord(change.before.bytes(), change.record)) {
-        VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), bytes));
-        QVERIFY(fixture.unlock());
-        QVERIFY(operation(fixture));
-        QVERIFY(!readFile(fixture.container()).contains(RecordMark));
-        QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
-        QVERIFY(!isAfterState(fixture.vault));
-        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-        const qint64 end = change.before.fileSize();
-        const qint64 lastBlock = endOfLastBlock(fixture.vault.fileIndex());
-        QVERIFY(QFileInfo(fixture.container()).size() == std::max(end, lastBlock) ||
-                QFileInfo(fixture.container()).size() == lastBlock);
-    }
-}
-
-void TestRedoRecord::nextChangeRemovesStackedRecords() {
-    const Change change;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(),
-                      change.before.bytes() + change.before.redoRecord() + change.record));
-    QVERIFY(fixture.unlock());
-    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-    QCOMPARE(QFileInfo(fixture.container()).size(), change.before.fileSize());
-}
-
-void TestRedoRecord::changeRepairsAHeaderTornMeanwhile_data() {
-    addOperations();
-}
-
-// The drive is pulled out and put back while the vault is unlocked: the session goes on with what
-// it knows.
-void TestRedoRecord::changeRepairsAHeaderTornMeanwhile() {
-    QFETCH(const Operation, operation);
-    const Change change;
-    for (const QByteArray& bytes : withRecord(change.tornInTheMiddle(), change.record)) {
-        VaultFixture fixture(change.before);
-        QVERIFY(fixture.unlock());
-        QVERIFY(writeFile(fixture.container(), bytes));
-        QVERIFY(operation(fixture));
-        QVERIFY(!readFile(fixture.container()).contains(RecordMark));
-        const bool passwordChanged = QTest::currentDataTag() == "password"_ba;
-        QCOMPARE(
-            indexAsOpenedAnew(fixture.container(), passwordChanged ? NewPassword : TestPassword),
-            fixture.vault.fileIndex().toJson());
-        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-    }
-}
-
-void TestRedoRecord::backupOfATornContainerIsRepaired() {
-    const Change change;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), change.tornInTheMiddle() + change.record));
-    const QString backup = fixture.file(u"tessel_backup.tvlt"_s);
-    QVERIFY(QFile::copy(fixture.container(), backup));
-    QVERIFY(fixture.vault.unlockVault(backup, TestPassword));
-    QVERIFY(isAfterState(fixture.vault));
-    QVERIFY(isFinished(backup, change));
-}
-
-void TestRedoRecord::readOnlyTornContainerIsReadable() {
-    NEEDS_PRIVATE_MOUNTS();
-    const Change change;
-    const QByteArray bytes = change.tornInTheMiddle() + change.record;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), bytes));
-    const ReadOnlyMount readOnly(fixture.driveFolder());
-    QVERIFY(readOnly.isMounted());
-
-    QVERIFY(fixture.unlock());
-    QVERIFY(isAfterState(fixture.vault));
-    QVERIFY(fixture.vault.exportFile(u"docs/a.bin"_s, fixture.file(u"a.bin"_s)));
-    QCOMPARE(readFile(fixture.file(u"a.bin"_s)), noise(3000, 1));
-    QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
-    QVERIFY(!fixture.vault.deleteFile(u"b.txt"_s));
-    QVERIFY(fixture.vault.lockVault());
-    QVERIFY(!fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
-    QVERIFY(readFile(fixture.container()) == bytes);
-}
-
-void TestRedoRecord::repairsFromARecordInTheHeaderRegion() {
-    const Change change;
-    for (const bool payload : {true, false}) {
-        VaultFixture fixture;
-        QByteArray torn = withRecordInRegion(change.tornInTheMiddle(), change.record);
-        torn.resize(payload ? torn.size() : PayloadOffset);
-        QVERIFY(writeFile(fixture.container(), torn));
-        QVERIFY(fixture.unlock());
-        QVERIFY(isAfterState(fixture.vault));
-        QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
-        QVERIFY(!payload || isFinished(fixture.container(), change));
-    }
-}
-
-void TestRedoRecord::recordInTheHeaderRegionMustBeWhole() {
-    const Change change;
-    const QByteArray torn = withRecordInRegion(change.tornInTheMiddle(), change.record);
-    const qint64 begin = PayloadOffset - change.record.size();
-    for (const qint64 at : {begin, begin + 300, PayloadOffset - 64, PayloadOffset - 1}) {
-        QByteArray altered = torn;
-        altered[at] = static_cast<char>(altered.at(at) ^ 1);
-        VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), altered));
-        QVERIFY(!fixture.unlock());
-        QVERIFY(readFile(fixture.container()) == altered);
-    }
-}
-
-void TestRedoRecord::recordThatTheHeaderWouldOverwriteIsLeft() {
-    // No writer makes one: the record needs more of the region than its header leaves.
-    const CraftedContainer large = withALargeHeader();
-    const QByteArray torn = withRecordInRegion(Change().tornInTheMiddle(), large.redoRecord());
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), torn));
-    QVERIFY(fixture.unlock());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-    QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
-    QVERIFY(readFile(fixture.container()) == torn);
-}
-
-void TestRedoRecord::newerRecordIsTheOneBehindThePayload() {
-    const Change change;
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(),
-                      withRecordInRegion(change.tornInTheMiddle(), change.before.redoRecord()) +
-                          change.record));
-    QVERIFY(fixture.unlock());
-    QVERIFY(isFinished(fixture.container(), change));
-}
-
-void TestRedoRecord::fullDriveTakesEveryChangeThatFits_data() {
-    addOperations();
-}
-
-void TestRedoRecord::fullDriveTakesEveryChangeThatFits() {
-    QFETCH(const Operation, operation);
-    const QByteArray name = QTest::currentDataTag();
-    const Change change;
-    VaultFixture fixture(change.before);
-    QVERIFY(fixture.unlock());
-    const qint64 blocks = name == "import" ? 4 + 16 : 0;
-    const qint64 size = change.before.fileSize() + blocks;
-    {
-        const FileSizeLimit full(size);
-        QVERIFY(operation(fixture));
-    }
-    const QByteArray found = readFile(fixture.container());
-    QVERIFY(isZeroBehindTheHeader(found));
-    QVERIFY(name == "compaction" || found.size() == size);
-    QVERIFY(name == "compaction" || found.mid(PayloadOffset).startsWith(change.before.payload()));
-    QCOMPARE(
-        indexAsOpenedAnew(fixture.container(), name == "password" ? NewPassword : TestPassword),
-        fixture.vault.fileIndex().toJson());
-}
-
-void TestRedoRecord::fullDriveProtectsItsRewrite_data() {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("new folder") << QStringList{u"mkdir"_s, u"nova"_s};
-    QTest::newRow("delete") << QStringList{u"delete"_s, u"b.txt"_s};
-    QTest::newRow("later in a session")
-        << QStringList{u"save"_s, u"then"_s, u"delete"_s, u"b.txt"_s};
-}
-
-void TestRedoRecord::fullDriveProtectsItsRewrite() {
-    NEEDS_PRIVATE_MOUNTS();
-    NEEDS_TRACING();
-    QFETCH(const QStringList, arguments);
-    const FullDrive drive(withoutRoomInItsLastPage(Change::base()).bytes());
-    QVERIFY(drive.isFull());
-    const QString path = drive.path();
-    // Killed before the header, which a pull would now have torn.
-    const bool isLater = arguments.contains(u"then"_s);
-    const DriverRun run = runDriver(QStringList{path, QString::fromUtf8(TestPassword)} + arguments,
-                                    path, {u"write:signal=KILL:when=%1"_s.arg(isLater ? 2 : 1)});
-    QVERIFY(!run.ended());
-    QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
-    VaultFixture fixture;
-    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    const bool deleted = !fixture.filePaths().contains(u"b.txt"_s);
-    QVERIFY(deleted || isAfterState(fixture.vault));
-    QVERIFY(isZeroBehindTheHeader(readFile(path)));
-}
-
-void TestRedoRecord::fullDriveUsesARegionWithTheRestOfARecord() {
-    const Change change;
-    QByteArray rest = change.before.redoRecord();
-    rest[rest.size() / 2] = static_cast<char>(rest.at(rest.size() / 2) ^ 1);
-    VaultFixture fixture;
-    QVERIFY(writeFile(fixture.container(), withRecordInRegion(change.before.bytes(), rest)));
-    QVERIFY(fixture.unlock());
-    const FileSizeLimit full(change.before.fileSize());
-    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-    QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
-}
-
-void TestRedoRecord::fullDriveUndoesARewriteThatFails() {
-    const Change change;
-    VaultFixture fixture(change.before);
-    QVERIFY(fixture.unlock());
-    const VaultPicture picture(fixture);
-    const FileSizeLimit full(change.before.fileSize());
-    {
-        const FailingHeader failing(fixture.container(), 1024, 1);
-        QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
-        QVERIFY(FailingHeader::struck(1));
-    }
-    COMPARE_UNCHANGED(picture);
-    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-}
-
-void TestRedoRecord::fullDriveKeepsTheBlocksOfARecordThatIsNeeded() {
-    const Change change;
-    const QByteArray contents = noise(5000, 3);
-    VaultFixture fixture(change.before);
-    QVERIFY(fixture.unlock());
-    const FileSizeLimit full(change.before.fileSize() + contents.size() + 16);
-    {
-        const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-        QVERIFY(!fixture.store(u"c.bin"_s, contents));
-        QVERIFY(FailingHeader::struck(FailingHeader::Always));
-    }
-    VaultFixture other;
-    QVERIFY(other.vault.unlockVault(fixture.container(), TestPassword));
-    QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
-    QCOMPARE(other.stored(u"c.bin"_s), contents);
-    QVERIFY(isZeroBehindTheHeader(readFile(fixture.container())));
-}
-
-void TestRedoRecord::fullDriveReportsAChangeWhoseRecordStays() {
-    NEEDS_PRIVATE_MOUNTS();
-    NEEDS_TRACING();
-    const FullDrive drive(withoutRoomInItsLastPage(Change::base()).bytes());
-    QVERIFY(drive.isFull());
-    const QStringList arguments{drive.path(), QString::fromUtf8(TestPassword), u"rename"_s,
-                                u"b.txt"_s, u"d.txt"_s};
-    const QByteArray before = readFile(drive.path());
-    const auto count = [&](const QString& name) {
-        const qsizetype calls =
-            callsOfDriver(arguments, name).filter(drive.path()).filter(name).size();
-        return overwriteAt(drive.path(), 0, before) ? calls : -1;
     };
-    const qsizetype syncs = count(u"fdatasync"_s);
-    const qsizetype writes = count(u"pwrite64"_s);
-    for (const QString& fault : {u"fdatasync:error=EIO:when=%1"_s.arg(syncs),
-                                 u"pwrite64:error=EIO:when=%1"_s.arg(writes)}) {
-        QVERIFY(overwriteAt(drive.path(), 0, before));
-        // The header is on the drive; what is left goes with the next change.
-        const DriverRun run = runDriver(arguments, drive.path(), {fault});
-        QVERIFY2(run.succeeded(), qPrintable(fault));
-        QCOMPARE(readFile(drive.path()).contains(RecordMark), fault.startsWith(u"pwrite64"));
-        VaultFixture fixture;
-        QVERIFY(fixture.vault.unlockVault(drive.path(), TestPassword));
-        QVERIFY(fixture.filePaths().contains(u"d.txt"_s));
-        QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-        QVERIFY(isZeroBehindTheHeader(readFile(drive.path())));
-    }
-}
-
-void TestRedoRecord::recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne() {
-    // The cache has zeros where the drive still has a record: the zeros are written once more, and
-    // reach the drive no later than the record of this change.
-    NEEDS_TRACING();
-    const VaultFixture fixture(Change().before);
-    const QStringList calls =
-        callsOfDriver({fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_s, u"x"_s},
-                      u"pwrite64,fdatasync"_s);
-    const QString zeros = u", 64, %1) = 64"_s.arg(PayloadOffset - 64);
-    const auto erased = std::find_if(calls.cbegin(), calls.cend(),
-                                     [&](const QString& call) { return call.endsWith(zeros); });
-    const auto appended = std::find_if(calls.cbegin(), calls.cend(), [](const QString& call) {
-        return call.contains(u"pwrite64("_s) && call.contains(u"\"0000000000"_s);
+    row("import", [](VaultFixture& f) { return f.store(u"c.txt"_s, "de c"); });
+    row("new folder", [](VaultFixture& f) { return f->createDirectory(u"outra"_s); });
+    row("rename", [](VaultFixture& f) { return f->renameFile(u"b.txt"_s, u"d.txt"_s); });
+    row("move", [](VaultFixture& f) { return f->moveFile(u"b.txt"_s, u"pasta 1"_s); });
+    row("delete", [](VaultFixture& f) { return f->deleteFile(u"b.txt"_s); });
+    row("rename folder",
+        [](VaultFixture& f) { return f->renameDirectory(u"pasta 1"_s, u"x/y"_s); });
+    row("delete folder", [](VaultFixture& f) { return f->deleteDirectory(u"pasta 2"_s); });
+    row("compaction", [](VaultFixture& f) { return f.compact(); });
+    row("password", [](VaultFixture& f) {
+        return f->lockVault() && f->changePassword(f.container(), TestPassword, NewPassword) &&
+               f->unlockVault(f.container(), NewPassword);
     });
-    QVERIFY2(erased < appended && appended != calls.cend(), qPrintable(calls.join(u'\n')));
-    QVERIFY(std::none_of(erased, appended,
-                         [](const QString& call) { return call.contains(u"fdatasync"_s); }));
 }
 
-void TestRedoRecord::whatFitsNowhereIsRefusedUnlessItDeletes() {
-    const CraftedContainer before = withALargeHeader();
-    VaultFixture fixture(before);
-    const QString source = fixture.write(u"vazio"_s, {});
-    QVERIFY(fixture.unlock());
-    const VaultPicture picture(fixture);
-    const FileSizeLimit full(before.fileSize());
-    QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
-    QVERIFY(!fixture.vault.renameFile(u"b.txt"_s, u"d.txt"_s));
-    QVERIFY(!fixture.vault.moveFile(u"b.txt"_s, u"pasta 1"_s));
-    QVERIFY(!fixture.vault.renameDirectory(u"pasta 1"_s, u"x"_s));
-    QVERIFY(!fixture.vault.importFile(source, u"vazio"_s));
-    QVERIFY(!fixture.vault.saveIndex(fixture.vault.fileIndex()));
-    COMPARE_UNCHANGED(picture);
-    VaultManager locked;
-    QVERIFY(!locked.changePassword(fixture.container(), TestPassword, NewPassword));
-    COMPARE_UNCHANGED(picture);
-
-    QVERIFY(fixture.vault.deleteFile(u"b.txt"_s));
-    QVERIFY(fixture.vault.deleteDirectory(u"pasta 1"_s));
-    QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-             fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+/// The password after the operation of this row.
+static QByteArray passwordNow() {
+    return QTest::currentDataTag() == "password"_ba ? NewPassword : TestPassword;
 }
 
-void TestRedoRecord::plainRewriteGoesOnWithoutARecord() {
-    // Anyone who rewrites a header without saying what for is taken at their word.
-    const CraftedContainer before = withALargeHeader();
-    const VaultFixture fixture(before);
-    const FileSizeLimit full(before.fileSize());
-    ContainerDocument document;
-    QVERIFY(ContainerManager().readDocument(fixture.container(), &document));
-    QVERIFY(ContainerManager().updateDocumentHeader(fixture.container(), document));
-    // But not in front of a record of an earlier time.
-    QVERIFY(
-        overwriteAt(fixture.container(), PayloadOffset - Change().record.size(), Change().record));
-    QVERIFY(!ContainerManager().updateDocumentHeader(fixture.container(), document));
-}
+class TestRedoRecord : public QObject {
+    Q_OBJECT
 
-void TestRedoRecord::fullDriveStillDeletes() {
-    NEEDS_PRIVATE_MOUNTS();
-    // No record, however small, may find room in what is left of a page.
-    const CraftedContainer before = withoutRoomInItsLastPage(Change::base());
-    const FullDrive drive(before.bytes());
-    QVERIFY(drive.isFull());
-    VaultFixture fixture;
-    QVERIFY(fixture.vault.unlockVault(drive.path(), TestPassword));
-
-    QVERIFY(!fixture.store(u"c.txt"_s, noise(100000)));
-    QVERIFY(fixture.vault.deleteFile(u"b.txt"_s));
-    QCOMPARE(QFileInfo(drive.path()).size(), before.fileSize());
-    QCOMPARE(indexAsOpenedAnew(drive.path(), TestPassword), fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-}
-
-void TestRedoRecord::fullDriveUsesTheRoomOfAnOldRecord() {
-    NEEDS_PRIVATE_MOUNTS();
-    // Otherwise a rewrite that finds no room would run in front of a record that is older than
-    // the header, and a pull in the middle would go back to that.
-    const Change change;
-    const CraftedContainer before = withoutRoomInItsLastPage(change.before, change.record.size());
-    const FullDrive drive(before.bytes() + change.record);
-    QVERIFY(drive.isFull());
-    const QString path = drive.path();
-    // The first write settles the header that stands there.
-    const DriverRun run =
-        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
-                  {u"write:signal=KILL:when=2"_s});
-    NEEDS_TRACING();
-    QVERIFY(!run.ended());
-    // Killed before the header: what stands at the end is the record of this very change.
-    QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
-    VaultFixture fixture;
-    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_s});
-    QVERIFY(!isAfterState(fixture.vault));
-}
-
-void TestRedoRecord::fullDriveRefusesAChangeInFrontOfARecordThatStays() {
-    NEEDS_PRIVATE_MOUNTS();
-    NEEDS_TRACING();
-    const Change change;
-    const CraftedContainer before = withoutRoomInItsLastPage(change.before, change.record.size());
-    const FullDrive drive(before.bytes() + change.record);
-    QVERIFY(drive.isFull());
-    const QString path = drive.path();
-    const DriverRun run =
-        runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
-                  {u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
-    if (run.ended()) {
-        QVERIFY(run.refused());
-        return;
+private Q_SLOTS:
+    void repairsAHeaderTornAtAnyByte_data() {
+        QTest::addColumn<qint64>("from");
+        QTest::addColumn<qint64>("to");
+        const Change change;
+        const qint64 end = change.headersEnd();
+        QList<qint64> cuts;
+        for (const qint64 around :
+             {LengthLineAt, LengthLineAt + 20, change.before.headerOffset(),
+              change.before.headerOffset() + change.before.headerJson().size(), end}) {
+            cuts << around - 1 << around << around + 1;
+        }
+        for (qint64 sector = 512; sector < end; sector += 512) {
+            cuts << sector;
+        }
+        for (const qint64 cut : qAsConst(cuts)) {
+            QTest::addRow("new before %lld", static_cast<long long>(cut)) << LengthLineAt << cut;
+            QTest::addRow("new from %lld", static_cast<long long>(cut)) << cut << end;
+        }
+        QTest::newRow("one sector of the middle") << qint64(1024) << qint64(1536);
     }
-    // Killed before the header, which a pull would now have torn.
-    QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
-    VaultFixture fixture;
-    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    QVERIFY2(!isAfterState(fixture.vault), "a change that was given up long ago has come back");
-}
+    void repairsAHeaderTornAtAnyByte() {
+        QFETCH(const qint64, from);
+        QFETCH(const qint64, to);
+        const Change change;
+        const QByteArray torn = change.torn(from, std::max(from, to));
+        ContainerOf fixture(torn + change.record);
 
-void TestRedoRecord::fullDriveClearsWhatAFailedChangeLeft() {
-    NEEDS_PRIVATE_MOUNTS();
-    // Without room for a record, a drive pulled out between a shorter header and the zeros behind
-    // it leaves one that opens, with the end of the longer one behind it.
-    const CraftedContainer before = withoutRoomInItsLastPage(withALargeHeader());
-    const QString folder(5000, u'x');
-    const SmallDisk disk(16 * MiB);
-    QVERIFY(disk.isMounted());
-    const QString path = disk.filePath(u"tessel.tvlt"_s);
-    QVERIFY(writeFile(path, before.bytes()));
-    VaultFixture fixture;
-    QVERIFY(fixture.vault.unlockVault(path, TestPassword));
-    QVERIFY(fixture.vault.createDirectory(folder));
-    QVERIFY(disk.fillUpTo(0));
-    {
-        const qint64 headerEnd = before.headerOffset() + before.headerJson().size();
-        const FailingHeader failing(path, headerEnd + 1, FailingHeader::Always);
-        QVERIFY(!fixture.vault.deleteDirectory(folder));
-        QVERIFY(FailingHeader::struck(FailingHeader::Always));
-    }
-    QVERIFY(!readFile(path).contains(RecordMark));
-    QVERIFY(!isZeroBehindTheHeader(readFile(path)));
-    QVERIFY(fixture.vault.deleteDirectory(folder));
-    QVERIFY(isZeroBehindTheHeader(readFile(path)));
-}
-
-void TestRedoRecord::failedRewritePutsTheOldHeaderBack_data() {
-    QTest::addColumn<qint64>("stopAt");
-    QTest::newRow("nothing written") << qint64(0);
-    QTest::newRow("half the length line") << LengthLineAt + 10;
-    QTest::newRow("one sector") << qint64(512);
-    QTest::newRow("three sectors") << qint64(1536);
-}
-
-void TestRedoRecord::failedRewritePutsTheOldHeaderBack() {
-    QFETCH(const qint64, stopAt);
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    const VaultPicture picture(fixture);
-    for (const bool import : {false, true}) {
-        const FailingHeader failing(fixture.container(), stopAt, 1);
-        QVERIFY(import ? !fixture.store(u"c.txt"_s, "de c")
-                       : !fixture.vault.createDirectory(u"outra"_s));
-        QVERIFY(FailingHeader::struck(1));
-        COMPARE_UNCHANGED(picture);
-    }
-    QVERIFY(fixture.vault.createDirectory(u"outra"_s));
-}
-
-void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord_data() {
-    failedRewritePutsTheOldHeaderBack_data();
-}
-
-void TestRedoRecord::rewriteThatCannotBeUndoneLeavesItsRecord() {
-    QFETCH(const qint64, stopAt);
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    const QByteArray before = fixture.vault.fileIndex().toJson();
-    {
-        const FailingHeader failing(fixture.container(), stopAt, FailingHeader::Always);
-        QVERIFY(!fixture.vault.createDirectory(u"outra"_s));
-        QVERIFY(FailingHeader::struck(FailingHeader::Always));
-        QCOMPARE(fixture.vault.fileIndex().toJson(), before);
-        QVERIFY(readFile(fixture.container()).endsWith(RecordMark));
-    }
-    VaultManager other;
-    QVERIFY(other.unlockVault(fixture.container(), TestPassword));
-    QVERIFY(other.lockVault());
-    QVERIFY(other.fileIndex().toJson() == before || foldersOf(other).contains(u"outra"_s));
-    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-}
-
-void TestRedoRecord::rollBackKeepsARecordThatIsNeeded() {
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    const QByteArray contents = noise(5000, 3);
-    {
-        const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-        QVERIFY(!fixture.store(u"c.bin"_s, contents));
-        QVERIFY(FailingHeader::struck(FailingHeader::Always));
-    }
-    QVERIFY(!fixture.filePaths().contains(u"c.bin"_s));
-    VaultFixture other;
-    QVERIFY(other.vault.unlockVault(fixture.container(), TestPassword));
-    QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
-    QCOMPARE(other.stored(u"c.bin"_s), contents);
-}
-
-void TestRedoRecord::sessionGoesOnAfterARewriteThatCouldNotBeUndone() {
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    {
-        const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-        QVERIFY(!fixture.store(u"c.bin"_s, noise(5000, 3)));
-    }
-    QVERIFY(fixture.store(u"d.bin"_s, noise(6000, 4)));
-    QCOMPARE(indexAsOpenedAnew(fixture.container(), TestPassword),
-             fixture.vault.fileIndex().toJson());
-    QCOMPARE(fixture.stored(u"d.bin"_s), noise(6000, 4));
-    QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-    QCOMPARE(QFileInfo(fixture.container()).size(), endOfLastBlock(fixture.vault.fileIndex()));
-}
-
-void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved_data() {
-    QTest::addColumn<QString>("error");
-    QTest::newRow("failing drive") << u"EIO"_s;
-    // Some file systems find out only now that there is no room; blocks may be what they lost.
-    QTest::newRow("full drive") << u"ENOSPC"_s;
-}
-
-void TestRedoRecord::failedSyncOfTheRecordIsNotBelieved() {
-    QFETCH(const QString, error);
-    NEEDS_TRACING();
-    VaultFixture fixture(Change().before);
-    const VaultPicture picture(fixture);
-    const QString source = fixture.write(u"c"_s, "de c");
-    const DriverRun run = runDriver(
-        {fixture.container(), QString::fromUtf8(TestPassword), u"import"_s, source, u"c.txt"_s},
-        fixture.container(), {u"fdatasync:error=%1:when=2"_s.arg(error)});
-    QVERIFY(run.refused());
-    COMPARE_UNCHANGED(picture);
-}
-
-void TestRedoRecord::oldPasswordOpensUntilTheHeaderIsTorn() {
-    const Change change = Change::ofPassword();
-    VaultFixture fixture;
-    const QByteArray untouched = change.before.bytes() + change.record;
-    QVERIFY(writeFile(fixture.container(), untouched));
-    QVERIFY(fixture.unlock());
-    QVERIFY(fixture.vault.lockVault());
-    QVERIFY(readFile(fixture.container()) == untouched);
-
-    const QByteArray torn = change.tornInTheFirstSector() + change.record;
-    QVERIFY(writeFile(fixture.container(), torn));
-    QVERIFY(!fixture.unlock());
-    QVERIFY(readFile(fixture.container()) == torn);
-}
-
-void TestRedoRecord::newPasswordRepairsATornPasswordChange() {
-    const Change change = Change::ofPassword();
-    for (const QByteArray& bytes : withRecord(change.before.bytes(), change.record) +
-                                       withRecord(change.tornInTheFirstSector(), change.record)) {
-        VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), bytes));
-        QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
+        QVERIFY(fixture.unlock());
         QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-        QVERIFY(readFile(fixture.container()) == change.after.bytes());
-        QVERIFY(fixture.vault.lockVault());
+        QCOMPARE(fixture.stored(u"b.txt"_s), "conteudo de b"_ba);
+        const QByteArray found = fixture.bytes();
+        const bool isOld = change.hasWholeHeader(torn, change.before);
+        const bool isNew = change.hasWholeHeader(torn, change.after);
+        if (isOld || isNew) {
+            QCOMPARE(isAfterState(fixture), isNew);
+            QVERIFY2(found == torn + change.record, "a container that opens was written to");
+        } else {
+            QVERIFY(isAfterState(fixture));
+            QCOMPARE(found.size(), change.after.fileSize());
+            QVERIFY2(isFinished(fixture.container(), change),
+                     "the repaired container is not the finished one");
+        }
+    }
+
+    void repairsFromARecordOfTheHeaderAsItIs() {
+        // As a password change leaves it, which does not know the index.
+        const Change change;
+        ContainerOf fixture(change.tornInTheMiddle() + change.after.redoRecord());
+        QVERIFY(fixture.unlock());
+        QVERIFY(isAfterState(fixture));
+        QVERIFY(fixture.bytes() == change.after.bytes());
+    }
+
+    void recordIsSealedUnderANonceOfItsOwn() {
+        NEEDS_TRACING();
+        // Two texts under one nonce would show what they have in common, to anybody.
+        const Change change;
+        const VaultFixture fixture(change.before);
+        const DriverRun run = runDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s},
+            fixture.container(), {u"ftruncate:error=EIO"_s});
+        QVERIFY(run.ended());
+        ContainerDocument header;
+        ContainerDocument record;
+        const ContainerManager manager;
+        QVERIFY(manager.readDocument(fixture.container(), &header));
+        QVERIFY2(manager.readRedoRecord(fixture.container(), &record), "the record was to stay");
+        const QSet<QByteArray> nonces{change.before.keys.payloadNonce, header.crypto.payloadNonce,
+                                      record.crypto.payloadNonce};
+        QCOMPARE(nonces.size(), 3);
+        QVERIFY(record.encryptedIndex.size() < header.encryptedIndex.size());
+        record.crypto.payloadNonce = header.crypto.payloadNonce;
+        QCOMPARE(manager.cryptoMetadataToJson(record.crypto),
+                 manager.cryptoMetadataToJson(header.crypto));
+    }
+
+    void repairSealsTheIndexUnderAFreshNonce() {
+        const Change change;
+        const QByteArray torn = change.tornInTheMiddle() + change.record;
+        QSet<QByteArray> nonces{change.before.keys.payloadNonce, change.after.keys.payloadNonce,
+                                change.after.withIndexInRows().keys.payloadNonce};
+        const qsizetype known = nonces.size();
+        for (int times = 1; times <= 2; ++times) {
+            ContainerOf fixture(torn);
+            QVERIFY(fixture.unlock());
+            ContainerDocument document;
+            QVERIFY(ContainerManager().readDocument(fixture.container(), &document));
+            nonces.insert(document.crypto.payloadNonce);
+            QCOMPARE(nonces.size(), known + times);
+        }
+    }
+
+    void headerWithItsIndexInRowsIsRefused() {
+        const Change change;
+        VaultFixture fixture(change.after.withIndexInRows());
         QVERIFY(!fixture.unlock());
     }
-}
 
-void TestRedoRecord::tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten() {
-    // The index opens under either wrapping: only the record holds the one that a password opens.
-    const Change change = Change::ofPassword();
-    for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
-        VaultFixture fixture;
-        QVERIFY(writeFile(fixture.container(), header + change.record));
+    void everyChangeLeavesZerosBehindTheHeader() {
+        OpenVault fixture(Change().before);
+        const auto isZero = [&fixture] {
+            return isZeroBehindTheHeader(fixture);
+        };
+        // Growing and shrinking headers; the first change looks at all of the region, later ones
+        // at what the header before them covered.
+        QVERIFY(fixture->createDirectory(QString(5000, u'x')) && isZero());
+        QVERIFY(fixture->deleteDirectory(QString(5000, u'x')) && isZero());
+        QVERIFY(fixture.store(QString(3000, u'y'), "y") && isZero());
+        QVERIFY(fixture->renameFile(QString(3000, u'y'), u"y"_s) && isZero());
+        QVERIFY(fixture.compact() && isZero());
+        QVERIFY(fixture->deleteFile(u"docs/a.bin"_s) && isZero());
+    }
+
+    void bytesBehindAHeaderGoWithTheFirstChangeOfEachSession() {
+        OpenVault fixture(Change().before);
+        QVERIFY(fixture->createDirectory(u"outra"_s));
+        QVERIFY(fixture->lockVault());
+        QVERIFY(writeFile(fixture.container(), Change::base().setPadding('x').bytes()));
+        QVERIFY(fixture.unlock());
+        QVERIFY(!isZeroBehindTheHeader(fixture));
+        QVERIFY(fixture->createDirectory(u"outra"_s));
+        QVERIFY(isZeroBehindTheHeader(fixture));
+    }
+
+    void laterChangesOfASessionReadTheHeaderAlone() {
+        NEEDS_TRACING();
+        const auto bytesReadBy = [](const QStringList& operation) {
+            const VaultFixture fixture(Change().before);
+            const QStringList calls =
+                callsOfDriver(QStringList{fixture.container(), QString::fromUtf8(TestPassword)} +
+                                  operation + QStringList{u"x"_s},
+                              u"read,pread64,rmdir"_s);
+            qint64 sum = 0;
+            bool begun = false;
+            for (const QString& call : calls) {
+                begun = begun || call.contains(u"/tessel-begin"_s);
+                if (begun && call.contains(fixture.container())) {
+                    sum += call.mid(call.lastIndexOf(u' ') + 1).toLongLong();
+                }
+            }
+            return sum;
+        };
+        QVERIFY(bytesReadBy({u"mkdir"_s}) > HeaderBytes - 100000);
+        const qint64 later = bytesReadBy({u"save"_s, u"then"_s, u"mkdir"_s});
+        QVERIFY2(later > 1000 && later < 100000, qPrintable(QString::number(later)));
+    }
+
+    void everyByteOfARecordIsProtected_data() {
+        QTest::addColumn<bool>("inRows");
+        QTest::newRow("header as it is") << false;
+        QTest::newRow("index in rows") << true;
+    }
+    void everyByteOfARecordIsProtected() {
+        QFETCH(const bool, inRows);
+        const Change change;
+        const QByteArray torn = change.tornInTheMiddle();
+        const QByteArray record = inRows ? change.record : change.after.redoRecord();
+        ContainerOf fixture(torn + record);
+        for (qsizetype at = 0; at < record.size(); ++at) {
+            const QByteArray altered = withByteChanged(record, at);
+            QVERIFY(overwriteAt(fixture.container(), torn.size() + at, altered.mid(at, 1)));
+            QVERIFY2(!fixture.unlock(), qPrintable(u"byte %1"_s.arg(at)));
+            QVERIFY(overwriteAt(fixture.container(), torn.size() + at, record.mid(at, 1)));
+        }
+        QVERIFY(fixture.bytes() == torn + record);
+        for (qsizetype left = record.size() - 1; left >= 0;
+             left -= left > record.size() - 80 ? 1 : 97) {
+            QVERIFY(QFile::resize(fixture.container(), torn.size() + left));
+            QVERIFY2(!fixture.unlock(), qPrintable(u"%1 bytes left"_s.arg(left)));
+            QCOMPARE(fixture.containerSize(), torn.size() + left);
+        }
+        QVERIFY(fixture.bytes().startsWith(torn));
+    }
+
+    void ignoresWhatIsNoRecord_data() {
+        QTest::addColumn<QByteArray>("record");
+        QTest::addColumn<bool>("isWhole");
+        const CraftedContainer after = Change().after;
+        const QByteArray header = after.headerJson();
+        const QByteArray image = after.lengthLine() + header;
+        CraftedContainer other(6);
+        other.keys.password = "senha de outro cofre"_ba;
+        CraftedContainer altered = after;
+        altered.setEncryptedIndex(QByteArray(200, 'i'));
+        const auto row = [](const char* name, const QByteArray& record, bool isWhole = false) {
+            QTest::newRow(name) << record << isWhole;
+        };
+        row("of another vault", other.redoRecord(), true);
+        row("with an altered index", altered.redoRecord(), true);
+        row("with other iterations",
+            recordOf(QByteArray(image).replace("Iterations\":1", "Iterations\":2")), true);
+        row("without a header", recordOf(twentyDigits(2) + "\n{}"));
+        // Put in place these would make a container that nothing opens, without a record.
+        row("length line too small", recordOf(twentyDigits(header.size() - 1) + '\n' + header));
+        row("length line too large", recordOf(twentyDigits(header.size() + 1) + '\n' + header));
+        row("larger than a header can be", paddedRecord(HeaderBytes + 1));
+        row("size: smallest number",
+            recordOf(image, QByteArray::number(std::numeric_limits<qint64>::min())));
+        row("size: negative", recordOf(image, "-0000000000000000100"));
+        row("size: largest number",
+            recordOf(image, twentyDigits(std::numeric_limits<qint64>::max())));
+        row("size: reaching into the header", recordOf(image, twentyDigits(HeaderBytes)));
+        row("size: the length line alone", recordOf(image, twentyDigits(21)));
+        row("size: no number", recordOf(image, QByteArray(20, 'x')));
+    }
+    void ignoresWhatIsNoRecord() {
+        QFETCH(const QByteArray, record);
+        QFETCH(const bool, isWhole);
+        const QByteArray bytes = Change().tornInTheMiddle() + record;
+        ContainerOf fixture(bytes);
+        ContainerDocument document;
+        QCOMPARE(ContainerManager().readRedoRecord(fixture.container(), &document), isWhole);
+        QVERIFY(!fixture.unlock());
+        QVERIFY(fixture.bytes() == bytes);
+    }
+
+    void takesARecordAsLargeAsAHeader() {
+        ContainerOf fixture(Change().tornInTheMiddle() + paddedRecord(HeaderBytes));
+        QVERIFY(fixture.unlock());
+        QVERIFY(isAfterState(fixture));
+    }
+
+    void recordOfAnotherVaultGivesNoneOfTheseBlocks_data() {
+        QTest::addColumn<QByteArray>("record");
+        CraftedContainer other(6);
+        other.addFile(u"docs/a.bin"_s, noise(3000, 1), 1000);
+        QTest::newRow("header as it is") << other.redoRecord();
+        QTest::newRow("index in rows") << other.withIndexInRows().redoRecord();
+    }
+    void recordOfAnotherVaultGivesNoneOfTheseBlocks() {
+        // It opens with this password, because it is that vault's as well.
+        QFETCH(const QByteArray, record);
+        ContainerOf fixture(Change().tornInTheMiddle() + record);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), "(refused)"_ba);
+    }
+
+    void readingLeavesARecordBehindAWholeHeaderAlone_data() {
+        QTest::addColumn<bool>("inRegion");
+        QTest::newRow("behind the payload") << false;
+        QTest::newRow("in the header region") << true;
+    }
+    void readingLeavesARecordBehindAWholeHeaderAlone() {
+        QFETCH(const bool, inRegion);
+        const Change change;
+        const QByteArray bytes =
+            withRecord(change.before.bytes(), change.record).at(inRegion ? 1 : 0);
+        ContainerOf fixture(bytes);
+        const FileTimes times = timesOf(fixture.container());
+
+        QVERIFY(!fixture->unlockVault(fixture.container(), "errada"_ba));
+        QVERIFY(fixture.unlock());
+        QVERIFY(!isAfterState(fixture));
+        QVERIFY(fixture->exportFile(u"docs/a.bin"_s, fixture.file(u"a.bin"_s)));
+        QCOMPARE(readFile(fixture.file(u"a.bin"_s)), noise(3000, 1));
+        QString copy;
+        QVERIFY(fixture->prepareFileForEditing(u"b.txt"_s, &copy));
+        QVERIFY(fixture->lockVault());
+
+        QVERIFY(fixture.bytes() == bytes);
+        QVERIFY(timesOf(fixture.container()) == times);
+    }
+
+    void nextChangeRemovesTheRecord_data() { addOperations(); }
+    void nextChangeRemovesTheRecord() {
+        QFETCH(const Operation, operation);
+        const Change change;
+        for (const QByteArray& bytes : withRecord(change.before.bytes(), change.record)) {
+            ContainerOf fixture(bytes);
+            QVERIFY(fixture.unlock());
+            QVERIFY(operation(fixture));
+            QVERIFY(!fixture.bytes().contains(RecordMark));
+            QVERIFY(isZeroBehindTheHeader(fixture));
+            QVERIFY(!isAfterState(fixture));
+            QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+            const qint64 end = change.before.fileSize();
+            const qint64 lastBlock = endOfLastBlock(fixture->fileIndex());
+            QVERIFY(fixture.containerSize() == std::max(end, lastBlock) ||
+                    fixture.containerSize() == lastBlock);
+        }
+    }
+
+    void nextChangeRemovesStackedRecords() {
+        const Change change;
+        ContainerOf fixture(change.before.bytes() + change.before.redoRecord() + change.record);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture->createDirectory(u"outra"_s));
+        QCOMPARE(fixture.containerSize(), change.before.fileSize());
+    }
+
+    void changeRepairsAHeaderTornMeanwhile_data() { addOperations(); }
+    // The drive is pulled out and put back while the vault is unlocked: the session goes on with
+    // what it knows.
+    void changeRepairsAHeaderTornMeanwhile() {
+        QFETCH(const Operation, operation);
+        const Change change;
+        for (const QByteArray& bytes : withRecord(change.tornInTheMiddle(), change.record)) {
+            OpenVault fixture(change.before);
+            QVERIFY(writeFile(fixture.container(), bytes));
+            QVERIFY(operation(fixture));
+            QVERIFY(!fixture.bytes().contains(RecordMark));
+            QVERIFY(fixture.isSaved(passwordNow()));
+            QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+        }
+    }
+
+    void backupOfATornContainerIsRepaired() {
+        const Change change;
+        ContainerOf fixture(change.tornInTheMiddle() + change.record);
+        const QString backup = fixture.file(u"tessel_backup.tvlt"_s);
+        QVERIFY(QFile::copy(fixture.container(), backup));
+        QVERIFY(fixture->unlockVault(backup, TestPassword));
+        QVERIFY(isAfterState(fixture));
+        QVERIFY(isFinished(backup, change));
+    }
+
+    void readOnlyTornContainerIsReadable() {
+        NEEDS_PRIVATE_MOUNTS();
+        const Change change;
+        const QByteArray bytes = change.tornInTheMiddle() + change.record;
+        ContainerOf fixture(bytes);
+        const ReadOnlyMount readOnly(fixture.driveFolder());
+        QVERIFY(readOnly.isMounted());
+
+        QVERIFY(fixture.unlock());
+        QVERIFY(isAfterState(fixture));
+        QVERIFY(fixture->exportFile(u"docs/a.bin"_s, fixture.file(u"a.bin"_s)));
+        QCOMPARE(readFile(fixture.file(u"a.bin"_s)), noise(3000, 1));
+        QVERIFY(!fixture->createDirectory(u"outra"_s));
+        QVERIFY(!fixture->deleteFile(u"b.txt"_s));
+        QVERIFY(fixture->lockVault());
+        QVERIFY(!fixture->changePassword(fixture.container(), TestPassword, NewPassword));
+        QVERIFY(fixture.bytes() == bytes);
+    }
+
+    void repairsFromARecordInTheHeaderRegion() {
+        const Change change;
+        for (const bool payload : {true, false}) {
+            QByteArray torn = withRecordInRegion(change.tornInTheMiddle(), change.record);
+            torn.resize(payload ? torn.size() : PayloadOffset);
+            ContainerOf fixture(torn);
+            QVERIFY(fixture.unlock());
+            QVERIFY(isAfterState(fixture));
+            QVERIFY(isZeroBehindTheHeader(fixture));
+            QVERIFY(!payload || isFinished(fixture.container(), change));
+        }
+    }
+
+    void recordInTheHeaderRegionMustBeWhole() {
+        const Change change;
+        const QByteArray torn = withRecordInRegion(change.tornInTheMiddle(), change.record);
+        const qint64 begin = PayloadOffset - change.record.size();
+        for (const qint64 at : {begin, begin + 300, PayloadOffset - 64, PayloadOffset - 1}) {
+            QByteArray altered = torn;
+            altered[at] = static_cast<char>(altered.at(at) ^ 1);
+            ContainerOf fixture(altered);
+            QVERIFY(!fixture.unlock());
+            QVERIFY(fixture.bytes() == altered);
+        }
+    }
+
+    void recordThatTheHeaderWouldOverwriteIsLeft() {
+        // No writer makes one: the record needs more of the region than its header leaves.
+        const CraftedContainer large = withALargeHeader();
+        const QByteArray torn = withRecordInRegion(Change().tornInTheMiddle(), large.redoRecord());
+        ContainerOf fixture(torn);
+        QVERIFY(fixture.unlock());
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+        QVERIFY(!fixture->createDirectory(u"outra"_s));
+        QVERIFY(fixture.bytes().startsWith(torn));
+    }
+
+    void newerRecordIsTheOneBehindThePayload() {
+        const Change change;
+        ContainerOf fixture(
+            withRecordInRegion(change.tornInTheMiddle(), change.before.redoRecord()) +
+            change.record);
+        QVERIFY(fixture.unlock());
+        QVERIFY(isFinished(fixture.container(), change));
+    }
+
+    void fullDriveTakesEveryChangeThatFits_data() { addOperations(); }
+    void fullDriveTakesEveryChangeThatFits() {
+        QFETCH(const Operation, operation);
+        const QByteArray name = QTest::currentDataTag();
+        const Change change;
+        OpenVault fixture(change.before);
+        const qint64 blocks = name == "import" ? 4 + 16 : 0;
+        const qint64 size = change.before.fileSize() + blocks;
         {
-            const FailingHeader failing(fixture.container(), 0, 1);
-            QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
+            const FileSizeLimit full(size);
+            QVERIFY(operation(fixture));
+        }
+        const QByteArray found = fixture.bytes();
+        QVERIFY(isZeroBehindTheHeader(found));
+        QVERIFY(name == "compaction" || found.size() == size);
+        QVERIFY(name == "compaction" ||
+                found.mid(PayloadOffset).startsWith(change.before.payload()));
+        QVERIFY(fixture.isSaved(passwordNow()));
+    }
+    void fullDriveUsesARegionWithTheRestOfARecord() {
+        const Change change;
+        QByteArray rest = change.before.redoRecord();
+        rest[rest.size() / 2] = static_cast<char>(rest.at(rest.size() / 2) ^ 1);
+        ContainerOf fixture(withRecordInRegion(change.before.bytes(), rest));
+        QVERIFY(fixture.unlock());
+        const FileSizeLimit full(change.before.fileSize());
+        QVERIFY(fixture->createDirectory(u"outra"_s));
+        QVERIFY(isZeroBehindTheHeader(fixture));
+    }
+
+    void fullDriveUndoesARewriteThatFails() {
+        const Change change;
+        OpenVault fixture(change.before);
+        const VaultPicture picture(fixture);
+        const FileSizeLimit full(change.before.fileSize());
+        {
+            const FailingHeader failing(fixture.container(), 1024, 1);
+            QVERIFY(!fixture->createDirectory(u"outra"_s));
             QVERIFY(FailingHeader::struck(1));
         }
-        QVERIFY(fixture.vault.createDirectory(u"depois"_s));
-        QVERIFY(fixture.vault.lockVault());
-        QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
-        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
-        QVERIFY(fixture.vault.fileIndex().containsDirectory(u"depois"_s));
+        COMPARE_UNCHANGED(picture);
+        QVERIFY(fixture->createDirectory(u"outra"_s));
     }
-}
 
-void TestRedoRecord::passwordChangeOfATornContainerKeepsTheNewIndex() {
-    const Change change;
-    VaultFixture fixture;
-    // The first sector is new, the index behind it is half old.
-    QVERIFY(writeFile(fixture.container(), change.torn(LengthLineAt, 512) + change.record));
-    QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
-    QVERIFY(fixture.vault.unlockVault(fixture.container(), NewPassword));
-    QVERIFY(isAfterState(fixture.vault));
-    QCOMPARE(QFileInfo(fixture.container()).size(), change.after.fileSize());
-}
+    void fullDriveKeepsTheBlocksOfARecordThatIsNeeded() {
+        const Change change;
+        const QByteArray contents = noise(5000, 3);
+        OpenVault fixture(change.before);
+        const FileSizeLimit full(change.before.fileSize() + contents.size() + 16);
+        {
+            const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
+            QVERIFY(!fixture.store(u"c.bin"_s, contents));
+            QVERIFY(FailingHeader::struck(FailingHeader::Always));
+        }
+        VaultFixture other;
+        QVERIFY(other->unlockVault(fixture.container(), TestPassword));
+        QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
+        QCOMPARE(other.stored(u"c.bin"_s), contents);
+        QVERIFY(isZeroBehindTheHeader(fixture));
+    }
 
-void TestRedoRecord::undisturbedContainersEndAtTheirLastBlock() {
-    VaultFixture fixture(Change().before);
-    QVERIFY(fixture.unlock());
-    const auto size = [&fixture] {
-        return QFileInfo(fixture.container()).size();
-    };
-    qint64 end = size();
-    QCOMPARE(end, endOfLastBlock(fixture.vault.fileIndex()));
+    void recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne() {
+        // The cache has zeros where the drive still has a record: the zeros are written once more,
+        // and reach the drive no later than the record of this change.
+        NEEDS_TRACING();
+        const VaultFixture fixture(Change().before);
+        const QStringList calls = callsOfDriver(
+            {fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_s, u"x"_s},
+            u"pwrite64,fdatasync"_s);
+        const QString zeros = u", 64, %1) = 64"_s.arg(PayloadOffset - 64);
+        const auto erased = std::find_if(calls.cbegin(), calls.cend(),
+                                         [&](const QString& call) { return call.endsWith(zeros); });
+        const auto appended = std::find_if(calls.cbegin(), calls.cend(), [](const QString& call) {
+            return call.contains(u"pwrite64("_s) && call.contains(u"\"0000000000"_s);
+        });
+        QVERIFY2(erased < appended && appended != calls.cend(), qPrintable(calls.join(u'\n')));
+        QVERIFY(std::none_of(erased, appended,
+                             [](const QString& call) { return call.contains(u"fdatasync"_s); }));
+    }
 
-    const auto grownBy = [&](const QByteArray& contents) {
-        return end += contents.size() + 16;
-    };
-    const QByteArray contents = noise(7000, 9);
-    QVERIFY(fixture.store(u"c.bin"_s, contents));
-    QCOMPARE(size(), grownBy(contents));
-    QVERIFY(fixture.store(u"c.bin"_s, contents));
-    QCOMPARE(size(), grownBy(contents));
-    QVERIFY(fixture.store(u"vazio"_s, {}));
-    QCOMPARE(size(), end);
-    QVERIFY(fixture.vault.createDirectory(u"x/y"_s));
-    QVERIFY(fixture.vault.renameFile(u"c.bin"_s, u"x/d.bin"_s));
-    QVERIFY(fixture.vault.moveFile(u"x/d.bin"_s, QString()));
-    QVERIFY(fixture.vault.renameDirectory(u"x"_s, u"z"_s));
-    QVERIFY(fixture.vault.deleteDirectory(u"z/y"_s));
-    QVERIFY(fixture.vault.deleteFile(u"vazio"_s));
-    QVERIFY(fixture.vault.saveIndex(fixture.vault.fileIndex()));
-    QCOMPARE(size(), end);
-    QVERIFY(fixture.vault.compactVault({}, nullptr));
-    QCOMPARE(size(), endOfLastBlock(fixture.vault.fileIndex()));
-    end = size();
-    QVERIFY(fixture.vault.lockVault());
-    QVERIFY(fixture.vault.changePassword(fixture.container(), TestPassword, NewPassword));
-    QCOMPARE(size(), end);
-    QVERIFY(!readFile(fixture.container()).contains(RecordMark));
-}
+    void whatFitsNowhereIsRefusedUnlessItDeletes() {
+        const CraftedContainer before = withALargeHeader();
+        VaultFixture fixture(before);
+        const QString source = fixture.write(u"vazio"_s, {});
+        QVERIFY(fixture.unlock());
+        const VaultPicture picture(fixture);
+        const FileSizeLimit full(before.fileSize());
+        QVERIFY(!fixture->createDirectory(u"outra"_s));
+        QVERIFY(!fixture->renameFile(u"b.txt"_s, u"d.txt"_s));
+        QVERIFY(!fixture->moveFile(u"b.txt"_s, u"pasta 1"_s));
+        QVERIFY(!fixture->renameDirectory(u"pasta 1"_s, u"x"_s));
+        QVERIFY(!fixture->importFile(source, u"vazio"_s));
+        QVERIFY(!fixture->saveIndex(fixture->fileIndex()));
+        COMPARE_UNCHANGED(picture);
+        VaultManager locked;
+        QVERIFY(!locked.changePassword(fixture.container(), TestPassword, NewPassword));
+        COMPARE_UNCHANGED(picture);
 
-void TestRedoRecord::newContainerEndsAtItsHeaderRegion() {
-    VaultFixture fixture;
-    QVERIFY(fixture.vault.createVault(fixture.container(), NewPassword));
-    QCOMPARE(QFileInfo(fixture.container()).size(), PayloadOffset);
-}
+        QVERIFY(fixture->deleteFile(u"b.txt"_s));
+        QVERIFY(fixture->deleteDirectory(u"pasta 1"_s));
+        QVERIFY(fixture.isSaved());
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+    }
+
+    void plainRewriteGoesOnWithoutARecord() {
+        // Anyone who rewrites a header without saying what for is taken at their word.
+        const CraftedContainer before = withALargeHeader();
+        const VaultFixture fixture(before);
+        const FileSizeLimit full(before.fileSize());
+        ContainerDocument document;
+        QVERIFY(ContainerManager().readDocument(fixture.container(), &document));
+        QVERIFY(ContainerManager().updateDocumentHeader(fixture.container(), document));
+        // But not in front of a record of an earlier time.
+        QVERIFY(overwriteAt(fixture.container(), PayloadOffset - Change().record.size(),
+                            Change().record));
+        QVERIFY(!ContainerManager().updateDocumentHeader(fixture.container(), document));
+    }
+
+    void fullDriveStillDeletes() {
+        NEEDS_PRIVATE_MOUNTS();
+        // No record, however small, may find room in what is left of a page.
+        const CraftedContainer before = withoutRoomInItsLastPage(Change::base());
+        const FullDrive drive(before.bytes());
+        QVERIFY(drive.isFull());
+        VaultFixture fixture;
+        QVERIFY(fixture->unlockVault(drive.path(), TestPassword));
+
+        QVERIFY(!fixture.store(u"c.txt"_s, noise(100000)));
+        QVERIFY(fixture->deleteFile(u"b.txt"_s));
+        QCOMPARE(QFileInfo(drive.path()).size(), before.fileSize());
+        QCOMPARE(indexOnDrive(drive.path(), TestPassword), fixture->fileIndex().toJson());
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+    }
+
+    void fullDriveUsesTheRoomOfAnOldRecord() {
+        NEEDS_PRIVATE_MOUNTS();
+        // Otherwise a rewrite that finds no room would run in front of a record that is older than
+        // the header, and a pull in the middle would go back to that.
+        const Change change;
+        const CraftedContainer before =
+            withoutRoomInItsLastPage(change.before, change.record.size());
+        const FullDrive drive(before.bytes() + change.record);
+        QVERIFY(drive.isFull());
+        const QString path = drive.path();
+        // The first write settles the header that stands there.
+        const DriverRun run =
+            runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
+                      {u"write:signal=KILL:when=2"_s});
+        NEEDS_TRACING();
+        QVERIFY(!run.ended());
+        // Killed before the header: what stands at the end is the record of this very change.
+        QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+        VaultFixture fixture;
+        QVERIFY(fixture->unlockVault(path, TestPassword));
+        QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_s});
+        QVERIFY(!isAfterState(fixture));
+    }
+
+    void fullDriveRefusesAChangeInFrontOfARecordThatStays() {
+        NEEDS_PRIVATE_MOUNTS();
+        NEEDS_TRACING();
+        const Change change;
+        const CraftedContainer before =
+            withoutRoomInItsLastPage(change.before, change.record.size());
+        const FullDrive drive(before.bytes() + change.record);
+        QVERIFY(drive.isFull());
+        const QString path = drive.path();
+        const DriverRun run =
+            runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
+                      {u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
+        if (run.ended()) {
+            QVERIFY(run.refused());
+            return;
+        }
+        // Killed before the header, which a pull would now have torn.
+        QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+        VaultFixture fixture;
+        QVERIFY(fixture->unlockVault(path, TestPassword));
+        QVERIFY2(!isAfterState(fixture), "a change that was given up long ago has come back");
+    }
+
+    void fullDriveClearsWhatAFailedChangeLeft() {
+        NEEDS_PRIVATE_MOUNTS();
+        // Without room for a record, a drive pulled out between a shorter header and the zeros
+        // behind it leaves one that opens, with the end of the longer one behind it.
+        const CraftedContainer before = withoutRoomInItsLastPage(withALargeHeader());
+        const QString folder(5000, u'x');
+        const SmallDisk disk(16 * MiB);
+        QVERIFY(disk.isMounted());
+        const QString path = disk.filePath(u"tessel.tvlt"_s);
+        QVERIFY(writeFile(path, before.bytes()));
+        VaultFixture fixture;
+        QVERIFY(fixture->unlockVault(path, TestPassword));
+        QVERIFY(fixture->createDirectory(folder));
+        QVERIFY(disk.fillUpTo(0));
+        {
+            const qint64 headerEnd = before.headerOffset() + before.headerJson().size();
+            const FailingHeader failing(path, headerEnd + 1, FailingHeader::Always);
+            QVERIFY(!fixture->deleteDirectory(folder));
+            QVERIFY(FailingHeader::struck(FailingHeader::Always));
+        }
+        QVERIFY(!readFile(path).contains(RecordMark));
+        QVERIFY(!isZeroBehindTheHeader(readFile(path)));
+        QVERIFY(fixture->deleteDirectory(folder));
+        QVERIFY(isZeroBehindTheHeader(readFile(path)));
+    }
+
+    void failedRewritePutsTheOldHeaderBack_data() {
+        QTest::addColumn<qint64>("stopAt");
+        QTest::newRow("nothing written") << qint64(0);
+        QTest::newRow("half the length line") << LengthLineAt + 10;
+        QTest::newRow("one sector") << qint64(512);
+        QTest::newRow("three sectors") << qint64(1536);
+    }
+    void failedRewritePutsTheOldHeaderBack() {
+        QFETCH(const qint64, stopAt);
+        OpenVault fixture(Change().before);
+        const VaultPicture picture(fixture);
+        for (const bool import : {false, true}) {
+            const FailingHeader failing(fixture.container(), stopAt, 1);
+            QVERIFY(import ? !fixture.store(u"c.txt"_s, "de c")
+                           : !fixture->createDirectory(u"outra"_s));
+            QVERIFY(FailingHeader::struck(1));
+            COMPARE_UNCHANGED(picture);
+        }
+        QVERIFY(fixture->createDirectory(u"outra"_s));
+    }
+
+    void rewriteThatCannotBeUndoneLeavesItsRecord_data() {
+        failedRewritePutsTheOldHeaderBack_data();
+    }
+    void rewriteThatCannotBeUndoneLeavesItsRecord() {
+        QFETCH(const qint64, stopAt);
+        OpenVault fixture(Change().before);
+        const QByteArray before = fixture->fileIndex().toJson();
+        {
+            const FailingHeader failing(fixture.container(), stopAt, FailingHeader::Always);
+            QVERIFY(!fixture->createDirectory(u"outra"_s));
+            QVERIFY(FailingHeader::struck(FailingHeader::Always));
+            QCOMPARE(fixture->fileIndex().toJson(), before);
+            QVERIFY(fixture.bytes().endsWith(RecordMark));
+        }
+        VaultManager other;
+        QVERIFY(other.unlockVault(fixture.container(), TestPassword));
+        QVERIFY(other.lockVault());
+        QVERIFY(other.fileIndex().toJson() == before ||
+                other.fileIndex().containsDirectory(u"outra"_s));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+    }
+
+    void rollBackKeepsARecordThatIsNeeded() {
+        OpenVault fixture(Change().before);
+        const QByteArray contents = noise(5000, 3);
+        {
+            const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
+            QVERIFY(!fixture.store(u"c.bin"_s, contents));
+            QVERIFY(FailingHeader::struck(FailingHeader::Always));
+        }
+        QVERIFY(!fixture.filePaths().contains(u"c.bin"_s));
+        VaultFixture other;
+        QVERIFY(other->unlockVault(fixture.container(), TestPassword));
+        QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
+        QCOMPARE(other.stored(u"c.bin"_s), contents);
+    }
+
+    void sessionGoesOnAfterARewriteThatCouldNotBeUndone() {
+        OpenVault fixture(Change().before);
+        {
+            const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
+            QVERIFY(!fixture.store(u"c.bin"_s, noise(5000, 3)));
+        }
+        QVERIFY(fixture.store(u"d.bin"_s, noise(6000, 4)));
+        QVERIFY(fixture.isSaved());
+        QCOMPARE(fixture.stored(u"d.bin"_s), noise(6000, 4));
+        QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+        QCOMPARE(fixture.containerSize(), endOfLastBlock(fixture->fileIndex()));
+    }
+    void oldPasswordOpensUntilTheHeaderIsTorn() {
+        const Change change = Change::ofPassword();
+        const QByteArray untouched = change.before.bytes() + change.record;
+        ContainerOf fixture(untouched);
+        QVERIFY(fixture.unlock());
+        QVERIFY(fixture->lockVault());
+        QVERIFY(fixture.bytes() == untouched);
+
+        const QByteArray torn = change.tornInTheFirstSector() + change.record;
+        QVERIFY(writeFile(fixture.container(), torn));
+        QVERIFY(!fixture.unlock());
+        QVERIFY(fixture.bytes().startsWith(torn));
+    }
+
+    void newPasswordRepairsATornPasswordChange() {
+        const Change change = Change::ofPassword();
+        for (const QByteArray& bytes :
+             withRecord(change.before.bytes(), change.record) +
+                 withRecord(change.tornInTheFirstSector(), change.record)) {
+            ContainerOf fixture(bytes);
+            QVERIFY(fixture->unlockVault(fixture.container(), NewPassword));
+            QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+            QVERIFY(fixture.bytes() == change.after.bytes());
+            QVERIFY(fixture->lockVault());
+            QVERIFY(!fixture.unlock());
+        }
+    }
+
+    void tornPasswordChangeThatCannotBeRepairedAtOnceIsNotForgotten() {
+        // The index opens under either wrapping: only the record holds the one that a password
+        // opens.
+        const Change change = Change::ofPassword();
+        for (const QByteArray& header : {change.before.bytes(), change.tornInTheFirstSector()}) {
+            ContainerOf fixture(header + change.record);
+            {
+                const FailingHeader failing(fixture.container(), 0, 1);
+                QVERIFY(fixture->unlockVault(fixture.container(), NewPassword));
+                QVERIFY(FailingHeader::struck(1));
+            }
+            QVERIFY(fixture->createDirectory(u"depois"_s));
+            QVERIFY(fixture->lockVault());
+            QVERIFY(fixture->unlockVault(fixture.container(), NewPassword));
+            QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+            QVERIFY(fixture->fileIndex().containsDirectory(u"depois"_s));
+        }
+    }
+
+    void passwordChangeOfATornContainerKeepsTheNewIndex() {
+        const Change change;
+        // The first sector is new, the index behind it is half old.
+        ContainerOf fixture(change.torn(LengthLineAt, 512) + change.record);
+        QVERIFY(fixture->changePassword(fixture.container(), TestPassword, NewPassword));
+        QVERIFY(fixture->unlockVault(fixture.container(), NewPassword));
+        QVERIFY(isAfterState(fixture));
+        QCOMPARE(fixture.containerSize(), change.after.fileSize());
+    }
+
+    void undisturbedContainersEndAtTheirLastBlock() {
+        OpenVault fixture(Change().before);
+        const auto size = [&fixture] {
+            return fixture.containerSize();
+        };
+        qint64 end = size();
+        QCOMPARE(end, endOfLastBlock(fixture->fileIndex()));
+
+        const auto grownBy = [&](const QByteArray& contents) {
+            return end += contents.size() + 16;
+        };
+        const QByteArray contents = noise(7000, 9);
+        QVERIFY(fixture.store(u"c.bin"_s, contents));
+        QCOMPARE(size(), grownBy(contents));
+        QVERIFY(fixture.store(u"c.bin"_s, contents));
+        QCOMPARE(size(), grownBy(contents));
+        QVERIFY(fixture.store(u"vazio"_s, {}));
+        QCOMPARE(size(), end);
+        QVERIFY(fixture->createDirectory(u"x/y"_s));
+        QVERIFY(fixture->renameFile(u"c.bin"_s, u"x/d.bin"_s));
+        QVERIFY(fixture->moveFile(u"x/d.bin"_s, QString()));
+        QVERIFY(fixture->renameDirectory(u"x"_s, u"z"_s));
+        QVERIFY(fixture->deleteDirectory(u"z/y"_s));
+        QVERIFY(fixture->deleteFile(u"vazio"_s));
+        QVERIFY(fixture->saveIndex(fixture->fileIndex()));
+        QCOMPARE(size(), end);
+        QVERIFY(fixture.compact());
+        QCOMPARE(size(), endOfLastBlock(fixture->fileIndex()));
+        end = size();
+        QVERIFY(fixture->lockVault());
+        QVERIFY(fixture->changePassword(fixture.container(), TestPassword, NewPassword));
+        QCOMPARE(size(), end);
+        QVERIFY(!fixture.bytes().contains(RecordMark));
+    }
+
+    void newContainerEndsAtItsHeaderRegion() {
+        VaultFixture fixture;
+        QVERIFY(fixture->createVault(fixture.container(), NewPassword));
+        QCOMPARE(fixture.containerSize(), PayloadOffset);
+    }
+};
 
 namespace {
 
 int run(int argc, char** argv) {
-    const bool privateMounts = enterPrivateMounts();
-    Q_UNUSED(privateMounts)
-    return runTest<QCoreApplication, TestRedoRecord>(argc, argv);
+    deriveCheaply();
+    return runWithFaults<TestRedoRecord>(argc, argv);
 }
 
 } // namespace

@@ -34,9 +34,11 @@ class Call:
     # How often each changing call was made before this one.
     before: tuple
     text: str
-    # Whether the change may succeed although this call fails: because nothing of the change has
-    # been written yet, or because it is on the drive and only its redo record is being removed.
-    spared: bool = False
+    # Whether the change may succeed although this call fails, because nothing of it has been written
+    # yet.
+    early: bool = False
+    # Whether it must succeed: it is on the drive, and only its redo record is being removed.
+    late: bool = False
 
 
 @dataclass(frozen=True)
@@ -92,13 +94,11 @@ def mark_spared(world, calls):
     """A change that does not follow another one begins with a sync, for earlier errors. On a full
     drive it ends by writing zeros over its redo record."""
     own = [call for call in calls if str(world.container) in call.text]
-    spared = []
-    if world.operation.first != ("save",):
-        spared += [call for call in own if call.name == "fdatasync"][:1]
-    if world.operation.room is not None:
-        spared += [call for call in own if call.name == "fdatasync"][-1:]
-        spared += [call for call in own if call.name == "pwrite64"][-1:]
-    return [replace(call, spared=call in spared) for call in calls]
+    syncs = [call for call in own if call.name == "fdatasync"]
+    writes = [call for call in own if call.name == "pwrite64"]
+    early = [] if world.operation.first == ("save",) else syncs[:1]
+    late = [] if world.operation.room is None else syncs[-1:] + writes[-1:]
+    return [replace(call, early=call in early, late=call in late) for call in calls]
 
 
 def faults_of(operation, calls, thorough):
@@ -121,8 +121,10 @@ def faults_of(operation, calls, thorough):
     # A fixed sample. Each step is a prime, so that the sample has all kinds of faults.
     step = 7
     sample = faults[len(operation.name) % step::step]
-    told_twice = [fault for fault in faults if fault.kind == "EIO twice"]
-    return sample + [fault for fault in told_twice if fault not in sample]
+    always = [fault for fault in faults
+              if fault.call.name == "fdatasync" and fault.kind in ("EIO twice", "ENOSPC")
+              or fault.call.late and fault.kind == "EIO"]
+    return sample + [fault for fault in always if fault not in sample]
 
 
 def has_succeeded(world, said):
@@ -161,7 +163,10 @@ def problem_with(world, fault, expected, run, checker):
 def problem_with_result(world, fault, expected, said, checker):
     succeeded = has_succeeded(world, said)
     on_container = str(world.container) in fault.call.text
-    if succeeded and on_container and fault.kind != "KILL" and not fault.call.spared and (
+    if fault.call.late and fault.kind in ("EIO", "ENOSPC") and not succeeded:
+        return "a change that is on the drive passed for a failure"
+    if succeeded and on_container and fault.kind != "KILL" and \
+            not (fault.call.early or fault.call.late) and (
             fault.call.name in MUST_FAIL or
             (fault.call.name == "pwrite64" and fault.kind.startswith("EIO"))):
         return "a failed call passed for success"
@@ -170,7 +175,7 @@ def problem_with_result(world, fault, expected, said, checker):
     changed = checker.change(world.vault, world.operation)
     if changed is None or "tambem" not in changed.folders:
         return "the vault takes no change any more"
-    return None
+    return vw.leftovers(world.vault, world.operation)
 
 
 class FailingCalls(vw.Sweep):

@@ -214,6 +214,21 @@ def second_state(path, passwords):
     return None
 
 
+def leftovers(path, operation):
+    """What a change must not leave in the container; None if there is none of it."""
+    for password in operation.passwords:
+        try:
+            padding = fmt.Container(path, password.encode()).padding()
+        except fmt.FormatError:
+            continue
+        with open(path, "rb") as file:
+            file.seek(-len(fmt.REDO_MARK), os.SEEK_END)
+            if file.read() == fmt.REDO_MARK:
+                return "the next change has left a redo record"
+        return "the next change has left bytes behind the header" if padding.strip(b"\0") else None
+    return "the vault does not open"
+
+
 def whole_digest(container, entry):
     try:
         digest, size = container.digest_and_size(entry)

@@ -17,14 +17,12 @@
 // runs the operations that it reads, one JSON array on each line, in one session, and answers each
 // with a line of JSON: the "result" and whatever else the operation reports.
 //
-// TESSEL_CHEAP_DERIVATION: Argon2id takes no time and hardly any memory, for tests with hundreds of
-// passwords. Containers then open only with the same setting.
+// TESSEL_CHEAP_DERIVATION: see deriveCheaply().
 
 #include "core/VaultManager.h"
+#include "support/CheapDerivation.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
-
-#include <sodium.h>
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -37,7 +35,6 @@
 
 #include <csignal>
 
-#include <dlfcn.h>
 #include <sys/resource.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -45,19 +42,6 @@
 using namespace Tessel::Core;
 using namespace Tessel::Tests;
 using namespace Qt::Literals::StringLiterals;
-
-// Comes before libsodium's, which does the work.
-extern "C" int crypto_pwhash(unsigned char* key, unsigned long long keyBytes, const char* password,
-                             unsigned long long passwordBytes, const unsigned char* salt,
-                             unsigned long long passes, std::size_t memory, int algorithm) {
-    static const auto next =
-        reinterpret_cast<decltype(&crypto_pwhash)>(::dlsym(RTLD_NEXT, "crypto_pwhash"));
-    if (qEnvironmentVariableIsSet("TESSEL_CHEAP_DERIVATION")) {
-        passes = crypto_pwhash_OPSLIMIT_MIN;
-        memory = crypto_pwhash_MEMLIMIT_MIN;
-    }
-    return next(key, keyBytes, password, passwordBytes, salt, passes, memory, algorithm);
-}
 
 namespace {
 
@@ -380,6 +364,9 @@ int runMany() {
 int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
     const Arguments arguments = QCoreApplication::arguments().mid(1);
+    if (qEnvironmentVariableIsSet("TESSEL_CHEAP_DERIVATION")) {
+        deriveCheaply();
+    }
     if (arguments.isEmpty()) {
         return runMany();
     }
