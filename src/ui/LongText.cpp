@@ -10,7 +10,9 @@
 #include <QHelpEvent>
 #include <QMessageBox>
 #include <QPainter>
+#include <QScreen>
 #include <QStyle>
+#include <QTextDocument>
 #include <QTextLayout>
 #include <QToolTip>
 
@@ -46,13 +48,26 @@ QString linesOf(const QString& text) {
     return QString(text).replace(u'\n', QChar::LineSeparator);
 }
 
+/// The selected part of the label's text, as it is to be painted.
+QList<QTextLayout::FormatRange> selectionIn(const QLabel& label) {
+    if (!label.hasSelectedText()) {
+        return {};
+    }
+    QTextLayout::FormatRange range;
+    range.start = label.selectionStart();
+    range.length = static_cast<int>(label.selectedText().size());
+    range.format.setBackground(label.palette().highlight());
+    range.format.setForeground(label.palette().highlightedText());
+    return {range};
+}
+
 void paintLines(QLabel* label) {
     QPainter painter(label);
     QTextLayout layout(linesOf(label->text()), label->font(), label);
     const QRect area = label->contentsRect();
     const QSize size = breakLines(&layout, area.width(), label->alignment());
     const int top = area.top() + std::max(0, (area.height() - size.height()) / 2);
-    layout.draw(&painter, QPointF(area.left(), top));
+    layout.draw(&painter, QPointF(area.left(), top), selectionIn(*label));
 }
 
 /// Paints the text of a label that Qt has made.
@@ -76,6 +91,14 @@ bool hasWordWiderThan(const QLabel& label, int width) {
     });
 }
 
+/// The window that the other one, perhaps a dialog of a dialog, belongs to in the end.
+const QWidget* outermostOf(const QWidget* window) {
+    while (window != nullptr && window->parentWidget() != nullptr) {
+        window = window->parentWidget();
+    }
+    return window;
+}
+
 } // namespace
 
 // --- One line --------------------------------------------------------------------------------
@@ -92,7 +115,7 @@ bool ElidedLabel::event(QEvent* event) {
     if (event->type() == QEvent::ToolTip) {
         const bool cut = shownText() != text();
         QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(),
-                           cut ? plainToolTip(text()) : QString(), this);
+                           cut ? longToolTip(text()) : QString(), this);
         return true;
     }
     return QLabel::event(event);
@@ -128,16 +151,23 @@ void WrappedLabel::paintEvent(QPaintEvent* event) {
     }
 }
 
-int widestTextFor(const QWidget* window) {
+int widestTextFor(const QWidget* window, int beside) {
     constexpr int Margins = 80;
     constexpr int Characters = 80;
     const int comfortable = QFontMetrics(QApplication::font()).averageCharWidth() * Characters;
-    return window == nullptr ? comfortable : std::min(comfortable, window->width() - Margins);
+    const QWidget* outermost = outermostOf(window);
+    if (outermost == nullptr) {
+        return comfortable;
+    }
+    const int available =
+        std::min(outermost->width(), outermost->screen()->availableGeometry().width());
+    return std::min(comfortable, available - Margins - beside);
 }
 
 void breakLongWords(QMessageBox* box) {
     auto* label = box->findChild<QLabel*>(u"qt_msgbox_label"_s);
-    const int widest = widestTextFor(nullptr);
+    const int icon = box->style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, box);
+    const int widest = widestTextFor(box->parentWidget(), icon);
     if (label == nullptr || !hasWordWiderThan(*label, widest)) {
         return;
     }
@@ -146,6 +176,24 @@ void breakLongWords(QMessageBox* box) {
     const QMargins margins = label->contentsMargins();
     label->setFixedSize(QSize(widest, size.height()).grownBy(margins));
     label->installEventFilter(new LinePainter(label));
+}
+
+QString longToolTip(const QString& text) {
+    constexpr qsizetype Unbroken = 60;
+    const QChar breakHere(0x200B);
+    QString shown;
+    qsizetype sinceBreak = 0;
+    for (const QChar letter : text) {
+        const bool breaks = letter.isSpace();
+        if (sinceBreak >= Unbroken && !letter.isLowSurrogate() && !breaks) {
+            shown.append(breakHere);
+            sinceBreak = 0;
+        }
+        shown.append(letter);
+        sinceBreak = breaks ? 0 : sinceBreak + 1;
+    }
+    // Only what Qt takes for rich text gets lines.
+    return shown == text ? plainToolTip(text) : Qt::convertFromPlainText(shown);
 }
 
 } // namespace Tessel::UI

@@ -44,10 +44,14 @@ private:
     int m_widest;
 };
 
-/// The widest text in a dialog of @p window that stays narrower than it.
-[[nodiscard]] int widestTextFor(const QWidget* window);
+/// The widest text in a dialog of @p window that stays narrower than it and than the screen.
+/// @param beside how much width something beside the text takes
+[[nodiscard]] int widestTextFor(const QWidget* window, int beside = 0);
 
 /// Breaks words of the box's text that would make it wider than usual.
 void breakLongWords(QMessageBox* box);
+
+/// The text for a tool tip, shown as it is, in lines that fit the screen.
+[[nodiscard]] QString longToolTip(const QString& text);
 
 } // namespace Tessel::UI

@@ -68,6 +68,7 @@ void leaveInformation(QWidget* parent, const QString& title, const QString& text
     box->setTextFormat(Qt::PlainText);
     box->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     nameIcon(box);
+    breakLongWords(box);
     box->show();
 }
 

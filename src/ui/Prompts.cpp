@@ -95,7 +95,7 @@ std::optional<QString> chooseDestination(QWidget* parent, const QString& fileNam
     combo->setAccessibleDescription(label->text());
     for (const MoveDestination& destination : destinations) {
         combo->addItem(destination.label, destination.path);
-        combo->setItemData(combo->count() - 1, plainToolTip(destination.label), Qt::ToolTipRole);
+        combo->setItemData(combo->count() - 1, longToolTip(destination.label), Qt::ToolTipRole);
     }
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Ok)->setText(WindowText::tr("Mover"));

@@ -5,6 +5,7 @@
 
 #include "core/VaultPath.h"
 #include "ui/DisplayFormats.h"
+#include "ui/LongText.h"
 #include "ui/ReadableColours.h"
 #include "ui/WindowText.h"
 
@@ -401,7 +402,7 @@ bool VaultTableWidget::viewportEvent(QEvent* event) {
         const auto* help = static_cast<QHelpEvent*>(event);
         const QTableWidgetItem* item = itemAt(help->pos());
         const bool cut = item != nullptr && isCutOff(item);
-        QToolTip::showText(help->globalPos(), cut ? plainToolTip(item->text()) : QString(),
+        QToolTip::showText(help->globalPos(), cut ? longToolTip(item->text()) : QString(),
                            viewport());
         return true;
     }

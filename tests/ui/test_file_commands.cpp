@@ -24,6 +24,7 @@
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QSet>
 #include <QStatusBar>
@@ -871,13 +872,25 @@ void TestFileCommands::renamingSelectsAFileNameWithoutItsSuffix() {
 void TestFileCommands::longNamesDoNotWidenADialog_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("title");
-    QTest::newRow("question") << u"Excluir..."_s << u"Excluir arquivo"_s;
-    QTest::newRow("choice") << u"Mover para pasta..."_s << u"Mover arquivo"_s;
+    QTest::addColumn<int>("letterHeight");
+    const int usual = QApplication::font().pointSize();
+    for (const int height : {usual, 3 * usual}) {
+        const QByteArray size = QByteArray::number(height);
+        QTest::newRow("question, " + size) << u"Excluir..."_s << u"Excluir arquivo"_s << height;
+        QTest::newRow("choice, " + size)
+            << u"Mover para pasta..."_s << u"Mover arquivo"_s << height;
+    }
 }
 
 void TestFileCommands::longNamesDoNotWidenADialog() {
     QFETCH(const QString, command);
     QFETCH(const QString, title);
+    QFETCH(const int, letterHeight);
+    const QFont usual = QApplication::font();
+    const auto asBefore = qScopeGuard([&usual] { QApplication::setFont(usual); });
+    QFont letters = usual;
+    letters.setPointSize(letterHeight);
+    QApplication::setFont(letters);
     const QString name = QString(246, u'm') + u".txt"_s;
     CraftedContainer crafted;
     QVERIFY(open(crafted.addFile(name, "a").addFolder(QString(250, u'w'))));

@@ -11,9 +11,12 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QImage>
+#include <QLabel>
 #include <QMessageBox>
 #include <QProcess>
 #include <QPushButton>
+#include <QScreen>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -63,6 +66,7 @@ private Q_SLOTS:
     void nothingIsSaidOfARunThatLives();
     void theWindowWorksBesideIt();
     void theProgramEndsBesideIt();
+    void aLongPathDoesNotWidenIt();
 
 private:
     [[nodiscard]] QDir runs() const { return QDir(m_folder->filePath(u"Tessel"_s)); }
@@ -176,6 +180,29 @@ void TestLeftoverMessage::theProgramEndsBesideIt() {
     QVERIFY(program.waitForFinished(30000));
     QCOMPARE(program.exitStatus(), QProcess::NormalExit);
     QCOMPARE(program.exitCode(), 0);
+}
+
+void TestLeftoverMessage::aLongPathDoesNotWidenIt() {
+    const QString longFolder = m_folder->filePath(QString(200, u'm') + u'/' + QString(200, u'w'));
+    QVERIFY(QDir().mkpath(longFolder));
+    qputenv("TMPDIR", QFile::encodeName(longFolder));
+    KilledRun run([this] { return openCopy(m_container, true); });
+    QVERIFY(run.isReady());
+    run.kill();
+    Tessel::UI::MainWindow window;
+    window.show();
+    QTRY_VERIFY(message());
+    QVERIFY(message()->text().contains(longFolder));
+    const int width = message()->width();
+    QVERIFY2(width <= window.width(), qPrintable(QString::number(width)));
+    QVERIFY2(width < message()->screen()->availableGeometry().width(),
+             qPrintable(QString::number(width)));
+    // What is selected, to be copied, can be seen.
+    auto* label = message()->findChild<QLabel*>(u"qt_msgbox_label"_s);
+    const QImage before = label->grab().toImage();
+    label->setSelection(0, static_cast<int>(label->text().size()));
+    QCOMPARE(label->selectedText().replace(QChar::ParagraphSeparator, u'\n'), label->text());
+    QVERIFY(label->grab().toImage() != before);
 }
 
 TESSEL_TEST_MAIN(runTest<QApplication, TestLeftoverMessage>);
