@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace Tessel::Core {
 
@@ -12,18 +13,41 @@ namespace {
 
 constexpr std::uint8_t NotASymbol = 0x80;
 
+constexpr QByteArrayView
+    Alphabet("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
+
 constexpr std::array<std::uint8_t, 256> symbolValues() {
     std::array<std::uint8_t, 256> values{};
     values.fill(NotASymbol);
-    constexpr QByteArrayView alphabet(
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
-    for (qsizetype i = 0; i < alphabet.size(); ++i) {
-        values[static_cast<std::uint8_t>(alphabet.at(i))] = static_cast<std::uint8_t>(i);
+    for (qsizetype i = 0; i < Alphabet.size(); ++i) {
+        values[static_cast<std::uint8_t>(Alphabet.at(i))] = static_cast<std::uint8_t>(i);
     }
     return values;
 }
 
+// The two symbols of each value of twelve bits.
+using SymbolPair = std::array<char, 2>;
+
+constexpr std::array<SymbolPair, 4096> symbolPairs() {
+    std::array<SymbolPair, 4096> pairs{};
+    for (qsizetype i = 0; i < 4096; ++i) {
+        pairs[static_cast<std::size_t>(i)] = {Alphabet.at(i / 64), Alphabet.at(i % 64)};
+    }
+    return pairs;
+}
+
 constexpr std::array<std::uint8_t, 256> Symbols = symbolValues();
+constexpr std::array<SymbolPair, 4096> Pairs = symbolPairs();
+
+// Encodes whole groups of three bytes.
+void encodeGroups(QByteArrayView bytes, char* out) {
+    const auto* in = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    for (const std::uint8_t* end = in + bytes.size(); in != end; in += 3, out += 4) {
+        const std::uint32_t group = std::uint32_t{in[0]} << 16 | in[1] << 8 | in[2];
+        std::memcpy(out, &Pairs[group >> 12], 2);
+        std::memcpy(out + 2, &Pairs[group & 0xfff], 2);
+    }
+}
 
 // Decodes whole groups of four symbols. False when one is not of the alphabet.
 bool decodeGroups(QByteArrayView text, char* out) {
@@ -43,6 +67,14 @@ bool decodeGroups(QByteArrayView text, char* out) {
 }
 
 } // namespace
+
+void appendBase64(QByteArray* text, QByteArrayView bytes) {
+    const qsizetype groupedBytes = bytes.size() / 3 * 3;
+    const qsizetype begin = text->size();
+    text->resize(begin + groupedBytes / 3 * 4);
+    encodeGroups(bytes.first(groupedBytes), text->data() + begin);
+    text->append(bytes.sliced(groupedBytes).toByteArray().toBase64());
+}
 
 std::optional<QByteArray> decodeWellFormedBase64(QByteArrayView text) {
     // The last group may be padded; Qt decodes it.

@@ -8,6 +8,7 @@
 #include <QRandomGenerator>
 #include <QTest>
 
+using Tessel::Core::appendBase64;
 using Tessel::Core::decodeBase64;
 
 class TestBase64 : public QObject {
@@ -36,6 +37,17 @@ private Q_SLOTS:
         for (int length = 0; length < 300; ++length) {
             QCOMPARE(decodeBase64(bytes.toBase64()), bytes);
             bytes.append(static_cast<char>(length * 7));
+        }
+    }
+
+    void encodesAsTheToolkitDoes() {
+        QRandomGenerator random(20261122);
+        QByteArray bytes;
+        for (int length = 0; length < 3000; ++length) {
+            QByteArray text("before");
+            appendBase64(&text, bytes);
+            QCOMPARE(text, "before" + bytes.toBase64());
+            bytes.append(static_cast<char>(random.bounded(256)));
         }
     }
 
