@@ -4,6 +4,7 @@
 #include "core/IndexJson.h"
 
 #include "core/Base64.h"
+#include "core/IndexTexts.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -246,18 +247,21 @@ void addDirectories(SecureFileIndex* index, const QJsonArray& folders,
 } // namespace
 
 QByteArray IndexJson::toJson(const SecureFileIndex& index) {
+    QByteArray json;
+    writeJson(index, &json);
+    return json;
+}
+
+void IndexJson::writeJson(const SecureFileIndex& index, QByteArray* json) {
     // Written straight into one array, byte for byte what Qt's compact form gives with its sorted
     // keys: the index is sealed again after every change.
-    const QList<VaultFileEntry> entries = index.entries();
-    const QList<VaultDirectoryEntry> directories = index.directories();
-    QByteArray json;
-    json.reserve((entries.size() + directories.size()) * TypicalEntryBytes);
-    json += "{\"directories\":[";
-    appendJoined(&json, directories, appendDirectory);
-    json += "],\"files\":[";
-    appendJoined(&json, entries, appendEntry);
-    json += "],\"formatVersion\":" + QByteArray::number(IndexFormatVersion) + '}';
-    return json;
+    json->resize(0);
+    json->reserve((index.entries().size() + index.directories().size()) * TypicalEntryBytes);
+    *json += "{\"directories\":[";
+    IndexTexts::appendDirectories(json, index, IndexTexts::Json, appendDirectory, ",");
+    *json += "],\"files\":[";
+    IndexTexts::appendFiles(json, index, IndexTexts::Json, appendEntry, ",");
+    *json += "],\"formatVersion\":" + QByteArray::number(IndexFormatVersion) + '}';
 }
 
 SecureFileIndex IndexJson::fromJson(const QByteArray& json) {

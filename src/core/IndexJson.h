@@ -14,6 +14,8 @@ namespace Tessel::Core::IndexJson {
 
 /// The encoding in a container's header: compact UTF-8 JSON with its keys sorted.
 [[nodiscard]] QByteArray toJson(const SecureFileIndex& index);
+/// The same, in the memory that @p json has already.
+void writeJson(const SecureFileIndex& index, QByteArray* json);
 [[nodiscard]] SecureFileIndex fromJson(const QByteArray& json);
 
 /// The encoding in a redo record: arrays of values without their names, in about three fifths of

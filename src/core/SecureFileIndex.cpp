@@ -5,36 +5,38 @@
 
 #include "core/IndexJson.h"
 
+#include <utility>
+
 namespace Tessel::Core {
 
-namespace {
-
-// Both lists work alike: a list in insertion order and a hash from key to position.
 template <typename Entry>
-bool putEntry(QList<Entry>* list, QHash<QString, qsizetype>* positions, const QString& key,
-              const Entry& entry) {
+bool SecureFileIndex::Table<Entry>::put(const QString& key, const Entry& entry) {
     if (key.isEmpty()) {
         return false;
     }
-    if (const auto found = positions->constFind(key); found != positions->constEnd()) {
-        (*list)[*found] = entry;
+    if (const auto found = positions.constFind(key); found != positions.constEnd()) {
+        entries[*found] = entry;
+        dropText(*found);
         return true;
     }
-    positions->insert(key, list->size());
-    list->append(entry);
+    positions.insert(key, entries.size());
+    entries.append(entry);
     return true;
 }
 
 template <typename Entry>
-bool takeEntry(QList<Entry>* list, QHash<QString, qsizetype>* positions, const QString& key) {
-    const auto found = positions->constFind(key);
-    if (found == positions->constEnd()) {
+bool SecureFileIndex::Table<Entry>::take(const QString& key) {
+    const auto found = positions.constFind(key);
+    if (found == positions.constEnd()) {
         return false;
     }
     const qsizetype position = *found;
-    positions->erase(found);
-    list->removeAt(position);
-    for (qsizetype& other : *positions) {
+    positions.remove(key);
+    entries.removeAt(position);
+    if (position < texts.size()) {
+        texts.removeAt(position);
+    }
+    for (qsizetype& other : positions) {
         if (other > position) {
             --other;
         }
@@ -42,42 +44,66 @@ bool takeEntry(QList<Entry>* list, QHash<QString, qsizetype>* positions, const Q
     return true;
 }
 
-} // namespace
+template <typename Entry>
+void SecureFileIndex::Table<Entry>::dropText(qsizetype position) {
+    if (position < texts.size()) {
+        texts[position] = {};
+    }
+}
 
 bool SecureFileIndex::contains(const QString& vaultPath) const {
-    return m_entryPositions.contains(vaultPath);
+    return m_files.positions.contains(vaultPath);
 }
 
 bool SecureFileIndex::containsDirectory(const QString& path) const {
-    return m_directoryPositions.contains(path);
+    return m_directories.positions.contains(path);
 }
 
 bool SecureFileIndex::addOrReplace(const VaultFileEntry& entry) {
-    return putEntry(&m_entries, &m_entryPositions, entry.vaultPath, entry);
+    return m_files.put(entry.vaultPath, entry);
 }
 
 bool SecureFileIndex::addDirectory(const VaultDirectoryEntry& entry) {
-    return putEntry(&m_directories, &m_directoryPositions, entry.path, entry);
+    return m_directories.put(entry.path, entry);
 }
 
 bool SecureFileIndex::remove(const QString& vaultPath) {
-    return takeEntry(&m_entries, &m_entryPositions, vaultPath);
+    return m_files.take(vaultPath);
 }
 
 bool SecureFileIndex::removeDirectory(const QString& path) {
-    return takeEntry(&m_directories, &m_directoryPositions, path);
+    return m_directories.take(path);
+}
+
+void SecureFileIndex::renameFiles(const std::function<QString(const QString& vaultPath)>& newPath) {
+    const Table<VaultFileEntry> before = std::exchange(m_files, {});
+    reserveFiles(before.entries.size());
+    m_files.texts.reserve(before.texts.size());
+    for (qsizetype i = 0; i < before.entries.size(); ++i) {
+        VaultFileEntry entry = before.entries.at(i);
+        entry.vaultPath = newPath(entry.vaultPath);
+        const qsizetype files = m_files.entries.size();
+        static_cast<void>(addOrReplace(entry));
+        const bool isAppended = m_files.entries.size() > files;
+        if (isAppended && i < before.texts.size()) {
+            const bool isSame = entry.vaultPath == before.entries.at(i).vaultPath;
+            m_files.texts.append(isSame ? before.texts.at(i) : Texts());
+        }
+    }
 }
 
 void SecureFileIndex::clear() {
-    m_entries.clear();
-    m_directories.clear();
-    m_entryPositions.clear();
-    m_directoryPositions.clear();
+    m_files = {};
+    clearDirectories();
+}
+
+void SecureFileIndex::clearDirectories() {
+    m_directories = {};
 }
 
 void SecureFileIndex::reserveFiles(qsizetype files) {
-    m_entries.reserve(files);
-    m_entryPositions.reserve(files);
+    m_files.entries.reserve(files);
+    m_files.positions.reserve(files);
 }
 
 QByteArray SecureFileIndex::toJson() const {

@@ -9,6 +9,8 @@
 #include <QList>
 #include <QString>
 
+#include <functional>
+
 namespace Tessel::Core {
 
 /// One sealed block of a file in the container's payload region.
@@ -52,8 +54,8 @@ struct VaultDirectoryEntry {
 /// share a path and no two folders do; a file and a folder may. Look-ups take constant time.
 class SecureFileIndex {
 public:
-    [[nodiscard]] QList<VaultFileEntry> entries() const { return m_entries; }
-    [[nodiscard]] QList<VaultDirectoryEntry> directories() const { return m_directories; }
+    [[nodiscard]] QList<VaultFileEntry> entries() const { return m_files.entries; }
+    [[nodiscard]] QList<VaultDirectoryEntry> directories() const { return m_directories.entries; }
 
     [[nodiscard]] bool contains(const QString& vaultPath) const;
     [[nodiscard]] bool containsDirectory(const QString& path) const;
@@ -70,7 +72,13 @@ public:
     /// @return whether there was one.
     [[nodiscard]] bool removeDirectory(const QString& path);
 
+    /// Gives each file the path that @p newPath returns for its present one. A file that gets no
+    /// path is dropped; one that gets the path of a file before it replaces that one in its
+    /// position.
+    void renameFiles(const std::function<QString(const QString& vaultPath)>& newPath);
+
     void clear();
+    void clearDirectories();
     /// Allocates memory for that many files, before they are added.
     void reserveFiles(qsizetype files);
 
@@ -81,10 +89,30 @@ public:
     [[nodiscard]] static SecureFileIndex fromJson(const QByteArray& json);
 
 private:
-    QList<VaultFileEntry> m_entries;
-    QList<VaultDirectoryEntry> m_directories;
-    QHash<QString, qsizetype> m_entryPositions;
-    QHash<QString, qsizetype> m_directoryPositions;
+    friend class IndexTexts;
+
+    /// The encodings of one entry; empty until they are needed.
+    struct Texts {
+        QByteArray json;
+        QByteArray packed;
+    };
+
+    /// Entries in insertion order, the position of each by its path, and their encodings.
+    template <typename Entry>
+    struct Table {
+        QList<Entry> entries;
+        QHash<QString, qsizetype> positions;
+        /// In the order of the entries; those at the end may be missing. An index is encoded again
+        /// after each change, of which most concern one entry.
+        mutable QList<Texts> texts;
+
+        bool put(const QString& key, const Entry& entry);
+        bool take(const QString& key);
+        void dropText(qsizetype position);
+    };
+
+    Table<VaultFileEntry> m_files;
+    Table<VaultDirectoryEntry> m_directories;
 };
 
 } // namespace Tessel::Core

@@ -48,37 +48,26 @@ bool hasOpenCopyIn(const FileSyncManager& copies, const QString& directory) {
     });
 }
 
-// The index with one file at a new path; nothing when an entry cannot be carried over.
-std::optional<SecureFileIndex> withFileAt(const SecureFileIndex& index, const QString& oldPath,
-                                          const QString& newPath) {
-    SecureFileIndex working;
-    const QList<VaultDirectoryEntry> folders = index.directories();
-    for (const VaultDirectoryEntry& folder : folders) {
-        if (!working.addDirectory(folder)) {
-            return std::nullopt;
-        }
-    }
-    const QList<VaultFileEntry> entries = index.entries();
+// The index with one file at a new path.
+SecureFileIndex withFileAt(const SecureFileIndex& index, const QString& oldPath,
+                           const QString& newPath) {
+    SecureFileIndex working = index;
     bool moved = false;
-    for (VaultFileEntry entry : entries) {
+    working.renameFiles([&](const QString& path) {
         // A foreign index may hold two paths that differ in letter case alone. Only the first is
         // the one that opens, and two files on one path would be one file less.
-        if (!moved && sameVaultPath(entry.vaultPath, oldPath)) {
-            entry.vaultPath = newPath;
-            moved = true;
-        }
-        if (!working.addOrReplace(entry)) {
-            return std::nullopt;
-        }
-    }
+        const bool moves = !moved && sameVaultPath(path, oldPath);
+        moved = moved || moves;
+        return moves ? newPath : path;
+    });
     return working;
 }
 
 // The index with a folder, and all that is in it, at a new path.
-std::optional<SecureFileIndex> withDirectoryAt(const SecureFileIndex& index,
-                                               const QString& oldDirectory,
-                                               const QString& newDirectory) {
-    SecureFileIndex working;
+SecureFileIndex withDirectoryAt(const SecureFileIndex& index, const QString& oldDirectory,
+                                const QString& newDirectory) {
+    SecureFileIndex working = index;
+    working.clearDirectories();
     ensureParentDirectories(&working, newDirectory);
     const QDateTime now = QDateTime::currentDateTimeUtc();
     const QList<VaultDirectoryEntry> folders = index.directories();
@@ -88,19 +77,13 @@ std::optional<SecureFileIndex> withDirectoryAt(const SecureFileIndex& index,
             folder.path = carriedPath(folder.path, oldDirectory, newDirectory);
             folder.modifiedUtc = now;
         }
-        if (!working.addDirectory(folder)) {
-            return std::nullopt;
-        }
+        static_cast<void>(working.addDirectory(folder));
     }
-    const QList<VaultFileEntry> entries = index.entries();
-    for (VaultFileEntry entry : entries) {
-        if (pathIsInsideDirectory(entry.vaultPath, oldDirectory)) {
-            entry.vaultPath = carriedPath(entry.vaultPath, oldDirectory, newDirectory);
-        }
-        if (!working.addOrReplace(entry)) {
-            return std::nullopt;
-        }
-    }
+    working.renameFiles([&](const QString& path) {
+        return pathIsInsideDirectory(path, oldDirectory)
+                   ? carriedPath(path, oldDirectory, newDirectory)
+                   : path;
+    });
     return working;
 }
 
@@ -123,8 +106,7 @@ bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirec
         isOpen(m_fileSync, path)) {
         return false;
     }
-    const std::optional<SecureFileIndex> working = withFileAt(m_index, path, newPath);
-    return working && save(&document, *working);
+    return save(&document, withFileAt(m_index, path, newPath));
 }
 
 bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultPath) {
@@ -138,8 +120,7 @@ bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultP
         itemExists(m_index, newPath) || isOpen(m_fileSync, path)) {
         return false;
     }
-    const std::optional<SecureFileIndex> working = withFileAt(m_index, path, newPath);
-    return working && save(&document, *working);
+    return save(&document, withFileAt(m_index, path, newPath));
 }
 
 bool VaultManager::deleteFile(const QString& vaultPath) {
@@ -181,9 +162,7 @@ bool VaultManager::renameDirectory(const QString& path, const QString& newPath) 
         hasOpenCopyIn(m_fileSync, oldDirectory)) {
         return false;
     }
-    const std::optional<SecureFileIndex> working =
-        withDirectoryAt(m_index, oldDirectory, newDirectory);
-    return working && save(&document, *working);
+    return save(&document, withDirectoryAt(m_index, oldDirectory, newDirectory));
 }
 
 bool VaultManager::deleteDirectory(const QString& path) {

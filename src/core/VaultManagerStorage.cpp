@@ -81,17 +81,11 @@ void truncateContainer(QFile& container, qint64 size) {
 
 // The index without the file of this path, but with the folders above it.
 SecureFileIndex indexWithout(const SecureFileIndex& index, const QString& path) {
-    SecureFileIndex working;
-    const QList<VaultDirectoryEntry> folders = index.directories();
-    for (const VaultDirectoryEntry& folder : folders) {
-        static_cast<void>(working.addDirectory(folder));
-    }
+    SecureFileIndex working = index;
     ensureParentDirectories(&working, path);
-    const QList<VaultFileEntry> entries = index.entries();
-    for (const VaultFileEntry& entry : entries) {
-        if (!sameVaultPath(entry.vaultPath, path)) {
-            static_cast<void>(working.addOrReplace(entry));
-        }
+    // A foreign index may hold several paths that differ in letter case alone.
+    while (const std::optional<VaultFileEntry> former = findFile(working, path)) {
+        static_cast<void>(working.remove(former->vaultPath));
     }
     return working;
 }

@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
 #include <QTest>
 #include <QTimeZone>
 
@@ -80,6 +81,56 @@ QStringList folderPaths(const SecureFileIndex& index) {
         paths.append(entry.path);
     }
     return paths;
+}
+
+/// An index with the same entries that has never been written.
+SecureFileIndex madeAgain(const SecureFileIndex& index) {
+    SecureFileIndex again;
+    for (const VaultFileEntry& entry : index.entries()) {
+        if (!again.addOrReplace(entry)) {
+            qFatal("could not add a file");
+        }
+    }
+    for (const VaultDirectoryEntry& entry : index.directories()) {
+        if (!again.addDirectory(entry)) {
+            qFatal("could not add a folder");
+        }
+    }
+    return again;
+}
+
+/// Changes an index in one of its ways, on a few paths, so that most are taken.
+void changeAtRandom(SecureFileIndex* index, QRandomGenerator* random) {
+    const QString path = u"f%1"_s.arg(random->bounded(40));
+    const QString folderPath = u"d%1"_s.arg(random->bounded(10));
+    const qint64 number = random->bounded(1000);
+    bool changed = false;
+    switch (random->bounded(7)) {
+    case 0:
+    case 1:
+        changed = index->addOrReplace(file(path, number));
+        break;
+    case 2:
+        changed = index->remove(path);
+        break;
+    case 3:
+        changed = index->addDirectory({folderPath, Spring.addDays(number), Summer});
+        break;
+    case 4:
+        changed = index->removeDirectory(folderPath);
+        break;
+    case 5:
+        // Some get no path, some that of another file.
+        index->renameFiles([&](const QString& old) {
+            return old == path ? u"f%1"_s.arg(number % 40) : old.mid(number % 50 == 0 ? 2 : 0);
+        });
+        break;
+    default:
+        if (number == 0) {
+            index->clearDirectories();
+        }
+    }
+    Q_UNUSED(changed);
 }
 
 /// A file entry with every field set and two blocks.
@@ -748,6 +799,51 @@ private Q_SLOTS:
             IndexJson::fromCompact("[[],[[\"1\",\"f\"],[\"2\",\"g\"],[\"3\",\"f\"]]]");
         QCOMPARE(filePaths(index), (QStringList{u"f"_s, u"g"_s}));
         QCOMPARE(index.entries().constFirst().id, u"3"_s);
+    }
+
+    // --- Kept encodings --------------------------------------------------------------------
+
+    void everyEncodingIsThatOfTheEntriesAsTheyAre() {
+        QRandomGenerator random(20261122);
+        SecureFileIndex index;
+        QList<SecureFileIndex> copies;
+        for (int round = 0; round < 4000; ++round) {
+            changeAtRandom(&index, &random);
+            if (random.bounded(3) == 0) {
+                QCOMPARE(index.toJson(), madeAgain(index).toJson());
+                QCOMPARE(IndexJson::toCompact(index), IndexJson::toCompact(madeAgain(index)));
+            }
+            // A copy of a written index, to go on with later, as after a change that failed.
+            if (random.bounded(20) == 0) {
+                copies.append(index);
+            }
+            if (!copies.isEmpty() && random.bounded(40) == 0) {
+                index = copies.takeAt(random.bounded(static_cast<int>(copies.size())));
+            }
+        }
+        for (const SecureFileIndex& copy : std::as_const(copies)) {
+            QCOMPARE(copy.toJson(), madeAgain(copy).toJson());
+        }
+    }
+
+    void renamedFilesKeepTheirPositions() {
+        SecureFileIndex index = indexOf({u"a"_s, u"b"_s, u"c"_s, u"d"_s}, {u"a"_s});
+        index.renameFiles([](const QString& path) { return path == u"b"_s ? u"x"_s : path; });
+        QCOMPARE(filePaths(index), QStringList({u"a"_s, u"x"_s, u"c"_s, u"d"_s}));
+        QVERIFY(index.contains(u"x"_s) && !index.contains(u"b"_s));
+        QVERIFY(index.remove(u"d"_s) && index.containsDirectory(u"a"_s));
+    }
+
+    void renamedFilesMayReplaceOthersOrGo() {
+        SecureFileIndex index;
+        QVERIFY(index.addOrReplace(file(u"a"_s, 1)) && index.addOrReplace(file(u"b"_s, 2)) &&
+                index.addOrReplace(file(u"c"_s, 3)));
+        index.renameFiles([](const QString& path) {
+            return path == u"b"_s ? QString() : path == u"c"_s ? u"a"_s : path;
+        });
+        QCOMPARE(filePaths(index), QStringList(u"a"_s));
+        QCOMPARE(index.entries().constFirst().sizeBytes, 3);
+        QVERIFY(!index.contains(u"b"_s) && !index.contains(u"c"_s));
     }
 
     // --- Size ------------------------------------------------------------------------------
