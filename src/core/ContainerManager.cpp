@@ -88,10 +88,10 @@ bool ContainerManager::writeDocument(const QString& path, const ContainerDocumen
     if (payloadWriter && !payloadWriter(&file)) {
         return false;
     }
-    const std::optional<QByteArray> header = encodeHeader(document);
+    QByteArray header;
     // The rest of the region is zero already.
-    return header && file.seek(LengthLineOffset) && writeWhole(file, *header) &&
-           syncToDrive(file) && file.commit() && syncAfterRename(path);
+    return encodeHeader(document, &header) && file.seek(LengthLineOffset) &&
+           writeWhole(file, header) && syncToDrive(file) && file.commit() && syncAfterRename(path);
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document) const {

@@ -47,23 +47,33 @@ ParsedHeader splitHeader(const QByteArray& header) {
     return {object, bytesFromBase64(object.value("encryptedIndex"_L1))};
 }
 
+// Put together by hand, in Qt's sorted order: the sealed index is megabytes of plain Base64, and a
+// JSON value of it would be built, widened and escaped only to come out the same.
+void appendHeader(QByteArray* header, const ContainerDocument& document) {
+    const QByteArray crypto =
+        QJsonDocument(cryptoMetadataToJson(document.crypto)).toJson(QJsonDocument::Compact);
+    *header += "{\"crypto\":" + crypto + ",\"encryptedIndex\":\"";
+    appendBase64(header, document.encryptedIndex);
+    *header += "\",\"formatVersion\":" + QByteArray::number(document.formatVersion) +
+               ",\"magic\":\"TESSEL\"}";
+}
+
 } // namespace
 
 QByteArray buildHeader(const ContainerDocument& document) {
-    // Put together by hand, in Qt's sorted order: the sealed index is megabytes of plain Base64,
-    // and a JSON value of it would be built, widened and escaped only to come out the same.
-    const QByteArray crypto =
-        QJsonDocument(cryptoMetadataToJson(document.crypto)).toJson(QJsonDocument::Compact);
-    return "{\"crypto\":" + crypto + ",\"encryptedIndex\":\"" + document.encryptedIndex.toBase64() +
-           "\",\"formatVersion\":" + QByteArray::number(document.formatVersion) +
-           ",\"magic\":\"TESSEL\"}";
+    QByteArray header;
+    appendHeader(&header, document);
+    return header;
 }
 
-std::optional<QByteArray> encodeHeader(const ContainerDocument& document) {
-    const QByteArray header = buildHeader(document);
-    return header.size() > ContainerLayout::HeaderRegionBytes
-               ? std::nullopt
-               : std::optional<QByteArray>(lengthLineFor(header.size()) + header);
+bool encodeHeader(const ContainerDocument& document, QByteArray* image) {
+    // All length lines are of one size: this one is a placeholder.
+    image->resize(0);
+    image->append(lengthLineFor(0));
+    appendHeader(image, document);
+    const qsizetype headerBytes = image->size() - ContainerLayout::LengthLineBytes;
+    image->replace(0, ContainerLayout::LengthLineBytes, lengthLineFor(headerBytes));
+    return headerBytes <= ContainerLayout::HeaderRegionBytes;
 }
 
 std::optional<ContainerDocument> parseHeader(const QByteArray& header) {

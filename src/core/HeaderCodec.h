@@ -15,9 +15,9 @@ namespace Tessel::Core {
 /// The header as compact JSON, with its keys sorted.
 [[nodiscard]] QByteArray buildHeader(const ContainerDocument& document);
 
-/// The length line and the header as they are in the file; nothing when they do not fit into the
-/// header region.
-[[nodiscard]] std::optional<QByteArray> encodeHeader(const ContainerDocument& document);
+/// The length line and the header as they are in the file, put into the memory that @p image has
+/// already. @return false when they do not fit into the header region.
+[[nodiscard]] bool encodeHeader(const ContainerDocument& document, QByteArray* image);
 
 /// Reads a header's JSON.
 /// @return nothing for any other text and for another format version. The document's payloadOffset

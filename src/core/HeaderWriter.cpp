@@ -23,13 +23,16 @@ namespace {
 using namespace ContainerLayout;
 
 constexpr qint64 ScanBytes = qint64{256} * 1024;
+constexpr qint64 ComparedBytes = 4096;
 
 // A header about to be written over another one.
 struct HeaderRewrite {
     // The length line and the new header.
-    QByteArray image;
+    QByteArray* image;
     // The same of the redo record.
-    QByteArray recordedImage;
+    const QByteArray& recordedImage;
+    // The same of the present header; null when it is not known.
+    const QByteArray* presentImage = nullptr;
     // Where the present header ends in the file; nothing when it has no length line.
     std::optional<qint64> presentEnd;
     // Zero only where the present length line is as long as ours.
@@ -87,16 +90,23 @@ bool removeRecords(QFile& file, const Extents& extents, qint64 size) {
 }
 
 // Overwrites the header. A rewrite that fails half way is undone; where even that fails, the new
-// record stays, because it is needed.
+// record stays, because it is needed. The present header is read unless the caller knows it.
 std::optional<HeaderPadding> overwriteHeader(QFile& file, const QByteArray& bytes,
+                                             const QByteArray* presentImage,
                                              const Extents& extents) {
     const qint64 oldBytes = std::min<qint64>(bytes.size(), file.size() - LengthLineOffset);
-    const QByteArray before = file.seek(LengthLineOffset) ? file.read(oldBytes) : QByteArray();
+    QByteArray before;
+    if (!presentImage && file.seek(LengthLineOffset)) {
+        before = file.read(oldBytes);
+    }
     // Old bytes that cannot be read could not be put back either.
-    const bool canUndo = before.size() == oldBytes;
+    const bool canUndo = presentImage || before.size() == oldBytes;
     if (canUndo && writeAtLengthLine(file, bytes)) {
         return removeRecords(file, extents, extents.payload) ? HeaderPadding::Zero
                                                              : HeaderPadding::Unknown;
+    }
+    if (presentImage) {
+        before = presentImage->leftJustified(oldBytes, '\0');
     }
     if (!canUndo || writeAtLengthLine(file, before)) {
         static_cast<void>(removeRecords(file, extents, extents.formerSize));
@@ -110,22 +120,26 @@ Extents extentsOf(QFile& file) {
 
 // Everything behind the header must be zero. Most of it is, and need not be sent to the drive
 // again. A region that is not whole is written to its end.
-std::optional<HeaderPadding> writeHeader(QFile& file, const QByteArray& image,
-                                         const Extents& extents, std::optional<qint64> zeroFrom) {
-    const qint64 imageEnd = LengthLineOffset + image.size();
+std::optional<HeaderPadding> writeHeader(QFile& file, QByteArray* image,
+                                         const QByteArray* presentImage, const Extents& extents,
+                                         std::optional<qint64> zeroFrom) {
+    const qsizetype imageBytes = image->size();
+    const qint64 imageEnd = LengthLineOffset + imageBytes;
     if (!zeroFrom) {
         zeroFrom =
             endOfNonZeroBytes(file, imageEnd, extents.headerLimit).value_or(extents.headerLimit);
     }
-    return overwriteHeader(
-        file, image + QByteArray(std::max(*zeroFrom - imageEnd, qint64(0)), '\0'), extents);
+    image->append(std::max(*zeroFrom - imageEnd, qint64(0)), '\0');
+    const auto padding = overwriteHeader(file, *image, presentImage, extents);
+    image->truncate(imageBytes);
+    return padding;
 }
 
 // Puts the record after both headers in their region, where only zeros may be: anything else there
 // was left by a change that was interrupted.
 RedoRecordResult putRecordIntoRegion(QFile& file, const HeaderRewrite& rewrite) {
     const qint64 begin = regionRecordBegin(rewrite.recordedImage);
-    const qint64 newEnd = LengthLineOffset + rewrite.image.size();
+    const qint64 newEnd = LengthLineOffset + rewrite.image->size();
     if (!rewrite.presentEnd || begin < std::max(*rewrite.presentEnd, newEnd)) {
         return RedoRecordResult::NoRoom;
     }
@@ -177,19 +191,19 @@ std::optional<HeaderPadding> rewriteHeader(QFile& file, const HeaderRewrite& rew
         return std::nullopt;
     }
     const bool isPaddedWithZeros = rewrite.padding == HeaderPadding::Zero && rewrite.presentEnd;
-    return writeHeader(file, rewrite.image, extents,
+    return writeHeader(file, rewrite.image, rewrite.presentImage, extents,
                        isPaddedWithZeros ? rewrite.presentEnd : std::nullopt);
 }
 
-bool rewriteHeaderAndDropRecords(QFile& file, const QByteArray& image) {
+bool rewriteHeaderAndDropRecords(QFile& file, QByteArray* image) {
     Extents extents = extentsOf(file);
     const std::optional<RedoRecord> record = findRedoRecord(file);
     if (record && record->isInHeaderRegion()) {
         extents.headerLimit = record->begin;
     }
     // Both would be lost if the header were torn over its own record.
-    return LengthLineOffset + image.size() <= extents.headerLimit &&
-           writeHeader(file, image, extents, std::nullopt) == HeaderPadding::Zero;
+    return LengthLineOffset + image->size() <= extents.headerLimit &&
+           writeHeader(file, image, nullptr, extents, std::nullopt) == HeaderPadding::Zero;
 }
 
 // After a shorter length line than ours the payload begins so early that our header region would
@@ -199,30 +213,62 @@ bool headerRegionWouldReachPayload(const QFile& file, const std::optional<Length
            file.size() > line->headerOffset() + HeaderRegionBytes;
 }
 
+// Whether the bytes of the image from @p offset on are in the file.
+bool hasBytes(QFile& file, QByteArrayView image, qint64 offset, qint64 size) {
+    return file.seek(LengthLineOffset + offset) && file.read(size) == image.sliced(offset, size);
+}
+
+// Whether the file has this length line and header, as far as their beginning and end show.
+bool hasHeader(QFile& file, QByteArrayView image) {
+    const qint64 size = std::min<qint64>(ComparedBytes, image.size());
+    return !image.isEmpty() && file.size() >= PayloadOffset && hasBytes(file, image, 0, size) &&
+           hasBytes(file, image, image.size() - size, size);
+}
+
+// Whether everything but the sealed index is within the beginning that is compared. A name of an
+// algorithm in a header that another program wrote may be of any length.
+bool isRecognisable(QByteArrayView image) {
+    return image.first(std::min<qint64>(ComparedBytes, image.size()))
+        .contains("},\"encryptedIndex\":\"");
+}
+
 } // namespace
 
 bool HeaderWriter::rewrite(const ContainerDocument& document, const ContainerDocument& record,
                            WithoutRecord withoutRecord) {
     const HeaderPadding presentPadding = std::exchange(m_padding, HeaderPadding::Unknown);
+    const QByteArray present = std::exchange(m_written, {});
     QFile file(m_path);
     if (!openContainer(file, QIODevice::ReadWrite)) {
         return false;
     }
     const std::optional<LengthLine> line = readLengthLine(file);
-    const std::optional<QByteArray> image = encodeHeader(document);
-    const std::optional<QByteArray> recorded = encodeHeader(record);
-    if (headerRegionWouldReachPayload(file, line) || !image || !recorded) {
+    if (headerRegionWouldReachPayload(file, line) || !encodeHeader(document, &m_image) ||
+        !encodeHeader(record, &m_recordedImage)) {
         return false;
     }
-    HeaderRewrite rewrite{*image, *recorded, {}, HeaderPadding::Unknown, withoutRecord};
+    HeaderRewrite rewrite{&m_image, m_recordedImage,        nullptr,
+                          {},       HeaderPadding::Unknown, withoutRecord};
     if (line) {
         rewrite.presentEnd = line->headerEnd();
         rewrite.padding =
             line->lineBytes == LengthLineBytes ? presentPadding : HeaderPadding::Unknown;
     }
+    if (rewrite.padding == HeaderPadding::Zero && hasHeader(file, present)) {
+        rewrite.presentImage = &present;
+    }
     const std::optional<HeaderPadding> newPadding = rewriteHeader(file, rewrite);
     m_padding = newPadding.value_or(HeaderPadding::Unknown);
+    if (newPadding && isRecognisable(m_image)) {
+        m_written = std::exchange(m_image, present);
+    }
     return newPadding.has_value();
+}
+
+bool HeaderWriter::hasHeaderAsWritten() const {
+    QFile file(m_path);
+    return !m_written.isEmpty() && openContainer(file, QIODevice::ReadOnly) &&
+           hasHeader(file, m_written) && !findRedoRecord(file);
 }
 
 bool HeaderWriter::restore(const ContainerDocument& document) const {
@@ -230,8 +276,8 @@ bool HeaderWriter::restore(const ContainerDocument& document) const {
     if (!openContainer(file, QIODevice::ReadWrite) || !findRedoRecord(file)) {
         return false;
     }
-    const std::optional<QByteArray> image = encodeHeader(document);
-    return image && rewriteHeaderAndDropRecords(file, *image);
+    QByteArray image;
+    return encodeHeader(document, &image) && rewriteHeaderAndDropRecords(file, &image);
 }
 
 bool HeaderWriter::dropRecord() const {
@@ -243,9 +289,9 @@ bool HeaderWriter::dropRecord() const {
     if (!line || headerRegionWouldReachPayload(file, line) || !file.seek(LengthLineOffset)) {
         return false;
     }
-    const QByteArray image = file.read(line->lineBytes + line->headerBytes);
+    QByteArray image = file.read(line->lineBytes + line->headerBytes);
     return image.size() == line->lineBytes + line->headerBytes &&
-           rewriteHeaderAndDropRecords(file, image);
+           rewriteHeaderAndDropRecords(file, &image);
 }
 
 } // namespace Tessel::Core

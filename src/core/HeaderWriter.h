@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 namespace Tessel::Core {
@@ -29,7 +30,8 @@ enum class WithoutRecord {
 /// Rewrites the header of an existing container in place.
 ///
 /// Each rewrite is protected by a redo record, which is removed afterwards. A writer that is kept
-/// for a session knows from its last rewrite what follows the header, and need not look.
+/// for a session remembers the header that it wrote last and what follows it. While the container
+/// has that header, the next rewrite need not read it, and uses the same memory.
 class HeaderWriter {
 public:
     explicit HeaderWriter(const QString& path, HeaderPadding padding = HeaderPadding::Unknown)
@@ -55,12 +57,22 @@ public:
     /// @return false also when a record is left.
     [[nodiscard]] bool dropRecord() const;
 
+    /// Whether the container has the header that this writer wrote last, and no redo record. Only
+    /// the beginning of the header, with all its nonces, and its end are compared: no two headers
+    /// with one nonce differ in the index.
+    [[nodiscard]] bool hasHeaderAsWritten() const;
+
     /// What is known to follow the present header.
     [[nodiscard]] HeaderPadding padding() const { return m_padding; }
 
 private:
     QString m_path;
     HeaderPadding m_padding;
+    /// The length line and the header last written; empty when there is none to be recognised.
+    QByteArray m_written;
+    /// Memory for the next ones.
+    QByteArray m_image;
+    QByteArray m_recordedImage;
 };
 
 } // namespace Tessel::Core

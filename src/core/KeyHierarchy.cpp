@@ -100,9 +100,20 @@ SecretBytes KeyHierarchy::decryptMasterKey(const ContainerDocument& document,
 QByteArray KeyHierarchy::encryptIndex(const ContainerDocument& document,
                                       const SecureFileIndex& index,
                                       const SecretBytes& masterKey) const {
-    return m_cryptoManager.encrypt(IndexJson::toJson(index), workingKey(masterKey),
-                                   document.crypto.payloadNonce,
-                                   associatedData(document, IndexPurpose));
+    QByteArray sealed;
+    return sealIndex(document, index, masterKey, &sealed) ? sealed : QByteArray();
+}
+
+bool KeyHierarchy::sealIndex(const ContainerDocument& document, const SecureFileIndex& index,
+                             const SecretBytes& masterKey, QByteArray* sealed) const {
+    IndexJson::writeJson(index, sealed);
+    if (m_cryptoManager.encryptInPlace(sealed, workingKey(masterKey), document.crypto.payloadNonce,
+                                       associatedData(document, IndexPurpose))) {
+        return true;
+    }
+    // What it holds may be plaintext.
+    wipe(sealed);
+    return false;
 }
 
 bool KeyHierarchy::decryptIndex(const ContainerDocument& document, const SecretBytes& masterKey,

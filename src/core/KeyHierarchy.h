@@ -36,6 +36,9 @@ public:
     [[nodiscard]] QByteArray encryptIndex(const ContainerDocument& document,
                                           const SecureFileIndex& index,
                                           const SecretBytes& masterKey) const;
+    /// The same, in the memory that @p sealed has already. On failure it is empty.
+    [[nodiscard]] bool sealIndex(const ContainerDocument& document, const SecureFileIndex& index,
+                                 const SecretBytes& masterKey, QByteArray* sealed) const;
     /// @return false, with @p index untouched, when the index does not open.
     [[nodiscard]] bool decryptIndex(const ContainerDocument& document, const SecretBytes& masterKey,
                                     SecureFileIndex* index) const;

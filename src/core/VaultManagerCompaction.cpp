@@ -104,8 +104,8 @@ bool VaultManager::compactVault(const Progress& progress, QString* error) {
     ContainerDocument document;
     const QString path = withoutLinks(m_session->path());
     QFile source(path);
-    if (!beginChange(&document) || !openRegularFile(source, QIODevice::ReadOnly) ||
-        m_session->isUnderBothNames(document)) {
+    if (!m_session->readWithSealedIndex(&document, &m_index) ||
+        !openRegularFile(source, QIODevice::ReadOnly) || m_session->isUnderBothNames(document)) {
         return false;
     }
     m_session->removeLeftovers(document);

@@ -3,6 +3,7 @@
 
 #include "core/VaultSession.h"
 
+#include "core/ContainerLayout.h"
 #include "core/DiskSync.h"
 
 #include <QFileInfo>
@@ -54,6 +55,12 @@ bool VaultSession::open(const QString& path, const QByteArray& password, SecureF
     return true;
 }
 
+void VaultSession::close() {
+    m_masterKey.clear();
+    m_headerWriter = HeaderWriter(m_path);
+    m_sealedIndex.clear();
+}
+
 VaultSession::Opened VaultSession::openDocument(const ContainerDocument& document,
                                                 const QByteArray& password) const {
     Opened opened{true, document, m_keys.decryptMasterKey(document, password), {}};
@@ -103,8 +110,13 @@ bool VaultSession::rekey(const QString& path, const QByteArray& oldPassword,
 }
 
 bool VaultSession::readRecovered(ContainerDocument* document) {
-    if (!std::exchange(m_lastChangeIsOnDrive, false) && !syncPastEarlierErrors(m_path)) {
-        return false;
+    if (!std::exchange(m_lastChangeIsOnDrive, false)) {
+        if (!syncPastEarlierErrors(m_path)) {
+            return false;
+        }
+    } else if (m_headerWriter.hasHeaderAsWritten()) {
+        *document = m_writtenDocument;
+        return true;
     }
     return recover() && m_containerManager.readDocument(m_path, document);
 }
@@ -136,6 +148,11 @@ bool VaultSession::read(ContainerDocument* document, SecureFileIndex* index) {
     return sameKeySlot;
 }
 
+bool VaultSession::readWithSealedIndex(ContainerDocument* document, SecureFileIndex* index) {
+    m_headerWriter = HeaderWriter(m_path);
+    return read(document, index);
+}
+
 bool VaultSession::readForReplacing(ContainerDocument* document) {
     // Drives of one name are mounted at one place. A vault found there in place of the open one
     // would lose its index for good if that were sealed under this session's key.
@@ -164,9 +181,10 @@ void VaultSession::prepareForSave(ContainerDocument* document) const {
 bool VaultSession::save(ContainerDocument* document, const SecureFileIndex& index,
                         WithoutRecord withoutRecord) {
     document->fileIndex = index;
-    const bool sealed = encryptIndex(document, index);
+    const bool sealed = m_keys.sealIndex(*document, index, m_masterKey, &m_sealedIndex);
+    document->encryptedIndex = m_sealedIndex;
     const ContainerDocument record = m_keys.documentForRecord(*document, index, m_masterKey);
-    // What is known of the padding holds for the next rewrite only.
+    // What is known of the header and the padding holds for the next rewrite only.
     HeaderWriter writer = std::exchange(m_headerWriter, HeaderWriter(m_path));
     if (!sealed || record.encryptedIndex.isEmpty()) {
         return false;
@@ -178,7 +196,11 @@ bool VaultSession::save(ContainerDocument* document, const SecureFileIndex& inde
         return false;
     }
     setHeader(*document);
-    m_headerWriter = writer;
+    m_headerWriter = std::move(writer);
+    m_writtenDocument = {};
+    m_writtenDocument.formatVersion = document->formatVersion;
+    m_writtenDocument.crypto = document->crypto;
+    m_writtenDocument.payloadOffset = ContainerLayout::PayloadOffset;
     m_lastChangeIsOnDrive = true;
     return true;
 }

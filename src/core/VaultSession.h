@@ -34,8 +34,8 @@ public:
     /// index. On failure @p index is untouched.
     [[nodiscard]] bool open(const QString& path, const QByteArray& password,
                             SecureFileIndex* index);
-    /// Overwrites the master key in memory.
-    void close() { m_masterKey.clear(); }
+    /// Overwrites the master key in memory, and frees what later changes would use again.
+    void close();
     /// Seals the container's master key under a new password. The session itself is not touched.
     [[nodiscard]] bool rekey(const QString& path, const QByteArray& oldPassword,
                              const QByteArray& newPassword) const;
@@ -45,7 +45,10 @@ public:
     /// @p index is read again.
     /// @return false also when another vault is in the container's place
     [[nodiscard]] bool read(ContainerDocument* document, SecureFileIndex* index);
-    /// The same for a caller who replaces the whole index, whatever the container holds.
+    /// The same, with the sealed index in the document. read() leaves it out when the header is the
+    /// one that this session wrote last.
+    [[nodiscard]] bool readWithSealedIndex(ContainerDocument* document, SecureFileIndex* index);
+    /// read() for a caller who replaces the whole index, whatever the container holds.
     [[nodiscard]] bool readForReplacing(ContainerDocument* document);
     /// Reads the index of the container's header. @return false when that is the caller's own, and
     /// when it cannot be read.
@@ -127,6 +130,10 @@ private:
     /// of rewrites that failed since, whose headers may be on the drive all the same.
     QList<QByteArray> m_indexNonces;
     HeaderWriter m_headerWriter{QString()};
+    /// The header that m_headerWriter wrote last, without its index.
+    ContainerDocument m_writtenDocument;
+    /// Memory for the next sealed index.
+    QByteArray m_sealedIndex;
     /// Whether this session's last change is on the drive, and nothing was read since that another
     /// session wrote. Until then the drive may still report an earlier error.
     bool m_lastChangeIsOnDrive = false;

@@ -162,9 +162,16 @@ private Q_SLOTS:
 
     // --- Another in its place -------------------------------------------------------------
 
+    void aVaultInThePlaceOfTheOpenOneIsNotTouched_data() {
+        QTest::addColumn<bool>("hasChanged");
+        QTest::newRow("at once") << false;
+        QTest::newRow("after a change") << true;
+    }
     void aVaultInThePlaceOfTheOpenOneIsNotTouched() {
         // Two drives of one name are mounted at one place, one after the other.
+        QFETCH(const bool, hasChanged);
         OpenVault vault(openContainer());
+        QVERIFY(!hasChanged || vault->createDirectory(u"earlier"_s));
         const QString unplugged = vault.file(u"unplugged"_s);
         QVERIFY(QFile::rename(vault.container(), unplugged));
         QVERIFY(makeOther(vault.container()));
@@ -186,6 +193,25 @@ private Q_SLOTS:
         QVERIFY(indexOnDrive(vault.container(), TestPassword).isEmpty());
         QVERIFY(vault->createDirectory(u"new"_s));
         QVERIFY(vault.isSaved());
+    }
+
+    void aHeaderDamagedAfterAChangeIsWrittenAgain() {
+        // Nothing but the session holds the index now.
+        OpenVault vault(openContainer());
+        QVERIFY(vault->createDirectory(QString(20000, u'x')));
+        QVERIFY(overwriteAt(vault.container(), 9000, QByteArray(512, '\0')));
+        QVERIFY(indexOnDrive(vault.container(), TestPassword).isEmpty());
+        QVERIFY(vault->createDirectory(u"new"_s));
+        QVERIFY(vault.isSaved());
+    }
+
+    void aContainerCutAfterAChangeIsNotWritten() {
+        OpenVault vault(openContainer());
+        QVERIFY(vault->createDirectory(u"earlier"_s));
+        QVERIFY(QFile::resize(vault.container(), PayloadOffset - 1));
+        const QByteArray cut = vault.bytes();
+        QVERIFY(!vault->createDirectory(u"new"_s));
+        QVERIFY(vault.bytes() == cut);
     }
 
     // --- Creating another -----------------------------------------------------------------

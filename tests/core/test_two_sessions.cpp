@@ -169,6 +169,22 @@ private Q_SLOTS:
         QVERIFY(bothAreKept(vault.container()));
     }
 
+    void aChangeAfterOneOfOursAndOneOfAnotherSession_data() { addChanges(); }
+    void aChangeAfterOneOfOursAndOneOfAnotherSession() {
+        // The session knows the header that it has written, and must notice that it is gone.
+        QFETCH(const QVariant, change);
+        OpenVault vault(withAGap());
+        QVERIFY(vault.store(u"minha"_s, "minha"));
+        QVERIFY(importElsewhere(vault, u"dela"_s, "dela"));
+        QVERIFY(compactElsewhere(vault.container()));
+        QVERIFY(change.value<Change>()(vault));
+        QVERIFY(bothAreKept(vault.container()));
+        VaultManager fresh;
+        QVERIFY(fresh.unlockVault(vault.container(), TestPassword));
+        QVERIFY(isKept(fresh, u"minha"_s, "minha") && isKept(fresh, u"dela"_s, "dela"));
+        QVERIFY(fresh.lockVault());
+    }
+
     void aChangeAfterACopyWasPutBack_data() { addChanges(); }
     void aChangeAfterACopyWasPutBack() {
         // As a backup is, or the container that a compaction could not put in place.
@@ -253,6 +269,7 @@ private Q_SLOTS:
     void aPasswordChangedElsewhereStaysChanged() {
         OpenVault vault(withAGap());
         const QByteArray newPassword = "outra senha"_ba;
+        QVERIFY(vault->createDirectory(u"zero"_s));
         QVERIFY(VaultManager().changePassword(vault.container(), TestPassword, newPassword));
         QVERIFY(vault->createDirectory(u"um"_s));
         QVERIFY(vault.compact());
