@@ -77,16 +77,22 @@ void appendBase64(QByteArray* text, QByteArrayView bytes) {
 }
 
 std::optional<QByteArray> decodeWellFormedBase64(QByteArrayView text) {
-    // The last group may be padded; Qt decodes it.
-    const qsizetype groupedSymbols = text.size() < 4 ? 0 : (text.size() - 1) / 4 * 4;
-    const auto lastGroup = QByteArray::fromBase64Encoding(text.sliced(groupedSymbols).toByteArray(),
-                                                          QByteArray::AbortOnBase64DecodingErrors);
-    QByteArray bytes(groupedSymbols / 4 * 3, Qt::Uninitialized);
-    if (text.size() % 4 != 0 || !lastGroup ||
-        !decodeGroups(text.first(groupedSymbols), bytes.data())) {
+    if (text.size() % 4 != 0) {
         return std::nullopt;
     }
-    return bytes.append(*lastGroup);
+    // The last group may be padded; Qt decodes it then.
+    const bool isPadded = text.endsWith('=');
+    const QByteArrayView groups = isPadded ? text.chopped(4) : text;
+    QByteArray bytes(groups.size() / 4 * 3, Qt::Uninitialized);
+    if (!decodeGroups(groups, bytes.data())) {
+        return std::nullopt;
+    }
+    if (isPadded) {
+        const auto last = QByteArray::fromBase64Encoding(text.last(4).toByteArray(),
+                                                         QByteArray::AbortOnBase64DecodingErrors);
+        return last ? std::optional<QByteArray>(bytes.append(*last)) : std::nullopt;
+    }
+    return bytes;
 }
 
 QByteArray decodeBase64(QByteArrayView text) {

@@ -4,6 +4,7 @@
 #include "core/IndexJson.h"
 
 #include "core/Base64.h"
+#include "core/IndexScanner.h"
 #include "core/IndexTexts.h"
 
 #include <QJsonArray>
@@ -265,6 +266,9 @@ void IndexJson::writeJson(const SecureFileIndex& index, QByteArray* json) {
 }
 
 SecureFileIndex IndexJson::fromJson(const QByteArray& json) {
+    if (const std::optional<SecureFileIndex> scanned = scanIndex(json)) {
+        return *scanned;
+    }
     SecureFileIndex index;
     const QJsonObject object = QJsonDocument::fromJson(withEscapedMarks(json)).object();
     addFiles(&index, object.value("files"_L1).toArray(),

@@ -801,6 +801,48 @@ private Q_SLOTS:
         QCOMPARE(index.entries().constFirst().id, u"3"_s);
     }
 
+    // --- What is written as this program writes it -----------------------------------------
+
+    void jsonIsReadAlikeWithAndWithoutQt() {
+        // A blank in front of the text leaves it to Qt.
+        QRandomGenerator random(20261122);
+        SecureFileIndex index = SecureFileIndex::fromJson(fullJson().replace("\\\"", "'"));
+        QVERIFY(index.addOrReplace(file(u"\u00e7\u4e00\U0001f600~\u007f"_s, 3)));
+        QVERIFY(index.addDirectory({u"unset"_s, {}, utc(9999, 12, 31, 23, 59, 59, 999)}));
+        const QByteArray whole = index.toJson();
+        const QByteArray letters("\"\\{}[],:0129-+.eEZTazAF \n=\x7f\x80\xc3\xe7\xef\xbb\xbf\xff");
+        for (int round = 0; round < 30000; ++round) {
+            QByteArray json = whole;
+            for (int edits = random.bounded(3); edits >= 0; --edits) {
+                const auto at = random.bounded(static_cast<int>(json.size()));
+                const char c = letters.at(random.bounded(static_cast<int>(letters.size())));
+                const int kind = random.bounded(3);
+                json.replace(at, kind == 0 ? 0 : 1, QByteArray(kind == 1 ? 0 : 1, c));
+            }
+            const SecureFileIndex read = SecureFileIndex::fromJson(json);
+            const SecureFileIndex byQt = SecureFileIndex::fromJson(' ' + json);
+            QVERIFY2(read.toJson() == byQt.toJson(), json);
+            for (qsizetype i = 0; i < read.entries().size(); ++i) {
+                compareEntries(read.entries().at(i), byQt.entries().at(i));
+            }
+        }
+    }
+
+    void jsonOfThisProgramIsReadInFull_data() {
+        QTest::addColumn<QByteArray>("json");
+        QTest::newRow("empty") << SecureFileIndex().toJson();
+        QTest::newRow("full") << fullJson();
+        QTest::newRow("without escapes") << fullJson().replace("\\\"", "'");
+        QTest::newRow("mark") << indexOf({u"\ufeffmark"_s, u"mark"_s}).toJson();
+        QTest::newRow("files alone") << indexOf({u"a"_s, u"b"_s}).toJson();
+        QTest::newRow("folders alone") << indexOf({}, {u"a"_s, u"b"_s}).toJson();
+    }
+    void jsonOfThisProgramIsReadInFull() {
+        QFETCH(const QByteArray, json);
+        QCOMPARE(SecureFileIndex::fromJson(json).toJson(), json);
+        QCOMPARE(SecureFileIndex::fromJson(' ' + json).toJson(), json);
+    }
+
     // --- Kept encodings --------------------------------------------------------------------
 
     void everyEncodingIsThatOfTheEntriesAsTheyAre() {

@@ -64,8 +64,8 @@ CORE_LAYERS = (
      "RegularFile", "RunsFolder", "SameFile", "SecretBytes", "TempWorkspaceManager",
      "WorkspaceLeftovers", "WorkspaceNote"},
     # Values and primitives.
-    {"AuthManager", "ContainerDocument", "CryptoManager", "IndexJson", "IndexTexts", "LengthLine",
-     "RedoRecord", "SealedBlock", "SecureFileIndex", "VaultPath"},
+    {"AuthManager", "ContainerDocument", "CryptoManager", "IndexJson", "IndexScanner", "IndexTexts",
+     "LengthLine", "RedoRecord", "SealedBlock", "SecureFileIndex", "VaultPath"},
     {"HeaderCodec", "KeyHierarchy"},
     {"HeaderWriter"},
     {"ContainerManager"},
