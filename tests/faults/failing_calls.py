@@ -34,6 +34,7 @@ class Call:
     # How often each changing call was made before this one.
     before: tuple
     text: str
+    on_container: bool = False
     # Whether the change may succeed although this call fails, because nothing of it has been written
     # yet.
     early: bool = False
@@ -85,7 +86,8 @@ def learn_calls(world):
         before = tuple(counts.items())
         counts[name] = counts.get(name, 0) + 1
         if inside and str(world.root) in text and "/tessel-" not in text[:12]:
-            calls.append(Call(name, counts[name], before, text[:160]))
+            calls.append(Call(name, counts[name], before, text[:160],
+                              str(world.container) in text))
     log.unlink()
     return mark_spared(world, calls)
 
@@ -93,7 +95,7 @@ def learn_calls(world):
 def mark_spared(world, calls):
     """A change that does not follow another one begins with a sync, for earlier errors. On a full
     drive it ends by writing zeros over its redo record."""
-    own = [call for call in calls if str(world.container) in call.text]
+    own = [call for call in calls if call.on_container]
     syncs = [call for call in own if call.name == "fdatasync"]
     writes = [call for call in own if call.name == "pwrite64"]
     early = [] if world.operation.first == ("save",) else syncs[:1]
@@ -162,10 +164,9 @@ def problem_with(world, fault, expected, run, checker):
 
 def problem_with_result(world, fault, expected, said, checker):
     succeeded = has_succeeded(world, said)
-    on_container = str(world.container) in fault.call.text
     if fault.call.late and fault.kind in ("EIO", "ENOSPC") and not succeeded:
         return "a change that is on the drive passed for a failure"
-    if succeeded and on_container and fault.kind != "KILL" and \
+    if succeeded and fault.call.on_container and fault.kind != "KILL" and \
             not (fault.call.early or fault.call.late) and (
             fault.call.name in MUST_FAIL or
             (fault.call.name == "pwrite64" and fault.kind.startswith("EIO"))):

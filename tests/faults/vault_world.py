@@ -225,7 +225,8 @@ def leftovers(path, operation):
             file.seek(-len(fmt.REDO_MARK), os.SEEK_END)
             if file.read() == fmt.REDO_MARK:
                 return "the next change has left a redo record"
-        return "the next change has left bytes behind the header" if padding.strip(b"\0") else None
+        is_zero = padding == bytes(len(padding))
+        return None if is_zero else "the next change has left bytes behind the header"
     return "the vault does not open"
 
 
