@@ -208,31 +208,6 @@ private Q_SLOTS:
         QVERIFY(vault.fixture.vault.unlockVault(run.text(), TestPassword));
         QCOMPARE(vault.fixture.stored(A), QByteArray("contents of a"));
     }
-
-    void anErrorThatIsToldTwiceFailsOneChange_data() {
-        QTest::addColumn<QString>("operation");
-        QTest::newRow("import") << u"import"_s;
-        QTest::newRow("delete") << u"delete"_s;
-    }
-    void anErrorThatIsToldTwiceFailsOneChange() {
-        // What a drive lost is told by the next sync of the file, and by the one after that when
-        // its place on the drive was lost as well. The drive itself is well again by then.
-        QFETCH(const QString, operation);
-        NEEDS_TRACING();
-        qputenv("TESSEL_TRY_AGAIN", "1");
-        const auto unset = qScopeGuard([] { qunsetenv("TESSEL_TRY_AGAIN"); });
-        for (int first = 1; first <= 4; ++first) {
-            Operation vault(operation);
-            const DriverRun run = vault.run(
-                u"container"_s, u"fdatasync:error=EIO:when=%1..%2"_s.arg(first).arg(first + 1));
-            const QString again = run.said.value(u"again"_s);
-            QVERIFY2(run.succeeded() || again == "true"_L1, qPrintable(QString::number(first)));
-            QVERIFY(vault.fixture.unlock());
-            QCOMPARE(vault.fixture.folderPaths().contains(u"depois"_s), !run.succeeded());
-            QVERIFY(vault.fixture.vault.createDirectory(u"tambem"_s));
-        }
-    }
-
     // --- Syncs that are none ----------------------------------------------------------------
 
     void whatAFileSystemDoesNotKnowIsNoFailure_data() {

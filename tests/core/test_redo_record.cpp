@@ -600,16 +600,6 @@ private Q_SLOTS:
         }
     }
 
-    void backupOfATornContainerIsRepaired() {
-        const Change change;
-        ContainerOf fixture(change.tornInTheMiddle() + change.record);
-        const QString backup = fixture.file(u"tessel_backup.tvlt"_s);
-        QVERIFY(QFile::copy(fixture.container(), backup));
-        QVERIFY(fixture->unlockVault(backup, TestPassword));
-        QVERIFY(isAfterState(fixture));
-        QVERIFY(isFinished(backup, change));
-    }
-
     void readOnlyTornContainerIsReadable() {
         NEEDS_PRIVATE_MOUNTS();
         const Change change;
@@ -717,23 +707,6 @@ private Q_SLOTS:
         }
         COMPARE_UNCHANGED(picture);
         QVERIFY(fixture->createDirectory(u"outra"_s));
-    }
-
-    void fullDriveKeepsTheBlocksOfARecordThatIsNeeded() {
-        const Change change;
-        const QByteArray contents = noise(5000, 3);
-        OpenVault fixture(change.before);
-        const FileSizeLimit full(change.before.fileSize() + contents.size() + 16);
-        {
-            const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
-            QVERIFY(!fixture.store(u"c.bin"_s, contents));
-            QVERIFY(FailingHeader::struck(FailingHeader::Always));
-        }
-        VaultFixture other;
-        QVERIFY(other->unlockVault(fixture.container(), TestPassword));
-        QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
-        QCOMPARE(other.stored(u"c.bin"_s), contents);
-        QVERIFY(isZeroBehindTheHeader(fixture));
     }
 
     void recordWhoseRemovalTheDriveLostGoesBeforeTheNextOne() {
@@ -954,19 +927,29 @@ private Q_SLOTS:
         QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
     }
 
+    void rollBackKeepsARecordThatIsNeeded_data() {
+        QTest::addColumn<bool>("isFull");
+        QTest::newRow("behind the payload") << false;
+        QTest::newRow("in the header region of a full drive") << true;
+    }
     void rollBackKeepsARecordThatIsNeeded() {
-        OpenVault fixture(Change().before);
+        QFETCH(const bool, isFull);
         const QByteArray contents = noise(5000, 3);
+        OpenVault fixture(Change().before);
         {
+            const FileSizeLimit limit(fixture.containerSize() + contents.size() + 16 +
+                                      (isFull ? 0 : MiB));
             const FailingHeader failing(fixture.container(), 1024, FailingHeader::Always);
             QVERIFY(!fixture.store(u"c.bin"_s, contents));
             QVERIFY(FailingHeader::struck(FailingHeader::Always));
         }
         QVERIFY(!fixture.filePaths().contains(u"c.bin"_s));
+        QCOMPARE(fixture.bytes().endsWith(RecordMark), !isFull);
         VaultFixture other;
         QVERIFY(other->unlockVault(fixture.container(), TestPassword));
         QCOMPARE(other.stored(u"docs/a.bin"_s), noise(3000, 1));
         QCOMPARE(other.stored(u"c.bin"_s), contents);
+        QVERIFY(isZeroBehindTheHeader(fixture));
     }
 
     void sessionGoesOnAfterARewriteThatCouldNotBeUndone() {
