@@ -39,54 +39,48 @@ class TestCommands : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void stateEnablesCommands_data();
-    void stateEnablesCommands();
-    void eachCommandHasOneLine();
-    void menusAreInTheirOrder();
-};
+    void stateEnablesCommands_data() {
+        QTest::addColumn<CommandState>("now");
+        QTest::addColumn<Commands>("enabled");
+        // Vault unlocked, container chosen, file selected, folder selected, folders exist.
+        const auto row = [](const char* name, CommandState now, const Commands& enabled) {
+            QTest::newRow(name) << now << enabled;
+        };
+        row("locked, no container", {false, false, false, false, false}, WhileLocked);
+        row("locked, container", {false, true, false, false, false}, WithContainer);
+        row("locked, rows left over: file", {false, true, true, false, true}, WithContainer);
+        row("locked, rows left over: folder", {false, true, false, true, true}, WithContainer);
+        row("open, nothing or parent row", {true, true, false, false, false}, WhileOpen);
+        row("open, nothing, with folders", {true, true, false, false, true}, WhileOpen);
+        row("open, folder", {true, true, false, true, true}, OnFolder);
+        row("open, file, no folder to move to", {true, true, true, false, false}, OnFile);
+        row("open, file, with folders", {true, true, true, false, true}, OnMovableFile);
+    }
+    void stateEnablesCommands() {
+        QFETCH(CommandState, now);
+        Commands enabled;
+        for (const CommandSpec& spec : commandSpecs()) {
+            if (isEnabled(spec, now)) {
+                enabled.insert(spec.command);
+            }
+        }
+        QTEST(enabled, "enabled");
+    }
 
-void TestCommands::stateEnablesCommands_data() {
-    QTest::addColumn<CommandState>("now");
-    QTest::addColumn<Commands>("enabled");
-    // Vault unlocked, container chosen, file selected, folder selected, folders exist.
-    const auto row = [](const char* name, CommandState now, const Commands& enabled) {
-        QTest::newRow(name) << now << enabled;
-    };
-    row("locked, no container", {false, false, false, false, false}, WhileLocked);
-    row("locked, container", {false, true, false, false, false}, WithContainer);
-    row("locked, rows left over: file", {false, true, true, false, true}, WithContainer);
-    row("locked, rows left over: folder", {false, true, false, true, true}, WithContainer);
-    row("open, nothing or parent row", {true, true, false, false, false}, WhileOpen);
-    row("open, nothing, with folders", {true, true, false, false, true}, WhileOpen);
-    row("open, folder", {true, true, false, true, true}, OnFolder);
-    row("open, file, no folder to move to", {true, true, true, false, false}, OnFile);
-    row("open, file, with folders", {true, true, true, false, true}, OnMovableFile);
-}
+    void eachCommandHasOneLine() {
+        Commands commands;
+        for (const CommandSpec& spec : commandSpecs()) {
+            commands.insert(spec.command);
+        }
+        QCOMPARE(commands.size(), qsizetype{CommandCount});
+    }
 
-void TestCommands::stateEnablesCommands() {
-    QFETCH(CommandState, now);
-    Commands enabled;
-    for (const CommandSpec& spec : commandSpecs()) {
-        if (isEnabled(spec, now)) {
-            enabled.insert(spec.command);
+    void menusAreInTheirOrder() {
+        for (std::size_t at = 0; at < menuSpecs().size(); ++at) {
+            QCOMPARE(static_cast<std::size_t>(menuSpecs()[at].menu), at);
         }
     }
-    QTEST(enabled, "enabled");
-}
-
-void TestCommands::eachCommandHasOneLine() {
-    Commands commands;
-    for (const CommandSpec& spec : commandSpecs()) {
-        commands.insert(spec.command);
-    }
-    QCOMPARE(commands.size(), qsizetype{CommandCount});
-}
-
-void TestCommands::menusAreInTheirOrder() {
-    for (std::size_t at = 0; at < menuSpecs().size(); ++at) {
-        QCOMPARE(static_cast<std::size_t>(menuSpecs()[at].menu), at);
-    }
-}
+};
 
 TESSEL_TEST_MAIN(Tessel::Tests::runTest<QCoreApplication, TestCommands>);
 #include "test_commands.moc"

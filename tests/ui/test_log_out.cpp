@@ -47,16 +47,6 @@ void askForTheEnd() {
 class TestLogOut : public QObject {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanupTestCase();
-
-    void theProgramAgreesAndEnds();
-    void anOpenVaultIsLockedFirst();
-    void aVaultThatCannotBeLockedCancels();
-    void aDialogThatIsOpenCancels();
-
 private:
     [[nodiscard]] QString containerPath() const { return m_folder->filePath(u"t.tvlt"_s); }
     /// What has been answered since the test began.
@@ -64,85 +54,84 @@ private:
         return QString::fromLatin1(readFile(logPath()).mid(m_logBefore))
             .split(u'\n', Qt::SkipEmptyParts);
     }
-
     std::unique_ptr<QTemporaryDir> m_folder;
     qsizetype m_logBefore = 0;
-};
 
-void TestLogOut::initTestCase() {
-    // This program itself; each one that comes later has the next number.
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 takes part"_s}, PatienceMs);
-}
+private Q_SLOTS:
+    void initTestCase() {
+        // This program itself; each one that comes later has the next number.
+        QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 takes part"_s}, PatienceMs);
+    }
 
-void TestLogOut::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    CraftedContainer crafted;
-    QVERIFY(crafted.addFile(u"a.txt"_s, "aaa").writeTo(containerPath()));
-    m_logBefore = readFile(logPath()).size();
-}
+    void init() {
+        m_folder = std::make_unique<QTemporaryDir>();
+        CraftedContainer crafted;
+        QVERIFY(crafted.addFile(u"a.txt"_s, "aaa").writeTo(containerPath()));
+        m_logBefore = readFile(logPath()).size();
+    }
 
-void TestLogOut::cleanupTestCase() {
-    QVERIFY(QFile::remove(logPath()));
-}
+    void cleanupTestCase() { QVERIFY(QFile::remove(logPath())); }
 
-void TestLogOut::theProgramAgreesAndEnds() {
-    QProcess program;
-    program.start(QStringLiteral(TESSEL_PROGRAM), QStringList());
-    QVERIFY(program.waitForStarted());
-    const auto end = qScopeGuard([&program] { program.kill(); });
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"2 takes part"_s}, PatienceMs);
-    askForTheEnd();
-    // Nobody tells it to end: it ends because its window has been closed.
-    QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, PatienceMs);
-    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(program.exitCode(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(answers().contains(u"2 has ended"_s), PatienceMs);
-    QVERIFY(answers().contains(u"2 agrees"_s));
-}
+    void theProgramAgreesAndEnds() {
+        QProcess program;
+        program.start(QStringLiteral(TESSEL_PROGRAM), QStringList());
+        QVERIFY(program.waitForStarted());
+        const auto end = qScopeGuard([&program] { program.kill(); });
+        QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"2 takes part"_s}, PatienceMs);
+        askForTheEnd();
+        // Nobody tells it to end: it ends because its window has been closed.
+        QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, PatienceMs);
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(answers().contains(u"2 has ended"_s), PatienceMs);
+        QVERIFY(answers().contains(u"2 agrees"_s));
+    }
 
-void TestLogOut::anOpenVaultIsLockedFirst() {
-    WindowDriver driver;
-    Tessel::UI::closeAtLogOut(*qApp, driver.window);
-    QVERIFY(driver.openVault(containerPath(), Password));
-    askForTheEnd();
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 agrees"_s}, PatienceMs);
-    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
-    QVERIFY(!driver.window.isVisible());
-    driver.window.updateActions();
-    QVERIFY(!driver.vaultIsOpen());
-}
+    void anOpenVaultIsLockedFirst() {
+        WindowDriver driver;
+        Tessel::UI::closeAtLogOut(*qApp, driver.window);
+        QVERIFY(driver.openVault(containerPath(), Password));
+        askForTheEnd();
+        QTRY_COMPARE_WITH_TIMEOUT(answers(), QStringList{u"1 agrees"_s}, PatienceMs);
+        QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+        QVERIFY(!driver.window.isVisible());
+        driver.window.updateActions();
+        QVERIFY(!driver.vaultIsOpen());
+    }
 
-void TestLogOut::aVaultThatCannotBeLockedCancels() {
-    WindowDriver driver;
-    Tessel::UI::closeAtLogOut(*qApp, driver.window);
-    QVERIFY(driver.openWithoutWayBack(containerPath(), Password, u"a.txt"_s));
-    driver.dialogs.acceptWarning(u"Tessel"_s);
-    askForTheEnd();
-    QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_s, u"1 cannot"_s}), PatienceMs);
-    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
-    QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_s);
-    QVERIFY(driver.window.isVisible());
-    QVERIFY(driver.vaultIsOpen());
-    QVERIFY(WindowDriver::bringBack(containerPath()));
-    QVERIFY(driver.window.close());
-}
-
-void TestLogOut::aDialogThatIsOpenCancels() {
-    WindowDriver driver;
-    Tessel::UI::closeAtLogOut(*qApp, driver.window);
-    QVERIFY(driver.openVault(containerPath(), Password));
-    driver.dialogs.handle(u"Nova pasta"_s, [this](QDialog* dialog) {
-        const auto close = qScopeGuard([dialog] { dialog->reject(); });
+    void aVaultThatCannotBeLockedCancels() {
+        WindowDriver driver;
+        Tessel::UI::closeAtLogOut(*qApp, driver.window);
+        QVERIFY(driver.openWithoutWayBack(containerPath(), Password, u"a.txt"_s));
+        driver.dialogs.acceptWarning(u"Tessel"_s);
         askForTheEnd();
         QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_s, u"1 cannot"_s}),
                                   PatienceMs);
-    });
-    driver.action(u"Nova pasta..."_s)->trigger();
-    QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
-    QVERIFY(driver.window.isVisible());
-    QVERIFY(driver.vaultIsOpen());
-    QVERIFY(driver.window.close());
-}
+        QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+        QCOMPARE(driver.dialogs.lastText(), u"Não foi possível bloquear o cofre."_s);
+        QVERIFY(driver.window.isVisible());
+        QVERIFY(driver.vaultIsOpen());
+        QVERIFY(WindowDriver::bringBack(containerPath()));
+        QVERIFY(driver.window.close());
+    }
+
+    void aDialogThatIsOpenCancels() {
+        WindowDriver driver;
+        Tessel::UI::closeAtLogOut(*qApp, driver.window);
+        QVERIFY(driver.openVault(containerPath(), Password));
+        driver.dialogs.handle(u"Nova pasta"_s, [this](QDialog* dialog) {
+            const auto close = qScopeGuard([dialog] { dialog->reject(); });
+            askForTheEnd();
+            QTRY_COMPARE_WITH_TIMEOUT(answers(), (QStringList{u"1 cancels"_s, u"1 cannot"_s}),
+                                      PatienceMs);
+        });
+        driver.action(u"Nova pasta..."_s)->trigger();
+        QVERIFY2(driver.dialogs.finished(), qPrintable(driver.dialogs.problems()));
+        QVERIFY(driver.window.isVisible());
+        QVERIFY(driver.vaultIsOpen());
+        QVERIFY(driver.window.close());
+    }
+};
 
 namespace {
 
