@@ -40,7 +40,7 @@ private Q_SLOTS:
         }
     }
 
-    void encodesAsTheToolkitDoes() {
+    void encodesAsQtDoes() {
         QRandomGenerator random(20261122);
         QByteArray bytes;
         for (int length = 0; length < 3000; ++length) {
@@ -51,7 +51,7 @@ private Q_SLOTS:
         }
     }
 
-    void passesOverWhatTheToolkitPassesOver_data() {
+    void passesOverWhatQtPassesOver_data() {
         QTest::addColumn<QByteArray>("text");
         QTest::newRow("line feed") << QByteArray("Zm9v\nYmFy");
         QTest::newRow("blanks to a multiple of four") << QByteArray("Zm9v    YmFy");
@@ -62,12 +62,12 @@ private Q_SLOTS:
         QTest::newRow("bytes above 127") << QByteArray("Zm9v\xc3\xa9\xff\x80YmFy");
         QTest::newRow("stray bits in the last group") << QByteArray("Zm9vZh==");
     }
-    void passesOverWhatTheToolkitPassesOver() {
+    void passesOverWhatQtPassesOver() {
         QFETCH(QByteArray, text);
         QCOMPARE(decodeBase64(text), QByteArray::fromBase64(text));
     }
 
-    void agreesWithTheToolkitOnNoise() {
+    void agreesWithQtOnNoise() {
         QRandomGenerator random(20261121);
         const QByteArray letters("ABCxyz019+/==\n -_\xff");
         for (int round = 0; round < 20000; ++round) {

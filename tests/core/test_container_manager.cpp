@@ -771,15 +771,12 @@ private Q_SLOTS:
     void nothingIsWrittenIntoAFolderWithoutTheRight() {
         const QByteArray before = containerWith(SmallHeader);
         QVERIFY(writeFile(path(), before));
-        QVERIFY(QFile::setPermissions(m_folder->path(), QFile::ReadOwner | QFile::ExeOwner));
         {
-            const ObeyPermissions obey;
+            const UnwritableFolder folder(m_folder->path());
             QVERIFY(!m_manager.writeDocument(path(), sampleDocument()));
             QVERIFY(!m_manager.writeContainer(path(), "bytes"));
             QVERIFY(!m_manager.writeDocument(path(u"new"_s), sampleDocument()));
         }
-        QVERIFY(QFile::setPermissions(m_folder->path(),
-                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(readFile(path()) == before);
         QCOMPARE(namesInFolder(), QStringList(u"tessel.tvlt"_s));
     }

@@ -149,15 +149,10 @@ private Q_SLOTS:
 
     void preparingFailsWithoutTheRight() {
         TempWorkspaceManager workspace;
-        QVERIFY(QFile::setPermissions(m_temp->path(), QFile::ReadOwner | QFile::ExeOwner));
-        bool prepared = true;
         {
-            const ObeyPermissions obey;
-            prepared = workspace.prepare();
+            const UnwritableFolder folder(m_temp->path());
+            QVERIFY(!workspace.prepare());
         }
-        QVERIFY(QFile::setPermissions(m_temp->path(),
-                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        QVERIFY(!prepared);
         QVERIFY(QDir(m_temp->path()).isEmpty());
     }
 

@@ -221,4 +221,14 @@ ObeyPermissions::~ObeyPermissions() {
     setEffective(m_before);
 }
 
+UnwritableFolder::UnwritableFolder(const QString& path) : m_path(path) {
+    if (!QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner)) {
+        qFatal("cannot take a right away");
+    }
+}
+
+UnwritableFolder::~UnwritableFolder() {
+    QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
 } // namespace Tessel::Tests

@@ -128,6 +128,18 @@ private:
     quint32 m_before = 0;
 };
 
+/// Takes away the right to change what a folder holds, and obeys that.
+class UnwritableFolder {
+public:
+    explicit UnwritableFolder(const QString& path);
+    ~UnwritableFolder();
+    Q_DISABLE_COPY_MOVE(UnwritableFolder)
+
+private:
+    QString m_path;
+    ObeyPermissions m_obey;
+};
+
 /// The main() of a test that causes faults.
 template <typename Test>
 int runWithFaults(int argc, char** argv) {
