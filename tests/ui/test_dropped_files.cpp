@@ -103,631 +103,567 @@ private:
 class TestDroppedFiles : public WindowTest {
     Q_OBJECT
 
-private Q_SLOTS:
-    void filesAreImportedIntoTheFolderShown();
-    void sourceIsToldToKeepItsFiles();
-    void folderBringsItsFilesAndFolders();
-    void existingFileIsAskedAbout();
-    void fileDroppedOverAnOpenedOneCountsMoreThanItsEdit();
-    void linksToFoldersAndNowhereAreRefusedByName();
-    void folderNamedAsAFileIsRefused();
-    void folderWithoutAUsableNameIsRefused();
-    void namesThatAreNoTextAreRefusedByName();
-    void folderThatCannotBeReadIsRefused();
-    void folderThatSharesAFilesNameStillTakesFiles();
-    void emptyFolderIsMade();
-    void fileThatHasGoneRefusesAll();
-    void lockedVaultTakesNothing();
-    void onlyLocalFilesAreTaken();
-    void sourceThatOnlyMovesIsRefused();
-    void nothingIsTakenDuringAnImport();
-    void dropBeforeALockIsForgotten();
-
-    void filesDroppedOnAFolderGoIntoIt_data();
-    void filesDroppedOnAFolderGoIntoIt();
-    void onlyTheFolderUnderADragIsHighlighted();
-    void selectedFolderUnderADragIsHighlighted();
-    void dragAtTheEdgeScrolls();
-
-    void draggedRowIsMoved_data();
-    void draggedRowIsMoved();
-    void draggedRowIsRefusedAsItsCommandIs_data();
-    void draggedRowIsRefusedAsItsCommandIs();
-    void folderBackOnItsOwnRowIsRefused();
-    void slipOnARowMovesNothing();
-    void openedFileIsNotMovedByDragging();
-    void rowIsWelcomeOnFoldersAlone();
-    void onlyFilesAndFoldersCanBeDragged();
-    void nothingCanBeDraggedDuringAnImport();
-    void draggedRowShowsOthersNothing();
-    void rowOfAnotherWindowIsRefused();
-    void moveBeforeALockIsForgotten();
-
 private:
-    [[nodiscard]] bool openSample();
-    [[nodiscard]] bool make(const QString& name, const QByteArray& bytes) const;
-    void drop(const QStringList& names);
+    [[nodiscard]] bool openSample() {
+        CraftedContainer crafted;
+        crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "old").addFile(u"docs/b.txt"_s, "b");
+        const QString container = m_folder->filePath(u"t.tvlt"_s);
+        return crafted.writeTo(container) && m_driver->openVault(container, Password);
+    }
+
+    [[nodiscard]] bool make(const QString& name, const QByteArray& bytes) const {
+        return QDir().mkpath(QFileInfo(path(name)).absolutePath()) && writeFile(path(name), bytes);
+    }
+
+    void drop(const QStringList& names) {
+        QStringList paths;
+        for (const QString& name : names) {
+            paths.append(path(name));
+        }
+        Drag(paths).dropOn(m_driver->table());
+        // The table has taken the drop; the import follows when the file manager is free again.
+        QCoreApplication::processEvents();
+    }
+
     /// Opens a vault with folders in folders.
-    [[nodiscard]] bool openFolders();
+    [[nodiscard]] bool openFolders() {
+        CraftedContainer crafted;
+        for (const QString& folder :
+             {u"docs"_s, u"docs/sub"_s, u"docs/outra"_s, u"outra"_s, u"fotos"_s}) {
+            crafted.addFolder(folder);
+        }
+        for (const QString& file : {u"a.txt"_s, u"b.txt"_s, u"docs/b.txt"_s, u"docs/c.txt"_s}) {
+            crafted.addFile(file, "x");
+        }
+        const QString container = path(u"folders.tvlt"_s);
+        return crafted.writeTo(container) && m_driver->openVault(container, Password);
+    }
+
     /// The middle of the row with this name, in the table's viewport.
-    [[nodiscard]] QPoint middleOf(const QString& row) const;
+    [[nodiscard]] QPoint middleOf(const QString& row) const {
+        const QTableWidget* table = m_driver->table();
+        return table->visualItemRect(table->item(m_driver->rowNamed(row), 1)).center();
+    }
+
     /// How the row with this name looks now.
-    [[nodiscard]] QImage picture(const QString& row) const;
+    [[nodiscard]] QImage picture(const QString& row) const {
+        QTableWidget* table = m_driver->table();
+        const QRect place = table->visualItemRect(table->item(m_driver->rowNamed(row), 1));
+        return table->viewport()->grab(place).toImage();
+    }
+
     /// Drags one row onto another.
-    void dragRow(const QString& row, const QString& onto);
-    [[nodiscard]] QByteArray exported(const QString& name);
-};
-
-bool TestDroppedFiles::openSample() {
-    CraftedContainer crafted;
-    crafted.addFolder(u"docs"_s).addFile(u"a.txt"_s, "old").addFile(u"docs/b.txt"_s, "b");
-    const QString container = m_folder->filePath(u"t.tvlt"_s);
-    return crafted.writeTo(container) && m_driver->openVault(container, Password);
-}
-
-bool TestDroppedFiles::make(const QString& name, const QByteArray& bytes) const {
-    return QDir().mkpath(QFileInfo(path(name)).absolutePath()) && writeFile(path(name), bytes);
-}
-
-void TestDroppedFiles::drop(const QStringList& names) {
-    QStringList paths;
-    for (const QString& name : names) {
-        paths.append(path(name));
+    void dragRow(const QString& row, const QString& onto) {
+        QTableWidget* table = m_driver->table();
+        QVERIFY(m_driver->selectRow(row));
+        Drag drag(table, m_driver->rowNamed(row));
+        drag.position = middleOf(row);
+        QVERIFY(drag.data && !drag.hoverOver(table));
+        drag.position = middleOf(onto);
+        QVERIFY(drag.moveOver(table));
+        drag.letGo(table);
+        QCOMPARE(drag.taken, Qt::MoveAction);
+        // The move follows when the drag has ended.
+        QCoreApplication::processEvents();
     }
-    Drag(paths).dropOn(m_driver->table());
-    // The table has taken the drop; the import follows when the file manager is free again.
-    QCoreApplication::processEvents();
-}
 
-QByteArray TestDroppedFiles::exported(const QString& name) {
-    const QString target = m_folder->filePath(u"exported"_s);
-    if (!m_driver->selectRow(name)) {
-        return {};
+private Q_SLOTS:
+    void filesAreImportedIntoTheFolderShown() {
+        QVERIFY(openSample() && make(u"um.txt"_s, "1") && make(u"dois.txt"_s, "22"));
+        QVERIFY(m_driver->activateRow(u"docs"_s));
+        drop({u"um.txt"_s, u"dois.txt"_s});
+        QCOMPARE(m_driver->rowNames(),
+                 QStringList({u".."_s, u"b.txt"_s, u"dois.txt"_s, u"um.txt"_s}));
+        QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_s);
+        QCOMPARE(exported(u"dois.txt"_s), "22");
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
     }
-    m_driver->dialogs.press(u"Exportar arquivo"_s, u"Continuar"_s);
-    m_driver->dialogs.answerFiles(u"Exportar arquivo"_s, {target});
-    m_driver->action(u"Exportar..."_s)->trigger();
-    const QByteArray bytes = readFile(target);
-    QFile::remove(target);
-    return bytes;
-}
 
-void TestDroppedFiles::filesAreImportedIntoTheFolderShown() {
-    QVERIFY(openSample() && make(u"um.txt"_s, "1") && make(u"dois.txt"_s, "22"));
-    QVERIFY(m_driver->activateRow(u"docs"_s));
-    drop({u"um.txt"_s, u"dois.txt"_s});
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"b.txt"_s, u"dois.txt"_s, u"um.txt"_s}));
-    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_s);
-    QCOMPARE(exported(u"dois.txt"_s), "22");
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-}
-
-void TestDroppedFiles::sourceIsToldToKeepItsFiles() {
-    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
-    Drag drag({path(u"um.txt"_s)});
-    drag.proposed = Qt::MoveAction; // with the shift key held down
-    drag.dropOn(m_driver->table());
-    QCOMPARE(drag.taken, Qt::CopyAction);
-    QTRY_COMPARE(m_driver->rowNamed(u"um.txt"_s), 2);
-    QVERIFY(QFile::exists(path(u"um.txt"_s)));
-}
-
-void TestDroppedFiles::folderBringsItsFilesAndFolders() {
-    QVERIFY(openSample() && make(u"fotos/praia.txt"_s, "p") && make(u"fotos/2024/x.txt"_s, "x") &&
-            make(u"fotos/.oculto"_s, "o") && make(u"solto.txt"_s, "s") &&
-            QDir().mkpath(path(u"fotos/vazia"_s)));
-    drop({u"fotos"_s, u"solto.txt"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->statusMessage(), u"4 arquivos importados com sucesso."_s);
-    QCOMPARE(m_driver->rowNames(),
-             QStringList({u"docs"_s, u"fotos"_s, u"a.txt"_s, u"solto.txt"_s}));
-    QVERIFY(m_driver->activateRow(u"fotos"_s));
-    QCOMPARE(m_driver->rowNames(),
-             QStringList({u".."_s, u"2024"_s, u"vazia"_s, u".oculto"_s, u"praia.txt"_s}));
-    QCOMPARE(exported(u"praia.txt"_s), "p");
-    QVERIFY(m_driver->activateRow(u"vazia"_s));
-    QCOMPARE(m_driver->rowNames(), QStringList(u".."_s));
-    QVERIFY(m_driver->activateRow(u".."_s) && m_driver->activateRow(u"2024"_s));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"x.txt"_s}));
-    QCOMPARE(exported(u"x.txt"_s), "x");
-}
-
-void TestDroppedFiles::existingFileIsAskedAbout() {
-    QVERIFY(openSample() && make(u"docs/b.txt"_s, "new") && make(u"a.txt"_s, "newer"));
-    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Não"_s);
-    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
-    drop({u"a.txt"_s, u"docs"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(),
-             u"docs/b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_s);
-    QCOMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_s);
-    QCOMPARE(exported(u"a.txt"_s), "old");
-    QVERIFY(m_driver->activateRow(u"docs"_s));
-    QCOMPARE(exported(u"b.txt"_s), "new");
-}
-
-void TestDroppedFiles::fileDroppedOverAnOpenedOneCountsMoreThanItsEdit() {
-    QVERIFY(openSample() && make(u"a.txt"_s, "dropped"));
-    const FakeDesktop desktop(u"file"_s);
-    QVERIFY(m_driver->activateRow(u"a.txt"_s) && desktop.opened.size() == 1);
-    QFile copy(desktop.opened.first().toLocalFile());
-    QVERIFY(copy.open(QIODevice::Append) && copy.write("er edit") == 7 && copy.flush());
-    QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
-                             QFileDevice::FileModificationTime));
-    m_driver->dialogs.press(u"Substituir arquivo"_s, u"Sim"_s);
-    drop({u"a.txt"_s});
-    QCOMPARE(readFile(copy.fileName()), "dropped");
-    m_driver->action(u"Bloquear"_s)->trigger();
-    QVERIFY(m_driver->unlock(Password));
-    QCOMPARE(exported(u"a.txt"_s), "dropped");
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-}
-
-void TestDroppedFiles::linksToFoldersAndNowhereAreRefusedByName() {
-    QVERIFY(openSample() && make(u"fotos/x.txt"_s, "x") && make(u"outro.txt"_s, "o"));
-    QVERIFY(QFile::link(path(u"fotos"_s), path(u"atalho"_s)));
-    QVERIFY(QFile::link(path(u"fotos"_s), path(u"fotos/circulo"_s)));
-    QVERIFY(QFile::link(path(u"nada"_s), path(u"fotos/solto"_s)));
-    QVERIFY(QFile::link(path(u"outro.txt"_s), path(u"fotos/vale.txt"_s)));
-    for (int i = 0; i < 3; ++i) {
-        m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
+    void sourceIsToldToKeepItsFiles() {
+        QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+        Drag drag({path(u"um.txt"_s)});
+        drag.proposed = Qt::MoveAction; // with the shift key held down
+        drag.dropOn(m_driver->table());
+        QCOMPARE(drag.taken, Qt::CopyAction);
+        QTRY_COMPARE(m_driver->rowNamed(u"um.txt"_s), 2);
+        QVERIFY(QFile::exists(path(u"um.txt"_s)));
     }
-    drop({u"atalho"_s, u"fotos"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    const QList<DialogDriver::Seen> seen = m_driver->dialogs.seen();
-    QCOMPARE(seen.at(seen.size() - 3).text, u"Não foi possível importar atalho."_s);
-    QCOMPARE(seen.at(seen.size() - 2).text, u"Não foi possível importar circulo."_s);
-    QCOMPARE(seen.last().text, u"Não foi possível importar solto."_s);
-    QVERIFY(m_driver->activateRow(u"fotos"_s));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"vale.txt"_s, u"x.txt"_s}));
-    QCOMPARE(exported(u"vale.txt"_s), "o");
-}
 
-void TestDroppedFiles::folderNamedAsAFileIsRefused() {
-    // A folder "a.txt" must not come to lie beside the file "a.txt", nor beneath it.
-    QVERIFY(openSample() && make(u"a.txt/x.txt"_s, "x") && QDir().mkpath(path(u"a.txt/vazia"_s)));
-    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
-    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
-    drop({u"a.txt"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.seen().at(m_driver->dialogs.seen().size() - 2).text,
-             u"Não foi possível importar x.txt."_s);
-    QCOMPARE(m_driver->dialogs.lastText(), u"Não foi possível importar vazia."_s);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
-    QCOMPARE(exported(u"a.txt"_s), "old");
-}
-
-void TestDroppedFiles::folderWithoutAUsableNameIsRefused() {
-    // Blanks alone are no name in the vault; the files must not end up in the folder above.
-    QVERIFY(openSample() && make(u"f/ /x.txt"_s, "x") && make(u"f/y.txt"_s, "y") &&
-            make(u"f/  "_s, "two blanks"));
-    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
-    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
-    drop({u"f"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"f"_s, u"a.txt"_s}));
-    QVERIFY(m_driver->activateRow(u"f"_s));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"y.txt"_s}));
-}
-
-void TestDroppedFiles::namesThatAreNoTextAreRefusedByName() {
-    // From a drive that was written under another encoding.
-    QVERIFY(openSample() && make(u"f/y.txt"_s, "y") && make(u"f/açaí.txt"_s, "a"));
-    const QByteArray folder = QFile::encodeName(path(u"f"_s));
-    const QByteArray fileName = folder + "/caf\xe9.txt";
-    const QByteArray folderName = folder + "/\xc1lbum";
-    const int file = ::open(fileName.constData(), O_CREAT | O_WRONLY, 0600);
-    QVERIFY(file >= 0 && ::close(file) == 0);
-    QCOMPARE(::mkdir(folderName.constData(), 0700), 0);
-    // Qt does not see them when it removes the test's folder.
-    const auto removing = qScopeGuard([&] {
-        ::unlink(fileName.constData());
-        ::rmdir(folderName.constData());
-    });
-    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
-    m_driver->dialogs.press(u"Tessel"_s, u"OK"_s);
-    drop({u"f"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QStringList refused;
-    for (const DialogDriver::Seen& seen : m_driver->dialogs.seen().last(2)) {
-        refused.append(seen.text);
+    void folderBringsItsFilesAndFolders() {
+        QVERIFY(openSample() && make(u"fotos/praia.txt"_s, "p") &&
+                make(u"fotos/2024/x.txt"_s, "x") && make(u"fotos/.oculto"_s, "o") &&
+                make(u"solto.txt"_s, "s") && QDir().mkpath(path(u"fotos/vazia"_s)));
+        drop({u"fotos"_s, u"solto.txt"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(m_driver->statusMessage(), u"4 arquivos importados com sucesso."_s);
+        QCOMPARE(m_driver->rowNames(),
+                 QStringList({u"docs"_s, u"fotos"_s, u"a.txt"_s, u"solto.txt"_s}));
+        QVERIFY(m_driver->activateRow(u"fotos"_s));
+        QCOMPARE(m_driver->rowNames(),
+                 QStringList({u".."_s, u"2024"_s, u"vazia"_s, u".oculto"_s, u"praia.txt"_s}));
+        QCOMPARE(exported(u"praia.txt"_s), "p");
+        QVERIFY(m_driver->activateRow(u"vazia"_s));
+        QCOMPARE(m_driver->rowNames(), QStringList(u".."_s));
+        QVERIFY(m_driver->activateRow(u".."_s) && m_driver->activateRow(u"2024"_s));
+        QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"x.txt"_s}));
+        QCOMPARE(exported(u"x.txt"_s), "x");
     }
-    refused.sort();
-    QCOMPARE(refused, QStringList({u"Não foi possível importar caf\ufffd.txt."_s,
-                                   u"Não foi possível importar \ufffdlbum."_s}));
-    QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_s);
-    QVERIFY(m_driver->activateRow(u"f"_s));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"açaí.txt"_s, u"y.txt"_s}));
-}
 
-void TestDroppedFiles::folderThatCannotBeReadIsRefused() {
-    QVERIFY(make(u"f/aberto.txt"_s, "a") && make(u"f/fechado/x.txt"_s, "x"));
-    QVERIFY(QFile::setPermissions(m_folder->path(), QFile::permissions(u"/usr"_s)));
-    QVERIFY(QFile::setPermissions(path(u"f/fechado"_s), QFile::WriteOwner));
-    // Root reads everything: somebody else looks.
-    const uid_t before = geteuid();
-    QVERIFY(before != 0 || seteuid(65534) == 0);
-    const Tessel::UI::ImportPlan plan = Tessel::UI::planImport({path(u"f"_s)}, QString());
-    QCOMPARE(seteuid(before), 0);
-    QVERIFY(QFile::setPermissions(path(u"f/fechado"_s),
-                                  QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner));
-    QCOMPARE(plan.unusable, QStringList(path(u"f/fechado"_s)));
-    QCOMPARE(plan.emptyDirectories, QStringList());
-    QCOMPARE(plan.files.size(), 1);
-    QCOMPARE(plan.files.first().sourcePath, path(u"f/aberto.txt"_s));
-}
+    void existingFileIsAskedAbout() {
+        QVERIFY(openSample() && make(u"docs/b.txt"_s, "new") && make(u"a.txt"_s, "newer"));
+        dialogs().press(u"Substituir arquivo"_s, u"Não"_s);
+        dialogs().press(u"Substituir arquivo"_s, u"Sim"_s);
+        drop({u"a.txt"_s, u"docs"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(lastText(),
+                 u"docs/b.txt já existe no cofre. Deseja substituir o arquivo protegido?"_s);
+        QCOMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_s);
+        QCOMPARE(exported(u"a.txt"_s), "old");
+        QVERIFY(m_driver->activateRow(u"docs"_s));
+        QCOMPARE(exported(u"b.txt"_s), "new");
+    }
 
-void TestDroppedFiles::folderThatSharesAFilesNameStillTakesFiles() {
-    // An import may put a file beside a folder of its path; the folder is no worse for that.
-    QVERIFY(openSample() && make(u"docs"_s, "a file") && make(u"n.txt"_s, "n"));
-    drop({u"docs"_s});
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"docs"_s}));
-    QVERIFY(m_driver->activateRow(u"docs"_s));
-    m_driver->dialogs.answerFiles(u"Importar arquivos para o cofre"_s, {path(u"n.txt"_s)});
-    m_driver->action(u"Importar..."_s)->trigger();
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"b.txt"_s, u"n.txt"_s}));
-}
+    void fileDroppedOverAnOpenedOneCountsMoreThanItsEdit() {
+        QVERIFY(openSample() && make(u"a.txt"_s, "dropped"));
+        const FakeDesktop desktop(u"file"_s);
+        QVERIFY(m_driver->activateRow(u"a.txt"_s) && desktop.opened.size() == 1);
+        QFile copy(desktop.opened.first().toLocalFile());
+        QVERIFY(copy.open(QIODevice::Append) && copy.write("er edit") == 7 && copy.flush());
+        QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                                 QFileDevice::FileModificationTime));
+        dialogs().press(u"Substituir arquivo"_s, u"Sim"_s);
+        drop({u"a.txt"_s});
+        QCOMPARE(readFile(copy.fileName()), "dropped");
+        m_driver->action(u"Bloquear"_s)->trigger();
+        QVERIFY(m_driver->unlock(Password));
+        QCOMPARE(exported(u"a.txt"_s), "dropped");
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+    }
 
-void TestDroppedFiles::emptyFolderIsMade() {
-    QVERIFY(openSample() && QDir().mkpath(path(u"vazia"_s)));
-    drop({u"vazia"_s});
-    QCOMPARE(m_driver->statusMessage(), u"Pasta criada."_s);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"vazia"_s, u"a.txt"_s}));
-}
+    void linksToFoldersAndNowhereAreRefusedByName() {
+        QVERIFY(openSample() && make(u"fotos/x.txt"_s, "x") && make(u"outro.txt"_s, "o"));
+        QVERIFY(QFile::link(path(u"fotos"_s), path(u"atalho"_s)));
+        QVERIFY(QFile::link(path(u"fotos"_s), path(u"fotos/circulo"_s)));
+        QVERIFY(QFile::link(path(u"nada"_s), path(u"fotos/solto"_s)));
+        QVERIFY(QFile::link(path(u"outro.txt"_s), path(u"fotos/vale.txt"_s)));
+        for (int i = 0; i < 3; ++i) {
+            dialogs().press(u"Tessel"_s, u"OK"_s);
+        }
+        drop({u"atalho"_s, u"fotos"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        const QList<DialogDriver::Seen> seen = dialogs().seen();
+        QCOMPARE(seen.at(seen.size() - 3).text, u"Não foi possível importar atalho."_s);
+        QCOMPARE(seen.at(seen.size() - 2).text, u"Não foi possível importar circulo."_s);
+        QCOMPARE(seen.last().text, u"Não foi possível importar solto."_s);
+        QVERIFY(m_driver->activateRow(u"fotos"_s));
+        QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"vale.txt"_s, u"x.txt"_s}));
+        QCOMPARE(exported(u"vale.txt"_s), "o");
+    }
 
-void TestDroppedFiles::fileThatHasGoneRefusesAll() {
-    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
-    m_driver->dialogs.press(u"Importar arquivos"_s, u"OK"_s);
-    drop({u"um.txt"_s, u"foi.txt"_s});
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(),
-             u"O arquivo foi.txt não está disponível para importação."_s);
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
-}
+    void folderNamedAsAFileIsRefused() {
+        // A folder "a.txt" must not come to lie beside the file "a.txt", nor beneath it.
+        QVERIFY(openSample() && make(u"a.txt/x.txt"_s, "x") &&
+                QDir().mkpath(path(u"a.txt/vazia"_s)));
+        dialogs().press(u"Tessel"_s, u"OK"_s);
+        dialogs().press(u"Tessel"_s, u"OK"_s);
+        drop({u"a.txt"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(dialogs().seen().at(dialogs().seen().size() - 2).text,
+                 u"Não foi possível importar x.txt."_s);
+        QCOMPARE(lastText(), u"Não foi possível importar vazia."_s);
+        QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
+        QCOMPARE(exported(u"a.txt"_s), "old");
+    }
 
-void TestDroppedFiles::lockedVaultTakesNothing() {
-    QVERIFY(make(u"um.txt"_s, "1"));
-    Drag drag({path(u"um.txt"_s)});
-    drag.dropOn(m_driver->table());
-    QCOMPARE(drag.taken, Qt::IgnoreAction);
-}
+    void folderWithoutAUsableNameIsRefused() {
+        // Blanks alone are no name in the vault; the files must not end up in the folder above.
+        QVERIFY(openSample() && make(u"f/ /x.txt"_s, "x") && make(u"f/y.txt"_s, "y") &&
+                make(u"f/  "_s, "two blanks"));
+        dialogs().press(u"Tessel"_s, u"OK"_s);
+        dialogs().press(u"Tessel"_s, u"OK"_s);
+        drop({u"f"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"f"_s, u"a.txt"_s}));
+        QVERIFY(m_driver->activateRow(u"f"_s));
+        QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"y.txt"_s}));
+    }
 
-void TestDroppedFiles::onlyLocalFilesAreTaken() {
-    QVERIFY(openSample());
-    Drag page({});
-    page.data->setUrls({QUrl(u"https://example.org/a.txt"_s)});
-    page.dropOn(m_driver->table());
-    QCOMPARE(page.taken, Qt::IgnoreAction);
-    QVERIFY(make(u"um.txt"_s, "1"));
-    Drag mixture({path(u"um.txt"_s)});
-    mixture.data->setUrls(mixture.data->urls() << page.data->urls());
-    mixture.dropOn(m_driver->table());
-    QCOMPARE(mixture.taken, Qt::IgnoreAction);
-    Drag text({});
-    text.data->setText(u"/etc/hostname"_s);
-    text.dropOn(m_driver->table());
-    QCOMPARE(text.taken, Qt::IgnoreAction);
-}
+    void namesThatAreNoTextAreRefusedByName() {
+        // From a drive that was written under another encoding.
+        QVERIFY(openSample() && make(u"f/y.txt"_s, "y") && make(u"f/açaí.txt"_s, "a"));
+        const QByteArray folder = QFile::encodeName(path(u"f"_s));
+        const QByteArray fileName = folder + "/caf\xe9.txt";
+        const QByteArray folderName = folder + "/\xc1lbum";
+        const int file = ::open(fileName.constData(), O_CREAT | O_WRONLY, 0600);
+        QVERIFY(file >= 0 && ::close(file) == 0);
+        QCOMPARE(::mkdir(folderName.constData(), 0700), 0);
+        // Qt does not see them when it removes the test's folder.
+        const auto removing = qScopeGuard([&] {
+            ::unlink(fileName.constData());
+            ::rmdir(folderName.constData());
+        });
+        dialogs().press(u"Tessel"_s, u"OK"_s);
+        dialogs().press(u"Tessel"_s, u"OK"_s);
+        drop({u"f"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QStringList refused;
+        for (const DialogDriver::Seen& seen : dialogs().seen().last(2)) {
+            refused.append(seen.text);
+        }
+        refused.sort();
+        QCOMPARE(refused, QStringList({u"Não foi possível importar caf\ufffd.txt."_s,
+                                       u"Não foi possível importar \ufffdlbum."_s}));
+        QCOMPARE(m_driver->statusMessage(), u"2 arquivos importados com sucesso."_s);
+        QVERIFY(m_driver->activateRow(u"f"_s));
+        QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"açaí.txt"_s, u"y.txt"_s}));
+    }
 
-void TestDroppedFiles::sourceThatOnlyMovesIsRefused() {
-    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
-    Drag drag({path(u"um.txt"_s)});
-    drag.offered = Qt::MoveAction;
-    drag.dropOn(m_driver->table());
-    QCOMPARE(drag.taken, Qt::IgnoreAction);
-}
+    void folderThatCannotBeReadIsRefused() {
+        QVERIFY(make(u"f/aberto.txt"_s, "a") && make(u"f/fechado/x.txt"_s, "x"));
+        QVERIFY(QFile::setPermissions(m_folder->path(), QFile::permissions(u"/usr"_s)));
+        QVERIFY(QFile::setPermissions(path(u"f/fechado"_s), QFile::WriteOwner));
+        // Root reads everything: somebody else looks.
+        const uid_t before = geteuid();
+        QVERIFY(before != 0 || seteuid(65534) == 0);
+        const Tessel::UI::ImportPlan plan = Tessel::UI::planImport({path(u"f"_s)}, QString());
+        QCOMPARE(seteuid(before), 0);
+        QVERIFY(QFile::setPermissions(path(u"f/fechado"_s),
+                                      QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner));
+        QCOMPARE(plan.unusable, QStringList(path(u"f/fechado"_s)));
+        QCOMPARE(plan.emptyDirectories, QStringList());
+        QCOMPARE(plan.files.size(), 1);
+        QCOMPARE(plan.files.first().sourcePath, path(u"f/aberto.txt"_s));
+    }
 
-void TestDroppedFiles::nothingIsTakenDuringAnImport() {
-    QVERIFY(openSample() && make(u"um.txt"_s, "1") && make(u"dois.txt"_s, "2"));
-    int tried = 0;
-    const ProgressProbe probe([&](QProgressDialog*, int) {
-        ++tried;
-        Drag drag({path(u"dois.txt"_s)});
+    void folderThatSharesAFilesNameStillTakesFiles() {
+        // An import may put a file beside a folder of its path; the folder is no worse for that.
+        QVERIFY(openSample() && make(u"docs"_s, "a file") && make(u"n.txt"_s, "n"));
+        drop({u"docs"_s});
+        QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"docs"_s}));
+        QVERIFY(m_driver->activateRow(u"docs"_s));
+        dialogs().answerFiles(u"Importar arquivos para o cofre"_s, {path(u"n.txt"_s)});
+        VERIFY_RUN(u"Importar..."_s);
+        QCOMPARE(m_driver->rowNames(), QStringList({u".."_s, u"b.txt"_s, u"n.txt"_s}));
+    }
+
+    void emptyFolderIsMade() {
+        QVERIFY(openSample() && QDir().mkpath(path(u"vazia"_s)));
+        drop({u"vazia"_s});
+        QCOMPARE(m_driver->statusMessage(), u"Pasta criada."_s);
+        QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"vazia"_s, u"a.txt"_s}));
+    }
+
+    void fileThatHasGoneRefusesAll() {
+        QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+        dialogs().press(u"Importar arquivos"_s, u"OK"_s);
+        drop({u"um.txt"_s, u"foi.txt"_s});
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(lastText(), u"O arquivo foi.txt não está disponível para importação."_s);
+        QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s}));
+    }
+
+    void lockedVaultTakesNothing() {
+        QVERIFY(make(u"um.txt"_s, "1"));
+        Drag drag({path(u"um.txt"_s)});
         drag.dropOn(m_driver->table());
         QCOMPARE(drag.taken, Qt::IgnoreAction);
-    });
-    drop({u"um.txt"_s});
-    QVERIFY(tried > 0);
-    QCoreApplication::processEvents();
-    QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"um.txt"_s}));
-}
-
-void TestDroppedFiles::dropBeforeALockIsForgotten() {
-    QVERIFY(openSample() && make(u"um.txt"_s, "1"));
-    Drag({path(u"um.txt"_s)}).dropOn(m_driver->table());
-    m_driver->action(u"Bloquear"_s)->trigger();
-    QCoreApplication::processEvents();
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QVERIFY(!m_driver->vaultIsOpen());
-}
-
-// --- Folders as destinations -----------------------------------------------------------------
-
-bool TestDroppedFiles::openFolders() {
-    CraftedContainer crafted;
-    for (const QString& folder :
-         {u"docs"_s, u"docs/sub"_s, u"docs/outra"_s, u"outra"_s, u"fotos"_s}) {
-        crafted.addFolder(folder);
     }
-    for (const QString& file : {u"a.txt"_s, u"b.txt"_s, u"docs/b.txt"_s, u"docs/c.txt"_s}) {
-        crafted.addFile(file, "x");
+
+    void onlyLocalFilesAreTaken() {
+        QVERIFY(openSample());
+        Drag page({});
+        page.data->setUrls({QUrl(u"https://example.org/a.txt"_s)});
+        page.dropOn(m_driver->table());
+        QCOMPARE(page.taken, Qt::IgnoreAction);
+        QVERIFY(make(u"um.txt"_s, "1"));
+        Drag mixture({path(u"um.txt"_s)});
+        mixture.data->setUrls(mixture.data->urls() << page.data->urls());
+        mixture.dropOn(m_driver->table());
+        QCOMPARE(mixture.taken, Qt::IgnoreAction);
+        Drag text({});
+        text.data->setText(u"/etc/hostname"_s);
+        text.dropOn(m_driver->table());
+        QCOMPARE(text.taken, Qt::IgnoreAction);
     }
-    const QString container = path(u"folders.tvlt"_s);
-    return crafted.writeTo(container) && m_driver->openVault(container, Password);
-}
 
-QPoint TestDroppedFiles::middleOf(const QString& row) const {
-    const QTableWidget* table = m_driver->table();
-    return table->visualItemRect(table->item(m_driver->rowNamed(row), 1)).center();
-}
-
-QImage TestDroppedFiles::picture(const QString& row) const {
-    QTableWidget* table = m_driver->table();
-    const QRect place = table->visualItemRect(table->item(m_driver->rowNamed(row), 1));
-    return table->viewport()->grab(place).toImage();
-}
-
-void TestDroppedFiles::filesDroppedOnAFolderGoIntoIt_data() {
-    QTest::addColumn<QString>("shown");
-    QTest::addColumn<QString>("row");
-    QTest::newRow("folder") << QString() << u"docs"_s;
-    QTest::newRow("folder above") << u"docs"_s << u".."_s;
-}
-
-void TestDroppedFiles::filesDroppedOnAFolderGoIntoIt() {
-    QFETCH(const QString, shown);
-    QFETCH(const QString, row);
-    QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
-    QVERIFY(shown.isEmpty() || m_driver->activateRow(shown));
-    Drag drag({path(u"um.txt"_s)});
-    drag.position = middleOf(row);
-    drag.dropOn(m_driver->table());
-    QCOMPARE(drag.taken, Qt::CopyAction);
-    QTRY_COMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_s);
-    QCOMPARE(m_driver->rowNamed(u"um.txt"_s), -1);
-    QVERIFY(m_driver->activateRow(row));
-    QCOMPARE(exported(u"um.txt"_s), "1");
-}
-
-void TestDroppedFiles::onlyTheFolderUnderADragIsHighlighted() {
-    QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
-    const QImage folder = picture(u"docs"_s);
-    const QImage file = picture(u"a.txt"_s);
-    Drag drag({path(u"um.txt"_s)});
-    drag.position = middleOf(u"docs"_s);
-    QVERIFY(drag.hoverOver(m_driver->table()));
-    QVERIFY(picture(u"docs"_s) != folder);
-    drag.position = middleOf(u"a.txt"_s);
-    QVERIFY(drag.hoverOver(m_driver->table()));
-    QCOMPARE(picture(u"a.txt"_s), file);
-    QCOMPARE(picture(u"docs"_s), folder);
-    drag.position = middleOf(u"docs"_s);
-    QVERIFY(drag.hoverOver(m_driver->table()));
-    QDragLeaveEvent leave;
-    QApplication::sendEvent(m_driver->table()->viewport(), &leave);
-    QCOMPARE(picture(u"docs"_s), folder);
-    drag.dropOn(m_driver->table());
-    QCOMPARE(picture(u"docs"_s), folder);
-}
-
-void TestDroppedFiles::selectedFolderUnderADragIsHighlighted() {
-    QVERIFY(openFolders() && make(u"um.txt"_s, "1") && m_driver->selectRow(u"docs"_s));
-    const QImage folder = picture(u"docs"_s);
-    Drag drag({path(u"um.txt"_s)});
-    drag.position = middleOf(u"docs"_s);
-    QVERIFY(drag.hoverOver(m_driver->table()));
-    QVERIFY(picture(u"docs"_s) != folder);
-}
-
-void TestDroppedFiles::dragAtTheEdgeScrolls() {
-    CraftedContainer crafted;
-    for (int i = 0; i < 100; ++i) {
-        crafted.addFolder(u"pasta %1"_s.arg(i));
-    }
-    QVERIFY(crafted.writeTo(path(u"long.tvlt"_s)));
-    QVERIFY(m_driver->openVault(path(u"long.tvlt"_s), Password) && make(u"um.txt"_s, "1"));
-    QTableWidget* table = m_driver->table();
-    Drag drag({path(u"um.txt"_s)});
-    drag.position = {40, table->viewport()->height() - 2};
-    QVERIFY(drag.hoverOver(table));
-    const QScrollBar* bar = table->verticalScrollBar();
-    QTRY_VERIFY(bar->value() > 0);
-    QDragLeaveEvent leave;
-    QApplication::sendEvent(table->viewport(), &leave);
-}
-
-// --- Rows that are dragged -------------------------------------------------------------------
-
-void TestDroppedFiles::dragRow(const QString& row, const QString& onto) {
-    QTableWidget* table = m_driver->table();
-    QVERIFY(m_driver->selectRow(row));
-    Drag drag(table, m_driver->rowNamed(row));
-    drag.position = middleOf(row);
-    QVERIFY(drag.data && !drag.hoverOver(table));
-    drag.position = middleOf(onto);
-    QVERIFY(drag.moveOver(table));
-    drag.letGo(table);
-    QCOMPARE(drag.taken, Qt::MoveAction);
-    // The move follows when the drag has ended.
-    QCoreApplication::processEvents();
-}
-
-void TestDroppedFiles::draggedRowIsMoved_data() {
-    QTest::addColumn<QString>("shown");
-    QTest::addColumn<QString>("row");
-    QTest::addColumn<QString>("onto");
-    QTest::addColumn<QString>("message");
-    const QString file = u"Arquivo movido."_s;
-    const QString folder = u"Pasta renomeada."_s;
-    QTest::newRow("file into a folder") << QString() << u"a.txt"_s << u"docs"_s << file;
-    QTest::newRow("file out of a folder") << u"docs"_s << u"c.txt"_s << u".."_s << file;
-    QTest::newRow("folder into a folder") << QString() << u"fotos"_s << u"docs"_s << folder;
-    QTest::newRow("folder out of a folder") << u"docs"_s << u"sub"_s << u".."_s << folder;
-}
-
-void TestDroppedFiles::draggedRowIsMoved() {
-    QFETCH(const QString, shown);
-    QFETCH(const QString, row);
-    QFETCH(const QString, onto);
-    QVERIFY(openFolders());
-    QVERIFY(shown.isEmpty() || m_driver->activateRow(shown));
-    dragRow(row, onto);
-    QTEST(m_driver->statusMessage(), "message");
-    QCOMPARE(m_driver->rowNamed(row), -1);
-    QCOMPARE(m_driver->table()->currentRow(), -1);
-    QVERIFY(m_driver->activateRow(onto));
-    QVERIFY(m_driver->rowNamed(row) >= 0);
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-}
-
-void TestDroppedFiles::draggedRowIsRefusedAsItsCommandIs_data() {
-    QTest::addColumn<QString>("row");
-    QTest::addColumn<QString>("title");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("file") << u"b.txt"_s << u"Mover arquivo"_s
-                          << u"Já existe um item com esse nome na pasta de destino."_s;
-    QTest::newRow("folder") << u"outra"_s << u"Renomear pasta"_s
-                            << u"Já existe um item com esse nome nesta pasta."_s;
-}
-
-void TestDroppedFiles::draggedRowIsRefusedAsItsCommandIs() {
-    QFETCH(const QString, row);
-    QFETCH(const QString, title);
-    QVERIFY(openFolders());
-    m_driver->dialogs.acceptWarning(title);
-    dragRow(row, u"docs"_s);
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QTEST(m_driver->dialogs.lastText(), "text");
-    QVERIFY(m_driver->rowNamed(row) >= 0);
-}
-
-void TestDroppedFiles::folderBackOnItsOwnRowIsRefused() {
-    QVERIFY(openFolders());
-    QTableWidget* table = m_driver->table();
-    Drag drag(table, m_driver->rowNamed(u"fotos"_s));
-    drag.position = middleOf(u"fotos"_s);
-    QVERIFY(drag.data && !drag.hoverOver(table));
-    drag.position = middleOf(u"docs"_s);
-    QVERIFY(drag.moveOver(table));
-    m_driver->dialogs.acceptWarning(u"Renomear pasta"_s);
-    drag.position = middleOf(u"fotos"_s);
-    QVERIFY(drag.moveOver(table));
-    drag.letGo(table);
-    QCoreApplication::processEvents();
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(),
-             u"Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
-             "novamente."_s);
-    QVERIFY(m_driver->rowNamed(u"fotos"_s) >= 0);
-}
-
-void TestDroppedFiles::slipOnARowMovesNothing() {
-    // A click during which the hand was not quite at rest.
-    QVERIFY(openFolders());
-    const QStringList before = m_driver->rowNames();
-    const QImage folder = picture(u"fotos"_s);
-    Drag drag(m_driver->table(), m_driver->rowNamed(u"fotos"_s));
-    drag.position = middleOf(u"fotos"_s);
-    QVERIFY(drag.data && !drag.hoverOver(m_driver->table()));
-    QCOMPARE(picture(u"fotos"_s), folder);
-    drag.letGo(m_driver->table());
-    QCOMPARE(drag.taken, Qt::IgnoreAction);
-    QCoreApplication::processEvents();
-    QCOMPARE(m_driver->rowNames(), before);
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-}
-
-void TestDroppedFiles::openedFileIsNotMovedByDragging() {
-    QVERIFY(openFolders());
-    const FakeDesktop desktop(u"file"_s);
-    QVERIFY(m_driver->activateRow(u"a.txt"_s) && desktop.opened.size() == 1);
-    m_driver->dialogs.acceptWarning(u"Mover arquivo"_s);
-    dragRow(u"a.txt"_s, u"docs"_s);
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QCOMPARE(m_driver->dialogs.lastText(),
-             u"Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
-             "novamente."_s);
-    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
-}
-
-void TestDroppedFiles::rowIsWelcomeOnFoldersAlone() {
-    QVERIFY(openFolders());
-    QTableWidget* table = m_driver->table();
-    Drag drag(table, m_driver->rowNamed(u"a.txt"_s));
-    for (const QPoint& place :
-         {middleOf(u"b.txt"_s), QPoint(40, table->viewport()->height() - 2)}) {
-        drag.position = place;
-        QVERIFY(drag.data && !drag.hoverOver(table));
-        drag.letGo(table);
+    void sourceThatOnlyMovesIsRefused() {
+        QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+        Drag drag({path(u"um.txt"_s)});
+        drag.offered = Qt::MoveAction;
+        drag.dropOn(m_driver->table());
         QCOMPARE(drag.taken, Qt::IgnoreAction);
     }
-    QCoreApplication::processEvents();
-    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
-}
 
-void TestDroppedFiles::onlyFilesAndFoldersCanBeDragged() {
-    QVERIFY(openFolders() && m_driver->activateRow(u"docs"_s));
-    const QTableWidget* table = m_driver->table();
-    QVERIFY(table->dragEnabled());
-    QVERIFY(!Drag(table, m_driver->rowNamed(u".."_s)).data);
-    QVERIFY(Drag(table, m_driver->rowNamed(u"sub"_s)).data);
-    QVERIFY(Drag(table, m_driver->rowNamed(u"c.txt"_s)).data);
-}
+    void nothingIsTakenDuringAnImport() {
+        QVERIFY(openSample() && make(u"um.txt"_s, "1") && make(u"dois.txt"_s, "2"));
+        int tried = 0;
+        const ProgressProbe probe([&](QProgressDialog*, int) {
+            ++tried;
+            Drag drag({path(u"dois.txt"_s)});
+            drag.dropOn(m_driver->table());
+            QCOMPARE(drag.taken, Qt::IgnoreAction);
+        });
+        drop({u"um.txt"_s});
+        QVERIFY(tried > 0);
+        QCoreApplication::processEvents();
+        QCOMPARE(m_driver->rowNames(), QStringList({u"docs"_s, u"a.txt"_s, u"um.txt"_s}));
+    }
 
-void TestDroppedFiles::nothingCanBeDraggedDuringAnImport() {
-    QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
-    QTableWidget* table = m_driver->table();
-    Drag begun(table, m_driver->rowNamed(u"a.txt"_s));
-    QVERIFY(begun.data);
-    begun.position = middleOf(u"docs"_s);
-    int tried = 0;
-    const ProgressProbe probe([&](QProgressDialog*, int) {
-        ++tried;
-        QVERIFY(!Drag(table, m_driver->rowNamed(u"a.txt"_s)).data);
-        QVERIFY(!begun.hoverOver(table));
-        begun.letGo(table);
-        QCOMPARE(begun.taken, Qt::IgnoreAction);
-    });
-    drop({u"um.txt"_s});
-    QVERIFY(tried > 0);
-    QCoreApplication::processEvents();
-    QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
-}
+    void dropBeforeALockIsForgotten() {
+        QVERIFY(openSample() && make(u"um.txt"_s, "1"));
+        Drag({path(u"um.txt"_s)}).dropOn(m_driver->table());
+        m_driver->action(u"Bloquear"_s)->trigger();
+        QCoreApplication::processEvents();
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QVERIFY(!m_driver->vaultIsOpen());
+    }
 
-void TestDroppedFiles::draggedRowShowsOthersNothing() {
-    QVERIFY(openFolders());
-    const Drag drag(m_driver->table(), m_driver->rowNamed(u"a.txt"_s));
-    QVERIFY(drag.data);
-    QCOMPARE(drag.data->formats(), QStringList(u"application/x-tessel-row"_s));
-    QCOMPARE(drag.data->data(u"application/x-tessel-row"_s), QByteArray());
-}
+    // --- Folders as destinations -----------------------------------------------------------------
 
-void TestDroppedFiles::rowOfAnotherWindowIsRefused() {
-    QVERIFY(openFolders());
-    Tessel::UI::VaultTableWidget other;
-    Tessel::UI::VaultRow row;
-    row.path = row.name = u"a.txt"_s;
-    other.showRows(QString(), {row});
-    other.setDropsAllowed(true);
-    Drag drag(&other, 0);
-    drag.position = middleOf(u"docs"_s);
-    QVERIFY(drag.data && !drag.hoverOver(m_driver->table()));
-    drag.letGo(m_driver->table());
-    QCOMPARE(drag.taken, Qt::IgnoreAction);
-}
+    void filesDroppedOnAFolderGoIntoIt_data() {
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("row");
+        QTest::newRow("folder") << QString() << u"docs"_s;
+        QTest::newRow("folder above") << u"docs"_s << u".."_s;
+    }
+    void filesDroppedOnAFolderGoIntoIt() {
+        QFETCH(const QString, shown);
+        QFETCH(const QString, row);
+        QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
+        QVERIFY(shown.isEmpty() || m_driver->activateRow(shown));
+        Drag drag({path(u"um.txt"_s)});
+        drag.position = middleOf(row);
+        drag.dropOn(m_driver->table());
+        QCOMPARE(drag.taken, Qt::CopyAction);
+        QTRY_COMPARE(m_driver->statusMessage(), u"Arquivo importado com sucesso."_s);
+        QCOMPARE(m_driver->rowNamed(u"um.txt"_s), -1);
+        QVERIFY(m_driver->activateRow(row));
+        QCOMPARE(exported(u"um.txt"_s), "1");
+    }
 
-void TestDroppedFiles::moveBeforeALockIsForgotten() {
-    QVERIFY(openFolders());
-    Drag drag(m_driver->table(), m_driver->rowNamed(u"a.txt"_s));
-    drag.position = middleOf(u"docs"_s);
-    QVERIFY(drag.data && drag.hoverOver(m_driver->table()));
-    drag.letGo(m_driver->table());
-    m_driver->action(u"Bloquear"_s)->trigger();
-    QCoreApplication::processEvents();
-    QVERIFY2(m_driver->dialogs.finished(), qPrintable(m_driver->dialogs.problems()));
-    QVERIFY(m_driver->unlock(Password) && m_driver->rowNamed(u"a.txt"_s) >= 0);
-}
+    void onlyTheFolderUnderADragIsHighlighted() {
+        QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
+        const QImage folder = picture(u"docs"_s);
+        const QImage file = picture(u"a.txt"_s);
+        Drag drag({path(u"um.txt"_s)});
+        drag.position = middleOf(u"docs"_s);
+        QVERIFY(drag.hoverOver(m_driver->table()));
+        QVERIFY(picture(u"docs"_s) != folder);
+        drag.position = middleOf(u"a.txt"_s);
+        QVERIFY(drag.hoverOver(m_driver->table()));
+        QCOMPARE(picture(u"a.txt"_s), file);
+        QCOMPARE(picture(u"docs"_s), folder);
+        drag.position = middleOf(u"docs"_s);
+        QVERIFY(drag.hoverOver(m_driver->table()));
+        QDragLeaveEvent leave;
+        QApplication::sendEvent(m_driver->table()->viewport(), &leave);
+        QCOMPARE(picture(u"docs"_s), folder);
+        drag.dropOn(m_driver->table());
+        QCOMPARE(picture(u"docs"_s), folder);
+    }
+
+    void selectedFolderUnderADragIsHighlighted() {
+        QVERIFY(openFolders() && make(u"um.txt"_s, "1") && m_driver->selectRow(u"docs"_s));
+        const QImage folder = picture(u"docs"_s);
+        Drag drag({path(u"um.txt"_s)});
+        drag.position = middleOf(u"docs"_s);
+        QVERIFY(drag.hoverOver(m_driver->table()));
+        QVERIFY(picture(u"docs"_s) != folder);
+    }
+
+    void dragAtTheEdgeScrolls() {
+        CraftedContainer crafted;
+        for (int i = 0; i < 100; ++i) {
+            crafted.addFolder(u"pasta %1"_s.arg(i));
+        }
+        QVERIFY(crafted.writeTo(path(u"long.tvlt"_s)));
+        QVERIFY(m_driver->openVault(path(u"long.tvlt"_s), Password) && make(u"um.txt"_s, "1"));
+        QTableWidget* table = m_driver->table();
+        Drag drag({path(u"um.txt"_s)});
+        drag.position = {40, table->viewport()->height() - 2};
+        QVERIFY(drag.hoverOver(table));
+        const QScrollBar* bar = table->verticalScrollBar();
+        QTRY_VERIFY(bar->value() > 0);
+        QDragLeaveEvent leave;
+        QApplication::sendEvent(table->viewport(), &leave);
+    }
+
+    // --- Rows that are dragged -------------------------------------------------------------------
+
+    void draggedRowIsMoved_data() {
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("row");
+        QTest::addColumn<QString>("onto");
+        QTest::addColumn<QString>("message");
+        const QString file = u"Arquivo movido."_s;
+        const QString folder = u"Pasta renomeada."_s;
+        QTest::newRow("file into a folder") << QString() << u"a.txt"_s << u"docs"_s << file;
+        QTest::newRow("file out of a folder") << u"docs"_s << u"c.txt"_s << u".."_s << file;
+        QTest::newRow("folder into a folder") << QString() << u"fotos"_s << u"docs"_s << folder;
+        QTest::newRow("folder out of a folder") << u"docs"_s << u"sub"_s << u".."_s << folder;
+    }
+    void draggedRowIsMoved() {
+        QFETCH(const QString, shown);
+        QFETCH(const QString, row);
+        QFETCH(const QString, onto);
+        QVERIFY(openFolders());
+        QVERIFY(shown.isEmpty() || m_driver->activateRow(shown));
+        dragRow(row, onto);
+        QTEST(m_driver->statusMessage(), "message");
+        QCOMPARE(m_driver->rowNamed(row), -1);
+        QCOMPARE(m_driver->table()->currentRow(), -1);
+        QVERIFY(m_driver->activateRow(onto));
+        QVERIFY(m_driver->rowNamed(row) >= 0);
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+    }
+
+    void draggedRowIsRefusedAsItsCommandIs_data() {
+        QTest::addColumn<QString>("row");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("file") << u"b.txt"_s << u"Mover arquivo"_s
+                              << u"Já existe um item com esse nome na pasta de destino."_s;
+        QTest::newRow("folder") << u"outra"_s << u"Renomear pasta"_s
+                                << u"Já existe um item com esse nome nesta pasta."_s;
+    }
+    void draggedRowIsRefusedAsItsCommandIs() {
+        QFETCH(const QString, row);
+        QFETCH(const QString, title);
+        QVERIFY(openFolders());
+        dialogs().acceptWarning(title);
+        dragRow(row, u"docs"_s);
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QTEST(lastText(), "text");
+        QVERIFY(m_driver->rowNamed(row) >= 0);
+    }
+
+    void folderBackOnItsOwnRowIsRefused() {
+        QVERIFY(openFolders());
+        QTableWidget* table = m_driver->table();
+        Drag drag(table, m_driver->rowNamed(u"fotos"_s));
+        drag.position = middleOf(u"fotos"_s);
+        QVERIFY(drag.data && !drag.hoverOver(table));
+        drag.position = middleOf(u"docs"_s);
+        QVERIFY(drag.moveOver(table));
+        dialogs().acceptWarning(u"Renomear pasta"_s);
+        drag.position = middleOf(u"fotos"_s);
+        QVERIFY(drag.moveOver(table));
+        drag.letGo(table);
+        QCoreApplication::processEvents();
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(lastText(),
+                 u"Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
+                 "novamente."_s);
+        QVERIFY(m_driver->rowNamed(u"fotos"_s) >= 0);
+    }
+
+    void slipOnARowMovesNothing() {
+        // A click during which the hand was not quite at rest.
+        QVERIFY(openFolders());
+        const QStringList before = m_driver->rowNames();
+        const QImage folder = picture(u"fotos"_s);
+        Drag drag(m_driver->table(), m_driver->rowNamed(u"fotos"_s));
+        drag.position = middleOf(u"fotos"_s);
+        QVERIFY(drag.data && !drag.hoverOver(m_driver->table()));
+        QCOMPARE(picture(u"fotos"_s), folder);
+        drag.letGo(m_driver->table());
+        QCOMPARE(drag.taken, Qt::IgnoreAction);
+        QCoreApplication::processEvents();
+        QCOMPARE(m_driver->rowNames(), before);
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+    }
+
+    void openedFileIsNotMovedByDragging() {
+        QVERIFY(openFolders());
+        const FakeDesktop desktop(u"file"_s);
+        QVERIFY(m_driver->activateRow(u"a.txt"_s) && desktop.opened.size() == 1);
+        dialogs().acceptWarning(u"Mover arquivo"_s);
+        dragRow(u"a.txt"_s, u"docs"_s);
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QCOMPARE(lastText(),
+                 u"Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
+                 "novamente."_s);
+        QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
+    }
+
+    void rowIsWelcomeOnFoldersAlone() {
+        QVERIFY(openFolders());
+        QTableWidget* table = m_driver->table();
+        Drag drag(table, m_driver->rowNamed(u"a.txt"_s));
+        for (const QPoint& place :
+             {middleOf(u"b.txt"_s), QPoint(40, table->viewport()->height() - 2)}) {
+            drag.position = place;
+            QVERIFY(drag.data && !drag.hoverOver(table));
+            drag.letGo(table);
+            QCOMPARE(drag.taken, Qt::IgnoreAction);
+        }
+        QCoreApplication::processEvents();
+        QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
+    }
+
+    void onlyFilesAndFoldersCanBeDragged() {
+        QVERIFY(openFolders() && m_driver->activateRow(u"docs"_s));
+        const QTableWidget* table = m_driver->table();
+        QVERIFY(table->dragEnabled());
+        QVERIFY(!Drag(table, m_driver->rowNamed(u".."_s)).data);
+        QVERIFY(Drag(table, m_driver->rowNamed(u"sub"_s)).data);
+        QVERIFY(Drag(table, m_driver->rowNamed(u"c.txt"_s)).data);
+    }
+
+    void nothingCanBeDraggedDuringAnImport() {
+        QVERIFY(openFolders() && make(u"um.txt"_s, "1"));
+        QTableWidget* table = m_driver->table();
+        Drag begun(table, m_driver->rowNamed(u"a.txt"_s));
+        QVERIFY(begun.data);
+        begun.position = middleOf(u"docs"_s);
+        int tried = 0;
+        const ProgressProbe probe([&](QProgressDialog*, int) {
+            ++tried;
+            QVERIFY(!Drag(table, m_driver->rowNamed(u"a.txt"_s)).data);
+            QVERIFY(!begun.hoverOver(table));
+            begun.letGo(table);
+            QCOMPARE(begun.taken, Qt::IgnoreAction);
+        });
+        drop({u"um.txt"_s});
+        QVERIFY(tried > 0);
+        QCoreApplication::processEvents();
+        QVERIFY(m_driver->rowNamed(u"a.txt"_s) >= 0);
+    }
+
+    void draggedRowShowsOthersNothing() {
+        QVERIFY(openFolders());
+        const Drag drag(m_driver->table(), m_driver->rowNamed(u"a.txt"_s));
+        QVERIFY(drag.data);
+        QCOMPARE(drag.data->formats(), QStringList(u"application/x-tessel-row"_s));
+        QCOMPARE(drag.data->data(u"application/x-tessel-row"_s), QByteArray());
+    }
+
+    void rowOfAnotherWindowIsRefused() {
+        QVERIFY(openFolders());
+        Tessel::UI::VaultTableWidget other;
+        Tessel::UI::VaultRow row;
+        row.path = row.name = u"a.txt"_s;
+        other.showRows(QString(), {row});
+        other.setDropsAllowed(true);
+        Drag drag(&other, 0);
+        drag.position = middleOf(u"docs"_s);
+        QVERIFY(drag.data && !drag.hoverOver(m_driver->table()));
+        drag.letGo(m_driver->table());
+        QCOMPARE(drag.taken, Qt::IgnoreAction);
+    }
+
+    void moveBeforeALockIsForgotten() {
+        QVERIFY(openFolders());
+        Drag drag(m_driver->table(), m_driver->rowNamed(u"a.txt"_s));
+        drag.position = middleOf(u"docs"_s);
+        QVERIFY(drag.data && drag.hoverOver(m_driver->table()));
+        drag.letGo(m_driver->table());
+        m_driver->action(u"Bloquear"_s)->trigger();
+        QCoreApplication::processEvents();
+        QVERIFY2(dialogs().finished(), qPrintable(problems()));
+        QVERIFY(m_driver->unlock(Password) && m_driver->rowNamed(u"a.txt"_s) >= 0);
+    }
+};
 
 TESSEL_TEST_MAIN(runTest<QApplication, TestDroppedFiles>);
 

@@ -47,21 +47,16 @@ class TestPasswordMemory : public WindowTest {
     Q_OBJECT
 
 private:
-    [[nodiscard]] bool run(const QString& command) {
-        m_driver->action(command)->trigger();
-        return m_driver->dialogs.finished();
-    }
-
 private Q_SLOTS:
     void noPasswordRemainsInTheWindow() {
         const QString container = path(u"t.tvlt"_s);
-        m_driver->dialogs.answerFiles(u"Criar container Tessel"_s, {container});
-        m_driver->dialogs.answerText(u"Definir senha do cofre"_s, OldPassword);
-        m_driver->dialogs.answerText(u"Confirmar senha do cofre"_s, OldPassword);
-        QVERIFY2(run(u"Criar novo cofre..."_s), qPrintable(m_driver->dialogs.problems()));
+        dialogs().answerFiles(u"Criar container Tessel"_s, {container});
+        dialogs().answerText(u"Definir senha do cofre"_s, OldPassword);
+        dialogs().answerText(u"Confirmar senha do cofre"_s, OldPassword);
+        VERIFY_RUN(u"Criar novo cofre..."_s);
         QCOMPARE(occurrencesOf(OldPassword), 0);
 
-        m_driver->dialogs.handle(u"Alterar senha do cofre"_s, [](QDialog* dialog) {
+        dialogs().handle(u"Alterar senha do cofre"_s, [](QDialog* dialog) {
             const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
             typeText(fields.at(0), OldPassword);
             typeText(fields.at(1), NewPassword);
@@ -70,16 +65,16 @@ private Q_SLOTS:
         });
         // The box may be left open for hours.
         qsizetype whileTold = 0;
-        m_driver->dialogs.handle(u"Tessel"_s, [&whileTold](QDialog* dialog) {
+        dialogs().handle(u"Tessel"_s, [&whileTold](QDialog* dialog) {
             whileTold = occurrencesOf(OldPassword) + occurrencesOf(NewPassword);
             dialog->accept();
         });
-        QVERIFY2(run(u"Alterar senha..."_s), qPrintable(m_driver->dialogs.problems()));
+        VERIFY_RUN(u"Alterar senha..."_s);
         QCOMPARE(whileTold, 0);
 
         QVERIFY(m_driver->unlock(NewPassword));
         QCOMPARE(occurrencesOf(NewPassword), 0);
-        QVERIFY2(run(u"Bloquear"_s), qPrintable(m_driver->dialogs.problems()));
+        VERIFY_RUN(u"Bloquear"_s);
         QCOMPARE(occurrencesOf(OldPassword), 0);
         QCOMPARE(occurrencesOf(NewPassword), 0);
     }
