@@ -9,8 +9,7 @@ target_compile_definitions(tessel_flags INTERFACE
 target_compile_options(tessel_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
     -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
-    $<$<BOOL:${TESSEL_WERROR}>:-Werror>
-    $<$<AND:$<BOOL:${TESSEL_OPTIMISE_DEBUG}>,$<CONFIG:Debug>>:-O1>)
+    $<$<BOOL:${TESSEL_WERROR}>:-Werror>)
 
 if(TESSEL_BUILD_FUZZERS)
     # Lets libFuzzer see which branches an input reaches.
@@ -28,6 +27,14 @@ else()
         $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
     target_link_options(tessel_flags INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
 endif()
+
+# tessel_optimise_debug(TARGET) optimises the program's own code in debug builds. The tests' code is
+# not: optimising it takes longer than it saves.
+function(tessel_optimise_debug target)
+    if(TESSEL_OPTIMISE_DEBUG)
+        target_compile_options(${target} PRIVATE $<$<CONFIG:Debug>:-O1>)
+    endif()
+endfunction()
 
 # tessel_precompile(TARGET HEADER...) compiles headers that most sources of TARGET include once. The
 # installed program is built without, which shows a source that forgets to include what it uses.
