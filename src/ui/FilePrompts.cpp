@@ -4,11 +4,10 @@
 #include "ui/FilePrompts.h"
 
 #include "core/ContainerLayout.h"
+#include "ui/FileDialog.h"
 #include "ui/WindowText.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFileDialog>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -20,32 +19,40 @@ QString containerFilter() {
     return WindowText::tr("Tessel Container (*.tvlt);;Todos os arquivos (*.*)");
 }
 
+QString askContainerDestination(QWidget* parent, const QString& title, const FilePlaces& places,
+                                const QString& proposal) {
+    FileDialog dialog(parent, title, places);
+    dialog.setNameFilter(containerFilter());
+    return dialog.chooseDestination(proposal, u"tvlt"_s);
+}
+
 } // namespace
 
-QString askContainerToOpen(QWidget* parent) {
-    return QFileDialog::getOpenFileName(parent, WindowText::tr("Escolher container Tessel"),
-                                        QString(), containerFilter());
+QString askContainerToOpen(QWidget* parent, const FilePlaces& places) {
+    FileDialog dialog(parent, WindowText::tr("Escolher container Tessel"), places);
+    dialog.setNameFilter(containerFilter());
+    return dialog.chooseFiles(QFileDialog::ExistingFile).value(0);
 }
 
-QString askContainerToCreate(QWidget* parent) {
-    return QFileDialog::getSaveFileName(parent, WindowText::tr("Criar container Tessel"),
-                                        Core::ContainerLayout::ContainerFileName,
-                                        containerFilter());
+QString askContainerToCreate(QWidget* parent, const FilePlaces& places) {
+    return askContainerDestination(parent, WindowText::tr("Criar container Tessel"), places,
+                                   Core::ContainerLayout::ContainerFileName);
 }
 
-QString askBackupDestination(QWidget* parent) {
+QString askBackupDestination(QWidget* parent, const FilePlaces& places) {
     const QString now = QDateTime::currentDateTime().toString(u"yyyy-MM-dd_HHmm"_s);
-    const QString proposal = QDir::home().filePath(u"tessel_backup_%1.tvlt"_s.arg(now));
-    return QFileDialog::getSaveFileName(parent, WindowText::tr("Fazer backup do container"),
-                                        proposal, containerFilter());
+    return askContainerDestination(parent, WindowText::tr("Fazer backup do container"), places,
+                                   u"tessel_backup_%1.tvlt"_s.arg(now));
 }
 
-QStringList askFilesToImport(QWidget* parent) {
-    return QFileDialog::getOpenFileNames(parent, WindowText::tr("Importar arquivos para o cofre"));
+QStringList askFilesToImport(QWidget* parent, const FilePlaces& places) {
+    FileDialog dialog(parent, WindowText::tr("Importar arquivos para o cofre"), places);
+    return dialog.chooseFiles(QFileDialog::ExistingFiles);
 }
 
-QString askExportDestination(QWidget* parent, const QString& fileName) {
-    return QFileDialog::getSaveFileName(parent, WindowText::tr("Exportar arquivo"), fileName);
+QString askExportDestination(QWidget* parent, const FilePlaces& places, const QString& fileName) {
+    FileDialog dialog(parent, WindowText::tr("Exportar arquivo"), places);
+    return dialog.chooseDestination(fileName, QString());
 }
 
 } // namespace Tessel::UI

@@ -27,6 +27,7 @@ class DeviceListWidget;
 class PadlockButton;
 class StatusLabels;
 class VaultTableWidget;
+struct FilePlaces;
 struct ImportPlan;
 struct ImportSource;
 enum class VaultTableItemKind;
@@ -152,6 +153,8 @@ private:
     /// Whether a container is chosen and its vault locked; says so otherwise.
     [[nodiscard]] bool requireLockedContainer(const QString& messageWhenUnlocked);
     void writeBackup(const QString& destinationPath);
+    /// For a file dialog that starts in this folder.
+    [[nodiscard]] FilePlaces placesFrom(const QString& start) const;
     [[nodiscard]] bool vaultIsUnlocked() const;
     /// Moves the lock to the container of the open vault when its file has been replaced. When
     /// another window has taken that file, locks the vault.
@@ -194,6 +197,9 @@ private:
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
     QString m_containerPath;
     QString m_currentDirectory;
+    /// Where the last import and export of this run were; empty before the first one.
+    QString m_importFolder;
+    QString m_exportFolder;
     QString m_lettersMessage;
     bool m_commandRunning = false;
     bool m_mountsChanged = false;

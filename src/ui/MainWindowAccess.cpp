@@ -17,6 +17,7 @@
 #include "ui/ProductInfo.h"
 #include "ui/Prompts.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 namespace Tessel::UI {
@@ -108,8 +109,26 @@ void MainWindow::useContainer(const QString& containerPath) {
     selectDeviceForContainer(m_containerPath);
 }
 
+FilePlaces MainWindow::placesFrom(const QString& start) const {
+    // Asked for again: while a vault is open, the list does not follow what is mounted.
+    QStringList drives;
+    if (m_deviceManager != nullptr) {
+        const QList<Platform::UsbDevice> devices = m_deviceManager->detectUsbDevices();
+        for (const Platform::UsbDevice& device : devices) {
+            if (device.mounted) {
+                drives.append(device.rootPath);
+            }
+        }
+    }
+    return {start, drives};
+}
+
 void MainWindow::chooseContainer() {
-    const QString path = askContainerToOpen(this);
+    QString start = selectedUsbRootPath();
+    if (start.isEmpty() && !m_containerPath.isEmpty()) {
+        start = QFileInfo(m_containerPath).absolutePath();
+    }
+    const QString path = askContainerToOpen(this, placesFrom(start));
     if (path.isEmpty()) {
         return;
     }
@@ -120,7 +139,7 @@ void MainWindow::chooseContainer() {
 }
 
 void MainWindow::createVault() {
-    const QString path = askContainerToCreate(this);
+    const QString path = askContainerToCreate(this, placesFrom(selectedUsbRootPath()));
     if (path.isEmpty()) {
         return;
     }
@@ -253,7 +272,7 @@ void MainWindow::backupContainer() {
         showWarning(this, backupTitle(), tr("O arquivo do container não foi encontrado."));
         return;
     }
-    const QString destinationPath = askBackupDestination(this);
+    const QString destinationPath = askBackupDestination(this, placesFrom(QDir::homePath()));
     if (destinationPath.isEmpty()) {
         return;
     }

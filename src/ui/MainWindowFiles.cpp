@@ -19,6 +19,7 @@
 
 #include <QAction>
 #include <QDesktopServices>
+#include <QFileInfo>
 #include <QLabel>
 #include <QMenu>
 #include <QUrl>
@@ -198,10 +199,12 @@ bool MainWindow::confirmImportFitsStorage(const QList<ImportSource>& files) {
 }
 
 void MainWindow::importFiles() {
-    const QStringList files = askFilesToImport(this);
+    const QStringList files = askFilesToImport(
+        this, placesFrom(m_importFolder.isEmpty() ? m_exportFolder : m_importFolder));
     if (files.isEmpty()) {
         return;
     }
+    m_importFolder = QFileInfo(files.constFirst()).absolutePath();
     ImportPlan plan;
     plan.directory = m_currentDirectory;
     for (const QString& file : files) {
@@ -252,10 +255,13 @@ void MainWindow::exportSelectedFile() {
     if (path.isEmpty() || !confirmExportOutsideVault(path)) {
         return;
     }
-    const QString destination = askExportDestination(this, vaultBaseName(path));
+    const QString destination = askExportDestination(
+        this, placesFrom(m_exportFolder.isEmpty() ? m_importFolder : m_exportFolder),
+        vaultBaseName(path));
     if (destination.isEmpty()) {
         return;
     }
+    m_exportFolder = QFileInfo(destination).absolutePath();
     if (takeBackEdit(path) && m_vault.exportFile(path, destination)) {
         showResult(tr("Arquivo exportado com sucesso."));
         return;
