@@ -153,8 +153,10 @@ private:
     /// Whether a container is chosen and its vault locked; says so otherwise.
     [[nodiscard]] bool requireLockedContainer(const QString& messageWhenUnlocked);
     void writeBackup(const QString& destinationPath);
-    /// For a file dialog that starts in this folder.
-    [[nodiscard]] FilePlaces placesFrom(const QString& start) const;
+    /// For a file dialog that starts in the first of these folders that is not empty, or in the
+    /// one that the program was started in.
+    [[nodiscard]] FilePlaces placesFrom(const QString& start,
+                                        const QString& otherwise = QString()) const;
     [[nodiscard]] bool vaultIsUnlocked() const;
     /// Moves the lock to the container of the open vault when its file has been replaced. When
     /// another window has taken that file, locks the vault.
@@ -197,7 +199,7 @@ private:
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
     QString m_containerPath;
     QString m_currentDirectory;
-    /// Where the last import and export of this run were; empty before the first one.
+    /// Where the last import and export of this run were.
     QString m_importFolder;
     QString m_exportFolder;
     QString m_lettersMessage;

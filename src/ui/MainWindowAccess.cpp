@@ -109,7 +109,7 @@ void MainWindow::useContainer(const QString& containerPath) {
     selectDeviceForContainer(m_containerPath);
 }
 
-FilePlaces MainWindow::placesFrom(const QString& start) const {
+FilePlaces MainWindow::placesFrom(const QString& start, const QString& otherwise) const {
     // Asked for again: while a vault is open, the list does not follow what is mounted.
     QStringList drives;
     if (m_deviceManager != nullptr) {
@@ -120,7 +120,11 @@ FilePlaces MainWindow::placesFrom(const QString& start) const {
             }
         }
     }
-    return {start, drives};
+    if (!start.isEmpty()) {
+        return {start, drives};
+    }
+    // Not where Qt's last dialog was, which may be the drive of the container.
+    return {otherwise.isEmpty() ? QDir::currentPath() : otherwise, drives};
 }
 
 void MainWindow::chooseContainer() {

@@ -199,8 +199,7 @@ bool MainWindow::confirmImportFitsStorage(const QList<ImportSource>& files) {
 }
 
 void MainWindow::importFiles() {
-    const QStringList files = askFilesToImport(
-        this, placesFrom(m_importFolder.isEmpty() ? m_exportFolder : m_importFolder));
+    const QStringList files = askFilesToImport(this, placesFrom(m_importFolder, m_exportFolder));
     if (files.isEmpty()) {
         return;
     }
@@ -255,9 +254,8 @@ void MainWindow::exportSelectedFile() {
     if (path.isEmpty() || !confirmExportOutsideVault(path)) {
         return;
     }
-    const QString destination = askExportDestination(
-        this, placesFrom(m_exportFolder.isEmpty() ? m_importFolder : m_exportFolder),
-        vaultBaseName(path));
+    const QString destination =
+        askExportDestination(this, placesFrom(m_exportFolder, m_importFolder), vaultBaseName(path));
     if (destination.isEmpty()) {
         return;
     }

@@ -228,6 +228,8 @@ void TestFileDialogs::importAndExportStartWhereTheyLastWere() {
     QVERIFY(openVaultWith(u"a.txt"_s));
     QVERIFY(QDir().mkpath(path(u"origem"_s)) && QDir().mkpath(path(u"destino"_s)));
     QVERIFY(writeFile(path(u"origem/n.txt"_s), "n"));
+    // Not where the container was chosen.
+    QCOMPARE(startOf(u"Importar..."_s, ImportTitle), QDir::currentPath());
     m_driver->dialogs.answerFiles(ImportTitle, {path(u"origem/n.txt"_s)});
     m_driver->action(u"Importar..."_s)->trigger();
     QVERIFY(m_driver->selectRow(u"a.txt"_s));
