@@ -8,7 +8,7 @@ set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/tessel)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 
 install(TARGETS tessel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${packaging}/${tessel_id}.desktop
+install(FILES ${packaging}/${tessel_id}.desktop ${packaging}/${tessel_id}.Container.desktop
         DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${packaging}/${tessel_id}.metainfo.xml
         DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)

@@ -24,7 +24,7 @@ test_packages=(
     argon2 strace e2fsprogs util-linux mount procps libsm-dev
     xvfb xauth openbox x11-utils xdotool imagemagick locales
     dbus at-spi2-core gir1.2-atspi-2.0 python3-pyatspi
-    xdg-utils desktop-file-utils appstream shared-mime-info man-db
+    xdg-utils libglib2.0-bin desktop-file-utils appstream shared-mime-info man-db
     lintian fakeroot
     git reuse codespell shellcheck
     fonts-dejavu-core

@@ -24,6 +24,7 @@ SIZES = (16, 24, 32, 48, 64, 128, 256)
 FILES = {
     "usr/bin/tessel": 0o755,
     f"usr/share/applications/{ID}.desktop": 0o644,
+    f"usr/share/applications/{ID}.Container.desktop": 0o644,
     "usr/share/doc/tessel/changelog.gz": 0o644,
     "usr/share/doc/tessel/copyright": 0o644,
     **{f"usr/share/icons/hicolor/{size}x{size}/apps/tessel.png": 0o644 for size in SIZES},

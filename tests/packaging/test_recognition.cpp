@@ -34,6 +34,7 @@ private Q_SLOTS:
     void nothingElseIsRecognised_data();
     void nothingElseIsRecognised();
     void theTypeIsNamedInBothLanguages();
+    void openingAContainerStartsTheProgramWithoutIt();
 
 private:
     [[nodiscard]] QString pathOf(const QString& name) const { return m_folder.filePath(name); }
@@ -116,12 +117,43 @@ void TestRecognition::theTypeIsNamedInBothLanguages() {
     QCOMPARE(type.globPatterns(), QStringList(u"*.tvlt"_s));
 }
 
+/// As a double click in a file manager does.
+void TestRecognition::openingAContainerStartsTheProgramWithoutIt() {
+    const QString entries = pathOf(u"data/applications"_s);
+    QVERIFY(QDir().mkpath(entries) && QDir().mkpath(pathOf(u"bin"_s)));
+    QVERIFY(QFile::copy(QStringLiteral(TESSEL_CONTAINER_ENTRY),
+                        entries + u"/example.tessel.Tessel.Container.desktop"_s));
+    QProcess update;
+    update.start(u"update-desktop-database"_s, {entries});
+    QVERIFY(update.waitForFinished());
+    QCOMPARE(update.exitCode(), 0);
+
+    // In the program's place, one that tells what it was given.
+    const QString told = pathOf(u"told"_s);
+    const QString program = pathOf(u"bin/tessel"_s);
+    QVERIFY(writeFile(program, "#!/bin/sh\nprintf '%s arguments' $# > '" + told.toUtf8() +
+                                   ".new' && mv '" + told.toUtf8() + ".new' '" + told.toUtf8() +
+                                   "'\n"));
+    QVERIFY(QFile::setPermissions(program, QFile::ReadOwner | QFile::ExeOwner));
+    qputenv("PATH", QFile::encodeName(pathOf(u"bin"_s)) + ':' + qgetenv("PATH"));
+    const QString container = pathOf(u"meu \"cofre\" $HOME.tvlt"_s);
+    QVERIFY(QFile::copy(pathOf(u"engine"_s), container));
+    QProcess open;
+    open.start(u"gio"_s, {u"open"_s, container});
+    QVERIFY(open.waitForFinished());
+    QVERIFY2(open.exitCode() == 0, open.readAllStandardError().constData());
+    QTRY_VERIFY(QFile::exists(told));
+    QCOMPARE(readFile(told), QByteArray("0 arguments"));
+}
+
 namespace {
 
 int run(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
-    if (QStandardPaths::findExecutable(u"update-mime-database"_s).isEmpty()) {
-        return refused("update-mime-database is not installed here");
+    for (const char* program : {"update-mime-database", "update-desktop-database", "gio"}) {
+        if (QStandardPaths::findExecutable(QString::fromLatin1(program)).isEmpty()) {
+            return refused((QByteArray(program) + " is not installed here").constData());
+        }
     }
     TestRecognition test;
     return QTest::qExec(&test, argc, argv);
