@@ -94,6 +94,9 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    [[nodiscard]] static VaultTableItemKind kindOf(const QTableWidgetItem* item);
+    /// The vault path of what the item's row shows.
+    [[nodiscard]] static QString pathOf(const QTableWidgetItem* item);
     void setUpHeader();
     void fillRow(int position, const VaultRow& row);
     void scrollAfterLeaving(const QString& directory);
