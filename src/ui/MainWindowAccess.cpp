@@ -16,6 +16,7 @@
 #include "ui/MessageBoxes.h"
 #include "ui/ProductInfo.h"
 #include "ui/Prompts.h"
+#include "ui/WaitCursor.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -152,7 +153,8 @@ void MainWindow::createVault() {
         return;
     }
     Core::ContainerLock lock;
-    const bool created = lockIfPresent(&lock, path) && m_vault.createVault(path, password);
+    const bool created = runWaiting(
+        [&] { return lockIfPresent(&lock, path) && m_vault.createVault(path, password); });
     Core::wipe(&password);
     if (!created) {
         showWarning(this, ProductInfo::name(), tr("Não foi possível criar o cofre."));
@@ -176,10 +178,12 @@ void MainWindow::unlockVault() {
     if (password.isEmpty()) {
         return;
     }
-    // Before the lock: recovery may replace the file that the lock is taken on.
-    Core::recoverContainer(m_containerPath);
-    const bool opened =
-        m_containerLock.acquire(m_containerPath) && m_vault.unlockVault(m_containerPath, password);
+    const bool opened = runWaiting([&] {
+        // Before the lock: recovery may replace the file that the lock is taken on.
+        Core::recoverContainer(m_containerPath);
+        return m_containerLock.acquire(m_containerPath) &&
+               m_vault.unlockVault(m_containerPath, password);
+    });
     Core::wipe(&password);
     if (!opened) {
         showWarning(this, ProductInfo::name(),
@@ -210,7 +214,7 @@ bool MainWindow::keepHold() {
 }
 
 bool MainWindow::closeVault() {
-    const bool closed = m_vault.lockVault();
+    const bool closed = runWaiting([this] { return m_vault.lockVault(); });
     if (!vaultIsUnlocked()) {
         m_containerLock.release();
     }
@@ -249,10 +253,12 @@ void MainWindow::changeVaultPassword() {
     }
     QByteArray oldPassword = dialog.currentPassword();
     QByteArray newPassword = dialog.newPassword();
-    Core::recoverContainer(m_containerPath);
     Core::ContainerLock lock;
-    const bool changed = lock.acquire(m_containerPath) &&
-                         m_vault.changePassword(m_containerPath, oldPassword, newPassword);
+    const bool changed = runWaiting([&] {
+        Core::recoverContainer(m_containerPath);
+        return lock.acquire(m_containerPath) &&
+               m_vault.changePassword(m_containerPath, oldPassword, newPassword);
+    });
     Core::wipe(&oldPassword);
     Core::wipe(&newPassword);
     if (changed) {

@@ -16,6 +16,7 @@
 #include "ui/Prompts.h"
 #include "ui/VaultRows.h"
 #include "ui/VaultTableWidget.h"
+#include "ui/WaitCursor.h"
 
 #include <QAction>
 #include <QDesktopServices>
@@ -260,7 +261,7 @@ void MainWindow::exportSelectedFile() {
         return;
     }
     m_exportFolder = QFileInfo(destination).absolutePath();
-    if (takeBackEdit(path) && m_vault.exportFile(path, destination)) {
+    if (runWaiting([&] { return takeBackEdit(path) && m_vault.exportFile(path, destination); })) {
         showResult(tr("Arquivo exportado com sucesso."));
         return;
     }
@@ -274,8 +275,11 @@ void MainWindow::openSelectedFile() {
         return;
     }
     QString copyPath;
-    // The copy is about to be overwritten: first take what was saved in it into the vault.
-    if (!takeBackEdit(path) || !m_vault.prepareFileForEditing(path, &copyPath)) {
+    const bool prepared = runWaiting([&] {
+        // The copy is about to be overwritten: first take what was saved in it into the vault.
+        return takeBackEdit(path) && m_vault.prepareFileForEditing(path, &copyPath);
+    });
+    if (!prepared) {
         showWarning(this, ProductInfo::name(),
                     tr("Não foi possível preparar o arquivo para edição."));
         return;
