@@ -57,11 +57,12 @@ public:
         constexpr qsizetype MostDigits = 18;
         qint64 number = 0;
         qsizetype digits = 0;
-        while (digits < m_rest.size() && digits <= MostDigits && isDigit(m_rest[digits])) {
+        while (digits < std::min(m_rest.size(), MostDigits) && isDigit(m_rest[digits])) {
             number = number * 10 + (m_rest[digits++] - '0');
         }
         const bool hasLeadingZero = digits > 1 && m_rest.front() == '0';
-        if (digits < 1 || digits > MostDigits || hasLeadingZero) {
+        const bool goesOn = digits < m_rest.size() && isDigit(m_rest[digits]);
+        if (digits < 1 || goesOn || hasLeadingZero) {
             return fail<qint64>();
         }
         m_rest = m_rest.sliced(digits);
