@@ -43,7 +43,7 @@ constexpr std::array<SymbolPair, 4096> Pairs = symbolPairs();
 void encodeGroups(QByteArrayView bytes, char* out) {
     const auto* in = reinterpret_cast<const std::uint8_t*>(bytes.data());
     for (const std::uint8_t* end = in + bytes.size(); in != end; in += 3, out += 4) {
-        const std::uint32_t group = std::uint32_t{in[0]} << 16 | in[1] << 8 | in[2];
+        const std::uint32_t group = std::uint32_t{in[0]} << 16 | std::uint32_t{in[1]} << 8 | in[2];
         std::memcpy(out, &Pairs[group >> 12], 2);
         std::memcpy(out + 2, &Pairs[group & 0xfff], 2);
     }
