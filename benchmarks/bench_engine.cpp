@@ -58,7 +58,7 @@ private:
     Core::FileDigest m_digest;
 };
 
-class ToolkitDigest {
+class QtDigest {
 public:
     void add(const QByteArray& bytes) { m_hash.addData(bytes); }
     QByteArray result() { return m_hash.result(); }
@@ -213,9 +213,9 @@ void passwordKey(benchmark::State& state) {
 BENCHMARK(sealChunk)->Unit(benchmark::kMillisecond);
 BENCHMARK(openChunk)->Unit(benchmark::kMillisecond);
 BENCHMARK(digestChunk<LibcryptoDigest>)->Unit(benchmark::kMillisecond);
-BENCHMARK(digestChunk<ToolkitDigest>)->Unit(benchmark::kMillisecond);
+BENCHMARK(digestChunk<QtDigest>)->Unit(benchmark::kMillisecond);
 BENCHMARK(importLoop<LibcryptoDigest>)->Unit(benchmark::kMillisecond)->Iterations(2);
-BENCHMARK(importLoop<ToolkitDigest>)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(importLoop<QtDigest>)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(importLargeFile)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(exportLargeFile)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(indexToJson)->Arg(1500)->Arg(15000)->Unit(benchmark::kMillisecond);

@@ -28,7 +28,7 @@ namespace {
 using Spoil = std::function<void(CraftedContainer&)>;
 
 constexpr qint64 MebiByte = 1048576;
-/// One block in plain and sealed, and what the test itself and the toolkit need.
+/// One block in plain and sealed, and what the test itself and Qt need.
 constexpr qint64 MemoryForOneBlock = 48 * MebiByte;
 
 const QString Bad = u"bad"_s;
@@ -96,7 +96,7 @@ std::optional<QByteArray> exported(const VaultFixture& fixture, const QString& p
 
 } // namespace
 
-/// An index that opens is trusted, but whoever made it may have had the password and bad intent,
+/// An index that opens is trusted, but an attacker with the password may have made it,
 /// and a damaged program may have written it. Nothing in it may crash the engine, make it take
 /// more memory than a block, or lead it out of its folders.
 class TestHostileIndexes : public QObject {

@@ -95,7 +95,7 @@ QByteArray headerOf(const QString& container) {
 
 } // namespace
 
-/// Whoever holds the drive can change any byte of a container. docs/security-model.md says what
+/// Anyone who holds the drive can change any byte of a container. docs/security-model.md says what
 /// that may do; these tests hold it to its words.
 class TestTampering : public QObject {
     Q_OBJECT
@@ -241,7 +241,7 @@ private Q_SLOTS:
     }
 
     void anEarlierBlockAtTheSamePlaceIsRefused() {
-        // A vault that is emptied, compacted and filled anew has other blocks at the same offsets.
+        // A vault that is emptied, compacted and filled again has other blocks at the same offsets.
         VaultFixture fixture;
         QVERIFY(fixture.unlock() && fixture.store(First, Original.value(Second)));
         const QByteArray earlier = readFile(fixture.container()).mid(PayloadOffset);

@@ -18,7 +18,7 @@ PATIENCE_S = 30
 POLL_MS = 20
 # While it derives a key, the program does not answer.
 ANSWER_MS = 20000
-# So far a pressed mouse moves before the toolkit takes it for a drag, and more.
+# More than a pressed mouse must move before Qt takes it for a drag.
 DRAG_PIXELS = 20 * SCALE
 
 # How a Brazilian keyboard writes what stands above a letter.
@@ -120,7 +120,7 @@ def pieces(text):
 def type_into(line, text):
     """Types over what the line holds; it must have the keyboard, or get it by itself.
 
-    The toolkit lets each key wait until the accessibility service has seen it, but not what a
+    Qt lets each key wait until the accessibility service has seen it, but not what a
     dead key composed, which would overtake the letters before it. So nothing is typed before
     what precedes it has arrived."""
     content = line.queryText()
@@ -162,8 +162,8 @@ def middle_of(element):
 
 
 def drag(element, target):
-    """Drags an element to a point of the screen with the left button. Of moves that wait for the
-    program together, the toolkit sees the last one only; so each is answered before the next. The
+    """Drags an element to a point of the screen with the left button. Qt merges
+    moves that wait together, so each is answered before the next is sent. The
     first says that the mouse moves while it is pressed, the second begins the drag."""
     x, y = middle_of(element)
     moves = ((x, y), (x + DRAG_PIXELS, y), (x + 2 * DRAG_PIXELS, y),

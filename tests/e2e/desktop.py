@@ -99,7 +99,7 @@ def scratch_environment(folder):
         "LOCPATH": "locales"}.items()}
     for place in folders.values():
         os.mkdir(place, 0o700)
-    # Without the locale itself the C library, and with it the toolkit, would fall back and say so.
+    # Without the locale itself the C library and Qt would fall back and say so.
     subprocess.run(["localedef", "-i", "pt_BR", "-f", "UTF-8", folder / "locales/pt_BR.UTF-8"],
                    check=True)
     return kept | folders | {"TESSEL_E2E_HOME": str(folder), "USER": "ana", "LOGNAME": "ana",

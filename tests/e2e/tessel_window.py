@@ -93,7 +93,7 @@ class TesselWindow:
         self.answer(title, "Nome do arquivo:", " ".join(f'"{name}"' for name in names))
 
     def choose_in_context_menu(self, name, text):
-        """Chooses a command of the menu that the right button opens on a file. The toolkit shows
+        """Chooses a command of the menu that the right button opens on a file. Qt shows
         such a menu in no window and names its commands only the first time; so the first command
         is waited for, and the others are counted."""
         reached = []

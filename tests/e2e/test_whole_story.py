@@ -329,8 +329,8 @@ class Story(TesselWindow):
 
     @staticmethod
     def kept_settings():
-        """What the program has put where programs keep settings. The file dialog is the toolkit's
-        and remembers its own size there, under the toolkit's name."""
+        """What the program has put where programs keep settings. The file dialog is Qt's and
+        remembers its own size there, under Qt's name."""
         return [path for place in ("config", "data", "state", "cache")
                 for path in (HOME / place).rglob("*") if "tessel" in path.name.lower()]
 

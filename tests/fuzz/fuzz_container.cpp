@@ -111,7 +111,7 @@ void checkWrittenHeader(const ContainerManager& manager, const ContainerDocument
         {u"encryptedIndex"_s, QString::fromLatin1(document.encryptedIndex.toBase64())}};
     const QByteArray header = manager.buildHeader(document);
     expect(header == QJsonDocument(object).toJson(QJsonDocument::Compact),
-           "the header is written as the toolkit would write it");
+           "the header is written as Qt would write it");
     const QJsonObject crypto = QJsonDocument::fromJson(header).object().value(u"crypto").toObject();
     expect(manager.cryptoMetadataToJson(manager.cryptoMetadataFromJson(crypto)) ==
                manager.cryptoMetadataToJson(document.crypto),

@@ -26,17 +26,17 @@ QString textOf(const QDateTime& dateTime) {
     return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs) : QString();
 }
 
-QJsonObject toolkitBlock(const VaultFileBlock& block) {
+QJsonObject qtBlock(const VaultFileBlock& block) {
     return {{u"offset"_s, block.offset},
             {u"plainSize"_s, block.plainSize},
             {u"encryptedSize"_s, block.encryptedSize},
             {u"nonce"_s, QString::fromLatin1(block.nonce.toBase64())}};
 }
 
-QJsonObject toolkitFile(const VaultFileEntry& entry) {
+QJsonObject qtFile(const VaultFileEntry& entry) {
     QJsonArray blocks;
     for (const VaultFileBlock& block : entry.blocks) {
-        blocks.append(toolkitBlock(block));
+        blocks.append(qtBlock(block));
     }
     return {{u"id"_s, entry.id},
             {u"vaultPath"_s, entry.vaultPath},
@@ -46,11 +46,11 @@ QJsonObject toolkitFile(const VaultFileEntry& entry) {
             {u"blocks"_s, blocks}};
 }
 
-QByteArray toolkitJson(const SecureFileIndex& index) {
+QByteArray qtJson(const SecureFileIndex& index) {
     QJsonArray files;
     const QList<VaultFileEntry> entries = index.entries();
     for (const VaultFileEntry& entry : entries) {
-        files.append(toolkitFile(entry));
+        files.append(qtFile(entry));
     }
     QJsonArray folders;
     const QList<VaultDirectoryEntry> directories = index.directories();
@@ -140,7 +140,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const SecureFileIndex index = SecureFileIndex::fromJson(text);
     checkRows(index);
     const QByteArray json = index.toJson();
-    expect(json == toolkitJson(index), "the index is written as the toolkit would write it");
+    expect(json == qtJson(index), "the index is written as Qt would write it");
     const SecureFileIndex again = SecureFileIndex::fromJson(json);
     checkRereading(index, again);
     expect(again.toJson() == json, "writing again gives the same bytes");

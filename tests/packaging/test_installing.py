@@ -190,7 +190,7 @@ def faults(package, scratch):
     home.mkdir(mode=0o700)
     yield from run_faults(root, home)
     for path in sorted(home.rglob("*")):
-        if path.relative_to(home).parts[0] != ".cache":  # the toolkit's
+        if path.relative_to(home).parts[0] != ".cache":  # Qt's
             yield f"the program left {path.relative_to(home)} in the home folder"
     dpkg(root, "--purge", "tessel")
     for path in sorted(root.rglob("*")):
