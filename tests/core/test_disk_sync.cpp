@@ -4,12 +4,12 @@
 // When an operation reports success its bytes are on the drive, under a name that is found again.
 // A drive often tells of a lost write only when it is asked to sync, and tells it once.
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -63,11 +63,11 @@ struct Operation {
             {u"its folder"_s, QFileInfo(fixture.file(u"out"_s)).path()}};
         return places.value(place);
     }
-    [[nodiscard]] DriverRun run(const QString& place, const QString& injection) const {
-        return runDriver(arguments, path(place), {injection});
+    [[nodiscard]] ToolRun run(const QString& place, const QString& injection) const {
+        return runTool(arguments, path(place), {injection});
     }
     [[nodiscard]] QStringList calls(const QString& names) const {
-        return callsOfDriver(arguments, names);
+        return callsOfTool(arguments, names);
     }
 
     VaultFixture fixture;
@@ -158,7 +158,7 @@ private Q_SLOTS:
         NEEDS_TRACING();
         const Operation vault(operation);
         const VaultPicture before(vault.fixture);
-        const DriverRun run = vault.run(place, injection);
+        const ToolRun run = vault.run(place, injection);
         QVERIFY(run.refused());
         QCOMPARE(run.text(), QString());
         COMPARE_UNCHANGED(before);
@@ -183,7 +183,7 @@ private Q_SLOTS:
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         Operation vault(u"compact"_s);
-        const DriverRun run = vault.run(place, injection);
+        const ToolRun run = vault.run(place, injection);
         QVERIFY(run.refused());
         QVERIFY(!QFileInfo::exists(vault.fixture.container()));
         QVERIFY(vault.fixture.vault.unlockVault(run.text(), TestPassword));
@@ -200,7 +200,7 @@ private Q_SLOTS:
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         Operation vault(u"compact"_s);
-        const DriverRun run = vault.run(u"drive"_s, injection);
+        const ToolRun run = vault.run(u"drive"_s, injection);
         QVERIFY(run.refused());
         QVERIFY(vault.fixture.unlock());
         QCOMPARE(vault.fixture.stored(A), QByteArray("contents of a"));
@@ -350,7 +350,7 @@ private Q_SLOTS:
         QVERIFY(!calls.isEmpty());
         for (int which = 1; which <= calls.size(); ++which) {
             Operation vault(operation);
-            const DriverRun run = vault.run(place, u"close:error=EIO:when=%1"_s.arg(which));
+            const ToolRun run = vault.run(place, u"close:error=EIO:when=%1"_s.arg(which));
             // What was synced is on the drive, whatever closing says.
             QVERIFY2(run.succeeded(), qPrintable(QString::number(which)));
             QVERIFY(vault.fixture.unlock());

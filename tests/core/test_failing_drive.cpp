@@ -6,11 +6,11 @@
 // A drive that turns read-only or goes away is the subject of
 // tests/faults/test_vanishing_drive.cpp.
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -110,8 +110,8 @@ private Q_SLOTS:
                                             {u"set aside"_s, vault.container() + u".anterior"_s},
                                             {u"folder"_s, vault.driveFolder()}};
         const VaultPicture before(vault);
-        const DriverRun run = runDriver(argumentsOf(operation, vault), places.value(watched),
-                                        faults.split(QLatin1Char(' ')));
+        const ToolRun run = runTool(argumentsOf(operation, vault), places.value(watched),
+                                    faults.split(QLatin1Char(' ')));
         QVERIFY(run.refused());
         QCOMPARE(run.text(), QString());
         COMPARE_UNCHANGED(before);
@@ -133,8 +133,8 @@ private Q_SLOTS:
         NEEDS_TRACING();
         const VaultFixture vault(usedContainer());
         static_cast<void>(vault.write(u"source"_s, "source"));
-        const DriverRun run =
-            runDriver(argumentsOf(operation, vault), vault.container(), QStringList());
+        const ToolRun run =
+            runTool(argumentsOf(operation, vault), vault.container(), QStringList());
         QVERIFY(run.succeeded());
     }
 

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "VaultFixture.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QCoreApplication>
 #include <QFile>

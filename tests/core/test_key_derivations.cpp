@@ -4,9 +4,9 @@
 // How often a password is run through Argon2id, and with what. Each run costs a person most of a
 // second and the machine 256 MiB, so none may be made twice.
 
-#include "VaultFixture.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>

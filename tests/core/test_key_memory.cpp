@@ -4,12 +4,12 @@
 // What remains of keys and passwords in the memory of a process that has locked its vault. A
 // second process works on the vault; this one, which knows the keys, reads that one's memory.
 
-#include "VaultFixture.h"
 #include "core/SecretBytes.h"
 #include "support/Files.h"
 #include "support/MustRun.h"
 #include "support/ProcessMemory.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "VaultFixture.h"
 #include "core/WorkspaceLeftovers.h"
 #include "support/Files.h"
 #include "support/KilledRun.h"
 #include "support/PeakMemory.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QCoreApplication>
 #include <QDir>

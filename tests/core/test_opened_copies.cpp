@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFile>

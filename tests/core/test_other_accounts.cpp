@@ -1,13 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "VaultFixture.h"
 #include "core/WorkspaceLeftovers.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/KilledRun.h"
 #include "support/MustRun.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QCoreApplication>
 #include <QDir>

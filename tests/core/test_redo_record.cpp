@@ -1,13 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
-
 #include "support/CheapDerivation.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -352,9 +351,9 @@ private Q_SLOTS:
         // Two texts under one nonce would show what they have in common, to anybody.
         const Change change;
         const VaultFixture fixture(change.before);
-        const DriverRun run = runDriver(
-            {fixture.container(), QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s},
-            fixture.container(), {u"ftruncate:error=EIO"_s});
+        const ToolRun run =
+            runTool({fixture.container(), QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s},
+                    fixture.container(), {u"ftruncate:error=EIO"_s});
         QVERIFY(run.ended());
         ContainerDocument header;
         ContainerDocument record;
@@ -423,9 +422,9 @@ private Q_SLOTS:
         const auto bytesReadBy = [](const QStringList& operation) {
             const VaultFixture fixture(withALargeHeader());
             const QStringList calls =
-                callsOfDriver(QStringList{fixture.container(), QString::fromUtf8(TestPassword)} +
-                                  operation + QStringList{u"x"_s},
-                              u"read,pread64,rmdir"_s);
+                callsOfTool(QStringList{fixture.container(), QString::fromUtf8(TestPassword)} +
+                                operation + QStringList{u"x"_s},
+                            u"read,pread64,rmdir"_s);
             qint64 sum = 0;
             bool begun = false;
             for (const QString& call : calls) {
@@ -714,9 +713,9 @@ private Q_SLOTS:
         // and reach the drive no later than the record of this change.
         NEEDS_TRACING();
         const VaultFixture fixture(Change().before);
-        const QStringList calls = callsOfDriver(
-            {fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_s, u"x"_s},
-            u"pwrite64,fdatasync"_s);
+        const QStringList calls =
+            callsOfTool({fixture.container(), QString::fromUtf8(TestPassword), u"mkdir"_s, u"x"_s},
+                        u"pwrite64,fdatasync"_s);
         const QString zeros = u", 64, %1) = 64"_s.arg(PayloadOffset - 64);
         const auto erased = std::find_if(calls.cbegin(), calls.cend(),
                                          [&](const QString& call) { return call.endsWith(zeros); });
@@ -793,9 +792,9 @@ private Q_SLOTS:
         QVERIFY(drive.isFull());
         const QString path = drive.path();
         // The first write settles the header that stands there.
-        const DriverRun run =
-            runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
-                      {u"write:signal=KILL:when=2"_s});
+        const ToolRun run =
+            runTool({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
+                    {u"write:signal=KILL:when=2"_s});
         NEEDS_TRACING();
         QVERIFY(!run.ended());
         // Killed before the header: what stands at the end is the record of this very change.
@@ -815,9 +814,9 @@ private Q_SLOTS:
         const FullDrive drive(before.bytes() + change.record);
         QVERIFY(drive.isFull());
         const QString path = drive.path();
-        const DriverRun run =
-            runDriver({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
-                      {u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
+        const ToolRun run =
+            runTool({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
+                    {u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
         if (run.ended()) {
             QVERIFY(run.refused());
             return;

@@ -3,10 +3,10 @@
 
 // What becomes of an open vault when another one is opened or created in its place and that fails.
 
-#include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -4,12 +4,12 @@
 // A compaction that is cut while it writes the new container leaves the old one beside it. The
 // next unlock finds the vault whole.
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "core/ContainerManager.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -196,9 +196,8 @@ private Q_SLOTS:
         cut.put(laterContainer().bytes());
         const QByteArray container = readFile(cut.container);
         // A compaction that was killed may have left the new one in the system's cache only.
-        const DriverRun run =
-            runDriver({cut.container, QString::fromUtf8(TestPassword), u"unlock"_s}, cut.container,
-                      {u"fsync:error=EIO"_s});
+        const ToolRun run = runTool({cut.container, QString::fromUtf8(TestPassword), u"unlock"_s},
+                                    cut.container, {u"fsync:error=EIO"_s});
         QVERIFY(run.succeeded());
         QVERIFY(cut.isUntouched(container));
     }
@@ -293,9 +292,8 @@ private Q_SLOTS:
         CutCompaction cut;
         const QByteArray container = laterContainer().bytes();
         cut.put(container);
-        const DriverRun run =
-            runDriver({cut.container, QString::fromUtf8(TestPassword), u"unlock"_s}, cut.container,
-                      {injection});
+        const ToolRun run = runTool({cut.container, QString::fromUtf8(TestPassword), u"unlock"_s},
+                                    cut.container, {injection});
         QVERIFY(!run.succeeded());
         QVERIFY(cut.isUntouched(container));
     }

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "VaultFixture.h"
 #include "support/CraftedContainer.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QBuffer>
 #include <QCoreApplication>

@@ -4,9 +4,9 @@
 // Two sessions on one container, and a container that is replaced while its vault is open: every
 // change works on what the drive holds, so no file is lost.
 
-#include "VaultFixture.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/VaultFixture.h"
 
 #include <QBuffer>
 #include <QCoreApplication>

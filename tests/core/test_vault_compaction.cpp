@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -78,7 +78,7 @@ int callsUntil(const QString& name, const QString& last) {
     const QRegularExpression end(last);
     const VaultFixture rehearsal(usedContainer());
     const QStringList calls =
-        callsOfDriver(compaction(rehearsal), name + u",unlink,linkat,rename,renameat2"_s);
+        callsOfTool(compaction(rehearsal), name + u",unlink,linkat,rename,renameat2"_s);
     int count = 0;
     for (const QString& call : calls) {
         if (end.match(call).hasMatch()) {
@@ -264,9 +264,8 @@ private Q_SLOTS:
         QFETCH(const QString, error);
         NEEDS_TRACING();
         VaultFixture vault(usedContainer());
-        const DriverRun run =
-            runDriver(compaction(vault), vault.container(),
-                      {u"renameat2:error="_s + error, u"rename:error="_s + error});
+        const ToolRun run = runTool(compaction(vault), vault.container(),
+                                    {u"renameat2:error="_s + error, u"rename:error="_s + error});
         QVERIFY(run.succeeded());
         QCOMPARE(besideContainer(vault), QStringList());
         QVERIFY(vault.unlock());
@@ -643,8 +642,8 @@ private Q_SLOTS:
         VaultFixture vault(usedContainer());
         const VaultPicture picture(vault);
         for (int further = 1; further <= 3; ++further) {
-            const DriverRun run = runDriver(compaction(vault), QString(),
-                                            {u"read:error=EIO:when=%1"_s.arg(before + further)});
+            const ToolRun run = runTool(compaction(vault), QString(),
+                                        {u"read:error=EIO:when=%1"_s.arg(before + further)});
             QVERIFY(run.refused());
             QVERIFY(!rebuildFolder(vault));
             QCOMPARE(run.text(), QString());
@@ -736,7 +735,7 @@ private Q_SLOTS:
         QFETCH(const QString, injection);
         NEEDS_TRACING();
         CompactedVault vault;
-        const DriverRun run = runDriver(compaction(vault), vault.container(), {injection});
+        const ToolRun run = runTool(compaction(vault), vault.container(), {injection});
         QVERIFY(run.refused());
         vault.kept = run.text();
         vault.compareRebuiltContainerIsKept();
@@ -748,8 +747,8 @@ private Q_SLOTS:
         const int before = 4 + callsUntil(u"openat"_s, u"renameat2.*/drive/tessel.tvlt.anterior"_s);
         QVERIFY(before > 4);
         CompactedVault vault;
-        const DriverRun run = runDriver(compaction(vault), QString(),
-                                        {u"openat:error=EMFILE:when=%1"_s.arg(before + 1)});
+        const ToolRun run = runTool(compaction(vault), QString(),
+                                    {u"openat:error=EMFILE:when=%1"_s.arg(before + 1)});
         QVERIFY(run.refused());
         vault.kept = run.text();
         vault.compareRebuiltContainerIsKept();

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "core/VaultPath.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QFileInfo>
 #include <QTest>

@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -316,9 +316,8 @@ private Q_SLOTS:
         VaultFixture vault(crafted);
         const QByteArray whole = vault.bytes();
         QVERIFY(tearHeader(vault.container(), crafted));
-        const DriverRun run =
-            runDriver({vault.container(), QString::fromUtf8(TestPassword), operation},
-                      vault.container(), {injection});
+        const ToolRun run = runTool({vault.container(), QString::fromUtf8(TestPassword), operation},
+                                    vault.container(), {injection});
         QVERIFY(run.ended());
         QCOMPARE(run.succeeded(), operation == "unlock"_L1);
         QVERIFY(vault.unlock());

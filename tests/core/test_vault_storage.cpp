@@ -1,13 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "DriverRun.h"
-#include "VaultFixture.h"
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/PeakMemory.h"
 #include "support/TestProgram.h"
+#include "support/ToolRun.h"
+#include "support/VaultFixture.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>
@@ -507,9 +507,9 @@ private Q_SLOTS:
         VaultFixture vault(usedContainer());
         const QByteArray contents = noise(Chunk + 1000);
         const QString source = vault.write(u"source"_s, contents);
-        const DriverRun run = runDriver({vault.container(), QString::fromUtf8(TestPassword),
-                                         u"import"_s, source, u"Docs/A.TXT"_s},
-                                        vault.container(), injections);
+        const ToolRun run = runTool({vault.container(), QString::fromUtf8(TestPassword),
+                                     u"import"_s, source, u"Docs/A.TXT"_s},
+                                    vault.container(), injections);
         QVERIFY(run.refused());
         // Whichever of the two headers the drive holds, the file behind it must be whole.
         QVERIFY(vault.unlock());

@@ -13,7 +13,7 @@
 namespace Tessel::Tests {
 
 /// What vault_tool said of its operation.
-struct DriverRun {
+struct ToolRun {
     int exitCode = -1;
     /// "result", "state", "index", "text"; see vault_tool.cpp.
     QMap<QString, QString> said;
@@ -36,13 +36,13 @@ struct DriverRun {
 /// Runs one operation of a vault in a process of its own, in which system calls fail as
 /// @p injections say, each in strace's words: "fdatasync:error=EIO:when=2". Only calls on
 /// @p watchedPath count, unless it is empty.
-[[nodiscard]] DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
-                                  const QStringList& injections);
+[[nodiscard]] ToolRun runTool(const QStringList& arguments, const QString& watchedPath,
+                              const QStringList& injections);
 
 /// The system calls of those names that the operation makes, in order, as strace writes them, with
 /// the path behind each descriptor: "fsync(4</tmp>) = 0". They tell which one an injection has to
 /// count to.
-[[nodiscard]] QStringList callsOfDriver(const QStringList& arguments, const QString& names);
+[[nodiscard]] QStringList callsOfTool(const QStringList& arguments, const QString& names);
 
 } // namespace Tessel::Tests
 

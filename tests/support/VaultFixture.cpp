@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "VaultFixture.h"
+#include "support/VaultFixture.h"
 
 #include "core/ContainerManager.h"
 #include "support/Files.h"

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-#include "DriverRun.h"
+#include "support/ToolRun.h"
 
 #include "support/Files.h"
 
@@ -38,8 +38,8 @@ bool canInjectFaults() {
     return run(process, StraceOptions + QStringList(u"true"_s)) == 0;
 }
 
-DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
-                    const QStringList& injections) {
+ToolRun runTool(const QStringList& arguments, const QString& watchedPath,
+                const QStringList& injections) {
     QStringList options = StraceOptions;
     if (!watchedPath.isEmpty()) {
         options << u"-P"_s << watchedPath;
@@ -56,7 +56,7 @@ DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
     }
     options << QStringLiteral(TESSEL_VAULT_TOOL);
 
-    DriverRun result;
+    ToolRun result;
     QProcess process;
     result.exitCode = run(process, options + arguments);
     const QStringList lines = QString::fromUtf8(process.readAllStandardOutput())
@@ -68,7 +68,7 @@ DriverRun runDriver(const QStringList& arguments, const QString& watchedPath,
     return result;
 }
 
-QStringList callsOfDriver(const QStringList& arguments, const QString& names) {
+QStringList callsOfTool(const QStringList& arguments, const QString& names) {
     QTemporaryFile trace;
     if (!trace.open()) {
         return {};
