@@ -22,8 +22,10 @@ import vault_world as vw
 CHANGING = ("openat", "write", "pwrite64", "fsync", "fdatasync", "sync_file_range", "ftruncate",
             "rename", "renameat2", "linkat", "unlink", "rmdir", "mkdir")
 READING = ("read", "pread64", "lseek", "statx", "close")
-# Calls whose failure on the container must fail the operation, whatever the error.
-MUST_FAIL = ("write", "fdatasync", "sync_file_range")
+# Calls whose failure must fail the operation, whatever the error: on any file or folder, and on the
+# container.
+SYNCS = ("fsync", "fdatasync", "sync_file_range")
+MUST_FAIL = (*SYNCS, "write")
 LINE = re.compile(r"^\d+\s+(\w+)\((.*)$")
 
 
@@ -35,10 +37,10 @@ class Call:
     before: tuple
     text: str
     on_container: bool = False
-    # Whether the change may succeed although this call fails, because nothing of it has been written
-    # yet.
-    early: bool = False
-    # Whether it must succeed: it is on the drive, and only its redo record is being removed.
+    # Whether the operation may succeed although this call fails: nothing has been written yet, or
+    # what was is on the drive already.
+    spared: bool = False
+    # Whether it must succeed: it is on the drive, and only what could undo it is being removed.
     late: bool = False
 
 
@@ -93,14 +95,19 @@ def learn_calls(world):
 
 
 def mark_spared(world, calls):
-    """A change that does not follow another one begins with a sync, for earlier errors. On a full
-    drive it ends by writing zeros over its redo record."""
+    """A change that does not follow another one begins with a sync, for earlier errors. QSaveFile
+    syncs once more and does not look at the result. On a full drive a change ends by writing zeros
+    over its redo record, and a compaction ends by removing the old container."""
+    operation = world.operation
     own = [call for call in calls if call.on_container]
     syncs = [call for call in own if call.name == "fdatasync"]
     writes = [call for call in own if call.name == "pwrite64"]
-    early = [] if world.operation.first == ("save",) else syncs[:1]
-    late = [] if world.operation.room is None else syncs[-1:] + writes[-1:]
-    return [replace(call, early=call in early, late=call in late) for call in calls]
+    unnamed = [call for call in calls if call.name == "fdatasync" and "(deleted)" in call.text]
+    spared = unnamed[-1:] + (syncs[:1] if operation.first != ("save",) else [])
+    late = syncs[-1:] + writes[-1:] if operation.room is not None else []
+    if operation.command == "compact" and not operation.fits_once:
+        late += [call for call in calls if call.name == "fsync"][-1:]
+    return [replace(call, spared=call in spared, late=call in late) for call in calls]
 
 
 def faults_of(operation, calls, thorough):
@@ -124,7 +131,7 @@ def faults_of(operation, calls, thorough):
     step = 7
     sample = faults[len(operation.name) % step::step]
     always = [fault for fault in faults
-              if fault.call.name == "fdatasync" and fault.kind in ("EIO twice", "ENOSPC")
+              if fault.call.name in SYNCS and fault.kind in ("EIO twice", "ENOSPC")
               or fault.call.late and fault.kind == "EIO"]
     return sample + [fault for fault in always if fault not in sample]
 
@@ -166,17 +173,27 @@ def problem_with_result(world, fault, expected, said, checker):
     succeeded = has_succeeded(world, said)
     if fault.call.late and fault.kind in ("EIO", "ENOSPC") and not succeeded:
         return "a change that is on the drive passed for a failure"
-    if succeeded and fault.call.on_container and fault.kind != "KILL" and \
-            not (fault.call.early or fault.call.late) and (
-            fault.call.name in MUST_FAIL or
-            (fault.call.name == "pwrite64" and fault.kind.startswith("EIO"))):
+    if succeeded and fault.kind != "KILL" and must_fail(world.operation, fault):
         return "a failed call passed for success"
+    if fault.call.name in SYNCS and fault.kind in ("EIO", "ENOSPC") and not said.get("text") and \
+            world.preserved():
+        return "a copy that nobody was told of is left in the temporary folder"
     if succeeded and not world.has_exported(expected):
         return "the exported file is not the stored one"
     changed = checker.change(world.vault, world.operation)
     if changed is None or "tambem" not in changed.folders:
         return "the vault takes no change any more"
     return vw.leftovers(world.vault, world.operation)
+
+
+def must_fail(operation, fault):
+    call = fault.call
+    # Unlocking reads: what it cleans up may wait.
+    if call.spared or call.late or (operation.command == "unlock" and call.name == "fsync"):
+        return False
+    if not call.on_container:
+        return call.name in SYNCS
+    return call.name in MUST_FAIL or (call.name == "pwrite64" and fault.kind.startswith("EIO"))
 
 
 class FailingCalls(vw.Sweep):
