@@ -17,6 +17,9 @@ if(TESSEL_BUILD_TESTS OR TESSEL_BUILD_BENCHMARKS OR TESSEL_BUILD_FUZZERS)
     if(NOT Qt6Test_FOUND)
         tessel_missing("Qt Test" qt6-base-dev)
     endif()
+    # It also defines each target's folders, for QFINDTESTDATA. No test uses that, and no two targets
+    # could share precompiled headers.
+    set_property(TARGET Qt6::Test PROPERTY INTERFACE_COMPILE_DEFINITIONS QT_TESTLIB_LIB)
 endif()
 
 find_package(PkgConfig QUIET)

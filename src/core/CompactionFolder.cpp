@@ -22,7 +22,7 @@ namespace {
 
 const QString FolderPrefix = u"Tessel-compact-"_s;
 
-int openFolder(const QString& path) {
+int openForLocking(const QString& path) {
     return ::open(QFile::encodeName(path).constData(),
                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
@@ -44,7 +44,7 @@ bool isOurs(int descriptor) {
 CompactionFolder::CompactionFolder()
     : m_folder(QDir::tempPath() + u'/' + FolderPrefix + u"XXXXXX"_s) {
     m_folder.setAutoRemove(false);
-    m_lock = m_folder.isValid() ? openFolder(m_folder.path()) : -1;
+    m_lock = m_folder.isValid() ? openForLocking(m_folder.path()) : -1;
     if (m_lock >= 0) {
         static_cast<void>(lockFolder(m_lock));
     }
@@ -69,7 +69,7 @@ void CompactionFolder::removeLeftovers(const std::function<bool(const QString& p
             .entryInfoList({FolderPrefix + u'*'},
                            QDir::Dirs | QDir::NoSymLinks | QDir::Hidden | QDir::NoDotAndDotDot);
     for (const QFileInfo& folder : folders) {
-        const int descriptor = openFolder(folder.filePath());
+        const int descriptor = openForLocking(folder.filePath());
         const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
         const QString path = folder.filePath() + u'/' + ContainerLayout::ContainerFileName;
         if (descriptor >= 0 && isOurs(descriptor) && lockFolder(descriptor) &&

@@ -31,7 +31,7 @@ namespace Tessel::UI {
 
 namespace {
 
-constexpr QSize InitialSize(760, 520);
+constexpr QSize AboutSize(760, 520);
 constexpr int TitleEnlargementPoints = 16;
 constexpr int RowPaddingPixels = 3;
 constexpr int ListMinimumHeight = 82;
@@ -85,7 +85,7 @@ AboutDialog::AboutDialog(QWidget* parent) : QDialog(parent) {
 void AboutDialog::buildUi() {
     setWindowTitle(tr("Sobre o Tessel"));
     setModal(true);
-    resize(InitialSize);
+    resize(AboutSize);
 
     m_versionLabel = buildVersionLabel();
     m_components = buildComponentList();

@@ -23,7 +23,7 @@ namespace Tessel::UI {
 
 namespace {
 
-constexpr QSize InitialSize(760, 560);
+constexpr QSize HelpSize(760, 560);
 
 QString helpFolder() {
     return u":/help/pt_BR"_s;
@@ -68,7 +68,7 @@ HelpDialog::HelpDialog(QWidget* parent) : QDialog(parent) {
 void HelpDialog::buildUi() {
     setWindowTitle(tr("Ajuda do Tessel"));
     setModal(true);
-    resize(InitialSize);
+    resize(HelpSize);
 
     m_viewer = new QTextBrowser(this);
     m_viewer->setAccessibleName(windowTitle());
