@@ -706,20 +706,36 @@ private Q_SLOTS:
 
     // --- Names -----------------------------------------------------------------------------------
 
-    void renameFileTrimsTheName() {
+    void renamingTrimsTheName_data() {
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("expected");
+        QTest::addColumn<QString>("told");
+        QTest::newRow("file") << u"Renomear arquivo"_s << u"a.txt"_s << u"  novo nome.txt "_s
+                              << u"novo nome.txt"_s << u"Arquivo renomeado."_s;
+        QTest::newRow("folder") << u"Renomear pasta"_s << u"docs"_s << u" outra\t"_s << u"outra"_s
+                                << u"Pasta renomeada."_s;
+    }
+    void renamingTrimsTheName() {
+        QFETCH(const QString, title);
+        QFETCH(const QString, name);
+        QFETCH(const QString, typed);
+        QFETCH(const QString, expected);
+        QFETCH(const QString, told);
         QVERIFY(openSample());
         QString prefilled;
-        dialogs().handle(u"Renomear arquivo"_s, [&](QDialog* dialog) {
+        dialogs().handle(title, [&](QDialog* dialog) {
             auto* input = qobject_cast<QInputDialog*>(dialog);
             prefilled = input->textValue();
-            input->setTextValue(u"  novo nome.txt "_s);
+            input->setTextValue(typed);
             dialog->accept();
         });
-        VERIFY_RUN(u"Renomear arquivo..."_s, u"a.txt"_s);
-        QCOMPARE(prefilled, u"a.txt"_s);
+        VERIFY_RUN(title + u"..."_s, name);
+        QCOMPARE(prefilled, name);
         QCOMPARE(lastText(), u"Novo nome:"_s);
-        QVERIFY(m_driver->rowNamed(u"novo nome.txt"_s) >= 0);
-        QCOMPARE(status(), u"Arquivo renomeado."_s);
+        QVERIFY(m_driver->rowNamed(expected) >= 0);
+        QCOMPARE(status(), told);
     }
 
     void renamingSelectsAFileNameWithoutItsSuffix_data() {
@@ -801,23 +817,6 @@ private Q_SLOTS:
         const QStringList texts = dialogTexts();
         QVERIFY(texts.at(0).startsWith(u"Excluir \u2068foto\uFFFDgpj.exe\u2069 removerá"_s));
         QVERIFY(texts.at(1).startsWith(u"Excluir \u2068"_s + hebrew + u"\u2069 removerá"_s));
-    }
-
-    void renameFolderTrimsTheName() {
-        QVERIFY(openSample());
-        QVERIFY(m_driver->activateRow(u"docs"_s));
-        QString prefilled;
-        dialogs().handle(u"Renomear pasta"_s, [&](QDialog* dialog) {
-            auto* input = qobject_cast<QInputDialog*>(dialog);
-            prefilled = input->textValue();
-            input->setTextValue(u" outra\t"_s);
-            dialog->accept();
-        });
-        VERIFY_RUN(u"Renomear pasta..."_s, u"sub"_s);
-        QCOMPARE(prefilled, u"sub"_s);
-        QCOMPARE(lastText(), u"Novo nome:"_s);
-        QVERIFY(m_driver->rowNamed(u"outra"_s) >= 0);
-        QCOMPARE(status(), u"Pasta renomeada."_s);
     }
 
     void newFolderTrimsTheName() {
