@@ -642,7 +642,9 @@ private Q_SLOTS:
         // The label is wider than the sheet of paper, whose corner is folded.
         QCOMPARE(icon.pixelColor(3, 13), colour);
         QCOMPARE(icon.pixelColor(8, 6), QColor(Qt::white));
+        QCOMPARE(icon.pixelColor(10, 1), QColor(u"#acacac"));
         QCOMPARE(icon.pixelColor(15, 4), QColor(u"#ededed"));
+        QCOMPARE(icon.pixelColor(16, 5), QColor(u"#bebebe"));
         for (const QPoint& outside : {QPoint(0, 0), QPoint(1, 15), QPoint(2, 6), QPoint(20, 6)}) {
             QCOMPARE(icon.pixelColor(outside).alpha(), 0);
         }
