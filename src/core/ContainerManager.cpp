@@ -17,6 +17,7 @@
 #include <QSaveFile>
 
 #include <optional>
+#include <utility>
 
 namespace Tessel::Core {
 
@@ -28,13 +29,13 @@ bool writeWhole(QIODevice& device, const QByteArray& bytes) {
     return device.write(bytes) == bytes.size();
 }
 
-bool takeDocument(const QByteArray& header, qint64 payloadOffset, ContainerDocument* out) {
-    std::optional<ContainerDocument> document = parseHeader(header);
+bool takeDocument(std::optional<ContainerDocument> document, qint64 payloadOffset,
+                  ContainerDocument* out) {
     if (!document) {
         return false;
     }
     document->payloadOffset = payloadOffset;
-    *out = *document;
+    *out = *std::move(document);
     return true;
 }
 
@@ -63,7 +64,8 @@ bool ContainerManager::readDocument(const QString& path, ContainerDocument* out)
         return false;
     }
     const QByteArray header = file.read(line->headerBytes);
-    return header.size() == line->headerBytes && takeDocument(header, payloadOffset, out);
+    return header.size() == line->headerBytes &&
+           takeDocument(parseHeader(header), payloadOffset, out);
 }
 
 bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* out) const {
@@ -72,7 +74,11 @@ bool ContainerManager::readRedoRecord(const QString& path, ContainerDocument* ou
         return false;
     }
     const std::optional<RedoRecord> record = findRedoRecord(file);
-    return record && takeDocument(record->headerImage.sliced(LengthLineBytes), PayloadOffset, out);
+    std::optional<ContainerDocument> document = record ? parseHeader(record->header) : std::nullopt;
+    if (document && !record->sealedIndex.isEmpty()) {
+        document->encryptedIndex = record->sealedIndex;
+    }
+    return takeDocument(std::move(document), PayloadOffset, out);
 }
 
 bool ContainerManager::writeDocument(const QString& path, const ContainerDocument& document,

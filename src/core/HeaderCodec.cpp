@@ -15,6 +15,10 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
+using namespace ContainerLayout;
+
+constexpr qint64 LargestImage = LengthLineBytes + HeaderRegionBytes;
+
 struct ParsedHeader {
     QJsonObject object;
     QByteArray sealedIndex;
@@ -49,37 +53,50 @@ ParsedHeader splitHeader(const QByteArray& header) {
 
 // Put together by hand, in Qt's sorted order: the sealed index is megabytes of plain Base64, and a
 // JSON value of it would be built, widened and escaped only to come out the same.
-void appendHeader(QByteArray* header, const ContainerDocument& document) {
+void appendHeader(QByteArray* header, const ContainerDocument& document,
+                  const QByteArray& sealedIndex) {
     const QByteArray crypto =
         QJsonDocument(cryptoMetadataToJson(document.crypto)).toJson(QJsonDocument::Compact);
     *header += "{\"crypto\":" + crypto + ",\"encryptedIndex\":\"";
-    appendBase64(header, document.encryptedIndex);
+    appendBase64(header, sealedIndex);
     *header += "\",\"formatVersion\":" + QByteArray::number(document.formatVersion) +
                ",\"magic\":\"TESSEL\"}";
+}
+
+// The length line and the header.
+void writeImage(QByteArray* image, const ContainerDocument& document,
+                const QByteArray& sealedIndex) {
+    // All length lines are of one size: this one is a placeholder.
+    image->resize(0);
+    image->append(lengthLineFor(0));
+    appendHeader(image, document, sealedIndex);
+    const qsizetype headerBytes = image->size() - LengthLineBytes;
+    image->replace(0, LengthLineBytes, lengthLineFor(headerBytes));
 }
 
 } // namespace
 
 QByteArray buildHeader(const ContainerDocument& document) {
     QByteArray header;
-    appendHeader(&header, document);
+    appendHeader(&header, document, document.encryptedIndex);
     return header;
 }
 
 bool encodeHeader(const ContainerDocument& document, QByteArray* image) {
-    // All length lines are of one size: this one is a placeholder.
-    image->resize(0);
-    image->append(lengthLineFor(0));
-    appendHeader(image, document);
-    const qsizetype headerBytes = image->size() - ContainerLayout::LengthLineBytes;
-    image->replace(0, ContainerLayout::LengthLineBytes, lengthLineFor(headerBytes));
-    return headerBytes <= ContainerLayout::HeaderRegionBytes;
+    writeImage(image, document, document.encryptedIndex);
+    return image->size() <= LargestImage;
+}
+
+bool encodeRecordImage(const ContainerDocument& document, QByteArray* image) {
+    writeImage(image, document, {});
+    image->append(document.encryptedIndex);
+    return image->size() <= LargestImage;
 }
 
 std::optional<ContainerDocument> parseHeader(const QByteArray& header) {
     const auto [object, sealedIndex] = splitHeader(header);
     if (object.value("magic"_L1) != "TESSEL"_L1 ||
-        object.value("formatVersion"_L1).toInt(0) != ContainerLayout::FormatVersion) {
+        object.value("formatVersion"_L1).toInt(0) != FormatVersion) {
         return std::nullopt;
     }
     ContainerDocument document;

@@ -19,6 +19,10 @@ namespace Tessel::Core {
 /// already. @return false when they do not fit into the header region.
 [[nodiscard]] bool encodeHeader(const ContainerDocument& document, QByteArray* image);
 
+/// The image of a redo record: the length line, the header without its index, and the sealed index
+/// as it is. @return false when they would not fit into the header region.
+[[nodiscard]] bool encodeRecordImage(const ContainerDocument& document, QByteArray* image);
+
 /// Reads a header's JSON.
 /// @return nothing for any other text and for another format version. The document's payloadOffset
 ///         is left to the caller.

@@ -29,9 +29,9 @@ constexpr qint64 ComparedBytes = 4096;
 struct HeaderRewrite {
     // The length line and the new header.
     QByteArray* image;
-    // The same of the redo record.
+    // Of the redo record.
     const QByteArray& recordedImage;
-    // The same of the present header; null when it is not known.
+    // The length line and the present header; null when it is not known.
     const QByteArray* presentImage = nullptr;
     // Where the present header ends in the file; nothing when it has no length line.
     std::optional<qint64> presentEnd;
@@ -244,7 +244,7 @@ bool HeaderWriter::rewrite(const ContainerDocument& document, const ContainerDoc
     }
     const std::optional<LengthLine> line = readLengthLine(file);
     if (headerRegionWouldReachPayload(file, line) || !encodeHeader(document, &m_image) ||
-        !encodeHeader(record, &m_recordedImage)) {
+        !encodeRecordImage(record, &m_recordedImage)) {
         return false;
     }
     HeaderRewrite rewrite{&m_image, m_recordedImage,        nullptr,

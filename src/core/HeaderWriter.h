@@ -41,7 +41,7 @@ public:
     /// everything written to the container before it is on the drive. On failure the old header is
     /// put back; where even that fails, the record stays.
     /// @param record goes into the redo record: a document with the same key slot and the same
-    ///        index, possibly in a shorter encoding
+    ///        index, possibly in another encoding
     [[nodiscard]] bool rewrite(const ContainerDocument& document, const ContainerDocument& record,
                                WithoutRecord withoutRecord);
 

@@ -4,8 +4,9 @@
 #include "core/IndexJson.h"
 
 #include "core/Base64.h"
+#include "core/EntryEncodings.h"
+#include "core/IndexDate.h"
 #include "core/IndexScanner.h"
-#include "core/IndexTexts.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -22,16 +23,6 @@ namespace {
 
 constexpr int IndexFormatVersion = 1;
 constexpr qsizetype TypicalEntryBytes = 400;
-constexpr qsizetype TypicalRowBytes = 250;
-
-// A date in the index has a year of four digits; any other one counts as not set.
-bool isRepresentable(const QDateTime& dateTime) {
-    // 0001-01-01T00:00:00.000Z and 9999-12-31T23:59:59.999Z.
-    constexpr qint64 Earliest = -62135596800000;
-    constexpr qint64 Latest = 253402300799999;
-    const qint64 time = dateTime.isValid() ? dateTime.toMSecsSinceEpoch() : Latest + 1;
-    return Earliest <= time && time <= Latest;
-}
 
 // Writes @p number over the digits that end at @p end.
 void putDigits(QByteArray* text, qsizetype end, qsizetype digits, int number) {
@@ -42,7 +33,7 @@ void putDigits(QByteArray* text, qsizetype end, qsizetype digits, int number) {
 
 // Qt formats a date piece by piece, which took more than a third of the time of the whole index.
 QByteArray dateToText(const QDateTime& dateTime) {
-    if (!isRepresentable(dateTime)) {
+    if (!indexDate(dateTime)) {
         return {};
     }
     const QDateTime utc = dateTime.toUTC();
@@ -167,36 +158,13 @@ void appendDirectory(QByteArray* json, const VaultDirectoryEntry& directory) {
     *json += '}';
 }
 
-// Milliseconds since 1970 in UTC; null when the time is not set.
-void appendTime(QByteArray* json, const QDateTime& dateTime) {
-    *json +=
-        isRepresentable(dateTime) ? QByteArray::number(dateTime.toMSecsSinceEpoch()) : "null"_ba;
-}
-
 QDateTime timeFromJson(const QJsonValue& value) {
     return value.isDouble() ? QDateTime::fromMSecsSinceEpoch(toInt64(value), Qt::UTC) : QDateTime();
-}
-
-void appendBlockRow(QByteArray* json, const VaultFileBlock& block) {
-    *json += '[' + QByteArray::number(block.offset) + ',' + QByteArray::number(block.plainSize) +
-             ',' + QByteArray::number(block.encryptedSize) + ",\"" + block.nonce.toBase64() + "\"]";
 }
 
 VaultFileBlock blockFromRow(const QJsonArray& row) {
     return {toInt64(row.at(0)), toInt64(row.at(1)), toInt64(row.at(2)),
             decodeBase64(row.at(3).toString().toLatin1())};
-}
-
-void appendEntryRow(QByteArray* json, const VaultFileEntry& entry) {
-    *json += '[';
-    appendText(json, entry.id);
-    *json += ',';
-    appendText(json, entry.vaultPath);
-    *json += ',' + QByteArray::number(entry.sizeBytes) + ',';
-    appendTime(json, entry.lastModifiedUtc);
-    *json += ",\"" + entry.sha256.toBase64() + "\",[";
-    appendJoined(json, entry.blocks, appendBlockRow);
-    *json += "]]";
 }
 
 VaultFileEntry entryFromRow(const QJsonArray& row) {
@@ -212,16 +180,6 @@ VaultFileEntry entryFromRow(const QJsonArray& row) {
         entry.blocks.append(blockFromRow(block.toArray()));
     }
     return entry;
-}
-
-void appendDirectoryRow(QByteArray* json, const VaultDirectoryEntry& directory) {
-    *json += '[';
-    appendText(json, directory.path);
-    *json += ',';
-    appendTime(json, directory.createdUtc);
-    *json += ',';
-    appendTime(json, directory.modifiedUtc);
-    *json += ']';
 }
 
 VaultDirectoryEntry directoryFromRow(const QJsonArray& row) {
@@ -259,9 +217,9 @@ void IndexJson::writeJson(const SecureFileIndex& index, QByteArray* json) {
     json->resize(0);
     json->reserve((index.entries().size() + index.directories().size()) * TypicalEntryBytes);
     *json += "{\"directories\":[";
-    IndexTexts::appendDirectories(json, index, IndexTexts::Json, appendDirectory, ",");
+    EntryEncodings::appendDirectories(json, index, EntryEncodings::Json, ",", appendDirectory);
     *json += "],\"files\":[";
-    IndexTexts::appendFiles(json, index, IndexTexts::Json, appendEntry, ",");
+    EntryEncodings::appendFiles(json, index, EntryEncodings::Json, ",", appendEntry);
     *json += "],\"formatVersion\":" + QByteArray::number(IndexFormatVersion) + '}';
 }
 
@@ -278,22 +236,9 @@ SecureFileIndex IndexJson::fromJson(const QByteArray& json) {
     return index;
 }
 
-QByteArray IndexJson::toCompact(const SecureFileIndex& index) {
-    const QList<VaultFileEntry> entries = index.entries();
-    const QList<VaultDirectoryEntry> directories = index.directories();
-    QByteArray compact;
-    compact.reserve((entries.size() + directories.size()) * TypicalRowBytes);
-    compact += "[[";
-    appendJoined(&compact, directories, appendDirectoryRow);
-    compact += "],[";
-    appendJoined(&compact, entries, appendEntryRow);
-    compact += "]]";
-    return compact;
-}
-
-SecureFileIndex IndexJson::fromCompact(const QByteArray& compact) {
+SecureFileIndex IndexJson::fromRows(const QByteArray& rows) {
     SecureFileIndex index;
-    const QJsonArray lists = QJsonDocument::fromJson(withEscapedMarks(compact)).array();
+    const QJsonArray lists = QJsonDocument::fromJson(withEscapedMarks(rows)).array();
     addDirectories(&index, lists.at(0).toArray(),
                    [](const auto& value) { return directoryFromRow(value.toArray()); });
     addFiles(&index, lists.at(1).toArray(),

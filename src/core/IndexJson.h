@@ -7,7 +7,7 @@
 
 #include <QByteArray>
 
-/// The two encodings of the index; docs/container-format.md describes both. Readers never fail:
+/// The encodings of the index as text; docs/container-format.md describes them. Readers never fail:
 /// text of another kind gives an empty index, a malformed member its default value, an entry
 /// without a path is dropped.
 namespace Tessel::Core::IndexJson {
@@ -18,9 +18,7 @@ namespace Tessel::Core::IndexJson {
 void writeJson(const SecureFileIndex& index, QByteArray* json);
 [[nodiscard]] SecureFileIndex fromJson(const QByteArray& json);
 
-/// The encoding in a redo record: arrays of values without their names, in about three fifths of
-/// the bytes.
-[[nodiscard]] QByteArray toCompact(const SecureFileIndex& index);
-[[nodiscard]] SecureFileIndex fromCompact(const QByteArray& compact);
+/// The encoding in the redo records of an earlier version: arrays of values without their names.
+[[nodiscard]] SecureFileIndex fromRows(const QByteArray& rows);
 
 } // namespace Tessel::Core::IndexJson

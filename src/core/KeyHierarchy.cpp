@@ -4,8 +4,11 @@
 #include "core/KeyHierarchy.h"
 
 #include "core/IndexJson.h"
+#include "core/PackedIndex.h"
 
 #include <QByteArrayList>
+
+#include <optional>
 
 namespace Tessel::Core {
 
@@ -19,8 +22,9 @@ constexpr qint32 Argon2idIterations = 0;
 
 const QByteArray MasterKeyPurpose = "master-key"_ba;
 const QByteArray IndexPurpose = "index"_ba;
-// The label is part of the format; the encoding is IndexJson's compact one.
-const QByteArray CompactIndexPurpose = "index-rows"_ba;
+const QByteArray PackedIndexPurpose = "index-packed"_ba;
+// Of an earlier version.
+const QByteArray RowsPurpose = "index-rows"_ba;
 const QByteArray FileBlockPurpose = "file-block"_ba;
 
 QByteArray associatedData(const ContainerDocument& document, const QByteArray& purpose) {
@@ -131,15 +135,19 @@ bool KeyHierarchy::decryptIndex(const ContainerDocument& document, const SecretB
     return true;
 }
 
-ContainerDocument KeyHierarchy::documentForRecord(const ContainerDocument& document,
-                                                  const SecureFileIndex& index,
-                                                  const SecretBytes& masterKey) const {
-    ContainerDocument record = document;
-    renewPayloadNonce(&record);
-    record.encryptedIndex = m_cryptoManager.encrypt(
-        IndexJson::toCompact(index), workingKey(masterKey), record.crypto.payloadNonce,
-        associatedData(record, CompactIndexPurpose));
-    return record;
+bool KeyHierarchy::sealForRecord(const ContainerDocument& document, const SecureFileIndex& index,
+                                 const SecretBytes& masterKey, ContainerDocument* record) const {
+    record->formatVersion = document.formatVersion;
+    record->crypto = document.crypto;
+    renewPayloadNonce(record);
+    PackedIndex::write(index, &record->encryptedIndex);
+    if (m_cryptoManager.encryptInPlace(&record->encryptedIndex, workingKey(masterKey),
+                                       record->crypto.payloadNonce,
+                                       associatedData(*record, PackedIndexPurpose))) {
+        return true;
+    }
+    wipe(&record->encryptedIndex);
+    return false;
 }
 
 bool KeyHierarchy::decryptRecordedIndex(ContainerDocument* document, const SecretBytes& masterKey,
@@ -148,13 +156,22 @@ bool KeyHierarchy::decryptRecordedIndex(ContainerDocument* document, const Secre
     if (decryptIndex(*document, masterKey, index)) {
         return true;
     }
-    const QByteArray compact = m_cryptoManager.decrypt(
-        document->encryptedIndex, workingKey(masterKey), document->crypto.payloadNonce,
-        associatedData(*document, CompactIndexPurpose));
-    if (compact.isEmpty()) {
+    const auto openedWith = [&](const QByteArray& purpose) {
+        return m_cryptoManager.decrypt(document->encryptedIndex, workingKey(masterKey),
+                                       document->crypto.payloadNonce,
+                                       associatedData(*document, purpose));
+    };
+    if (const QByteArray packed = openedWith(PackedIndexPurpose); !packed.isEmpty()) {
+        const std::optional<SecureFileIndex> read = PackedIndex::read(packed);
+        if (!read) {
+            return false;
+        }
+        *index = *read;
+    } else if (const QByteArray rows = openedWith(RowsPurpose); !rows.isEmpty()) {
+        *index = IndexJson::fromRows(rows);
+    } else {
         return false;
     }
-    *index = IndexJson::fromCompact(compact);
     renewPayloadNonce(document);
     document->encryptedIndex = encryptIndex(*document, *index, masterKey);
     return !document->encryptedIndex.isEmpty();

@@ -44,13 +44,12 @@ public:
                                     SecureFileIndex* index) const;
 
     /// The document for the redo record of a rewrite with @p document: the same key slot, and the
-    /// index in the compact encoding, sealed under a nonce of its own. Its index is empty on
-    /// failure.
-    [[nodiscard]] ContainerDocument documentForRecord(const ContainerDocument& document,
-                                                      const SecureFileIndex& index,
-                                                      const SecretBytes& masterKey) const;
-    /// Opens the index of a document that a redo record holds, in either encoding, and seals it in
-    /// the document as a header has it.
+    /// packed index, sealed under a nonce of its own in the memory that @p record has already.
+    [[nodiscard]] bool sealForRecord(const ContainerDocument& document,
+                                     const SecureFileIndex& index, const SecretBytes& masterKey,
+                                     ContainerDocument* record) const;
+    /// Opens the index of a document that a redo record holds, in any of its encodings, and seals
+    /// it in the document as a header has it.
     [[nodiscard]] bool decryptRecordedIndex(ContainerDocument* document,
                                             const SecretBytes& masterKey,
                                             SecureFileIndex* index) const;

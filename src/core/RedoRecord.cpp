@@ -36,6 +36,17 @@ QByteArray readAt(QFile& file, qint64 offset, qint64 size) {
     return file.seek(offset) ? file.read(size) : QByteArray();
 }
 
+// The size of the header in an image. Anyone can compute a digest: the length line must be exactly
+// ours, and the header within the image.
+std::optional<qint64> headerBytesOf(const QByteArray& image) {
+    bool isNumber = false;
+    const qint64 headerBytes = image.first(LengthDigits).toLongLong(&isNumber);
+    const bool isOurs = isNumber && headerBytes >= 1 &&
+                        headerBytes <= image.size() - LengthLineBytes &&
+                        image.startsWith(lengthLineFor(headerBytes));
+    return isOurs ? std::optional<qint64>(headerBytes) : std::nullopt;
+}
+
 // The record that ends there and begins no earlier than @p from.
 std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end, qint64 from) {
     if (end < from + TrailerBytes) {
@@ -52,13 +63,14 @@ std::optional<RedoRecord> findRecordEndingAt(QFile& file, qint64 end, qint64 fro
         return std::nullopt;
     }
     const qint64 begin = end - TrailerBytes - imageBytes;
-    const RedoRecord record{begin, readAt(file, begin, imageBytes)};
-    // Anyone can compute a digest. An image with a wrong length line would give a header that does
-    // not open, and the record would be gone.
-    const bool whole = record.headerImage.size() == imageBytes &&
-                       record.headerImage.startsWith(lengthLineFor(imageBytes - LengthLineBytes)) &&
-                       digestOf(record.headerImage) == trailer.left(DigestBytes);
-    return whole ? std::optional<RedoRecord>(record) : std::nullopt;
+    const QByteArray image = readAt(file, begin, imageBytes);
+    const bool isWhole = image.size() == imageBytes && digestOf(image) == trailer.left(DigestBytes);
+    const std::optional<qint64> headerBytes = isWhole ? headerBytesOf(image) : std::nullopt;
+    if (!headerBytes) {
+        return std::nullopt;
+    }
+    const qint64 headerEnd = LengthLineBytes + *headerBytes;
+    return RedoRecord{begin, image.sliced(LengthLineBytes, *headerBytes), image.sliced(headerEnd)};
 }
 
 // By descriptor, because only errno tells a full drive from a failing one.
@@ -82,24 +94,23 @@ bool isOutOfSpace(int error) {
     return error == ENOSPC || error == EDQUOT || error == EFBIG;
 }
 
-QByteArray trailerOf(const QByteArray& headerImage) {
-    const QByteArray digest = digestOf(headerImage);
+QByteArray trailerOf(const QByteArray& image) {
+    const QByteArray digest = digestOf(image);
     return digest.size() == DigestBytes
-               ? digest + paddedNumber(headerImage.size()) + RecordMark.toByteArray()
+               ? digest + paddedNumber(image.size()) + RecordMark.toByteArray()
                : QByteArray();
 }
 
 // Writes a record at @p begin and waits for the drive. When anything fails, @p undo removes the
 // record.
 template <typename Undo>
-RedoRecordResult writeRecordAt(QFile& file, qint64 begin, const QByteArray& headerImage,
-                               Undo undo) {
-    const QByteArray trailer = trailerOf(headerImage);
+RedoRecordResult writeRecordAt(QFile& file, qint64 begin, const QByteArray& image, Undo undo) {
+    const QByteArray trailer = trailerOf(image);
     if (trailer.isEmpty()) {
         return RedoRecordResult::Failed;
     }
-    const bool written = writeAt(file.handle(), headerImage, begin) &&
-                         writeAt(file.handle(), trailer, begin + headerImage.size());
+    const bool written = writeAt(file.handle(), image, begin) &&
+                         writeAt(file.handle(), trailer, begin + image.size());
     const bool outOfSpace = !written && isOutOfSpace(errno);
     // A sync that fails, even for lack of space, may have lost blocks written before the record,
     // and a later sync would not report it. Only after a failed write may a rewrite do without a
@@ -134,18 +145,18 @@ qint64 endOfPayload(QFile& file) {
     return end;
 }
 
-RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage) {
+RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& image) {
     const qint64 begin = file.size();
-    return writeRecordAt(file, begin, headerImage, [&] { return file.resize(begin); });
+    return writeRecordAt(file, begin, image, [&] { return file.resize(begin); });
 }
 
-qint64 regionRecordBegin(const QByteArray& headerImage) {
-    return PayloadOffset - TrailerBytes - headerImage.size();
+qint64 regionRecordBegin(const QByteArray& image) {
+    return PayloadOffset - TrailerBytes - image.size();
 }
 
-RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& headerImage) {
-    const qint64 begin = regionRecordBegin(headerImage);
-    return writeRecordAt(file, begin, headerImage, [&] { return eraseRegionFrom(file, begin); });
+RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& image) {
+    const qint64 begin = regionRecordBegin(image);
+    return writeRecordAt(file, begin, image, [&] { return eraseRegionFrom(file, begin); });
 }
 
 bool eraseRegionFrom(QFile& file, qint64 begin) {

@@ -19,8 +19,11 @@ namespace Tessel::Core {
 struct RedoRecord {
     /// Where the record begins in the file.
     qint64 begin = 0;
-    /// A length line and the header.
-    QByteArray headerImage;
+    /// The header's JSON.
+    QByteArray header;
+    /// What follows it: the sealed index. Empty in the records of earlier versions, which have it
+    /// in the header.
+    QByteArray sealedIndex;
 
     [[nodiscard]] bool isInHeaderRegion() const;
 };
@@ -42,14 +45,14 @@ enum class RedoRecordResult {
     Failed
 };
 
-/// Appends a record for @p headerImage and waits until the drive has it.
-[[nodiscard]] RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& headerImage);
+/// Appends a record for @p image and waits until the drive has it.
+[[nodiscard]] RedoRecordResult appendRedoRecord(QFile& file, const QByteArray& image);
 
-/// Where a record for @p headerImage begins in the header region; negative when it is too long.
-[[nodiscard]] qint64 regionRecordBegin(const QByteArray& headerImage);
-/// Puts a record for @p headerImage at the end of the header region, whose bytes from
+/// Where a record for @p image begins in the header region; negative when it is too long.
+[[nodiscard]] qint64 regionRecordBegin(const QByteArray& image);
+/// Puts a record for @p image at the end of the header region, whose bytes from
 /// regionRecordBegin() on are zero, and waits until the drive has it.
-[[nodiscard]] RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& headerImage);
+[[nodiscard]] RedoRecordResult writeRegionRecord(QFile& file, const QByteArray& image);
 /// Writes zeros from @p begin to the end of the header region and waits until the drive has them.
 [[nodiscard]] bool eraseRegionFrom(QFile& file, qint64 begin);
 /// Writes zeros over the zeros where the last bytes of a record in the region would be, without

@@ -16,7 +16,7 @@ bool SecureFileIndex::Table<Entry>::put(const QString& key, const Entry& entry) 
     }
     if (const auto found = positions.constFind(key); found != positions.constEnd()) {
         entries[*found] = entry;
-        dropText(*found);
+        dropEncodings(*found);
         return true;
     }
     positions.insert(key, entries.size());
@@ -33,8 +33,8 @@ bool SecureFileIndex::Table<Entry>::take(const QString& key) {
     const qsizetype position = *found;
     positions.remove(key);
     entries.removeAt(position);
-    if (position < texts.size()) {
-        texts.removeAt(position);
+    if (position < encodings.size()) {
+        encodings.removeAt(position);
     }
     for (qsizetype& other : positions) {
         if (other > position) {
@@ -45,9 +45,9 @@ bool SecureFileIndex::Table<Entry>::take(const QString& key) {
 }
 
 template <typename Entry>
-void SecureFileIndex::Table<Entry>::dropText(qsizetype position) {
-    if (position < texts.size()) {
-        texts[position] = {};
+void SecureFileIndex::Table<Entry>::dropEncodings(qsizetype position) {
+    if (position < encodings.size()) {
+        encodings[position] = {};
     }
 }
 
@@ -78,16 +78,16 @@ bool SecureFileIndex::removeDirectory(const QString& path) {
 void SecureFileIndex::renameFiles(const std::function<QString(const QString& vaultPath)>& newPath) {
     const Table<VaultFileEntry> before = std::exchange(m_files, {});
     reserveFiles(before.entries.size());
-    m_files.texts.reserve(before.texts.size());
+    m_files.encodings.reserve(before.encodings.size());
     for (qsizetype i = 0; i < before.entries.size(); ++i) {
         VaultFileEntry entry = before.entries.at(i);
         entry.vaultPath = newPath(entry.vaultPath);
         const qsizetype files = m_files.entries.size();
         static_cast<void>(addOrReplace(entry));
         const bool isAppended = m_files.entries.size() > files;
-        if (isAppended && i < before.texts.size()) {
+        if (isAppended && i < before.encodings.size()) {
             const bool isSame = entry.vaultPath == before.entries.at(i).vaultPath;
-            m_files.texts.append(isSame ? before.texts.at(i) : Texts());
+            m_files.encodings.append(isSame ? before.encodings.at(i) : Encodings());
         }
     }
 }

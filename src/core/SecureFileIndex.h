@@ -89,10 +89,10 @@ public:
     [[nodiscard]] static SecureFileIndex fromJson(const QByteArray& json);
 
 private:
-    friend class IndexTexts;
+    friend class EntryEncodings;
 
     /// The encodings of one entry; empty until they are needed.
-    struct Texts {
+    struct Encodings {
         QByteArray json;
         QByteArray packed;
     };
@@ -104,11 +104,11 @@ private:
         QHash<QString, qsizetype> positions;
         /// In the order of the entries; those at the end may be missing. An index is encoded again
         /// after each change, of which most concern one entry.
-        mutable QList<Texts> texts;
+        mutable QList<Encodings> encodings;
 
         bool put(const QString& key, const Entry& entry);
         bool take(const QString& key);
-        void dropText(qsizetype position);
+        void dropEncodings(qsizetype position);
     };
 
     Table<VaultFileEntry> m_files;

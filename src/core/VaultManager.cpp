@@ -3,7 +3,7 @@
 
 #include "core/VaultManager.h"
 
-#include "core/IndexTexts.h"
+#include "core/EntryEncodings.h"
 #include "core/VaultSession.h"
 
 namespace Tessel::Core {
@@ -44,7 +44,7 @@ bool VaultManager::lockVault() {
     m_fileSync.clear();
     const bool cleaned = m_workspace.cleanup();
     m_session->close();
-    IndexTexts::drop(&m_index);
+    EntryEncodings::drop(&m_index);
     m_state = VaultState::Locked;
     return cleaned;
 }

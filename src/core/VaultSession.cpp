@@ -59,6 +59,7 @@ void VaultSession::close() {
     m_masterKey.clear();
     m_headerWriter = HeaderWriter(m_path);
     m_sealedIndex.clear();
+    m_record = {};
 }
 
 VaultSession::Opened VaultSession::openDocument(const ContainerDocument& document,
@@ -181,15 +182,15 @@ void VaultSession::prepareForSave(ContainerDocument* document) const {
 bool VaultSession::save(ContainerDocument* document, const SecureFileIndex& index,
                         WithoutRecord withoutRecord) {
     document->fileIndex = index;
-    const bool sealed = m_keys.sealIndex(*document, index, m_masterKey, &m_sealedIndex);
+    const bool sealed = m_keys.sealIndex(*document, index, m_masterKey, &m_sealedIndex) &&
+                        m_keys.sealForRecord(*document, index, m_masterKey, &m_record);
     document->encryptedIndex = m_sealedIndex;
-    const ContainerDocument record = m_keys.documentForRecord(*document, index, m_masterKey);
     // What is known of the header and the padding holds for the next rewrite only.
     HeaderWriter writer = std::exchange(m_headerWriter, HeaderWriter(m_path));
-    if (!sealed || record.encryptedIndex.isEmpty()) {
+    if (!sealed) {
         return false;
     }
-    if (!writer.rewrite(*document, record, withoutRecord)) {
+    if (!writer.rewrite(*document, m_record, withoutRecord)) {
         // The drive may hold the new header although it reported a failure. That change was given
         // up: the caller's index still counts.
         m_indexNonces.append(document->crypto.payloadNonce);

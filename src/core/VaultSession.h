@@ -132,8 +132,9 @@ private:
     HeaderWriter m_headerWriter{QString()};
     /// The header that m_headerWriter wrote last, without its index.
     ContainerDocument m_writtenDocument;
-    /// Memory for the next sealed index.
+    /// Memory for the next sealed index, and for the next redo record's.
     QByteArray m_sealedIndex;
+    ContainerDocument m_record;
     /// Whether this session's last change is on the drive, and nothing was read since that another
     /// session wrote. Until then the drive may still report an earlier error.
     bool m_lastChangeIsOnDrive = false;

@@ -94,6 +94,15 @@ ContainerDocument documentWithHeaderOf(qint64 size) {
     return document;
 }
 
+/// A document whose header without the index, and the sealed index as it is, have this size: that
+/// of a redo record's image without its length line.
+ContainerDocument documentWithRecordOf(qint64 size) {
+    ContainerDocument document = sampleDocument();
+    document.encryptedIndex.clear();
+    document.encryptedIndex.fill('\xff', size - ContainerManager().buildHeader(document).size());
+    return document;
+}
+
 /// A length line as this program writes it.
 QByteArray lengthLine(qint64 length) {
     return QByteArray::number(length).rightJustified(20, '0') + '\n';
@@ -644,12 +653,12 @@ private Q_SLOTS:
         QVERIFY(writeFile(path(), bytes));
         for (const HeaderPadding padding : {HeaderPadding::Unknown, HeaderPadding::Zero}) {
             HeaderWriter writer(path(), padding);
-            QVERIFY(!writer.rewrite(sampleDocument(), documentWithHeaderOf(RegionBytes + 1),
+            QVERIFY(!writer.rewrite(sampleDocument(), documentWithRecordOf(RegionBytes + 1),
                                     WithoutRecord::Refuse));
             QVERIFY(writer.padding() == HeaderPadding::Unknown);
             QVERIFY(readFile(path()) == bytes);
         }
-        QVERIFY(HeaderWriter(path()).rewrite(sampleDocument(), documentWithHeaderOf(RegionBytes),
+        QVERIFY(HeaderWriter(path()).rewrite(sampleDocument(), documentWithRecordOf(RegionBytes),
                                              WithoutRecord::Refuse));
         QVERIFY(readFile(path()) == containerWith(sampleHeader(), "payload"));
     }

@@ -9,7 +9,6 @@
 #include "support/VaultFixture.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QFileInfo>
 #include <QSet>
 #include <QTest>
@@ -107,7 +106,7 @@ struct Change {
     Change() {
         after.addFolder(u"nova"_s);
         after.keys.payloadNonce = noise(24, 77);
-        record = after.withIndexInRows().redoRecord();
+        record = after.withPackedIndex().redoRecord();
     }
 
     static CraftedContainer base() {
@@ -161,17 +160,35 @@ QList<QByteArray> withRecord(const QByteArray& container, const QByteArray& reco
 
 /// A vault whose header leaves no room for a record in its region.
 CraftedContainer withALargeHeader() {
-    return Change::base().addFolder(QString(3300000, u'x'));
+    return Change::base().addFolder(QString(4000000, u'x'));
+}
+
+/// The record of a change in each of its forms, the latter two of earlier versions.
+QList<QPair<const char*, QByteArray>> formsOfTheRecord(const CraftedContainer& after) {
+    return {{"packed index", after.withPackedIndex().redoRecord()},
+            {"index as it is", after.redoRecord()},
+            {"header as it is", after.earlierRedoRecord()},
+            {"index in rows", after.withIndexInRows().earlierRedoRecord()}};
+}
+
+void addForms(const CraftedContainer& after) {
+    QTest::addColumn<QByteArray>("record");
+    for (const auto& [name, record] : formsOfTheRecord(after)) {
+        QTest::newRow(name) << record;
+    }
 }
 
 QByteArray twentyDigits(qint64 number) {
     return QByteArray::number(number).rightJustified(20, '0');
 }
 
-/// A redo record as the format describes it, around any image and under any size.
-QByteArray recordOf(const QByteArray& image, const QByteArray& size = {}) {
-    return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
-           (size.isEmpty() ? twentyDigits(image.size()) : size) + RecordMark;
+QByteArray recordOf(const QByteArray& image) {
+    return CraftedContainer::recordOf(image);
+}
+
+/// The same under another size.
+QByteArray recordOf(const QByteArray& image, const QByteArray& size) {
+    return recordOf(image).replace(image.size() + 32, 20, size);
 }
 
 constexpr qint64 PageBytes = 4096;
@@ -337,13 +354,20 @@ private Q_SLOTS:
         }
     }
 
-    void repairsFromARecordOfTheHeaderAsItIs() {
-        // As a password change leaves it, which does not know the index.
+    void repairsFromEveryFormOfARecord_data() { addForms(Change().after); }
+    void repairsFromEveryFormOfARecord() {
+        QFETCH(const QByteArray, record);
         const Change change;
-        ContainerOf fixture(change.tornInTheMiddle() + change.after.redoRecord());
-        QVERIFY(fixture.unlock());
-        QVERIFY(isAfterState(fixture));
-        QVERIFY(fixture.bytes() == change.after.bytes());
+        for (const QByteArray& bytes : withRecord(change.tornInTheMiddle(), record)) {
+            ContainerOf fixture(bytes);
+            QVERIFY(fixture.unlock());
+            QVERIFY(isAfterState(fixture));
+            QVERIFY(isFinished(fixture.container(), change));
+            QCOMPARE(fixture.stored(u"docs/a.bin"_s), noise(3000, 1));
+            // An index that is sealed as in a header is taken as it is.
+            QCOMPARE(fixture.bytes() == change.after.bytes(),
+                     QByteArray(QTest::currentDataTag()).endsWith("as it is"));
+        }
     }
 
     void recordIsSealedUnderANonceOfItsOwn() {
@@ -373,7 +397,7 @@ private Q_SLOTS:
         const Change change;
         const QByteArray torn = change.tornInTheMiddle() + change.record;
         QSet<QByteArray> nonces{change.before.keys.payloadNonce, change.after.keys.payloadNonce,
-                                change.after.withIndexInRows().keys.payloadNonce};
+                                change.after.withPackedIndex().keys.payloadNonce};
         const qsizetype known = nonces.size();
         for (int times = 1; times <= 2; ++times) {
             ContainerOf fixture(torn);
@@ -385,10 +409,12 @@ private Q_SLOTS:
         }
     }
 
-    void headerWithItsIndexInRowsIsRefused() {
-        const Change change;
-        VaultFixture fixture(change.after.withIndexInRows());
-        QVERIFY(!fixture.unlock());
+    void formsOfARecordAreNoIndexOfAHeader() {
+        const CraftedContainer after = Change().after;
+        for (const CraftedContainer& crafted : {after.withPackedIndex(), after.withIndexInRows()}) {
+            VaultFixture fixture(crafted);
+            QVERIFY(!fixture.unlock());
+        }
     }
 
     void everyChangeLeavesZerosBehindTheHeader() {
@@ -440,16 +466,11 @@ private Q_SLOTS:
         QVERIFY2(later > 1000 && later < 50000, qPrintable(QString::number(later)));
     }
 
-    void everyByteOfARecordIsProtected_data() {
-        QTest::addColumn<bool>("inRows");
-        QTest::newRow("header as it is") << false;
-        QTest::newRow("index in rows") << true;
-    }
+    void everyByteOfARecordIsProtected_data() { addForms(Change().after); }
     void everyByteOfARecordIsProtected() {
-        QFETCH(const bool, inRows);
+        QFETCH(const QByteArray, record);
         const Change change;
         const QByteArray torn = change.tornInTheMiddle();
-        const QByteArray record = inRows ? change.record : change.after.redoRecord();
         ContainerOf fixture(torn + record);
         for (qsizetype at = 0; at < record.size(); ++at) {
             const QByteArray altered = withByteChanged(record, at);
@@ -482,9 +503,14 @@ private Q_SLOTS:
         };
         row("of another vault", other.redoRecord(), true);
         row("with an altered index", altered.redoRecord(), true);
+        row("with a malformed packed index", after.withPacked("\2\2d\0\0\0"_ba).redoRecord(), true);
+        row("with bytes after the packed index", after.withPacked("\0\0\0"_ba).redoRecord(), true);
         row("with other iterations",
             recordOf(QByteArray(image).replace("Iterations\":1", "Iterations\":2")), true);
         row("without a header", recordOf(twentyDigits(2) + "\n{}"));
+        row("header of no size", recordOf(twentyDigits(0) + '\n' + after.encryptedIndex()));
+        row("length line in blanks", recordOf(image.mid(0, 21).replace('0', ' ') + header));
+        row("length line without an end", recordOf(image.left(20) + ' ' + header));
         // Put in place these would make a container that nothing opens, without a record.
         row("length line too small", recordOf(twentyDigits(header.size() - 1) + '\n' + header));
         row("length line too large", recordOf(twentyDigits(header.size() + 1) + '\n' + header));
@@ -516,11 +542,9 @@ private Q_SLOTS:
     }
 
     void recordOfAnotherVaultGivesNoneOfTheseBlocks_data() {
-        QTest::addColumn<QByteArray>("record");
         CraftedContainer other(6);
         other.addFile(u"docs/a.bin"_s, noise(3000, 1), 1000);
-        QTest::newRow("header as it is") << other.redoRecord();
-        QTest::newRow("index in rows") << other.withIndexInRows().redoRecord();
+        addForms(other);
     }
     void recordOfAnotherVaultGivesNoneOfTheseBlocks() {
         // It opens with this password, because it is that vault's as well.

@@ -205,7 +205,7 @@ private Q_SLOTS:
     void aRecordIsUsedBeforeWhatIsSetAside() {
         CutCompaction cut;
         const CraftedContainer later = laterContainer();
-        cut.put(torn(later.bytes()) + later.withIndexInRows().redoRecord());
+        cut.put(torn(later.bytes()) + later.withPackedIndex().redoRecord());
         QVERIFY(cut.unlock());
         QCOMPARE(cut.fixture.stored(u"a"_s), QByteArray("later contents"));
         QVERIFY(cut.fixture.vault.lockVault());

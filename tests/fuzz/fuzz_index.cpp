@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// A hostile index: reading it never fails, what is written reads back equal, and the engine's JSON
-// writer gives the same bytes as Qt's.
+// A hostile index, as JSON, in rows and packed: text is always read, what is written reads back
+// equal, and the engine's JSON writer gives the same bytes as Qt's.
 
 #include "core/IndexJson.h"
+#include "core/PackedIndex.h"
 #include "core/SecureFileIndex.h"
 #include "fuzz/FuzzTarget.h"
 
@@ -14,6 +15,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <optional>
 
 using namespace Tessel::Core;
 using namespace Tessel::Fuzz;
@@ -124,21 +126,35 @@ void checkKeys(SecureFileIndex index) {
     expect(index.toJson() == SecureFileIndex().toJson(), "nothing is left");
 }
 
-// A record in rows must bring back what the header would have held.
-void checkRows(const SecureFileIndex& index) {
-    const QByteArray rows = IndexJson::toCompact(index);
-    const SecureFileIndex again = IndexJson::fromCompact(rows);
-    expect(again.toJson() == index.toJson(), "rows bring back the same JSON");
-    expect(IndexJson::toCompact(again) == rows, "writing rows again gives the same bytes");
+// A record with the packed index must bring back what the header would have held.
+void checkPacking(const SecureFileIndex& index) {
+    QByteArray packed;
+    PackedIndex::write(index, &packed);
+    const std::optional<SecureFileIndex> again = PackedIndex::read(packed);
+    expect(again.has_value(), "a packed index is read");
+    checkRereading(index, *again);
+    expect(again->toJson() == index.toJson(), "a packed index brings back the same JSON");
+    QByteArray packedAgain;
+    PackedIndex::write(*again, &packedAgain);
+    expect(packedAgain == packed, "packing again gives the same bytes");
+}
+
+// Bytes of which most begin like a packed index.
+void checkPackedBytes(const QByteArray& bytes) {
+    if (const std::optional<SecureFileIndex> index = PackedIndex::read(bytes)) {
+        checkPacking(*index);
+        checkKeys(*index);
+    }
 }
 
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const QByteArray text = Input(data, size).takeRest();
-    checkRows(IndexJson::fromCompact(text));
+    checkPackedBytes(text);
+    checkPacking(IndexJson::fromRows(text));
     const SecureFileIndex index = SecureFileIndex::fromJson(text);
-    checkRows(index);
+    checkPacking(index);
     const QByteArray json = index.toJson();
     expect(json == qtJson(index), "the index is written as Qt would write it");
     const SecureFileIndex again = SecureFileIndex::fromJson(json);

@@ -23,6 +23,9 @@ constexpr std::uint8_t OwnLengthLine = 2;
 constexpr std::uint8_t TwoRecords = 4;
 constexpr std::uint8_t RewriteHeader = 8;
 constexpr std::uint8_t InHeaderRegion = 16;
+constexpr std::uint8_t IndexBehindHeader = 32;
+
+constexpr qsizetype SealedIndexBytes = 40;
 
 const QByteArray Payload = "the payload"_ba;
 
@@ -39,14 +42,16 @@ QByteArray recordOf(const QByteArray& image) {
 }
 
 // The first byte selects what the rest becomes: bytes as they are, or a record's header, with or
-// without its length line. The second byte is the size of what is in the header's place.
+// without its length line, and with or without a sealed index behind it. The second byte is the
+// size of what is in the header's place.
 HostileFile fileFrom(Input input) {
     HostileFile file;
     file.shape = input.takeByte();
     file.start = input.take(input.takeByte());
     file.tail = input.takeRest();
     if ((file.shape & OwnLengthLine) != 0) {
-        file.tail.prepend(lengthLineFor(file.tail.size()));
+        const bool hasIndex = (file.shape & IndexBehindHeader) != 0;
+        file.tail.prepend(lengthLineFor(file.tail.size() - (hasIndex ? SealedIndexBytes : 0)));
     }
     if ((file.shape & SealedRecord) != 0) {
         file.tail = recordOf(file.tail);

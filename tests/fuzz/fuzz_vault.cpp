@@ -345,11 +345,19 @@ private:
     QHash<QString, QByteArray> m_copies;
 };
 
-// A JSON array becomes the rows of a record after a torn header; everything else becomes an index.
+// A JSON array becomes the rows of a record after a torn header, bytes after PackedMark its packed
+// index; everything else becomes an index.
 CraftedContainer containerWith(const QByteArray& text) {
+    constexpr char PackedMark = '\xfe';
     CraftedContainer crafted = container();
+    const auto torn = [&](const QByteArray& record) {
+        return crafted.addPayload(record).setHeaderJson("torn");
+    };
     if (text.startsWith('[')) {
-        return crafted.addPayload(container().withRows(text).redoRecord()).setHeaderJson("torn");
+        return torn(container().withRows(text).earlierRedoRecord());
+    }
+    if (text.startsWith(PackedMark)) {
+        return torn(container().withPacked(text.sliced(1)).redoRecord());
     }
     return crafted.setIndexJson(text);
 }

@@ -61,8 +61,13 @@ def index(files=(), folders=()):
 
 
 def rows(value):
-    """The index in the form of a redo record."""
+    """The index in the form of earlier redo records."""
     return fmt.index_to_rows(*fmt.index_from_json(compact(value)))
+
+
+def packed(value):
+    """The index in the form of a redo record."""
+    return fmt.index_to_packed(*fmt.index_from_json(json.dumps(value).encode()))
 
 
 GOOD_INDEX = index([file("docs/a.txt", HUNDRED), file("b.bin", ONE, THOUSANDS), file("empty")],
@@ -102,6 +107,7 @@ def index_seeds():
     yield "deep", b'{"files":' + b"[" * 600 + b"]" * 600 + b"}"
     yield "too-deep", b'{"files":' + b"[" * 1100 + b"]" * 1100 + b"}"
     yield from rows_seeds()
+    yield from packed_seeds()
 
 
 def rows_seeds():
@@ -113,6 +119,27 @@ def rows_seeds():
     yield "rows-of-times", compact([[["a", -62135596800000, 253402300799999],
                                      ["b", 9223372036854775807, -9223372036854775808],
                                      ["c", 253402300800000, 0.5]], []])
+
+
+def packed_seeds():
+    general = file("general", {**HUNDRED, "nonce": ""}, id="no UUID", sha256="ab")
+    yield "packed", packed(GOOD_INDEX)
+    yield "packed-empty", packed(index())
+    yield "packed-general", packed(index([file("usual", ONE), general]))
+    yield "packed-names", packed(index([file("\ufeffm"), file("\ud83d"), file("\u00e7\U0001f600")],
+                                       [folder("\ufeff"), folder("n" * 200)]))
+    yield "packed-dates", packed(index([], [
+        {"path": "a", "createdUtc": "0001-01-01T00:00:00.000Z",
+         "modifiedUtc": "9999-12-31T23:59:59.999Z"},
+        {"path": "b", "createdUtc": "1969-12-31T23:59:59.999Z", "modifiedUtc": ""}]))
+    yield "packed-sizes", packed(index([file("a", {
+        **ONE, "offset": -1, "plainSize": 2**63 - 1, "encryptedSize": -2**63})]))
+    yield "packed-repeated", packed(index([], [folder("d"), folder("e")])).replace(b"e", b"d")
+    yield "packed-cut-short", packed(GOOD_INDEX)[:-1]
+    yield "packed-too-long", packed(GOOD_INDEX) + b"\0"
+    yield "packed-most-folders", fmt.pack_number(2**64 - 1) + b"\0"
+    yield "packed-most-files", b"\0" + fmt.pack_number(2**64 - 1)
+    yield "packed-most-blocks", packed(index([file("a")]))[:-1] + fmt.pack_number(2**62)
 
 
 # --- The header ---------------------------------------------------------------------------------
@@ -169,7 +196,7 @@ trailer = fmt.redo_trailer
 
 
 def redo_record_seeds():
-    sealed, own_line, two, rewrite, in_region = 1, 2, 4, 8, 16
+    sealed, own_line, two, rewrite, in_region, index_behind = 1, 2, 4, 8, 16, 32
     good = header()
     image = length_line(len(good)) + good
 
@@ -179,6 +206,16 @@ def redo_record_seeds():
     torn = length_line(len(good)) + good[:60]
     yield "behind-a-torn-header", seed(sealed | own_line, torn, good)
     yield "twice", seed(sealed | own_line | two, b"", good)
+    no_index = header(encryptedIndex="")
+    yield "index-behind", seed(sealed | own_line | index_behind, torn, no_index + b"i" * 40)
+    yield "index-behind-twice", seed(sealed | own_line | index_behind | two, torn,
+                                     no_index + b"i" * 40)
+    yield "index-behind-rewrite", seed(sealed | own_line | index_behind | rewrite, torn,
+                                       no_index + b"i" * 40)
+    yield "index-behind-region", seed(sealed | own_line | index_behind | in_region, torn,
+                                      no_index + b"i" * 40)
+    yield "index-in-both", seed(sealed | own_line | index_behind, torn, good + b"i" * 40)
+    yield "index-behind-too-short", seed(sealed | own_line | index_behind, torn, b"{}")
     yield "rewrite", seed(sealed | own_line | rewrite, torn, good)
     yield "rewrite-twice", seed(sealed | own_line | two | rewrite, torn, good)
     yield "rewrite-without-record", seed(rewrite, torn, b"more payload")
@@ -263,6 +300,15 @@ def vault_seeds():
     yield "rows-second", seed(everything & ~folders, rows(GOOD_INDEX), 1)
     yield "rows-copies-changed", seed(copies | change, rows(GOOD_INDEX))
     yield "rows-empty", seed(everything, b"[]")
+    mark = b"\xfe"
+    yield "packed", seed(everything, mark + packed(GOOD_INDEX))
+    yield "packed-second", seed(everything & ~folders, mark + packed(GOOD_INDEX), 1)
+    yield "packed-copies-changed", seed(copies | change, mark + packed(GOOD_INDEX))
+    yield "packed-malformed", seed(everything, mark + packed(GOOD_INDEX) + b"\0")
+    yield "packed-paths-that-leave", seed(everything, mark + packed(index(
+        [file(path, HUNDRED) for path in ("../a", "/etc/a", "..", "a/./b")], [folder("..")])))
+    yield "packed-hostile-numbers", seed(everything, mark + packed(index([file("a", block(
+        offset=-2**63, plainSize=2**63 - 1, encryptedSize=2**63 - 1))])))
     yield "rows-paths-that-leave", seed(everything, rows(index(
         [file(path, HUNDRED) for path in ("../a", "/etc/a", "..", "a/./b")], [folder("..")])))
     yield "rows-hostile-numbers", seed(everything, rows(index([file("a", block(

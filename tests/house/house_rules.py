@@ -64,8 +64,9 @@ CORE_LAYERS = (
      "RegularFile", "RunsFolder", "SameFile", "SecretBytes", "TempWorkspaceManager",
      "WorkspaceLeftovers", "WorkspaceNote"},
     # Values and primitives.
-    {"AuthManager", "ContainerDocument", "CryptoManager", "IndexJson", "IndexScanner", "IndexTexts",
-     "LengthLine", "RedoRecord", "SealedBlock", "SecureFileIndex", "VaultPath"},
+    {"AuthManager", "ContainerDocument", "CryptoManager", "EntryEncodings", "IndexDate",
+     "IndexJson", "IndexScanner", "LengthLine", "PackedIndex", "RedoRecord", "SealedBlock",
+     "SecureFileIndex", "VaultPath"},
     {"HeaderCodec", "KeyHierarchy"},
     {"HeaderWriter"},
     {"ContainerManager"},

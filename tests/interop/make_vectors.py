@@ -101,12 +101,20 @@ def lenient_header(header):
 
 def torn(path):
     """A header that was half rewritten when the drive was pulled out, and its redo record."""
-    tear(path, written_for_tearing(path, "torn"))
+    written_for_tearing(path, "torn")
+    tear(path, fmt.redo_record)
 
 
 def torn_rows(path):
     """The same with the record of a change of the index, which holds the index in rows."""
-    tear(path, written_for_tearing(path, "torn rows"), in_rows=True)
+    writer = written_for_tearing(path, "torn rows")
+    tear(path, lambda _: fmt.redo_record(writer.recorded_in_header(fmt.ROWS_FORM)))
+
+
+def torn_packed(path):
+    """The same with the packed index behind the header."""
+    writer = written_for_tearing(path, "torn packed")
+    tear(path, lambda _: fmt.redo_record(*writer.recorded(fmt.PACKED_FORM)))
 
 
 def written_for_tearing(path, label):
@@ -117,19 +125,21 @@ def written_for_tearing(path, label):
     return writer
 
 
-def tear(path, writer, in_rows=False):
+def tear(path, record_for):
+    """`record_for` makes the record of the new header."""
     with open(path, "r+b") as file:
         file.seek(len(fmt.MAGIC))
         line, length = fmt.read_length_line(file)
         header = file.read(length)
         file.seek(0, os.SEEK_END)
-        file.write(fmt.redo_record(writer.header_in_rows() if in_rows else header))
+        file.write(record_for(header))
         image_bytes = len(line) + length
         file.seek(len(fmt.MAGIC) + image_bytes // 2)
         file.write(b"old header" * (image_bytes // 20))
 
 
-MAKERS = {"argon2id": argon2id, "lenient": lenient, "torn": torn, "torn-rows": torn_rows}
+MAKERS = {"argon2id": argon2id, "lenient": lenient, "torn": torn, "torn-rows": torn_rows,
+          "torn-packed": torn_packed}
 
 
 def describe(container):
@@ -161,10 +171,12 @@ def describe(container):
 
 
 def describe_index(container):
-    if container.in_rows:
-        return {"indexRowsAssociatedDataHex": fmt.rows_data(container.crypto).hex(),
-                "indexRows": container.index_rows.decode()}
-    return {"indexAssociatedDataHex": fmt.index_data(container.crypto).hex()}
+    data = container.index_form.associated_data(container.crypto).hex()
+    if container.index_form is fmt.PACKED_FORM:
+        return {"packedIndexAssociatedDataHex": data, "packedIndexHex": container.index.hex()}
+    if container.index_form is fmt.ROWS_FORM:
+        return {"indexRowsAssociatedDataHex": data, "indexRows": container.index.decode()}
+    return {"indexAssociatedDataHex": data}
 
 
 def describe_file(container, entry, whole):

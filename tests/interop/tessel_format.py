@@ -14,6 +14,7 @@ import json
 import os
 import re
 import uuid
+from collections.abc import Callable
 from dataclasses import dataclass, field, replace
 
 import nacl.exceptions
@@ -119,6 +120,11 @@ def index_data(crypto):
 def rows_data(crypto):
     return b"|".join([
         b"TESSEL", b"index-rows", b"3", crypto.cipher.encode(), crypto.payload_nonce])
+
+
+def packed_data(crypto):
+    return b"|".join([
+        b"TESSEL", b"index-packed", b"3", crypto.cipher.encode(), crypto.payload_nonce])
 
 
 def block_data():
@@ -333,6 +339,178 @@ def _date(milliseconds):
         return ""
 
 
+# --- The packed index, in a redo record -------------------------------------------------------
+
+GENERAL_FORM, USUAL_FORM = 0, 1
+EARLIEST_DATE, LATEST_DATE = -62135596800000, 253402300799999
+
+
+def pack_number(number):
+    packed = bytearray()
+    number &= (1 << 64) - 1
+    while number >= 0x80:
+        packed.append(number & 0x7F | 0x80)
+        number >>= 7
+    packed.append(number)
+    return bytes(packed)
+
+
+def pack_bytes(data):
+    return pack_number(len(data)) + data
+
+
+def pack_text(value):
+    try:
+        utf8 = value.encode("utf-8")
+        return pack_number(2 * len(utf8)) + utf8
+    except UnicodeEncodeError:
+        utf16 = value.encode("utf-16-le", "surrogatepass")
+        return pack_number(len(utf16) + 1) + utf16
+
+
+def pack_date(date):
+    if not date:
+        return pack_number(0)
+    time = _milliseconds(date)
+    return pack_number(2 * time + 1 if time >= 0 else -2 * time)
+
+
+def _is_usual(entry):
+    return (re.fullmatch("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}", entry.id)
+            and len(entry.sha256) == 32
+            and all(len(block.nonce) == NONCE_BYTES and block.plain_size >= 0
+                    and block.encrypted_size == block.plain_size + TAG_BYTES
+                    for block in entry.blocks))
+
+
+def pack_file(entry):
+    usual = _is_usual(entry)
+    packed = pack_number(USUAL_FORM if usual else GENERAL_FORM)
+    packed += uuid.UUID(entry.id).bytes if usual else pack_text(entry.id)
+    packed += pack_text(entry.path) + pack_number(entry.size) + pack_date(entry.modified)
+    packed += entry.sha256 if usual else pack_bytes(entry.sha256)
+    packed += pack_number(len(entry.blocks))
+    for block in entry.blocks:
+        packed += pack_number(block.offset) + pack_number(block.plain_size)
+        if usual:
+            packed += block.nonce
+        else:
+            packed += pack_number(block.encrypted_size) + pack_bytes(block.nonce)
+    return packed
+
+
+def index_to_packed(files, folders):
+    packed = [pack_number(len(folders))]
+    packed += [pack_text(folder.path) + pack_date(folder.created) + pack_date(folder.modified)
+               for folder in folders]
+    return b"".join([*packed, pack_number(len(files)), *map(pack_file, files)])
+
+
+class PackedReader:
+    """Takes one value after the other; refuses what is not exactly of the packed form."""
+
+    def __init__(self, data):
+        self.data = data
+        self.position = 0
+
+    def at_end(self):
+        return self.position == len(self.data)
+
+    def take(self, size):
+        if size > len(self.data) - self.position:
+            raise FormatError("packed index cut short")
+        self.position += size
+        return self.data[self.position - size:self.position]
+
+    def number(self):
+        value = 0
+        for shift in range(0, 64, 7):
+            byte = self.take(1)[0]
+            value |= (byte & 0x7F) << shift
+            if (shift and byte == 0) or value >= 1 << 64:
+                break
+            if byte < 0x80:
+                return value
+        raise FormatError("number in the packed index")
+
+    def signed(self):
+        value = self.number()
+        return value - (1 << 64) if value >= 1 << 63 else value
+
+    def text(self):
+        form = self.number()
+        try:
+            if form % 2 == 0:
+                return self.take(form // 2).decode("utf-8")
+            return self.take(form - 1).decode("utf-16-le", "surrogatepass")
+        except UnicodeDecodeError as error:
+            raise FormatError("text in the packed index") from error
+
+    def path(self):
+        path = self.text()
+        if not path:
+            raise FormatError("empty path in the packed index")
+        return path
+
+    def date(self):
+        number = self.number()
+        if number == 0:
+            return ""
+        time = number // 2 if number % 2 else -(number // 2)
+        if not EARLIEST_DATE <= time <= LATEST_DATE:
+            raise FormatError("date in the packed index")
+        return _date(time)
+
+    def file(self):
+        form = self.number()
+        if form not in (GENERAL_FORM, USUAL_FORM):
+            raise FormatError("form of a file in the packed index")
+        usual = form == USUAL_FORM
+        identifier = str(uuid.UUID(bytes=self.take(16))) if usual else self.text()
+        entry = FileEntry(identifier, self.path(), self.signed(), self.date(), b"")
+        entry.sha256 = self.take(32 if usual else self.number())
+        entry.blocks = [self.block(usual) for _ in range(self.number())]
+        return entry
+
+    def block(self, usual):
+        offset, plain_size = self.signed(), self.signed()
+        if usual and not 0 <= plain_size < (1 << 63) - TAG_BYTES:
+            raise FormatError("size of a block in the packed index")
+        encrypted_size = plain_size + TAG_BYTES if usual else self.signed()
+        nonce = self.take(NONCE_BYTES if usual else self.number())
+        return Block(offset, plain_size, encrypted_size, nonce)
+
+
+def index_from_packed(data):
+    """The file and folder entries; a later one takes the place of one with the same path."""
+    reader = PackedReader(data)
+    folders, files = {}, {}
+    for _ in range(reader.number()):
+        folder = FolderEntry(reader.path(), reader.date(), reader.date())
+        folders[folder.path] = folder
+    for _ in range(reader.number()):
+        entry = reader.file()
+        files[entry.path] = entry
+    if not reader.at_end():
+        raise FormatError("bytes behind the packed index")
+    return list(files.values()), list(folders.values())
+
+
+# --- The forms of the index -------------------------------------------------------------------
+
+@dataclass(frozen=True)
+class IndexForm:
+    associated_data: Callable
+    read: Callable
+    write: Callable
+
+
+JSON_FORM = IndexForm(index_data, index_from_json, index_to_json)
+PACKED_FORM = IndexForm(packed_data, index_from_packed, index_to_packed)
+ROWS_FORM = IndexForm(rows_data, index_from_rows, index_to_rows)
+RECORDED_FORMS = JSON_FORM, PACKED_FORM, ROWS_FORM
+
+
 # --- Reading ----------------------------------------------------------------------------------
 
 def read_length_line(file):
@@ -348,16 +526,16 @@ def read_length_line(file):
 
 
 def read_redo_record(file):
-    """The length line and header of the record that ends the file, else of the one that ends the
-    header region."""
+    """The length line, header and sealed index of the record that ends the file, else of the one
+    that ends the header region. The sealed index is empty where the header holds it."""
     try:
         return read_redo_record_at(file, PAYLOAD_OFFSET, file.seek(0, os.SEEK_END))
     except FormatError:
-        return read_redo_record_at(file, HEADER_OFFSET, PAYLOAD_OFFSET)
+        return read_redo_record_at(file, len(MAGIC) + LENGTH_DIGITS + 1, PAYLOAD_OFFSET)
 
 
 def read_redo_record_at(file, first, end):
-    """The length line and header of the record that ends there and begins at `first` or later."""
+    """The same of the record that ends there and begins at `first` or later."""
     if end < first + REDO_TRAILER_BYTES:
         raise FormatError("no room for a redo record")
     file.seek(end - REDO_TRAILER_BYTES)
@@ -372,10 +550,18 @@ def read_redo_record_at(file, first, end):
         raise FormatError("size of the redo record")
     file.seek(begin)
     image = file.read(int(digits))
-    line = length_line(len(image) - LENGTH_DIGITS - 1)
-    if hashlib.sha256(image).digest() != digest or not image.startswith(line):
+    if hashlib.sha256(image).digest() != digest:
         raise FormatError("redo record cut short")
-    return image
+    return split_image(image)
+
+
+def split_image(image):
+    line, rest = image[:LENGTH_DIGITS + 1], image[LENGTH_DIGITS + 1:]
+    digits = line[:LENGTH_DIGITS]
+    size = int(digits) if digits.isdigit() else 0
+    if line != length_line(size) or not 1 <= size <= len(rest):
+        raise FormatError("length line of the redo record")
+    return line, rest[:size], rest[size:]
 
 
 class Container:
@@ -384,7 +570,6 @@ class Container:
     def __init__(self, path, password):
         self.path = path
         self.from_redo_record = False
-        self.in_rows = False
         with open(path, "rb") as file:
             if file.read(len(MAGIC)) != MAGIC:
                 raise FormatError("magic")
@@ -404,14 +589,13 @@ class Container:
     def _open_redo_record(self, file, password, fault):
         """Opens the record instead of the header; without one, raises the header's fault."""
         try:
-            image = read_redo_record(file)
+            line, header, sealed_index = read_redo_record(file)
         except FormatError:
             raise fault from None
-        line_bytes = LENGTH_DIGITS + 1
         self.from_redo_record = True
-        self._open_header(image[:line_bytes], image[line_bytes:], password)
+        self._open_header(line, header, password, sealed_index)
 
-    def _open_header(self, line, header, password):
+    def _open_header(self, line, header, password, sealed_index=b""):
         self.length_line, self.header_json = line, header
         self.payload_offset = len(MAGIC) + len(line) + HEADER_REGION_BYTES
         self.header = parse_json_object(header, "header")
@@ -420,7 +604,7 @@ class Container:
         if int32(self.header.get("formatVersion"), 0) != FORMAT_VERSION:
             raise FormatError("format version")
         self.crypto = Crypto.from_json(as_object(self.header.get("crypto")))
-        self.encrypted_index = base64_member(self.header, "encryptedIndex")
+        self.encrypted_index = sealed_index or base64_member(self.header, "encryptedIndex")
         self._open_index(password)
 
     def _open_index(self, password):
@@ -429,27 +613,24 @@ class Container:
             self.crypto.encrypted_master_key, self.password_key[:KEY_BYTES], self.crypto.nonce,
             master_key_data(self.crypto))
         self.working_key = self.master_key[:KEY_BYTES]
-        try:
-            self.index_json = self._open_index_sealed_with(index_data(self.crypto))
-        except FormatError:
-            if not self.from_redo_record:
-                raise
-            self._open_index_in_rows()
+        for form in RECORDED_FORMS if self.from_redo_record else (JSON_FORM,):
+            try:
+                self.index = unseal(self.encrypted_index, self.working_key,
+                                    self.crypto.payload_nonce, form.associated_data(self.crypto))
+            except FormatError:
+                continue
+            if not self.index:
+                break
+            self.index_form = form
+            self.files, self.folders = form.read(self.index)
             return
-        self.files, self.folders = index_from_json(self.index_json)
+        raise FormatError("sealed index")
 
-    def _open_index_in_rows(self):
-        self.index_rows = self._open_index_sealed_with(rows_data(self.crypto))
-        self.in_rows = True
-        self.files, self.folders = index_from_rows(self.index_rows)
-        self.index_json = index_to_json(self.files, self.folders)
-
-    def _open_index_sealed_with(self, associated_data):
-        index = unseal(self.encrypted_index, self.working_key, self.crypto.payload_nonce,
-                       associated_data)
-        if not index:
-            raise FormatError("empty index")
-        return index
+    @property
+    def index_json(self):
+        """The index in the form of a header."""
+        return (self.index if self.index_form is JSON_FORM
+                else index_to_json(self.files, self.folders))
 
     def entry(self, path):
         """The file with this path, letter case ignored."""
@@ -513,7 +694,7 @@ class Container:
             ("salt", len(self.crypto.salt) == SALT_BYTES),
             ("nonces", len(self.crypto.nonce) == len(self.crypto.payload_nonce) == NONCE_BYTES),
             ("master key", len(self.master_key) == MASTER_KEY_BYTES),
-            ("index", self._index_as_written()),
+            ("index", self.index == self.index_form.write(self.files, self.folders)),
         ]
         faults += [name for name, good in checks if not good]
         for entry in self.files:
@@ -528,11 +709,6 @@ class Container:
         with open(self.path, "rb") as file:
             file.seek(begin)
             return file.read(self.payload_offset - begin)
-
-    def _index_as_written(self):
-        if self.in_rows:
-            return self.index_rows == index_to_rows(self.files, self.folders)
-        return self.index_json == index_to_json(self.files, self.folders)
 
     def _block_faults(self):
         faults, end = [], self.payload_offset
@@ -592,8 +768,9 @@ def redo_trailer(image, size=None):
     return hashlib.sha256(image).digest() + (size or b"%020d" % len(image)) + REDO_MARK
 
 
-def redo_record(header):
-    image = length_line(len(header)) + header
+def redo_record(header, sealed_index=b""):
+    """Without a sealed index, a record of earlier versions: its header holds the index."""
+    image = length_line(len(header)) + header + sealed_index
     return image + redo_trailer(image)
 
 
@@ -650,7 +827,9 @@ class Writer:
     def finish(self, index_json=None, header_json=None):
         """The two texts may be given, to write what our writer does not."""
         index_json = index_json or index_to_json(self.files, self.folders)
-        header = self._header(self.crypto, index_json, index_data)
+        header = self._header(self.crypto, seal(
+            index_json, self.master_key[:KEY_BYTES], self.crypto.payload_nonce,
+            index_data(self.crypto)))
         header = header_json(header) if header_json else compact_json(header)
         if len(header) > HEADER_REGION_BYTES:
             raise FormatError("the index is too large for a header")
@@ -659,14 +838,20 @@ class Writer:
         self._file.write(MAGIC + self._length_line % len(header) + header)
         self._file.close()
 
-    def header_in_rows(self, rows=None):
-        """The header of a redo record, with the index in rows; any text may be given for them."""
+    def recorded(self, form, index=None):
+        """The header without its index and the sealed index, as redo_record() takes them; any bytes
+        may be given for the index."""
         crypto = replace(self.crypto, payload_nonce=self._random(NONCE_BYTES))
-        rows = rows or index_to_rows(self.files, self.folders)
-        return compact_json(self._header(crypto, rows, rows_data))
-
-    def _header(self, crypto, index, associated_data):
+        index = form.write(self.files, self.folders) if index is None else index
         sealed = seal(index, self.master_key[:KEY_BYTES], crypto.payload_nonce,
-                      associated_data(crypto))
-        return {"crypto": crypto.to_json(), "encryptedIndex": to_base64(sealed),
+                      form.associated_data(crypto))
+        return compact_json(self._header(crypto, b"")), sealed
+
+    def recorded_in_header(self, form, index=None):
+        """The header of a redo record of earlier versions, with the index in it."""
+        header, sealed = self.recorded(form, index)
+        return compact_json({**json.loads(header), "encryptedIndex": to_base64(sealed)})
+
+    def _header(self, crypto, sealed_index):
+        return {"crypto": crypto.to_json(), "encryptedIndex": to_base64(sealed_index),
                 "formatVersion": FORMAT_VERSION, "magic": "TESSEL"}

@@ -58,7 +58,7 @@ QJsonArray rowOfFile(const QJsonObject& file) {
             base64(digest),           blocks};
 }
 
-// The index in the form that redo records have.
+// The index in rows, as redo records of an earlier version hold it.
 QByteArray rowsOf(const QJsonObject& index) {
     QJsonArray folders;
     const QJsonArray directories = index.value(u"directories").toArray();
@@ -73,6 +73,59 @@ QByteArray rowsOf(const QJsonObject& index) {
         files.append(rowOfFile(item.toObject()));
     }
     return QJsonDocument(QJsonArray{folders, files}).toJson(QJsonDocument::Compact);
+}
+
+QByteArray packedNumber(qint64 number) {
+    QByteArray packed;
+    for (; number > 127; number /= 128) {
+        packed += static_cast<char>(128 + number % 128);
+    }
+    return packed + static_cast<char>(number);
+}
+
+QByteArray packedText(const QJsonValue& text) {
+    const QByteArray utf8 = text.toString().toUtf8();
+    return packedNumber(utf8.size() * 2) + utf8;
+}
+
+QByteArray packedDate(const QJsonValue& date) {
+    const QJsonValue time = milliseconds(date);
+    return packedNumber(time.isNull() ? 0 : time.toInteger() * 2 + 1);
+}
+
+QByteArray packedFile(const QJsonObject& file) {
+    const QByteArray id = file.value(u"id").toString().toLatin1();
+    const QJsonArray blocks = file.value(u"blocks").toArray();
+    QByteArray packed = packedNumber(1) + QByteArray::fromHex(id) +
+                        packedText(file.value(u"vaultPath")) +
+                        packedNumber(file.value(u"sizeBytes").toInteger()) +
+                        packedDate(file.value(u"lastModifiedUtc")) +
+                        QByteArray::fromHex(file.value(u"sha256").toString().toLatin1()) +
+                        packedNumber(blocks.size());
+    for (const auto& item : blocks) {
+        const QJsonObject block = item.toObject();
+        packed += packedNumber(block.value(u"offset").toInteger()) +
+                  packedNumber(block.value(u"plainSize").toInteger()) +
+                  QByteArray::fromBase64(block.value(u"nonce").toString().toLatin1());
+    }
+    return packed;
+}
+
+// The packed index, of files of the usual form.
+QByteArray packedIndexOf(const QJsonObject& index) {
+    const QJsonArray directories = index.value(u"directories").toArray();
+    QByteArray packed = packedNumber(directories.size());
+    for (const auto& item : directories) {
+        const QJsonObject folder = item.toObject();
+        packed += packedText(folder.value(u"path")) + packedDate(folder.value(u"createdUtc")) +
+                  packedDate(folder.value(u"modifiedUtc"));
+    }
+    const QJsonArray files = index.value(u"files").toArray();
+    packed += packedNumber(files.size());
+    for (const auto& item : files) {
+        packed += packedFile(item.toObject());
+    }
+    return packed;
 }
 
 QByteArray hmac(const QByteArray& key, const QByteArray& message) {
@@ -286,15 +339,38 @@ CraftedContainer CraftedContainer::withIndexInRows() const {
 }
 
 CraftedContainer CraftedContainer::withRows(const QByteArray& rows) const {
+    return withIndex(rows, "index-rows", 'R');
+}
+
+CraftedContainer CraftedContainer::withPackedIndex() const {
+    return withPacked(packedIndexOf(QJsonDocument::fromJson(indexJson()).object()));
+}
+
+CraftedContainer CraftedContainer::withPacked(const QByteArray& packed) const {
+    return withIndex(packed, "index-packed", 'P');
+}
+
+CraftedContainer CraftedContainer::withIndex(const QByteArray& index, const QByteArray& purpose,
+                                             char nonceByte) const {
     CraftedContainer copy = *this;
-    copy.keys.payloadNonce = QByteArray(24, 'R');
+    copy.keys.payloadNonce = QByteArray(24, nonceByte);
     copy.m_encryptedIndex =
-        seal(rows, keys.masterKey.left(32), copy.keys.payloadNonce, copy.rowsAssociatedData());
+        seal(index, keys.masterKey.left(32), copy.keys.payloadNonce,
+             "TESSEL|" + purpose + "|3|" + keys.cipher + '|' + copy.keys.payloadNonce);
     return copy;
 }
 
 QByteArray CraftedContainer::redoRecord() const {
-    const QByteArray image = lengthLine() + headerJson();
+    CraftedContainer withoutIndex = *this;
+    withoutIndex.setEncryptedIndex({});
+    return recordOf(withoutIndex.lengthLine() + withoutIndex.headerJson() + encryptedIndex());
+}
+
+QByteArray CraftedContainer::earlierRedoRecord() const {
+    return recordOf(lengthLine() + headerJson());
+}
+
+QByteArray CraftedContainer::recordOf(const QByteArray& image) {
     return image + QCryptographicHash::hash(image, QCryptographicHash::Sha256) +
            QByteArray::number(image.size()).rightJustified(20, '0') + "TESSEL-REDO\n";
 }
@@ -329,10 +405,6 @@ QByteArray CraftedContainer::masterKeyAssociatedData() const {
 
 QByteArray CraftedContainer::indexAssociatedData() const {
     return "TESSEL|index|3|" + keys.cipher + '|' + keys.payloadNonce;
-}
-
-QByteArray CraftedContainer::rowsAssociatedData() const {
-    return "TESSEL|index-rows|3|" + keys.cipher + '|' + keys.payloadNonce;
 }
 
 QByteArray CraftedContainer::blockAssociatedData() {

@@ -103,12 +103,24 @@ public:
     /// Truncates the file to this size.
     CraftedContainer& cutAt(qint64 size);
 
-    /// The same vault with its index in rows under another nonce, as a redo record holds it.
+    // --- Redo records -------------------------------------------------------------------------
+
+    /// The same vault with its index packed under another nonce, as a redo record holds it. Every
+    /// file must be of the usual form.
+    [[nodiscard]] CraftedContainer withPackedIndex() const;
+    /// The same with any bytes for the packed index.
+    [[nodiscard]] CraftedContainer withPacked(const QByteArray& packed) const;
+    /// The same vault with its index in rows under another nonce, as a redo record of an earlier
+    /// version holds it.
     [[nodiscard]] CraftedContainer withIndexInRows() const;
     /// The same with any bytes for the rows.
     [[nodiscard]] CraftedContainer withRows(const QByteArray& rows) const;
-    /// The redo record with this vault's length line and header.
+    /// The redo record with this vault's header and sealed index.
     [[nodiscard]] QByteArray redoRecord() const;
+    /// The same as earlier versions wrote it: the sealed index is in the header.
+    [[nodiscard]] QByteArray earlierRedoRecord() const;
+    /// A complete redo record around any image.
+    [[nodiscard]] static QByteArray recordOf(const QByteArray& image);
 
     // --- The result and every intermediate value -----------------------------------------------
 
@@ -121,7 +133,6 @@ public:
     [[nodiscard]] QByteArray passwordKey() const;
     [[nodiscard]] QByteArray masterKeyAssociatedData() const;
     [[nodiscard]] QByteArray indexAssociatedData() const;
-    [[nodiscard]] QByteArray rowsAssociatedData() const;
     [[nodiscard]] static QByteArray blockAssociatedData();
     [[nodiscard]] QByteArray encryptedMasterKey() const;
     [[nodiscard]] QByteArray indexJson() const;
@@ -158,6 +169,8 @@ private:
     [[nodiscard]] QByteArray freshBytes(qsizetype size);
     [[nodiscard]] qint64 sizeInFile(const Piece& piece) const;
     [[nodiscard]] QJsonObject plainIndex() const;
+    [[nodiscard]] CraftedContainer withIndex(const QByteArray& index, const QByteArray& purpose,
+                                             char nonceByte) const;
 
     quint64 m_seed;
     quint64 m_drawn = 0;
