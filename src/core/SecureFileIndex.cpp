@@ -75,6 +75,19 @@ bool SecureFileIndex::removeDirectory(const QString& path) {
     return m_directories.take(path);
 }
 
+bool SecureFileIndex::renameFile(const QString& vaultPath, const QString& newPath) {
+    const auto found = m_files.positions.constFind(vaultPath);
+    if (found == m_files.positions.constEnd() || newPath.isEmpty() || contains(newPath)) {
+        return false;
+    }
+    const qsizetype position = *found;
+    m_files.positions.remove(vaultPath);
+    m_files.positions.insert(newPath, position);
+    m_files.entries[position].vaultPath = newPath;
+    m_files.dropEncodings(position);
+    return true;
+}
+
 void SecureFileIndex::renameFiles(const std::function<QString(const QString& vaultPath)>& newPath) {
     const Table<VaultFileEntry> before = std::exchange(m_files, {});
     reserveFiles(before.entries.size());

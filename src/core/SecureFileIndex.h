@@ -72,6 +72,10 @@ public:
     /// @return whether there was one.
     [[nodiscard]] bool removeDirectory(const QString& path);
 
+    /// Gives a file another path; it keeps its position.
+    /// @return false, with nothing changed, when there is no such file, the new path is empty, or a
+    ///         file has it already.
+    [[nodiscard]] bool renameFile(const QString& vaultPath, const QString& newPath);
     /// Gives each file the path that @p newPath returns for its present one. A file that gets no
     /// path is dropped; one that gets the path of a file before it replaces that one in its
     /// position.

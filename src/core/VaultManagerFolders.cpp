@@ -48,19 +48,11 @@ bool hasOpenCopyIn(const FileSyncManager& copies, const QString& directory) {
     });
 }
 
-// The index with one file at a new path.
-SecureFileIndex withFileAt(const SecureFileIndex& index, const QString& oldPath,
-                           const QString& newPath) {
-    SecureFileIndex working = index;
-    bool moved = false;
-    working.renameFiles([&](const QString& path) {
-        // A foreign index may hold two paths that differ in letter case alone. Only the first is
-        // the one that opens, and two files on one path would be one file less.
-        const bool moves = !moved && sameVaultPath(path, oldPath);
-        moved = moved || moves;
-        return moves ? newPath : path;
-    });
-    return working;
+// A foreign index may hold two paths that differ in letter case alone: the first one opens, and it
+// alone gets the new path.
+bool renameFirstFile(SecureFileIndex* index, const QString& path, const QString& newPath) {
+    const std::optional<VaultFileEntry> stored = findFile(*index, path);
+    return stored && index->renameFile(stored->vaultPath, newPath);
 }
 
 // The index with a folder, and all that is in it, at a new path.
@@ -106,7 +98,8 @@ bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirec
         isOpen(m_fileSync, path)) {
         return false;
     }
-    return save(&document, withFileAt(m_index, path, newPath));
+    SecureFileIndex working = m_index;
+    return renameFirstFile(&working, path, newPath) && save(&document, working);
 }
 
 bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultPath) {
@@ -120,7 +113,8 @@ bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultP
         itemExists(m_index, newPath) || isOpen(m_fileSync, path)) {
         return false;
     }
-    return save(&document, withFileAt(m_index, path, newPath));
+    SecureFileIndex working = m_index;
+    return renameFirstFile(&working, path, newPath) && save(&document, working);
 }
 
 bool VaultManager::deleteFile(const QString& vaultPath) {

@@ -112,7 +112,7 @@ void changeAtRandom(SecureFileIndex* index, QRandomGenerator* random) {
     const QString folderPath = u"d%1"_s.arg(random->bounded(10));
     const qint64 number = random->bounded(1000);
     bool changed = false;
-    switch (random->bounded(7)) {
+    switch (random->bounded(8)) {
     case 0:
     case 1:
         changed = index->addOrReplace(file(path, number));
@@ -127,6 +127,9 @@ void changeAtRandom(SecureFileIndex* index, QRandomGenerator* random) {
         changed = index->removeDirectory(folderPath);
         break;
     case 5:
+        changed = index->renameFile(path, u"f%1"_s.arg(number % 40));
+        break;
+    case 6:
         // Some get no path, some that of another file.
         index->renameFiles([&](const QString& old) {
             return old == path ? u"f%1"_s.arg(number % 40) : old.mid(number % 50 == 0 ? 2 : 0);
@@ -845,6 +848,27 @@ private Q_SLOTS:
         for (const SecureFileIndex& copy : std::as_const(copies)) {
             QCOMPARE(copy.toJson(), madeAgain(copy).toJson());
         }
+    }
+
+    void renamedFileKeepsItsPosition() {
+        SecureFileIndex index = indexOf({u"a"_s, u"b"_s, u"c"_s}, {u"x"_s});
+        QVERIFY(index.renameFile(u"b"_s, u"x"_s));
+        QCOMPARE(filePaths(index), QStringList({u"a"_s, u"x"_s, u"c"_s}));
+        QVERIFY(index.contains(u"x"_s) && !index.contains(u"b"_s));
+        QVERIFY(index.addOrReplace(file(u"x"_s, 3)));
+        QCOMPARE(index.entries().at(1).sizeBytes, 3);
+        QVERIFY(index.remove(u"a"_s) && index.remove(u"x"_s));
+        QCOMPARE(filePaths(index), QStringList(u"c"_s));
+    }
+
+    void fileGetsNoPathThatIsNoneOrTaken() {
+        SecureFileIndex index = indexOf({u"a"_s, u"b"_s});
+        QVERIFY(!index.renameFile(u"c"_s, u"d"_s));
+        QVERIFY(!index.renameFile(u"a"_s, QString()));
+        QVERIFY(!index.renameFile(u"a"_s, u"b"_s));
+        QVERIFY(!index.renameFile(u"a"_s, u"a"_s));
+        QCOMPARE(index.toJson(), indexOf({u"a"_s, u"b"_s}).toJson());
+        QVERIFY(index.contains(u"a"_s) && index.contains(u"b"_s));
     }
 
     void renamedFilesKeepTheirPositions() {
