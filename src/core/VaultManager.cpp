@@ -58,25 +58,17 @@ bool VaultManager::changePassword(const QString& path, const QByteArray& oldPass
 bool VaultManager::saveIndex(const SecureFileIndex& index) {
     ContainerDocument document;
     return isUnlocked() && !m_session->path().isEmpty() && m_session->readForReplacing(&document) &&
-           save(&document, index);
+           save(&document, index, WithoutRecord::Refuse);
 }
 
 bool VaultManager::beginChange(ContainerDocument* document) {
     return m_session->read(document, &m_index);
 }
 
-bool VaultManager::save(ContainerDocument* document, const SecureFileIndex& index) {
+bool VaultManager::save(ContainerDocument* document, const SecureFileIndex& index,
+                        WithoutRecord withoutRecord) {
     m_session->prepareForSave(document);
-    if (!m_session->save(document, index)) {
-        return false;
-    }
-    m_index = index;
-    return true;
-}
-
-bool VaultManager::saveDeletion(ContainerDocument* document, const SecureFileIndex& index) {
-    m_session->prepareForSave(document);
-    if (!m_session->save(document, index, WithoutRecord::Rewrite)) {
+    if (!m_session->save(document, index, withoutRecord)) {
         return false;
     }
     m_index = index;

@@ -26,6 +26,8 @@ namespace Tessel::Core {
 
 class VaultSession;
 
+enum class WithoutRecord;
+
 enum class VaultState { Locked = 0, Unlocked = 1 };
 
 /// The vault engine's entry point: opens and locks a container, and changes what is in it.
@@ -151,9 +153,9 @@ private:
     /// changed it. Every change begins here and works on the index found.
     [[nodiscard]] bool beginChange(ContainerDocument* document);
     /// Saves @p index with a document that beginChange() gave; it is then the index in memory.
-    [[nodiscard]] bool save(ContainerDocument* document, const SecureFileIndex& index);
-    /// The same for a deletion, which is saved also where no redo record fits.
-    [[nodiscard]] bool saveDeletion(ContainerDocument* document, const SecureFileIndex& index);
+    /// Deletions are saved also where no redo record fits.
+    [[nodiscard]] bool save(ContainerDocument* document, const SecureFileIndex& index,
+                            WithoutRecord withoutRecord);
 
     /// The file as the container holds it now. Nothing when the container has not changed since
     /// the index was read, or has no such file.

@@ -99,7 +99,8 @@ bool VaultManager::moveFile(const QString& vaultPath, const QString& targetDirec
         return false;
     }
     SecureFileIndex working = m_index;
-    return renameFirstFile(&working, path, newPath) && save(&document, working);
+    return renameFirstFile(&working, path, newPath) &&
+           save(&document, working, WithoutRecord::Refuse);
 }
 
 bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultPath) {
@@ -114,7 +115,8 @@ bool VaultManager::renameFile(const QString& vaultPath, const QString& newVaultP
         return false;
     }
     SecureFileIndex working = m_index;
-    return renameFirstFile(&working, path, newPath) && save(&document, working);
+    return renameFirstFile(&working, path, newPath) &&
+           save(&document, working, WithoutRecord::Refuse);
 }
 
 bool VaultManager::deleteFile(const QString& vaultPath) {
@@ -126,7 +128,8 @@ bool VaultManager::deleteFile(const QString& vaultPath) {
     // The entry may spell the path in other letter case.
     const std::optional<VaultFileEntry> stored = findFile(m_index, path);
     SecureFileIndex working = m_index;
-    return stored && working.remove(stored->vaultPath) && saveDeletion(&document, working);
+    return stored && working.remove(stored->vaultPath) &&
+           save(&document, working, WithoutRecord::Rewrite);
 }
 
 bool VaultManager::createDirectory(const QString& path) {
@@ -139,7 +142,8 @@ bool VaultManager::createDirectory(const QString& path) {
     SecureFileIndex working = m_index;
     ensureParentDirectories(&working, newPath);
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    return working.addDirectory({newPath, now, now}) && save(&document, working);
+    return working.addDirectory({newPath, now, now}) &&
+           save(&document, working, WithoutRecord::Refuse);
 }
 
 bool VaultManager::renameDirectory(const QString& path, const QString& newPath) {
@@ -156,7 +160,8 @@ bool VaultManager::renameDirectory(const QString& path, const QString& newPath) 
         hasOpenCopyIn(m_fileSync, oldDirectory)) {
         return false;
     }
-    return save(&document, withDirectoryAt(m_index, oldDirectory, newDirectory));
+    return save(&document, withDirectoryAt(m_index, oldDirectory, newDirectory),
+                WithoutRecord::Refuse);
 }
 
 bool VaultManager::deleteDirectory(const QString& path) {
@@ -170,7 +175,8 @@ bool VaultManager::deleteDirectory(const QString& path) {
         return false;
     }
     SecureFileIndex working = m_index;
-    return working.removeDirectory(stored->path) && saveDeletion(&document, working);
+    return working.removeDirectory(stored->path) &&
+           save(&document, working, WithoutRecord::Rewrite);
 }
 
 } // namespace Tessel::Core
