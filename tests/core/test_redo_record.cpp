@@ -269,6 +269,25 @@ private:
     bool m_full;
 };
 
+/// A full drive whose container has its old header and, after the payload, the record of a change
+/// that was given up.
+class OldRecordOnFullDrive : public FullDrive {
+public:
+    OldRecordOnFullDrive() : FullDrive(containerOf(Change())) {}
+
+    /// Deletes "b.txt" in another process, with these calls failing.
+    [[nodiscard]] ToolRun deleteWith(const QStringList& faults) const {
+        return runTool({path(), QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path(),
+                       faults);
+    }
+
+private:
+    static QByteArray containerOf(const Change& change) {
+        return withoutRoomInItsLastPage(change.before, change.record.size()).bytes() +
+               change.record;
+    }
+};
+
 } // namespace
 
 /// A record of the change whose header is filled up with blanks.
@@ -807,24 +826,18 @@ private Q_SLOTS:
 
     void fullDriveUsesTheRoomOfAnOldRecord() {
         NEEDS_PRIVATE_MOUNTS();
+        NEEDS_TRACING();
         // Otherwise a rewrite that finds no room would run in front of a record that is older than
         // the header, and a pull in the middle would go back to that.
-        const Change change;
-        const CraftedContainer before =
-            withoutRoomInItsLastPage(change.before, change.record.size());
-        const FullDrive drive(before.bytes() + change.record);
+        const OldRecordOnFullDrive drive;
         QVERIFY(drive.isFull());
-        const QString path = drive.path();
-        // The first write settles the header that stands there.
-        const ToolRun run =
-            runTool({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
-                    {u"write:signal=KILL:when=2"_s});
-        NEEDS_TRACING();
+        // The first write finishes the header that is there.
+        const ToolRun run = drive.deleteWith({u"write:signal=KILL:when=2"_s});
         QVERIFY(!run.ended());
-        // Killed before the header: what stands at the end is the record of this very change.
-        QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+        // Killed before the header: the record at the end is that of this change.
+        QVERIFY(overwriteAt(drive.path(), 512, QByteArray(512, 'x')));
         VaultFixture fixture;
-        QVERIFY(fixture->unlockVault(path, TestPassword));
+        QVERIFY(fixture->unlockVault(drive.path(), TestPassword));
         QCOMPARE(fixture.filePaths(), QStringList{u"docs/a.bin"_s});
         QVERIFY(!isAfterState(fixture));
     }
@@ -832,23 +845,18 @@ private Q_SLOTS:
     void fullDriveRefusesAChangeInFrontOfARecordThatStays() {
         NEEDS_PRIVATE_MOUNTS();
         NEEDS_TRACING();
-        const Change change;
-        const CraftedContainer before =
-            withoutRoomInItsLastPage(change.before, change.record.size());
-        const FullDrive drive(before.bytes() + change.record);
+        const OldRecordOnFullDrive drive;
         QVERIFY(drive.isFull());
-        const QString path = drive.path();
         const ToolRun run =
-            runTool({path, QString::fromUtf8(TestPassword), u"delete"_s, u"b.txt"_s}, path,
-                    {u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
+            drive.deleteWith({u"ftruncate:error=ENOSPC:when=1"_s, u"write:signal=KILL:when=2"_s});
         if (run.ended()) {
             QVERIFY(run.refused());
             return;
         }
         // Killed before the header, which a pull would now have torn.
-        QVERIFY(overwriteAt(path, 512, QByteArray(512, 'x')));
+        QVERIFY(overwriteAt(drive.path(), 512, QByteArray(512, 'x')));
         VaultFixture fixture;
-        QVERIFY(fixture->unlockVault(path, TestPassword));
+        QVERIFY(fixture->unlockVault(drive.path(), TestPassword));
         QVERIFY2(!isAfterState(fixture), "a change that was given up long ago has come back");
     }
 
