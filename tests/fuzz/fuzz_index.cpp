@@ -28,6 +28,18 @@ QString textOf(const QDateTime& dateTime) {
     return dateTime.isValid() ? dateTime.toUTC().toString(Qt::ISODateWithMs) : QString();
 }
 
+// Qt writes a byte order mark at the beginning of a text as it is, and drops it when it reads that.
+// Only a quote of JSON itself has no backslash before it.
+QByteArray withEscapedMarks(QByteArray json) {
+    const QByteArray mark = "\"\xef\xbb\xbf"_ba;
+    for (qsizetype at = json.indexOf(mark); at >= 0; at = json.indexOf(mark, at + 1)) {
+        if (json.at(at - 1) != '\\') {
+            json.replace(at, mark.size(), "\"\\ufeff");
+        }
+    }
+    return json;
+}
+
 QJsonObject qtBlock(const VaultFileBlock& block) {
     return {{u"offset"_s, block.offset},
             {u"plainSize"_s, block.plainSize},
@@ -63,7 +75,7 @@ QByteArray qtJson(const SecureFileIndex& index) {
     }
     const QJsonObject object{
         {u"files"_s, files}, {u"directories"_s, folders}, {u"formatVersion"_s, 1}};
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+    return withEscapedMarks(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
 bool sameTime(const QDateTime& before, const QDateTime& after) {

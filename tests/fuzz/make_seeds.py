@@ -86,6 +86,8 @@ def index_seeds():
         "\U0001f600")]))
     yield "half-surrogates", (b'{"files":[{"vaultPath":"a\\ud800"},{"vaultPath":"\\udc00a"},'
                               b'{"vaultPath":"\\ud800\\ud800\\udc00"}]}')
+    yield "byte-order-marks", compact(index([file("\ufeffm"), file('"\ufeff'), file("m\ufeff")],
+                                            [folder("\ufeff")]))
     yield "numbers", (b'{"files":[{"vaultPath":"f","sizeBytes":9223372036854775807,"blocks":['
                       b'{"offset":-9223372036854775808,"plainSize":1e300,"encryptedSize":"42"},'
                       b'{"offset":9223372036854775808,"plainSize":0.5,"encryptedSize":true},'
