@@ -189,9 +189,8 @@ private:
     [[nodiscard]] bool compactWithProgress(QString* preservedPath);
     /// The common end of every command that changed the index.
     void vaultChanged(const QString& message);
-    /// The same when the current row's item is no longer in the folder: the arrow keys go on from
-    /// where it was.
-    void rowTakenOut(const QString& message);
+    /// The same when the current row's item has this path now.
+    void renamed(const QString& vaultPath, const QString& message);
 
     Core::VaultManager m_vault;
     /// Held while the vault is unlocked.

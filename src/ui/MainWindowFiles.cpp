@@ -152,10 +152,9 @@ void MainWindow::vaultChanged(const QString& message) {
     showResult(message);
 }
 
-void MainWindow::rowTakenOut(const QString& message) {
-    const int row = m_vaultTable->currentRow();
+void MainWindow::renamed(const QString& vaultPath, const QString& message) {
     vaultChanged(message);
-    m_vaultTable->continueFrom(row);
+    m_vaultTable->continueFrom(vaultPath);
 }
 
 QString MainWindow::selectedRealDirectory() const {
@@ -311,7 +310,7 @@ void MainWindow::renameSelectedFile() {
                        "aberto e tente novamente."));
         return;
     }
-    vaultChanged(tr("Arquivo renomeado."));
+    renamed(target, tr("Arquivo renomeado."));
 }
 
 void MainWindow::deleteSelectedFile() {
@@ -320,7 +319,7 @@ void MainWindow::deleteSelectedFile() {
         return;
     }
     if (m_vault.deleteFile(path)) {
-        rowTakenOut(tr("Arquivo excluído do cofre."));
+        vaultChanged(tr("Arquivo excluído do cofre."));
         return;
     }
     showWarning(this, ProductInfo::name(), tr("Não foi possível excluir o arquivo do cofre."));
@@ -349,7 +348,7 @@ void MainWindow::moveFileTo(const QString& path, const QString& directory) {
                        "tente novamente."));
         return;
     }
-    rowTakenOut(tr("Arquivo movido."));
+    vaultChanged(tr("Arquivo movido."));
 }
 
 void MainWindow::moveDropped(VaultTableItemKind kind, const QString& path,
@@ -399,7 +398,7 @@ void MainWindow::renameSelectedDirectory() {
     if (sameVaultPath(m_currentDirectory, path)) {
         m_currentDirectory = target;
     }
-    vaultChanged(tr("Pasta renomeada."));
+    renamed(target, tr("Pasta renomeada."));
 }
 
 bool MainWindow::renameDirectory(const QString& path, const QString& target) {
@@ -417,7 +416,7 @@ void MainWindow::moveDirectoryTo(const QString& path, const QString& directory) 
     if (indexHolds(m_vault.fileIndex(), target)) {
         showWarning(this, tr("Renomear pasta"), tr("Já existe um item com esse nome nesta pasta."));
     } else if (renameDirectory(path, target)) {
-        rowTakenOut(tr("Pasta renomeada."));
+        vaultChanged(tr("Pasta renomeada."));
     }
 }
 
@@ -434,7 +433,7 @@ void MainWindow::deleteSelectedDirectory() {
         showWarning(this, title, tr("A pasta não está vazia ou não pode ser excluída."));
         return;
     }
-    rowTakenOut(tr("Pasta excluída."));
+    vaultChanged(tr("Pasta excluída."));
 }
 
 // --- Compaction ------------------------------------------------------------------------------

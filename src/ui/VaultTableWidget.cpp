@@ -136,7 +136,7 @@ QString VaultTableWidget::pathOf(const QTableWidgetItem* item) {
 
 void VaultTableWidget::showRows(const QString& directory, const QList<VaultRow>& rows) {
     forgetLetters();
-    m_place.reset();
+    keepPlace(directory, rows);
     const QSignalBlocker blocker(this);
     const auto selectNothing = [this] {
         clearSelection();
@@ -160,17 +160,43 @@ void VaultTableWidget::showRows(const QString& directory, const QList<VaultRow>&
     }
 }
 
+void VaultTableWidget::keepPlace(const QString& directory, const QList<VaultRow>& rows) {
+    if (directory != m_directory || rows.isEmpty()) {
+        m_place.reset();
+        return;
+    }
+    if (currentNameItem() == nullptr) {
+        return;
+    }
+    const auto here =
+        std::find_if(rows.cbegin(), rows.cend(),
+                     [kind = currentKind(), path = currentPath()](const VaultRow& row) {
+                         return row.kind == kind && row.path == path;
+                     });
+    m_place = here == rows.cend() ? currentRow() : static_cast<int>(here - rows.cbegin());
+}
+
+std::optional<int> VaultTableWidget::rowOf(const QString& vaultPath) const {
+    for (int row = 0; row < rowCount(); ++row) {
+        const QTableWidgetItem* nameItem = item(row, VaultColumn::Name);
+        if (kindOf(nameItem) != VaultTableItemKind::ParentDirectory &&
+            Core::sameVaultPath(pathOf(nameItem), vaultPath)) {
+            return row;
+        }
+    }
+    return std::nullopt;
+}
+
+void VaultTableWidget::continueFrom(const QString& vaultPath) {
+    m_place = rowOf(vaultPath);
+}
+
 void VaultTableWidget::scrollAfterLeaving(const QString& directory) {
     // Rows that are not laid out yet cannot be scrolled to.
     doItemsLayout();
     scrollToTop();
-    for (int row = 0; row < rowCount(); ++row) {
-        const QTableWidgetItem* nameItem = item(row, VaultColumn::Name);
-        if (kindOf(nameItem) == VaultTableItemKind::Directory &&
-            Core::sameVaultPath(pathOf(nameItem), directory)) {
-            scrollToItem(nameItem);
-            return;
-        }
+    if (const std::optional<int> row = rowOf(directory)) {
+        scrollToItem(item(*row, VaultColumn::Name));
     }
 }
 
@@ -226,13 +252,8 @@ QString VaultTableWidget::currentPath() const {
 }
 
 void VaultTableWidget::selectFile(const QString& vaultPath) {
-    for (int row = 0; row < rowCount(); ++row) {
-        const QTableWidgetItem* nameItem = item(row, VaultColumn::Name);
-        if (kindOf(nameItem) == VaultTableItemKind::File &&
-            Core::sameVaultPath(pathOf(nameItem), vaultPath)) {
-            setCurrentCell(row, VaultColumn::Name);
-            return;
-        }
+    if (const std::optional<int> row = rowOf(vaultPath)) {
+        setCurrentCell(*row, VaultColumn::Name);
     }
 }
 

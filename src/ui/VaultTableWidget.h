@@ -30,12 +30,13 @@ public:
 
     /// Replaces all rows; none is selected or current afterwards. What was typed is forgotten;
     /// otherwise emits nothing. Another folder is shown from its top, or with the row of the
-    /// folder that was left for it in sight.
+    /// folder that was left for it in sight. In the same folder the next arrow key begins where the
+    /// current row is now, or was when it is gone.
     /// @param directory vault path of the folder whose rows they are; empty for the root
     void showRows(const QString& directory, const QList<VaultRow>& rows);
-    /// Lets the next arrow key begin at this place, where a row was taken out: down means the row
-    /// that is there now, up the one above.
-    void continueFrom(int row) { m_place = row; }
+    /// Lets the next arrow key begin at the row of this file or folder: down means the row itself,
+    /// up the one above.
+    void continueFrom(const QString& vaultPath);
     /// The order that the user has chosen and the header shows.
     [[nodiscard]] VaultOrder order() const { return m_order; }
     /// The same in words, for a screen reader.
@@ -99,6 +100,10 @@ private:
     [[nodiscard]] static QString pathOf(const QTableWidgetItem* item);
     void setUpHeader();
     void fillRow(int position, const VaultRow& row);
+    /// The row of this file or folder; nothing without one.
+    [[nodiscard]] std::optional<int> rowOf(const QString& vaultPath) const;
+    /// Decides where the arrow keys begin once these rows are shown.
+    void keepPlace(const QString& directory, const QList<VaultRow>& rows);
     void scrollAfterLeaving(const QString& directory);
     void setOrder(VaultOrder order);
     /// Without a highlighted row, none is current.

@@ -335,6 +335,50 @@ private Q_SLOTS:
         QCOMPARE(currentName(), name);
     }
 
+    void changesKeepThePlaceForTheKeys_data() {
+        QTest::addColumn<QString>("row");
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("answer");
+        QTest::addColumn<int>("key");
+        QTest::addColumn<QString>("name");
+        const int down = Qt::Key_Down;
+        const int up = Qt::Key_Up;
+        const QString file = u"Renomear arquivo"_s;
+        const QString folder = u"Renomear pasta"_s;
+        QTest::newRow("renamed file, down")
+            << u"azul.txt"_s << file << u"cedro.txt"_s << down << u"cedro.txt"_s;
+        QTest::newRow("renamed file, up")
+            << u"azul.txt"_s << file << u"cedro.txt"_s << up << u"beta.txt"_s;
+        QTest::newRow("renamed folder") << u"Beta"_s << folder << u"Gama"_s << down << u"Gama"_s;
+        QTest::newRow("new folder, down")
+            << u"azul.txt"_s << u"Nova pasta"_s << u"Gama"_s << down << u"azul.txt"_s;
+        QTest::newRow("new folder, up")
+            << u"azul.txt"_s << u"Nova pasta"_s << u"Gama"_s << up << u"alfa.txt"_s;
+        QTest::newRow("new folder, nothing chosen")
+            << QString() << u"Nova pasta"_s << u"Gama"_s << down << u"Beta"_s;
+    }
+    void changesKeepThePlaceForTheKeys() {
+        QFETCH(const QString, row);
+        QFETCH(const QString, command);
+        QFETCH(const QString, answer);
+        QFETCH(const int, key);
+        QFETCH(const QString, name);
+        QVERIFY(openNames());
+        dialogs().answerText(command, answer);
+        VERIFY_RUN(command + u"..."_s, row);
+        QCOMPARE(m_driver->table()->currentRow(), -1);
+        press(static_cast<Qt::Key>(key));
+        QCOMPARE(currentName(), name);
+    }
+
+    void newOrderKeepsThePlaceForTheKeys() {
+        QVERIFY(openNames() && m_driver->selectRow(u"azul.txt"_s));
+        press(Qt::Key_Right);
+        QCOMPARE(m_driver->rowNames().last(), u"alfa.txt"_s);
+        press(Qt::Key_Down);
+        QCOMPARE(currentName(), u"azul.txt"_s);
+    }
+
     void f2RenamesWhatIsSelected_data() {
         QTest::addColumn<QString>("row");
         QTest::addColumn<QString>("title");
