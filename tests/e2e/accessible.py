@@ -93,6 +93,11 @@ def find(parent, role, name=None):
     return wait_until(lambda: f"{name!r} as {role}; there are {names()}", look)
 
 
+def expect_keyboard_in(element):
+    wait_until(f"the keyboard in {element.name!r}",
+               lambda: has_state(element, pyatspi.STATE_FOCUSED))
+
+
 def press_keys(*keys):
     subprocess.run(["xdotool", "key", "--delay", "4", *keys], check=True)
 
@@ -124,7 +129,7 @@ def type_into(line, text):
     dead key composed, which would overtake the letters before it. So nothing is typed before
     what precedes it has arrived."""
     content = line.queryText()
-    wait_until(f"the keyboard in {line.name!r}", lambda: has_state(line, pyatspi.STATE_FOCUSED))
+    expect_keyboard_in(line)
     if content.characterCount > 0:
         press_keys("ctrl+a")
         wait_until(f"everything selected in {line.name!r}",

@@ -5,8 +5,8 @@
 
 import pyatspi
 
-from accessible import (Program, children, click, find, has_state, listening, press_keys,
-                        type_into, wait_until)
+from accessible import (Program, children, click, expect_keyboard_in, find, has_state, listening,
+                        press_keys, type_into, wait_until)
 
 # Those that a file's row enables.
 CONTEXT_COMMANDS = ("Nova pasta...", "Importar...", "Exportar...", "Abrir", "Mover para pasta...",
@@ -41,6 +41,10 @@ class TesselWindow:
     def drive(self, text):
         return find(find(self.main(), pyatspi.ROLE_LIST, "Dispositivos USB"),
                     pyatspi.ROLE_LIST_ITEM, text)
+
+    def expect_keyboard(self):
+        """The keyboard is where it always is while no dialog and no menu is open."""
+        expect_keyboard_in(find(self.main(), pyatspi.ROLE_LIST, "Dispositivos USB"))
 
     def padlock(self, name):
         return find(self.main(), pyatspi.ROLE_CHECK_BOX, name)
@@ -103,6 +107,13 @@ class TesselWindow:
             press_keys("Down")
             wait_until(f"the menu of {name}", lambda: CONTEXT_COMMANDS[0] in reached)
         press_keys(*["Down"] * CONTEXT_COMMANDS.index(text), "Return")
+
+    def cancel(self, key, title, role=pyatspi.ROLE_DIALOG):
+        """Opens a dialog by its key and leaves it with Esc."""
+        press_keys(key)
+        self._program.window(title, role)
+        press_keys("Escape")
+        self.expect_keyboard()
 
     def confirm(self, title, text, button):
         """Reads a message box and presses one of its buttons."""

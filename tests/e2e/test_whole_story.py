@@ -20,8 +20,8 @@ import time
 import pyatspi
 
 import desktop
-from accessible import (PATIENCE_S, click, drag, find, has_state, listening, middle_of, press_keys,
-                        type_into, wait_until)
+from accessible import (PATIENCE_S, click, drag, expect_keyboard_in, find, has_state, listening,
+                        middle_of, press_keys, type_into, wait_until)
 from tessel_window import TesselWindow
 
 HOME = desktop.home()
@@ -128,6 +128,35 @@ class Story(TesselWindow):
         assert CONTAINER.stat().st_size == EMPTY_CONTAINER_BYTES
         self.album.take_window("cofre-bloqueado", "Tessel")
 
+    def leave_the_dialogs(self):
+        for key, title in (("ctrl+o", "Escolher container Tessel"),
+                           ("ctrl+n", "Criar container Tessel"),
+                           ("ctrl+b", "Fazer backup do container"),
+                           ("ctrl+p", "Alterar senha do cofre"), ("ctrl+l", "Senha do cofre")):
+            self.cancel(key, title)
+
+    def come_back_from_a_warning(self):
+        press_keys("ctrl+p")
+        field = find(self.dialog("Alterar senha do cofre"), pyatspi.ROLE_PASSWORD_TEXT,
+                     "Nova senha:")
+        press_keys("Tab")
+        expect_keyboard_in(field)
+        press_keys("Return")
+        self.box("Alterar senha")
+        press_keys("Return")
+        self.dialog("Alterar senha do cofre")
+        expect_keyboard_in(field)
+        press_keys("Escape")
+
+    def come_back_from_a_question(self):
+        press_keys("ctrl+n")
+        title = "Criar container Tessel"
+        self.answer_file(title, str(CONTAINER))
+        self.box(title)
+        press_keys("Escape")
+        expect_keyboard_in(find(self.dialog(title), pyatspi.ROLE_TEXT, "Nome do arquivo:"))
+        press_keys("Escape")
+
     def unlock_it(self):
         click(self.padlock("Desbloquear cofre"))
         self.answer_password("Senha do cofre", PASSWORD)
@@ -160,6 +189,20 @@ class Story(TesselWindow):
         self.expect_status("3 arquivos importados com sucesso.")
         self.select("diário.txt")
         self.album.take_window("cofre-aberto", "Tessel")
+
+    def leave_the_dialogs_of_the_open_vault(self):
+        for key, title in (("ctrl+shift+n", "Nova pasta"),
+                           ("ctrl+i", "Importar arquivos para o cofre"),
+                           ("F2", "Renomear arquivo")):
+            self.cancel(key, title)
+        for key, title in (("ctrl+e", "Exportar arquivo"), ("Delete", "Excluir arquivo"),
+                           ("F6", "Compactar cofre")):
+            self.cancel(key, title, pyatspi.ROLE_ALERT)
+        self.choose_in_context_menu("diário.txt", "Mover para pasta...")
+        self.dialog("Mover arquivo")
+        press_keys("Escape")
+        self.expect_keyboard()
+        assert has_state(self.cell("diário.txt"), pyatspi.STATE_SELECTED)
 
     def open_one(self):
         click(self.cell("diário.txt"), times=2)
@@ -342,8 +385,10 @@ class Story(TesselWindow):
 
 
 CHAPTERS = (
-    Story.find_the_drive, Story.read_the_guide, Story.create_the_vault, Story.unlock_it,
-    Story.make_folders, Story.import_three_files, Story.import_more, Story.open_one, Story.lock_it,
+    Story.find_the_drive, Story.read_the_guide, Story.create_the_vault, Story.leave_the_dialogs,
+    Story.come_back_from_a_warning, Story.come_back_from_a_question, Story.unlock_it,
+    Story.make_folders, Story.import_three_files, Story.import_more,
+    Story.leave_the_dialogs_of_the_open_vault, Story.open_one, Story.lock_it,
     Story.refuse_a_wrong_password, Story.unlock_it_again, Story.find_the_change,
     Story.export_unchanged, Story.rename_one, Story.move_it, Story.drag_it,
     Story.drag_out_of_the_window, Story.watch_an_import, Story.delete_it, Story.compact,
@@ -362,6 +407,7 @@ def tell(results):
         try:
             for chapter in CHAPTERS:
                 began = time.monotonic()
+                story.expect_keyboard()
                 chapter(story)
                 check_silence(errors)
                 title = chapter.__name__.replace("_", " ")
