@@ -7,6 +7,7 @@
 #include "core/EntryEncodings.h"
 #include "core/IndexDate.h"
 #include "core/IndexScanner.h"
+#include "core/QtVersions.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -159,7 +160,7 @@ void appendDirectory(QByteArray* json, const VaultDirectoryEntry& directory) {
 }
 
 QDateTime timeFromJson(const QJsonValue& value) {
-    return value.isDouble() ? QDateTime::fromMSecsSinceEpoch(toInt64(value), Qt::UTC) : QDateTime();
+    return value.isDouble() ? QDateTime::fromMSecsSinceEpoch(toInt64(value), Utc) : QDateTime();
 }
 
 VaultFileBlock blockFromRow(const QJsonArray& row) {

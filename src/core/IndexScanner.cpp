@@ -4,6 +4,7 @@
 #include "core/IndexScanner.h"
 
 #include "core/Base64.h"
+#include "core/QtVersions.h"
 
 #include <QUtf8StringView>
 
@@ -123,8 +124,10 @@ public:
         };
         const QDate date(number(0, 4), number(5, 2), number(8, 2));
         const QTime time(number(11, 2), number(14, 2), number(17, 2), number(20, 3));
-        return date.isValid() && time.isValid() ? QDateTime(date, time, Qt::UTC)
-                                                : fail<QDateTime>();
+        if (!date.isValid() || !time.isValid()) {
+            return fail<QDateTime>();
+        }
+        return QDateTime(date, time, Utc);
     }
 
 private:

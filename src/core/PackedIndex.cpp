@@ -6,6 +6,7 @@
 #include "core/CryptoManager.h"
 #include "core/EntryEncodings.h"
 #include "core/IndexDate.h"
+#include "core/QtVersions.h"
 
 #include <QUtf8StringView>
 #include <QUuid>
@@ -218,7 +219,7 @@ public:
             fail();
             return {};
         }
-        return QDateTime::fromMSecsSinceEpoch(time, Qt::UTC);
+        return QDateTime::fromMSecsSinceEpoch(time, Utc);
     }
 
 private:

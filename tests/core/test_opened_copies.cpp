@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/QtVersions.h"
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
@@ -88,7 +89,7 @@ private Q_SLOTS:
     void aTrackedFileIsRecordedInFull() {
         const VaultFixture vault;
         const QString copy = vault.write(u"copy"_s, "x");
-        const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Qt::UTC);
+        const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Utc);
         QVERIFY(setModified(copy, time));
         FileSyncManager sync;
         QVERIFY(sync.track(A, copy));
@@ -146,7 +147,7 @@ private Q_SLOTS:
         const VaultFixture vault;
         const QString copy = vault.write(u"copy"_s, "x");
         const QString still = vault.write(u"still"_s, "x");
-        const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Qt::UTC);
+        const QDateTime time(QDate(2025, 3, 1), QTime(14, 5, 9, 120), Utc);
         QVERIFY(setModified(copy, time));
         FileSyncManager sync;
         QVERIFY(sync.track(A, copy) && sync.track(B, still));

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 #include "core/PackedIndex.h"
+#include "core/QtVersions.h"
 #include "support/PeakMemory.h"
 #include "support/TestProgram.h"
 
@@ -62,7 +63,7 @@ bool isRefused(const QByteArray& bytes) {
 }
 
 QDateTime utc(int year, int month, int day, const QTime& time) {
-    return {QDate(year, month, day), time, Qt::UTC};
+    return {QDate(year, month, day), time, Utc};
 }
 
 QByteArray hex(const char* digits) {
@@ -169,8 +170,8 @@ private Q_SLOTS:
     void datesWithoutFourDigitsOfAYearAreUnknown() {
         // A file may be as old, or as far ahead, as its file system lets it be.
         for (const QDateTime& date : {utc(-1, 12, 31, {23, 59, 59, 999}), utc(10000, 1, 1, {0, 0}),
-                                      QDateTime::fromMSecsSinceEpoch(Largest, Qt::UTC),
-                                      QDateTime::fromMSecsSinceEpoch(Smallest, Qt::UTC)}) {
+                                      QDateTime::fromMSecsSinceEpoch(Largest, Utc),
+                                      QDateTime::fromMSecsSinceEpoch(Smallest, Utc)}) {
             const QByteArray bytes = packed(indexWithFolder({u"d"_s, date, date}));
             QCOMPARE(bytes, packed(indexWithFolder({u"d"_s, {}, {}})));
         }

@@ -3,6 +3,7 @@
 
 #include "core/IndexJson.h"
 #include "core/PackedIndex.h"
+#include "core/QtVersions.h"
 #include "core/SecureFileIndex.h"
 #include "support/TestProgram.h"
 
@@ -36,7 +37,7 @@ static_assert(requires { VaultDirectoryEntry{.path = {}, .createdUtc = {}, .modi
 namespace {
 
 QDateTime utc(int year, int month, int day, int hour, int minute, int second, int ms) {
-    return {QDate(year, month, day), QTime(hour, minute, second, ms), Qt::UTC};
+    return {QDate(year, month, day), QTime(hour, minute, second, ms), Utc};
 }
 
 const QDateTime Spring = utc(2025, 3, 1, 14, 5, 9, 120);
@@ -688,7 +689,7 @@ private Q_SLOTS:
     void timesAreWrittenAsQtWritesThem_data() {
         QTest::addColumn<QDateTime>("time");
         const auto add = [](const char* name, const QDate& date, const QTime& time) {
-            QTest::newRow(name) << QDateTime(date, time, Qt::UTC);
+            QTest::newRow(name) << QDateTime(date, time, Utc);
         };
         add("first year", {1, 1, 1}, {0, 0});
         add("before the first year", {-1, 12, 31}, {23, 59, 59, 999});
@@ -696,8 +697,7 @@ private Q_SLOTS:
         add("two digits each", {1969, 12, 31}, {23, 59, 58, 99});
         add("last year of four digits", {9999, 12, 31}, {23, 59, 59, 999});
         add("first year of five digits", {10000, 1, 1}, {0, 0});
-        QTest::newRow("with an offset")
-            << QDateTime({2025, 1, 1}, {0, 30}, Qt::OffsetFromUTC, 3 * 3600);
+        QTest::newRow("with an offset") << QDateTime({2025, 1, 1}, {0, 30}, QTimeZone(3 * 3600));
     }
     void timesAreWrittenAsQtWritesThem() {
         QFETCH(const QDateTime, time);

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Tessel developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include "core/QtVersions.h"
 #include "support/Faults.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
@@ -34,7 +35,7 @@ namespace {
 
 constexpr qint64 Chunk = 16777216;
 
-const QDateTime LongAgo(QDate(2019, 2, 28), QTime(23, 59, 58, 250), Qt::UTC);
+const QDateTime LongAgo(QDate(2019, 2, 28), QTime(23, 59, 58, 250), Utc);
 
 /// A vault with a folder and two files.
 CraftedContainer usedContainer() {

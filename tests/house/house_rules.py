@@ -31,6 +31,9 @@ NETWORK_HEADER = re.compile(
     r"|(sys/(socket|un)|netdb|ifaddrs|resolv)\.h|(net|netinet|arpa)/.*", re.IGNORECASE)
 NETWORK_CALL = re.compile(r"\b(socket|socketpair|getaddrinfo|gethostbyname|setSocketDescriptor)"
                           r"\s*\(")
+# The one source that may ask for Qt's version, and the word with which it does.
+VERSIONS = "src/core/QtVersions.h"
+VERSION = re.compile(r"\bQT_VERSION(_CHECK)?\b")
 # In two pieces, so that this line is not found itself.
 LEFT_UNDONE = re.compile(r"\b(TO" r"DO|FIX" r"ME)\b")
 
@@ -61,7 +64,7 @@ CORE_LAYERS = (
     # Bytes, files, folders, the temporary workspace.
     {"Base64", "ByteCounts", "CompactionFolder", "ContainerCopy", "ContainerLayout",
      "ContainerLock", "DiskSync", "FileDigest", "FileSyncManager", "FolderAccess", "PrivateFile",
-     "RegularFile", "RunsFolder", "SameFile", "SecretBytes", "TempWorkspaceManager",
+     "QtVersions", "RegularFile", "RunsFolder", "SameFile", "SecretBytes", "TempWorkspaceManager",
      "WorkspaceLeftovers", "WorkspaceNote"},
     # Values and primitives.
     {"AuthManager", "ContainerDocument", "CryptoManager", "EntryEncodings", "IndexDate",
@@ -212,6 +215,16 @@ def background_faults(top):
         for number, line in enumerate(lines, 1):
             if "Fundo0" in line:
                 yield f"{path}:{number}: shows a background picture"
+
+
+def version_faults(top):
+    """What differs between the versions of Qt is in one place."""
+    for path, lines in sources(top, ("src", "tests", "benchmarks")):
+        if path.suffix not in (".cpp", ".h") or str(path) == VERSIONS:
+            continue
+        for number, line in enumerate(lines, 1):
+            if VERSION.search(line):
+                yield f"{path}:{number}: asks for Qt's version, which {VERSIONS} does"
 
 
 def licence_faults(top):

@@ -44,6 +44,9 @@ class Sources(unittest.TestCase):
     def test_nothing_shows_a_background_picture(self):
         self.assert_none(house_rules.background_faults(TOP))
 
+    def test_one_source_asks_for_the_version_of_qt(self):
+        self.assert_none(house_rules.version_faults(TOP))
+
     def test_every_source_names_its_licence(self):
         self.assert_none(house_rules.licence_faults(TOP))
 
@@ -208,6 +211,17 @@ class Rules(unittest.TestCase):
         self.write("src/ui/Window.cpp", f'{HEAD}auto a = ":/backgrounds/Fundo01.png";\n')
         self.assertEqual(["src/ui/Window.cpp:3: shows a background picture"],
                          list(house_rules.background_faults(self.top)))
+
+    def test_version_of_qt(self):
+        line = "#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)"
+        self.write("src/core/QtVersions.h", f"{HEAD}{line}\n")
+        self.write("src/ui/Window.cpp", f"{HEAD}text = qVersion();\n")
+        self.assertEqual([], list(house_rules.version_faults(self.top)))
+        for path in ("src/ui/Window.cpp", "tests/ui/test_window.cpp"):
+            with self.planted(path, f"{HEAD}{line}\n"):
+                self.assertEqual(
+                    [f"{path}:3: asks for Qt's version, which src/core/QtVersions.h does"],
+                    list(house_rules.version_faults(self.top)))
 
     def test_licence_lines(self):
         for path, text, fault in (
