@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -81,17 +82,48 @@ QString controllerPath(FakeUsb::Bus bus, const QString& disk) {
 }
 
 // A special file that every user may create. It passes for a device node where only its path
-// counts, and not even root can open it.
+// counts, as for Qt 6.4, and not even root can open it.
 void makeSocket(const QString& path) {
     if (::mknod(QFile::encodeName(path).constData(), S_IFSOCK | 0600, 0) != 0) {
         giveUp("make", path);
     }
 }
 
+QString descriptorPath(int descriptor) {
+    return u"/proc/self/fd/%1"_s.arg(descriptor);
+}
+
 void bindMount(const QString& source, const QString& target) {
     if (::mount(QFile::encodeName(source).constData(), QFile::encodeName(target).constData(),
                 nullptr, MS_BIND, nullptr) != 0) {
         giveUp("bind", target);
+    }
+}
+
+/// Descriptors of the machine's own block devices, which reach no contents.
+QList<int> openBlockNodes() {
+    QList<int> nodes;
+    const QStringList names =
+        QDir(u"/dev"_s).entryList(QDir::Files | QDir::System | QDir::NoSymLinks);
+    for (const QString& name : names) {
+        const QByteArray path = QFile::encodeName(u"/dev/"_s + name);
+        struct stat status = {};
+        if (::stat(path.constData(), &status) == 0 && S_ISBLK(status.st_mode)) {
+            nodes.append(::open(path.constData(), O_PATH | O_CLOEXEC));
+        }
+    }
+    nodes.removeAll(-1);
+    return nodes;
+}
+
+/// Shows a device node at another path, where nobody can open it.
+void showNode(int node, const QString& path) {
+    writeNew(path, {});
+    bindMount(descriptorPath(node), path);
+    constexpr unsigned long Closed =
+        MS_REMOUNT | MS_BIND | MS_NODEV | MS_NOSUID | MS_NOEXEC | MS_RDONLY;
+    if (::mount(nullptr, QFile::encodeName(path).constData(), nullptr, Closed, nullptr) != 0) {
+        giveUp("close", path);
     }
 }
 
@@ -126,6 +158,9 @@ FakeUsb::~FakeUsb() {
     while (!m_mounted.isEmpty()) {
         unmount(m_mounted.last());
     }
+    for (const int node : std::as_const(m_blockNodes)) {
+        ::close(node);
+    }
 }
 
 void FakeUsb::addDisk(const QString& disk, Bus bus) {
@@ -152,10 +187,18 @@ void FakeUsb::setAttribute(const QString& device, const QString& attribute,
 }
 
 void FakeUsb::addLabel(const QString& label, const QString& device) {
-    addLabelLink(label, u"/dev/%1"_s.arg(device));
-    if (!QFile::exists(u"/dev/%1"_s.arg(device))) {
-        makeSocket(u"/dev/%1"_s.arg(device));
+    const QString path = u"/dev/%1"_s.arg(device);
+    addLabelLink(label, path);
+    if (QFile::exists(path)) {
+        return;
     }
+    if (m_blockNodes.isEmpty()) {
+        makeSocket(path);
+        return;
+    }
+    const int node = m_blockNodes.takeFirst();
+    showNode(node, path);
+    ::close(node);
 }
 
 void FakeUsb::addLabelLink(const QString& label, const QString& target) {
@@ -174,8 +217,17 @@ void FakeUsb::makeDirectory(const QString& directory) {
 
 void FakeUsb::mountVolume(const QString& device, const QString& directory, qint64 bytes) {
     makeDirectory(directory);
-    mountAt(u"/dev/%1"_s.arg(device), directory, "tmpfs",
-            "mode=0755,size=" + QByteArray::number(bytes));
+    // Of another type than what holds it: Qt 6.8 asks for the label of no tmpfs.
+    const QString memory = u"/sys/memory"_s;
+    makePath(memory);
+    mountAt(u"tmpfs"_s, memory, "tmpfs", "mode=0755,size=" + QByteArray::number(bytes));
+    for (const QString& part : {u"/lower"_s, u"/upper"_s, u"/work"_s}) {
+        makePath(memory + part);
+    }
+    mountAt(u"/dev/%1"_s.arg(device), directory, "overlay",
+            "lowerdir=/sys/memory/lower,upperdir=/sys/memory/upper,workdir=/sys/memory/work,"
+            "userxattr");
+    unmount(memory);
 }
 
 void FakeUsb::mountSizeless(const QString& device, const QString& directory) {
@@ -232,6 +284,7 @@ void FakeUsb::replaceDev() {
         const QByteArray path = QByteArray("/dev/") + names.at(i);
         nodes.at(i) = ::open(path.constData(), O_PATH | O_CLOEXEC);
     }
+    m_blockNodes = openBlockNodes();
     coverWithEmptyDirectory(u"/dev"_s);
     makePath(u"/dev/disk/by-label"_s);
     makePath(u"/dev/shm"_s);
@@ -239,7 +292,7 @@ void FakeUsb::replaceDev() {
         if (nodes.at(i) >= 0) {
             const QString path = u"/dev/%1"_s.arg(QLatin1String(names.at(i)));
             writeNew(path, {});
-            bindMount(u"/proc/self/fd/%1"_s.arg(nodes.at(i)), path);
+            bindMount(descriptorPath(nodes.at(i)), path);
             ::close(nodes.at(i));
         }
     }

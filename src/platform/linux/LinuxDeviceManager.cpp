@@ -106,6 +106,10 @@ QString mountedVolumeId(const QString& devicePath, const QString& rootPath) {
 
 QString displayNameOf(const QStorageInfo& storage, const QString& devicePath,
                       const QString& rootPath) {
+    // Some versions of Qt call a directory that cannot be reached by its path.
+    if (!QFileInfo::exists(rootPath)) {
+        return fallbackDisplayName(devicePath, rootPath);
+    }
     if (!storage.displayName().isEmpty()) {
         return storage.displayName();
     }
