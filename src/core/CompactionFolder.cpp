@@ -34,7 +34,7 @@ bool lockFolder(int descriptor) {
 
 // Whether it is this account's, and no other account can add or remove files in it.
 bool isOurs(int descriptor) {
-    struct stat info {};
+    struct stat info = {};
     return ::fstat(descriptor, &info) == 0 && info.st_uid == ::geteuid() &&
            (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }

@@ -21,7 +21,7 @@ namespace {
 constexpr qint64 MarginBytes = qint64{1} * 1024 * 1024;
 
 bool hasSpaceFor(qint64 bytes, const QString& path) {
-    struct statvfs space {};
+    struct statvfs space = {};
     const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
     if (::statvfs(folder.constData(), &space) != 0) {
         return false;
@@ -62,7 +62,7 @@ ReplacementResult writeNewContainer(const QString& rebuiltPath, const QString& p
 
 ReplacementResult replaceContainer(const QString& rebuiltPath, const QString& path, QFile& old,
                                    const CopyProgress& progress) {
-    struct stat owner {};
+    struct stat owner = {};
     // The drive reports errors of earlier writes now, while nothing has changed.
     if (::fstat(old.handle(), &owner) != 0 || !syncToDrive(old) || !syncFolderOf(path)) {
         return ReplacementResult::NothingDone;

@@ -52,7 +52,7 @@ public:
 private:
     struct Level {
         QByteArray name;
-        struct stat self {};
+        struct stat self = {};
         QByteArrayList names;
         bool empty = true;
     };
@@ -74,7 +74,7 @@ private:
 
     void remove(const QByteArray& name) {
         Level& level = m_levels.back();
-        struct stat status {};
+        struct stat status = {};
         if (!statusAt(m_current.get(), name, &status)) {
             level.empty = level.empty && errno == ENOENT;
         } else if (!S_ISDIR(status.st_mode)) {
@@ -87,7 +87,7 @@ private:
 
     bool goDown(const QByteArray& name) {
         Descriptor folder = openFolder(m_current.get(), name);
-        struct stat status {};
+        struct stat status = {};
         if (!statusOf(folder.get(), &status) || status.st_dev != m_levels.back().self.st_dev) {
             return false;
         }
@@ -101,7 +101,7 @@ private:
         m_levels.pop_back();
         Level& level = m_levels.back();
         Descriptor above = openFolder(m_current.get(), "..");
-        struct stat status {};
+        struct stat status = {};
         if (!statusOf(above.get(), &status) || !isSameFile(status, level.self)) {
             return false;
         }
@@ -146,8 +146,8 @@ bool statusAt(int folder, const QByteArray& name, struct stat* status) {
 }
 
 bool isAt(int folder, const QByteArray& name, int descriptor) {
-    struct stat there {};
-    struct stat open {};
+    struct stat there = {};
+    struct stat open = {};
     return statusAt(folder, name, &there) && statusOf(descriptor, &open) && isSameFile(there, open);
 }
 
@@ -158,7 +158,7 @@ Descriptor openFolder(int parent, const QByteArray& name) {
 
 Descriptor openOwnFolder(int parent, const QByteArray& name) {
     Descriptor folder = openFolder(parent, name);
-    struct stat status {};
+    struct stat status = {};
     return statusOf(folder.get(), &status) && isOurs(status) ? std::move(folder) : Descriptor();
 }
 

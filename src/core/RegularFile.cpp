@@ -19,7 +19,7 @@ bool openRegularFile(QFile& file, QIODevice::OpenMode mode) {
     if (descriptor < 0) {
         return false;
     }
-    struct stat status {};
+    struct stat status = {};
     if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
         !file.open(descriptor, mode | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle)) {
         ::close(descriptor);

@@ -53,7 +53,7 @@ QString runsFolderPath() {
 Descriptor openRunsFolder(const QString& path) {
     const Descriptor temporary = openTemporaryFolder(path);
     Descriptor folder = openFolder(temporary.get(), nameOf(path));
-    struct stat status {};
+    struct stat status = {};
     return statusOf(folder.get(), &status) && isTrusted(status) ? std::move(folder) : Descriptor();
 }
 
@@ -65,7 +65,7 @@ Descriptor makeRunsFolder(const QString& path) {
     // Opening it shows whether it is there now.
     static_cast<void>(::mkdirat(temporary.get(), nameOf(path).constData(), S_IRWXU));
     Descriptor folder = openRunsFolder(path);
-    struct stat status {};
+    struct stat status = {};
     return statusOf(folder.get(), &status) && openToAllAccounts(folder.get(), status)
                ? std::move(folder)
                : Descriptor();

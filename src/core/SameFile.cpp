@@ -22,14 +22,14 @@ bool isSameFile(const struct stat& a, const struct stat& b) {
 }
 
 bool isSameFile(const QString& a, const QString& b) {
-    struct stat first {};
-    struct stat second {};
+    struct stat first = {};
+    struct stat second = {};
     return statusBehind(a, &first) && statusBehind(b, &second) && isSameFile(first, second);
 }
 
 bool isSameFile(const QString& path, const QFileDevice& open) {
-    struct stat named {};
-    struct stat opened {};
+    struct stat named = {};
+    struct stat opened = {};
     return statusBehind(path, &named) && ::fstat(open.handle(), &opened) == 0 &&
            isSameFile(named, opened);
 }

@@ -29,7 +29,7 @@ namespace {
 enum class Found { Nothing, CutCopy, Container, Unknown };
 
 bool existsHere(const QString& path) {
-    struct stat info {};
+    struct stat info = {};
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
 }
 
@@ -69,7 +69,7 @@ bool exchangeWithEmpty(const QString& path, const QString& empty) {
 // A lock on the whole file that belongs to the open file, not to the process: another descriptor in
 // the same process sees it too. The window's lock is a flock and does not conflict.
 struct flock wholeFile(short type) {
-    struct flock lock {};
+    struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     return lock;

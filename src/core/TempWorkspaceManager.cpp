@@ -70,7 +70,7 @@ bool isPlainCopy(const struct stat& status) {
 
 Descriptor emptyCopy(const CopyPlace& place) {
     Descriptor copy(createCopy(place));
-    struct stat status {};
+    struct stat status = {};
     if (copy.isOpen() || errno != EEXIST || !statusAt(place.folder.get(), place.name, &status)) {
         return copy;
     }
@@ -92,7 +92,7 @@ bool giveTo(QFile* file, Descriptor descriptor, QIODevice::OpenMode mode) {
 
 // True also when there is no link.
 bool removeLink(int parent, const QByteArray& name) {
-    struct stat status {};
+    struct stat status = {};
     return !statusAt(parent, name, &status) || !S_ISLNK(status.st_mode) ||
            ::unlinkat(parent, name.constData(), 0) == 0;
 }
@@ -103,7 +103,7 @@ bool removeEmptyFolder(int parent, const QByteArray& name) {
 
 // Removes a link or a folder of ours that has the workspace's name.
 bool removeByName(int parent, const QByteArray& name) {
-    struct stat status {};
+    struct stat status = {};
     if (!removeLink(parent, name)) {
         return false;
     }
@@ -123,7 +123,7 @@ struct TempWorkspaceManager::OpenWorkspace {
     WorkspaceNote note;
 
     [[nodiscard]] bool exists() const {
-        struct stat status {};
+        struct stat status = {};
         return statusOf(folder.get(), &status) && status.st_nlink > 0;
     }
 };
@@ -226,7 +226,7 @@ bool TempWorkspaceManager::openForReading(const QString& vaultPath, QFile* copy)
     // Not blocking: opening a pipe under the copy's name would wait for a writer.
     Descriptor file(::openat(where.folder.get(), where.name.constData(),
                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
+    struct stat status = {};
     return statusOf(file.get(), &status) && S_ISREG(status.st_mode) &&
            giveTo(copy, std::move(file), QIODevice::ReadOnly);
 }

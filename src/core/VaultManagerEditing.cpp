@@ -51,7 +51,7 @@ bool VaultManager::prepareFileForEditing(const QString& vaultPath, QString* temp
     const QString copyPath = m_workspace.pathForVaultFile(path);
     // Even an incomplete copy came from the vault.
     const bool written = writeVaultFileToDevice(path, &copy);
-    struct stat status {};
+    struct stat status = {};
     if (!statusOf(copy.handle(), &status) || !m_workspace.noteStored(path, status) || !written) {
         return false;
     }
@@ -83,7 +83,7 @@ bool VaultManager::takeBackChanged(const CopyTest& concerned, const CopyTest& ta
 
 bool VaultManager::takeBack(const TrackedTempFile& copy) {
     QFile file;
-    struct stat status {};
+    struct stat status = {};
     // Read through the descriptor: a file that gets the copy's name meanwhile is not stored.
     if (!m_workspace.openForReading(copy.vaultPath, &file) || !statusOf(file.handle(), &status) ||
         !importFile(u"/proc/self/fd/%1"_s.arg(file.handle()), copy.vaultPath)) {

@@ -61,7 +61,7 @@ bool createRegularFile(const QString& path, QFile* file) {
     const QByteArray name = QFile::encodeName(path);
     const int descriptor = ::open(
         name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    struct stat status {};
+    struct stat status = {};
     if (descriptor < 0 || ::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
         !file->open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered,
                     QFileDevice::AutoCloseHandle)) {

@@ -24,8 +24,11 @@ qsizetype lastSeparator(const QString& path) {
 }
 
 template <typename Entry>
+using PathMember = QString Entry::*;
+
+template <typename Entry>
 std::optional<Entry> findByPath(const QList<Entry>& entries, const QString& path,
-                                QString Entry::*pathOf) {
+                                PathMember<Entry> pathOf) {
     const auto found = std::find_if(entries.cbegin(), entries.cend(), [&](const Entry& entry) {
         return sameVaultPath(entry.*pathOf, path);
     });

@@ -31,7 +31,7 @@ bool keeps(const WorkspaceNote::Contents& noted, const QByteArray& path,
 }
 
 bool isGone(int parent, const QByteArray& workspace) {
-    struct stat status {};
+    struct stat status = {};
     return !statusAt(parent, workspace, &status) && errno == ENOENT;
 }
 

@@ -92,7 +92,7 @@ bool WorkspaceNote::open(int parent, const QByteArray& workspace, int flags, int
     m_file = Descriptor(::openat(parent, nameFor(workspace).constData(),
                                  O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags,
                                  S_IRUSR | S_IWUSR));
-    struct stat status {};
+    struct stat status = {};
     const bool opened = statusOf(m_file.get(), &status) && S_ISREG(status.st_mode) &&
                         isOurs(status) && status.st_nlink == 1 &&
                         ::flock(m_file.get(), LOCK_EX | lockFlags) == 0 &&
@@ -127,7 +127,7 @@ bool WorkspaceNote::takeOver(int parent, const QByteArray& workspace) {
 void WorkspaceNote::addUnfinished(const QByteArray& path) {
     const QByteArray line = UnfinishedLine + ' ' + encoded(path);
     // Only with space for the line that follows: a complete copy must not count as unfinished.
-    struct stat status {};
+    struct stat status = {};
     if (statusOf(m_file.get(), &status) &&
         status.st_size + 2 * line.size() + NumbersBytes < LargestNote) {
         static_cast<void>(add(line));
@@ -145,7 +145,7 @@ void WorkspaceNote::addTold() {
 }
 
 bool WorkspaceNote::add(const QByteArray& line) {
-    struct stat before {};
+    struct stat before = {};
     const QByteArray bytes = line + '\n';
     if (!statusOf(m_file.get(), &before) || before.st_size + bytes.size() > LargestNote) {
         return true;
@@ -161,7 +161,7 @@ bool WorkspaceNote::add(const QByteArray& line) {
 
 WorkspaceNote::Contents WorkspaceNote::read() const {
     Contents contents;
-    struct stat status {};
+    struct stat status = {};
     if (!statusOf(m_file.get(), &status) || status.st_size > LargestNote) {
         return contents;
     }

@@ -30,7 +30,7 @@ void wake(int /*signal*/) {
 }
 
 void setHandlers(void (*handler)(int)) {
-    struct sigaction action {};
+    struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);

@@ -71,9 +71,10 @@ private Q_SLOTS:
     void progressIsToldBeforeAndAfterEveryPiece() {
         Copy copy(noise(2 * PieceBytes + 5));
         Calls calls;
-        QVERIFY(copyContainer(copy.source, copy.target, [&](qint64 done, qint64 total) {
+        const auto note = [&](qint64 done, qint64 total) {
             calls.append({done, total});
-        }));
+        };
+        QVERIFY(copyContainer(copy.source, copy.target, note));
         const qint64 total = 2 * PieceBytes + 5;
         QCOMPARE(calls,
                  (Calls{{0, total}, {PieceBytes, total}, {2 * PieceBytes, total}, {total, total}}));

@@ -182,7 +182,8 @@ private Q_SLOTS:
                                                  QByteArray(1023, ']') + ",\"crypto\"");
         });
         addRow("unknown members", [](auto& c) {
-            c.setHeaderMember(u"unknown"_s, QJsonObject{{u"a"_s, 1}});
+            const QJsonObject value{{u"a"_s, 1}};
+            c.setHeaderMember(u"unknown"_s, value);
         });
         addRow("version 3.0",
                [](auto& c) { c.replaceInHeader("\"formatVersion\":3", "\"formatVersion\":3.0"); });

@@ -151,7 +151,7 @@ private Q_SLOTS:
         run.kill();
         const QString copy = inWorkspace(A);
         const QByteArray path = QFile::encodeName(copy);
-        struct stat made {};
+        struct stat made = {};
         QCOMPARE(::stat(path.constData(), &made), 0);
         QVERIFY(writeFile(copy, bytes));
         const timespec times[] = {made.st_mtim, nanosecondsAfter(made.st_mtim, laterNs)};

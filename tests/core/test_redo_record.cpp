@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <functional>
 #include <limits>
+#include <utility>
 
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -44,7 +45,7 @@ HeaderFault g_fault;
 
 // The bytes that may still be written, or nothing when the write is none of ours.
 qint64 bytesBeforeTheFault(int descriptor, size_t size) {
-    struct stat info {};
+    struct stat info = {};
     if (g_fault.failures < 1 || ::fstat(descriptor, &info) != 0 || info.st_dev != g_fault.device ||
         info.st_ino != g_fault.inode) {
         return -1;
@@ -61,7 +62,7 @@ public:
 
     /// @param times how many rewrites fail, putting the old header back included
     FailingHeader(const QString& container, qint64 stopAt, int times) {
-        struct stat info {};
+        struct stat info = {};
         if (::stat(QFile::encodeName(container).constData(), &info) != 0) {
             qFatal("no container to watch");
         }
@@ -343,7 +344,7 @@ private Q_SLOTS:
         for (qint64 sector = 512; sector < end; sector += 512) {
             cuts << sector;
         }
-        for (const qint64 cut : qAsConst(cuts)) {
+        for (const qint64 cut : std::as_const(cuts)) {
             QTest::addRow("new before %lld", static_cast<long long>(cut)) << LengthLineAt << cut;
             QTest::addRow("new from %lld", static_cast<long long>(cut)) << cut << end;
         }

@@ -41,14 +41,14 @@ public:
         if (::getrlimit(RLIMIT_NOFILE, &m_before) != 0) {
             qFatal("getrlimit failed");
         }
-        const struct rlimit limit { most, m_before.rlim_max };
+        const struct rlimit limit = {most, m_before.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
     ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
     Q_DISABLE_COPY_MOVE(DescriptorLimit)
 
 private:
-    struct rlimit m_before {};
+    struct rlimit m_before = {};
 };
 
 } // namespace

@@ -285,7 +285,7 @@ private Q_SLOTS:
         QCOMPARE(::chmod(path.constData(), static_cast<mode_t>(mode)), 0);
         QVERIFY(vault.unlock());
         QVERIFY(vault.compact());
-        struct stat info {};
+        struct stat info = {};
         QCOMPARE(::stat(path.constData(), &info), 0);
         QCOMPARE(static_cast<int>(info.st_mode & 07777), mode);
     }

@@ -95,7 +95,7 @@ std::string pathOf(int descriptor) {
 // The file of a descriptor; its path is empty if the file is not recorded.
 struct Watched {
     explicit Watched(int descriptor) : path(pathOf(descriptor)) {
-        struct stat info {};
+        struct stat info = {};
         if (!isWatched(path) || ::fstat(descriptor, &info) != 0) {
             path.clear();
             return;
@@ -110,7 +110,7 @@ struct Watched {
 };
 
 int openAndRecord(int folder, const char* path, int flags, mode_t mode) {
-    struct stat before {};
+    struct stat before = {};
     const bool existed = ::fstatat(folder, path, &before, 0) == 0;
     const int result = static_cast<int>(::syscall(SYS_openat, folder, path, flags, mode));
     if (result < 0 || (flags & (O_CREAT | O_TRUNC)) == 0) {
@@ -246,7 +246,7 @@ int renameat2(int fromFolder, const char* from, int toFolder, const char* to,
 int linkat(int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept {
     const int result =
         static_cast<int>(::syscall(SYS_linkat, fromFolder, from, toFolder, to, flags));
-    struct stat info {};
+    struct stat info = {};
     if (result == 0 && isWatched(to) && ::stat(to, &info) == 0) {
         record(Event::Create, to, info.st_ino);
     }

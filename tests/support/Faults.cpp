@@ -57,7 +57,7 @@ bool bindOnItself(const QByteArray& path) {
 
 // In a user namespace, a remount must keep the restrictions of the mount.
 unsigned long inheritedFlags(const QByteArray& path) {
-    struct statvfs about {};
+    struct statvfs about = {};
     if (::statvfs(path.constData(), &about) != 0) {
         return 0;
     }
@@ -69,7 +69,7 @@ unsigned long inheritedFlags(const QByteArray& path) {
 
 // Returns the former limit.
 struct rlimit lowerLimit(__rlimit_resource resource, qint64 value) {
-    struct rlimit before {};
+    struct rlimit before = {};
     if (::getrlimit(resource, &before) != 0) {
         qFatal("getrlimit failed");
     }
@@ -139,7 +139,7 @@ QString SmallDisk::filePath(const QString& name) const {
 }
 
 qint64 SmallDisk::bytesFree() const {
-    struct statvfs space {};
+    struct statvfs space = {};
     if (::statvfs(QFile::encodeName(m_path).constData(), &space) != 0) {
         return -1;
     }

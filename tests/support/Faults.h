@@ -103,7 +103,7 @@ public:
     Q_DISABLE_COPY_MOVE(FileSizeLimit)
 
 private:
-    struct rlimit m_before {};
+    struct rlimit m_before = {};
 };
 
 /// Limits the memory that this process can allocate in addition to what it has.
@@ -114,7 +114,7 @@ public:
     Q_DISABLE_COPY_MOVE(MemoryLimit)
 
 private:
-    struct rlimit m_before {};
+    struct rlimit m_before = {};
 };
 
 /// Takes away the superuser's right to ignore permission bits.

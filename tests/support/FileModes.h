@@ -23,7 +23,7 @@ private:
 
 /// The permission bits of a file; all bits if there is no file.
 [[nodiscard]] inline mode_t modeOf(const QString& path) {
-    struct stat status {};
+    struct stat status = {};
     return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U
                                                                      : ~mode_t{0};
 }

@@ -254,9 +254,8 @@ bool limitFileSize() {
 
 // Not through write(), which may be made to fail.
 bool say(const QByteArray& text) {
-    const struct iovec piece {
-        const_cast<char*>(text.data()), static_cast<std::size_t>(text.size())
-    };
+    auto* bytes = const_cast<char*>(text.data());
+    const struct iovec piece = {bytes, static_cast<std::size_t>(text.size())};
     return ::writev(STDOUT_FILENO, &piece, 1) == text.size();
 }
 
