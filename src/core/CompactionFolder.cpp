@@ -9,6 +9,9 @@
 #include <QFileInfo>
 #include <QScopeGuard>
 
+#include <filesystem>
+#include <system_error>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -39,6 +42,21 @@ bool isOurs(int descriptor) {
            (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+// Whatever has the name of one. Not by QDir, which in Qt 6.8 stops at a name that is not UTF-8.
+QStringList compactionFolders() {
+    QStringList folders;
+    std::error_code error;
+    const QByteArray temporary = QFile::encodeName(QDir::tempPath());
+    std::filesystem::directory_iterator item(temporary.toStdString(), error);
+    for (; !error && item != std::filesystem::directory_iterator(); item.increment(error)) {
+        const QString path = QFile::decodeName(item->path().c_str());
+        if (QFileInfo(path).fileName().startsWith(FolderPrefix)) {
+            folders.append(path);
+        }
+    }
+    return folders;
+}
+
 } // namespace
 
 CompactionFolder::CompactionFolder()
@@ -64,17 +82,14 @@ QString CompactionFolder::containerPath() const {
 }
 
 void CompactionFolder::removeLeftovers(const std::function<bool(const QString& path)>& isUnneeded) {
-    const QFileInfoList folders =
-        QDir(QDir::tempPath())
-            .entryInfoList({FolderPrefix + u'*'},
-                           QDir::Dirs | QDir::NoSymLinks | QDir::Hidden | QDir::NoDotAndDotDot);
-    for (const QFileInfo& folder : folders) {
-        const int descriptor = openForLocking(folder.filePath());
+    const QStringList folders = compactionFolders();
+    for (const QString& folder : folders) {
+        const int descriptor = openForLocking(folder);
         const auto closing = qScopeGuard([descriptor] { ::close(descriptor); });
-        const QString path = folder.filePath() + u'/' + ContainerLayout::ContainerFileName;
+        const QString path = folder + u'/' + ContainerLayout::ContainerFileName;
         if (descriptor >= 0 && isOurs(descriptor) && lockFolder(descriptor) &&
             !QFileInfo(path).isSymLink() && isUnneeded(path) && QFile::remove(path)) {
-            static_cast<void>(QDir().rmdir(folder.filePath()));
+            static_cast<void>(QDir().rmdir(folder));
         }
     }
 }

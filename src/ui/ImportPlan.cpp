@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -20,7 +21,8 @@ namespace Tessel::UI {
 namespace {
 
 /// The names in a folder as its file system has them; nothing when it cannot be read completely.
-/// Qt lists a folder that it cannot read as empty, and its files would be left out unnoticed.
+/// Qt lists a folder that it cannot read as empty, and Qt 6.8 stops at a name that is not UTF-8:
+/// files would be left out unnoticed.
 std::optional<QList<QByteArray>> namesIn(const QString& folder) {
     QList<QByteArray> names;
     std::error_code error;
@@ -32,7 +34,7 @@ std::optional<QList<QByteArray>> namesIn(const QString& folder) {
     return error ? std::nullopt : std::optional(names);
 }
 
-/// Whether the name is UTF-8. Qt does not list other names and cannot open their files.
+/// Whether the name is UTF-8. Qt cannot open the files of other names.
 bool isText(const QByteArray& name) {
     return QFile::encodeName(QFile::decodeName(name)) == name;
 }
@@ -43,20 +45,19 @@ void addFolder(ImportPlan* plan, const QFileInfo& folder, const QString& parent)
         plan->unusable.append(folder.filePath());
         return;
     }
+    QStringList contents;
     for (const QByteArray& name : *names) {
-        if (!isText(name)) {
-            plan->unusable.append(folder.filePath() + u'/' + QFile::decodeName(name));
-        }
+        const QString path = folder.filePath() + u'/' + QFile::decodeName(name);
+        QStringList& list = isText(name) ? contents : plan->unusable;
+        list.append(path);
     }
+    contents.sort();
     const QString directory = Core::joinVaultPath(parent, folder.fileName());
-    const QFileInfoList contents =
-        QDir(folder.filePath())
-            .entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                           QDir::Name);
     if (contents.isEmpty()) {
         plan->emptyDirectories.append(directory);
     }
-    for (const QFileInfo& item : contents) {
+    for (const QString& path : std::as_const(contents)) {
+        const QFileInfo item(path);
         if (item.isFile()) {
             plan->files.append({item.filePath(), directory});
         } else if (item.isDir() && !item.isSymLink()) {

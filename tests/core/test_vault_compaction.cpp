@@ -18,6 +18,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -301,6 +302,28 @@ private Q_SLOTS:
         QVERIFY(vault.compact());
         QVERIFY(!QFileInfo::exists(left));
         QVERIFY(!rebuildFolder(vault));
+    }
+
+    void namesThatAreNoTextHideNoRebuiltContainer() {
+        VaultFixture vault(usedContainer());
+        // Another program's, from a drive that was written under another encoding. Qt does not see
+        // them when it removes the test's folder.
+        QByteArrayList others;
+        const auto removing = qScopeGuard([&others] {
+            for (const QByteArray& other : std::as_const(others)) {
+                ::unlink(other.constData());
+            }
+        });
+        for (int i = 0; i < 50; ++i) {
+            others.append(QFile::encodeName(vault.temporaryFolder()) + "/caf\xe9" +
+                          QByteArray::number(i));
+            const int file = ::open(others.last().constData(), O_CREAT | O_WRONLY, 0600);
+            QVERIFY(file >= 0 && ::close(file) == 0);
+        }
+        const QString left = leaveRebuiltContainer(vault, usedContainer());
+        QVERIFY(vault.unlock());
+        QVERIFY(vault.compact());
+        QVERIFY(!QFileInfo::exists(left));
     }
 
     void otherRebuiltContainersStay_data() {
