@@ -5,14 +5,18 @@
 
 // Where Qt 6.4 (Debian 12) and Qt 6.8 (Debian 13) differ. No other source asks for the version.
 //
-// What behaves differently without a branch, all of it in QStorageInfo:
-// - Of a directory that does not exist, 6.4 gives no name and 6.8 the path. The detection does not
-//   ask for one.
-// - The label of a volume belongs to its path in /dev for 6.4, to its number for 6.8. A volume in
-//   memory has none for 6.8.
-// - Of two volumes mounted at one directory, 6.4 lists the first and 6.8 the one that is seen
-// there.
-// - Without /proc/self/mountinfo 6.4 reads /etc/mtab, and 6.8 lists nothing.
+// What behaves differently without a branch here:
+// - QStorageInfo, a directory that does not exist: 6.4 gives no name, 6.8 the path. The detection
+//   asks for none.
+// - QStorageInfo, labels: 6.4 looks for the path in /dev, 6.8 for the number of the device, and for
+//   no volume in memory.
+// - QStorageInfo, a directory with more slashes than it needs: 6.8 gives the shortest path.
+// - QStorageInfo, two volumes at one directory: 6.4 lists the first, 6.8 the one that is seen.
+// - QStorageInfo without /proc/self/mountinfo: 6.4 reads /etc/mtab, 6.8 lists nothing.
+// - QDir, a folder with a name that is not UTF-8: 6.8 stops there. Folders that may hold one are
+//   read without it.
+// - QAbstractItemView, a click beside the rows: 6.4 takes the highlight away, 6.8 does not. The
+//   vault's table does it itself.
 
 #include <QTimeZone>
 

@@ -11,6 +11,7 @@
 
 #include <QHeaderView>
 #include <QHelpEvent>
+#include <QMouseEvent>
 #include <QSignalBlocker>
 #include <QStyle>
 #include <QToolTip>
@@ -229,9 +230,17 @@ QString VaultTableWidget::orderText() const {
                                                : WindowText::tr("%1, decrescente").arg(heading);
 }
 
+void VaultTableWidget::mouseReleaseEvent(QMouseEvent* event) {
+    QTableWidget::mouseReleaseEvent(event);
+    // Qt 6.4 has done it, Qt 6.8 leaves the highlight.
+    if (!indexAt(event->position().toPoint()).isValid()) {
+        clearSelection();
+    }
+}
+
 void VaultTableWidget::followHighlight() {
-    // A click beside the rows takes the highlight away and leaves the current row: commands would
-    // work on a row that nobody sees chosen.
+    // Taking the highlight away leaves the current row: commands would work on a row that nobody
+    // sees chosen.
     if (selectedItems().isEmpty()) {
         setCurrentCell(-1, -1);
     }

@@ -85,6 +85,8 @@ protected:
     /// can be dragged.
     [[nodiscard]] QMimeData* mimeData(const QList<QTableWidgetItem*>& items) const override;
     void startDrag(Qt::DropActions supportedActions) override;
+    /// Takes the highlight away when the click is beside the rows.
+    void mouseReleaseEvent(QMouseEvent* event) override;
     /// Shows the whole text of a cell that is too narrow for it.
     bool viewportEvent(QEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
