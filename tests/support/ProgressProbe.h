@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QEvent>
 #include <QObject>
+#include <QPointer>
 #include <QProgressBar>
 #include <QProgressDialog>
 
@@ -24,7 +25,9 @@ public:
 
     bool eventFilter(QObject* watched, QEvent* event) override {
         auto* dialog = qobject_cast<QProgressDialog*>(watched);
-        if (dialog != nullptr && event->type() == QEvent::Show) {
+        // The window system may show it again.
+        if (dialog != nullptr && event->type() == QEvent::Show && dialog != m_watched) {
+            m_watched = dialog;
             connect(dialog->findChild<QProgressBar*>(), &QProgressBar::valueChanged, this,
                     [this, dialog](int value) { m_moved(dialog, value); });
         }
@@ -33,6 +36,7 @@ public:
 
 private:
     Moved m_moved;
+    QPointer<QProgressDialog> m_watched;
 };
 
 } // namespace Tessel::Tests
