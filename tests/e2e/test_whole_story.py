@@ -82,8 +82,10 @@ def install_editor():
 
 
 def start_program(screen, errors):
+    # Qt 6.8 says it when a screen reader asks about a dialog that has just been closed.
     environment = dict(os.environ, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1",
-                       QT_SCALE_FACTOR=str(desktop.SCALE))
+                       QT_SCALE_FACTOR=str(desktop.SCALE),
+                       QT_LOGGING_RULES="qt.accessibility.atspi.warning=false")
     with errors.open("wb") as output:
         return screen.spawn([os.environ["TESSEL_PROGRAM"]], cwd=DOCUMENTS, env=environment,
                             stdout=output, stderr=output)
