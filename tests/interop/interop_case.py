@@ -43,11 +43,11 @@ class InteropCase(unittest.TestCase):
         with open(self.path(name), "rb") as file:
             return file.read()
 
-    def engine(self, *commands):
+    def engine(self, *commands, under=()):
         """Runs operations of the engine in a session of their own; one with "!" before its name must
         fail. What each of them reports, by its name."""
         answers = {}
-        with VaultTool() as tool:
+        with VaultTool(under) as tool:
             for name, *arguments in commands:
                 answers[name] = tool.ask(name.lstrip("!"), *arguments)
                 self.assertEqual(answers[name]["result"], not name.startswith("!"),

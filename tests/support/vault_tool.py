@@ -28,10 +28,11 @@ def fast_folder(prefix):
 class VaultTool:
     """One session of vault_tool, which carries out one operation after the other."""
 
-    def __init__(self):
+    def __init__(self, under=()):
+        """`under` is a command that runs the program, as strace does."""
         self.folder = tempfile.mkdtemp(prefix="tessel-vault-tool-")
         self.process = subprocess.Popen(
-            [tool("vault_tool")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+            [*under, tool("vault_tool")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
             env={**os.environ, "TMPDIR": self.folder})
 
     def ask(self, *command):
