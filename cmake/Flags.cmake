@@ -57,8 +57,9 @@ endfunction()
 
 function(tessel_use_precompiled target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-        # Without it ccache cannot tell what a source includes.
-        target_compile_options(${target} PRIVATE -fpch-preprocess)
+        # Without the first ccache cannot tell what a source includes. The second makes programs take
+        # what was precompiled for a library, whatever Qt asks of them.
+        target_compile_options(${target} PRIVATE -fpch-preprocess -fPIC)
     endif()
 endfunction()
 
