@@ -158,7 +158,7 @@ private Q_SLOTS:
     }
 
     void datesComeBackInUtc() {
-        const QDateTime local({2025, 3, 1}, {11, 5, 9, 120}, Qt::OffsetFromUTC, -3 * 3600);
+        const QDateTime local({2025, 3, 1}, {11, 5, 9, 120}, QTimeZone(-3 * 3600));
         const auto read = PackedIndex::read(packed(indexWithFolder({u"d"_s, local, {}})));
         QVERIFY(read);
         const VaultDirectoryEntry folder = read->directories().constFirst();
