@@ -114,7 +114,7 @@ QString FileDialog::chooseDestination(const QString& proposal, const QString& su
     }
     while (exec() == Accepted) {
         const QString path = (m_chosen.isEmpty() ? selectedFiles() : m_chosen).value(0);
-        const QString completed = withSuffix(path, m_suffix);
+        QString completed = withSuffix(path, m_suffix);
         // A dialog of the desktop's has asked about the name that was typed.
         if (completed == path || mayReplace(completed)) {
             return completed;
@@ -140,7 +140,7 @@ void FileDialog::accept() {
         setDirectory(meant.constFirst());
     } else if (acceptMode() == AcceptOpen || mayReplace(meant.constFirst())) {
         m_chosen = meant;
-        QDialog::accept();
+        done(Accepted);
     }
 }
 
